@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Builds and runs all tests: in a release build, under address and undefined-behaviour sanitizers, and under the
+# thread sanitizer.  What is missing on a fresh Debian machine is installed first.
+# Usage: scripts/test.sh [release|debug|asan|tsan ...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+. scripts/packages.sh
+need_packages "${test_packages[@]}"
+
+presets=("$@")
+[ ${#presets[@]} -gt 0 ] || presets=(release asan tsan)
+jobs=$(($(nproc) + 2))
+
+export ASAN_OPTIONS="detect_stack_use_after_return=1:strict_string_checks=1${ASAN_OPTIONS:+:$ASAN_OPTIONS}"
+export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
+export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
+
+for preset in "${presets[@]}"; do
+    echo "== $preset"
+    run=()
+    # The thread sanitizer's fixed address map needs a kernel that does not spread addresses too widely.
+    if [ "$preset" = tsan ] && [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 28)" -gt 28 ]; then
+        run=(setarch "$(uname -m)" -R)
+    fi
+    cmake --preset "$preset" >/dev/null
+    cmake --build --preset "$preset"
+    "${run[@]}" ctest --preset "$preset" -j "$jobs" --progress
+done

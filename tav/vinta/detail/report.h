@@ -1,0 +1,54 @@
+#ifndef TAV_VINTA_DETAIL_REPORT_H
+#define TAV_VINTA_DETAIL_REPORT_H
+
+#include "tav/vinta/vinta_log.h"
+
+#include <sstream>
+#include <string_view>
+
+/// How the library's own code tells the log and its callers what happened.  Internal.
+namespace tav {
+namespace detail {
+
+/// A place in the source: full path, line and full function name.  All three are literals.
+struct Site {
+    char const * file;
+    unsigned line;
+    char const * func;
+};
+
+/// The caller's place, under the given full function name, such as "tav::nbr::parser::peekValue".
+constexpr Site here(char const * func, char const * file = __builtin_FILE(),
+                    unsigned line = static_cast<unsigned>(__builtin_LINE())) {
+    return Site{file, line, func};
+}
+
+/// Logs "<EXCEPTION> " and the message at ERROR, if that is loggable, and throws std::invalid_argument with
+/// the message, "\n    throw at " and the site's short form.
+[[noreturn]] void raise(Site site, std::string_view message);
+
+/// Tells of a failed assertion: throws std::invalid_argument with "assert failure: " and the condition alone.
+/// The position is in the log only: "<EXCEPTION> ", that text, "\n    throw at " and the site's short form at
+/// ERROR, if that is loggable.
+[[noreturn]] void raiseAssertion(Site site, std::string_view condition);
+
+/// Logs "<<< EXCEPTION >>> ", the text, "\n    catch at " and the site's short form at ERROR, if loggable.
+void reportCaught(Site site, char const * what) noexcept;
+
+/// Writes one record if `level` is loggable under `tag`: `print` is given a stream, and a line feed is added.
+template <class Print>
+void log(tav_istr tag, tavLogger::LogLevel level, Site site, Print && print) {
+    if (!tavLogger::isLoggable(tag, level)) {
+        return;
+    }
+    std::ostringstream out;
+    print(static_cast<std::ostream &>(out));
+    out << '\n';
+    std::string const text = out.str();
+    tavLogger::writeLog(tag, level, tav_istr(text), site.file, static_cast<int>(site.line), site.func);
+}
+
+} // namespace detail
+} // namespace tav
+
+#endif

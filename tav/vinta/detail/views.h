@@ -1,0 +1,20 @@
+#ifndef TAV_VINTA_DETAIL_VIEWS_H
+#define TAV_VINTA_DETAIL_VIEWS_H
+
+#include "tav/vinta/vinta_basetypes_text.h"
+
+#include <string_view>
+
+/// Views in the standard's form.  Internal.
+namespace tav {
+namespace detail {
+
+/// The bytes of a view; none if its pointer is null, whatever its count says.
+inline std::string_view bytesOf(tav_istr v) noexcept {
+    return v.empty() ? std::string_view() : std::string_view(v.data(), v.size());
+}
+
+} // namespace detail
+} // namespace tav
+
+#endif

@@ -1,0 +1,18 @@
+#ifndef TAV_VINTA_H
+#define TAV_VINTA_H
+
+/// The whole exported interface of the library.
+
+#include "tav/vinta/vinta_api.h"
+#include "tav/vinta/vinta_basetypes.h"
+#include "tav/vinta/vinta_im_pkt.h"
+#include "tav/vinta/vinta_locks.h"
+#include "tav/vinta/vinta_log.h"
+#include "tav/vinta/vinta_mt_thread.h"
+#include "tav/vinta/vinta_nbr_compactreader.h"
+#include "tav/vinta/vinta_nbr_unit.h"
+#include "tav/vinta/vinta_object.h"
+#include "tav/vinta/vinta_pml_unit.h"
+#include "tav/vinta/vinta_tls_client.h"
+
+#endif

@@ -1,0 +1,7 @@
+// Must not compile: ioField: the class of a tavSharedPtr must be a default constructible tavCodecInterface
+#include "tav/vinta/vinta_object.h"
+
+void walk(tavCodecStream & s) {
+    tavSharedPtr<tavMessage> value;
+    ioField(s, 1, "value", value);
+}

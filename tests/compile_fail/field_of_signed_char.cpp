@@ -1,0 +1,7 @@
+// Must not compile: ioField: no stream carries a value of this type
+#include "tav/vinta/vinta_object.h"
+
+void walk(tavCodecStream & s) {
+    signed char value;
+    ioField(s, 1, "value", value);
+}

@@ -1,0 +1,392 @@
+#include "tav/vinta/vinta_log.h"
+
+#include "support/shape.h"
+#include "tav/vinta/vinta_basetypes_failures.h"
+#include "tav/vinta/vinta_basetypes_time.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string const rule(78, '=');
+
+std::string content(std::string const & path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::vector<std::string> lines(std::string const & text) {
+    std::vector<std::string> out;
+    std::size_t first = 0;
+    for (std::size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n', first)) {
+        out.push_back(text.substr(first, end - first));
+        first = end + 1;
+    }
+    out.push_back(text.substr(first));
+    return out;
+}
+
+void write(std::string const & text) {
+    tavLogger::writeLog("t", tavLogger::INFO, tav_istr(text), "f", 1, "g");
+}
+
+/// How long a line is with a text of no bytes.
+std::size_t frame() {
+    static std::string got;
+    tavLogger::setCallback([](int, char const * text) { got = text; });
+    write("");
+    tavLogger::setCallback(nullptr);
+    return got.size();
+}
+
+class LogFile : public testing::Test {
+protected:
+    void SetUp() override {
+        tavLogger::finalize();
+        std::string pattern = testing::TempDir() + "tav_log_XXXXXX";
+        ASSERT_NE(nullptr, ::mkdtemp(&pattern[0]));
+        folder_ = pattern;
+        path_ = folder_ + "/app.log";
+    }
+    void TearDown() override {
+        tavLogger::finalize();
+        fs::remove_all(folder_);
+    }
+
+    /// Opens the log, and closes its thread again, so that records go out on this thread.
+    void open(int maxSize, tavLogger::Callback callback = nullptr) const { open(path_, maxSize, callback); }
+
+    static void open(std::string const & path, int maxSize, tavLogger::Callback callback = nullptr) {
+        tavLogger::open(tav_istr(path), "app", "(clear(NONE))", callback, "1.2", maxSize, false,
+                        tavLogger::WARN);
+        tavLogger::close();
+    }
+
+    std::string folder_;
+    std::string path_;
+};
+
+} // namespace
+
+TEST_F(LogFile, BannerIsTheFirstRecordAndHasNineLines) {
+    open(123456);
+    std::vector<std::string> const banner = lines(content(path_));
+    ASSERT_EQ(10u, banner.size());
+    EXPECT_EQ("", banner[0]);
+    EXPECT_EQ(rule, banner[1]);
+    EXPECT_EQ("app version 1.2", banner[2]);
+    EXPECT_EQ("TAV(Tandem Application Vehicle) " + tav::version_t::str() + "(release)", banner[3]);
+    EXPECT_FALSE(banner[4].empty());
+    EXPECT_TRUE(tav_test::hasShape(banner[5], "Compiled on: @@@ ## #### ##:##:##") ||
+                tav_test::hasShape(banner[5], "Compiled on: @@@  # #### ##:##:##"))
+        << banner[5];
+    EXPECT_TRUE(tav_test::hasShape(banner[6], "Log started: " + tav_test::timeShape())) << banner[6];
+    EXPECT_EQ("Log file max size: 123456", banner[7]);
+    EXPECT_EQ(rule, banner[8]);
+    EXPECT_EQ("", banner[9]);
+}
+
+TEST_F(LogFile, BannerIsARecordAtInfoWithoutALineFormat) {
+    static std::vector<std::pair<int, std::string>> got;
+    got.clear();
+    tavLogger::setCallback([](int level, char const * text) { got.emplace_back(level, text); });
+    open(1000000);
+    ASSERT_EQ(1u, got.size());
+    EXPECT_EQ(tavLogger::INFO, got[0].first);
+    EXPECT_EQ(content(path_), got[0].second);
+}
+
+TEST_F(LogFile, BannerIsPostedAheadOfTheNewCallback) {
+    static int former = 0;
+    static int fresh = 0;
+    former = fresh = 0;
+    tavLogger::setCallback([](int, char const *) { ++former; });
+    open(1000000, [](int, char const *) { ++fresh; });
+    EXPECT_EQ(1, former);
+    EXPECT_EQ(0, fresh);
+    write("x\n");
+    EXPECT_EQ(1, former);
+    EXPECT_EQ(1, fresh);
+}
+
+TEST_F(LogFile, RecordsAreAppendedAsTheyAre) {
+    open(1000000);
+    std::string const banner = content(path_);
+    std::size_t const size = frame();
+    std::string const before = content(path_);
+    write("one\n");
+    write("two");
+    write("three\n");
+    std::string const got = content(path_).substr(before.size());
+    EXPECT_EQ(banner, before.substr(0, banner.size()));
+    EXPECT_EQ(3 * size + 4 + 3 + 6, got.size());
+    EXPECT_EQ(" one\n", got.substr(size - 1, 5));
+    EXPECT_EQ(" two", got.substr(2 * size + 4 - 1, 4));
+    EXPECT_EQ(" three\n", got.substr(got.size() - 7));
+}
+
+TEST_F(LogFile, TextWithNulIsWrittenWhole) {
+    open(1000000);
+    std::string const before = content(path_);
+    write(std::string("a\0b\n", 4));
+    std::string const got = content(path_).substr(before.size());
+    EXPECT_EQ(std::string(" a\0b\n", 5), got.substr(got.size() - 5));
+}
+
+TEST_F(LogFile, RecordThatJustFillsTheFileDoesNotMoveIt) {
+    std::size_t const size = frame();
+    open(20000);
+    write(std::string(20000 - content(path_).size() - size, 'x'));
+    EXPECT_EQ(20000u, content(path_).size());
+    EXPECT_FALSE(fs::exists(path_ + ".bak"));
+    testing::internal::CaptureStdout();
+    write("");
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(20000u, content(path_ + ".bak").size());
+}
+
+TEST_F(LogFile, RecordOneByteTooLongMovesTheFile) {
+    std::size_t const size = frame();
+    { std::ofstream(path_) << std::string(5000, 'o'); }
+    tavLogger::finalize();
+    open(20000);
+    std::string const former = content(path_);
+    std::size_t const room = 20000 - former.size() - size;
+    testing::internal::CaptureStdout();
+    write(std::string(room + 1, 'x'));
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(former, content(path_ + ".bak"));
+    std::string const got = content(path_);
+    std::string const banner = former.substr(5000);
+    EXPECT_EQ(banner + "\n", got.substr(0, banner.size() + 1));
+    EXPECT_EQ(banner.size() + 1 + size + room + 1, got.size());
+    EXPECT_EQ(std::string(room + 1, 'x'), got.substr(got.size() - room - 1));
+}
+
+TEST_F(LogFile, SizeOfAnExistingFileCounts) {
+    { std::ofstream(path_) << std::string(5000, 'o'); }
+    testing::internal::CaptureStdout();
+    open(5001);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(std::string(5000, 'o'), content(path_ + ".bak"));
+    EXPECT_EQ("\n" + rule, content(path_).substr(0, 79));
+}
+
+TEST_F(LogFile, LimitOfZeroMovesTheFileForEveryRecord) {
+    testing::internal::CaptureStdout();
+    open(0);
+    std::string const first = content(path_);
+    ASSERT_EQ(1u, first.size() % 2);
+    std::string const banner = first.substr(0, first.size() / 2);
+    EXPECT_EQ(banner + "\n" + banner, first);
+    EXPECT_TRUE(fs::exists(path_ + ".bak"));
+    EXPECT_EQ("", content(path_ + ".bak"));
+    write("one\n");
+    EXPECT_EQ(first, content(path_ + ".bak"));
+    std::string const second = content(path_);
+    EXPECT_EQ(banner + "\n", second.substr(0, banner.size() + 1));
+    write("two\n");
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(second, content(path_ + ".bak"));
+    EXPECT_EQ(std::string::npos, content(path_).find("one"));
+    EXPECT_NE(std::string::npos, content(path_).find("two"));
+}
+
+TEST_F(LogFile, NegativeLimitMovesTheFileForEveryRecord) {
+    testing::internal::CaptureStdout();
+    open(-1);
+    testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(fs::exists(path_ + ".bak"));
+}
+
+TEST_F(LogFile, MoveIsReportedOnTheDebugger) {
+    testing::internal::CaptureStdout();
+    open(0);
+    std::string const out = testing::internal::GetCapturedStdout();
+    std::string const expected = " --- logfile " + path_ + " moved to " + path_ + ".bak\n";
+    ASSERT_LT(expected.size(), out.size());
+    EXPECT_EQ(expected, out.substr(out.size() - expected.size()));
+    EXPECT_EQ(1, std::count(out.begin(), out.end(), '\n'));
+}
+
+TEST_F(LogFile, FileThatCannotBeSetAsideGoesOn) {
+    open(1000000);
+    fs::create_directories(path_ + ".bak/full");
+    tavLogger::finalize();
+    std::string const before = content(path_);
+    testing::internal::CaptureStdout();
+    open(10);
+    std::string const middle = content(path_);
+    write("still here\n");
+    EXPECT_EQ("", testing::internal::GetCapturedStdout());
+    std::string const got = content(path_);
+    EXPECT_EQ(before, middle.substr(0, before.size()));
+    EXPECT_EQ(middle, got.substr(0, middle.size()));
+    EXPECT_EQ(" still here\n", got.substr(got.size() - 12));
+    EXPECT_EQ(1u, lines(got.substr(middle.size())).size() - 1);
+}
+
+TEST_F(LogFile, NoPathMeansNoFile) {
+    static int calls = 0;
+    calls = 0;
+    open("", 0, [](int, char const *) { ++calls; });
+    write("x\n");
+    EXPECT_EQ(1, calls);
+    EXPECT_TRUE(fs::is_empty(folder_));
+}
+
+TEST_F(LogFile, FileThatCannotBeOpenedDropsItsRecordsSilently) {
+    static int calls = 0;
+    calls = 0;
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    open(folder_ + "/none/app.log", 1000, [](int, char const *) { ++calls; });
+    write("x\n");
+    open(folder_, 1000, [](int, char const *) { ++calls; });
+    write("x\n");
+    EXPECT_EQ("", testing::internal::GetCapturedStdout());
+    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    // The second banner goes to the first callback.
+    EXPECT_EQ(3, calls);
+    EXPECT_TRUE(fs::is_empty(folder_));
+}
+
+TEST_F(LogFile, BytesOfThePathReachTheFileSystemUnchanged) {
+    for (char const * name : {"/\xc3\xa4\xe4\xbd\xa0.log", "/\xf0\x9f\x98\x80.log", "/\xff\xfe\x80.log"}) {
+        std::string const path = folder_ + name;
+        testing::internal::CaptureStdout();
+        open(path, 0);
+        testing::internal::GetCapturedStdout();
+        EXPECT_TRUE(fs::exists(path));
+        EXPECT_TRUE(fs::exists(path + ".bak"));
+        tavLogger::finalize();
+    }
+}
+
+TEST_F(LogFile, PathEndsAtItsFirstNul) {
+    testing::internal::CaptureStdout();
+    open(path_ + std::string("\0rest", 5), 0);
+    testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(fs::exists(path_));
+    EXPECT_TRUE(fs::exists(path_ + ".bak"));
+}
+
+TEST_F(LogFile, FileMayBeRemovedOrMovedBetweenRecords) {
+    open(1000000);
+    fs::remove(path_);
+    write("one\n");
+    EXPECT_EQ(1u, lines(content(path_)).size() - 1);
+    fs::rename(path_, folder_ + "/other");
+    write("two\n");
+    EXPECT_NE(std::string::npos, content(folder_ + "/other").find("one"));
+    EXPECT_EQ(std::string::npos, content(path_).find("one"));
+    EXPECT_NE(std::string::npos, content(path_).find("two"));
+}
+
+TEST_F(LogFile, NoDescriptorStaysOpen) {
+    open(1000000);
+    auto const count = [] {
+        return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    };
+    auto const before = count();
+    for (int i = 0; i < 10; ++i) {
+        write("x\n");
+    }
+    EXPECT_EQ(before, count());
+}
+
+TEST_F(LogFile, TextAndBannerAreInTheFileWhenTheCallbackGetsTheRecord) {
+    static std::string path;
+    static std::string seen;
+    path = path_;
+    testing::internal::CaptureStdout();
+    open(0);
+    tavLogger::setCallback([](int, char const *) { seen = content(path); });
+    write("now\n");
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ("\n" + rule, seen.substr(0, 79));
+    EXPECT_EQ(" now\n", seen.substr(seen.size() - 5));
+}
+
+TEST_F(LogFile, SecondOpenPutsItsBannerInTheNewFileOnce) {
+    open(1000000);
+    std::string const former = content(path_);
+    std::string const path = folder_ + "/second.log";
+    tavLogger::open(tav_istr(path), "other", "(clear(NONE))", nullptr, "3", 1000000, false, tavLogger::WARN);
+    tavLogger::open(tav_istr(path + "2"), "third", "(clear(NONE))", nullptr, "3", 1000000, false,
+                    tavLogger::WARN);
+    tavLogger::close();
+    EXPECT_EQ(former, content(path_));
+    EXPECT_EQ(10u, lines(content(path)).size());
+    EXPECT_NE(std::string::npos, content(path).find("other version 3\n"));
+    EXPECT_EQ(10u, lines(content(path + "2")).size());
+    EXPECT_NE(std::string::npos, content(path + "2").find("third version 3\n"));
+}
+
+TEST_F(LogFile, SetupLeavesTheFile) {
+    open(1000000);
+    tavLogger::setup("(clear(NONE))", nullptr, true, tavLogger::WARN);
+    std::string const before = content(path_);
+    write("x\n");
+    EXPECT_LT(before.size(), content(path_).size());
+}
+
+TEST_F(LogFile, CFunctionSetupWritesTheStateAtOut) {
+    static int calls = 0;
+    calls = 0;
+    open(1000000, [](int, char const *) { ++calls; });
+    std::string const before = content(path_);
+    tav_log_setup("(default(WARN)net(DEBUG))");
+    std::string const got = content(path_).substr(before.size());
+    EXPECT_EQ(0, calls);
+    std::size_t const place = got.find("[OUT]{main}[TAV]tav_log_setup(vinta_log.cpp:");
+    ASSERT_NE(std::string::npos, place) << got;
+    std::string const tail = ") (default(WARN)net(DEBUG)__console(1)__vip(5))\n";
+    EXPECT_EQ(tail, got.substr(got.size() - tail.size()));
+}
+
+TEST_F(LogFile, CFunctionSetupTakesNullForNoLevels) {
+    tavLogger::setup("(net(DEBUG))", nullptr, false, tavLogger::OUT);
+    tav_log_setup(nullptr);
+    EXPECT_EQ("(default(INFO)net(DEBUG)__console(1)__vip(5))", std::string(tav_istr(tavLogger::str())));
+}
+
+TEST_F(LogFile, CFunctionSetupWritesNothingWhereOutIsNotLoggable) {
+    open(1000000);
+    std::string const before = content(path_);
+    tav_log_setup("(TAV(NONE))");
+    EXPECT_EQ(before, content(path_));
+    EXPECT_EQ("(default(NONE)TAV(NONE)__console(1)__vip(5))", std::string(tav_istr(tavLogger::str())));
+    tav_log_setup("(TAV(OUT))");
+    EXPECT_LT(before.size(), content(path_).size());
+}
+
+TEST_F(LogFile, PipeIsWrittenToAndNeverSetAside) {
+    ASSERT_EQ(0, ::mkfifo(path_.c_str(), 0600));
+    int const reader = ::open(path_.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_LE(0, reader);
+    open(0);
+    write("hello\n");
+    char buffer[4096];
+    ssize_t const got = ::read(reader, buffer, sizeof buffer);
+    ASSERT_LT(7, got);
+    EXPECT_EQ(" hello\n",
+              std::string(buffer, static_cast<std::size_t>(got)).substr(static_cast<std::size_t>(got) - 7));
+    EXPECT_TRUE(fs::is_fifo(path_));
+    EXPECT_FALSE(fs::exists(path_ + ".bak"));
+    tavLogger::finalize();
+    ::close(reader);
+}
