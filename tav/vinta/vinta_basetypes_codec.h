@@ -410,6 +410,7 @@ private:
     friend struct tav::detail::FieldAccess;
 
     bool empty_ = true;
+    tavBytes * nbr_ = nullptr;
 };
 
 namespace tav {
@@ -450,6 +451,11 @@ namespace detail {
 /// What the walk over fields may touch and others may not.
 struct FieldAccess {
     static void markFilled(tavCodecStream & s) { s.empty_ = false; }
+
+    /// The buffer that a stream of the NBR encoding appends to and nothing else: a plain field may be written
+    /// there by its bytes, past the virtual operations.  Null for every other stream.
+    static tavBytes * nbrBuffer(tavCodecStream & s) { return s.nbr_; }
+    static void setNbrBuffer(tavCodecStream & s, tavBytes * buffer) { s.nbr_ = buffer; }
 
     /// Makes `s` as new, for a stream that serves one field after another.
     static void markEmpty(tavCodecStream & s) { s.empty_ = true; }

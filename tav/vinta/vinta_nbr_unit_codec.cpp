@@ -2,10 +2,10 @@
 
 #include "tav/vinta/detail/nbr_document.h"
 #include "tav/vinta/vinta_nbr_write.h"
-#include "tav/vinta/vinta_object.h"
 
 #include <memory>
 #include <ostream>
+#include <typeinfo>
 #include <vector>
 
 #if defined(__has_feature)
@@ -112,15 +112,8 @@ private:
 };
 
 /// Makes a stream as new: no walk has met a field through it.
-[[gnu::noinline]] void makeUntouched(tavCodecStream & stream) {
-    static tavNullStream const & untouched = *new tavNullStream;
-    stream = untouched;
-}
-
 inline void renew(tavCodecStream & stream) {
-    if (!stream.isEmpty()) {
-        makeUntouched(stream);
-    }
+    tav::detail::FieldAccess::markEmpty(stream);
 }
 
 constexpr unsigned keptStreams = 64;
@@ -139,7 +132,7 @@ public:
         OutFamily * const family = Pool<OutFamily>::take();
         family->target_ = target != nullptr ? target : &family->buffer;
         for (unsigned i = 0; i < family->streams_.size(); ++i) {
-            family->streams_[i].impl_ = family->target_;
+            family->aim(family->streams_[i]);
         }
         return family;
     }
@@ -178,10 +171,16 @@ private:
     tavNbrOutStream & at(unsigned depth) {
         while (depth >= streams_.size()) {
             std::unique_ptr<tavNbrOutStream> stream(new tavNbrOutStream(*this, streams_.size()));
-            stream->impl_ = target_;
+            aim(*stream);
             streams_.add(std::move(stream));
         }
         return streams_[depth];
+    }
+
+    /// Child streams are of this class exactly, so that the walk may write past their virtual operations.
+    void aim(tavNbrOutStream & stream) {
+        stream.impl_ = target_;
+        tav::detail::FieldAccess::setNbrBuffer(stream, target_);
     }
 
     tavNbrOutStreamImpl * target_ = nullptr;
@@ -377,6 +376,10 @@ bool tavNbrOutStream::isMapEntryCombined() const {
 void tavNbrOutStream::getInputChildMap(std::map<tavString, tavSharedPtr<tavCodecStream>> &) {}
 
 void tavNbrOutStream::enter(tav_istr, tav_istr) {
+    // A class that is derived from this one may have overridden what the walk would pass by.
+    if (depth_ == root && typeid(*this) == typeid(tavNbrOutStream)) {
+        tav::detail::FieldAccess::setNbrBuffer(*this, impl_);
+    }
     tav::nbr::detail::writeMarker(*impl_, '(');
 }
 

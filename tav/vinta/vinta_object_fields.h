@@ -3,6 +3,7 @@
 
 #include "tav/vinta/vinta_api.h"
 #include "tav/vinta/vinta_basetypes_codec.h"
+#include "tav/vinta/vinta_nbr_write.h"
 
 #include <charconv>
 #include <cstddef>
@@ -253,6 +254,16 @@ private:
     static constexpr bool isBits = std::is_same<typename C::reference, std::vector<bool>::reference>::value;
 
     static void write(tavCodecStream & s, C & v, tavCodecMeta const & meta) {
+        if constexpr (isSimpleField<Element> && !isBits) {
+            if (tavBytes * const nbr = FieldAccess::nbrBuffer(s)) {
+                tav::nbr::detail::writeMarker(*nbr, '(');
+                for (Element const & element : v) {
+                    tav::nbr::detail::writeMember(*nbr, 0, element);
+                }
+                tav::nbr::detail::writeMarker(*nbr, ')');
+                return;
+            }
+        }
         s.enter(tav_istr(), tav_istr());
         s.makeArrayValue();
         for (auto && element : v) {
@@ -567,6 +578,15 @@ void ioField(tavCodecStream & s, int id, tav_istr name, T & value,
                   "ioField: the elements of a container must be default constructible and movable");
     static_assert(fault != FieldFault::mapKey, "ioField: the keys of a map are text, integers or tavEnum<E>");
     if constexpr (fault == FieldFault::none) {
+        if constexpr (tav::detail::isSimpleField<T>) {
+            if (tavBytes * const nbr = tav::detail::FieldAccess::nbrBuffer(s)) {
+                if (!tav::detail::isLeftOut(s, value, meta)) {
+                    tav::detail::FieldAccess::markFilled(s);
+                    tav::nbr::detail::writeMember(*nbr, static_cast<unsigned char>(id), value);
+                }
+                return;
+            }
+        }
         s.on_each_field_meta(id, name, tav::detail::FieldValues<T>::get(), meta);
         if (tav::detail::isLeftOut(s, value, meta)) {
             return;
