@@ -10,7 +10,9 @@ std::atomic<unsigned long long> count{0};
 
 } // namespace
 
-unsigned long long allocations() { return count.load(std::memory_order_relaxed); }
+unsigned long long allocations() {
+    return count.load(std::memory_order_relaxed);
+}
 
 void * operator new(std::size_t size) {
     count.fetch_add(1, std::memory_order_relaxed);
@@ -20,5 +22,9 @@ void * operator new(std::size_t size) {
     throw std::bad_alloc();
 }
 
-void operator delete(void * p) noexcept { std::free(p); }
-void operator delete(void * p, std::size_t) noexcept { std::free(p); }
+void operator delete(void * p) noexcept {
+    std::free(p);
+}
+void operator delete(void * p, std::size_t) noexcept {
+    std::free(p);
+}

@@ -171,8 +171,9 @@ void logEnabled(benchmark::State & state) {
     CountAllocations const count(state);
     for (auto _ : state) {
         if (tavLogger::isLoggable(tav_istr("TLS.CLT", 7), tavLogger::INFO)) {
-            tavLogger::writeLog("TLS.CLT", tavLogger::INFO, "a line of the usual length, some sixty bytes of it\n",
-                                __FILE__, __LINE__, "bench::logEnabled");
+            tavLogger::writeLog("TLS.CLT", tavLogger::INFO,
+                                "a line of the usual length, some sixty bytes of it\n", __FILE__, __LINE__,
+                                "bench::logEnabled");
         }
     }
     tavLogger::setup("(clear(INFO))", nullptr, false, tavLogger::WARN);

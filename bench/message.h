@@ -5,8 +5,8 @@
 
 #include <vector>
 
-/// The message that the benchmarks send about: twelve fields, of which three short texts, one of 90 bytes, numbers, a
-/// list of three texts, an object of three fields and 32 bytes.
+/// The message that the benchmarks send about: twelve fields, of which three short texts, one of 90 bytes,
+/// numbers, a list of three texts, an object of three fields and 32 bytes.
 namespace tav_bench_own {
 
 struct Place : tavObject {

@@ -24,7 +24,8 @@ using Stream = asio::ssl::stream<tcp::socket>;
 class Echo {
 public:
     explicit Echo(tav::gateway::Certificates const & certificates)
-        : tls_(asio::ssl::context::tlsv12_server), acceptor_(io_, tcp::endpoint(asio::ip::address_v4::loopback(), 0)) {
+        : tls_(asio::ssl::context::tlsv12_server),
+          acceptor_(io_, tcp::endpoint(asio::ip::address_v4::loopback(), 0)) {
         tls_.use_certificate_chain(asio::buffer(certificates.chain));
         tls_.use_private_key(asio::buffer(certificates.key), asio::ssl::context::pem);
         accept();
@@ -42,19 +43,21 @@ private:
 
         void start() {
             stream.lowest_layer().set_option(tcp::no_delay(true));
-            stream.async_handshake(asio::ssl::stream_base::server, [self = shared_from_this()](std::error_code e) {
-                if (!e) {
-                    self->head();
-                }
-            });
+            stream.async_handshake(asio::ssl::stream_base::server,
+                                   [self = shared_from_this()](std::error_code e) {
+                                       if (!e) {
+                                           self->head();
+                                       }
+                                   });
         }
         void head() {
             frame.resize(4);
-            asio::async_read(stream, asio::buffer(frame), [self = shared_from_this()](std::error_code e, std::size_t) {
-                if (!e) {
-                    self->body();
-                }
-            });
+            asio::async_read(stream, asio::buffer(frame),
+                             [self = shared_from_this()](std::error_code e, std::size_t) {
+                                 if (!e) {
+                                     self->body();
+                                 }
+                             });
         }
         void body() {
             std::size_t size = 0;
@@ -117,7 +120,8 @@ std::string requestFrame() {
 /// A request and its reply by the library: an object goes out, its echo comes back as an object.
 void requestReplyOwn(benchmark::State & state) {
     Echo const echo(certificates());
-    std::string const ca = std::filesystem::temp_directory_path() / ("tav-bench-ca-" + std::to_string(::getpid()));
+    std::string const ca =
+        std::filesystem::temp_directory_path() / ("tav-bench-ca-" + std::to_string(::getpid()));
     std::ofstream(ca) << certificates().ca;
     tavLogger::setup("(clear(NONE))", nullptr, false, tavLogger::WARN);
     {

@@ -10,9 +10,10 @@
 #include <string>
 #include <vector>
 
-// Two clients, ann and bob, talk through a development gateway: a message with fields of every shape, replies,
-// pushes that want a receipt, a connection that breaks and comes back.  The gateway passes codes from 0x3000 to
-// 0x3fff on to the other clients, answers each with its code + 1, pushes on 0x7001 and hangs up on 0x7005.
+// Two clients, ann and bob, talk through a development gateway: a message with fields of every shape,
+// replies, pushes that want a receipt, a connection that breaks and comes back.  The gateway passes codes
+// from 0x3000 to 0x3fff on to the other clients, answers each with its code + 1, pushes on 0x7001 and hangs
+// up on 0x7005.
 
 namespace {
 
@@ -187,11 +188,12 @@ void talk(char ** argv, Talk & talk, Events & events) {
     // bob hears what is said through a callback for its type, and pushes through the one for all the rest.
     bob.register_message(0x3001, [] { return new Say; });
     bob.on_msg(0x3001, obj_function([&](unsigned long long sno, tavMessage const & msg) {
-        auto const * say = dynamic_cast<Say const *>(&msg);
-        talk.step("bob hears #" + std::to_string(sno) + " " + std::string(say ? say->text.data() : "?"),
-                  say && (same(*say, hello) || say->text == "I am back"));
-        events.happened("bob heard");
-    }));
+                   auto const * say = dynamic_cast<Say const *>(&msg);
+                   talk.step("bob hears #" + std::to_string(sno) + " " +
+                                 std::string(say ? say->text.data() : "?"),
+                             say && (same(*say, hello) || say->text == "I am back"));
+                   events.happened("bob heard");
+               }));
     connect_option bobs = optionFor(argv, "bob", events);
     bob.register_message(0x7003, [] { return new Pushed; });
     bobs.set_ptr_msg_callback([&](unsigned long long, tavSharedPtr<tavMessage> msg) {

@@ -111,7 +111,8 @@ std::string pem(X509 * certificate) {
 
 std::string pem(EVP_PKEY * key) {
     Bio const bio(BIO_new(BIO_s_mem()));
-    require(bio && PEM_write_bio_PrivateKey(bio.get(), key, nullptr, nullptr, 0, nullptr, nullptr) > 0, "key text");
+    require(bio && PEM_write_bio_PrivateKey(bio.get(), key, nullptr, nullptr, 0, nullptr, nullptr) > 0,
+            "key text");
     return text(bio.get());
 }
 
@@ -143,9 +144,15 @@ Certificates makeCertificates() {
     return Certificates{pem(ca.get()), pem(server.get()) + pem(ca.get()), pem(key.get())};
 }
 
-std::string caFile(std::string const & folder) { return folder + "/ca.pem"; }
-std::string chainFile(std::string const & folder) { return folder + "/server.pem"; }
-std::string keyFile(std::string const & folder) { return folder + "/server.key"; }
+std::string caFile(std::string const & folder) {
+    return folder + "/ca.pem";
+}
+std::string chainFile(std::string const & folder) {
+    return folder + "/server.pem";
+}
+std::string keyFile(std::string const & folder) {
+    return folder + "/server.key";
+}
 
 void ensureCertificates(std::string const & folder) {
     namespace fs = std::filesystem;
@@ -160,7 +167,8 @@ void ensureCertificates(std::string const & folder) {
     if (present > 0) {
         for (std::string const & file : files) {
             if (!fs::exists(file)) {
-                throw std::runtime_error("certificate folder " + folder + " is incomplete: " + file + " is missing");
+                throw std::runtime_error("certificate folder " + folder + " is incomplete: " + file +
+                                         " is missing");
             }
         }
     }

@@ -14,8 +14,8 @@ struct Certificates {
     std::string key;
 };
 
-/// Makes a CA and a server certificate for "localhost", 127.0.0.1 and ::1 (RSA 2048, valid from an hour ago for
-/// ten years).  Throws std::runtime_error with the TLS library's words.
+/// Makes a CA and a server certificate for "localhost", 127.0.0.1 and ::1 (RSA 2048, valid from an hour ago
+/// for ten years).  Throws std::runtime_error with the TLS library's words.
 Certificates makeCertificates();
 
 /// The file names inside a certificate folder.
@@ -23,9 +23,9 @@ std::string caFile(std::string const & folder);
 std::string chainFile(std::string const & folder);
 std::string keyFile(std::string const & folder);
 
-/// Makes sure that `folder` holds certificates: makes the folder and all three files if none of them is there.
-/// Throws std::runtime_error that names the file when some are missing or one can't be read or written.  The
-/// key's file is readable by its owner only.
+/// Makes sure that `folder` holds certificates: makes the folder and all three files if none of them is
+/// there. Throws std::runtime_error that names the file when some are missing or one can't be read or
+/// written.  The key's file is readable by its owner only.
 void ensureCertificates(std::string const & folder);
 
 } // namespace gateway

@@ -67,7 +67,8 @@ public:
             tls_.use_certificate_chain(asio::buffer(certificates.chain));
             tls_.use_private_key(asio::buffer(certificates.key), asio::ssl::context::pem);
         } catch (std::exception const & e) {
-            throw std::runtime_error(std::string("the server's certificate or key can't be used: ") + e.what());
+            throw std::runtime_error(std::string("the server's certificate or key can't be used: ") +
+                                     e.what());
         }
     }
     ~Server() { stop(); }
@@ -173,10 +174,9 @@ private:
             }
             std::error_code ignored;
             stream_.lowest_layer().set_option(tcp::no_delay(true), ignored);
-            stream_.async_handshake(asio::ssl::stream_base::server,
-                                    [self = shared_from_this()](std::error_code const & error) {
-                                        self->onHandshake(error);
-                                    });
+            stream_.async_handshake(
+                asio::ssl::stream_base::server,
+                [self = shared_from_this()](std::error_code const & error) { self->onHandshake(error); });
         }
 
         void write(std::string bytes) {
@@ -195,12 +195,14 @@ private:
                 write(std::move(bytes));
                 return;
             }
-            auto const timer = std::make_shared<asio::steady_timer>(server_.io_, std::chrono::milliseconds(delay));
-            timer->async_wait([self = shared_from_this(), timer, held = std::move(bytes)](std::error_code const & e) {
-                if (!e) {
-                    self->write(held);
-                }
-            });
+            auto const timer =
+                std::make_shared<asio::steady_timer>(server_.io_, std::chrono::milliseconds(delay));
+            timer->async_wait(
+                [self = shared_from_this(), timer, held = std::move(bytes)](std::error_code const & e) {
+                    if (!e) {
+                        self->write(held);
+                    }
+                });
         }
 
         /// Closes once everything queued has gone out.
@@ -405,7 +407,8 @@ private:
             if (!error) {
                 unsigned const id = ++last_id_;
                 bool const misbehaves = options_.fault_connections == 0 || id <= options_.fault_connections;
-                auto const connection = std::make_shared<Connection>(*this, std::move(socket), id, misbehaves);
+                auto const connection =
+                    std::make_shared<Connection>(*this, std::move(socket), id, misbehaves);
                 connections_[id] = connection;
                 set([](Stats & s) { ++s.connections; });
                 connection->start();
@@ -428,8 +431,8 @@ private:
         }
     }
 
-    void pushTo(ConnectionPtr const & to, unsigned short code, unsigned long long sno, tav_istr body, bool ask,
-                unsigned short version) {
+    void pushTo(ConnectionPtr const & to, unsigned short code, unsigned long long sno, tav_istr body,
+                bool ask, unsigned short version) {
         if (!to->open()) {
             return;
         }
@@ -467,7 +470,8 @@ private:
         if (code >= options_.route_first && code <= options_.route_last) {
             for (auto const & to : copyOfConnections()) {
                 if (to != from) {
-                    pushTo(to, code, packet->sequence(), tav_istr(body), options_.ask_affirm, packet->version());
+                    pushTo(to, code, packet->sequence(), tav_istr(body), options_.ask_affirm,
+                           packet->version());
                 }
             }
         }
@@ -518,23 +522,37 @@ Gateway::Gateway(Options const & options, Certificates const & certificates)
 
 Gateway::~Gateway() = default;
 
-void Gateway::start() { server_->start(); }
+void Gateway::start() {
+    server_->start();
+}
 
-void Gateway::stop() { server_->stop(); }
+void Gateway::stop() {
+    server_->stop();
+}
 
-unsigned short Gateway::port() const { return server_->port(); }
+unsigned short Gateway::port() const {
+    return server_->port();
+}
 
 void Gateway::push(unsigned short code, std::string const & body, bool ask_affirm, unsigned short version) {
     server_->push(code, body, ask_affirm, version);
 }
 
-void Gateway::sendRaw(std::string const & bytes) { server_->sendRaw(bytes); }
+void Gateway::sendRaw(std::string const & bytes) {
+    server_->sendRaw(bytes);
+}
 
-void Gateway::drop(bool reset) { server_->drop(reset); }
+void Gateway::drop(bool reset) {
+    server_->drop(reset);
+}
 
-void Gateway::setFaults(Faults const & faults) { server_->setFaults(faults); }
+void Gateway::setFaults(Faults const & faults) {
+    server_->setFaults(faults);
+}
 
-Stats Gateway::stats() const { return server_->stats(); }
+Stats Gateway::stats() const {
+    return server_->stats();
+}
 
 bool Gateway::wait(std::function<bool(Stats const &)> const & done, int ms) const {
     return server_->wait(done, ms);

@@ -68,8 +68,8 @@ struct Stats {
     unsigned last_code = 0; ///< of the last packet received
 };
 
-/// The gateway.  Its connections are served by one thread of its own, from `start` to `stop`.  Every operation
-/// may be called from any thread, but `stop` and the destructor not from `log`.
+/// The gateway.  Its connections are served by one thread of its own, from `start` to `stop`.  Every
+/// operation may be called from any thread, but `stop` and the destructor not from `log`.
 class Gateway {
 public:
     Gateway(Options const & options, Certificates const & certificates);

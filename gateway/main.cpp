@@ -57,7 +57,8 @@ void parseRoute(std::string const & text, Options & options) {
             end = 0;
         }
         if (end != part.size() || part.empty() || value > 0xffff) {
-            throw std::runtime_error("--route: \"" + text + "\" is not CODE or CODE-CODE, codes from 0 to 0xffff");
+            throw std::runtime_error("--route: \"" + text +
+                                     "\" is not CODE or CODE-CODE, codes from 0 to 0xffff");
         }
         return static_cast<unsigned short>(value);
     };
@@ -83,7 +84,9 @@ void run(Settings & settings) {
         parseRoute(settings.route, settings.options);
     }
     if (!settings.quiet) {
-        settings.options.log = [](std::string const & line) { std::cout << "gateway: " << line << std::endl; };
+        settings.options.log = [](std::string const & line) {
+            std::cout << "gateway: " << line << std::endl;
+        };
     }
 
     // The signals are taken by sigwait below, so every thread made from here on must leave them alone.
@@ -96,7 +99,8 @@ void run(Settings & settings) {
 
     Gateway gateway(settings.options, certificates);
     gateway.start();
-    std::cout << "gateway: listening on " << settings.options.address << " port " << gateway.port() << std::endl;
+    std::cout << "gateway: listening on " << settings.options.address << " port " << gateway.port()
+              << std::endl;
     if (!settings.portFile.empty()) {
         std::string const partial = settings.portFile + ".part";
         std::ofstream out(partial);
@@ -130,11 +134,13 @@ int main(int argc, char ** argv) {
 
     CLI::App app(rule, "tav-gateway");
     app.add_option("--address", options.address, "address to listen on")->capture_default_str();
-    app.add_option("--port", options.port, "port to listen on; 0: the system gives one")->capture_default_str();
+    app.add_option("--port", options.port, "port to listen on; 0: the system gives one")
+        ->capture_default_str();
     app.add_option("--port-file", settings.portFile, "file to write the port to");
     app.add_option("--certificates", settings.folder, "certificate folder, made at first start")
         ->capture_default_str();
-    auto * const chain = app.add_option("--chain", settings.chain, "PEM file of the server's certificate chain");
+    auto * const chain =
+        app.add_option("--chain", settings.chain, "PEM file of the server's certificate chain");
     auto * const key = app.add_option("--key", settings.key, "PEM file of the server's key");
     chain->needs(key);
     key->needs(chain);
@@ -148,8 +154,11 @@ int main(int argc, char ** argv) {
     app.add_flag("--until-eof", settings.untilEof, "stop when the standard input ends");
 
     std::string const group = "Misbehaviour, for tests (counts of frames received on a connection)";
-    app.add_option("--fault-connections", options.fault_connections, "only the first so many; 0: all")->group(group);
-    app.add_option("--delay", faults.delay_ms, "ms before each answer")->group(group)->check(CLI::NonNegativeNumber);
+    app.add_option("--fault-connections", options.fault_connections, "only the first so many; 0: all")
+        ->group(group);
+    app.add_option("--delay", faults.delay_ms, "ms before each answer")
+        ->group(group)
+        ->check(CLI::NonNegativeNumber);
     app.add_flag("--silence", faults.silence, "read and never answer")->group(group);
     app.add_flag("--no-handshake", faults.no_handshake, "accept and leave it at that")->group(group);
     app.add_option("--close-after", faults.close_after, "close after N frames")->group(group);

@@ -15,7 +15,7 @@ need_packages() {
         "${missing[@]}" >/dev/null
 }
 
-library_packages=(g++ cmake ninja-build git ca-certificates libasio-dev libssl-dev)
+library_packages=(g++ cmake ninja-build ccache git ca-certificates libasio-dev libssl-dev)
 demo_packages=("${library_packages[@]}" libcli11-dev)
-test_packages=("${demo_packages[@]}" ccache clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
+test_packages=("${demo_packages[@]}" pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
                protobuf-compiler)
