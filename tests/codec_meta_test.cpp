@@ -28,17 +28,18 @@ std::string printed(T const & v) {
 
 } // namespace
 
-void * operator new(std::size_t size) {
+// Kept out of line, so that the compiler does not take them for a mismatched pair.
+[[gnu::noinline]] void * operator new(std::size_t size) {
     ++allocations;
     if (void * const p = std::malloc(size != 0 ? size : 1)) {
         return p;
     }
     throw std::bad_alloc();
 }
-void operator delete(void * p) noexcept {
+[[gnu::noinline]] void operator delete(void * p) noexcept {
     std::free(p);
 }
-void operator delete(void * p, std::size_t) noexcept {
+[[gnu::noinline]] void operator delete(void * p, std::size_t) noexcept {
     std::free(p);
 }
 
