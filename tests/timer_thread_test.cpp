@@ -122,18 +122,18 @@ TEST(TavTimerThread, FirstIntervalCountsFromConstruction) {
     Clock::time_point const made = Clock::now();
     std::promise<bool> fired;
     TimerPtr const timer = make(
-        300,
+        1000,
         [&](bool signalled) {
             fired.set_value(signalled);
             return false;
         },
         1);
-    std::this_thread::sleep_for(std::chrono::milliseconds(320));
+    std::this_thread::sleep_for(std::chrono::milliseconds(1010)); // the interval passes before the start
     Clock::time_point const started = Clock::now();
     timer->start();
     EXPECT_FALSE(fired.get_future().get());
-    EXPECT_GE(millisSince(made), 300);
-    EXPECT_LT(millisSince(started), 280);
+    EXPECT_GE(millisSince(made), 1000);
+    EXPECT_LT(millisSince(started), 900);
     timer->close();
 }
 
