@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_nbr_unit.h"
 
 #include "tests/support/nbr_bytes.h"
+#include "tests/support/printed.h"
 
 #include <gtest/gtest.h>
 

@@ -432,6 +432,20 @@ TEST(NbrParser, CopiesShareTheValues) {
     EXPECT_EQ(3u, copy.data().size());
 }
 
+TEST(NbrParser, LookUpFollowsAnAssignment) {
+    ComplexValue many;
+    ComplexValue others;
+    for (int i = 0; i < 100; ++i) {
+        many.add(static_cast<char>(i), tavSharedPtr<ValueBase>(new SimpleValue("old", true)));
+        others.add(static_cast<char>(99 - i), tavSharedPtr<ValueBase>(new SimpleValue("new", true)));
+    }
+    EXPECT_EQ("6F 6C 64", dataOf(many.get(3)));
+    many.add(100, nullptr);
+    many = others;
+    EXPECT_EQ("6E 65 77", dataOf(many.get(3)));
+    EXPECT_EQ(many.get(3), many.data()[96].second);
+}
+
 TEST(NbrParser, ValuesOutliveTheirParent) {
     std::string const input = bytes("FF 01 28 02 FF 01 28 01 01 01 05 FF 01 29 FF 01 29");
     tav_istr view(input);

@@ -31,6 +31,9 @@ static_assert(fixed<NbrInputStream> && fixed<NbrOutputStream::Entry> && fixed<ta
                   fixed<tavNbrInStream>,
               "these are neither copied nor assigned");
 
+static_assert(std::is_nothrow_destructible<NbrOutputStream::Entry>::value,
+              "a failure to write the close marker ends the process");
+
 unsigned long countOf(NbrInputStream const & s) {
     return static_cast<unsigned long>(std::distance(s.begin(), s.end()));
 }

@@ -156,6 +156,8 @@ TEST(NbrWire, Floats) {
     EXPECT_EQ("01 01 00", written(0.0f));
     EXPECT_EQ("01 08 00 00 00 00 00 00 F8 3F", written(1.5));
     EXPECT_EQ("01 01 00", written(0.0));
+    EXPECT_EQ("01 04 00 00 80 BF", written(-1.0f));
+    EXPECT_EQ("01 08 00 00 00 00 00 00 00 80", written(-0.0));
 }
 
 TEST(NbrWire, Time) {
@@ -225,6 +227,10 @@ TEST(NbrWire, Map) {
     v.entries["k"] = 9;
     EXPECT_EQ("FF 01 28 04 FF 01 28 00 FF 01 28 01 F1 01 6B 02 01 01 09 FF 01 29 FF 01 29 FF 01 29",
               hex(v.encode(false)));
+}
+
+TEST(NbrWire, EmptyMapIsTheTwoMarkers) {
+    EXPECT_EQ("FF 01 28 04 FF 01 28 FF 01 29 FF 01 29", hex(Mapped().encode(false)));
 }
 
 TEST(NbrWire, NestedObject) {

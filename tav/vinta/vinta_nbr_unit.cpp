@@ -29,6 +29,10 @@ using tav::detail::Site;
 
 /// Reads values off bytes that may be anything.  It never leaves the bytes that it was given; a position
 /// moves backward only as a size of 2^31 and more says, and not ahead of the first byte.
+///
+/// The data of a value that leads backward are all that remain, so such values share their bytes.  When they
+/// hold together several times as much as the input, the input is used up: or whoever copies their data would
+/// need the square of its size.
 class Scanner {
 public:
     explicit Scanner(tav_istr bytes) : bytes_(bytes), size_(bytes.empty() ? 0 : bytes.size()) {}
@@ -164,8 +168,11 @@ private:
             pos_ += std::min(size, left());
             return;
         }
+        constexpr unsigned long long always = 64 * 1024;
+        shared_ += left();
         unsigned const back = 0u - size;
-        pos_ = back <= pos_ ? pos_ - back : size_;
+        bool const follows = back <= pos_ && shared_ <= 4ull * size_ + always;
+        pos_ = follows ? pos_ - back : size_;
     }
 
     /// The level is asked for once in the life of a scanner: hostile input may have a fault at every byte.
@@ -192,6 +199,8 @@ private:
     tav_istr const bytes_;
     unsigned const size_;
     unsigned pos_ = 0;
+    /// The bytes of all data that led backward.
+    unsigned long long shared_ = 0;
     Tracing tracing_ = Tracing::unknown;
 };
 

@@ -24,7 +24,8 @@
 /// (members, each a tag and a value).  A null pointer to a value stands for no value everywhere.
 ///
 /// Bytes from a peer may be anything: parsing, printing and destroying take a bounded stack whatever the
-/// depth, no byte outside the input is read, and what is cut off gives the members that were complete.
+/// depth, no byte outside the input is read, and what is cut off gives the members that were complete.  The
+/// data of all values together are a few times the input at most, even where sizes make them overlap.
 
 /// Bytes to be printed as NBR on one line.  A view: the bytes must outlive it.
 struct tav_nbr_buf {

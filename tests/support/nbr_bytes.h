@@ -34,14 +34,6 @@ inline std::string hex(tav_istr v) {
     return result;
 }
 
-/// What `v` prints.
-template <class T>
-std::string printed(T const & v) {
-    std::ostringstream out;
-    out << v;
-    return out.str();
-}
-
 } // namespace tav_test
 
 #endif
