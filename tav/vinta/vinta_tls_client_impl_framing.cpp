@@ -282,12 +282,17 @@ std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_
             info = std::make_shared<send_info>(name_, self_ptr(this), pkt->sequence(), pkt->code(), option,
                                                last_tick_ms_);
         }
-        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
+        std::shared_ptr<tavTaskQueue> idle;
+        std::unique_lock<std::mutex> guard(outgoing_mutex_);
         if (!sender_closed_) {
             outgoing_.push_back(outgoing{std::move(pkt), info});
             if (!draining_) {
                 draining_ = true;
-                put_drain();
+                idle = sender_;
+            }
+            guard.unlock();
+            if (idle) {
+                put_drain(*idle);
             }
             return info;
         }
@@ -296,9 +301,15 @@ std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_
     return info_ptr();
 }
 
-// Called with outgoing_mutex_ held.
-void session::put_drain() {
-    sender_->put([self = self_ptr(this)] { self->drain_outgoing(); });
+// Null once the session lets no more packets through.
+std::shared_ptr<tavTaskQueue> session::open_sender() {
+    std::lock_guard<std::mutex> const guard(outgoing_mutex_);
+    return sender_closed_ ? nullptr : sender_;
+}
+
+// Called without outgoing_mutex_, which is the first that the woken thread takes.
+void session::put_drain(tavTaskQueue & sender) {
+    sender.put([self = self_ptr(this)] { self->drain_outgoing(); });
 }
 
 // Sends what is there, one packet after the other; a session that is being closed leaves the rest to
@@ -321,28 +332,27 @@ void session::drain_outgoing() {
             next = outgoing();
         }
     } catch (...) {
-        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-        if (!sender_closed_) {
-            put_drain();
+        if (std::shared_ptr<tavTaskQueue> const sender = open_sender()) {
+            put_drain(*sender);
         }
         throw;
     }
 }
 
 void session::close_sender() {
-    tavTaskQueue * sender = nullptr;
+    std::shared_ptr<tavTaskQueue> sender;
     {
         std::lock_guard<std::mutex> const guard(outgoing_mutex_);
         if (!sender_closed_) {
-            sender = sender_.get();
+            sender = sender_;
         }
         sender_closed_ = true;
     }
-    if (sender == nullptr) {
+    if (!sender) {
         return;
     }
     sender->close();
-    std::unique_ptr<tavTaskQueue> ended_sender;
+    std::shared_ptr<tavTaskQueue> ended_sender;
     std::deque<outgoing> dropped;
     {
         std::lock_guard<std::mutex> const guard(outgoing_mutex_);

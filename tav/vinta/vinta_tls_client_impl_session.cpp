@@ -122,7 +122,7 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       socket_(context_, name),
       on_recv_(std::move(on_recv)),
       option_(option),
-      sender_(std::make_unique<tavTaskQueue>("sender", 1)),
+      sender_(std::make_shared<tavTaskQueue>("sender", 1)),
       draining_(false),
       sender_closed_(false),
       received_(0),

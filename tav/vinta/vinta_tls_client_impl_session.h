@@ -303,7 +303,8 @@ private:
     void on_sent(std::size_t length, std::size_t remaining);
 
     // Sending, on "sender".
-    void put_drain();
+    std::shared_ptr<tavTaskQueue> open_sender();
+    void put_drain(tavTaskQueue & sender);
     void drain_outgoing();
     void do_send_pkt(im::Packet & pkt, info_ptr const & info);
     void track(info_ptr const & info);
@@ -339,7 +340,7 @@ private:
     tavSharedPtr<tavTimerThread> timer_;
     /// Guards what belongs to "sender": its pointer, the packets that wait for it and the two flags.
     std::mutex outgoing_mutex_;
-    std::unique_ptr<tavTaskQueue> sender_;
+    std::shared_ptr<tavTaskQueue> sender_;
     std::deque<outgoing> outgoing_;
     /// Tracked sends that "sender" never came to; they end with the session.
     std::vector<info_ptr> dropped_;
