@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_pml_unit.h"
 
+#include "tav/vinta/detail/number_text.h"
 #include "tav/vinta/detail/report.h"
 #include "tav/vinta/detail/views.h"
 
@@ -293,56 +294,6 @@ Ended decodeWhole(Cursor & in, Unit & unit) {
     }
     decodeValue(in, unit);
     return Ended::normally;
-}
-
-/// All of `digits` as a number of this radix; false if that is none or does not fit 64 bits.
-bool readRadix(std::string_view digits, int radix, long long & out) {
-    unsigned long long value = 0;
-    std::from_chars_result const result =
-        std::from_chars(digits.data(), digits.data() + digits.size(), value, radix);
-    if (result.ec != std::errc() || result.ptr != digits.data() + digits.size()) {
-        return false;
-    }
-    out = static_cast<long long>(value);
-    return true;
-}
-
-/// Without the blanks that a stream passes over ahead of a number.
-std::string_view withoutLeadingBlanks(std::string_view text) {
-    std::size_t const first = text.find_first_not_of(" \t\n\v\f\r");
-    return first == std::string_view::npos ? std::string_view() : text.substr(first);
-}
-
-/// Without one plus sign; a sign behind it stays and then fails.
-std::string_view withoutPlus(std::string_view text) {
-    bool const plus = text.size() >= 2 && text[0] == '+' && text[1] != '-';
-    return plus ? text.substr(1) : text;
-}
-
-/// The part of `text` that reads like a decimal number, as a stream would collect it.
-std::string_view decimalPart(std::string_view text) {
-    auto const digits = [&text](std::size_t i) {
-        while (i < text.size() && text[i] >= '0' && text[i] <= '9') {
-            ++i;
-        }
-        return i;
-    };
-    std::size_t const first = !text.empty() && text[0] == '-' ? 1 : 0;
-    std::size_t at = digits(first);
-    bool any = at > first;
-    if (at < text.size() && text[at] == '.') {
-        std::size_t const fraction = at + 1;
-        at = digits(fraction);
-        any = any || at > fraction;
-    }
-    if (any && at < text.size() && (text[at] == 'e' || text[at] == 'E')) {
-        ++at;
-        if (at < text.size() && (text[at] == '+' || text[at] == '-')) {
-            ++at;
-        }
-        at = digits(at);
-    }
-    return any ? text.substr(0, at) : std::string_view();
 }
 
 } // namespace
@@ -674,29 +625,15 @@ bool Unit::asBoolValue() const {
 }
 
 long long Unit::asInt64Value() const {
-    std::string_view const text(value_);
     long long value = 0;
-    if (!text.empty() && text[0] == '0') {
-        char const mark = text.size() >= 3 ? text[1] : '\0';
-        bool const counts = mark == 'b' || mark == 'B'   ? readRadix(text.substr(2), 2, value)
-                            : mark == 'x' || mark == 'X' ? readRadix(text.substr(2), 16, value)
-                                                         : readRadix(text.substr(1), 8, value);
-        if (counts) {
-            return value;
-        }
-    }
-    std::string_view const decimal = withoutPlus(withoutLeadingBlanks(text));
-    char const * const end = decimal.data() + decimal.size();
-    std::from_chars_result const result = std::from_chars(decimal.data(), end, value);
-    return result.ec == std::errc() && result.ptr == end ? value : 0;
+    detail::readInteger(value_, value);
+    return value;
 }
 
 double Unit::asDoubleValue() const {
-    std::string_view const decimal = decimalPart(withoutPlus(withoutLeadingBlanks(value_)));
-    char const * const end = decimal.data() + decimal.size();
     double value = 0;
-    std::from_chars_result const result = std::from_chars(decimal.data(), end, value);
-    return result.ec == std::errc() && result.ptr == end ? value : 0;
+    detail::readFloatingPart(value_, value);
+    return value;
 }
 
 bool Unit::simple() const {

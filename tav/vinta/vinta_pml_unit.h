@@ -228,4 +228,6 @@ TAV_API std::ostream & operator<<(std::ostream & out, Unit const & v);
 } // namespace pml
 } // namespace tav
 
+#include "tav/vinta/vinta_pml_streams.h"
+
 #endif
