@@ -1,0 +1,220 @@
+#include "tav/vinta/vinta_pml_meta.h"
+
+#include "support/meta_model.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+using tav::pml::MetaClass;
+using tav::pml::MetaEnum;
+using tav::pml::MetaFactory;
+using tav::pml::MetaField;
+using tav::pml::PmlInputStream;
+using tav::pml::Unit;
+using tav_test::loadTemplate;
+namespace field_type = tav::pml::field_type;
+
+namespace {
+
+TEST(MetaFactory, StartsEmpty) {
+    MetaFactory const factory;
+    EXPECT_TRUE(factory.classes.empty() && factory.enums.empty() && factory.code2class.empty());
+    EXPECT_EQ(nullptr, factory.findClass("x"));
+    EXPECT_EQ(nullptr, factory.findClass(static_cast<unsigned short>(1)));
+    EXPECT_EQ(nullptr, factory.findEnum("x"));
+    EXPECT_EQ("", factory.findClassName(1));
+}
+
+TEST(MetaFactory, LoadsTheExample) {
+    MetaFactory const factory = loadTemplate(tav_test::helloTemplate);
+    ASSERT_EQ(1u, factory.classes.size());
+    EXPECT_TRUE(factory.enums.empty());
+    MetaClass const & hello = factory.classes.at("im.Hello");
+    EXPECT_EQ("Hello", hello.name);
+    EXPECT_EQ("im.Hello", hello.className);
+    EXPECT_EQ("1F01", hello.code);
+    EXPECT_EQ("DataObject", hello.superName);
+    EXPECT_EQ(field_type::object_, hello.kind);
+    ASSERT_EQ(4u, hello.fields.size());
+    field_type::values const kinds[] = {field_type::string_, field_type::int64_, field_type::list_,
+                                        field_type::enum_};
+    char const * const names[] = {"user", "seq", "tags", "mood"};
+    for (unsigned i = 0; i < 4; ++i) {
+        EXPECT_EQ(static_cast<short>(i + 1), hello.fields[i].idName.id);
+        EXPECT_EQ(names[i], hello.fields[i].idName.name);
+        EXPECT_EQ(kinds[i], hello.fields[i].classType.type);
+    }
+    EXPECT_EQ(field_type::string_, hello.fields[2].classType.elementType);
+    EXPECT_EQ((std::set<int>{0, 1}), hello.fields[3].validValues);
+    ASSERT_EQ(1u, hello.enums.size());
+    EXPECT_EQ("Mood", hello.enums[0].name);
+    ASSERT_EQ(1u, factory.code2class.size());
+    EXPECT_EQ("im.Hello", factory.code2class.at(0x1F01));
+}
+
+TEST(MetaFactory, FindsClassesByNameAndByCode) {
+    MetaFactory const factory = loadTemplate(tav_test::helloTemplate);
+    MetaClass const * const hello = &factory.classes.at("im.Hello");
+    unsigned short const code = 0x1F01;
+    EXPECT_EQ(hello, factory.findClass("im.Hello"));
+    EXPECT_EQ(hello, factory.findClass(code));
+    EXPECT_EQ("im.Hello", factory.findClassName(code));
+    EXPECT_EQ(nullptr, factory.findClass("Hello"));
+    EXPECT_EQ(nullptr, factory.findClass(""));
+    EXPECT_EQ(nullptr, factory.findClass(static_cast<unsigned short>(0x1F02)));
+    EXPECT_EQ("", factory.findClassName(0x1F02));
+    EXPECT_EQ(nullptr, factory.findEnum("Mood"));
+}
+
+TEST(MetaFactory, FindsNoClassForACodeWhoseClassIsGone) {
+    MetaFactory factory = loadTemplate(tav_test::helloTemplate);
+    factory.classes.clear();
+    EXPECT_EQ(nullptr, factory.findClass(static_cast<unsigned short>(0x1F01)));
+    EXPECT_EQ("im.Hello", factory.findClassName(0x1F01));
+}
+
+TEST(MetaFactory, LoadsAllUnitsOfATemplate) {
+    MetaFactory const factory = loadTemplate("a:A(x:int32()) (*note*) b:enum{B}(one(1)) c:C(y:int32())");
+    EXPECT_EQ(2u, factory.classes.size());
+    EXPECT_EQ(1u, factory.enums.size());
+    EXPECT_EQ("c", factory.findClass("C")->name);
+}
+
+TEST(MetaFactory, KeepsEnumsApart) {
+    MetaFactory const factory = loadTemplate("b:enum{B}(__code__(5)__default__(one)one(1)two(2))");
+    EXPECT_TRUE(factory.classes.empty());
+    MetaEnum const * const found = factory.findEnum("B");
+    ASSERT_NE(nullptr, found);
+    EXPECT_EQ("B", found->name);
+    EXPECT_EQ("2", found->values.child("two").value());
+    EXPECT_EQ("b", found->values.name());
+    EXPECT_EQ("B", factory.findClassName(5));
+    EXPECT_EQ(nullptr, factory.findClass(static_cast<unsigned short>(5)));
+}
+
+TEST(MetaFactory, NamesAnEnumByItsDirective) {
+    MetaFactory const factory = loadTemplate("b:enum{B}(__class__(im.B)one(1))");
+    ASSERT_NE(nullptr, factory.findEnum("im.B"));
+    EXPECT_EQ("im.B", factory.findEnum("im.B")->name);
+}
+
+TEST(MetaFactory, DropsAClassWithoutName) {
+    MetaFactory const factory =
+        loadTemplate("a(__code__(1)x:int32()) b:object(__code__(2)x:int32()) c:C(__code__(3))");
+    EXPECT_EQ(1u, factory.classes.size());
+    EXPECT_EQ(1u, factory.code2class.size());
+    EXPECT_EQ("C", factory.findClassName(3));
+}
+
+TEST(MetaFactory, DerivesANameFromTheTypeText) {
+    MetaFactory const factory = loadTemplate("a:A(x:int32()) b:im.B(x:int32())");
+    EXPECT_NE(nullptr, factory.findClass("A"));
+    EXPECT_NE(nullptr, factory.findClass("im$B"));
+}
+
+TEST(MetaFactory, PassesGlobalOver) {
+    MetaFactory const factory = loadTemplate("__global__:G(__class__(G)__code__(1)x:int32()) a:A(x:int32())");
+    EXPECT_EQ(1u, factory.classes.size());
+    EXPECT_TRUE(factory.code2class.empty());
+}
+
+TEST(MetaFactory, KeepsTheLaterOfTwoClasses) {
+    MetaFactory const factory = loadTemplate("a:A(__code__(1)x:int32()) b:A(__code__(2)y:int32())");
+    ASSERT_EQ(1u, factory.classes.size());
+    EXPECT_EQ("b", factory.findClass("A")->name);
+    EXPECT_EQ(factory.findClass("A"), factory.findClass(static_cast<unsigned short>(1)));
+    EXPECT_EQ(factory.findClass("A"), factory.findClass(static_cast<unsigned short>(2)));
+}
+
+TEST(MetaFactory, KeepsTheLaterClassOfACode) {
+    MetaFactory const factory = loadTemplate("a:A(__code__(1)x:int32()) b:B(__code__(0x1)y:int32())");
+    EXPECT_EQ("B", factory.findClassName(1));
+}
+
+TEST(MetaFactory, ReadsCodesAsHexadecimal) {
+    auto const code = [](char const * text) {
+        MetaFactory const factory = loadTemplate("a:A(__code__(" + std::string(text) + ")x:int32())");
+        return factory.code2class.size() == 1 ? static_cast<int>(factory.code2class.begin()->first) : -1;
+    };
+    EXPECT_EQ(0x1F01, code("0x1F01"));
+    EXPECT_EQ(0x1F01, code("1f01"));
+    EXPECT_EQ(0x1F01, code("1F01"));
+    EXPECT_EQ(0, code("0"));
+    EXPECT_EQ(0, code("0x"));
+    EXPECT_EQ(0x2345, code("12345"));
+    EXPECT_EQ(0x10 - 1, code("1g"));
+    EXPECT_EQ(0xFFFE, code("FFFE"));
+    EXPECT_EQ(-1, code("FFFF"));
+    EXPECT_EQ(-1, code("z"));
+    EXPECT_EQ(-1, code(""));
+}
+
+TEST(MetaFactory, KeepsAClassWhoseCodeIsNone) {
+    MetaFactory const factory = loadTemplate("a:A(__code__(FFFF)x:int32())");
+    EXPECT_EQ("FFFF", factory.findClass("A")->code);
+}
+
+TEST(MetaFactory, HasEmptyMapsForAnEmptyTemplate) {
+    EXPECT_TRUE(loadTemplate("").classes.empty());
+    PmlInputStream none;
+    EXPECT_TRUE(MetaFactory(none).classes.empty());
+}
+
+TEST(MetaFactory, LetsTheFailuresOfTheTextThrough) {
+    EXPECT_THROW(loadTemplate("a:A("), std::invalid_argument);
+}
+
+TEST(MetaFactory, OutlivesItsTemplate) {
+    MetaFactory factory;
+    {
+        Unit unit;
+        unit.decode(tav_istr("a:A(n:N(x:int32()))b:B(y:int32())"));
+        PmlInputStream in(unit);
+        factory = MetaFactory(in);
+    }
+    EXPECT_EQ("x", factory.findClass("A")->classes.at(0).unit.at(0).name());
+    EXPECT_EQ("y", factory.findClass("B")->fields.at(0).idName.name);
+}
+
+TEST(MetaFactory, CopiesAreIndependent) {
+    MetaFactory const factory = loadTemplate(tav_test::helloTemplate);
+    MetaFactory copy(factory);
+    copy.classes.at("im.Hello").fields.clear();
+    EXPECT_EQ(4u, factory.findClass("im.Hello")->fields.size());
+}
+
+TEST(MetaFactory, UnknownTypesAreClasses) {
+    MetaFactory const factory = loadTemplate("a:A(x:Whatever())");
+    EXPECT_EQ(field_type::ref_, factory.findClass("A")->fields.at(0).classType.type);
+    EXPECT_EQ(nullptr, factory.findClass("Whatever"));
+}
+
+TEST(MetaFactory, IsReadByManyThreads) {
+    MetaFactory const factory = loadTemplate(tav_test::helloTemplate);
+    std::vector<std::thread> threads;
+    std::atomic<unsigned> found{0};
+    for (unsigned i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            for (unsigned round = 0; round < 500; ++round) {
+                MetaClass const * const hello = factory.findClass(static_cast<unsigned short>(0x1F01));
+                bool const all = hello != nullptr && hello == factory.findClass("im.Hello") &&
+                                 hello->findField("mood") == hello->findField(4) &&
+                                 hello->unit.child("[3]tags").type() == "list{string}" &&
+                                 factory.findClassName(0x1F01) == "im.Hello";
+                found += all ? 1u : 0u;
+            }
+        });
+    }
+    for (std::thread & thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(2000u, found.load());
+}
+
+} // namespace
