@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_object.h"
 
 #include "tav/vinta/detail/report.h"
+#include "tav/vinta/detail/views.h"
 #include "tav/vinta/vinta_nbr_unit.h"
 
 #include <algorithm>
@@ -12,6 +13,8 @@
 #include <string>
 #include <string_view>
 #include <utility>
+
+using tav::detail::bytesOf;
 
 namespace {
 
@@ -25,10 +28,6 @@ tavObject & writable(tavObject const & v) {
 
 void writeText(std::ostream & out, std::string_view text) {
     out.write(text.data(), static_cast<std::streamsize>(text.size()));
-}
-
-std::string_view viewOf(tav_istr v) {
-    return v.empty() ? std::string_view() : std::string_view(v.data(), v.size());
 }
 
 /// Decimal, whatever the base, width and fill of the stream.
@@ -83,7 +82,7 @@ InputChildren::~InputChildren() {
 }
 
 unsigned long long numberOfKey(tav_istr text) {
-    std::string_view digits = viewOf(text);
+    std::string_view digits = bytesOf(text);
     bool const negative = !digits.empty() && digits.front() == '-';
     if (negative || (!digits.empty() && digits.front() == '+')) {
         digits.remove_prefix(1);
@@ -100,7 +99,7 @@ unsigned long long numberOfKey(tav_istr text) {
 
 void raiseInvalidEnumField(tav_istr name, int value) {
     std::string text("invalid enum field name ");
-    text.append(viewOf(name)).append(" value ").append(std::to_string(value));
+    text.append(bytesOf(name)).append(" value ").append(std::to_string(value));
     raise(here("ioField"), text);
 }
 
@@ -180,8 +179,6 @@ void tavObject::assign(tavObject const & other) {
 tavObject const * tavObject::self() const {
     return this;
 }
-
-void tavObject::checkFields(tavCodecStream const &) const {}
 
 unsigned tavObject::counts() {
     return objectCount.load();
@@ -472,7 +469,7 @@ void tavDumper::id(int id) {
 }
 
 void tavDumper::name(tav_istr name) {
-    writeText(out_, viewOf(name));
+    writeText(out_, bytesOf(name));
 }
 
 void tavDumper::sep(char c) {
@@ -480,14 +477,14 @@ void tavDumper::sep(char c) {
 }
 
 tavString tavDumper::protectedValue(tav_istr value, tavCodecMeta const & meta) {
-    std::string_view const whole = viewOf(value);
+    std::string_view const whole = bytesOf(value);
     std::string text;
     if (!meta.isProtected) {
         text = whole;
     } else if (meta.spec.empty()) {
         text = "***";
     } else {
-        std::string_view const mask = viewOf(meta.spec);
+        std::string_view const mask = bytesOf(meta.spec);
         std::size_t const before = countFrom(mask, 0, '.');
         std::size_t const stars = countFrom(mask, before, '*');
         std::size_t const after = countFrom(mask, before + stars, '.');

@@ -68,6 +68,15 @@ public:
     /// is not NBR.
     void decode(tav_istr bytes);
 
+    /// The object as compact JSON; "null" for a class without fields.  `skipNull` leaves out members that are
+    /// null.
+    tavString encodeJson(bool skipNull) const;
+
+    /// Fills the object from JSON text.  Missing fields keep their values.  Raises std::invalid_argument for
+    /// what is no JSON, and what checkFields raises for this object or one within it; what was read before
+    /// stays.
+    void decodeJson(tav_istr text);
+
     /// The object as a text for people, with protected fields masked; `level` is the depth of indentation.
     tavString dump(bool singleLine, int level) const;
 
@@ -85,7 +94,12 @@ public:
 
     tavObject const * self() const;
 
-    /// Validates JSON input, so it has no effect on a stream of any other kind.
+    /// Compares the members of the JSON object that `s` has just read with the declared fields, by the type
+    /// codes of their metas; no effect on a stream of any other kind.  Raises std::invalid_argument for a
+    /// member whose JSON type does not belong to the field's, for a number outside the field's valid values,
+    /// and for fields that are neither optional nor containers and have no member, null counting as none.
+    ///
+    /// A code of -1 belongs to no JSON type, so a class that is read from JSON needs real ones.
     void checkFields(tavCodecStream const & s) const;
 
     /// The number of live objects in the process.

@@ -1,0 +1,115 @@
+#include "tav/vinta/detail/json_nodes.h"
+
+#include <algorithm>
+#include <atomic>
+#include <new>
+
+#if defined(__has_feature)
+#define TAV_HAS_FEATURE(x) __has_feature(x)
+#else
+#define TAV_HAS_FEATURE(x) 0
+#endif
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || TAV_HAS_FEATURE(address_sanitizer) ||   \
+    TAV_HAS_FEATURE(thread_sanitizer)
+#define TAV_SHARES_BLOCKS false
+#else
+#define TAV_SHARES_BLOCKS true
+#endif
+
+namespace tav {
+namespace detail {
+
+namespace {
+
+/// Sanitized builds give each node an allocation of its own, so that a use after its end shows.
+constexpr bool sharesBlocks = TAV_SHARES_BLOCKS;
+
+/// A block counts as holding this many nodes as long as more are made.
+constexpr std::size_t stillOpen = ~std::size_t(0) / 2;
+
+/// Blocks stay small, since one node that is kept keeps all of its block.
+constexpr std::size_t largestBlock = 32 * 1024;
+
+/// Where nodes come from on this thread.
+[[gnu::tls_model("initial-exec")]] thread_local JsonNodeScope * innermost = nullptr;
+
+} // namespace
+
+/// One allocation for many nodes.  It is freed when the last of them is given back, on whichever thread.
+struct JsonNodeScope::Block {
+    std::atomic<std::size_t> nodes;
+};
+
+/// Ahead of each node: where it lies; null if it has an allocation of its own.
+struct JsonNodeScope::Header {
+    Block * block;
+};
+
+void * newJsonNode(std::size_t size) {
+    if (sharesBlocks && innermost != nullptr) {
+        return innermost->take(size);
+    }
+    using Header = JsonNodeScope::Header;
+    return new (::operator new(sizeof(Header) + size)) Header{nullptr} + 1;
+}
+
+void deleteJsonNode(void * node) noexcept {
+    JsonNodeScope::Header * const header = static_cast<JsonNodeScope::Header *>(node) - 1;
+    if (header->block != nullptr) {
+        JsonNodeScope::drop(header->block, 1);
+    } else {
+        ::operator delete(header);
+    }
+}
+
+JsonNodeScope::JsonNodeScope() : outer_(innermost) {
+    innermost = this;
+}
+
+JsonNodeScope::~JsonNodeScope() {
+    innermost = outer_;
+    finish();
+}
+
+void * JsonNodeScope::take(std::size_t size) {
+    constexpr std::size_t unit = alignof(void *);
+    static_assert(sizeof(Header) % unit == 0 && sizeof(Block) % unit == 0,
+                  "nodes are aligned as pointers are");
+    std::size_t const whole = sizeof(Header) + (size + unit - 1) / unit * unit;
+    if (whole > static_cast<std::size_t>(end_ - at_)) {
+        begin(whole);
+    }
+    void * const node = new (at_) Header{block_} + 1;
+    at_ += whole;
+    ++made_;
+    return node;
+}
+
+void JsonNodeScope::begin(std::size_t atLeast) {
+    finish();
+    std::size_t const size = std::max(next_, sizeof(Block) + atLeast);
+    next_ = std::min(next_ * 2, largestBlock);
+    char * const memory = static_cast<char *>(::operator new(size));
+    block_ = new (memory) Block{{stillOpen}};
+    at_ = memory + sizeof(Block);
+    end_ = memory + size;
+}
+
+void JsonNodeScope::finish() noexcept {
+    if (block_ != nullptr) {
+        drop(block_, stillOpen - made_);
+    }
+    block_ = nullptr;
+    at_ = end_ = nullptr;
+    made_ = 0;
+}
+
+void JsonNodeScope::drop(Block * block, std::size_t nodes) noexcept {
+    if (block->nodes.fetch_sub(nodes, std::memory_order_acq_rel) == nodes) {
+        ::operator delete(block);
+    }
+}
+
+} // namespace detail
+} // namespace tav

@@ -1,0 +1,212 @@
+#include "tav/vinta/vinta_json_parser.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <string>
+
+using tav::json::JsonArray;
+using tav::json::JsonFormatter;
+using tav::json::JsonNumber;
+using tav::json::JsonObject;
+using tav::json::JsonParser;
+using tav::json::JsonString;
+using tav::json::JsonUnit;
+using tav::json::JsonValue;
+
+namespace {
+
+JsonUnit decoded(char const * text) {
+    JsonUnit unit;
+    unit.decode(text);
+    return unit;
+}
+
+std::string formatted(JsonUnit const & unit, bool pretty, bool skipNull, int level, bool sample) {
+    return std::string(
+        tav_istr(JsonFormatter(unit.value().get(), pretty, skipNull, level, sample).toString()));
+}
+
+std::string indented(bool pretty, int level) {
+    tavString out("x");
+    JsonFormatter::indent(out, pretty, level);
+    return std::string(tav_istr(out));
+}
+
+class OtherValue : public JsonValue {
+public:
+    tavString toString() const override { return "<other>"; }
+    bool simple() const override { return true; }
+};
+
+} // namespace
+
+TEST(JsonFormatterRecord, HoldsItsSettings) {
+    JsonNumber const number("1");
+    JsonFormatter const formatter(&number, true, false, 3, true);
+    EXPECT_EQ(&number, formatter.value);
+    EXPECT_TRUE(formatter.pretty);
+    EXPECT_FALSE(formatter.skipNull);
+    EXPECT_EQ(3, formatter.level);
+    EXPECT_TRUE(formatter.sample);
+}
+
+TEST(JsonFormatterText, NullValue) {
+    JsonFormatter const formatter(nullptr, true, true, 4, true);
+    EXPECT_EQ("null", formatter.toString());
+    tavString out("a=");
+    formatter.format(out);
+    EXPECT_EQ("a=null", out);
+}
+
+TEST(JsonFormatterText, FormatAppends) {
+    JsonUnit const unit = decoded("[1]");
+    tavString out("a=");
+    JsonFormatter(unit.value().get(), false, false, 0, false).format(out);
+    JsonFormatter(unit.value().get(), false, false, 0, false).format(out);
+    EXPECT_EQ("a=[ 1 ][ 1 ]", out);
+}
+
+TEST(JsonFormatterIndent, OneBlankOrALine) {
+    EXPECT_EQ("x ", indented(false, 0));
+    EXPECT_EQ("x ", indented(false, 5));
+    EXPECT_EQ("x\n", indented(true, 0));
+    EXPECT_EQ("x\n    ", indented(true, 1));
+    EXPECT_EQ("x\n        ", indented(true, 2));
+    EXPECT_EQ("x\n", indented(true, -1));
+}
+
+TEST(JsonFormatterText, Compact) {
+    EXPECT_EQ("{ \"a\":\"x\", \"b\":[ 1, 2 ] }", decoded("{b:[1,2],\"a\":\"x\"}").value()->toJson());
+    EXPECT_EQ("{ }", decoded("{}").value()->toJson());
+    EXPECT_EQ("[ ]", decoded("[]").value()->toJson());
+    EXPECT_EQ("[ [ ], { }, [ [ ] ] ]", decoded("[[],{},[[]]]").value()->toJson());
+    EXPECT_EQ("{ \"a\":null }", decoded("{a:}").value()->toJson());
+    // The level plays no part.
+    EXPECT_EQ("[ 1 ]", formatted(decoded("[1]"), false, false, 9, false));
+}
+
+TEST(JsonFormatterText, Formatted) {
+    EXPECT_EQ("{\n"
+              "        \"a\" : \"x\",\n"
+              "        \"b\" : [\n"
+              "            1,\n"
+              "            2\n"
+              "        ]\n"
+              "    }",
+              decoded("{b:[1,2],\"a\":\"x\"}").value()->toFormatted());
+    EXPECT_EQ("{\n    }", decoded("{}").value()->toFormatted());
+    EXPECT_EQ("[\n    ]", decoded("[]").value()->toFormatted());
+    EXPECT_EQ("[\n        {\n            \"a\" : [\n            ]\n        },\n        1\n    ]",
+              decoded("[{a:[]},1]").value()->toFormatted());
+}
+
+TEST(JsonFormatterText, SkipNullLeavesMembersOutAndNoElements) {
+    JsonUnit unit = decoded("{a:null,b:1,c:null}");
+    EXPECT_EQ("{ \"b\":1 }", formatted(unit, false, true, 0, false));
+    EXPECT_EQ("{ \"a\":null, \"b\":1, \"c\":null }", formatted(unit, false, false, 0, false));
+    EXPECT_EQ("{\n        \"b\" : 1\n    }", unit.value()->toFormatted());
+    JsonUnit array;
+    array.newChild();
+    array.newChild().objectValue().get("x");
+    EXPECT_EQ("[ null, { } ]", formatted(array, false, true, 0, false));
+    EXPECT_EQ("{ }", formatted(decoded("{a:null}"), false, true, 0, false));
+}
+
+TEST(JsonFormatterText, NamesAreWrittenRaw) {
+    EXPECT_EQ("{ \"a\"/\n\":1 }", decoded("{'a\"/\\n':1}").value()->toJson());
+}
+
+TEST(JsonFormatterText, NullMemberPutUnderTheEmptyName) {
+    JsonUnit unit;
+    unit.objectValue().put("", nullptr);
+    EXPECT_EQ("{ \"\":null }", unit.toString(false));
+}
+
+TEST(JsonFormatterText, Sample) {
+    JsonUnit const unit = decoded("{__class__:Msg,a:1,b:{__class__:'In/ner',c:x},d:null}");
+    EXPECT_EQ("@Msg{\n"
+              "        a : 1,\n"
+              "        b : @In/ner{\n"
+              "            c : \"x\"\n"
+              "        },\n"
+              "        d : null\n"
+              "    }",
+              unit.value()->toFormattedSample());
+    EXPECT_EQ("{ \"__class__\":\"Msg\", \"a\":1 }", decoded("{__class__:Msg,a:1}").value()->toJson());
+    EXPECT_EQ("@Msg{ a:1 }", formatted(decoded("{__class__:Msg,a:1}"), false, false, 0, true));
+    EXPECT_EQ("@Msg{ }", formatted(decoded("{__class__:Msg}"), false, false, 0, true));
+    EXPECT_EQ("{ a:1 }", formatted(decoded("{a:1}"), false, false, 0, true));
+    EXPECT_EQ("[ @A{ }, @B{ } ]", formatted(decoded("[{__class__:A},{__class__:B}]"), false, false, 0, true));
+}
+
+TEST(JsonFormatterText, SampleClassOfAnyValue) {
+    // A null one is there, and its text is empty.
+    EXPECT_EQ("@{ }", formatted(decoded("{__class__:null}"), false, false, 0, true));
+    EXPECT_EQ("@{ a:1 }", formatted(decoded("{__class__:null,a:1}"), false, true, 0, true));
+    EXPECT_EQ("@12{ }", formatted(decoded("{__class__:12}"), false, false, 0, true));
+    EXPECT_EQ("@{ \"__class__\":\"X\" }{ }",
+              formatted(decoded("{__class__:{__class__:X}}"), false, false, 0, true));
+}
+
+TEST(JsonFormatterText, UsualSettings) {
+    JsonUnit const unit = decoded("{__class__:M,a:null,b:[1]}");
+    JsonValue const & value = *unit.value();
+    EXPECT_EQ(formatted(unit, false, false, 0, false), std::string(tav_istr(value.toJson())));
+    EXPECT_EQ(formatted(unit, true, true, 1, false), std::string(tav_istr(value.toFormatted())));
+    EXPECT_EQ(formatted(unit, true, false, 1, true), std::string(tav_istr(value.toFormattedSample())));
+    EXPECT_EQ(formatted(unit, true, false, 1, true), std::string(tav_istr(value.dump(true))));
+    EXPECT_EQ(formatted(unit, false, true, 1, false), std::string(tav_istr(value.dump(false))));
+    EXPECT_EQ("{ \"__class__\":\"M\", \"b\":[ 1 ] }", value.dump(false));
+    for (int bits = 0; bits < 8; ++bits) {
+        bool const pretty = (bits & 1) != 0;
+        bool const skipNull = (bits & 2) != 0;
+        bool const sample = (bits & 4) != 0;
+        EXPECT_EQ(formatted(unit, pretty, skipNull, 3, sample),
+                  std::string(tav_istr(value.encode(pretty, skipNull, 3, sample))));
+    }
+}
+
+TEST(JsonFormatterText, LevelIsThatOfTheClosingBracket) {
+    EXPECT_EQ("[\n    1\n]", formatted(decoded("[1]"), true, false, 0, false));
+    EXPECT_EQ("[\n            1\n        ]", formatted(decoded("[1]"), true, false, 2, false));
+    EXPECT_EQ("[\n1\n]", formatted(decoded("[1]"), true, false, -1, false));
+    EXPECT_EQ("[\n[\n    1\n]\n]", formatted(decoded("[[1]]"), true, false, -1, false));
+    EXPECT_EQ("[\n1\n]", formatted(decoded("[1]"), true, false, INT_MIN, false));
+}
+
+TEST(JsonFormatterText, LevelBeyondAnyStringIsRefused) {
+    EXPECT_THROW(formatted(decoded("[1]"), true, false, INT_MAX, false), std::length_error);
+    EXPECT_EQ("[ 1 ]", formatted(decoded("[1]"), false, false, INT_MAX, false));
+}
+
+TEST(JsonFormatterText, SimpleValues) {
+    EXPECT_EQ(
+        "\"a\\/b\"",
+        JsonFormatter(tavSharedPtr<JsonString>(new JsonString("a/b")).get(), true, true, 7, true).toString());
+    EXPECT_EQ("\"1234567890123456\"", JsonNumber("1234567890123456").toJson());
+    EXPECT_EQ("true", tav::json::JsonBoolean(true).toFormatted());
+    EXPECT_EQ("<other>", OtherValue().toJson());
+    JsonUnit unit;
+    unit["o"] = JsonUnit(tavSharedPtr<JsonValue>(new OtherValue));
+    EXPECT_EQ("{ \"o\":<other> }", unit.toString(false));
+}
+
+TEST(JsonFormatterText, ReadsBackAsItself) {
+    JsonUnit const unit = decoded("{a:[1,-2.5,true,'x\\n\\\"y',[],{}],b:{c:null,d:12345678901234567890}}");
+    JsonUnit again;
+    again.decode(unit.toString(false));
+    EXPECT_EQ(unit.toString(false), again.toString(false));
+    JsonUnit pretty;
+    pretty.decode(unit.toString(true));
+    EXPECT_EQ(unit.toString(true), pretty.toString(true));
+    EXPECT_EQ(tav::JsonFieldString, pretty["b"]["d"].type());
+}
+
+TEST(JsonFormatterText, ControlBytesDoNotReadBack) {
+    JsonUnit unit;
+    unit.newChild().stringValue().setValue("\n\x1F");
+    EXPECT_EQ("[ \"\\n\\u001F\" ]", unit.toString(false));
+    unit.decode(unit.toString(false));
+    EXPECT_EQ("\n31", unit.arrayValue().at(0).asString());
+}
