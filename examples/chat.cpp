@@ -1,12 +1,10 @@
+#include "steps.h"
+
 #include <tav/vinta/vinta.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <filesystem>
 #include <iostream>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -18,8 +16,7 @@
 namespace {
 
 using namespace tav::tls;
-
-constexpr int limit_ms = 5000;
+using namespace steps;
 
 struct Place : tavObject {
     tavString city;
@@ -122,40 +119,6 @@ Say greeting(char const * text) {
     return say;
 }
 
-/// Counts what callbacks report, so that the program can wait for it.
-class Events {
-public:
-    void happened(std::string const & what) {
-        std::lock_guard<std::mutex> const guard(mutex_);
-        ++counts_[what];
-        changed_.notify_all();
-    }
-    bool wait(std::string const & what, int times = 1) {
-        std::unique_lock<std::mutex> guard(mutex_);
-        return changed_.wait_for(guard, std::chrono::milliseconds(limit_ms),
-                                 [&] { return counts_[what] >= times; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::map<std::string, int> counts_;
-};
-
-class Talk {
-public:
-    void step(std::string const & what, bool ok) {
-        std::lock_guard<std::mutex> const guard(mutex_);
-        std::cout << (ok ? "ok    " : "FAILED") << "  " << what << std::endl;
-        failed_ = failed_ || !ok;
-    }
-    bool failed() const { return failed_; }
-
-private:
-    std::mutex mutex_;
-    bool failed_ = false;
-};
-
 connect_option optionFor(char ** argv, std::string const & name, Events & events) {
     connect_option option;
     option.host = argv[1];
@@ -169,15 +132,6 @@ connect_option optionFor(char ** argv, std::string const & name, Events & events
         events.happened(name + " broke");
     });
     return option;
-}
-
-/// The number of threads of this process.
-int threads() {
-    int n = 0;
-    for (auto const & entry : std::filesystem::directory_iterator("/proc/self/task")) {
-        n += entry.is_directory() ? 1 : 0;
-    }
-    return n;
 }
 
 void talk(char ** argv, Talk & talk, Events & events) {

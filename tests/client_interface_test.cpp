@@ -167,17 +167,18 @@ TEST(ClientIo, DescribesItselfAsAClassWithItsMetaModel) {
     RecordingStream::Calls before;
     RecordingStream first(before, RecordingStream::Options());
     rig.client.io(first);
-    EXPECT_EQ(before, (RecordingStream::Calls{"enter 'client' ''", "leave"}));
+    ASSERT_GE(before.size(), 4u);
+    EXPECT_EQ(before.front(), "enter 'client' ''");
+    EXPECT_NE(std::find(before.begin(), before.end(), "child 1:metainfo"), before.end());
+    EXPECT_NE(std::find(before.begin(), before.end(), "/1:metainfo enter 'metainfo' ''"), before.end());
+    EXPECT_EQ(before.back(), "leave");
 
+    // A start without a template changes nothing in it.
     rig.connect();
     RecordingStream::Calls after;
     RecordingStream second(after, RecordingStream::Options());
     rig.client.io(second);
-    ASSERT_GE(after.size(), 4u);
-    EXPECT_EQ(after.front(), "enter 'client' ''");
-    EXPECT_NE(std::find(after.begin(), after.end(), "child 1:metainfo"), after.end());
-    EXPECT_NE(std::find(after.begin(), after.end(), "/1:metainfo enter 'metainfo' ''"), after.end());
-    EXPECT_EQ(after.back(), "leave");
+    EXPECT_EQ(after, before);
 }
 
 TEST(ClientNull, EveryMemberLogsTheFailedAssertionAndReturnsItsNullValue) {
@@ -218,6 +219,8 @@ TEST(ClientNull, EveryMemberLogsTheFailedAssertionAndReturnsItsNullValue) {
     EXPECT_FALSE(c.send_msg(ask, sending));
     EXPECT_TRUE(told());
     EXPECT_FALSE(c.send_msg(tavSharedPtr<tavMessage>(new Ask), sending));
+    EXPECT_TRUE(told());
+    EXPECT_FALSE(c.send_json_msg("{}", sending, "Class"));
     EXPECT_TRUE(told());
     EXPECT_FALSE(c.send_nbr_msg(0x1234, nullptr, 0, sending));
     EXPECT_TRUE(told());

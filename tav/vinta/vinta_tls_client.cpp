@@ -331,6 +331,21 @@ std::shared_ptr<send_info> client::send_msg(tavSharedPtr<tavMessage> msg, send_o
     return info;
 }
 
+std::shared_ptr<send_info> client::send_json_msg(char const * json, send_option const & option,
+                                                 char const * class_or_code) {
+    Site const site = here("tav::tls::client::send_json_msg");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << core->name() << " send json msg @" << tav_istr(class_or_code);
+    });
+    auto const info = core->sendJsonMsg(tav_istr(json), option, tav_istr(class_or_code));
+    logSent(site, core->name(), info);
+    return info;
+}
+
 std::shared_ptr<send_info> client::send_nbr_msg(unsigned short msgcode, unsigned char const * data,
                                                 unsigned int size, send_option const & option,
                                                 tav_istr target) {

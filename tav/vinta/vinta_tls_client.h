@@ -76,6 +76,12 @@ public:
     /// tracked.
     std::shared_ptr<send_info> send_msg(tavMessage const & msg, send_option const & option);
     std::shared_ptr<send_info> send_msg(tavSharedPtr<tavMessage> msg, send_option const & option);
+    /// Sends a JSON object as the message that the meta template describes.  `class_or_code` is a class name,
+    /// or, if it begins with a digit, a decimal code; null and an empty text leave it to the members
+    /// "__class__" and "__code__" of the object, which go ahead of it anyway.  Null, with the reason in the
+    /// log, if the text is no JSON, the class is not known or a value does not fit its field.
+    std::shared_ptr<send_info> send_json_msg(char const * json, send_option const & option,
+                                             char const * class_or_code);
     /// Sends a body that is NBR already.
     std::shared_ptr<send_info> send_nbr_msg(unsigned short msgcode, unsigned char const * data,
                                             unsigned int size, send_option const & option,
@@ -99,7 +105,7 @@ public:
     void on_msg(unsigned short msgcode, obj_function f);
     void on_msg(unsigned short msgcode, ptr_function f);
     void on_json_msg(unsigned short msgcode, json_function f);
-    /// The class is looked up by name now; one that is not known counts as the code 0xffff.
+    /// The class is looked up in the meta template now; one that is not known counts as the code 0xffff.
     void on_json_msg(char const * className, json_function f);
     void on_nbr_msg(unsigned short msgcode, nbr_function f);
     /// For old messages, of codes up to 0xff, that no other callback takes.  Codes from 0x80 arrive as 0xff80
@@ -118,7 +124,7 @@ public:
     tavSharedPtr<tavObject> createObject(tav_istr name);
 
     /// The class names and codes of the meta template that the last start was given; empty and 0xffff if
-    /// unknown.
+    /// unknown.  A template counts once its start has begun, so at the latest when that one's `wait` returns.
     tavString find_class_by_code(unsigned short msgcode);
     unsigned short find_code_by_class(char const * name) const;
     /// The next sequence number of 16 bits.

@@ -30,12 +30,13 @@ std::string nameOf(tav_istr name, void const * object) {
     return "<" + std::to_string(((address >> 16) ^ address) & 0xffffu) + ">";
 }
 
-/// A connect_info on its way through the queue: if its task is dropped or fails, it ends as cancelled.
+/// A connect_info on its way through the queue: if its task is dropped or fails before it has ended, it ends
+/// as cancelled.
 class Journey {
 public:
     explicit Journey(std::shared_ptr<connect_info> info) : info_(std::move(info)) {}
     ~Journey() {
-        if (info_) {
+        if (info_ && info_->result() < 0) {
             info_->on_conn_cancel();
         }
     }
@@ -62,6 +63,8 @@ private:
     Action action_;
 };
 
+} // namespace
+
 unsigned short decimalCode(tav_istr text) {
     unsigned code = 0;
     for (char c = text.firstChar(); c >= '0' && c <= '9'; c = (++text).firstChar()) {
@@ -71,27 +74,6 @@ unsigned short decimalCode(tav_istr text) {
         }
     }
     return static_cast<unsigned short>(code);
-}
-
-} // namespace
-
-metainfo::metainfo(std::string text) : text_(std::move(text)) {}
-
-void metainfo::io(tavCodecStream & s) {
-    s.enter("metainfo", tav_istr());
-    s.leave();
-}
-
-tavString metainfo::find_class_by_code(unsigned short) const {
-    return tavString();
-}
-
-unsigned short metainfo::find_code_by_class(tav_istr) const {
-    return no_code;
-}
-
-std::string metainfo::message_to_json(tav_istr, unsigned short, bool) const {
-    return "null";
 }
 
 connect_info::connect_info(std::string name, timedout_option const & option)
@@ -159,6 +141,7 @@ void connect_info::complete(result_type result, char const * func, char const * 
 
 Client::Client(tav_istr name, session::clock_function clock)
     : option_(std::make_shared<connect_option>()),
+      metainfo_(std::make_shared<metainfo>(std::string())),
       id_generator_(tavTime::now()),
       name_(nameOf(name, this)),
       main_queue_(std::make_shared<tavTaskQueue>(tav_istr(name_ + "session"), 1)),
@@ -288,10 +271,7 @@ void Client::cancel_all__() {
 
 void Client::io(tavCodecStream & s) {
     s.enter("client", tav_istr());
-    if (auto const present = meta()) {
-        metainfo copy(*present);
-        ioField(s, 1, "metainfo", copy);
-    }
+    ioField(s, 1, "metainfo", *meta());
     s.leave();
 }
 
@@ -377,13 +357,11 @@ tavSharedPtr<tavObject> Client::createObject(tav_istr name) const {
 }
 
 tavString Client::find_class_by_code(unsigned short msgcode) const {
-    auto const present = meta();
-    return present ? present->find_class_by_code(msgcode) : tavString();
+    return meta()->find_class_by_code(msgcode);
 }
 
 unsigned short Client::find_code_by_class(tav_istr name) const {
-    auto const present = meta();
-    return present ? present->find_code_by_class(name) : no_code;
+    return meta()->find_code_by_class(name);
 }
 
 bool Client::on_context_open() {
@@ -468,11 +446,23 @@ void Client::on_start(connect_ptr const & info, connect_option const & option) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_start"), name_, " on_start...");
     checkConnect("start");
     cancel_all_i();
-    auto fresh = std::make_shared<connect_option>(option);
-    auto described = std::make_shared<metainfo const>(option.metainfo);
+    auto const fresh = std::make_shared<connect_option>(option);
+    auto retired = fresh;
     {
         Lock const guard(fields_);
-        option_.swap(fresh);
+        option_.swap(retired);
+    }
+    std::shared_ptr<metainfo> described;
+    try {
+        described = std::make_shared<metainfo>(option.metainfo);
+    } catch (std::exception const & e) {
+        // The application hears of it as of any start that fails; the queue's loop has the log line.
+        on_connect_error(info, fresh, no_sno, no_code, exception_code, e.what());
+        info->on_conn_error();
+        throw;
+    }
+    {
+        Lock const guard(fields_);
         metainfo_.swap(described);
         connecting_ = info;
     }
@@ -636,7 +626,7 @@ std::shared_ptr<connect_option> Client::option() const {
     return option_;
 }
 
-std::shared_ptr<metainfo const> Client::meta() const {
+std::shared_ptr<metainfo> Client::meta() const {
     Lock const guard(fields_);
     return metainfo_;
 }

@@ -6,6 +6,7 @@
 #include "tav/vinta/vinta_basetypes_util.h"
 #include "tav/vinta/vinta_im_pkt.h"
 #include "tav/vinta/vinta_mt_thread.h"
+#include "tav/vinta/vinta_tls_client_impl_metainfo.h"
 #include "tav/vinta/vinta_tls_client_impl_session.h"
 
 #include <asio/steady_timer.hpp>
@@ -21,20 +22,8 @@ namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
-/// What is known of message classes at run time.  No template is read yet: it knows no class, so a packet's
-/// JSON form is "null", and log lines show the NBR form.
-class metainfo : public tavCodecInterface {
-public:
-    explicit metainfo(std::string text);
-    void io(tavCodecStream & s) override;
-
-    tavString find_class_by_code(unsigned short msgcode) const;
-    unsigned short find_code_by_class(tav_istr name) const;
-    std::string message_to_json(tav_istr body, unsigned short msgcode, bool for_log) const;
-
-private:
-    std::string text_;
-};
+/// The decimal number at the front of a text; 0xffff if it does not fit a message code, 0 if there is none.
+unsigned short decimalCode(tav_istr text);
 
 /// The result of one start or reconnect.  Any thread may wait; it ends once, with the first outcome told.
 class connect_info : public tls::connect_info {
@@ -118,12 +107,17 @@ public:
                       tavMsgExt const & ext);
     send_ptr sendMsg(tavMessage const & msg, send_option const & option);
     send_ptr sendMsg(tavSharedPtr<tavMessage> const & msg, send_option const & option);
+    /// JSON by the meta model, of a class, of a decimal code if `class_or_code` begins with a digit, or of
+    /// what the object itself names.
+    send_ptr sendJsonMsg(tav_istr json, send_option const & option, tav_istr class_or_code);
+    send_ptr sendJsonMsg(tav_istr json, send_option const & option, unsigned short msgcode);
     send_ptr sendNbrMsg(unsigned short msgcode, tav_istr body, send_option const & option, tav_istr target);
     send_ptr sendOldNbrMsg(unsigned char msgcode, tav_istr body, tav_istr target);
     result_type send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessage> const & ack, int wait_ms,
                               bool grey, unsigned short version, send_ptr * out);
     result_type send_and_wait(tavMessage const & msg, tavMessage & ack, int wait_ms, bool grey,
                               unsigned short version, send_ptr * out);
+    /// The packet's body by the meta model; "null" for a code that it does not know.
     std::string to_json(im::Packet const & packet, bool for_log) const;
 
 private:
@@ -160,9 +154,14 @@ private:
     connect_ptr take_connecting(connect_ptr const & info);
     connect_ptr connecting() const;
     std::shared_ptr<connect_option> option() const;
-    std::shared_ptr<metainfo const> meta() const;
+    /// Never null: a client that was not started has an empty one.
+    std::shared_ptr<metainfo> meta() const;
 
     send_ptr send_object(tavMessage const & msg, send_option const & option, detail::Site site);
+    send_ptr send_json(tav_istr json, send_option const & option, unsigned short msgcode, tav_istr className);
+    /// The body as the log shows it: " json " and the text, or " nbr " and the values.  A body that is not
+    /// NBR throws whatever the log level is; without a reader the values are left out.
+    std::string body_text(im::Packet const & packet) const;
     void dispatch(tavBytes const & frame, session & from);
     bool to_send_level(session & from, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                        tavMsgExt const & ext);
@@ -171,9 +170,11 @@ private:
     void to_global_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                          tavMsgExt const & ext);
 
+    /// First of all: no template is read before the kinds of fields have their names.
+    pml::field_type::Initializer field_initializer_;
     tavMutex fields_;
     std::shared_ptr<connect_option> option_;
-    std::shared_ptr<metainfo const> metainfo_;
+    std::shared_ptr<metainfo> metainfo_;
     std::shared_ptr<nbr_function const> on_old_nbr_msg_;
     connect_ptr connecting_;
     tavSharedPtr<session> session_;

@@ -4,6 +4,7 @@
 #include "tav/vinta/vinta_tls_client_impl_log.h"
 
 #include <mutex>
+#include <sstream>
 #include <utility>
 
 namespace tav {
@@ -18,7 +19,10 @@ constexpr unsigned smallest_packet = 16;
 constexpr unsigned char affirm_kind_mask = 0xf0;
 constexpr unsigned char need_affirm = 0x20;
 constexpr unsigned char affirmed = 0x30;
+constexpr unsigned short no_code = 0xffff;
 constexpr char const * no_json = "null";
+/// The tag under which messages are told of that do not fit the meta model.
+constexpr char const * json_tag = "JSON2NBR";
 
 using Lock = std::lock_guard<tavMutex const>;
 
@@ -102,15 +106,9 @@ void Client::dispatch(tavBytes const & frame, session & from) {
         detail::log(tav_istr(log_tag), tavLogger::INFO, site,
                     [&](std::ostream & out) { received(out) << " obj " << *obj; });
     } else {
-        std::string const json = to_json(*packet, true);
-        if (json != no_json) {
-            detail::log(tav_istr(log_tag), tavLogger::INFO, site,
-                        [&](std::ostream & out) { received(out) << " json " << json; });
-        } else {
-            nbr::NbrInputStream const parsed(body);
-            detail::log(tav_istr(log_tag), tavLogger::INFO, site,
-                        [&](std::ostream & out) { received(out) << " nbr " << parsed; });
-        }
+        std::string const shown = body_text(*packet);
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
+                    [&](std::ostream & out) { received(out) << shown; });
     }
 
     if (!to_send_level(from, *packet, obj, ext) && !to_type_level(*packet, obj, ext)) {
@@ -255,19 +253,9 @@ Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgco
                 << " obj " << *obj;
         });
     } else {
-        std::string const json = to_json(*packet, true);
-        if (json != no_json) {
-            detail::log(tav_istr(log_tag), tavLogger::INFO, site, [&](std::ostream & out) {
-                out << name_ << " send pkt " << *packet << " /"
-                    << " json " << json;
-            });
-        } else {
-            nbr::NbrInputStream const parsed(body);
-            detail::log(tav_istr(log_tag), tavLogger::INFO, site, [&](std::ostream & out) {
-                out << name_ << " send pkt " << *packet << " /"
-                    << " nbr " << parsed;
-            });
-        }
+        std::string const shown = body_text(*packet);
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
+                    [&](std::ostream & out) { out << name_ << " send pkt " << *packet << " /" << shown; });
     }
     return to->send_pkt(packet, option);
 }
@@ -294,6 +282,37 @@ Client::send_ptr Client::send_object(tavMessage const & msg, send_option const &
         tavBytes const body = msg.encode(true);
         return send_msg(sno, msg.msgcode(), tav_istr(body), option, tav_istr(), &msg,
                         msg.ext.empty() ? option.ext : msg.ext);
+    } catch (...) {
+        reportCaught(site);
+        return nullptr;
+    }
+}
+
+Client::send_ptr Client::sendJsonMsg(tav_istr json, send_option const & option, tav_istr class_or_code) {
+    char const first = class_or_code.firstChar();
+    if (first >= '0' && first <= '9') {
+        return send_json(json, option, decimalCode(class_or_code), tav_istr());
+    }
+    return send_json(json, option, no_code, class_or_code);
+}
+
+Client::send_ptr Client::sendJsonMsg(tav_istr json, send_option const & option, unsigned short msgcode) {
+    return send_json(json, option, msgcode, tav_istr());
+}
+
+Client::send_ptr Client::send_json(tav_istr json, send_option const & option, unsigned short msgcode,
+                                   tav_istr className) {
+    detail::Site const site = here("tav::tls::impl::Client::sendJsonMsg");
+    try {
+        tavBytes body;
+        meta()->json_to_message(json, body, msgcode, className);
+        sayCode(tavLogger::VERBOSE, site, name_, " send json msg  0x", msgcode);
+        if (json.empty() && msgcode == no_code) {
+            log_parts(tavLogger::ERROR, site, name_, " neither json nor code given");
+            return nullptr;
+        }
+        unsigned long long sno = option.sno;
+        return send_msg(sno, msgcode, tav_istr(body), option, tav_istr(), nullptr, option.ext);
     } catch (...) {
         reportCaught(site);
         return nullptr;
@@ -393,8 +412,28 @@ result_type Client::send_and_wait(tavMessage const & msg, tavMessage & ack, int 
 }
 
 std::string Client::to_json(im::Packet const & packet, bool for_log) const {
-    auto const present = meta();
-    return present ? present->message_to_json(packet.body(), packet.code(), for_log) : std::string(no_json);
+    return meta()->message_to_json(packet.body(), packet.code(), for_log);
+}
+
+std::string Client::body_text(im::Packet const & packet) const {
+    tav_istr const body = packet.body();
+    bool const seen = tavLogger::isLoggable(tav_istr(log_tag), tavLogger::INFO);
+    // The masked text needs a class and a reader, of the text or of what making it tells.  All else is
+    // decided by the reading below, which fails for the same bytes.
+    bool const told = seen || tavLogger::isLoggable(tav_istr(json_tag), tavLogger::ERROR);
+    if (body.empty() || (told && meta()->describes(packet.code()))) {
+        std::string const json = to_json(packet, true);
+        if (json != no_json) {
+            return " json " + json;
+        }
+    }
+    nbr::NbrInputStream const parsed(body);
+    if (!seen) {
+        return std::string();
+    }
+    std::ostringstream out;
+    out << " nbr " << parsed;
+    return out.str();
 }
 
 } // namespace TAV_IMPL_NAMESPACE

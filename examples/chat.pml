@@ -1,0 +1,39 @@
+(* The messages of json_chat.cpp.  The gateway passes codes from 3000 to 3fff on to the other clients, answers
+   each with its code + 1, and answers 7001 with a push of 7003 too. *)
+Place:object(
+    __class__(chat.Place)
+    [1]city:string()
+    [2]latitude:double()
+)
+Say:object(
+    __class__(chat.Say)
+    __code__(3001)
+    [1]user:string()
+    [2]password:string({***})
+    [3]text:string()
+    [4]at:time()
+    [5]mood:enum{Mood}(
+        __default__(calm)
+        calm(0)
+        merry(1)
+    )
+    [6]tags:list{string}()
+    [7]votes:map{string,int64}()
+    [8]place:chat.Place()
+    [9]topic:string?()
+)
+Said:object(
+    __class__(chat.Said)
+    __super__(chat.Say)
+    __code__(3002)
+)
+PushMe:object(
+    __class__(chat.PushMe)
+    __code__(7001)
+    [1]text:string()
+)
+Pushed:object(
+    __class__(chat.Pushed)
+    __super__(chat.PushMe)
+    __code__(7003)
+)
