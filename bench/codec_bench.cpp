@@ -1,34 +1,11 @@
 #include "allocations.h"
-#include "message.h"
-#include "message.pb.h"
+#include "peer.h"
 
 #include <benchmark/benchmark.h>
 
 #include <sstream>
 
 namespace {
-
-tav_bench::Note peerSample() {
-    tav_bench_own::Note const own = tav_bench_own::sample();
-    tav_bench::Note note;
-    note.set_from(own.from.data());
-    note.set_to(own.to.data());
-    note.set_topic(own.topic.data());
-    note.set_text(own.text.data());
-    note.set_mood(own.mood);
-    note.set_flags(own.flags);
-    note.set_at(own.at);
-    note.set_urgent(own.urgent);
-    note.set_weight(own.weight);
-    for (tavString const & tag : own.tags) {
-        note.add_tags(tag.data());
-    }
-    note.mutable_place()->set_city(own.place.city.data());
-    note.mutable_place()->set_floor(own.place.floor);
-    note.mutable_place()->set_height(own.place.height);
-    note.set_digest(std::string(tav_istr(own.digest)));
-    return note;
-}
 
 void encodeOwn(benchmark::State & state) {
     tav_bench_own::Note const note = tav_bench_own::sample();

@@ -9,6 +9,8 @@
 /// numbers, a list of three texts, an object of three fields and 32 bytes.
 namespace tav_bench_own {
 
+namespace types = tav::pml::field_type;
+
 struct Place : tavObject {
     tavString city;
     int floor = 0;
@@ -25,9 +27,9 @@ struct Place : tavObject {
 
 protected:
     void traverse(tavCodecStream & s) override {
-        ioField(s, 1, tav_istr("city", 4), city);
-        ioField(s, 2, tav_istr("floor", 5), floor);
-        ioField(s, 3, tav_istr("height", 6), height);
+        ioField(s, 1, tav_istr("city", 4), city, tavCodecMeta(types::string_));
+        ioField(s, 2, tav_istr("floor", 5), floor, tavCodecMeta(types::int32_));
+        ioField(s, 3, tav_istr("height", 6), height, tavCodecMeta(types::double_));
     }
 };
 
@@ -57,18 +59,18 @@ struct Note : tavMessage {
 
 protected:
     void traverse(tavCodecStream & s) override {
-        ioField(s, 1, tav_istr("from", 4), from);
-        ioField(s, 2, tav_istr("to", 2), to);
-        ioField(s, 3, tav_istr("topic", 5), topic);
-        ioField(s, 4, tav_istr("text", 4), text);
-        ioField(s, 5, tav_istr("mood", 4), mood);
-        ioField(s, 6, tav_istr("flags", 5), flags);
-        ioField(s, 7, tav_istr("at", 2), at);
-        ioField(s, 8, tav_istr("urgent", 6), urgent);
-        ioField(s, 9, tav_istr("weight", 6), weight);
-        ioField(s, 10, tav_istr("tags", 4), tags);
-        ioField(s, 11, tav_istr("place", 5), place);
-        ioField(s, 12, tav_istr("digest", 6), digest);
+        ioField(s, 1, tav_istr("from", 4), from, tavCodecMeta(types::string_));
+        ioField(s, 2, tav_istr("to", 2), to, tavCodecMeta(types::string_));
+        ioField(s, 3, tav_istr("topic", 5), topic, tavCodecMeta(types::string_));
+        ioField(s, 4, tav_istr("text", 4), text, tavCodecMeta(types::string_));
+        ioField(s, 5, tav_istr("mood", 4), mood, tavCodecMeta(types::int32_));
+        ioField(s, 6, tav_istr("flags", 5), flags, tavCodecMeta(types::uint32_));
+        ioField(s, 7, tav_istr("at", 2), at, tavCodecMeta(types::int64_));
+        ioField(s, 8, tav_istr("urgent", 6), urgent, tavCodecMeta(types::bool_));
+        ioField(s, 9, tav_istr("weight", 6), weight, tavCodecMeta(types::double_));
+        ioField(s, 10, tav_istr("tags", 4), tags, tavCodecMeta(types::list_));
+        ioField(s, 11, tav_istr("place", 5), place, tavCodecMeta(types::object_));
+        ioField(s, 12, tav_istr("digest", 6), digest, tavCodecMeta(types::bytes_));
     }
 };
 

@@ -18,4 +18,4 @@ need_packages() {
 library_packages=(g++ cmake ninja-build ccache git ca-certificates libasio-dev libssl-dev)
 demo_packages=("${library_packages[@]}" libcli11-dev)
 test_packages=("${demo_packages[@]}" pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
-               protobuf-compiler)
+               protobuf-compiler rapidjson-dev nlohmann-json3-dev)
