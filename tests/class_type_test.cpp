@@ -319,6 +319,14 @@ TEST(ClassType, NamesComeFromTheConfiguration) {
     EXPECT_EQ("enum 'int32'", parsed("enum{int32}", cfg));
 }
 
+TEST(ClassType, AnEmptyTextIsTheOptionalFormOfString) {
+    Unit cfg = configuration();
+    cfg.child("types").child("string?").value("Text");
+    EXPECT_EQ("string 'Text' optional", parsed("", cfg));
+    EXPECT_EQ("string 'String'", parsed("string", cfg));
+    EXPECT_EQ("map 'Text' key 'Text' keyType string element string", parsed("map{,}", cfg));
+}
+
 TEST(ClassType, ObjectIsReferenceGivesMapsTheOptionalForms) {
     Unit cfg = configuration();
     for (char const * yes : {"true", "1"}) {
@@ -476,6 +484,15 @@ TEST(ClassType, AliasesMayBeAdded) {
         }
     }
     EXPECT_EQ("no: object 'MoneyBag'", parsed("MoneyBag"));
+}
+
+TEST(ClassType, AnAliasThatWasReplacedStaysSo) {
+    field_type::addAlias("int", field_type::int64_, true);
+    field_type::Initializer const again;
+    EXPECT_EQ("int64 'int64' optional", parsed("int"));
+    EXPECT_EQ("int32 'int32' optional", parsed("Integer"));
+    field_type::addAlias("int", field_type::int32_, false);
+    EXPECT_EQ("int32 'int32'", parsed("int"));
 }
 
 TEST(ClassType, AliasesAreTriedInAscendingOrderOfTheirNames) {

@@ -174,7 +174,9 @@ TEST(FieldTypes, ANameThatIsNotDefinedIsLogged) {
         ASSERT_TRUE(log.waitFor("type {double} not defined in template cfg"));
         LogCapture::Record const record = log.find("type {double} not defined in template cfg");
         EXPECT_EQ(tavLogger::VERBOSE, record.level);
-        EXPECT_NE(std::string::npos, record.text.find("getTypeName")) << record.text;
+        EXPECT_NE(std::string::npos, record.text.find("[TAV]field_type::getTypeName(")) << record.text;
+        EXPECT_EQ(") type {double} not defined in template cfg\n",
+                  record.text.substr(record.text.rfind(") ")));
         EXPECT_EQ(1u, log.count("not defined"));
     }
     {
@@ -183,6 +185,31 @@ TEST(FieldTypes, ANameThatIsNotDefinedIsLogged) {
         tavLogger::flush();
         EXPECT_EQ(0u, log.count("not defined"));
     }
+}
+
+TEST(FieldTypes, ANameThatIsNotDefinedIsLoggedUnderTheDefaultTagOnly) {
+    Unit cfg;
+    cfg.child("types").child("int32?").value("Integer");
+    {
+        LogCapture const log("clear(ASSERT)TAV(VERBOSE)");
+        EXPECT_EQ("Integer", field_type::getTypeName(field_type::int32_, cfg, true, nullptr));
+        EXPECT_EQ("int32", field_type::getTypeName(field_type::int32_, cfg, false, nullptr));
+        ASSERT_TRUE(log.waitFor("type {int32} not defined in template cfg"));
+        EXPECT_EQ(1u, log.count("not defined"));
+    }
+    {
+        LogCapture const log("clear(VERBOSE)TAV(DEBUG)");
+        field_type::getTypeName(field_type::int32_, cfg, false, nullptr);
+        tavLogger::flush();
+        EXPECT_EQ(0u, log.count("not defined"));
+    }
+}
+
+TEST(FieldTypes, AConfigurationWithANameOnlyIsEmptyAndLogsNothing) {
+    LogCapture const log("clear(VERBOSE)");
+    EXPECT_EQ("int32", field_type::getTypeName(field_type::int32_, Unit("cfg", "type", ""), true, nullptr));
+    tavLogger::flush();
+    EXPECT_EQ(0u, log.count("not defined"));
 }
 
 TEST(FieldTypes, MayBeUsedByManyThreadsFromTheStart) {

@@ -108,6 +108,7 @@ TEST(MetaClass, HasTheRootAsBaseUnlessItNamesOne) {
     EXPECT_EQ("DataObject", withFields("__super__()a:int32()").superName);
     EXPECT_EQ("Base", withFields("__super__(Base)a:int32()").superName);
     EXPECT_EQ("UnionObject", classOf("u:union{U}(a:int32())").superName);
+    EXPECT_EQ("DataObject", classOf("m:map{string,M}(a:int32())").superName);
 }
 
 TEST(MetaClass, HasNoBaseIfThatIsNull) {
@@ -211,6 +212,9 @@ TEST(MetaClassEnumField, BringsANestedEnum) {
     EXPECT_FALSE(field.classType.optional);
     EXPECT_EQ("good", field.valueComment.value);
     EXPECT_EQ((std::set<int>{0, 1}), field.validValues);
+    MetaClass const twice = withFields("mood:enum{Mood}(__default__(a)__default__(b)__other__(9)a(0)b(1))");
+    EXPECT_EQ("a", onlyField(twice).valueComment.value);
+    EXPECT_EQ((std::set<int>{0, 1}), onlyField(twice).validValues);
 }
 
 TEST(MetaClassEnumField, ReadsMembersAsIntegersAndElseAsMinusOne) {
@@ -250,6 +254,13 @@ TEST(MetaClassMapField, AddsItsFirstChildAsElement) {
     EXPECT_EQ(field_type::object_, field.classType.elementType);
     EXPECT_EQ("string", field.classType.keyName);
     EXPECT_EQ(field_type::string_, field.classType.keyType);
+}
+
+TEST(MetaClassMapField, TakesAnElementWithoutAName) {
+    MetaClass const c = withFields("m:map{string,Foo}(:Bar([1]a:int32()))");
+    ASSERT_EQ(1u, c.classes.size());
+    EXPECT_EQ("Bar", c.classes[0].className);
+    EXPECT_EQ("Bar", onlyField(c).classType.name);
 }
 
 TEST(MetaClassMapField, MayHaveASimpleElement) {
@@ -388,6 +399,13 @@ TEST(MetaClassObjectField, WithoutTypeTextIsAReferenceOfItsName) {
     EXPECT_EQ(field_type::ref_, onlyField(c).classType.type);
     EXPECT_EQ("home", onlyField(c).classType.name);
     EXPECT_EQ(2, onlyField(c).idName.id);
+}
+
+TEST(MetaClassObjectField, OfASimpleKindWithChildrenIsAReferenceOfThatName) {
+    MetaClass const c = withFields("[2]x:int32(a:int8())");
+    EXPECT_TRUE(c.classes.empty());
+    EXPECT_EQ(field_type::ref_, onlyField(c).classType.type);
+    EXPECT_EQ("int32", onlyField(c).classType.name);
 }
 
 TEST(MetaClassObjectField, WithABaseOrACodeOfItsOwnDeclaresAClass) {

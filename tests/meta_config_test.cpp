@@ -178,9 +178,19 @@ TEST(MetaReader, SetsNothingForGlobal) {
     EXPECT_EQ(field_type::string_, c.kind);
     EXPECT_TRUE(c.fields.empty());
     EXPECT_EQ("__global__", c.name);
+    EXPECT_EQ("T", c.typeText);
+    EXPECT_EQ("__global__", c.unit.name());
 }
 
-TEST(MetaReader, DropsWithoutClassNameNothing) {
+TEST(MetaReader, ReadsNoFieldsForAnEnum) {
+    MetaClass const c = read("t:enum{T}(a(1)b(c(2)))", "");
+    EXPECT_EQ(field_type::enum_, c.kind);
+    EXPECT_TRUE(c.fields.empty());
+    EXPECT_TRUE(c.classes.empty());
+    EXPECT_EQ(2u, c.unit.size());
+}
+
+TEST(MetaReader, ReadsAClassWithoutAClassNameToo) {
     MetaClass const c = read("t:object(a:int32())", "");
     EXPECT_EQ("", c.className);
     EXPECT_EQ("", c.typeText);

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_pml_meta.h"
 
+#include "support/log_capture.h"
 #include "support/meta_model.h"
 
 #include <gtest/gtest.h>
@@ -70,6 +71,18 @@ TEST(MetaFactory, FindsClassesByNameAndByCode) {
     EXPECT_EQ(nullptr, factory.findClass(static_cast<unsigned short>(0x1F02)));
     EXPECT_EQ("", factory.findClassName(0x1F02));
     EXPECT_EQ(nullptr, factory.findEnum("Mood"));
+    EXPECT_EQ(hello, factory.findClass(tav_istr("im.Hello, and more", 8u)));
+    EXPECT_EQ(nullptr, factory.findClass(tav_istr()));
+}
+
+TEST(MetaFactory, LoadsWithTheDefaultsOfEveryKey) {
+    tav_test::LogCapture log("clear(VERBOSE)");
+    MetaFactory const factory =
+        loadTemplate("types(int32(long)) rootObject:R(x:int32()) t:T([1]a:int32()u:union{U}(b:int8()))");
+    EXPECT_EQ("DataObject", factory.findClass("T")->superName);
+    EXPECT_EQ("int32", factory.findClass("T")->fields.at(0).classType.name);
+    EXPECT_EQ("UnionObject", factory.findClass("T")->classes.at(0).superName);
+    EXPECT_FALSE(log.contains("not defined in template cfg"));
 }
 
 TEST(MetaFactory, FindsNoClassForACodeWhoseClassIsGone) {
@@ -130,6 +143,13 @@ TEST(MetaFactory, KeepsTheLaterOfTwoClasses) {
     EXPECT_EQ("b", factory.findClass("A")->name);
     EXPECT_EQ(factory.findClass("A"), factory.findClass(static_cast<unsigned short>(1)));
     EXPECT_EQ(factory.findClass("A"), factory.findClass(static_cast<unsigned short>(2)));
+}
+
+TEST(MetaFactory, KeepsTheLaterOfTwoEnumsAndAClassOfThatNameBesides) {
+    MetaFactory const factory = loadTemplate("a:enum{A}(one(1)) b:enum{A}(two(2)) c:A(x:int32())");
+    ASSERT_EQ(1u, factory.enums.size());
+    EXPECT_EQ("b", factory.findEnum("A")->values.name());
+    EXPECT_EQ("c", factory.findClass("A")->name);
 }
 
 TEST(MetaFactory, KeepsTheLaterClassOfACode) {

@@ -61,6 +61,11 @@ TEST(IdName, ReadsTheTagByTheIntegerRule) {
     EXPECT_EQ(32767, IdName(tav_istr("[32767]a")).id);
 }
 
+TEST(IdName, CutsATagInARadixFormTo16Bits) {
+    EXPECT_EQ(3, IdName(tav_istr("[0x10003]a")).id);
+    EXPECT_EQ(-1, IdName(tav_istr("[0xFFFF]a")).id);
+}
+
 TEST(IdName, CountsATagThatCannotBeReadAsNone) {
     for (char const * text : {"[]a", "[x]a", "[1x]a", "[32768]a", "[1 ]a"}) {
         IdName const v{tav_istr(text)};
@@ -142,6 +147,9 @@ TEST(ValueComment, TakesTheMaskForAValue) {
     EXPECT_EQ("", valueComment("{***}").comment);
     EXPECT_EQ("", valueComment("{***} ").value);
     EXPECT_EQ("**}", valueComment("{***} ").comment);
+    EXPECT_EQ("18", valueComment("18{***}").value);
+    EXPECT_EQ("*", valueComment("18{***}").comment);
+    EXPECT_FALSE(fieldOf("a:int32(18{***})").isProtected);
 }
 
 TEST(ValueComment, WritesValueAndComment) {
@@ -346,6 +354,12 @@ TEST(MetaEnum, HoldsACopyOfItsUnit) {
     EXPECT_EQ("bad", v.values.at(1).name());
     EXPECT_EQ("1", v.values.at(1).value());
     EXPECT_EQ("mood", v.values.name());
+}
+
+TEST(MetaEnum, SharesTheChildrenOfItsUnit) {
+    Unit const unit = unitOf("mood:enum{Mood}(good(0))");
+    MetaEnum const v(tav_istr("Mood"), unit);
+    EXPECT_EQ(unit.findAt(0), v.values.findAt(0));
 }
 
 TEST(MetaEnum, StartsWithoutAnything) {

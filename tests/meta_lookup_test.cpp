@@ -129,6 +129,19 @@ TEST(ClassChain, EndsAtALongCircle) {
     }
 }
 
+TEST(ClassChain, EndsAtALongCircleThatBeginsFarUp) {
+    for (unsigned const entry : {14u, 15u, 16u, 17u, 18u, 30u}) {
+        std::string text;
+        for (unsigned i = 0; i < 40; ++i) {
+            text += "c:C" + std::to_string(i) + "(__super__(C" + std::to_string(i == 39 ? entry : i + 1) +
+                    ")f:int8())";
+        }
+        MetaFactory const factory = loadTemplate(text);
+        ClassChain chain(*factory.findClass("C0"), factory);
+        EXPECT_EQ(39u, chain.bases().size()) << entry;
+    }
+}
+
 TEST(ClassChain, FindsTheSameLateAndEarly) {
     MetaFactory const factory = loadTemplate("a:A(__super__(B)[1]x:int32()) b:B([2]y:int32())");
     ClassChain eager(*factory.findClass("A"), factory);

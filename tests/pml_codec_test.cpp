@@ -75,6 +75,7 @@ TEST(PmlInStream, AnswersForItsKind) {
     EXPECT_EQ(nullptr, s.getOutputChild());
     EXPECT_FALSE(s.isNull());
     EXPECT_TRUE(s.valueIsEmpty());
+    EXPECT_FALSE(tavPmlInStream("a(1)").valueIsEmpty());
     s.enter("A", "B");
     s.leave();
     s.writeNull();
@@ -149,11 +150,37 @@ TEST(PmlInStream, InputChildrenAreAllChildrenInOrderAndShareThem) {
     EXPECT_EQ("3", valueOf(children[4]));
 }
 
+TEST(PmlInStream, StreamsOfAllChildrenShareTheirUnits) {
+    tavSharedPtr<Unit> const unit(new Unit("x", "1"));
+    Unit root("a");
+    root.addChild(unit);
+    tavPmlInStreamImpl impl(root);
+    tavPmlInStream s(&impl, false);
+    ASSERT_EQ(2u, unit->getRefCount());
+    std::vector<Stream> children;
+    s.getInputChildren(children);
+    EXPECT_EQ(3u, unit->getRefCount());
+    std::map<tavString, Stream> map;
+    s.getInputChildMap(map);
+    EXPECT_EQ(4u, unit->getRefCount());
+}
+
 TEST(PmlInStream, InputChildMapKeepsTheLastOfEachName) {
     std::map<tavString, Stream> map;
     tavPmlInStream("a(x(1)x(2))").getInputChildMap(map);
     ASSERT_EQ(1u, map.size());
     EXPECT_EQ("2", valueOf(map.at("x")));
+}
+
+TEST(PmlInStream, InputChildMapHasTheChildrenWithoutNamesToo) {
+    std::map<tavString, Stream> map;
+    map["x"] = nullptr;
+    map["y"] = nullptr;
+    tavPmlInStream("a((1)x(2)(3))").getInputChildMap(map);
+    ASSERT_EQ(3u, map.size());
+    EXPECT_EQ("3", valueOf(map.at("")));
+    EXPECT_EQ("2", valueOf(map.at("x")));
+    EXPECT_EQ(nullptr, map.at("y"));
 }
 
 TEST(PmlInStream, InputChildMapGoesByPresentNamesAndChildByEnteredOnes) {
@@ -207,9 +234,16 @@ TEST(PmlInStream, ATextThatFailsLeavesMostTargets) {
     EXPECT_EQ(0u, read<unsigned long>("abc", 7));
 }
 
-TEST(PmlInStream, TheNullUnitTouchesLongsOnly) {
+TEST(PmlInStream, TheNullUnitTouchesLongsAndWhatPassesThroughATextOnly) {
     EXPECT_EQ(7, readNull<int>(7));
     EXPECT_EQ(7, readNull<char>(7));
+    EXPECT_EQ(7, readNull<unsigned char>(7));
+    EXPECT_EQ(7, readNull<short>(7));
+    EXPECT_EQ(7, readNull<unsigned short>(7));
+    EXPECT_EQ(7u, readNull<unsigned>(7));
+    EXPECT_EQ(7, readNull<long long>(7));
+    EXPECT_EQ(7u, readNull<unsigned long long>(7));
+    EXPECT_EQ(7.0f, readNull<float>(7));
     EXPECT_EQ(7.0, readNull<double>(7));
     EXPECT_TRUE(readNull(true));
     EXPECT_EQ("x", readNull<tavString>("x"));
@@ -217,6 +251,9 @@ TEST(PmlInStream, TheNullUnitTouchesLongsOnly) {
     EXPECT_EQ(tavTime::milliseconds(7), readNull(tavTime::milliseconds(7)));
     EXPECT_EQ(0, readNull<long>(7));
     EXPECT_EQ(0u, readNull<unsigned long>(7));
+    EXPECT_EQ("", readNull<std::string>("x"));
+    EXPECT_TRUE(tavWstring() == readNull(tavWstring(L"x")));
+    EXPECT_EQ(L'x', readNull(L'x'));
 }
 
 TEST(PmlOutStream, AnswersForItsKind) {
@@ -255,6 +292,9 @@ TEST(PmlOutStream, EnterRecordsTheClassAsTypeOnce) {
     s.enter("B", "Base");
     EXPECT_EQ(":A()", s.str(false, false));
     EXPECT_EQ("", s.name());
+    tavPmlOutStream named;
+    named.name("n").enter("A", "Base");
+    EXPECT_EQ("n:A()", named.str(false, false));
 }
 
 TEST(PmlOutStream, WritesToItsImplementationAndDeletesItIfItOwnsIt) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <random>
 #include <stdexcept>
 #include <string>
 
@@ -107,12 +108,25 @@ TEST(PmlInputStream, OverAnEmptyTextHasAnEmptyUnitThatIsNotNull) {
     EXPECT_TRUE(s.isEmpty());
 }
 
+TEST(PmlInputStream, IsEmptyWithoutChildrenAndValueOnly) {
+    EXPECT_TRUE(PmlInputStream("a:t()").isEmpty());
+    EXPECT_FALSE(PmlInputStream("a(1)").isEmpty());
+    EXPECT_FALSE(PmlInputStream("a(b())").isEmpty());
+}
+
 TEST(PmlInputStream, ChildIsTheNullUnitIfAbsentAndNothingIsMade) {
     PmlInputStream const s("a(b(1)b(2)c(3))");
     EXPECT_EQ("1", s.child("b").value());
     EXPECT_TRUE(s.child("x").isNull());
     EXPECT_TRUE(s["x"].isNull());
     EXPECT_EQ(3u, s.unit().size());
+}
+
+TEST(PmlInputStream, AStreamWithoutAUnitHasNoChildren) {
+    PmlInputStream const s;
+    EXPECT_EQ(&Unit::null(), &s.child("x"));
+    EXPECT_EQ(&Unit::null(), &s.child("x", "y"));
+    EXPECT_EQ(&Unit::null(), &s["x"]);
 }
 
 TEST(PmlInputStream, ChildGoesByTheAlternativeNameIfThereIsOne) {
@@ -242,7 +256,10 @@ TEST(PmlInputStream, FloatingPointIsDecimalAndUsesUpTheText) {
     EXPECT_EQ(-250.0, read<double>("-2.5e2", 7));
     EXPECT_EQ(1.5f, read<float>("1.5", 7));
     EXPECT_EQ(10.0, read<double>("010", 7));
-    for (char const * text : {"", "abc", "1.5x", "0x10", "1e999", "inf"}) {
+    EXPECT_EQ(1.5, read<double>(" +1.5", 7));
+    EXPECT_EQ(0.5f, read<float>(".5", 7));
+    EXPECT_EQ(0.0, read<double>("1e-999", 7));
+    for (char const * text : {"", "abc", "1.5x", "0x10", "1e999", "inf", "nan", "1.5 ", "1e", "true"}) {
         SCOPED_TRACE(text);
         EXPECT_EQ(7.0, read<double>(text, 7));
         EXPECT_EQ(7.0f, read<float>(text, 7));
@@ -270,6 +287,54 @@ TEST(PmlInputStream, TextIsTheValue) {
     EXPECT_EQ(L"", read<std::wstring>("", L"b"));
 }
 
+TEST(PmlInputStream, TextKeepsItsNulBytesAndMostElseFailsOnThem) {
+    std::string const text("1\0"
+                           "2",
+                           3);
+    Unit const unit("a", tav_istr(text));
+    PmlInputStream const s(unit);
+    tavString tavText;
+    std::string plain;
+    std::wstring wide;
+    s >> tavText >> plain >> wide;
+    EXPECT_EQ(tavString(text), tavText);
+    EXPECT_EQ(text, plain);
+    EXPECT_EQ(L"1", wide); // as tavString decodes it
+    int number = 7;
+    double floating = 7;
+    bool truth = false;
+    s >> number >> floating >> truth;
+    EXPECT_EQ(7, number);
+    EXPECT_EQ(7.0, floating);
+    EXPECT_FALSE(truth);
+}
+
+TEST(PmlInputStream, NoTextMakesAConversionRaise) {
+    std::mt19937 random(6);
+    std::string const digits = "0123456789abxXB-+.eE:~=/ \xC3\xFF";
+    for (int round = 0; round < 3000; ++round) {
+        std::string text;
+        for (auto n = random() % 24; n > 0; --n) {
+            text += round % 2 == 0 ? static_cast<char>(random()) : digits[random() % digits.size()];
+        }
+        Unit const unit("a", tav_istr(text));
+        PmlInputStream const s(unit);
+        char small = 0;
+        unsigned short medium = 0;
+        unsigned long large = 0;
+        long long huge = 0;
+        float single = 0;
+        double twice = 0;
+        bool truth = false;
+        std::wstring wide;
+        tavBytes bytes;
+        tavTime time;
+        EXPECT_NO_THROW(s >> small >> medium >> large >> huge >> single >> twice >> truth >> wide >> bytes >>
+                        time)
+            << text;
+    }
+}
+
 TEST(PmlInputStream, BytesAreBase64) {
     EXPECT_EQ("Hello", read("SGVsbG8=", bytesOf("before")));
     EXPECT_EQ("", read("", bytesOf("before")));
@@ -285,6 +350,11 @@ TEST(PmlInputStream, TimeEndsAtTheFirstNul) {
     tavTime v;
     PmlInputStream(unit) >> v;
     EXPECT_EQ(expected, v);
+    std::string const cut("2022-06-01\0~11:09:29.007", 24);
+    Unit const day("a", tav_istr(cut));
+    PmlInputStream(day) >> v;
+    EXPECT_EQ(tavTime::from("2022-06-01"), v);
+    EXPECT_NE(tavTime::from(tav_istr(cut)), v);
     EXPECT_EQ(tavTime::from(""), read("", tavTime::milliseconds(7)));
     EXPECT_EQ(-1000, read("", tavTime::milliseconds(7)).milliseconds());
 }
@@ -358,6 +428,22 @@ TEST(PmlOutputStream, EnterSetsTypeAndNameOnlyOnce) {
     EXPECT_EQ("name:Type()", s.str(false, false));
 }
 
+TEST(PmlOutputStream, EnterSetsTypeAndNameEachByItself) {
+    PmlOutputStream named("n");
+    named.enter("T", "base", "other");
+    EXPECT_EQ("n:T()", named.str(false, false));
+    PmlOutputStream typed;
+    typed.type() = "T";
+    typed.enter("Other", "base", "n");
+    EXPECT_EQ("n:T()", typed.str(false, false));
+    PmlOutputStream onlyName;
+    onlyName.enter("", "base", "n");
+    EXPECT_EQ("n()", onlyName.str(false, false));
+    PmlOutputStream onlyType;
+    onlyType.enter("T", "base", "");
+    EXPECT_EQ(":T()", onlyType.str(false, false));
+}
+
 TEST(PmlOutputStream, IntegersAreDecimal) {
     EXPECT_EQ("65", written('A'));
     EXPECT_EQ("-1", written(static_cast<char>(-1)));
@@ -381,6 +467,10 @@ TEST(PmlOutputStream, FloatingPointHasSixSignificantDigits) {
     EXPECT_EQ("1e-05", written(0.00001));
     EXPECT_EQ("-0", written(-0.0));
     EXPECT_EQ("100", written(100.0f));
+    EXPECT_EQ("3.40282e+38", written(std::numeric_limits<float>::max()));
+    EXPECT_EQ("-inf", written(-std::numeric_limits<double>::infinity()));
+    EXPECT_EQ("inf", written(std::numeric_limits<float>::infinity()));
+    EXPECT_EQ("nan", written(std::numeric_limits<double>::quiet_NaN()));
 }
 
 TEST(PmlOutputStream, BoolIsAWord) {
@@ -399,11 +489,19 @@ TEST(PmlOutputStream, TextGoesAsItStands) {
     EXPECT_EQ("xy", written(tavString("xy")));
     EXPECT_EQ("xy", written(std::string("xy")));
     EXPECT_EQ("\xC3\xA4x", written(std::wstring(L"\u00E4x")));
+    std::string const nul("x\0y", 3);
+    EXPECT_EQ(nul, written(nul));
+    EXPECT_EQ(nul, written(tavString(nul)));
+    EXPECT_EQ(nul, written(tav_istr(nul)));
+    EXPECT_EQ(nul, written(std::wstring(L"x\0y", 3)));
+    EXPECT_EQ("x", written(nul.c_str()));
 }
 
 TEST(PmlOutputStream, BytesAreBase64AndTimesText) {
     EXPECT_EQ("SGVsbG8=", written(bytesOf("Hello")));
     EXPECT_EQ("", written(tavBytes()));
+    EXPECT_EQ(std::string(132, 'A'),
+              written(tavBytes(tav_istr(std::string(99, '\0'))))); // without line breaks
     tavTime const time = tavTime::from("2022-06-01~11:09:29.007");
     EXPECT_EQ(time.str(), written(time));
 }

@@ -420,49 +420,6 @@ TEST(PmlUnit, SetValueAndAssignmentTakeAPartOfTheUnitItself) {
     EXPECT_EQ("b(1)", unit.toPml());
 }
 
-TEST(PmlUnit, CopySharesChildrenAndNext) {
-    Unit parent;
-    Unit & unit = parent.child("comment", "a", 4);
-    unit.type("t").value("v");
-    unit.child("c").value("1");
-    unit.createNext();
-    Unit const copy(unit);
-    EXPECT_EQ("a", copy.name());
-    EXPECT_EQ("t", copy.type());
-    EXPECT_EQ("v", copy.value());
-    EXPECT_EQ("comment", copy.comment());
-    EXPECT_EQ(4, copy.id());
-    EXPECT_EQ(0u, copy.getRefCount());
-    EXPECT_EQ(unit.find("c"), copy.find("c"));
-    EXPECT_EQ(unit.next(), copy.next());
-    Unit assigned;
-    assigned.child("gone");
-    assigned = unit;
-    EXPECT_FALSE(assigned.hasChild("gone"));
-    EXPECT_EQ(unit.find("c"), assigned.find("c"));
-    EXPECT_EQ(unit.next(), assigned.next());
-    EXPECT_EQ(4, assigned.id());
-    EXPECT_EQ("comment", assigned.comment());
-}
-
-TEST(PmlUnit, CopyKeepsTheNamesOfEntryAndGrowsApart) {
-    for (int others : {0, 50}) {
-        Unit unit;
-        unit.child("a").value("1");
-        for (int i = 0; i < others; ++i) {
-            unit.addChild(made("other"));
-        }
-        EXPECT_TRUE(unit.hasChild("a"));
-        unit.child("a").name("b");
-        Unit copy(unit);
-        EXPECT_EQ("1", copy.child("a").value());
-        EXPECT_FALSE(copy.hasChild("b"));
-        copy.child("new");
-        EXPECT_FALSE(unit.hasChild("new"));
-        EXPECT_EQ(unit.size() + 1, copy.size());
-    }
-}
-
 TEST(PmlUnit, NextIsSetReadAndMade) {
     Unit unit(5);
     UnitPtr const next = unit.createNext();

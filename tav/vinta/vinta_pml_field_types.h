@@ -82,8 +82,8 @@ struct TAV_API AliasValue {
 };
 
 /// Making one registers the names of the kinds and the aliases that come with the library.  Only the first
-/// one does it, so that it may be made wherever they are needed.  All that parses or prints type texts here
-/// makes one of itself.
+/// one has something to do, so that one may be made wherever they are needed.  What parses or prints type
+/// texts, and addAlias, make one for themselves.
 ///
 /// Thread safety: all operations; whoever uses the map of `aliases()` holds `mtx()` meanwhile.
 class TAV_API Initializer {

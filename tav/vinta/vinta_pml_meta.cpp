@@ -16,10 +16,6 @@ using tav::detail::bytesOf;
 
 namespace {
 
-std::string_view viewOf(tavString const & text) {
-    return std::string_view(text.data(), text.size());
-}
-
 tav_istr istrOf(std::string_view text) {
     return tav_istr(text.data(), text.size());
 }
@@ -70,12 +66,13 @@ void copyOwnPart(MetaClass & to, MetaClass const & from) {
     to.fields = from.fields;
 }
 
-/// Copies the classes of `from`, and those within them, to `to`, which has none.
-void copyClasses(MetaClass & to, MetaClass const & from) {
+/// Copies all, where `to` is new.
+void copyClass(MetaClass & to, MetaClass const & from) {
     struct Pending {
         MetaClass * to;
         MetaClass const * from;
     };
+    copyOwnPart(to, from);
     std::vector<Pending> pending{Pending{&to, &from}};
     while (!pending.empty()) {
         Pending const pair = pending.back();
@@ -168,7 +165,7 @@ tavString IdName::toString(bool withId) const {
     std::string text = "[";
     tav::detail::appendNumber(text, id);
     text += ']';
-    text += viewOf(name);
+    text += bytesOf(name);
     return tavString(std::move(text));
 }
 
@@ -204,10 +201,10 @@ void ValueComment::io(tavCodecStream & s) {
         }
         return;
     }
-    std::string text(viewOf(value));
+    std::string text(bytesOf(value));
     if (!comment.empty() && value != "{***}") {
         text += "{*";
-        text += viewOf(comment);
+        text += bytesOf(comment);
         text += "*}";
     }
     writeText(s, std::move(text));
@@ -221,7 +218,7 @@ MetaField::MetaField(Unit const & child, Unit const & cfg)
         return;
     }
     valueComment = ValueComment(tav_istr(child.value()));
-    std::string_view const text = viewOf(valueComment.value);
+    std::string_view const text = bytesOf(valueComment.value);
     if (text == "true" || text == "false") {
         std::vector<tavString> dimensions = std::move(classType.dimensions);
         tavString const name = field_type::getTypeName(field_type::bool_, cfg, classType.optional, nullptr);
@@ -257,7 +254,7 @@ void MetaField::io(tavCodecStream & s) {
     text += textOf(classType);
     text += '(';
     text += textOf(valueComment);
-    text += viewOf(spec);
+    text += bytesOf(spec);
     text += ')';
     writeText(s, std::move(text));
 }
@@ -271,7 +268,7 @@ void MetaEnum::io(tavCodecStream & s) {
         return;
     }
     std::string type = "enum{";
-    type += viewOf(name);
+    type += bytesOf(name);
     type += '}';
     s.enter(tav_istr(type), tav_istr());
     int id = 0;
@@ -284,38 +281,11 @@ void MetaEnum::io(tavCodecStream & s) {
 
 MetaClass::MetaClass() : kind(field_type::string_), isList(false), isRef(false) {}
 
-MetaClass::MetaClass(MetaClass const & other)
-    : tavCodecInterface(other),
-      unit(other.unit),
-      name(other.name),
-      typeText(other.typeText),
-      className(other.className),
-      superName(other.superName),
-      code(other.code),
-      kind(other.kind),
-      isList(other.isList),
-      isRef(other.isRef),
-      imports(other.imports),
-      enums(other.enums),
-      fields(other.fields) {
-    copyClasses(*this, other);
+MetaClass::MetaClass(MetaClass const & other) : MetaClass() {
+    copyClass(*this, other);
 }
 
-MetaClass::MetaClass(MetaClass && other) noexcept
-    : tavCodecInterface(other),
-      unit(other.unit),
-      name(std::move(other.name)),
-      typeText(std::move(other.typeText)),
-      className(std::move(other.className)),
-      superName(std::move(other.superName)),
-      code(std::move(other.code)),
-      kind(other.kind),
-      isList(other.isList),
-      isRef(other.isRef),
-      imports(std::move(other.imports)),
-      classes(std::move(other.classes)),
-      enums(std::move(other.enums)),
-      fields(std::move(other.fields)) {}
+MetaClass::MetaClass(MetaClass && other) noexcept = default;
 
 MetaClass & MetaClass::operator=(MetaClass const & other) {
     return *this = MetaClass(other);
@@ -324,7 +294,7 @@ MetaClass & MetaClass::operator=(MetaClass const & other) {
 MetaClass & MetaClass::operator=(MetaClass && other) noexcept {
     // `other` may be one of this class's own, and goes with what is replaced.
     MetaClass taken(std::move(other));
-    unit = taken.unit;
+    unit = std::move(taken.unit);
     name.swap(taken.name);
     typeText.swap(taken.typeText);
     className.swap(taken.className);
@@ -348,16 +318,13 @@ MetaClass::~MetaClass() {
     std::vector<std::vector<MetaClass>> pending;
     pending.push_back(std::move(classes));
     while (!pending.empty()) {
-        std::vector<MetaClass> const batch = [&pending] {
-            std::vector<MetaClass> last = std::move(pending.back());
-            pending.pop_back();
-            for (MetaClass & nested : last) {
-                if (!nested.classes.empty()) {
-                    pending.push_back(std::move(nested.classes));
-                }
+        std::vector<MetaClass> batch = std::move(pending.back());
+        pending.pop_back();
+        for (MetaClass & nested : batch) {
+            if (!nested.classes.empty()) {
+                pending.push_back(std::move(nested.classes));
             }
-            return last;
-        }();
+        }
     }
 }
 
@@ -388,7 +355,7 @@ void MetaClass::io(tavCodecStream & s) {
 MetaField const * MetaClass::findField(tav_istr wanted) const {
     std::string_view const bytes = bytesOf(wanted);
     for (MetaField const & field : fields) {
-        if (viewOf(field.idName.name) == bytes) {
+        if (bytesOf(field.idName.name) == bytes) {
             return &field;
         }
     }
@@ -421,7 +388,7 @@ MetaFactory::MetaFactory(PmlInputStream & in) {
         } else {
             classes.insert_or_assign(className, std::move(read));
         }
-        unsigned short const number = tav::detail::readHexCode(viewOf(code));
+        unsigned short const number = tav::detail::readHexCode(bytesOf(code));
         if (!code.empty() && number != 0xFFFF) {
             code2class.insert_or_assign(number, className);
         }

@@ -35,7 +35,8 @@ namespace pml {
 class TAV_API IdName : public tavCodecInterface {
 public:
     IdName();
-    /// Takes a leading `[id]` off.  A number that can't be read, or that does not fit, counts as none.
+    /// Takes a leading `[id]` off: a decimal number, or one behind `0x`, `0b` or an octal 0, of which the low
+    /// 16 bits count.  One that can't be read, or a decimal one that does not fit, counts as none.
     explicit IdName(tav_istr text);
 
     /// `[id]name`, or the name alone.
@@ -128,8 +129,9 @@ public:
 
     /// The unit that the class was read from.
     Unit unit;
+    /// The unit's name without its tag.
     tavString name;
-    /// The type text without its kind.
+    /// What the type text names: the class, the inner type, or a simple kind.
     tavString typeText;
     /// The name by which the class is found.
     tavString className;
@@ -138,8 +140,11 @@ public:
     /// The message code as hexadecimal text; empty if there is none.
     tavString code;
     tavEnum<field_type::values> kind;
+    /// Whether the kind is `list` or `ref_list`.
     bool isList;
+    /// Whether the kind is `ref` or `ref_list`.
     bool isRef;
+    /// Paths for generators of code.
     std::set<tavString> imports;
     std::vector<MetaClass> classes;
     std::vector<MetaEnum> enums;
@@ -152,8 +157,9 @@ public:
 class TAV_API MetaFactory : public tavCodecInterface {
 public:
     MetaFactory();
-    /// Loads the unit of `in` and those that follow it.  A class without a class name is dropped; of two
-    /// classes of one name the later stands.  Whatever the units hold, nothing is refused.
+    /// Loads the unit of `in` and those that follow it, whose children it then shares.  A unit of the name
+    /// `__global__` and a class without a class name are dropped; of two classes of one name the later
+    /// stands.  Whatever the units hold, nothing is refused.
     explicit MetaFactory(PmlInputStream & in);
 
     /// Writes an object of the type `factory` with the three maps.

@@ -5,7 +5,7 @@
 #include "tav/vinta/vinta_pml_streams.h"
 
 #include <atomic>
-#include <deque>
+#include <forward_list>
 #include <mutex>
 #include <set>
 #include <string>
@@ -143,7 +143,7 @@ namespace {
 
 /// The registered kinds in ascending order of their names.
 struct Kinds {
-    /// The registry's values when these were taken: it has other ones after each change.
+    /// Which state of the registry these are of: after each change it has another set.
     std::set<int> const * registered;
     std::map<tavString, int> numbers;
 };
@@ -152,7 +152,7 @@ struct Kinds {
 std::map<tavString, int> const & kindsByName() {
     static std::atomic<Kinds const *> current{nullptr};
     static auto & mutex = *new std::mutex;
-    static auto & all = *new std::deque<Kinds>;
+    static auto & all = *new std::forward_list<Kinds>;
 
     auto const isCurrent = [](Kinds const * kinds) {
         return kinds != nullptr && kinds->registered == &detail::FieldAccess::valuesOf<field_type::values>();
@@ -164,8 +164,8 @@ std::map<tavString, int> const & kindsByName() {
         if (!isCurrent(kinds)) {
             // The values go ahead of the names: what is added between the two shows at the next call.
             std::set<int> const & registered = detail::FieldAccess::valuesOf<field_type::values>();
-            all.push_back(Kinds{&registered, tavEnum<field_type::values>::numbers()});
-            kinds = &all.back();
+            all.push_front(Kinds{&registered, tavEnum<field_type::values>::numbers()});
+            kinds = &all.front();
             current.store(kinds, std::memory_order_release);
         }
     }
@@ -194,6 +194,7 @@ struct Type {
     field_type::values keyKind = field_type::unknown_;
     bool optional = false;
     bool isRef = false;
+    /// `keyName` was set.
     bool hasKey = false;
     /// The text began with a kind or an alias.
     bool known = false;
@@ -396,7 +397,7 @@ private:
                 outer.elementKind = inner.kind;
             }
             break;
-        default:
+        default: // a map's value
             outer.name = nameWithinMap(inner);
             outer.elementKind = inner.kind;
             break;
@@ -409,8 +410,8 @@ private:
     }
 
     std::string_view languageName(field_type::values kind, bool optional) {
-        texts_.push_back(field_type::getTypeName(kind, cfg_, optional, nullptr));
-        return bytesOf(texts_.back());
+        texts_.push_front(field_type::getTypeName(kind, cfg_, optional, nullptr));
+        return bytesOf(texts_.front());
     }
 
     bool objectIsReference() const {
@@ -420,7 +421,8 @@ private:
     }
 
     Unit const & cfg_;
-    std::deque<tavString> texts_;
+    /// What the views in types are of, unless it is the parsed text: they stay where they are.
+    std::forward_list<tavString> texts_;
 };
 
 /// The type that `of` is, with `text` as its name.

@@ -14,7 +14,8 @@ using detail::bytesOf;
 
 namespace {
 
-/// All of `text` as an integer.  A form with a prefix must fit the bits of T, a decimal one its range.
+/// All of `text` as an integer.  A form with a prefix must fit the bits of T, a decimal one its range.  `out`
+/// is set on success only.
 template <class T>
 bool readNumber(std::string_view text, T & out) {
     unsigned long long value = 0;
@@ -169,6 +170,7 @@ void PmlInputStream::read(unsigned int & v) const {
 }
 
 void PmlInputStream::read(long & v) const {
+    // Stored also if nothing was read, and so from the null unit too.
     long long work = 0;
     read(work);
     v = work;

@@ -29,7 +29,8 @@ namespace pml {
 /// - `long`, `unsigned long`: such a number; else 0, also from the null unit.
 /// - `float`, `double`: a decimal number; any other text leaves the target alone.
 /// - `bool`: "true", "1", "false" and "0"; any other text leaves the target alone.
-/// - `tavString`, `std::string`, `std::wstring`: the text, which counts as UTF-8 for the last.
+/// - `tavString`, `std::string`: the text.
+/// - `std::wstring`: what tavString::toWstring makes of the text, up to its first NUL byte.
 /// - `tavBytes`: what the text stands for as base64.
 /// - `tavTime`: what tavTime::from makes of the text up to its first NUL byte.
 class TAV_API PmlInputStream {
@@ -73,12 +74,12 @@ public:
     /// The unit on one line, without types and without empty units.
     std::string str() const;
 
-    /// True.
+    /// What tells a reader from a writer: always true here, and false there.
     bool decoding() const;
-    /// 0.
+    /// Always 0: only a writer has a number of the caller's choosing.
     int dumping() const;
 
-    /// Nothing.
+    /// These do nothing: they stand where a writer has them.
     void enter(tav_istr a, tav_istr b, tav_istr c);
     void leave();
     void enterSuper();
@@ -149,7 +150,7 @@ public:
     Unit & operator[](tav_istr name);
     Unit & newChild();
 
-    /// False.
+    /// Always false.
     bool decoding() const;
 
     /// A number of the caller's choosing, 0 by default.
@@ -158,7 +159,7 @@ public:
 
     /// Sets the unit's type to `a` and its name to `c`, each if it is not empty and the unit has none yet.
     void enter(tav_istr a, tav_istr b, tav_istr c);
-    /// Nothing.
+    /// These do nothing.
     void leave();
     void enterSuper();
     void leaveSuper();
@@ -245,7 +246,7 @@ public:
     bool isOutputStream() const override;
     /// The stream of the child of this name; null if there is none.
     tavSharedPtr<tavCodecStream> child(int id, tav_istr name) override;
-    /// Null.
+    /// Null: there is no output.
     tavSharedPtr<tavCodecStream> getOutputChild() override;
     /// Appends one stream for each child, whatever its name.
     void getInputChildren(std::vector<tavSharedPtr<tavCodecStream>> & children) override;
@@ -284,7 +285,7 @@ private:
     /// The stream of a child.
     explicit tavPmlInStream(tavPmlInStreamImpl const & impl);
 
-    /// What it reads from if it was given nothing else.
+    /// What it reads from unless it was given an implementation.
     tavPmlInStreamImpl own_;
     tavPmlInStreamImpl * impl_;
     bool owns_;
@@ -314,7 +315,7 @@ public:
     tavSharedPtr<tavCodecStream> child(int id, tav_istr name) override;
     /// The stream of a new child without a name.
     tavSharedPtr<tavCodecStream> getOutputChild() override;
-    /// Nothing, and so does getInputChildMap.
+    /// Does nothing, and so does getInputChildMap: there is no input.
     void getInputChildren(std::vector<tavSharedPtr<tavCodecStream>> & children) override;
     bool isMapEntryCombined() const override;
     void getInputChildMap(std::map<tavString, tavSharedPtr<tavCodecStream>> & children) override;
@@ -354,7 +355,7 @@ private:
     /// The stream of a child.
     explicit tavPmlOutStream(tavPmlOutStreamImpl const & impl);
 
-    /// What it writes to if it was given nothing else.
+    /// What it writes to unless it was given an implementation; else a copy of that, which makes no unit.
     tavPmlOutStreamImpl own_;
     tavPmlOutStreamImpl * impl_;
     bool owns_;

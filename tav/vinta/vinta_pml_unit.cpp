@@ -378,20 +378,22 @@ Unit::Unit(Unit const & other)
       next_(other.next_) {}
 
 Unit & Unit::operator=(Unit const & other) {
-    if (this == &other) {
-        return *this;
+    if (this != &other) {
+        // What is replaced goes last, as `other` may be a part of it.
+        Unit former(other);
+        swapContents(former);
     }
+    return *this;
+}
+
+Unit::Unit(Unit && other) noexcept {
+    swapContents(other);
+}
+
+Unit & Unit::operator=(Unit && other) noexcept {
     // What is replaced goes last, as `other` may be a part of it.
-    Unit former(other);
-    name_.swap(former.name_);
-    type_.swap(former.type_);
-    value_.swap(former.value_);
-    std::swap(id_, former.id_);
-    comment_.swap(former.comment_);
-    children_.swap(former.children_);
-    entries_.swap(former.entries_);
-    next_.swap(former.next_);
-    forgetNames();
+    Unit former(std::move(other));
+    swapContents(former);
     return *this;
 }
 
@@ -803,11 +805,25 @@ void Unit::enter(tavSharedPtr<Unit> child, std::string name) {
     children_.push_back(std::move(child));
 }
 
-void Unit::forgetNames() {
+void Unit::forgetNames() noexcept {
     if (NameMap * const map = childMap_.load(std::memory_order_relaxed)) {
         childMap_.store(nullptr, std::memory_order_relaxed);
         delete map;
     }
+}
+
+/// Exchanges all but the counts.
+void Unit::swapContents(Unit & other) noexcept {
+    name_.swap(other.name_);
+    type_.swap(other.type_);
+    value_.swap(other.value_);
+    std::swap(id_, other.id_);
+    comment_.swap(other.comment_);
+    children_.swap(other.children_);
+    entries_.swap(other.entries_);
+    next_.swap(other.next_);
+    forgetNames();
+    other.forgetNames();
 }
 
 /// Writes this unit with all that lies below, without those that follow it.

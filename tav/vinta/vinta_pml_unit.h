@@ -57,6 +57,11 @@ public:
     /// Children and successor are shared, not copied.
     Unit(Unit const & other);
     Unit & operator=(Unit const & other);
+
+    /// Take all that `other` holds and leave it as a new unit, unless it is this one.  Its children keep
+    /// their places in memory, and the counts of both units stay.
+    Unit(Unit && other) noexcept;
+    Unit & operator=(Unit && other) noexcept;
     ~Unit() override;
 
     std::string & name();
@@ -205,7 +210,8 @@ private:
     NameMap const & names() const;
     tavSharedPtr<Unit> const * lookUp(tav_istr name) const;
     void enter(tavSharedPtr<Unit> child, std::string name);
-    void forgetNames();
+    void forgetNames() noexcept;
+    void swapContents(Unit & other) noexcept;
     void encode_i(std::string & out, int level, WriteOptions const & options) const;
 
     std::string name_;

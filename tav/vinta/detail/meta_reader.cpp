@@ -1,6 +1,7 @@
 #include "tav/vinta/detail/meta_reader.h"
 
 #include "tav/vinta/detail/number_text.h"
+#include "tav/vinta/detail/views.h"
 
 #include <cstddef>
 #include <deque>
@@ -23,10 +24,6 @@ using pml::Unit;
 namespace field_type = pml::field_type;
 
 namespace {
-
-std::string_view viewOf(tavString const & text) {
-    return std::string_view(text.data(), text.size());
-}
 
 bool startsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
@@ -139,10 +136,11 @@ bool keepsElement(Frame const & frame) {
     return frame.role == Role::field && (c.isList || c.kind == field_type::map_);
 }
 
-/// Whether a class declares nothing: it is then the mention of a class that is declared elsewhere.
+/// Whether a class declares nothing: it is then the mention of a class that is declared elsewhere.  Nested
+/// classes and enums come with a field each.
 bool isMention(Read const & read) {
     MetaClass const & c = read.cls;
-    return c.fields.empty() && c.classes.empty() && c.enums.empty() && c.code.empty() && !read.namesBase;
+    return c.fields.empty() && c.code.empty() && !read.namesBase;
 }
 
 /// The first child that is no directive; null if there is none.
@@ -165,7 +163,7 @@ void takeValues(MetaField & field, Unit const & members) {
     }
 }
 
-/// Adds a class, which gives up all that it holds.
+/// Adds a class, which gives up all that it holds.  Its unit is copied only here, for what is kept.
 void addClass(MetaClass & around, Read & declared) {
     around.classes.push_back(std::move(declared.cls));
     around.classes.back().unit = *declared.unit;
@@ -251,8 +249,6 @@ void Reader::readHead(Read & at, tavString const & around) {
     }
     if (c.kind == field_type::object_ && unit.simple()) {
         c.kind = field_type::ref_;
-        at.type.type = field_type::ref_;
-        at.type.isRef = true;
     }
     c.isRef = c.kind == field_type::ref_ || c.kind == field_type::ref_list_;
     c.isList = c.kind == field_type::list_ || c.kind == field_type::ref_list_;
@@ -422,6 +418,7 @@ void Reader::takeObject(MetaClass & around, Read & declared, MetaField & field) 
     addClass(around, declared);
 }
 
+/// Adds a field with its imports; those of the kind `object` came with the class itself.
 void Reader::addField(MetaClass & around, MetaField field) {
     ClassType & type = field.classType;
     if (config_.objectIsReference && type.type == field_type::object_) {
@@ -436,9 +433,6 @@ void Reader::addField(MetaClass & around, MetaField field) {
         switch (static_cast<field_type::values>(type.type)) {
         case field_type::time_: addImports(around, imports.child("time")); break;
         case field_type::enum_: addImports(around, imports.child("enum")); break;
-        case field_type::object_:
-        case field_type::ref_:
-        case field_type::union_: addImports(around, imports.child("object")); break;
         case field_type::list_:
         case field_type::ref_list_:
             addImports(around, imports.child("list").child("base"));
@@ -471,8 +465,8 @@ void Reader::addImport(MetaClass & to, std::string_view path) {
         return;
     }
     tavString const whole = absolute(path);
-    std::string_view rest = viewOf(whole);
-    std::string_view const package = viewOf(context_.package);
+    std::string_view rest = bytesOf(whole);
+    std::string_view const package = bytesOf(context_.package);
     if (!package.empty() && rest.size() > package.size() && startsWith(rest, package) &&
         rest[package.size()] == '.') {
         rest.remove_prefix(package.size() + 1);
@@ -487,7 +481,7 @@ tavString Reader::absolute(std::string_view path) const {
     if (!inPackage && path != "." && path != ".." && !startsWith(path, "../")) {
         return stringOf(path);
     }
-    std::string_view package = viewOf(context_.package);
+    std::string_view package = bytesOf(context_.package);
     std::string_view rest = path;
     if (inPackage) {
         rest.remove_prefix(path.front() == '/' ? 1 : 2);
@@ -511,7 +505,7 @@ tavString Reader::absolute(std::string_view path) const {
 /// The path that is known for a class, else its name, taken relative to the package if it asks for that.
 tavString Reader::resolved(tavString const & name) const {
     auto const known = context_.paths.find(name);
-    return known != context_.paths.end() ? known->second : absolute(viewOf(name));
+    return known != context_.paths.end() ? known->second : absolute(bytesOf(name));
 }
 
 } // namespace
