@@ -108,8 +108,22 @@ TEST_F(Json, ACodeDropsTheClassText) {
     connect();
     EXPECT_TRUE(refused(R"({"note":"n"})", "65535", "meta class not found, maybe neither"));
     EXPECT_EQ(sent(R"({"__class__":"im.Push","note":"n"})", "65535"), "4097 " + fields("01 F1 01 6E"));
+    EXPECT_EQ(sent(R"({"__class__":"im.Push","note":"n"})", "65535im.Hello"),
+              "4097 " + fields("01 F1 01 6E"));
     EXPECT_TRUE(refused(R"({"note":"n"})", "70000", "meta class not found, maybe neither"));
     EXPECT_TRUE(refused(R"({"note":"n"})", "0x1001", "meta class not found, maybe neither"));
+}
+
+TEST_F(Json, ATextThatBeginsWithADigitIsNeverAClass) {
+    tls::connect_option odd = rig.option();
+    odd.metainfo = "A:object(__class__(65535) __code__(1001) [1]n:int32?())"
+                   "B:object(__class__(5im) __code__(1002) [1]n:int32?())";
+    rig.connect(odd);
+    EXPECT_EQ(client().find_code_by_class("65535"), 0x1001);
+    EXPECT_EQ(client().find_code_by_class("5im"), 0x1002);
+    EXPECT_TRUE(refused("{}", "65535", "meta class not found"));
+    EXPECT_TRUE(refused("{}", "5im", "meta class not found"));
+    EXPECT_EQ(sent(R"({"__class__":"5im"})", ""), "4098 " + hex(bytes("FF 01 28 FF 01 29")));
 }
 
 TEST_F(Json, TheCodeCanBeGivenAsANumber) {
@@ -181,13 +195,41 @@ TEST_F(Json, SaysWhatItSends) {
     EXPECT_TRUE(
         log.inOrder({"<n> send json msg @im.Reply\n", "<n> send json msg  0x1F02\n", "<n> send pkt #",
                      "<n> send result: sno = #" + textOf(info->sno()) + ", send result = unknown\n"}));
+    EXPECT_EQ(log.find("<n> send json msg @").level, tavLogger::INFO);
     EXPECT_EQ(log.find("<n> send json msg  0x1F02\n").level, tavLogger::VERBOSE);
+    EXPECT_EQ(log.find("<n> send result: ").level, tavLogger::INFO);
     LogCapture::Record const packet = log.find("<n> send pkt #");
     EXPECT_EQ(packet.level, tavLogger::INFO);
     EXPECT_NE(packet.text.find(" 0x1F02 "), std::string::npos) << packet.text;
     EXPECT_NE(packet.text.find(" / json " + replyLogged() + "\n"), std::string::npos) << packet.text;
     EXPECT_FALSE(log.contains("tell nobody"));
     EXPECT_FALSE(log.contains(" nbr "));
+}
+
+TEST_F(Json, SaysWhatItCantSendToo) {
+    connect();
+    EXPECT_FALSE(send("{}", "im.Hello"));
+    EXPECT_TRUE(log.inOrder({"<n> send json msg @im.Hello\n", "<n> send json msg  0x1F01\n",
+                             "<<< EXCEPTION >>> missing necessary", "<n> send result: empty\n"}));
+    log.clear();
+    EXPECT_FALSE(send("{}", "7939"));
+    EXPECT_TRUE(log.inOrder({"<n> send json msg @7939\n", "<n> send json msg  0x1F03\n",
+                             "<<< EXCEPTION >>> meta class not found", "<n> send result: empty\n"}));
+    EXPECT_EQ(log.count("<n> send json msg  0x"), 1u);
+    log.clear();
+    EXPECT_FALSE(client().send_json_msg("{}", tracked(), nullptr));
+    EXPECT_TRUE(log.inOrder({"<n> send json msg @\n", "<n> send json msg  0xFFFF\n"}));
+    EXPECT_EQ(log.find("<n> send json msg  0x").level, tavLogger::VERBOSE);
+}
+
+TEST_F(Json, FailuresStandUnderTheDefaultTag) {
+    connect();
+    tavLogger::setLogLevel("(clear(NONE)TAV(ERROR))");
+    EXPECT_TRUE(refused("{}", "im.Hello", "missing necessary field name(s)"));
+    client().on_json_msg(0x1f02, json("type"));
+    rig.server->send(mobile(0x1f02, 1, replyCut()).framed());
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(log.find("<<< EXCEPTION >>> missing necessary field id(s)").level, tavLogger::ERROR);
 }
 
 TEST_F(Json, AnyBodyOfAKnownCodeIsLoggedAsJson) {
@@ -222,21 +264,26 @@ TEST_F(Json, WhatCantBeReadIsRefusedWithItsReason) {
     EXPECT_EQ(sent(helloJson(), nullptr), "7937 " + hex(helloBody()));
 }
 
-TEST_F(Json, AnEmptyTextGivesAnEmptyBodyIfThereIsACode) {
+TEST_F(Json, AnEmptyTextIsAnEmptyBodyOfTheCodeGiven) {
     connect();
     EXPECT_EQ(sent("", "4097"), "4097 ");
     EXPECT_TRUE(log.contains(" / json \n"));
-    log.clear();
-    EXPECT_FALSE(send("", "im.Hello"));
-    EXPECT_FALSE(client().send_json_msg(nullptr, tracked(), nullptr));
-    EXPECT_EQ(log.count("<n> neither json nor code given\n"), 2u);
-    EXPECT_TRUE(rig.server->quiet(20));
+    EXPECT_EQ(log.find("json string is empty\n").level, tavLogger::VERBOSE);
+    // No text, no look at the class: there is no code then.
+    EXPECT_EQ(sent("", "im.Hello"), "65535 ");
+    ASSERT_TRUE(client().send_json_msg(nullptr, tracked(), nullptr));
+    Pkt const pkt = rig.receive();
+    EXPECT_EQ(pkt.code, 0xffff);
+    EXPECT_TRUE(pkt.body.empty());
+    EXPECT_FALSE(log.contains("<<< EXCEPTION >>> "));
 }
 
 TEST_F(Json, WithoutATemplateNothingCanBeSent) {
     rig.connect();
     EXPECT_TRUE(refused(helloJson(), "im.Hello", "meta class not found"));
     EXPECT_TRUE(refused(helloJson(), "7937", "meta class not found"));
+    EXPECT_EQ(sent("", "7937"), "7937 ");
+    EXPECT_TRUE(log.contains(" / json \n"));
 }
 
 TEST_F(Json, WithoutAConnectionItIsRefused) {
@@ -260,8 +307,9 @@ TEST_F(Json, AReplyReachesTheSendAsJson) {
     rig.server->send(reply.framed());
     EXPECT_EQ(resultOf(info), tls::result_ok);
     EXPECT_EQ(got.all(), (All{"send " + textOf(reply.sno) + " 7938 t " + replyRead()}));
-    EXPECT_TRUE(log.inOrder({"<n> use send level callback \n", "<n> on send level json ack \n",
-                             "send level on json #" + textOf(reply.sno) + " 0x1f02 ["}));
+    EXPECT_TRUE(log.inOrder(
+        {"<n> use send level callback \n", "<n> on send level json ack \n",
+         "send level on json #" + textOf(reply.sno) + " 0x1f02 [" + textOf(replyRead().size()) + "]\n"}));
 }
 
 TEST_F(Json, ACodesMessagesReachItsCallback) {
@@ -304,8 +352,8 @@ TEST_F(Json, AMessageWithACompiledClassReachesAJsonCallbackTooAsText) {
     client().register_message(0x1f01, &Compiled::create);
     tls::connect_option with = option();
     with.metainfo = "Msg:object(__class__(Msg) __code__(1F01) [1]number:int32() [2]text:string())";
+    with.set_json_msg_callback(json("global"));
     rig.connect(with);
-    client().on_json_msg(0x1f01, json("type"));
     tls::send_option how = tracked(0x1f01);
     how.set_json_ack_callback(json("send"));
     auto const info = send(R"({"number":5,"text":"t"})", "Msg", how);
@@ -316,7 +364,13 @@ TEST_F(Json, AMessageWithACompiledClassReachesAJsonCallbackTooAsText) {
     EXPECT_EQ(resultOf(info), tls::result_ok);
     rig.server->send(mobile(0x1f01, 2, pkt.body).framed());
     ASSERT_TRUE(settled());
-    EXPECT_EQ(got.all(), (All{"send " + textOf(pkt.sno) + " 7937 " + text, "type 2 7937 " + text}));
+    client().on_json_msg(0x1f01, json("type"));
+    rig.server->send(mobile(0x1f01, 3, pkt.body).framed());
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(got.all(), (All{"send " + textOf(pkt.sno) + " 7937 " + text, "global 2 7937 " + text,
+                              "type 3 7937 " + text}));
+    EXPECT_TRUE(log.contains("<n> recv pkt #2 0x1F01"));
+    EXPECT_NE(log.find("<n> recv pkt #2 0x1F01").text.find(" obj "), std::string::npos);
 }
 
 TEST_F(Json, TheLogMasksWhatTheCallbackGetsPlain) {
@@ -350,6 +404,62 @@ TEST_F(Json, AReplyThatLacksAFieldLeavesTheSendToItsLimit) {
     EXPECT_TRUE(rig.server->quiet(20));
 }
 
+TEST_F(Json, AMessageThatLacksAFieldIsLostAloneAtTheOtherLevelsToo) {
+    client().on_json_msg(0x1f02, json("type"));
+    tls::connect_option with = option();
+    with.metainfo += "Cut:object(__class__(im.Cut) __code__(1F03) [1]text:string() [2]more:string())";
+    with.set_json_msg_callback(json("global"));
+    rig.connect(with);
+    for (unsigned short const code : std::vector<unsigned short>{0x1f02, 0x1f03}) {
+        Pkt cut = mobile(code, 1, replyCut());
+        cut.affirm = 0x20;
+        rig.server->send(cut.framed());
+        cut.sno = 2;
+        cut.body = replyBody();
+        rig.server->send(cut.framed());
+        Pkt const receipt = rig.receive();
+        EXPECT_EQ(receipt.code, code);
+        EXPECT_EQ(receipt.sno, 2u);
+        EXPECT_EQ(receipt.affirm, 0x30);
+    }
+    EXPECT_EQ(got.all(),
+              (All{"type 2 7938 " + replyRead(),
+                   R"(global 2 7939 { "__class__":"im.Cut", "more":"tell nobody", "text":"hi" })"}));
+    EXPECT_EQ(log.count("<<< EXCEPTION >>> missing necessary field id(s) { 2 } in class "), 2u);
+    EXPECT_TRUE(rig.server->quiet(20));
+}
+
+TEST_F(Json, AJsonStepThatFailsLosesTheMessageEvenWithNobodyToTell) {
+    client().on_msg(0x1f02,
+                    tls::obj_function([this](unsigned long long, tavMessage const &) { got.add("obj"); }));
+    connect();
+    Pkt cut = mobile(0x1f02, 1, replyCut());
+    cut.affirm = 0x20;
+    rig.server->send(cut.framed());
+    cut.sno = 2;
+    cut.body = replyBody();
+    rig.server->send(cut.framed());
+    EXPECT_EQ(rig.receive().sno, 2u);
+    EXPECT_EQ(got.count(), 0u);
+    EXPECT_TRUE(
+        log.inOrder({"<n> on type level json msg \n", "<<< EXCEPTION >>> missing necessary field id(s)",
+                     "<n> on type level json msg \n"}));
+}
+
+TEST_F(Json, OldMessagesReachAJsonCallbackOfTheirCode) {
+    tls::connect_option with = rig.option();
+    with.metainfo = "Old:object(__class__(im.Old) __code__(91) [1]n:int32())";
+    with.set_json_msg_callback(json("global"));
+    rig.connect(with);
+    client().set_old_msg_default_callback([this](unsigned long long, unsigned short, unsigned char const *,
+                                                 unsigned, tavMsgExt) { got.add("old"); });
+    client().on_json_msg("im.Old", json("type"));
+    rig.server->send(old(0x91, 1, bytes("FF 01 28 01 01 01 05 FF 01 29")).framed() +
+                     old(0x92, 2, bytes("FF 01 28 01 01 01 05 FF 01 29")).framed());
+    ASSERT_TRUE(settled());
+    EXPECT_EQ(got.all(), (All{R"(type 1 145 { "__class__":"im.Old", "n":5 })", "old"}));
+}
+
 TEST_F(Json, ABodyThatIsNotNbrIsDropped) {
     client().on_json_msg(0x1f02, json("type"));
     connect();
@@ -374,13 +484,16 @@ TEST_F(Json, ABodyIsReadWhetherOrNotItIsLogged) {
     EXPECT_EQ(got.all(), (All{"nbr 2", json, "nbr 2", json}));
 }
 
-TEST_F(Json, AnEmptyBodyIsAnEmptyText) {
+TEST_F(Json, AnEmptyBodyIsAnEmptyTextOfAnyCode) {
     client().on_json_msg(0x1f02, json("type"));
+    client().on_json_msg(0x4000, json("type"));
     connect();
-    rig.server->send(mobile(0x1f02, 1, std::string()).framed());
+    rig.server->send(mobile(0x1f02, 1, std::string()).framed() + mobile(0x4000, 2, std::string()).framed());
     ASSERT_TRUE(settled());
-    EXPECT_EQ(got.all(), (All{"type 1 7938 "}));
+    EXPECT_EQ(got.all(), (All{"type 1 7938 ", "type 2 16384 "}));
     EXPECT_NE(log.find("<n> recv pkt #1 ").text.find(" json \n"), std::string::npos);
+    EXPECT_NE(log.find("<n> recv pkt #2 ").text.find(" json \n"), std::string::npos);
+    EXPECT_EQ(log.find("nbr bytes is empty\n").level, tavLogger::VERBOSE);
 }
 
 TEST_F(Json, ACallbackThatThrowsLosesItsOwnMessageOnly) {
@@ -425,6 +538,8 @@ TEST_F(Json, SendsReceivesAndNewTemplatesMayMeet) {
                 send(helloJson(), "im.Hello", tls::send_option());
                 client().find_class_by_code(0x1f01);
                 client().find_code_by_class("im.Hello");
+                tavNullStream nothing;
+                client().io(nothing);
             }
         });
     }

@@ -74,6 +74,7 @@ bool readable(std::string const & text) {
 } // namespace
 
 static_assert(std::is_base_of<tavCodecInterface, metainfo>::value, "it can be described by a stream");
+static_assert(!std::is_copy_constructible<metainfo>::value, "its stream views its own text");
 
 TEST_F(Model, AnEmptyTextDescribesNothing) {
     metainfo const model((std::string()));
@@ -285,6 +286,27 @@ TEST_F(Templates, AReconnectKeepsTheTemplateAndAStartReplacesIt) {
     EXPECT_EQ(codeOf("im.Other"), 0x0a01);
     rig.connect(option(std::string()));
     EXPECT_EQ(codeOf("im.Other"), none);
+}
+
+TEST_F(Templates, AStartThatKeepsItsConnectionKeepsItsTemplate) {
+    rig.connect(option(helloTemplate()));
+    auto const info =
+        rig.client.start(option("Other:object(__class__(im.Other) __code__(0a01) [1]n:int32())"), true);
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->wait(), tls::result_ok);
+    EXPECT_EQ(codeOf("im.Hello"), 0x1f01);
+    EXPECT_EQ(codeOf("im.Other"), none);
+}
+
+TEST_F(Templates, ACallbackByClassStaysWithTheCodeItHadThen) {
+    rig.connect(option(helloTemplate()));
+    Events got;
+    rig.client.on_json_msg("im.Reply", [&](unsigned long long sno, unsigned short code, char const * json,
+                                           tavMsgExt) { got.add(textOf(sno) + " " + textOf(code) + json); });
+    rig.connect(option("Reply:object(__class__(im.Reply) __code__(0a01) [1]text:string())"));
+    rig.server->send(mobile(0x0a01, 1, replyCut()).framed() + mobile(0x1f02, 2, replyCut()).framed());
+    ASSERT_TRUE(rig.settle());
+    EXPECT_EQ(got.all(), (std::vector<std::string>{"2 7938null"}));
 }
 
 TEST_F(Templates, AClosedClientStillKnowsItsTemplate) {

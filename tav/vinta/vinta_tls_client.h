@@ -76,10 +76,19 @@ public:
     /// tracked.
     std::shared_ptr<send_info> send_msg(tavMessage const & msg, send_option const & option);
     std::shared_ptr<send_info> send_msg(tavSharedPtr<tavMessage> msg, send_option const & option);
-    /// Sends a JSON object as the message that the meta template describes.  `class_or_code` is a class name,
-    /// or, if it begins with a digit, a decimal code; null and an empty text leave it to the members
-    /// "__class__" and "__code__" of the object, which go ahead of it anyway.  Null, with the reason in the
-    /// log, if the text is no JSON, the class is not known or a value does not fit its field.
+    /// Sends a JSON object as a message of the meta template that the last start was given, which has to
+    /// describe its class (`connect_option::metainfo`, PML text; see docs/templates.md).  The object's
+    /// members are the fields of the class by name; one that the class does not have is dropped with a log
+    /// line.
+    ///
+    /// `class_or_code` is a class name, or, if it begins with a digit, a decimal code; null and an empty text
+    /// leave it to the members "__class__" and "__code__" of the object, which go ahead of it anyway, and a
+    /// code goes ahead of a class.  Neither text is kept.  An empty `json` is sent as an empty body of the
+    /// decimal code, of 0xffff if there is none.
+    ///
+    /// The result is that of `send_msg`.  Also null, with the reason in the log at ERROR and nothing sent, if
+    /// the text is no JSON, the template lacks the class, a value does not fit its field or a necessary field
+    /// is missing.
     std::shared_ptr<send_info> send_json_msg(char const * json, send_option const & option,
                                              char const * class_or_code);
     /// Sends a body that is NBR already.
@@ -104,8 +113,14 @@ public:
     /// Callbacks for one message code, each in place of any of another kind.
     void on_msg(unsigned short msgcode, obj_function f);
     void on_msg(unsigned short msgcode, ptr_function f);
+    /// The same with the message as JSON by the meta template of the last start, which may come later: one
+    /// line of text such as `{ "__class__":"chat.Said", "text":"hello" }`, members by name, 64-bit integers
+    /// and times as strings of digits; "null" if the template does not know the code, an empty text for an
+    /// empty body.  A message that lacks a necessary field is dropped, with a log line at ERROR and without
+    /// receipt.
     void on_json_msg(unsigned short msgcode, json_function f);
-    /// The class is looked up in the meta template now; one that is not known counts as the code 0xffff.
+    /// The class is looked up in the template now, so this belongs behind the start's `wait`; one that is not
+    /// known, or has no code, counts as the code 0xffff.
     void on_json_msg(char const * className, json_function f);
     void on_nbr_msg(unsigned short msgcode, nbr_function f);
     /// For old messages, of codes up to 0xff, that no other callback takes.  Codes from 0x80 arrive as 0xff80
@@ -124,7 +139,9 @@ public:
     tavSharedPtr<tavObject> createObject(tav_istr name);
 
     /// The class names and codes of the meta template that the last start was given; empty and 0xffff if
-    /// unknown.  A template counts once its start has begun, so at the latest when that one's `wait` returns.
+    /// unknown.  A template counts once its start has begun, so at the latest when that one's `wait` returns,
+    /// and until another start has one in its place: a reconnect and a close keep it, a start without a
+    /// template drops it, and one that is no PML fails its start and leaves the one before.
     tavString find_class_by_code(unsigned short msgcode);
     unsigned short find_code_by_class(char const * name) const;
     /// The next sequence number of 16 bits.

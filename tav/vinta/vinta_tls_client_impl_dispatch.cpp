@@ -303,14 +303,18 @@ Client::send_ptr Client::sendJsonMsg(tav_istr json, send_option const & option, 
 Client::send_ptr Client::send_json(tav_istr json, send_option const & option, unsigned short msgcode,
                                    tav_istr className) {
     detail::Site const site = here("tav::tls::impl::Client::sendJsonMsg");
+    // Told also of a text that can't be sent; the code is the message's own once that is known.
+    auto const say = [&] { sayCode(tavLogger::VERBOSE, site, name_, " send json msg  0x", msgcode); };
+    tavBytes body;
     try {
-        tavBytes body;
         meta()->json_to_message(json, body, msgcode, className);
-        sayCode(tavLogger::VERBOSE, site, name_, " send json msg  0x", msgcode);
-        if (json.empty() && msgcode == no_code) {
-            log_parts(tavLogger::ERROR, site, name_, " neither json nor code given");
-            return nullptr;
-        }
+    } catch (...) {
+        say();
+        reportCaught(site);
+        return nullptr;
+    }
+    say();
+    try {
         unsigned long long sno = option.sno;
         return send_msg(sno, msgcode, tav_istr(body), option, tav_istr(), nullptr, option.ext);
     } catch (...) {

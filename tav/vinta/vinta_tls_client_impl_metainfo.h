@@ -20,6 +20,9 @@ public:
     /// Reads a template; an empty one describes nothing.  Throws std::invalid_argument on text that is no
     /// PML.
     explicit metainfo(std::string text);
+    metainfo(metainfo const &) = delete;
+    metainfo & operator=(metainfo const &) = delete;
+
     /// Describes the model; an input stream changes nothing.
     void io(tavCodecStream & s) override;
 
@@ -36,10 +39,12 @@ public:
     /// necessary field.
     std::string message_to_json(tav_istr body, unsigned short msgcode, bool for_log) const;
     /// The JSON object as an NBR document.  `msgcode` is the code to use, 0xffff for that of the class, and
-    /// becomes the message's code.  Throws std::invalid_argument, and then leaves `body` as it was.
+    /// becomes the message's code.  Throws std::invalid_argument, and then leaves `body` as it was; an empty
+    /// text leaves both.
     void json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr className) const;
 
 private:
+    /// What the stream views.
     std::string text_;
     pml::PmlInputStream stream_;
     pml::MetaFactory factory_;
