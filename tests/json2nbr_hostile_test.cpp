@@ -262,6 +262,14 @@ TEST(Json2NbrHostile, DeepTextThatNoFieldTakes) {
     });
 }
 
+TEST(Json2NbrHostile, DeepTextThatIsNotClosed) {
+    MetaFactory const factory = factoryOf({metaClass("M", {field(1, "f", k::list_, k::list_)})});
+    onSmallStack([&] {
+        EXPECT_EQ("array value no end : ", wrote(factory, "{f:" + repeated("[", levels)));
+        EXPECT_EQ("pair value no end : ", wrote(factory, repeated("{f:", levels / 2) + "1"));
+    });
+}
+
 TEST(Json2NbrHostile, DeepBytesThatNoFieldTakes) {
     MetaFactory const factory = factoryOf({metaClass("M", {optional(field(1, "f", k::int32_))})});
     onSmallStack([&] {

@@ -81,6 +81,24 @@ TEST(Json2NbrRead, UnknownClassGivesNull) {
     EXPECT_EQ("null", readWithCode(message({}), "FF 01 28 FF 01 29", 5));
 }
 
+TEST(Json2NbrRead, CodeOfAClassThatIsNotThereGivesNull) {
+    MetaFactory factory = message({});
+    factory.code2class[5] = "Gone";
+    EXPECT_EQ("null", readWithCode(factory, "FF 01 28 FF 01 29", 5));
+}
+
+TEST(Json2NbrRead, MemberClassIsTheNameOfTheClassItself) {
+    MetaFactory factory = message({});
+    factory.classes["Other"] = metaClass("Own", {});
+    EXPECT_EQ("{ \"__class__\":\"Own\" }", readOut(factory, "FF 01 28 FF 01 29", false, "Other"));
+    EXPECT_EQ("@Own{ }", readOut(factory, "FF 01 28 FF 01 29", true, "Other"));
+}
+
+TEST(Json2NbrRead, FieldNamedClassTakesThePlaceOfTheName) {
+    EXPECT_EQ("{ \"__class__\":\"a\" }",
+              readMembers(message({field(1, "__class__", k::string_)}), "01 F1 01 61"));
+}
+
 TEST(Json2NbrRead, WhatIsNotNbrFailsAndLeavesTheText) {
     tavString json("old");
     std::string const data = bytes("28 00");
@@ -155,6 +173,7 @@ TEST(Json2NbrRead, UnknownTagIsToldAndCountsAsSeen) {
     LogCapture::Record const line = log.find("not found field id [9] in class M\n");
     EXPECT_EQ(tavLogger::INFO, line.level);
     EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
+    EXPECT_NE(std::string::npos, line.text.find("json2nbr::read(")) << line.text;
 }
 
 TEST(Json2NbrRead, IdAbove127IsWrittenAndNeverFound) {
@@ -219,6 +238,8 @@ TEST(Json2NbrRead, SimpleValuesByKind) {
              {k::uint32_, "01 04 FF FF FF FF", "4294967295"},
              {k::uint64_, "01 08 FF FF FF FF FF FF FF FF", "\"18446744073709551615\""},
              {k::float_, "01 04 00 00 80 3F", "1"},
+             {k::float_, "01 01 01", "1.4013e-45"},
+             {k::double_, "01 01 01", "4.94066e-324"},
              {k::double_, "01 08 00 00 00 00 00 00 F8 3F", "1.5"},
              {k::char_, "F1 01 61", "\"a\""},
              {k::wchar_, "F1 01 61", "\"a\""},
@@ -318,6 +339,9 @@ TEST(Json2NbrRead, EntryWithoutKeyOrValue) {
     EXPECT_EQ(withMember("\"f\":{ \"\":9 }"),
               readMembers(factory, "04 FF 01 28 00 FF 01 28 02 01 01 09 FF 01 29 FF "
                                    "01 29"));
+    EXPECT_EQ(withMember("\"f\":{ \"0\":9 }"),
+              readMembers(message({field(4, "f", k::map_, k::int32_, "", k::int64_)}),
+                          "04 FF 01 28 00 FF 01 28 02 01 01 09 FF 01 29 FF 01 29"));
     EXPECT_EQ(withMember("\"f\":{ \"k\":null }"),
               readMembers(factory, "04 FF 01 28 00 FF 01 28 01 F1 01 6B FF 01 29 FF 01 29"));
     EXPECT_EQ(withMember("\"f\":{ \"\":null }"), readMembers(factory, "04 FF 01 28 00 00 FF 01 29"));
@@ -369,6 +393,33 @@ TEST(Json2NbrRead, ObjectsByTheirClass) {
     EXPECT_EQ(tavLogger::INFO, log.find("not found field id [9] in class Sub\n").level);
     EXPECT_EQ(withMember("\"f\":{ }"), readMembers(factory, "01 FF 01 28 FF 01 29"));
     EXPECT_EQ(withMember("\"f\":{ }"), readMembers(factory, "01 01 01 05"));
+}
+
+TEST(Json2NbrRead, ObjectsOfOneTagAreJoined) {
+    MetaFactory const factory =
+        factoryOf({metaClass("M", {field(1, "f", k::ref_, k::unknown_, "Sub")}),
+                   metaClass("Sub", {field(7, "x", k::int32_), field(8, "y", k::int32_)})});
+    EXPECT_EQ(withMember("\"f\":{ \"x\":6, \"y\":7 }"),
+              readMembers(factory,
+                          "01 FF 01 28 07 01 01 05 08 01 01 07 FF 01 29 01 FF 01 28 07 01 01 06 FF 01 29"));
+    EXPECT_EQ(withMember("\"f\":null"), readMembers(factory, "01 FF 01 28 07 01 01 05 FF 01 29 01 00"));
+}
+
+TEST(Json2NbrRead, SimpleValueOfAMissingClassIsToldToo) {
+    LogCapture log("clear(INFO)");
+    MetaFactory const factory = message({field(1, "f", k::ref_, k::unknown_, "Nowhere")});
+    EXPECT_EQ(withMember("\"f\":{ }"), readMembers(factory, "01 01 01 05"));
+    EXPECT_EQ(1u, log.count("not found class Nowhere\n"));
+    EXPECT_NE(std::string::npos, log.find("not found class").text.find("json2nbr::readFrom("));
+}
+
+TEST(Json2NbrRead, ClassWithinABaseIsNotSeenFromTheObjectsClass) {
+    MetaClass base = metaClass("B", {field(2, "b", k::object_, k::unknown_, "Within")});
+    base.classes.push_back(metaClass("Within", {field(7, "x", k::int32_)}));
+    MetaFactory const factory = factoryOf({metaClass("M", {}, "B"), base});
+    char const * const nbr = "02 FF 01 28 07 01 01 05 FF 01 29";
+    EXPECT_EQ("{ \"__class__\":\"B\", \"b\":{ \"x\":5 } }", readMembers(factory, nbr, false, "B"));
+    EXPECT_EQ(withMember("\"b\":{ }"), readMembers(factory, nbr));
 }
 
 TEST(Json2NbrRead, NestedClassComesAheadOfTheFactorys) {

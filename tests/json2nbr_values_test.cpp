@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -213,6 +214,30 @@ TEST(Json2NbrValues, TextsGoAsTheyAre) {
     EXPECT_EQ("F2 C8 00 78", value(k::string_, "\"" + longText + "\"").substr(0, 11));
 }
 
+TEST(Json2NbrValues, TextsAndBytesOfEverySizeGoAsTheStreamWritesThem) {
+    for (unsigned size : {1u, 127u, 128u, 255u, 256u, 65535u, 65536u, 70000u}) {
+        std::string const plain(size, 'A');
+        tav::nbr::NbrOutputStream texts;
+        texts << tavString(tav_istr(plain));
+        EXPECT_EQ(tav_test::hex(texts.str()), value(k::string_, "\"" + plain + "\"")) << size;
+        tavBytes decoded;
+        tavBase64::decode(tav_istr(plain), decoded);
+        tav::nbr::NbrOutputStream data;
+        data << decoded;
+        EXPECT_EQ(tav_test::hex(data.str()), value(k::bytes_, "\"" + plain + "\"")) << size;
+    }
+}
+
+TEST(Json2NbrValues, BytesOfTextThatIsNoBase64AreWhatTheDecoderMakesOfIt) {
+    for (char const * odd : {"a", "ab", "abc", "=", "====", "aG k=", "a*Gk=", "aGk=aGk=", "\xC3\xA4"}) {
+        tavBytes decoded;
+        tavBase64::decode(tav_istr(odd), decoded);
+        tav::nbr::NbrOutputStream data;
+        data << decoded;
+        EXPECT_EQ(tav_test::hex(data.str()), value(k::bytes_, std::string("\"") + odd + "\"")) << odd;
+    }
+}
+
 TEST(Json2NbrValues, BytesAreBase64) {
     EXPECT_EQ("01 02 68 69", value(k::bytes_, "\"aGk=\""));
     EXPECT_EQ("01 00", value(k::bytes_, "\"\""));
@@ -231,6 +256,49 @@ TEST(Json2NbrValues, EnumTakesOnlyItsValues) {
     EXPECT_EQ(refused("string", "enum"), valueOf(mood, "\"1\""));
     EXPECT_EQ(refused("boolean", "enum"), valueOf(mood, "true"));
     EXPECT_EQ("field f in class M has invalid enum value 0, valid values { }", value(k::enum_, "0"));
+}
+
+TEST(Json2NbrValues, RangeOfAnEnumIsNotChecked) {
+    MetaField mood = ranged(k::enum_, "6..9");
+    mood.validValues = {1};
+    EXPECT_EQ("01 01 01", valueOf(mood, "1"));
+}
+
+TEST(Json2NbrValues, ListElementsAreCheckedAsTheField) {
+    MetaField moods = field(1, "f", k::list_, k::enum_);
+    moods.validValues = {0, 1};
+    EXPECT_EQ("FF 01 28 00 01 01 01 00 01 01 00 FF 01 29", valueOf(moods, "[1,0]"));
+    EXPECT_EQ("field f in class M has invalid enum value 2, valid values { 0 1 }", valueOf(moods, "[1,2]"));
+    MetaField ages = field(1, "f", k::list_, k::int32_);
+    ages.range = tav::Range("0..150");
+    EXPECT_EQ("field f in class M has invalid number value 151, valid values { 0:150 }",
+              valueOf(ages, "[18,151]"));
+    MetaField keyed = field(1, "f", k::map_, k::string_, "", k::int64_);
+    keyed.range = tav::Range("0..5");
+    EXPECT_EQ("field f in class M has invalid number value 6, valid values { 0:5 }",
+              valueOf(keyed, "{\"6\":\"x\"}"));
+}
+
+TEST(Json2NbrValues, EveryRefusalNamesItsPlace) {
+    MetaField mood = field(1, "mood", k::enum_);
+    mood.validValues = {1};
+    MetaField age = field(2, "age", k::int32_);
+    age.range = tav::Range("0..5");
+    MetaFactory const factory =
+        message({mood, age, field(3, "large", k::int64_), field(4, "map", k::map_, k::bool_, "", k::int8_)});
+    for (char const * json :
+         {"{mood:2}", "{mood:true}", "{mood:x}", "{age:6}", "{large:\"-5\"}", "{map:1}", "{map:{k:true}}"}) {
+        tavBytes out;
+        unsigned short code = 0xFFFF;
+        try {
+            tav::json2nbr::write(json, out, code, factory, "M");
+            FAIL() << json;
+        } catch (std::invalid_argument const & e) {
+            EXPECT_NE(std::string::npos, std::string(e.what()).find(
+                                             "\n    throw at json2nbr::writeToSimple(vinta_json2nbr.cpp:"))
+                << e.what();
+        }
+    }
 }
 
 TEST(Json2NbrValues, TextThatIsNoNumberIsAnEnumOfMinusOneAndWrittenAsZero) {
@@ -322,6 +390,40 @@ TEST(Json2NbrValues, MapOfMapsAndListsKeepsTheElementKind) {
               wroteMembers(message({field(1, "f", k::map_, k::int32_)}), "{f:{a:[1]}}"));
 }
 
+TEST(Json2NbrValues, ObjectsInAListOfMapsAreMapsAllTheWayDown) {
+    MetaFactory const factory = message({field(1, "f", k::list_, k::map_)});
+    EXPECT_EQ(
+        "01 FF 01 28 00 FF 01 28 00 FF 01 28 01 F1 01 61 02 FF 01 28 FF 01 29 FF 01 29 FF 01 29 FF 01 29",
+        wroteMembers(factory, "{f:[{a:{}}]}"));
+    EXPECT_EQ(refused("number", "map"), wroteMembers(factory, "{f:[{a:1}]}"));
+}
+
+TEST(Json2NbrValues, FailureOfAFieldOfABaseNamesTheClassOfTheObject) {
+    MetaFactory const factory =
+        factoryOf({metaClass("M", {}, "B"), metaClass("B", {field(2, "b", k::int32_)})});
+    EXPECT_EQ("field b in class M should not be json string type, expected type int32",
+              wroteMembers(factory, "{b:x}"));
+}
+
+TEST(Json2NbrValues, ClassWithinABaseIsNotSeenFromTheObjectsClass) {
+    LogCapture log("clear(INFO)");
+    MetaClass base = metaClass("B", {field(2, "b", k::object_, k::unknown_, "Within")});
+    base.classes.push_back(metaClass("Within", {field(7, "x", k::int32_)}));
+    MetaFactory const factory = factoryOf({metaClass("M", {}, "B"), base});
+    EXPECT_EQ("02 FF 01 28 07 01 01 05 FF 01 29", wroteMembers(factory, "{b:{x:5}}", "B"));
+    EXPECT_EQ(0u, log.count("not found class"));
+    EXPECT_EQ("02 FF 01 28 FF 01 29", wroteMembers(factory, "{b:{x:5}}"));
+    EXPECT_EQ(1u, log.count("not found class Within\n"));
+}
+
+TEST(Json2NbrValues, MemberClassIsSkippedAtTheTopOnly) {
+    MetaFactory const factory =
+        factoryOf({metaClass("M", {field(1, "f", k::ref_, k::unknown_, "Sub")}),
+                   metaClass("Sub", {field(7, "__class__", k::string_), field(8, "__code__", k::int32_)})});
+    EXPECT_EQ("01 FF 01 28 07 F1 01 61 08 01 01 05 FF 01 29",
+              wroteMembers(factory, "{f:{__class__:a,__code__:5}}"));
+}
+
 TEST(Json2NbrValues, ObjectOfAClassOfTheFactory) {
     MetaFactory const factory =
         factoryOf({metaClass("M", {field(1, "f", k::ref_, k::unknown_, "Sub")}),
@@ -375,7 +477,10 @@ TEST(Json2NbrValues, UnknownNestedMemberIsToldUnlessItBeginsWithTwoUnderscores) 
                                            metaClass("Sub", {field(7, "x", k::int32_)})});
     EXPECT_EQ("01 FF 01 28 07 01 01 01 FF 01 29", wroteMembers(factory, "{f:{x:1,z:2,__class__:Sub}}"));
     EXPECT_EQ(1u, log.count("not found field name"));
-    EXPECT_EQ(tavLogger::INFO, log.find("not found field name [z] in class Sub\n").level);
+    LogCapture::Record const line = log.find("not found field name [z] in class Sub\n");
+    EXPECT_EQ(tavLogger::INFO, line.level);
+    EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
+    EXPECT_NE(std::string::npos, line.text.find("json2nbr::writeTo(")) << line.text;
 }
 
 TEST(Json2NbrValues, ListOfObjects) {

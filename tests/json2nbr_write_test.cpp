@@ -143,6 +143,17 @@ TEST(Json2NbrWrite, FailureLeavesTheOutputAndNamesItsPlace) {
                  "expected type string\n");
     EXPECT_EQ(tavLogger::ERROR, line.level);
     EXPECT_NE(std::string::npos, line.text.find("TAV")) << line.text;
+    EXPECT_EQ(1u, log.records().size());
+}
+
+TEST(Json2NbrWrite, TextThatIsNoJsonIsToldOnce) {
+    LogCapture log("clear(INFO)");
+    for (char const * json : {"123", "{\"a\":1", "{\"a\":1]", "[1", "{a", "{\"a\":\"x\"y}", " "}) {
+        log.clear();
+        wrote(message({}), json);
+        EXPECT_EQ(1u, log.records().size()) << json;
+        EXPECT_EQ(1u, log.count("<EXCEPTION> ")) << json;
+    }
 }
 
 TEST(Json2NbrWrite, NoClassAndNoCodeFails) {
@@ -185,6 +196,38 @@ TEST(Json2NbrWrite, MemberCodeTakesThePlaceOfTheArgument) {
     EXPECT_EQ(2u, got.code);
 }
 
+TEST(Json2NbrWrite, MemberCodeDecidesOverMemberClass) {
+    Outcome const got = writeWith(twoClasses(), "{\"__class__\":\"A\",\"__code__\":2,\"f\":7}", 0xFFFF, "A");
+    EXPECT_EQ(asB, got.text);
+    EXPECT_EQ(2u, got.code);
+    EXPECT_EQ(noClass, writeWith(twoClasses(), "{\"__class__\":\"A\",\"__code__\":3,\"f\":7}", 1, "A").text);
+}
+
+TEST(Json2NbrWrite, CodeOfAClassThatIsNotThereFails) {
+    MetaFactory factory = twoClasses();
+    factory.code2class[9] = "Gone";
+    EXPECT_EQ(noClass, writeWith(factory, "{\"f\":7}", 9, "A").text);
+}
+
+TEST(Json2NbrWrite, GivenCodeIsNotReplacedByTheClassesOwn) {
+    MetaFactory factory = twoClasses();
+    factory.code2class[9] = "B";
+    Outcome const got = writeWith(factory, "{\"f\":7}", 9, "");
+    EXPECT_EQ(asB, got.text);
+    EXPECT_EQ(9u, got.code);
+}
+
+TEST(Json2NbrWrite, CodeIsSettledAheadOfTheMembersAndStaysAfterAFailure) {
+    Outcome got = writeWith(twoClasses(), "{\"f\":\"x\"}", 0xFFFF, "B");
+    EXPECT_EQ("field f in class B should not be json string type, expected type int32", got.text);
+    EXPECT_EQ(2u, got.code);
+    got = writeWith(twoClasses(), "{\"__code__\":1}", 2, "");
+    EXPECT_EQ("missing necessary field name(s) { f } in class A", got.text);
+    EXPECT_EQ(1u, got.code);
+    EXPECT_EQ(3u, writeWith(twoClasses(), "{\"__code__\":3}", 2, "A").code);
+    EXPECT_EQ(0xFFFFu, writeWith(twoClasses(), "{\"__code__\":65535}", 2, "C").code);
+}
+
 TEST(Json2NbrWrite, MemberCodeFollowsTheIntegerRule) {
     MetaFactory const factory = tav_test::helloFactory();
     std::string const rest = ",user:ann,seq:5,mood:0}";
@@ -207,6 +250,8 @@ TEST(Json2NbrWrite, MemberCodeFFFFMeansByName) {
     Outcome const got = writeWith(twoClasses(), "{\"__code__\":65535,\"f\":7}", 2, "A");
     EXPECT_EQ(asA, got.text);
     EXPECT_EQ(1u, got.code);
+    EXPECT_EQ(asA, writeWith(twoClasses(), "{\"__code__\":\"0xffff\",\"f\":7}", 2, "A").text);
+    EXPECT_EQ(asA, writeWith(twoClasses(), "{\"__code__\":-1,\"f\":7}", 2, "A").text);
 }
 
 TEST(Json2NbrWrite, ClassWithoutCodeGivesZero) {
@@ -236,6 +281,14 @@ TEST(Json2NbrWrite, TagsGoInTheOrderOfNamesAndNotOfTheClass) {
     EXPECT_EQ("02 01 01 01 03 01 01 02 01 01 01 03", wroteMembers(factory, "{c:3,a:1,b:2}"));
 }
 
+TEST(Json2NbrWrite, NamesAreOrderedByTheirBytes) {
+    MetaFactory const factory =
+        message({field(1, "\xC3\xA4", k::int32_), field(2, "ab", k::int32_), field(3, "a", k::int32_),
+                 field(4, "Z", k::int32_), field(5, "\x7F", k::int32_)});
+    EXPECT_EQ("04 01 01 04 03 01 01 03 02 01 01 02 05 01 01 05 01 01 01 01",
+              wroteMembers(factory, "{\"\xC3\xA4\":1,\"ab\":2,\"a\":3,\"Z\":4,\"\x7F\":5}"));
+}
+
 TEST(Json2NbrWrite, TagIsTheLowByteOfTheId) {
     MetaFactory const factory =
         message({field(300, "a", k::int32_), field(200, "b", k::int32_), field(-1, "c", k::int32_)});
@@ -252,6 +305,7 @@ TEST(Json2NbrWrite, UnknownMemberIsToldAndDropped) {
     LogCapture::Record const line = log.find("not found field name [g] in class M\n");
     EXPECT_EQ(tavLogger::INFO, line.level);
     EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
+    EXPECT_NE(std::string::npos, line.text.find("json2nbr::write(")) << line.text;
     EXPECT_EQ(1u, log.count("not found field name"));
 }
 
@@ -268,6 +322,8 @@ TEST(Json2NbrWrite, MemberCodeIsAMemberLikeAnyOtherAndMemberClassIsNot) {
         message({field(1, "__code__", k::int32_), optional(field(2, "__class__", k::string_))});
     factory.code2class[5] = "M";
     EXPECT_EQ("01 01 01 05", wroteMembers(factory, "{\"__class__\":\"M\",\"__code__\":5}"));
+    EXPECT_EQ("missing necessary field name(s) { __class__ } in class M",
+              wrote(message({field(2, "__class__", k::string_)}), "{\"__class__\":\"M\"}"));
 }
 
 TEST(Json2NbrWrite, NullIsANullValueAndCountsAsPresent) {

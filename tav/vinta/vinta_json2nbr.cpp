@@ -1,7 +1,8 @@
 #include "tav/vinta/vinta_json2nbr.h"
 
-#include "tav/vinta/detail/json_nodes.h"
+#include "tav/vinta/detail/json2nbr_reader.h"
 #include "tav/vinta/detail/json_tape.h"
+#include "tav/vinta/detail/json_text.h"
 #include "tav/vinta/detail/meta_lookup.h"
 #include "tav/vinta/detail/nbr_document.h"
 #include "tav/vinta/detail/number_text.h"
@@ -12,6 +13,7 @@
 #include "tav/vinta/vinta_object.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <functional>
 #include <set>
 #include <sstream>
@@ -28,8 +30,10 @@ namespace {
 
 using detail::here;
 using detail::JsonTape;
+using detail::Reader;
+using detail::ReadEvent;
 using detail::Site;
-using json::JsonUnit;
+using detail::TagSet;
 using nbr::detail::Document;
 using pml::MetaClass;
 using pml::MetaFactory;
@@ -162,21 +166,6 @@ void eachNecessaryField(MetaClass const & cls, MetaFactory const & factory, Visi
     visitAll(cls);
 }
 
-/// The tags that members on the wire can have, as signed numbers.
-class TagSet {
-public:
-    void add(char tag) { words_[index(tag) / 64] |= 1ull << (index(tag) % 64); }
-    bool has(short tag) const {
-        return tag >= -128 && tag <= 127 &&
-               (words_[index(static_cast<char>(tag)) / 64] >> (index(static_cast<char>(tag)) % 64) & 1) != 0;
-    }
-
-private:
-    static unsigned index(char tag) { return static_cast<unsigned char>(tag); }
-
-    unsigned long long words_[4] = {0, 0, 0, 0};
-};
-
 /// Fails if a necessary field of the class is not among the tags of a document.
 void checkNecessaryFields(TagSet const & tags, MetaClass const & cls, MetaFactory const & factory) {
     std::vector<short> missing;
@@ -190,14 +179,6 @@ void checkNecessaryFields(TagSet const & tags, MetaClass const & cls, MetaFactor
                       joined("missing necessary field id(s) ", printedItems(missing), " in class ",
                              textOf(cls.className)));
     }
-}
-
-/// The order of names in a JSON object.
-bool isLess(std::string_view a, std::string_view b) {
-    if (!a.empty() && !b.empty() && a[0] != b[0]) {
-        return static_cast<unsigned char>(a[0]) < static_cast<unsigned char>(b[0]);
-    }
-    return a < b;
 }
 
 /// Writes the values of a JSON text as NBR.  What is open is kept on a stack of its own, so that depth costs
@@ -280,7 +261,7 @@ JsonTape::Node const * Writer::rootMember(std::string_view name) const {
     auto const end = order_.begin() + rootEnd_;
     auto const found =
         std::lower_bound(order_.begin(), end, name, [this](unsigned i, std::string_view wanted) {
-            return isLess(tape_.node(i).name, wanted);
+            return detail::isNameLess(tape_.node(i).name, wanted);
         });
     return found != end && tape_.node(*found).name == name ? &tape_.node(*found) : nullptr;
 }
@@ -333,8 +314,8 @@ unsigned Writer::sortMembers(unsigned object) {
     bool sorted = true;
     unsigned const end = tape_.node(object).next;
     for (unsigned i = object + 1; i < end; i = tape_.node(i).next) {
-        sorted =
-            sorted && (order_.size() == before || isLess(tape_.node(order_.back()).name, tape_.node(i).name));
+        sorted = sorted && (order_.size() == before ||
+                            detail::isNameLess(tape_.node(order_.back()).name, tape_.node(i).name));
         order_.push_back(i);
     }
     if (!sorted) {
@@ -343,7 +324,7 @@ unsigned Writer::sortMembers(unsigned object) {
         std::sort(first, order_.end(), [this](unsigned a, unsigned b) {
             std::string_view const nameA = tape_.node(a).name;
             std::string_view const nameB = tape_.node(b).name;
-            return isLess(nameA, nameB) || (a > b && nameA == nameB);
+            return detail::isNameLess(nameA, nameB) || (a > b && nameA == nameB);
         });
         auto const last = std::unique(first, order_.end(), [this](unsigned a, unsigned b) {
             return tape_.node(a).name == tape_.node(b).name;
@@ -578,211 +559,21 @@ void Writer::putFloating(std::string_view text) {
     nbr::detail::writeValue(*out_, value);
 }
 
-/// Reads the values of a document into JSON.  What is open is kept on a stack of its own, so that depth costs
-/// no calls.
-class Reader {
-public:
-    Reader(MetaFactory const & factory, Document const & document, bool dump)
-        : factory_(factory), document_(document), dump_(dump) {}
-
-    /// The members of the complex value `parent` into `out`, an object of the class; their tags into `tags`.
-    void readMembers(unsigned parent, JsonUnit & out, MetaClass const & cls, TagSet & tags);
-
-private:
-    enum class Shape : unsigned char { array, map, object };
-
-    /// A complex value of which members are still to be read.
-    struct Frame {
-        Shape shape;
-        /// Of an array or a map: what holds for its elements.  Of an object: its class.
-        Place place;
-        /// The next member, and the node behind the last one.
-        unsigned next;
-        unsigned end;
-        JsonUnit * out;
-    };
-
-    void readFrom(unsigned node, JsonUnit & out, Place const & place);
-    void get(unsigned node, JsonUnit & out, Place const & place);
-    bool readSimple(tav_istr data, JsonUnit & out, Place const & place) const;
-    void open(Shape shape, unsigned node, JsonUnit & out, Place const & place);
-    void getEntry(Frame const & frame, unsigned node);
-    void getMember(Frame const & frame, unsigned node);
-
-    tav_istr dataOf(unsigned node) const;
-    bool isMasked(Place const & place) const { return dump_ && place.field->isProtected; }
-    JsonUnit & member(JsonUnit & out, MetaField const & field) const;
-
-    MetaFactory const & factory_;
-    Document const & document_;
-    bool const dump_;
-    std::vector<Frame> frames_;
-};
-
-template <class T>
-void decodeInto(tav_istr data, JsonUnit & out) {
-    T value = T();
-    nbr::detail::decodeValue(data, value);
-    out << value;
-}
-
-/// The masked form of a protected value.
-tavString masked(tav_istr data, Place const & place) {
-    MetaField const & field = *place.field;
-    tavCodecMeta meta(place.kind, field.isProtected, nullptr, field.classType.optional);
-    meta.spec = field.spec;
-    return tavDumper::protectedValue(data, meta);
-}
-
-/// The data of a simple value; a null view for all else.
-tav_istr Reader::dataOf(unsigned node) const {
-    return node != Document::none && Document::isSimple(document_.node(node))
-               ? document_.data(document_.node(node))
-               : tav_istr();
-}
-
-JsonUnit & Reader::member(JsonUnit & out, MetaField const & field) const {
-    return dump_ ? out.child(field.idName.toString(true)) : out.child(field.idName.name);
-}
-
-void Reader::readMembers(unsigned parent, JsonUnit & out, MetaClass const & cls, TagSet & tags) {
-    unsigned const end = document_.node(parent).next;
-    for (unsigned i = parent + 1; i < end; i = document_.node(i).next) {
-        char const tag = document_.node(i).tag;
-        MetaField const * const field = detail::findField(static_cast<short>(tag), cls, factory_);
-        if (field != nullptr) {
-            readFrom(i, member(out, *field), Place{&cls, field, field->classType.type});
-        } else {
-            logUnknownTag(here("tav::json2nbr::read"), tag, cls);
-        }
-        tags.add(tag);
-    }
-}
-
-void Reader::readFrom(unsigned node, JsonUnit & out, Place const & place) {
-    get(node, out, place);
-    while (!frames_.empty()) {
-        Frame & top = frames_.back();
-        if (top.next >= top.end) {
-            frames_.pop_back();
-            continue;
-        }
-        unsigned const i = top.next;
-        top.next = document_.node(i).next;
-        // A copy: reading a value may open another one.
-        Frame const frame = top;
-        switch (frame.shape) {
-        case Shape::array: get(i, frame.out->newChild(), frame.place); break;
-        case Shape::map: getEntry(frame, i); break;
-        case Shape::object: getMember(frame, i); break;
-        }
-    }
-}
-
-/// Reads a simple value; opens any other one and leaves what is in it to the loop.
-void Reader::get(unsigned node, JsonUnit & out, Place const & place) {
-    if (node == Document::none || document_.node(node).kind == Document::Kind::null) {
-        out.setNull();
-        return;
-    }
-    if (readSimple(dataOf(node), out, place)) {
-        return;
-    }
-    switch (place.kind) {
-    case kinds::list_:
-    case kinds::ref_list_:
-        out.arrayValue();
-        open(Shape::array, node, out, Place{place.cls, place.field, place.field->classType.elementType});
-        return;
-    case kinds::map_:
-        out.objectValue();
-        open(Shape::map, node, out, Place{place.cls, place.field, place.field->classType.elementType});
-        return;
-    case kinds::object_:
-    case kinds::ref_: {
-        out.objectValue();
-        tavString const & name = place.field->classType.name;
-        MetaClass const * const cls = detail::findClass(name, *place.cls, factory_);
-        if (cls != nullptr) {
-            open(Shape::object, node, out, Place{cls, nullptr, kinds::object_});
-        } else {
-            logUnknownClass(here("tav::json2nbr::readFrom"), name);
-        }
-        return;
-    }
-    default:
+/// Logs what a reader found of a node.
+void logEvent(ReadEvent const & event, Document const & document) {
+    switch (event.what) {
+    case ReadEvent::unknownRootTag:
+        logUnknownTag(here("tav::json2nbr::read"), document.node(event.node).tag, *event.cls);
+        break;
+    case ReadEvent::unknownTag:
+        logUnknownTag(here("tav::json2nbr::readFrom"), document.node(event.node).tag, *event.cls);
+        break;
+    case ReadEvent::unknownClass: logUnknownClass(here("tav::json2nbr::readFrom"), *event.className); break;
+    case ReadEvent::unknownKind:
         detail::log(logTag, tavLogger::ERROR, here("tav::json2nbr::readFrom"), [&](std::ostream & text) {
-            text << "<ERROR> not yet supported field type: " << kindName(place.kind);
+            text << "<ERROR> not yet supported field type: " << kindName(event.kind);
         });
-    }
-}
-
-bool Reader::readSimple(tav_istr data, JsonUnit & out, Place const & place) const {
-    switch (place.kind) {
-    case kinds::bool_: decodeInto<bool>(data, out); return true;
-    case kinds::int8_: decodeInto<char>(data, out); return true;
-    case kinds::int16_: decodeInto<short>(data, out); return true;
-    case kinds::int32_:
-    case kinds::enum_: decodeInto<int>(data, out); return true;
-    case kinds::int64_: decodeInto<long long>(data, out); return true;
-    case kinds::uint8_: decodeInto<unsigned char>(data, out); return true;
-    case kinds::uint16_: decodeInto<unsigned short>(data, out); return true;
-    case kinds::uint32_: decodeInto<unsigned int>(data, out); return true;
-    case kinds::uint64_: decodeInto<unsigned long long>(data, out); return true;
-    case kinds::float_: decodeInto<float>(data, out); return true;
-    case kinds::double_: decodeInto<double>(data, out); return true;
-    case kinds::time_: decodeInto<tavTime>(data, out); return true;
-    case kinds::bytes_:
-        if (isMasked(place)) {
-            out << masked(data, place);
-        } else {
-            decodeInto<tavBytes>(data, out);
-        }
-        return true;
-    case kinds::string_:
-    case kinds::wstring_:
-    case kinds::u8string_:
-        if (isMasked(place)) {
-            out << masked(data, place);
-        } else {
-            out << data;
-        }
-        return true;
-    case kinds::char_:
-    case kinds::wchar_: out << data; return true;
-    default: return false;
-    }
-}
-
-/// A value that is not complex has no members, so that nothing is opened.
-void Reader::open(Shape shape, unsigned node, JsonUnit & out, Place const & place) {
-    if (document_.node(node).kind == Document::Kind::complex) {
-        frames_.push_back(Frame{shape, place, node + 1, document_.node(node).next, &out});
-    }
-}
-
-void Reader::getEntry(Frame const & frame, unsigned node) {
-    unsigned key = Document::none;
-    unsigned value = Document::none;
-    if (document_.node(node).kind == Document::Kind::complex) {
-        unsigned cursor = node;
-        key = document_.member(node, 1, cursor);
-        value = document_.member(node, 2, cursor);
-    }
-    Place const & place = frame.place;
-    JsonUnit name;
-    readSimple(dataOf(key), name, Place{place.cls, place.field, place.field->classType.keyType});
-    get(value, frame.out->child(name.stringValue().getValue()), place);
-}
-
-void Reader::getMember(Frame const & frame, unsigned node) {
-    char const tag = document_.node(node).tag;
-    MetaClass const & cls = *frame.place.cls;
-    MetaField const * const field = detail::findField(static_cast<short>(tag), cls, factory_);
-    if (field != nullptr) {
-        get(node, member(*frame.out, *field), Place{&cls, field, field->classType.type});
-    } else {
-        logUnknownTag(here("tav::json2nbr::readFrom"), tag, cls);
+        break;
     }
 }
 
@@ -835,26 +626,23 @@ void read(tavString & json, tav_istr nbr, tavString className, MetaFactory const
         return;
     }
     Document document;
-    document.assign(nbr);
+    document.view(nbr);
 
-    detail::JsonNodeScope const nodes;
-    json::JsonOutputStream result;
     MetaClass const * const cls = factory.findClass(className);
-    if (cls != nullptr) {
-        JsonUnit & out = result.unit();
-        out.child(viewOf(classMember)) << cls->className;
-        unsigned const value = document.first();
-        if (value != Document::none) {
-            TagSet tags;
-            if (document.node(value).kind == Document::Kind::complex) {
-                Reader(factory, document, dump).readMembers(value, out, *cls, tags);
-            }
-            if (!dump) {
-                checkNecessaryFields(tags, *cls, factory);
-            }
-        }
+    if (cls == nullptr) {
+        json = "null";
+        return;
     }
-    json = result.dump(dump);
+    TagSet tags;
+    Reader reader(factory, document, dump, nbr.size());
+    std::string text = reader.read(*cls, tags);
+    for (ReadEvent const & event : reader.events()) {
+        logEvent(event, document);
+    }
+    if (!dump && document.first() != Document::none) {
+        checkNecessaryFields(tags, *cls, factory);
+    }
+    json = std::move(text);
 }
 
 void read(tavString & json, tav_istr nbr, unsigned short code, MetaFactory const & factory, bool dump) {

@@ -12,15 +12,15 @@
 /// All functions are reentrant and share nothing but the factory, which they only read.  None keeps a view of
 /// its arguments.  Nesting costs heap memory and no stack, however deep the input goes.
 ///
-/// A member that the class does not have is told at INFO under the tag "JSON2NBR" and dropped.  All failures
-/// throw std::invalid_argument, after a line "<EXCEPTION> ..." at ERROR, and leave the output argument as it
-/// was.
+/// A member that the class does not have is told at INFO under the tag "JSON2NBR" and dropped, on writing
+/// without a word if its name begins with two underscores.  All failures throw std::invalid_argument, after a
+/// line "<EXCEPTION> ..." at ERROR, and leave the output argument as it was.
 namespace tav {
 namespace json2nbr {
 
 /// Writes the object `json` as an NBR document into `out`, whose old bytes are dropped.
 ///
-/// The class is that of the message code, if one is known, else that of the name.  `code` carries the
+/// The class is that of the message code, if one is given, else that of the name.  `code` carries the
 /// caller's code in (0xFFFF: none) and the message's code out.  A member "__code__" (number or text, "0x..."
 /// for hexadecimal) takes the place of `code`, a member "__class__" that of `className`, which may be empty;
 /// with neither code the class's own one is given out.

@@ -277,7 +277,19 @@ struct Members {
 
 void Document::assign(tav_istr bytes) {
     copy(bytes);
-    Scanner in(buffer_);
+    parseAll(buffer_);
+}
+
+void Document::view(tav_istr bytes) {
+    // Values of a message that is large take twelve bytes or more, with the markers around them.
+    nodes_.clear();
+    nodes_.reserve(bytes.size() / 12 + 1);
+    base_ = bytes.data();
+    parseAll(bytes);
+}
+
+void Document::parseAll(tav_istr bytes) {
+    Scanner in(bytes);
     while (!in.atEnd()) {
         unsigned const start = in.position();
         if (in.atOpen()) {
@@ -443,13 +455,6 @@ unsigned Document::begin(Scanner & in, char tag, unsigned around) {
     in.skipMarker();
     unsigned const i = append(tag, Kind::complex, tav_istr());
     nodes_[i].next = around;
-    return i;
-}
-
-unsigned Document::append(char tag, Kind kind, tav_istr data) {
-    unsigned const i = static_cast<unsigned>(nodes_.size());
-    unsigned const offset = data.empty() ? 0 : static_cast<unsigned>(data.data() - base_);
-    nodes_.push_back(Node{offset, data.size(), i + 1, tag, kind, true});
     return i;
 }
 

@@ -2,6 +2,7 @@
 
 #include "tav/vinta/detail/number_text.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -63,28 +64,38 @@ char const * findEscape(char const * begin, char const * at, char const * end) {
     return at;
 }
 
-void appendEscape(std::string & out, char c) {
+/// The most bytes of one escape.
+constexpr std::size_t escapeSize = 6;
+
+/// Writes the escape of a byte and gives its end; NUL stands as it is.
+char * writeEscape(char * to, char c) {
     static constexpr char digits[] = "0123456789ABCDEF";
-    auto const pair = [&out](char letter) {
-        char const text[] = {'\\', letter};
-        out.append(text, sizeof(text));
+    auto const pair = [to](char letter) {
+        to[0] = '\\';
+        to[1] = letter;
+        return to + 2;
     };
     switch (c) {
-    case '\0': out += c; break;
-    case '\b': pair('b'); break;
-    case '\f': pair('f'); break;
-    case '\n': pair('n'); break;
-    case '\r': pair('r'); break;
-    case '\t': pair('t'); break;
+    case '\0': *to = c; return to + 1;
+    case '\b': return pair('b');
+    case '\f': return pair('f');
+    case '\n': return pair('n');
+    case '\r': return pair('r');
+    case '\t': return pair('t');
     case '"':
     case '\\':
-    case '/': pair(c); break;
+    case '/': return pair(c);
     default:
-        out.append("\\u00", 4);
-        out += digits[static_cast<unsigned char>(c) >> 4];
-        out += digits[static_cast<unsigned char>(c) & 15];
-        break;
+        std::memcpy(to, "\\u00", 4);
+        to[4] = digits[static_cast<unsigned char>(c) >> 4];
+        to[5] = digits[static_cast<unsigned char>(c) & 15];
+        return to + escapeSize;
     }
+}
+
+void appendEscape(std::string & out, char c) {
+    char text[escapeSize];
+    out.append(text, static_cast<std::size_t>(writeEscape(text, c) - text));
 }
 
 } // namespace
@@ -144,6 +155,55 @@ void appendUnescaped(std::string & out, std::string_view text) {
         default: out += c; break;
         }
     }
+}
+
+void JsonText::putEscaped(std::string_view text) {
+    char const * at = text.data();
+    char const * const end = at + text.size();
+    // Whole words are written, so that there is room for one more than there are bytes.
+    constexpr std::size_t word = sizeof(std::uint64_t);
+    char * to = room(text.size() + word + 2);
+    *to++ = '"';
+    while (at != end) {
+        std::uint64_t found = 0;
+        while (end - at >= static_cast<std::ptrdiff_t>(word)) {
+            Eight const eight(at);
+            std::memcpy(to, &eight.bytes, word);
+            found = needEscape(eight);
+            std::size_t const plain = found != 0 ? Eight::first(found) : word;
+            at += plain;
+            to += plain;
+            if (found != 0) {
+                break;
+            }
+        }
+        while (found == 0 && at != end && !needsEscape(*at)) {
+            *to++ = *at++;
+        }
+        if (at != end) {
+            at_ = to;
+            to = room(static_cast<std::size_t>(end - at) + escapeSize + word + 2);
+            to = writeEscape(to, *at++);
+        }
+    }
+    *to++ = '"';
+    at_ = to;
+}
+
+void JsonText::putNumber(double v) {
+    put(NumberText(v).view());
+}
+
+void JsonText::grow(std::size_t size) {
+    std::size_t const used = static_cast<std::size_t>(at_ - text_.data());
+    // A string zeroes what it grows by: a piece at a time, which is still at hand when it is written.
+    constexpr std::size_t piece = 8192;
+    if (used + size > text_.capacity()) {
+        text_.reserve(std::max(text_.capacity() * 2, used + size));
+    }
+    text_.resize(std::min(text_.capacity(), used + std::max(size, piece)));
+    at_ = text_.data() + used;
+    end_ = text_.data() + text_.size();
 }
 
 } // namespace detail

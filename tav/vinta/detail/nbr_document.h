@@ -138,6 +138,8 @@ public:
 
     /// Takes the place of what was here: a copy of the bytes and all values of them.
     void assign(tav_istr bytes);
+    /// The same without a copy: the bytes must stay as long as this views them.
+    void view(tav_istr bytes);
     /// A copy of the bytes and the simple member of the first value with this tag, if it is found.
     void assign(tav_istr bytes, char tag);
     /// Appends the complex value at whose open marker `in` stands.  The bytes are not copied.
@@ -177,9 +179,15 @@ public:
 
 private:
     void copy(tav_istr bytes);
+    void parseAll(tav_istr bytes);
     unsigned search(unsigned parent, char tag, unsigned & cursor) const;
     unsigned begin(Scanner & in, char tag, unsigned around);
-    unsigned append(char tag, Kind kind, tav_istr data);
+    [[gnu::always_inline]] unsigned append(char tag, Kind kind, tav_istr data) {
+        unsigned const i = static_cast<unsigned>(nodes_.size());
+        unsigned const offset = data.empty() ? 0 : static_cast<unsigned>(data.data() - base_);
+        nodes_.push_back(Node{offset, data.size(), i + 1, tag, kind, true});
+        return i;
+    }
 
     tavBytes buffer_;
     char const * base_ = nullptr;
