@@ -71,6 +71,14 @@ std::string wrongType(char const * json, int type) {
            typeNames[type];
 }
 
+/// A value that says that it is a string, and is none.
+class Pretender : public tav::json::JsonValue {
+public:
+    tav::JsonFieldType type() const override { return tav::JsonFieldString; }
+    tavString toString() const override { return "5"; }
+    bool simple() const override { return true; }
+};
+
 class Inner : public tavObject {
 public:
     int a = 0;
@@ -263,6 +271,46 @@ TEST(CheckFields, RangeOfAFloatingPointNumberIsThatOfItsWholePart) {
 TEST(CheckFields, TextWithoutNumbersIsNoRange) {
     EXPECT_EQ(failureOf<int>(tavCodecMeta(3, false, "", false), "77"), "");
     EXPECT_EQ(failureOf<int>(tavCodecMeta(3, false, ",5", false), "77"), "");
+}
+
+TEST(CheckFields, FailedPatternChecksNoMoreThanItsSoundPart) {
+    tav_test::LogCapture const log;
+    EXPECT_EQ(failureOf<int>(tavCodecMeta(3, false, "1.3", false), "77"), "");
+    EXPECT_TRUE(log.contains("invalid pattern: 1.3"));
+    tavCodecMeta const meta(3, false, "5,1.3", false);
+    EXPECT_EQ(failureOf<int>(meta, "5"), "");
+    EXPECT_EQ(failureOf<int>(meta, "1"),
+              "field f in class One has invalid number value 1, valid values 5,1.3");
+}
+
+TEST(CheckFields, MaskOfANumberIsReadAsARange) {
+    // A mask that begins with a point has no numbers; a word counts as 0.
+    EXPECT_EQ(failureOf<int>(tavCodecMeta(3, true, "...***...", false), "77"), "");
+    tavCodecMeta const word(3, true, "***", false);
+    EXPECT_EQ(failureOf<int>(word, "0"), "");
+    EXPECT_EQ(failureOf<int>(word, "77"),
+              "field f in class One has invalid number value 77, valid values ***");
+    tavCodecMeta const large(4, true, "***", false);
+    EXPECT_EQ(failureOf<long long>(large, "\"77\""),
+              "field f in class One has invalid number value 77, valid values ***");
+}
+
+TEST(CheckFields, ValueOfAnUnsignedNumberIsShownWithItsSign) {
+    tavCodecMeta const meta(8, false, "0..9", false);
+    EXPECT_EQ(failureOf<unsigned long long>(meta, "-1"),
+              "field f in class One has invalid number value -1, valid values 0..9");
+    EXPECT_EQ(failureOf<unsigned long long>(meta, "9223372036854775808"),
+              "field f in class One has invalid number value 9223372036854775808, valid values 0..9");
+    EXPECT_EQ(failureOf<unsigned long long>(meta, "9"), "");
+}
+
+TEST(CheckFields, ValueOfAForeignClassPassesUnchecked) {
+    tav::json::JsonUnit unit;
+    unit["f"] = tav::json::JsonUnit(tavSharedPtr<tav::json::JsonValue>(new Pretender));
+    tavJsonInStreamImpl impl(unit);
+    tavJsonInStream s(&impl, false);
+    One<long long> object{tavCodecMeta(4, false, "1..9", false)};
+    EXPECT_NO_THROW(object.io(s));
 }
 
 TEST(CheckFields, MaskOfATextIsNeverReadAsARange) {

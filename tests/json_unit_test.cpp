@@ -203,6 +203,11 @@ TEST(JsonUnitWrite, TakesATextThatTheReplacedValueHolds) {
     EXPECT_EQ(text(unit.stringValue().getValue()), "12345678901234567890123456789012345678901234567890");
     unit << unit.stringValue().getValue();
     EXPECT_EQ(text(unit.stringValue().getValue()), "12345678901234567890123456789012345678901234567890");
+    unit << tav_istr(unit.stringValue().getValue()).substr(5, 30);
+    EXPECT_EQ(text(unit.stringValue().getValue()), "678901234567890123456789012345");
+    unit["a"] << unit.child("a").toString(false);
+    unit << unit["a"].stringValue().getValue();
+    EXPECT_EQ(text(unit.stringValue().getValue()), "null");
 }
 
 TEST(JsonUnitRead, IntegersFromNumberOrString) {

@@ -38,6 +38,18 @@ private:
     int & ended_;
 };
 
+/// A string and a number that a program writes in a way of its own.
+class Shouted : public JsonString {
+public:
+    using JsonString::JsonString;
+    tavString toString() const override { return "'" + std::string(tav_istr(getValue())) + "!'"; }
+};
+class Rounded : public JsonNumber {
+public:
+    using JsonNumber::JsonNumber;
+    tavString toString() const override { return "0"; }
+};
+
 JsonUnit decoded(char const * text) {
     JsonUnit unit;
     unit.decode(text);
@@ -592,4 +604,78 @@ TEST(JsonValues, AValueOnTheStackHoldsCountedOnes) {
         EXPECT_EQ(0, ended);
     }
     EXPECT_EQ(1, ended);
+}
+
+TEST(JsonValues, ADerivedClassIsWrittenByItsOwnToString) {
+    JsonUnit unit;
+    unit.arrayValue().add(tavSharedPtr<JsonValue>(new Shouted("x")));
+    unit.arrayValue().add(tavSharedPtr<JsonValue>(new Rounded("12")));
+    unit.arrayValue().add(tavSharedPtr<JsonValue>(new JsonString("x")));
+    unit.arrayValue().add(tavSharedPtr<JsonValue>(new JsonNumber("12")));
+    EXPECT_EQ("[ 'x!', 0, \"x\", 12 ]", unit.toString(false));
+    JsonUnit const string(unit.arrayValue().at(0));
+    EXPECT_EQ(tav::JsonFieldString, string.type());
+    ASSERT_NE(nullptr, string.stringValue());
+    EXPECT_EQ("x", string.stringValue()->getValue());
+}
+
+TEST(JsonArrayValue, TakesTheElementsOfAnother) {
+    JsonUnit unit = decoded("[[1,[2,3]],4,5,6]");
+    JsonArray & array = unit.arrayValue();
+    JsonArray const & same = array;
+    array = same;
+    EXPECT_EQ("[ [ 1, [ 2, 3 ] ], 4, 5, 6 ]", array.toString());
+    array = static_cast<JsonArray const &>(*array.at(0).value());
+    EXPECT_EQ("[ 1, [ 2, 3 ] ]", array.toString());
+    array = static_cast<JsonArray const &>(*array.at(1).value());
+    EXPECT_EQ("[ 2, 3 ]", array.toString());
+    EXPECT_EQ(1u, unit.value()->getRefCount());
+}
+
+TEST(JsonObjectValue, TakesTheMembersOfAnother) {
+    JsonUnit unit = decoded("{a:{a:{c:1},d:2},e:3}");
+    JsonObject & object = unit.objectValue();
+    JsonObject const & same = object;
+    object = same;
+    EXPECT_EQ("{ \"a\":{ \"a\":{ \"c\":1 }, \"d\":2 }, \"e\":3 }", object.toString());
+    object = static_cast<JsonObject const &>(*object.get("a").value());
+    EXPECT_EQ("{ \"a\":{ \"c\":1 }, \"d\":2 }", object.toString());
+    object = static_cast<JsonObject const &>(*object.get("a").value());
+    EXPECT_EQ("{ \"c\":1 }", object.toString());
+}
+
+TEST(JsonObjectValue, CopiesOfPartsOutliveTheirText) {
+    JsonObject copy;
+    JsonArray list;
+    {
+        JsonUnit unit = decoded("{o:{a:1,b:'a text that is too long to lie within its value'},l:[1,{x:2}]}");
+        JsonObject const first(unit["o"].objectValue());
+        copy = first;
+        copy["c"] = unit["l"];
+        list = unit["l"].arrayValue();
+        unit["l"].newChild();
+    }
+    EXPECT_EQ("{ \"a\":1, \"b\":\"a text that is too long to lie within its value\", "
+              "\"c\":[ 1, { \"x\":2 }, null ] }",
+              copy.toString());
+    EXPECT_EQ("[ 1, { \"x\":2 } ]", list.toString());
+}
+
+TEST(JsonUnitHandle, MovesWithinATree) {
+    JsonUnit unit = decoded("{a:{b:[1]},c:2}");
+    unit = std::move(unit["a"]);
+    EXPECT_EQ("{ \"b\":[ 1 ] }", unit.toString(false));
+    JsonUnit & same = unit;
+    unit = std::move(same);
+    EXPECT_EQ("{ \"b\":[ 1 ] }", unit.toString(false));
+    JsonUnit other = decoded("[7]");
+    std::swap(unit["b"], other);
+    EXPECT_EQ("{ \"b\":[ 7 ] }", unit.toString(false));
+    EXPECT_EQ("[ 1 ]", other.toString(false));
+}
+
+TEST(JsonUnitHandle, DecodesATextThatItHolds) {
+    JsonUnit unit = decoded("['{a:[1]}']");
+    unit.decode(unit.arrayValue().at(0).stringValue()->getValue());
+    EXPECT_EQ("{ \"a\":[ 1 ] }", unit.toString(false));
 }

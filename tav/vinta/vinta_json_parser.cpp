@@ -11,6 +11,7 @@
 #include <iterator>
 #include <ostream>
 #include <string_view>
+#include <typeinfo>
 
 namespace tav {
 namespace json {
@@ -84,7 +85,7 @@ struct Destruction {
 constexpr unsigned plainDepth = 32;
 
 /// Runs `clear`, which destroys the children of a value, at the right depth; beyond it, runs `move` instead,
-/// which hands over those children that hold values.
+/// which hands over those children that may hold values.
 template <class Clear, class Move>
 void destroyChildren(Clear clear, Move move) {
     Destruction & state = destruction;
@@ -98,6 +99,7 @@ void destroyChildren(Clear clear, Move move) {
         --state.depth;
         return;
     }
+    detail::JsonNodeReturn const together;
     std::vector<JsonUnit> below;
     state.below = &below;
     state.depth = 1;
@@ -110,16 +112,39 @@ void destroyChildren(Clear clear, Move move) {
     state.below = nullptr;
 }
 
-/// A value that a text was read into: it lies beside the others of that text.
+/// A value that is made here: it has its count beside it, and while a text is read, it lies beside the others
+/// of that text.
 template <class Value>
-class Parsed final : public Value {
+class Node final : public Value {
     static_assert(alignof(Value) <= alignof(void *), "nodes are aligned as pointers are");
 
 public:
     using Value::Value;
-    static void * operator new(std::size_t size) { return detail::newJsonNode(size); }
+    static void * operator new(std::size_t size) { return detail::newJsonValue(size); }
     static void operator delete(void * node) noexcept { detail::deleteJsonNode(node); }
 };
+
+/// What JsonParser::fromSimple makes of a text, not yet referred to.
+JsonValue * makeSimple(std::string_view text) {
+    if (text.empty() || text == "null") {
+        return nullptr;
+    }
+    char const digit = text[0] == '-' && text.size() >= 2 ? text[1] : text[0];
+    if (isDigit(digit)) {
+        return new Node<JsonNumber>(viewOf(text));
+    }
+    if (text == "true" || text == "false") {
+        return new Node<JsonBoolean>(text == "true");
+    }
+    return new Node<JsonString>(viewOf(text));
+}
+
+/// Whether a value is of this class itself, and not of one that may write another text.
+template <class Value>
+bool isPlain(JsonValue const & v) {
+    std::type_info const & type = typeid(v);
+    return type == typeid(Node<Value>) || type == typeid(Value);
+}
 
 } // namespace
 
@@ -244,7 +269,7 @@ tavSharedPtr<JsonString> JsonString::from(tav_istr text) {
     if (!plain) {
         return nullptr;
     }
-    tavSharedPtr<JsonString> made(new JsonString);
+    tavSharedPtr<JsonString> made(new Node<JsonString>);
     made->text_ = std::move(*plain);
     return made;
 }
@@ -275,7 +300,7 @@ template <class Value>
 Value & JsonUnit::coerce(JsonValue::Kind kind) {
     JsonValue * held = holding(kind);
     if (held == nullptr) {
-        value_ = tavSharedPtr<JsonValue>(new Value);
+        value_ = tavSharedPtr<JsonValue>(new Node<Value>);
         held = value_.get();
     }
     return static_cast<Value &>(*held);
@@ -394,11 +419,18 @@ void JsonUnit::decode(tav_istr text) {
     value_ = JsonParser::from(text);
 }
 
+JsonArray & JsonArray::operator=(JsonArray const & other) {
+    // The old elements end last: `other` may lie below one of them.
+    std::vector<JsonUnit> taken(other.elements_);
+    elements_.swap(taken);
+    return *this;
+}
+
 JsonArray::~JsonArray() {
     destroyChildren([this] { elements_.clear(); },
                     [this](std::vector<JsonUnit> & below) {
                         for (JsonUnit & unit : elements_) {
-                            if (!unit.isNull() && unit.value()->holdsValues()) {
+                            if (!unit.isNull() && unit.value()->mayHoldValues()) {
                                 below.push_back(std::move(unit));
                             }
                         }
@@ -422,6 +454,9 @@ void JsonArray::add(JsonUnit const & unit) {
 }
 
 void JsonArray::add(JsonUnit && unit) {
+    if (elements_.capacity() == 0) {
+        elements_.reserve(4);
+    }
     elements_.push_back(std::move(unit));
 }
 
@@ -430,12 +465,19 @@ JsonUnit & JsonArray::newChild() {
     return elements_.back();
 }
 
+JsonObject & JsonObject::operator=(JsonObject const & other) {
+    // The old members end last: `other` may lie below one of them.
+    Members taken(other.members_);
+    members_.swap(taken);
+    return *this;
+}
+
 JsonObject::~JsonObject() {
     destroyChildren([this] { members_.clear(); },
                     [this](std::vector<JsonUnit> & below) {
                         for (Members::value_type & member : members_) {
                             JsonUnit & unit = member.second;
-                            if (!unit.isNull() && unit.value()->holdsValues()) {
+                            if (!unit.isNull() && unit.value()->mayHoldValues()) {
                                 below.push_back(std::move(unit));
                             }
                         }
@@ -462,19 +504,16 @@ void JsonObject::giveNode(void * node) noexcept {
     detail::deleteJsonNode(node);
 }
 
-JsonObject::Members::iterator JsonObject::place(tav_istr name) {
-    if (members_.empty() || NameLess()(std::prev(members_.end())->first, name)) {
-        return members_.end();
-    }
-    return members_.lower_bound(name);
-}
-
 JsonUnit & JsonObject::get(tav_istr name) {
-    Members::iterator const at = place(name);
-    if (at != members_.end() && at->first == name) {
-        return at->second;
+    NameLess const less;
+    Members::iterator at = members_.end();
+    if (!members_.empty() && !less(std::prev(at)->first, name)) {
+        at = members_.lower_bound(name);
+        if (!less(name, at->first)) {
+            return at->second;
+        }
     }
-    return members_.try_emplace(at, tavString(name))->second;
+    return members_.emplace_hint(at, name, nullptr)->second;
 }
 
 JsonUnit & JsonObject::operator[](tav_istr name) {
@@ -491,7 +530,8 @@ void JsonObject::put(tav_istr name, JsonUnit const & unit) {
 }
 
 void JsonObject::put(tav_istr name, JsonUnit && unit) {
-    get(name) = std::move(unit);
+    // Next to the end it is one comparison, and elsewhere one search.
+    members_.emplace_hint(members_.end(), name, nullptr)->second = std::move(unit);
 }
 
 /// Reads one text.  The containers that are open stand in a list, so that the stack is the same at any depth.
@@ -503,11 +543,14 @@ public:
 
 private:
     /// Makes the container whose bracket is under the cursor, and steps over that.
-    tavSharedPtr<JsonValue> open();
+    JsonValue * open();
 
     /// Reads an element, or a name and its value, into `container`.  A container is only opened: it is
     /// returned, and what it holds is still to be read.
     JsonValue * parseItem(JsonValue & container);
+
+    /// The same in a text that is bound to fail: nothing is kept, and one container of a kind stands for all.
+    JsonValue * skipItem(bool object);
 
     /// Reads what stands behind an item; true if it ends the container.
     bool parseEnd(JsonValue const & container);
@@ -515,27 +558,24 @@ private:
     /// The name up to its colon, unescaped; empty if there is no value to read.
     tav_istr parseName();
 
-    /// A value that is no container; null for null.
-    tavSharedPtr<JsonValue> parseSimple();
+    /// A new value that is no container; null for null.
+    JsonValue * parseSimple();
 
-    struct Quoted {
-        /// With its quotes.
-        std::string_view text;
-        bool escaped;
-        bool closed;
+    /// Takes the string whose quote is under the cursor, if it stands between its quotes as it is.
+    bool takePlain(std::string_view & text);
 
-        /// Whether what stands between the quotes is the string itself.
-        bool plain() const { return closed && !escaped; }
-        std::string_view inner() const { return text.substr(1, text.size() - 2); }
-    };
+    /// The string whose quote is under the cursor, with its quotes; the last one may be missing.
+    std::string_view takeQuoted();
 
-    Quoted takeQuoted();
     std::string_view takeToken();
 
     void skipBlanks() {
-        while (at_ != end_ && is(*at_, blankByte)) {
-            ++at_;
+        // No blank is above this one, and most bytes are.
+        char const * at = at_;
+        while (at != end_ && static_cast<unsigned char>(*at) <= ' ' && is(*at, blankByte)) {
+            ++at;
         }
+        at_ = at;
     }
 
     bool atOneOf(char a, char b) const {
@@ -549,6 +589,9 @@ private:
     char const * end_;
     /// The last name that had escapes.
     std::string name_;
+    /// What stands for the containers that skipItem opens.
+    tavSharedPtr<JsonValue> skippedArray_;
+    tavSharedPtr<JsonValue> skippedObject_;
     detail::JsonNodeScope nodes_;
 };
 
@@ -557,17 +600,22 @@ tavSharedPtr<JsonValue> JsonParser::Reader::parse() {
     if (!atOneOf('{', '[')) {
         detail::raise(detail::here("tav::json::JsonParser::from"), "not object or array");
     }
-    tavSharedPtr<JsonValue> root = open();
+    tavSharedPtr<JsonValue> root(open());
     std::vector<JsonValue *> outer;
     JsonValue * container = root.get();
+    // Each inner container needs a byte that ends it.  Once there are not enough of them left, only the place
+    // of the failure is still to be found, and no memory goes into a tree that nobody will see.
+    bool lost = false;
     for (;;) {
         // A text may end ahead of an item: that ends the container.
         bool ended = at_ == end_;
         if (!ended) {
-            JsonValue * const inner = parseItem(*container);
+            JsonValue * const inner =
+                lost ? skipItem(container->kind_ == JsonValue::Kind::object) : parseItem(*container);
             if (inner != nullptr) {
                 outer.push_back(container);
                 container = inner;
+                lost = lost || outer.size() > static_cast<std::size_t>(end_ - at_);
                 continue;
             }
             ended = parseEnd(*container);
@@ -583,12 +631,12 @@ tavSharedPtr<JsonValue> JsonParser::Reader::parse() {
     }
 }
 
-tavSharedPtr<JsonValue> JsonParser::Reader::open() {
+JsonValue * JsonParser::Reader::open() {
     bool const object = *at_++ == '{';
     if (object) {
-        return new Parsed<JsonObject>;
+        return new Node<JsonObject>;
     }
-    return new Parsed<JsonArray>;
+    return new Node<JsonArray>;
 }
 
 JsonValue * JsonParser::Reader::parseItem(JsonValue & container) {
@@ -602,7 +650,7 @@ JsonValue * JsonParser::Reader::parseItem(JsonValue & container) {
     }
     skipBlanks();
     bool const opens = atOneOf('{', '[');
-    tavSharedPtr<JsonValue> value = opens ? open() : parseSimple();
+    tavSharedPtr<JsonValue> value(opens ? open() : parseSimple());
     JsonValue * const inner = opens ? value.get() : nullptr;
     if (object) {
         static_cast<JsonObject &>(container).put(name, std::move(value));
@@ -610,6 +658,24 @@ JsonValue * JsonParser::Reader::parseItem(JsonValue & container) {
         static_cast<JsonArray &>(container).add(std::move(value));
     }
     return inner;
+}
+
+JsonValue * JsonParser::Reader::skipItem(bool object) {
+    if (object && parseName().empty()) {
+        return nullptr;
+    }
+    skipBlanks();
+    if (!atOneOf('{', '[')) {
+        tavSharedPtr<JsonValue> const dropped(parseSimple());
+        return nullptr;
+    }
+    tavSharedPtr<JsonValue> & skipped = *at_ == '{' ? skippedObject_ : skippedArray_;
+    if (skipped) {
+        ++at_;
+    } else {
+        skipped = open();
+    }
+    return skipped.get();
 }
 
 bool JsonParser::Reader::parseEnd(JsonValue const & container) {
@@ -629,9 +695,10 @@ tav_istr JsonParser::Reader::parseName() {
     std::string_view name;
     bool escaped = false;
     if (at_ != end_ && isQuote(*at_)) {
-        Quoted const quoted = takeQuoted();
-        escaped = !quoted.plain();
-        name = escaped ? quoted.text : quoted.inner();
+        escaped = !takePlain(name);
+        if (escaped) {
+            name = takeQuoted();
+        }
         skipBlanks();
     } else {
         name = takeToken();
@@ -655,36 +722,45 @@ tav_istr JsonParser::Reader::parseName() {
     return viewOf(name_);
 }
 
-tavSharedPtr<JsonValue> JsonParser::Reader::parseSimple() {
+JsonValue * JsonParser::Reader::parseSimple() {
     if (at_ != end_ && isQuote(*at_)) {
-        Quoted const quoted = takeQuoted();
-        if (quoted.plain()) {
-            return new Parsed<JsonString>(viewOf(quoted.inner()));
+        std::string_view plain;
+        if (takePlain(plain)) {
+            return new Node<JsonString>(viewOf(plain));
         }
-        tavSharedPtr<JsonString> made(new Parsed<JsonString>);
-        made->fromString(viewOf(quoted.text));
+        tavOptional<tavString> text = JsonString::unescape(viewOf(takeQuoted()));
+        JsonString * const made = new Node<JsonString>;
+        made->text_.swap(text.value());
         return made;
     }
     std::string_view const token = takeToken();
     if (at_ != end_ && *at_ != ',' && *at_ != '}' && *at_ != ']') {
         fail(detail::here("tav::json::JsonParser::parseValue"), "no value end");
     }
-    return fromSimple(viewOf(token));
+    return makeSimple(token);
 }
 
-JsonParser::Reader::Quoted JsonParser::Reader::takeQuoted() {
+bool JsonParser::Reader::takePlain(std::string_view & text) {
+    char const * const first = at_ + 1;
+    char const * const last = findQuote(first, end_, *at_);
+    if (last == end_ || *last != *at_) {
+        return false;
+    }
+    text = std::string_view(first, static_cast<std::size_t>(last - first));
+    at_ = last + 1;
+    return true;
+}
+
+std::string_view JsonParser::Reader::takeQuoted() {
     char const * const first = at_;
     char const quote = *at_;
-    bool escaped = false;
     at_ = findQuote(at_ + 1, end_, quote);
     while (at_ != end_ && *at_ != quote) {
-        escaped = true;
         at_ += end_ - at_ >= 2 ? 2 : 1;
         at_ = findQuote(at_, end_, quote);
     }
-    bool const closed = at_ != end_;
-    at_ += closed ? 1 : 0;
-    return Quoted{std::string_view(first, static_cast<std::size_t>(at_ - first)), escaped, closed};
+    at_ += at_ != end_ ? 1 : 0;
+    return std::string_view(first, static_cast<std::size_t>(at_ - first));
 }
 
 std::string_view JsonParser::Reader::takeToken() {
@@ -712,18 +788,7 @@ tavSharedPtr<JsonValue> JsonParser::from(tav_istr text) {
 }
 
 tavSharedPtr<JsonValue> JsonParser::fromSimple(tav_istr token) {
-    std::string_view const text = bytesOf(token);
-    if (text.empty() || text == "null") {
-        return nullptr;
-    }
-    char const digit = text[0] == '-' && text.size() >= 2 ? text[1] : text[0];
-    if (isDigit(digit)) {
-        return new Parsed<JsonNumber>(token);
-    }
-    if (text == "true" || text == "false") {
-        return new Parsed<JsonBoolean>(text == "true");
-    }
-    return new Parsed<JsonString>(token);
+    return makeSimple(bytesOf(token));
 }
 
 /// Writes one tree.  The containers that are open stand in a list, so that the stack is the same at any
@@ -813,13 +878,15 @@ void JsonFormatter::Writer::begin(JsonValue const * v) {
         open_.push_back(Container{false, true, {}, {}, array.begin(), array.end()});
         break;
     }
-    case JsonValue::Kind::string:
-        appendEscaped(out_, bytesOf(static_cast<JsonString const *>(v)->getValue()));
+    default:
+        if (isPlain<JsonString>(*v)) {
+            appendEscaped(out_, bytesOf(static_cast<JsonString const *>(v)->getValue()));
+        } else if (isPlain<JsonNumber>(*v)) {
+            appendNumberText(out_, bytesOf(static_cast<JsonNumber const *>(v)->getValue()));
+        } else {
+            out_.append(bytesOf(v->toString()));
+        }
         break;
-    case JsonValue::Kind::number:
-        appendNumberText(out_, bytesOf(static_cast<JsonNumber const *>(v)->getValue()));
-        break;
-    default: out_.append(bytesOf(v->toString())); break;
     }
 }
 

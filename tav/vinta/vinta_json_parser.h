@@ -107,7 +107,8 @@ private:
 
     explicit JsonValue(Kind kind) noexcept : kind_(kind) {}
 
-    bool holdsValues() const noexcept { return kind_ >= Kind::array; }
+    /// A value of a class that is not known here may hold whatever it likes.
+    bool mayHoldValues() const noexcept { return kind_ >= Kind::array || kind_ == Kind::other; }
 
     /// Which of the classes of this header the object is; others may be derived, and are `other`.
     Kind const kind_ = Kind::other;
@@ -347,7 +348,8 @@ public:
 
     JsonArray() noexcept : JsonValue(Kind::array) {}
     JsonArray(JsonArray const & other) = default;
-    JsonArray & operator=(JsonArray const & other) = default;
+    /// Takes the elements of `other`, which may be one of this array's own.
+    JsonArray & operator=(JsonArray const & other);
     ~JsonArray() override;
 
     JsonFieldType type() const override;
@@ -381,7 +383,8 @@ public:
 
     JsonObject() : JsonValue(Kind::object) {}
     JsonObject(JsonObject const & other) = default;
-    JsonObject & operator=(JsonObject const & other) = default;
+    /// Takes the members of `other`, which may be one of this object's own.
+    JsonObject & operator=(JsonObject const & other);
     ~JsonObject() override;
 
     JsonFieldType type() const override;
@@ -408,11 +411,16 @@ private:
     /// The order of names, also against views.
     struct NameLess {
         using is_transparent = void;
-        bool operator()(tav_istr a, tav_istr b) const noexcept {
-            auto const first = static_cast<unsigned char>(*a);
-            auto const other = static_cast<unsigned char>(*b);
-            return first != other ? first < other : a.compare(b) < 0;
+        template <class A, class B>
+        bool operator()(A const & a, B const & b) const noexcept {
+            unsigned char const first = firstOf(a);
+            unsigned char const other = firstOf(b);
+            return first != other ? first < other : tav_istr(a).compare(b) < 0;
         }
+        static unsigned char firstOf(tavString const & name) noexcept {
+            return static_cast<unsigned char>(*name.data());
+        }
+        static unsigned char firstOf(tav_istr name) noexcept { return static_cast<unsigned char>(*name); }
     };
 
     /// Takes the members' nodes from takeNode(): while a text is read, many of them share one allocation.
@@ -422,7 +430,10 @@ private:
         NodeAllocator() noexcept = default;
         template <class U>
         NodeAllocator(NodeAllocator<U> const &) noexcept {}
-        T * allocate(std::size_t n) { return static_cast<T *>(takeNode(n * sizeof(T))); }
+        T * allocate(std::size_t n) {
+            static_assert(alignof(T) <= alignof(void *), "nodes are aligned as pointers are");
+            return static_cast<T *>(takeNode(n * sizeof(T)));
+        }
         void deallocate(T * p, std::size_t) noexcept { giveNode(p); }
         bool operator==(NodeAllocator const &) const noexcept { return true; }
         bool operator!=(NodeAllocator const &) const noexcept { return false; }
@@ -437,15 +448,16 @@ private:
     static void * takeNode(std::size_t size);
     static void giveNode(void * node) noexcept;
 
-    /// Where the member of that name is, or would be inserted.
-    Members::iterator place(tav_istr name);
-
     Members members_;
 };
 
-/// Reads JSON text.  The values own their text: nothing refers to the bytes that were read.
+/// Reads JSON text.  The values own their text: nothing refers to the bytes that were read.  The values of
+/// one text share allocations of at most 32 kB each, so a value that is kept when the rest of its tree is
+/// gone may keep that much besides itself.
 class TAV_API JsonParser {
 public:
+    JsonParser() = delete;
+
     /// The object or array that the text begins with; what stands behind it is not looked at.
     /// @throws std::invalid_argument if the text is none, with the cause and the text from there on
     static tavSharedPtr<JsonValue> from(tav_istr text);

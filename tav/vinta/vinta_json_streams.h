@@ -23,8 +23,7 @@
 ///     time                                    string of digits (milliseconds)   number or string, else 0
 ///     nested object, map                      object                            object
 ///     list                                    array                             array
-///     unset optional, null pointer            null                              null is like an absent
-///     member
+///     unset optional, null pointer            null                              null, as if absent
 ///
 /// Numbers are read with the prefixes "0x" and "0b" and with a leading 0 for octal, and cut to the width of
 /// the field; a text that is no number gives 0, and a member of an unsuitable class leaves a number alone.

@@ -1,5 +1,7 @@
 #include "tav/vinta/vinta_locks.h"
 
+#include "tav/vinta/detail/count_place.h"
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -51,8 +53,8 @@ struct Cell {
     }
 
     std::recursive_mutex mutex;
-    V value{};
     Self * next = nullptr;
+    V value{};
 };
 
 /// Cells that a thread has given back and will use again.  Each cell is an allocation of its own, so it may
@@ -210,16 +212,59 @@ void tavMonitor::signalAllInLock() const {
     }
 }
 
-struct [[gnu::visibility("hidden")]] tavAtomicInt::Impl : Cell<Impl, unsigned>{};
+namespace {
 
-tavAtomicInt::tavAtomicInt() : impl_(Pool<Impl>::take(0)) {}
+/// Where the next count of this thread goes; null if it is to come from the pool.
+[[gnu::tls_model("initial-exec")]] thread_local void * nextCount = nullptr;
+
+} // namespace
+
+void tav::detail::placeNextCount(void * place) noexcept {
+    nextCount = place;
+}
+
+struct [[gnu::visibility("hidden")]] tavAtomicInt::Impl : Cell<Impl, unsigned> {
+    static Impl * make() {
+        void * const place = nextCount;
+        if (place == nullptr) {
+            return Pool<Impl>::take(0);
+        }
+        static_assert(sizeof(Impl) <= tav::detail::countSize && alignof(Impl) <= alignof(void *),
+                      "the place is large enough");
+        nextCount = nullptr;
+        Impl * const made = new (place) Impl;
+        made->state = State::unknown;
+        return made;
+    }
+
+    /// Adds a reference.  The state changes here for the last time, ahead of the moment at which other
+    /// threads learn of the object, so they read it without a lock.
+    void refer() {
+        if (state == State::unknown) {
+            state = State::known;
+            value = 1;
+        } else {
+            add(1);
+        }
+    }
+
+    /// From the pool, or at a place: of an object that nobody but its maker knows, or of any other.
+    enum class State : unsigned char { pooled, unknown, known };
+    State state = State::pooled;
+};
+
+tavAtomicInt::tavAtomicInt() : impl_(Impl::make()) {}
 
 tavAtomicInt::tavAtomicInt(unsigned v) : impl_(Pool<Impl>::take(v)) {}
 
 tavAtomicInt::tavAtomicInt(tavAtomicInt const & other) : impl_(Pool<Impl>::take(other.get())) {}
 
 tavAtomicInt::~tavAtomicInt() {
-    Pool<Impl>::give(impl_);
+    if (impl_->state != Impl::State::pooled) {
+        impl_->~Impl();
+    } else {
+        Pool<Impl>::give(impl_);
+    }
 }
 
 unsigned tavAtomicInt::get() const {
@@ -327,7 +372,7 @@ unsigned long long tavAtomicLong::operator+=(int v) {
 }
 
 void tavRefCountObject::incRefCount() noexcept {
-    refCount_.impl_->add(1);
+    refCount_.impl_->refer();
 }
 
 void tavRefCountObject::decRefCount() noexcept {

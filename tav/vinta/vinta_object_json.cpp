@@ -18,6 +18,7 @@ namespace {
 namespace field_type = tav::pml::field_type;
 
 using tav::detail::bytesOf;
+using tav::detail::NumberText;
 using tav::json::JsonUnit;
 
 constexpr char const * checkName = "tavObject::checkFields";
@@ -43,13 +44,11 @@ public:
 
     void run() const {
         int const type = field_.meta.type;
-        switch (unit_.type()) {
-        case tav::JsonFieldBoolean:
+        if (unit_.booleanValue() != nullptr) {
             if (!isNumberOrBool(type)) {
                 failType("boolean");
             }
-            break;
-        case tav::JsonFieldNumber:
+        } else if (unit_.numberValue() != nullptr) {
             if (type == field_type::enum_) {
                 checkEnum();
             } else if (isNumberOrBool(type) || type == field_type::time_) {
@@ -57,29 +56,28 @@ public:
             } else {
                 failType("number");
             }
-            break;
-        case tav::JsonFieldString:
+        } else if (unit_.stringValue() != nullptr) {
             if (type == field_type::int64_ || type == field_type::uint64_) {
                 checkDigits();
             } else if (!isText(type)) {
                 failType("string");
             }
-            break;
-        default: break;
         }
     }
 
 private:
+    /// In 64 bits, so that a number does not pass for the value that its low bits are.
     void checkEnum() const {
         long long value = 0;
         unit_ >> value;
         bool const fits =
             value >= std::numeric_limits<int>::min() && value <= std::numeric_limits<int>::max();
         if (!fits || field_.values.count(static_cast<int>(value)) == 0) {
-            failValue("enum", tav::detail::NumberText(value).view());
+            failValue("enum", NumberText(value).view());
         }
     }
 
+    /// The range is set up from whatever text the meta has, also from the mask of a protected number.
     void checkNumber() const {
         if (field_.meta.rangeIsEmpty()) {
             return;
@@ -89,19 +87,22 @@ private:
         case field_type::double_: {
             double value = 0;
             unit_ >> value;
-            checkRange(truncated(value), tav::detail::NumberText(value).view());
+            checkRange(truncated(value), NumberText(value).view());
             break;
         }
         case field_type::uint64_: {
             unsigned long long value = 0;
             unit_ >> value;
-            checkRange(static_cast<long long>(value), tav::detail::NumberText(value).view());
+            long long const low = static_cast<long long>(value);
+            bool const negative = unit_.numberValue()->getValue().charAt(0) == '-';
+            checkRange(low, (negative ? NumberText(low) : NumberText(value)).view());
             break;
         }
         default: {
             long long value = 0;
             unit_ >> value;
-            checkRange(value, tav::detail::NumberText(value).view());
+            checkRange(value, NumberText(value).view());
+            break;
         }
         }
     }
@@ -115,7 +116,7 @@ private:
             fail(" not all digits for large integer");
         }
         if (!field_.meta.rangeIsEmpty()) {
-            // Of a number beyond 64 bits the field has the low ones.
+            // A number beyond 64 bits counts with its low ones.
             checkRange(static_cast<long long>(tav::detail::numberOfKey(text)), bytesOf(text));
         }
     }

@@ -1,5 +1,7 @@
 #include "tav/vinta/detail/json_nodes.h"
 
+#include "tav/vinta/detail/count_place.h"
+
 #include <algorithm>
 #include <atomic>
 #include <new>
@@ -10,8 +12,7 @@
 #define TAV_HAS_FEATURE(x) 0
 #endif
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || TAV_HAS_FEATURE(address_sanitizer) ||   \
-    TAV_HAS_FEATURE(thread_sanitizer)
+#if defined(__SANITIZE_ADDRESS__) || TAV_HAS_FEATURE(address_sanitizer)
 #define TAV_SHARES_BLOCKS false
 #else
 #define TAV_SHARES_BLOCKS true
@@ -22,7 +23,7 @@ namespace detail {
 
 namespace {
 
-/// Sanitized builds give each node an allocation of its own, so that a use after its end shows.
+/// Beside an address sanitizer each node has an allocation of its own, so that a use after its end shows.
 constexpr bool sharesBlocks = TAV_SHARES_BLOCKS;
 
 /// A block counts as holding this many nodes as long as more are made.
@@ -33,6 +34,14 @@ constexpr std::size_t largestBlock = 32 * 1024;
 
 /// Where nodes come from on this thread.
 [[gnu::tls_model("initial-exec")]] thread_local JsonNodeScope * innermost = nullptr;
+
+/// Where nodes go to on this thread; null if each goes back at once.
+[[gnu::tls_model("initial-exec")]] thread_local JsonNodeReturn * returning = nullptr;
+
+constexpr std::size_t roundedUp(std::size_t size) {
+    constexpr std::size_t unit = alignof(void *);
+    return (size + unit - 1) / unit * unit;
+}
 
 } // namespace
 
@@ -54,12 +63,21 @@ void * newJsonNode(std::size_t size) {
     return new (::operator new(sizeof(Header) + size)) Header{nullptr} + 1;
 }
 
+void * newJsonValue(std::size_t size) {
+    std::size_t const whole = roundedUp(size);
+    void * const value = newJsonNode(whole + countSize);
+    placeNextCount(static_cast<char *>(value) + whole);
+    return value;
+}
+
 void deleteJsonNode(void * node) noexcept {
     JsonNodeScope::Header * const header = static_cast<JsonNodeScope::Header *>(node) - 1;
-    if (header->block != nullptr) {
-        JsonNodeScope::drop(header->block, 1);
-    } else {
+    if (header->block == nullptr) {
         ::operator delete(header);
+    } else if (returning != nullptr) {
+        returning->give(header->block);
+    } else {
+        JsonNodeScope::drop(header->block, 1);
     }
 }
 
@@ -73,10 +91,9 @@ JsonNodeScope::~JsonNodeScope() {
 }
 
 void * JsonNodeScope::take(std::size_t size) {
-    constexpr std::size_t unit = alignof(void *);
-    static_assert(sizeof(Header) % unit == 0 && sizeof(Block) % unit == 0,
+    static_assert(sizeof(Header) == roundedUp(sizeof(Header)) && sizeof(Block) == roundedUp(sizeof(Block)),
                   "nodes are aligned as pointers are");
-    std::size_t const whole = sizeof(Header) + (size + unit - 1) / unit * unit;
+    std::size_t const whole = sizeof(Header) + roundedUp(size);
     if (whole > static_cast<std::size_t>(end_ - at_)) {
         begin(whole);
     }
@@ -109,6 +126,31 @@ void JsonNodeScope::drop(Block * block, std::size_t nodes) noexcept {
     if (block->nodes.fetch_sub(nodes, std::memory_order_acq_rel) == nodes) {
         ::operator delete(block);
     }
+}
+
+JsonNodeReturn::JsonNodeReturn() noexcept {
+    returning = this;
+}
+
+JsonNodeReturn::~JsonNodeReturn() {
+    returning = nullptr;
+    finish();
+}
+
+void JsonNodeReturn::give(JsonNodeScope::Block * block) noexcept {
+    if (block != block_) {
+        finish();
+        block_ = block;
+    }
+    ++nodes_;
+}
+
+void JsonNodeReturn::finish() noexcept {
+    if (block_ != nullptr) {
+        JsonNodeScope::drop(block_, nodes_);
+    }
+    block_ = nullptr;
+    nodes_ = 0;
 }
 
 } // namespace detail

@@ -11,7 +11,11 @@ namespace detail {
 /// there is one, else an allocation of its own.
 void * newJsonNode(std::size_t size);
 
-/// Gives a node back, on any thread and in any order.
+/// The same for a value, with the memory of its count behind it.  The value must be made there at once, and
+/// referred to before another thread knows it.
+void * newJsonValue(std::size_t size);
+
+/// Gives a node or a value back, on any thread and in any order.
 void deleteJsonNode(void * node) noexcept;
 
 /// While it lives, the nodes that its thread makes share allocations.  The nodes may outlive it.  An
@@ -24,6 +28,7 @@ public:
     JsonNodeScope & operator=(JsonNodeScope const &) = delete;
 
 private:
+    friend class JsonNodeReturn;
     friend void * newJsonNode(std::size_t size);
     friend void deleteJsonNode(void * node) noexcept;
 
@@ -42,6 +47,26 @@ private:
     char * end_ = nullptr;
     std::size_t made_ = 0;
     std::size_t next_ = 1024;
+};
+
+/// While it lives, the nodes of one allocation that its thread gives back one after the other count as one
+/// return.  There is one at a time on a thread.
+class JsonNodeReturn {
+public:
+    JsonNodeReturn() noexcept;
+    ~JsonNodeReturn();
+    JsonNodeReturn(JsonNodeReturn const &) = delete;
+    JsonNodeReturn & operator=(JsonNodeReturn const &) = delete;
+
+private:
+    friend void deleteJsonNode(void * node) noexcept;
+
+    void give(JsonNodeScope::Block * block) noexcept;
+    void finish() noexcept;
+
+    /// Which the nodes belong to that are not yet returned, and how many they are.
+    JsonNodeScope::Block * block_ = nullptr;
+    std::size_t nodes_ = 0;
 };
 
 } // namespace detail
