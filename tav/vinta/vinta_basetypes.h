@@ -7,6 +7,7 @@
 #include "tav/vinta/vinta_api.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_basetypes_codec.h"
+#include "tav/vinta/vinta_basetypes_containers.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
 #include "tav/vinta/vinta_basetypes_text.h"
 #include "tav/vinta/vinta_basetypes_time.h"

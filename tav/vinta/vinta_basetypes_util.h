@@ -3,6 +3,7 @@
 
 #include "tav/vinta/vinta_api.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
+#include "tav/vinta/vinta_basetypes_process.h"
 #include "tav/vinta/vinta_basetypes_text.h"
 #include "tav/vinta/vinta_locks.h"
 
@@ -116,17 +117,5 @@ public:
     static void enter();
     static void leave();
 };
-
-extern "C" {
-
-/// Present for the interface; does nothing.
-TAV_API void tav_init(void);
-/// Present for the interface; does nothing.
-TAV_API void tav_fini(void);
-/// Blocks the calling thread for `ms` milliseconds.
-TAV_API void tav_sleep(unsigned ms);
-/// True if the standard input is a terminal and a key is waiting there.
-TAV_API bool tav_kbhit(void);
-}
 
 #endif
