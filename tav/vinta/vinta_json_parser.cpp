@@ -1,9 +1,9 @@
 #include "tav/vinta/vinta_json_parser.h"
 
-#include "tav/vinta/detail/json_nodes.h"
 #include "tav/vinta/detail/json_text.h"
 #include "tav/vinta/detail/number_text.h"
 #include "tav/vinta/detail/report.h"
+#include "tav/vinta/detail/tree_nodes.h"
 #include "tav/vinta/detail/views.h"
 
 #include <array>
@@ -99,7 +99,7 @@ void destroyChildren(Clear clear, Move move) {
         --state.depth;
         return;
     }
-    detail::JsonNodeReturn const together;
+    detail::NodeReturn const together;
     std::vector<JsonUnit> below;
     state.below = &below;
     state.depth = 1;
@@ -120,8 +120,8 @@ class Node final : public Value {
 
 public:
     using Value::Value;
-    static void * operator new(std::size_t size) { return detail::newJsonValue(size); }
-    static void operator delete(void * node) noexcept { detail::deleteJsonNode(node); }
+    static void * operator new(std::size_t size) { return detail::newCountedNode(size); }
+    static void operator delete(void * node) noexcept { detail::deleteNode(node); }
 };
 
 /// What JsonParser::fromSimple makes of a text, not yet referred to.
@@ -497,11 +497,11 @@ bool JsonObject::simple() const {
 }
 
 void * JsonObject::takeNode(std::size_t size) {
-    return detail::newJsonNode(size);
+    return detail::newNode(size);
 }
 
 void JsonObject::giveNode(void * node) noexcept {
-    detail::deleteJsonNode(node);
+    detail::deleteNode(node);
 }
 
 JsonUnit & JsonObject::get(tav_istr name) {
@@ -592,7 +592,7 @@ private:
     /// What stands for the containers that skipItem opens.
     tavSharedPtr<JsonValue> skippedArray_;
     tavSharedPtr<JsonValue> skippedObject_;
-    detail::JsonNodeScope nodes_;
+    detail::NodeScope nodes_;
 };
 
 tavSharedPtr<JsonValue> JsonParser::Reader::parse() {

@@ -1,4 +1,4 @@
-#include "tav/vinta/detail/json_nodes.h"
+#include "tav/vinta/detail/tree_nodes.h"
 
 #include "tav/vinta/detail/count_place.h"
 
@@ -33,10 +33,10 @@ constexpr std::size_t stillOpen = ~std::size_t(0) / 2;
 constexpr std::size_t largestBlock = 32 * 1024;
 
 /// Where nodes come from on this thread.
-[[gnu::tls_model("initial-exec")]] thread_local JsonNodeScope * innermost = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local NodeScope * innermost = nullptr;
 
 /// Where nodes go to on this thread; null if each goes back at once.
-[[gnu::tls_model("initial-exec")]] thread_local JsonNodeReturn * returning = nullptr;
+[[gnu::tls_model("initial-exec")]] thread_local NodeReturn * returning = nullptr;
 
 constexpr std::size_t roundedUp(std::size_t size) {
     constexpr std::size_t unit = alignof(void *);
@@ -46,51 +46,51 @@ constexpr std::size_t roundedUp(std::size_t size) {
 } // namespace
 
 /// One allocation for many nodes.  It is freed when the last of them is given back, on whichever thread.
-struct JsonNodeScope::Block {
+struct NodeScope::Block {
     std::atomic<std::size_t> nodes;
 };
 
 /// Ahead of each node: where it lies; null if it has an allocation of its own.
-struct JsonNodeScope::Header {
+struct NodeScope::Header {
     Block * block;
 };
 
-void * newJsonNode(std::size_t size) {
+void * newNode(std::size_t size) {
     if (sharesBlocks && innermost != nullptr) {
         return innermost->take(size);
     }
-    using Header = JsonNodeScope::Header;
+    using Header = NodeScope::Header;
     return new (::operator new(sizeof(Header) + size)) Header{nullptr} + 1;
 }
 
-void * newJsonValue(std::size_t size) {
+void * newCountedNode(std::size_t size) {
     std::size_t const whole = roundedUp(size);
-    void * const value = newJsonNode(whole + countSize);
+    void * const value = newNode(whole + countSize);
     placeNextCount(static_cast<char *>(value) + whole);
     return value;
 }
 
-void deleteJsonNode(void * node) noexcept {
-    JsonNodeScope::Header * const header = static_cast<JsonNodeScope::Header *>(node) - 1;
+void deleteNode(void * node) noexcept {
+    NodeScope::Header * const header = static_cast<NodeScope::Header *>(node) - 1;
     if (header->block == nullptr) {
         ::operator delete(header);
     } else if (returning != nullptr) {
         returning->give(header->block);
     } else {
-        JsonNodeScope::drop(header->block, 1);
+        NodeScope::drop(header->block, 1);
     }
 }
 
-JsonNodeScope::JsonNodeScope() : outer_(innermost) {
+NodeScope::NodeScope() : outer_(innermost) {
     innermost = this;
 }
 
-JsonNodeScope::~JsonNodeScope() {
+NodeScope::~NodeScope() {
     innermost = outer_;
     finish();
 }
 
-void * JsonNodeScope::take(std::size_t size) {
+void * NodeScope::take(std::size_t size) {
     static_assert(sizeof(Header) == roundedUp(sizeof(Header)) && sizeof(Block) == roundedUp(sizeof(Block)),
                   "nodes are aligned as pointers are");
     std::size_t const whole = sizeof(Header) + roundedUp(size);
@@ -103,7 +103,7 @@ void * JsonNodeScope::take(std::size_t size) {
     return node;
 }
 
-void JsonNodeScope::begin(std::size_t atLeast) {
+void NodeScope::begin(std::size_t atLeast) {
     finish();
     std::size_t const size = std::max(next_, sizeof(Block) + atLeast);
     next_ = std::min(next_ * 2, largestBlock);
@@ -113,7 +113,7 @@ void JsonNodeScope::begin(std::size_t atLeast) {
     end_ = memory + size;
 }
 
-void JsonNodeScope::finish() noexcept {
+void NodeScope::finish() noexcept {
     if (block_ != nullptr) {
         drop(block_, stillOpen - made_);
     }
@@ -122,22 +122,22 @@ void JsonNodeScope::finish() noexcept {
     made_ = 0;
 }
 
-void JsonNodeScope::drop(Block * block, std::size_t nodes) noexcept {
+void NodeScope::drop(Block * block, std::size_t nodes) noexcept {
     if (block->nodes.fetch_sub(nodes, std::memory_order_acq_rel) == nodes) {
         ::operator delete(block);
     }
 }
 
-JsonNodeReturn::JsonNodeReturn() noexcept {
+NodeReturn::NodeReturn() noexcept {
     returning = this;
 }
 
-JsonNodeReturn::~JsonNodeReturn() {
+NodeReturn::~NodeReturn() {
     returning = nullptr;
     finish();
 }
 
-void JsonNodeReturn::give(JsonNodeScope::Block * block) noexcept {
+void NodeReturn::give(NodeScope::Block * block) noexcept {
     if (block != block_) {
         finish();
         block_ = block;
@@ -145,9 +145,9 @@ void JsonNodeReturn::give(JsonNodeScope::Block * block) noexcept {
     ++nodes_;
 }
 
-void JsonNodeReturn::finish() noexcept {
+void NodeReturn::finish() noexcept {
     if (block_ != nullptr) {
-        JsonNodeScope::drop(block_, nodes_);
+        NodeScope::drop(block_, nodes_);
     }
     block_ = nullptr;
     nodes_ = 0;
