@@ -17,5 +17,5 @@ need_packages() {
 
 library_packages=(g++ cmake ninja-build ccache git ca-certificates libasio-dev libssl-dev)
 demo_packages=("${library_packages[@]}" libcli11-dev)
-test_packages=("${demo_packages[@]}" pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
-               protobuf-compiler rapidjson-dev nlohmann-json3-dev)
+test_packages=("${demo_packages[@]}" clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
+               protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev)
