@@ -294,7 +294,8 @@ TEST(GateMessage, NbrBodyPrintsAsATree) {
 
 TEST(GateMessage, MalformedNbrBodyRaisesAndPrintsNothing) {
     std::ostringstream out;
-    EXPECT_THROW(tavGateMessage(3, 1, 1, 0, tav_istr(unhex("FF0128 012800"))).dump(out), std::invalid_argument);
+    EXPECT_THROW(tavGateMessage(3, 1, 1, 0, tav_istr(unhex("FF0128 012800"))).dump(out),
+                 std::invalid_argument);
     EXPECT_EQ("", out.str());
 }
 
