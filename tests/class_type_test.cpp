@@ -20,6 +20,7 @@ namespace {
 
 /// All of a type in one line: kind 'name', and what differs from a fresh type.
 std::string shown(ClassType const & type) {
+    field_type::Initializer const names; // also for a type that was made without parsing
     std::ostringstream out;
     out << type.type << " '" << type.name << '\'';
     if (!type.keyName.empty()) {
@@ -283,7 +284,6 @@ TEST(ClassType, TheConstructorMakesARefOfAnObject) {
 }
 
 TEST(ClassType, TheOtherConstructorsParseNothing) {
-    field_type::Initializer const names;
     EXPECT_EQ("unknown ''", shown(ClassType()));
     EXPECT_EQ("string 'list{Foo}'", shown(ClassType("list{Foo}", false)));
     EXPECT_EQ("string 'list{Foo}' optional", shown(ClassType("list{Foo}", true)));
