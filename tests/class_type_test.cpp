@@ -18,9 +18,11 @@ namespace field_type = tav::pml::field_type;
 
 namespace {
 
+/// Kinds print by their names also where nothing was parsed.
+field_type::Initializer const names;
+
 /// All of a type in one line: kind 'name', and what differs from a fresh type.
 std::string shown(ClassType const & type) {
-    field_type::Initializer const names; // also for a type that was made without parsing
     std::ostringstream out;
     out << type.type << " '" << type.name << '\'';
     if (!type.keyName.empty()) {
