@@ -104,7 +104,16 @@ public:
         context_ = std::make_shared<impl::context>(tav_istr(name_));
         io_thread_ = std::thread([this] { run(); });
     }
-    ~SessionRig() { stop(); }
+    ~SessionRig() {
+        // A session that was closed on its own timer's thread is let go there a moment later.  It must not
+        // end there: OpenSSL orders what threads do to its objects by means that the thread sanitizer does
+        // not see.
+        std::vector<session_ptr> const kept = sessions_;
+        stop();
+        for (session_ptr const & each : kept) {
+            eventually([&each] { return each->getRefCount() == 1; }, 2000);
+        }
+    }
     SessionRig(SessionRig const &) = delete;
     SessionRig & operator=(SessionRig const &) = delete;
 
