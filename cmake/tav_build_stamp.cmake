@@ -37,4 +37,4 @@ endif()
 string(REGEX REPLACE "^0" " " TAV_BUILD_DAY "${TAV_BUILD_DAY}")
 
 configure_file(${PROJECT_SOURCE_DIR}/cmake/build_stamp.h.in
-               ${PROJECT_BINARY_DIR}/generated/tav/vinta/detail/build_stamp.h @ONLY)
+               ${PROJECT_BINARY_DIR}/generated/foundation/build_stamp.h @ONLY)

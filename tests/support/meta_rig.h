@@ -1,8 +1,8 @@
 #ifndef TAV_TESTS_SUPPORT_META_RIG_H
 #define TAV_TESTS_SUPPORT_META_RIG_H
 
+#include "support/nbr_bytes.h"
 #include "tav/vinta/vinta_json2nbr.h"
-#include "tests/support/nbr_bytes.h"
 
 #include <stdexcept>
 #include <string>

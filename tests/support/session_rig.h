@@ -1,7 +1,7 @@
 #ifndef TAV_TESTS_SUPPORT_SESSION_RIG_H
 #define TAV_TESTS_SUPPORT_SESSION_RIG_H
 
-#include "tav/vinta/vinta_tls_client_impl_session.h"
+#include "client/vinta_tls_client_impl_session.h"
 
 #include "support/tls_peer.h"
 

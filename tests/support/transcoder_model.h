@@ -1,10 +1,10 @@
 #ifndef TAV_TESTS_SUPPORT_TRANSCODER_MODEL_H
 #define TAV_TESTS_SUPPORT_TRANSCODER_MODEL_H
 
+#include "support/meta_rig.h"
 #include "tav/vinta/vinta_json_streams.h"
 #include "tav/vinta/vinta_nbr_unit.h"
 #include "tav/vinta/vinta_object.h"
-#include "tests/support/meta_rig.h"
 
 #include <algorithm>
 #include <set>

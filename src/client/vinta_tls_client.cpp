@@ -1,0 +1,607 @@
+#include "tav/vinta/vinta_tls_client.h"
+
+#include "client/vinta_tls_client_impl.h"
+#include "foundation/report.h"
+#include "tav/vinta/vinta_basetypes_util.h"
+#include "tav/vinta/vinta_mt_thread.h"
+
+#include <map>
+#include <mutex>
+#include <set>
+#include <utility>
+#include <vector>
+
+namespace tav {
+namespace tls {
+
+/// The exported class knows the core by this name, since the core's own namespace carries the build's stamp.
+struct client::Core : impl::Client {
+    using impl::Client::Client;
+};
+
+namespace {
+
+using detail::here;
+using detail::Site;
+using Lock = std::lock_guard<tavMutex const>;
+using ClientMap = std::map<std::string, std::shared_ptr<client>>;
+
+tav_istr const log_tag("TLS.CLT");
+
+/// The process-wide registries.  They are made at first use and never destroyed, so that a client that ends
+/// with the process still finds them.
+struct Registry {
+    tavMutex names_mutex;
+    ClientMap names;
+    tavMutex all_mutex;
+    std::set<client const *> all;
+};
+
+Registry & registry() {
+    static Registry & the = *new Registry;
+    return the;
+}
+
+template <class Print>
+void logLine(tavLogger::LogLevel level, Site site, Print && print) {
+    detail::log(log_tag, level, site, std::forward<Print>(print));
+}
+
+void logText(Site site, std::string const & id, char const * words) {
+    logLine(tavLogger::INFO, site, [&](std::ostream & out) { out << id << words; });
+}
+
+void logCode(Site site, std::string const & id, char const * words, unsigned short msgcode) {
+    logLine(tavLogger::INFO, site,
+            [&](std::ostream & out) { out << id << words << asHex(msgcode, 4, true); });
+}
+
+std::string textOf(char const * text) {
+    return text ? text : std::string();
+}
+
+void logArg(Site site, std::string const & id, tavMessage const & msg, char const * expected,
+            tavMessage const * ack, int wait_ms, bool grey, unsigned short version) {
+    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << id << " send arg 0x" << asHex(msg.msgcode(), 4, true) << expected
+            << asHex(ack ? ack->msgcode() : 0xffff, 4, true) << std::dec << ", wait " << wait_ms
+            << "ms, grey " << grey << ", version " << version;
+    });
+}
+
+void logSent(Site site, std::string const & id, std::shared_ptr<send_info> const & info) {
+    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << id << " send result: ";
+        if (info) {
+            out << *info;
+        } else {
+            out << "empty";
+        }
+    });
+}
+
+} // namespace
+
+client::client(tav_istr name) : id_("<" + std::string(name) + ">") {
+    {
+        Lock const guard(registry().all_mutex);
+        registry().all.insert(this);
+    }
+    logText(here("tav::tls::client::client"), id_, " client construct");
+    try {
+        init(name);
+    } catch (...) {
+        Lock const guard(registry().all_mutex);
+        registry().all.erase(this);
+        throw;
+    }
+}
+
+client::~client() {
+    logText(here("tav::tls::client::~client"), id_, " client destruct");
+    fini();
+    Lock const guard(registry().all_mutex);
+    registry().all.erase(this);
+}
+
+client & client::instance(tav_istr name) {
+    Lock const guard(registry().names_mutex);
+    std::string key(name);
+    auto const found = registry().names.find(key);
+    if (found != registry().names.end()) {
+        return *found->second;
+    }
+    logLine(tavLogger::INFO, here("tav::tls::client::instance"),
+            [&](std::ostream & out) { out << "<" << name << "> client instance creating..."; });
+    auto made = std::make_shared<client>(name);
+    return *registry().names.emplace(std::move(key), std::move(made)).first->second;
+}
+
+bool client::destroy(tav_istr name) {
+    std::shared_ptr<client> taken;
+    {
+        Lock const guard(registry().names_mutex);
+        auto const found = registry().names.find(std::string(name));
+        if (found == registry().names.end()) {
+            return false;
+        }
+        taken = std::move(found->second);
+        registry().names.erase(found);
+    }
+    taken.reset();
+    logLine(tavLogger::INFO, here("tav::tls::client::destroy"),
+            [&](std::ostream & out) { out << "<" << name << "> client instance destroyed."; });
+    return true;
+}
+
+void client::finalize() {
+    Site const site = here("tav::tls::client::finalize");
+    logLine(tavLogger::DEBUG, site, [](std::ostream & out) { out << "finalizing..."; });
+    // The entries stay while their clients end, so that a callback which asks for one finds that one.
+    ClientMap names;
+    {
+        Lock const guard(registry().names_mutex);
+        names = registry().names;
+    }
+    for (auto const & entry : names) {
+        logLine(tavLogger::INFO, site,
+                [&](std::ostream & out) { out << "finalize: client " << entry.second->id(); });
+        entry.second->close();
+        entry.second->fini();
+    }
+    names.clear();
+    {
+        Lock const guard(registry().names_mutex);
+        names.swap(registry().names);
+    }
+    names.clear();
+    std::vector<std::string> left;
+    {
+        Lock const guard(registry().all_mutex);
+        for (client const * other : registry().all) {
+            left.push_back(other->id());
+        }
+    }
+    for (std::string const & id : left) {
+        logLine(tavLogger::INFO, site,
+                [&](std::ostream & out) { out << "finalize: client not deleted: " << id; });
+    }
+    tavLogger::close();
+    tavThread::printThreads();
+    tavIdGenerator::finalize();
+    tavLogger::finalize();
+    logLine(tavLogger::INFO, site, [](std::ostream & out) { out << "finalized."; });
+}
+
+std::string client::id() const {
+    Lock const guard(mutex_);
+    return impl_ ? impl_->name() : id_;
+}
+
+void client::io(tavCodecStream & s) {
+    if (auto const core = alive(here("tav::tls::client::io"))) {
+        core->io(s);
+    }
+}
+
+std::shared_ptr<connect_info> client::start(connect_option const & option, bool reuseConnected) {
+    Site const site = here("tav::tls::client::start");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << core->name() << " starting... " << option << " reuseConnected=" << reuseConnected;
+    });
+    return core->start__(option, reuseConnected);
+}
+
+std::shared_ptr<connect_info> client::start(char const * host, char const * port, char const * ca,
+                                            char const * metainfo, global_callback const & callback,
+                                            timedout_option const & timedout, char const * cipher,
+                                            bool reuseConnected) {
+    Site const site = here("tav::tls::client::start");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    connect_option option;
+    option.host = textOf(host);
+    option.port = textOf(port);
+    option.ca = textOf(ca);
+    option.metainfo = textOf(metainfo);
+    option.cipher = textOf(cipher);
+    option.callback_ = callback;
+    option.on_error_ = callback.on_error_;
+    option.on_heartbeat_timedout_ = callback.on_heartbeat_timedout_;
+    option.timedout = timedout;
+    option.on_open_ = callback.on_open_;
+    option.on_http_proxy_connect_ = callback.on_http_proxy_connect_;
+    option.proxy_host = callback.proxy_host_;
+    option.proxy_port = callback.proxy_port_;
+    option.server_name = callback.server_name_;
+    option.reserved_ = callback.reserved_;
+    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << core->name() << " starting... " << option.host << ":" << option.port;
+    });
+    return start(option, reuseConnected);
+}
+
+std::shared_ptr<connect_info> client::reconnect(timedout_option const & timedout, bool reuseConnected) {
+    Site const site = here("tav::tls::client::reconnect");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << core->name() << " reconnecting... " << timedout << " reuseConnected=" << reuseConnected;
+    });
+    return core->reconnect__(timedout, reuseConnected);
+}
+
+void client::close() {
+    Site const site = here("tav::tls::client::close");
+    if (auto const core = alive(site)) {
+        logText(site, core->name(), " closing...");
+        core->close__();
+    }
+}
+
+void client::cancel_all() {
+    Site const site = here("tav::tls::client::cancel_all");
+    if (auto const core = alive(site)) {
+        logText(site, core->name(), " cancel all");
+        core->cancel_all__();
+    }
+}
+
+bool client::connected() const {
+    Site const site = here("tav::tls::client::connected");
+    auto const core = alive(site);
+    if (!core) {
+        return false;
+    }
+    bool const result = core->connected();
+    logLine(tavLogger::DEBUG, site,
+            [&](std::ostream & out) { out << core->name() << " connected = " << result; });
+    return result;
+}
+
+void client::should_check_heartbeat(bool v) {
+    Site const site = here("tav::tls::client::should_check_heartbeat");
+    auto const core = alive(site);
+    if (!core) {
+        return;
+    }
+    logLine(tavLogger::INFO, site,
+            [&](std::ostream & out) { out << core->name() << " check comm heartbeat = " << v; });
+    if (auto const session = core->current()) {
+        session->check_heartbeat(v);
+    }
+}
+
+ip_port client::get_local_addr() {
+    Site const site = here("tav::tls::client::get_local_addr");
+    auto const core = alive(site);
+    auto const session = core ? core->current() : tavSharedPtr<impl::session>();
+    if (!session) {
+        return ip_port();
+    }
+    ip_port const address = session->local_addr();
+    logLine(tavLogger::DEBUG, site,
+            [&](std::ostream & out) { out << core->name() << " self addr = " << address; });
+    return address;
+}
+
+ip_port client::get_remote_addr() {
+    Site const site = here("tav::tls::client::get_remote_addr");
+    auto const core = alive(site);
+    auto const session = core ? core->current() : tavSharedPtr<impl::session>();
+    if (!session) {
+        return ip_port();
+    }
+    ip_port const address = session->remote_addr();
+    logLine(tavLogger::DEBUG, site,
+            [&](std::ostream & out) { out << core->name() << " peer addr = " << address; });
+    return address;
+}
+
+std::shared_ptr<send_info> client::send_msg(tavMessage const & msg, send_option const & option) {
+    Site const site = here("tav::tls::client::send_msg");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logCode(site, core->name(), " send msg obj 0x", msg.msgcode());
+    auto const info = core->sendMsg(msg, option);
+    logSent(site, core->name(), info);
+    return info;
+}
+
+std::shared_ptr<send_info> client::send_msg(tavSharedPtr<tavMessage> msg, send_option const & option) {
+    Site const site = here("tav::tls::client::send_msg");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logCode(site, core->name(), " send msg ptr 0x",
+            msg ? msg->msgcode() : static_cast<unsigned short>(0xffff));
+    auto const info = core->sendMsg(msg, option);
+    logSent(site, core->name(), info);
+    return info;
+}
+
+std::shared_ptr<send_info> client::send_json_msg(char const * json, send_option const & option,
+                                                 char const * class_or_code) {
+    Site const site = here("tav::tls::client::send_json_msg");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << core->name() << " send json msg @" << tav_istr(class_or_code);
+    });
+    auto const info = core->sendJsonMsg(tav_istr(json), option, tav_istr(class_or_code));
+    logSent(site, core->name(), info);
+    return info;
+}
+
+std::shared_ptr<send_info> client::send_nbr_msg(unsigned short msgcode, unsigned char const * data,
+                                                unsigned int size, send_option const & option,
+                                                tav_istr target) {
+    Site const site = here("tav::tls::client::send_nbr_msg");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logCode(site, core->name(), " send nbr msg 0x", msgcode);
+    auto const info = core->sendNbrMsg(msgcode, tav_istr(data, size), option, target);
+    logSent(site, core->name(), info);
+    return info;
+}
+
+std::shared_ptr<send_info> client::send_old_nbr_msg(unsigned char msgcode, tav_istr body, tav_istr target) {
+    Site const site = here("tav::tls::client::send_old_nbr_msg");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logCode(site, core->name(), " send old nbr msg 0x", msgcode);
+    auto const info = core->sendOldNbrMsg(msgcode, body, target);
+    logSent(site, core->name(), info);
+    return info;
+}
+
+result_type client::send_and_wait(tavMessage const & msg, tavMessage & ack, int wait_ms, bool grey,
+                                  unsigned short version) {
+    return send_and_wait(nullptr, msg, ack, wait_ms, grey, version);
+}
+
+result_type client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessage> ack, int wait_ms,
+                                  bool grey, unsigned short version) {
+    Site const site = here("tav::tls::client::send_and_wait");
+    auto const core = alive(site);
+    if (!core) {
+        return result_error;
+    }
+    logArg(site, core->name(), msg, ", expect ack ptr 0x", ack.get(), wait_ms, grey, version);
+    result_type const result = core->send_and_wait(msg, ack, wait_ms, grey, version, nullptr);
+    logLine(tavLogger::INFO, site,
+            [&](std::ostream & out) { out << core->name() << " send and wait result = " << result; });
+    return result;
+}
+
+result_type client::send_and_wait(std::shared_ptr<send_info> * out, tavMessage const & msg, tavMessage & ack,
+                                  int wait_ms, bool grey, unsigned short version) {
+    Site const site = here("tav::tls::client::send_and_wait");
+    auto const core = alive(site);
+    if (!core) {
+        return result_error;
+    }
+    logArg(site, core->name(), msg, ", expect ack obj 0x", &ack, wait_ms, grey, version);
+    result_type const result = core->send_and_wait(msg, ack, wait_ms, grey, version, out);
+    logLine(tavLogger::INFO, site,
+            [&](std::ostream & line) { line << core->name() << " send and wait result = " << result; });
+    return result;
+}
+
+void client::on_msg(unsigned short msgcode, obj_function f) {
+    Site const site = here("tav::tls::client::on_msg");
+    if (auto const core = alive(site)) {
+        logCode(site, core->name(), " setup type level obj msg callback, msgcode = 0x", msgcode);
+        core->on_msg(msgcode, msg_type_callback(std::move(f)));
+    }
+}
+
+void client::on_msg(unsigned short msgcode, ptr_function f) {
+    Site const site = here("tav::tls::client::on_msg");
+    if (auto const core = alive(site)) {
+        logCode(site, core->name(), " setup type level ptr msg callback, msgcode = 0x", msgcode);
+        core->on_msg(msgcode, msg_type_callback(std::move(f)));
+    }
+}
+
+void client::on_json_msg(unsigned short msgcode, json_function f) {
+    Site const site = here("tav::tls::client::on_json_msg");
+    if (auto const core = alive(site)) {
+        logCode(site, core->name(), " setup type level json msg callback, msgcode = 0x", msgcode);
+        core->on_msg(msgcode, msg_type_callback(std::move(f)));
+    }
+}
+
+void client::on_json_msg(char const * className, json_function f) {
+    Site const site = here("tav::tls::client::on_json_msg");
+    if (auto const core = alive(site)) {
+        logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+            out << core->name() << " setup type level json msg callback, class = " << tav_istr(className);
+        });
+        core->on_msg(core->find_code_by_class(className), msg_type_callback(std::move(f)));
+    }
+}
+
+void client::on_nbr_msg(unsigned short msgcode, nbr_function f) {
+    Site const site = here("tav::tls::client::on_nbr_msg");
+    if (auto const core = alive(site)) {
+        logCode(site, core->name(), " setup type level nbr msg callback, msgcode = 0x", msgcode);
+        core->on_msg(msgcode, msg_type_callback(std::move(f)));
+    }
+}
+
+void client::set_old_msg_default_callback(nbr_function f) {
+    Site const site = here("tav::tls::client::set_old_msg_default_callback");
+    if (auto const core = alive(site)) {
+        logText(site, core->name(), " set old msg callback");
+        core->set_old_msg_default_callback(std::move(f));
+    }
+}
+
+void client::register_class(tav_istr name, std::function<tavObject *()> creator) {
+    Site const site = here("tav::tls::client::register_class");
+    if (auto const core = alive(site)) {
+        logLine(tavLogger::INFO, site,
+                [&](std::ostream & out) { out << core->name() << " register object class " << name; });
+        core->register_class(name, std::move(creator));
+    }
+}
+
+void client::unregister_class(tav_istr name) {
+    Site const site = here("tav::tls::client::unregister_class");
+    if (auto const core = alive(site)) {
+        logLine(tavLogger::INFO, site,
+                [&](std::ostream & out) { out << core->name() << " unregister object class " << name; });
+        core->unregister_class(name);
+    }
+}
+
+void client::register_message(unsigned short msgcode, std::function<tavObject *()> creator) {
+    Site const site = here("tav::tls::client::register_message");
+    if (auto const core = alive(site)) {
+        logCode(site, core->name(), " register message msgcode = 0x", msgcode);
+        core->register_message(msgcode, std::move(creator));
+    }
+}
+
+void client::unregister_message(unsigned short msgcode) {
+    Site const site = here("tav::tls::client::unregister_message");
+    if (auto const core = alive(site)) {
+        logCode(site, core->name(), " unregister message msgcode = 0x", msgcode);
+        core->unregister_message(msgcode);
+    }
+}
+
+tavSharedPtr<tavMessage> client::createMessage(unsigned short msgcode) {
+    Site const site = here("tav::tls::client::createMessage");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logCode(site, core->name(), " creating message msgcode = 0x", msgcode);
+    return core->createMessage(msgcode);
+}
+
+tavSharedPtr<tavMessage> client::createMessage(tav_istr class_or_code) {
+    Site const site = here("tav::tls::client::createMessage");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << core->name() << " creating message class_or_code = " << class_or_code;
+    });
+    return core->createMessage(class_or_code);
+}
+
+tavSharedPtr<tavObject> client::createObject(tav_istr name) {
+    Site const site = here("tav::tls::client::createObject");
+    auto const core = alive(site);
+    if (!core) {
+        return nullptr;
+    }
+    logLine(tavLogger::INFO, site,
+            [&](std::ostream & out) { out << core->name() << " creating object class = " << name; });
+    return core->createObject(name);
+}
+
+tavString client::find_class_by_code(unsigned short msgcode) {
+    Site const site = here("tav::tls::client::find_class_by_code");
+    auto const core = alive(site);
+    if (!core) {
+        return tavString();
+    }
+    tavString const name = core->find_class_by_code(msgcode);
+    logLine(tavLogger::DEBUG, site, [&](std::ostream & out) {
+        out << core->name() << " found class " << name << " by msgcode 0x" << asHex(msgcode, 4, true);
+    });
+    return name;
+}
+
+unsigned short client::find_code_by_class(char const * name) const {
+    Site const site = here("tav::tls::client::find_code_by_class");
+    auto const core = alive(site);
+    if (!core) {
+        return 0;
+    }
+    unsigned short const code = core->find_code_by_class(name);
+    logLine(tavLogger::DEBUG, site, [&](std::ostream & out) {
+        out << core->name() << " by class " << tav_istr(name) << " found msgcode 0x" << asHex(code, 4, true);
+    });
+    return code;
+}
+
+unsigned short client::get_next_sno() {
+    auto const core = alive(here("tav::tls::client::get_next_sno"));
+    return core ? core->get_next_sno() : static_cast<unsigned short>(0);
+}
+
+void client::init(tav_istr name) {
+    Site const site = here("tav::tls::client::init");
+    {
+        Lock const guard(mutex_);
+        if (impl_) {
+            logText(site, id_, " initialized already.");
+            return;
+        }
+    }
+    logText(site, id_, " initializing...");
+    auto const made = std::make_shared<Core>(name);
+    try {
+        made->init__();
+    } catch (...) {
+        made->fini__();
+        throw;
+    }
+    Lock const guard(mutex_);
+    impl_ = made;
+}
+
+void client::fini() {
+    Site const site = here("tav::tls::client::fini");
+    std::shared_ptr<Core> taken;
+    {
+        Lock const guard(mutex_);
+        taken = impl_;
+    }
+    if (!taken) {
+        logText(site, id_, " finalized already.");
+        return;
+    }
+    logText(site, id_, " finalizing...");
+    taken->fini__();
+    Lock const guard(mutex_);
+    impl_.reset();
+}
+
+std::shared_ptr<client::Core> client::alive(Site const & site) const {
+    {
+        Lock const guard(mutex_);
+        if (impl_) {
+            return impl_;
+        }
+    }
+    detail::log(tavLogger::DEFAULT_TAG(), tavLogger::ERROR, site,
+                [](std::ostream & out) { out << "<ASSERT FAILURE> impl_ != nullptr"; });
+    return nullptr;
+}
+
+} // namespace tls
+} // namespace tav

@@ -1,0 +1,636 @@
+#include "client/vinta_tls_client_impl.h"
+
+#include "client/vinta_tls_client_impl_log.h"
+#include "foundation/report.h"
+
+#include <mutex>
+#include <utility>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+namespace {
+
+using detail::here;
+
+constexpr long long connect_quiet_ms = 3000;
+constexpr int keep_alive_seconds = 10;
+constexpr unsigned short no_code = 0xffff;
+constexpr unsigned long long no_sno = ~0ull;
+constexpr int exception_code = -10;
+
+using Lock = std::lock_guard<tavMutex const>;
+
+std::string nameOf(tav_istr name, void const * object) {
+    if (!name.empty()) {
+        return "<" + std::string(name) + ">";
+    }
+    std::uintptr_t const address = reinterpret_cast<std::uintptr_t>(object);
+    return "<" + std::to_string(((address >> 16) ^ address) & 0xffffu) + ">";
+}
+
+/// A connect_info on its way through the queue: if its task is dropped or fails before it has ended, it ends
+/// as cancelled.
+class Journey {
+public:
+    explicit Journey(std::shared_ptr<connect_info> info) : info_(std::move(info)) {}
+    ~Journey() {
+        if (info_ && info_->result() < 0) {
+            info_->on_conn_cancel();
+        }
+    }
+    Journey(Journey const &) = delete;
+    Journey & operator=(Journey const &) = delete;
+
+    std::shared_ptr<connect_info> const & info() const { return info_; }
+    void arrived() { info_.reset(); }
+
+private:
+    std::shared_ptr<connect_info> info_;
+};
+
+/// Does something at the end of a scope, also when the application's function threw in it.
+template <class Action>
+class AtEnd {
+public:
+    explicit AtEnd(Action action) : action_(std::move(action)) {}
+    ~AtEnd() { action_(); }
+    AtEnd(AtEnd const &) = delete;
+    AtEnd & operator=(AtEnd const &) = delete;
+
+private:
+    Action action_;
+};
+
+} // namespace
+
+unsigned short decimalCode(tav_istr text) {
+    unsigned code = 0;
+    for (char c = text.firstChar(); c >= '0' && c <= '9'; c = (++text).firstChar()) {
+        code = code * 10 + static_cast<unsigned>(c - '0');
+        if (code > no_code) {
+            return no_code;
+        }
+    }
+    return static_cast<unsigned short>(code);
+}
+
+connect_info::connect_info(std::string name, timedout_option const & option)
+    : option_(option), start_time_(tavTime::now()), result_(result_pending), name_(std::move(name)) {}
+
+connect_info::connect_info(std::string name)
+    : start_time_(tavTime::now()), result_(result_ok), name_(std::move(name)) {}
+
+void connect_info::cancel() {
+    on_conn_cancel();
+}
+
+result_type connect_info::wait() {
+    std::lock_guard<tavMonitor const> const guard(monitor_);
+    if (result_ < 0) {
+        detail::log(tav_istr(log_tag), tavLogger::DEBUG, here("tav::tls::impl::connect_info::wait"),
+                    [&](std::ostream & out) { out << name_ << " connect wait begin, " << option_; });
+        while (result_ < 0) {
+            if (!monitor_.waitInLock(-1) && result_ < 0) {
+                result_ = result_timedout;
+            }
+        }
+        detail::log(tav_istr(log_tag), tavLogger::DEBUG, here("tav::tls::impl::connect_info::wait"),
+                    [&](std::ostream & out) { out << name_ << " connect wait end, result = " << result_; });
+    }
+    return result_;
+}
+
+result_type connect_info::result() const {
+    std::lock_guard<tavMonitor const> const guard(monitor_);
+    return result_;
+}
+
+void connect_info::busy() {
+    std::lock_guard<tavMonitor const> const guard(monitor_);
+    if (result_ == result_pending || result_ == result_busy) {
+        result_ = result_busy;
+    }
+}
+
+void connect_info::on_conn_connected() {
+    complete(result_ok, "tav::tls::impl::connect_info::on_conn_connected", " on connected");
+}
+
+void connect_info::on_conn_error() {
+    complete(result_error, "tav::tls::impl::connect_info::on_conn_error", " on connect error");
+}
+
+void connect_info::on_conn_timedout() {
+    complete(result_timedout, "tav::tls::impl::connect_info::on_conn_timedout", " on connect timedout");
+}
+
+void connect_info::on_conn_cancel() {
+    complete(result_cancelled, "tav::tls::impl::connect_info::on_conn_cancel", " on connect cancelled");
+}
+
+void connect_info::complete(result_type result, char const * func, char const * what) {
+    log_parts(tavLogger::DEBUG, here(func), name_, what);
+    std::lock_guard<tavMonitor const> const guard(monitor_);
+    if (result_ < 0) {
+        result_ = result;
+    }
+    monitor_.signalAllInLock();
+}
+
+Client::Client(tav_istr name, session::clock_function clock)
+    : option_(std::make_shared<connect_option>()),
+      metainfo_(std::make_shared<metainfo>(std::string())),
+      id_generator_(tavTime::now()),
+      name_(nameOf(name, this)),
+      main_queue_(std::make_shared<tavTaskQueue>(tav_istr(name_ + "session"), 1)),
+      error_queue_(std::make_shared<tavTaskQueue>(tav_istr(name_ + "global.on_error"), 1)),
+      clock_(std::move(clock)) {}
+
+Client::~Client() = default;
+
+void Client::init__() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::init__"), name_, " Client init");
+    auto const self = shared_from_this();
+    context_thread_ = tavSharedPtr<tavThread>(new tavThread_(
+        tav_istr(name_ + "io.context"), [self] { return self->on_context_loop(); },
+        [self] { self->on_context_stop(); }, [self] { return self->on_context_open(); },
+        [self] { self->on_context_close(); }));
+    context_thread_->start();
+    main_queue_->start();
+    error_queue_->start();
+}
+
+void Client::fini__() {
+    if (finished_.exchange(true)) {
+        return;
+    }
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::fini__"), name_, " Client fini");
+    auto const closed = std::make_shared<std::atomic<bool>>(false);
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::close__"), name_, " close...");
+    post([self = shared_from_this(), closed] {
+        self->on_close();
+        *closed = true;
+    });
+
+    std::shared_ptr<tavTaskQueue> queue;
+    {
+        Lock const guard(fields_);
+        queue.swap(main_queue_);
+    }
+    queue->close();
+    if (!*closed) {
+        on_close();
+    }
+    // The tasks that never ran go with the queue; they hold this client.
+    queue.reset();
+
+    {
+        Lock const guard(fields_);
+        queue.swap(error_queue_);
+    }
+    queue->close();
+    queue.reset();
+
+    if (context_thread_) {
+        context_thread_->close();
+        context_thread_ = tavSharedPtr<tavThread>();
+    }
+}
+
+Client::connect_ptr Client::start__(connect_option const & option, bool reuseConnected) {
+    detail::Site const site = here("tav::tls::impl::Client::start__");
+    if (option.host.empty()) {
+        log_parts(tavLogger::ERROR, site, name_, " host is empty");
+        return nullptr;
+    }
+    if (option.port.empty()) {
+        log_parts(tavLogger::ERROR, site, name_, " port is empty");
+        return nullptr;
+    }
+    connect_ptr const last = connecting();
+    if (last && !on_own_thread()) {
+        log_parts(tavLogger::WARN, site, name_, " last start not complete, wait it...");
+        result_type const result = last->wait();
+        detail::log(tav_istr(log_tag), tavLogger::WARN, site, [&](std::ostream & out) {
+            out << name_ << " last start not complete, wait result = " << result;
+        });
+        take_connecting(last);
+    }
+    if (reuseConnected && connected()) {
+        auto const present = this->option();
+        if (present->host == option.host && present->port == option.port) {
+            detail::log(tav_istr(log_tag), tavLogger::WARN, site, [&](std::ostream & out) {
+                out << name_ << " connected already, no need to start again";
+            });
+            return std::make_shared<connect_info>(name_);
+        }
+    }
+    auto const info = std::make_shared<connect_info>(name_, option.timedout);
+    auto const journey = std::make_shared<Journey>(info);
+    post([self = shared_from_this(), journey, option] {
+        self->on_start(journey->info(), option);
+        journey->arrived();
+    });
+    return info;
+}
+
+Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reuseConnected) {
+    detail::Site const site = here("tav::tls::impl::Client::reconnect__");
+    if (connect_ptr const last = connecting()) {
+        detail::log(tav_istr(log_tag), tavLogger::WARN, site, [&](std::ostream & out) {
+            out << name_ << " last reconnect not complete, return directly";
+        });
+        last->busy();
+        return last;
+    }
+    if (reuseConnected && connected()) {
+        detail::log(tav_istr(log_tag), tavLogger::WARN, site,
+                    [&](std::ostream & out) { out << name_ << " connected already, no need to reconnect"; });
+        return std::make_shared<connect_info>(name_);
+    }
+    auto const info = std::make_shared<connect_info>(name_, option);
+    auto const journey = std::make_shared<Journey>(info);
+    post([self = shared_from_this(), journey, option] {
+        self->on_reconnect(journey->info(), option);
+        journey->arrived();
+    });
+    return info;
+}
+
+void Client::close__() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::close__"), name_, " close...");
+    post([self = shared_from_this()] { self->on_close(); });
+}
+
+void Client::cancel_all__() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::cancel_all__"), name_, " cancel all");
+    post([self = shared_from_this()] { self->cancel_all_i(); });
+}
+
+void Client::io(tavCodecStream & s) {
+    s.enter("client", tav_istr());
+    ioField(s, 1, "metainfo", *meta());
+    s.leave();
+}
+
+tavSharedPtr<session> Client::current() const {
+    Lock const guard(fields_);
+    return session_;
+}
+
+bool Client::connected() const {
+    auto const present = current();
+    return present && present->connected();
+}
+
+unsigned short Client::get_next_sno() {
+    unsigned short const sno = static_cast<unsigned short>(id_generator_.nextSno());
+    return sno != 0 ? sno : static_cast<unsigned short>(id_generator_.nextSno());
+}
+
+void Client::on_msg(unsigned short msgcode, msg_type_callback callback) {
+    auto entry = std::make_shared<msg_type_callback>(std::move(callback));
+    Lock const guard(callbacks_mutex_);
+    type_callbacks_[msgcode].swap(entry);
+}
+
+void Client::set_old_msg_default_callback(nbr_function f) {
+    auto entry = f ? std::make_shared<nbr_function const>(std::move(f)) : nullptr;
+    Lock const guard(fields_);
+    on_old_nbr_msg_.swap(entry);
+}
+
+void Client::register_class(tav_istr name, creator f) {
+    Lock const guard(classes_mutex_);
+    class_factory_[std::string(name)] = std::move(f);
+}
+
+void Client::unregister_class(tav_istr name) {
+    Lock const guard(classes_mutex_);
+    class_factory_.erase(std::string(name));
+}
+
+void Client::register_message(unsigned short msgcode, creator f) {
+    Lock const guard(messages_mutex_);
+    message_factory_[msgcode] = std::move(f);
+}
+
+void Client::unregister_message(unsigned short msgcode) {
+    Lock const guard(messages_mutex_);
+    message_factory_.erase(msgcode);
+}
+
+tavSharedPtr<tavMessage> Client::createMessage(unsigned short msgcode) const {
+    creator make;
+    {
+        Lock const guard(messages_mutex_);
+        auto const found = message_factory_.find(msgcode);
+        if (found != message_factory_.end()) {
+            make = found->second;
+        }
+    }
+    tavSharedPtr<tavObject> const object(make ? make() : nullptr);
+    return tavSharedPtr<tavMessage>(dynamic_cast<tavMessage *>(object.get()));
+}
+
+tavSharedPtr<tavMessage> Client::createMessage(tav_istr class_or_code) const {
+    char const first = class_or_code.firstChar();
+    if (first >= '0' && first <= '9') {
+        return createMessage(decimalCode(class_or_code));
+    }
+    tavSharedPtr<tavObject> const object = createObject(class_or_code);
+    return tavSharedPtr<tavMessage>(dynamic_cast<tavMessage *>(object.get()));
+}
+
+tavSharedPtr<tavObject> Client::createObject(tav_istr name) const {
+    creator make;
+    {
+        Lock const guard(classes_mutex_);
+        auto const found = class_factory_.find(std::string(name));
+        if (found != class_factory_.end()) {
+            make = found->second;
+        }
+    }
+    return tavSharedPtr<tavObject>(make ? make() : nullptr);
+}
+
+tavString Client::find_class_by_code(unsigned short msgcode) const {
+    return meta()->find_class_by_code(msgcode);
+}
+
+unsigned short Client::find_code_by_class(tav_istr name) const {
+    return meta()->find_code_by_class(name);
+}
+
+bool Client::on_context_open() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_context_open"), name_, " io context open");
+    io_thread_ = std::this_thread::get_id();
+    context_ = std::make_shared<context>(tav_istr(name_));
+    keep_alive_timer_ = std::make_shared<asio::steady_timer>(context_->io_context());
+    keep_alive();
+    return true;
+}
+
+bool Client::on_context_loop() {
+    detail::Site const site = here("tav::tls::impl::Client::on_context_loop");
+    log_parts(tavLogger::INFO, site, name_, " io context loop begin...");
+    if (on_context_run()) {
+        return true;
+    }
+    log_parts(tavLogger::INFO, site, name_, " io context loop end.");
+    return false;
+}
+
+bool Client::on_context_run() {
+    try {
+        context_->run();
+        return false;
+    } catch (std::exception const & e) {
+        on_exception(e);
+    } catch (...) {
+        detail::reportCaught(here("tav::tls::impl::Client::on_context_run"), "unknown exception");
+    }
+    return true;
+}
+
+void Client::on_context_close() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_context_close"), name_, " io context close");
+    keep_alive_timer_->cancel();
+    // If a completion threw as the loop was told to end, what was ready is still there and holds its session.
+    while (on_context_run()) {
+    }
+}
+
+void Client::on_context_stop() {
+    stop_context();
+}
+
+void Client::stop_context() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::stop_context"), name_, " stop io context");
+    if (context_) {
+        context_->close();
+    }
+}
+
+void Client::keep_alive() {
+    keep_alive_timer_->expires_after(std::chrono::seconds(keep_alive_seconds));
+    // Its only work is that the loop always has some; the handler lives no longer than the context.
+    keep_alive_timer_->async_wait([this](std::error_code const &) { keep_alive(); });
+}
+
+void Client::on_exception(std::exception const & e) {
+    detail::reportCaught(here("tav::tls::impl::Client::on_exception"), e.what());
+    try {
+        option()->on_error(no_sno, no_code, exception_code, e.what());
+    } catch (std::exception const & again) {
+        detail::reportCaught(here("tav::tls::impl::Client::on_exception"), again.what());
+    } catch (...) {
+        detail::reportCaught(here("tav::tls::impl::Client::on_exception"), "unknown exception");
+    }
+}
+
+void Client::post(std::function<void()> task) {
+    std::shared_ptr<tavTaskQueue> queue;
+    {
+        Lock const guard(fields_);
+        queue = main_queue_;
+    }
+    if (queue) {
+        queue->put(std::move(task));
+    }
+}
+
+void Client::on_start(connect_ptr const & info, connect_option const & option) {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_start"), name_, " on_start...");
+    checkConnect("start");
+    cancel_all_i();
+    auto const fresh = std::make_shared<connect_option>(option);
+    auto retired = fresh;
+    {
+        Lock const guard(fields_);
+        option_.swap(retired);
+    }
+    std::shared_ptr<metainfo> described;
+    try {
+        described = std::make_shared<metainfo>(option.metainfo);
+    } catch (std::exception const & e) {
+        // The application hears of it as of any start that fails; the queue's loop has the log line.
+        on_connect_error(info, fresh, no_sno, no_code, exception_code, e.what());
+        info->on_conn_error();
+        throw;
+    }
+    {
+        Lock const guard(fields_);
+        metainfo_.swap(described);
+        connecting_ = info;
+    }
+    renew(info);
+}
+
+void Client::on_reconnect(connect_ptr const & info, timedout_option const & option) {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_reconnect"), name_, " on_reconnect...");
+    checkConnect("reconnect");
+    cancel_all_i();
+    {
+        Lock const guard(fields_);
+        connecting_ = info;
+    }
+    if (!option.empty()) {
+        this->option()->timedout = option;
+    }
+    renew(info);
+}
+
+void Client::on_close() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_close"), name_, " on_close...");
+    cancel_all_i();
+    close_session();
+}
+
+void Client::cancel_all_i() {
+    detail::Site const site = here("tav::tls::impl::Client::cancel_all_i");
+    log_parts(tavLogger::INFO, site, name_, " cancel all");
+    if (connect_ptr const last = connecting()) {
+        log_parts(tavLogger::INFO, site, name_, " cancel connecting...");
+        last->cancel();
+        take_connecting(last);
+    }
+    if (auto const present = current()) {
+        present->cancel_all();
+    }
+}
+
+void Client::checkConnect(char const * what) {
+    tavTime const now = tavTime::now();
+    long long const elapsed = now - last_connect_time_;
+    if (elapsed > 0 && elapsed < connect_quiet_ms) {
+        detail::log(tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::Client::checkConnect"),
+                    [&](std::ostream & out) {
+                        out << name_ << " " << what << " too fast, sleep " << connect_quiet_ms - elapsed
+                            << "ms....(no support)";
+                    });
+    }
+    last_connect_time_ = now;
+}
+
+void Client::renew(connect_ptr const & info) {
+    try {
+        close_session();
+        auto const fresh = make_session(info);
+        {
+            Lock const guard(fields_);
+            session_ = fresh;
+        }
+        fresh->connect();
+    } catch (...) {
+        take_connecting(info);
+        throw;
+    }
+}
+
+tavSharedPtr<session> Client::make_session(connect_ptr const & info) {
+    auto const self = shared_from_this();
+    std::shared_ptr<connect_option> const told = option();
+    connect_option own = *told;
+    own.set_on_error(
+        [self, info, told](unsigned long long sno, unsigned short msgcode, int code, char const * text) {
+            self->on_connect_error(info, told, sno, msgcode, code, text);
+        });
+    own.set_on_open([self, info, told] { self->on_connect_open(info, *told); });
+    own.timedout.set_on_timedout(
+        [self, info, told](unsigned long long sno, unsigned short msgcode, bool cancelled) {
+            self->on_connect_timedout(info, *told, sno, msgcode, cancelled);
+        });
+    tavSharedPtr<session> fresh(new session(
+        name_, context_, [self](tavBytes const & frame) { self->on_recv(frame); }, own, clock_));
+    fresh->open();
+    return fresh;
+}
+
+bool Client::close_session() {
+    auto const last = current();
+    if (!last) {
+        return false;
+    }
+    last->close();
+    Lock const guard(fields_);
+    session_ = tavSharedPtr<session>();
+    return true;
+}
+
+void Client::on_connect_open(connect_ptr const & info, connect_option & told) {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_open"), name_, " connect ok");
+    AtEnd const end([taken = take_connecting(info)] {
+        if (taken) {
+            taken->on_conn_connected();
+        }
+    });
+    told.on_open();
+}
+
+void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_option> const & told,
+                              unsigned long long sno, unsigned short msgcode, int code, char const * text) {
+    detail::log(tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::Client::on_connect_error"),
+                [&](std::ostream & out) { out << name_ << " connect error <" << code << ">" << text; });
+    connect_ptr const taken = take_connecting(info);
+    std::shared_ptr<tavTaskQueue> queue;
+    {
+        Lock const guard(fields_);
+        queue = error_queue_;
+    }
+    if (queue) {
+        queue->put([told, sno, msgcode, code, said = std::string(text)] {
+            told->on_error(sno, msgcode, code, said);
+        });
+    }
+    if (taken) {
+        taken->on_conn_error();
+    }
+}
+
+void Client::on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
+                                 unsigned short msgcode, bool cancelled) {
+    detail::log(
+        tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::Client::on_connect_timedout"),
+        [&](std::ostream & out) { out << name_ << " connect " << (cancelled ? "cancelled" : "timedout"); });
+    AtEnd const end([taken = take_connecting(info), cancelled] {
+        if (taken && cancelled) {
+            taken->on_conn_cancel();
+        } else if (taken) {
+            taken->on_conn_timedout();
+        }
+    });
+    told.timedout.on_timedout(sno, msgcode, cancelled);
+}
+
+bool Client::on_own_thread() const {
+    auto const present = current();
+    return std::this_thread::get_id() == io_thread_ || (present && present->on_own_thread()) ||
+           tavThread::currentName().endsWith(tav_istr(name_ + "session.0"));
+}
+
+Client::connect_ptr Client::take_connecting(connect_ptr const & info) {
+    Lock const guard(fields_);
+    return connecting_ == info ? std::move(connecting_) : nullptr;
+}
+
+Client::connect_ptr Client::connecting() const {
+    Lock const guard(fields_);
+    return connecting_;
+}
+
+std::shared_ptr<connect_option> Client::option() const {
+    Lock const guard(fields_);
+    return option_;
+}
+
+std::shared_ptr<metainfo> Client::meta() const {
+    Lock const guard(fields_);
+    return metainfo_;
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav

@@ -1,0 +1,208 @@
+#ifndef TAV_VINTA_TLS_CLIENT_IMPL_H
+#define TAV_VINTA_TLS_CLIENT_IMPL_H
+
+#include "client/vinta_tls_client_impl_metainfo.h"
+#include "client/vinta_tls_client_impl_session.h"
+#include "foundation/report.h"
+#include "tav/vinta/vinta_basetypes_time.h"
+#include "tav/vinta/vinta_basetypes_util.h"
+#include "tav/vinta/vinta_im_pkt.h"
+#include "tav/vinta/vinta_mt_thread.h"
+
+#include <asio/steady_timer.hpp>
+
+#include <atomic>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+/// The decimal number at the front of a text; 0xffff if it does not fit a message code, 0 if there is none.
+unsigned short decimalCode(tav_istr text);
+
+/// The result of one start or reconnect.  Any thread may wait; it ends once, with the first outcome told.
+class connect_info : public tls::connect_info {
+public:
+    connect_info(std::string name, timedout_option const & option);
+    /// One that is finished already, with 0.
+    explicit connect_info(std::string name);
+
+    void cancel() override;
+    result_type wait() override;
+    result_type result() const override;
+
+    /// Marks it as refused a second attempt, unless it has ended.
+    void busy();
+    void on_conn_connected();
+    void on_conn_error();
+    void on_conn_timedout();
+    void on_conn_cancel();
+
+private:
+    void complete(result_type result, char const * func, char const * what);
+
+    timedout_option option_;
+    tavTime start_time_;
+    result_type result_;
+    std::string name_;
+};
+
+/// What stands behind one client: its threads, queues, registrations and the one current session.
+///
+/// Session changes happen one at a time on the queue "session".  `connecting_`, `session_`, `option_`,
+/// `metainfo_` and `on_old_nbr_msg_` are read on other threads too, as copies taken under `fields_`, which is
+/// never held during a call out.
+class Client : public std::enable_shared_from_this<Client> {
+public:
+    using creator = std::function<tavObject *()>;
+    using send_ptr = std::shared_ptr<tls::send_info>;
+    using connect_ptr = std::shared_ptr<connect_info>;
+
+    /// `clock` replaces the system's clock in the supervision of connections.
+    explicit Client(tav_istr name, session::clock_function clock = session::clock_function());
+    ~Client();
+    Client(Client const &) = delete;
+    Client & operator=(Client const &) = delete;
+
+    /// Starts the threads.
+    void init__();
+    /// Ends the session and the threads; not to be called on one of them.  A second call does nothing.
+    void fini__();
+
+    connect_ptr start__(connect_option const & option, bool reuseConnected);
+    connect_ptr reconnect__(timedout_option const & option, bool reuseConnected);
+    void close__();
+    void cancel_all__();
+
+    std::string const & name() const { return name_; }
+    void io(tavCodecStream & s);
+    tavSharedPtr<session> current() const;
+    bool connected() const;
+    unsigned short get_next_sno();
+
+    void on_msg(unsigned short msgcode, msg_type_callback callback);
+    void set_old_msg_default_callback(nbr_function f);
+    void register_class(tav_istr name, creator f);
+    void unregister_class(tav_istr name);
+    void register_message(unsigned short msgcode, creator f);
+    void unregister_message(unsigned short msgcode);
+    tavSharedPtr<tavMessage> createMessage(unsigned short msgcode) const;
+    tavSharedPtr<tavMessage> createMessage(tav_istr class_or_code) const;
+    tavSharedPtr<tavObject> createObject(tav_istr name) const;
+    tavString find_class_by_code(unsigned short msgcode) const;
+    unsigned short find_code_by_class(tav_istr name) const;
+
+    /// Takes one frame: finds the level of callback that it is for, and affirms it.  On the thread
+    /// "receiver".
+    void on_recv(tavBytes const & frame);
+
+    /// The common end of all sends; a `sno` of 0 is replaced by a new one.
+    send_ptr send_msg(unsigned long long & sno, unsigned short msgcode, tav_istr body,
+                      send_option const & option, tav_istr target, tavMessage const * obj,
+                      tavMsgExt const & ext);
+    send_ptr sendMsg(tavMessage const & msg, send_option const & option);
+    send_ptr sendMsg(tavSharedPtr<tavMessage> const & msg, send_option const & option);
+    /// JSON by the meta model, of a class, of a decimal code if `class_or_code` begins with a digit, or of
+    /// what the object itself names.
+    send_ptr sendJsonMsg(tav_istr json, send_option const & option, tav_istr class_or_code);
+    send_ptr sendJsonMsg(tav_istr json, send_option const & option, unsigned short msgcode);
+    send_ptr sendNbrMsg(unsigned short msgcode, tav_istr body, send_option const & option, tav_istr target);
+    send_ptr sendOldNbrMsg(unsigned char msgcode, tav_istr body, tav_istr target);
+    result_type send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessage> const & ack, int wait_ms,
+                              bool grey, unsigned short version, send_ptr * out);
+    result_type send_and_wait(tavMessage const & msg, tavMessage & ack, int wait_ms, bool grey,
+                              unsigned short version, send_ptr * out);
+    /// The packet's body by the meta model; "null" for a code that it does not know.
+    std::string to_json(im::Packet const & packet, bool for_log) const;
+
+private:
+    bool on_context_open();
+    bool on_context_loop();
+    /// Runs completions; true if one of them threw, and there is more to run.
+    bool on_context_run();
+    void on_context_close();
+    void on_context_stop();
+    void stop_context();
+    void keep_alive();
+    void on_exception(std::exception const & e);
+
+    /// Puts a task on "session"; a task that never runs is destroyed with the queue.
+    void post(std::function<void()> task);
+    void on_start(connect_ptr const & info, connect_option const & option);
+    void on_reconnect(connect_ptr const & info, timedout_option const & option);
+    void on_close();
+    void cancel_all_i();
+    void checkConnect(char const * what);
+    void renew(connect_ptr const & info);
+    tavSharedPtr<session> make_session(connect_ptr const & info);
+    bool close_session();
+
+    /// A session's events go to the option and the result of the start or reconnect that made it.
+    void on_connect_open(connect_ptr const & info, connect_option & told);
+    void on_connect_error(connect_ptr const & info, std::shared_ptr<connect_option> const & told,
+                          unsigned long long sno, unsigned short msgcode, int code, char const * text);
+    void on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
+                             unsigned short msgcode, bool cancelled);
+    /// True on a thread that a pending connect needs: waiting there would never end.
+    bool on_own_thread() const;
+    /// Takes `info` out of `connecting_`; null if it is not the one there.
+    connect_ptr take_connecting(connect_ptr const & info);
+    connect_ptr connecting() const;
+    std::shared_ptr<connect_option> option() const;
+    /// Never null: a client that was not started has an empty one.
+    std::shared_ptr<metainfo> meta() const;
+
+    send_ptr send_object(tavMessage const & msg, send_option const & option, detail::Site site);
+    send_ptr send_json(tav_istr json, send_option const & option, unsigned short msgcode, tav_istr className);
+    /// The body as the log shows it: " json " and the text, or " nbr " and the values.  A body that is not
+    /// NBR throws whatever the log level is; without a reader the values are left out.
+    std::string body_text(im::Packet const & packet) const;
+    void dispatch(tavBytes const & frame, session & from);
+    bool to_send_level(session & from, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                       tavMsgExt const & ext);
+    bool to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                       tavMsgExt const & ext);
+    void to_global_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                         tavMsgExt const & ext);
+
+    /// First of all: no template is read before the kinds of fields have their names.
+    pml::field_type::Initializer field_initializer_;
+    tavMutex fields_;
+    std::shared_ptr<connect_option> option_;
+    std::shared_ptr<metainfo> metainfo_;
+    std::shared_ptr<nbr_function const> on_old_nbr_msg_;
+    connect_ptr connecting_;
+    tavSharedPtr<session> session_;
+
+    tavMutex callbacks_mutex_;
+    std::map<unsigned short, std::shared_ptr<msg_type_callback>> type_callbacks_;
+    tavMutex messages_mutex_;
+    std::map<unsigned short, creator> message_factory_;
+    tavMutex classes_mutex_;
+    std::map<std::string, creator> class_factory_;
+
+    std::shared_ptr<context> context_;
+    std::shared_ptr<asio::steady_timer> keep_alive_timer_;
+    /// The I/O thread, also while it is outside of the context; set before `init__` returns.
+    std::thread::id io_thread_;
+    tavIdGenerator id_generator_;
+    tavSharedPtr<tavThread> context_thread_;
+    tavTime last_connect_time_;
+    std::string name_;
+    std::shared_ptr<tavTaskQueue> main_queue_;
+    std::shared_ptr<tavTaskQueue> error_queue_;
+    session::clock_function const clock_;
+    std::atomic<bool> finished_{false};
+};
+
+} // namespace TAV_IMPL_NAMESPACE
+namespace impl = TAV_IMPL_NAMESPACE;
+} // namespace tls
+} // namespace tav
+
+#endif

@@ -1,0 +1,224 @@
+#include "client/vinta_tls_client_impl_session.h"
+
+#include "client/vinta_tls_client_impl_log.h"
+
+#include <asio/ssl/verify_context.hpp>
+
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+
+#include <dirent.h>
+#include <sys/stat.h>
+
+#include <utility>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+namespace {
+
+using tav::detail::here;
+
+/// How many ready completions are run after the end, as a bound should one of them always make another.
+constexpr unsigned drain_limit = 100000;
+
+bool ends_with(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+bool is_directory(std::string const & path) {
+    struct stat status;
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+} // namespace
+
+context::context(tav_istr name)
+    : name_(name),
+      io_context_(1),
+      ssl_context_(asio::ssl::context::tlsv12_client),
+      resolver_(io_context_),
+      opened_(false),
+      should_verify_(false),
+      closed_(false),
+      cipher_list_(connect_option().cipher_list()),
+      next_resolve_(0),
+      finished_(false) {
+    ::SSL_CTX_set_cipher_list(ssl_context_.native_handle(), cipher_list_.c_str());
+    log_parts(tavLogger::INFO, here("tav::tls::impl::context::context"), name_, " context construct");
+}
+
+context::~context() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::context::~context"), name_, " context destruct");
+}
+
+bool context::init(std::string verify_path, std::string cipher) {
+    bool const same_path = verify_path.empty() || verify_path == verify_path_;
+    bool const same_cipher = cipher.empty() || cipher == cipher_;
+    if (same_path && same_cipher) {
+        return opened_;
+    }
+    verify_path_ = std::move(verify_path);
+    cipher_ = std::move(cipher);
+    opened_ = true;
+    should_verify_ = !verify_path_.empty();
+    try {
+        if (!verify_path_.empty()) {
+            if (verify_path_.back() == '/') {
+                load_verify_directory(verify_path_.substr(0, verify_path_.size() - 1));
+            } else {
+                load_verify_file(verify_path_);
+            }
+        }
+        set_cipher_list();
+    } catch (std::exception const & e) {
+        tav::detail::reportCaught(here("tav::tls::impl::context::init"), e.what());
+        opened_ = false;
+    }
+    return opened_;
+}
+
+bool context::should_verify() const {
+    return should_verify_;
+}
+
+void context::close() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::context::close"), name_, " close context");
+    std::map<unsigned long long, resolve_handler> dropped;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        resolver_.cancel();
+        dropped.swap(resolving_);
+        closed_ = true;
+    }
+    io_context_.stop();
+}
+
+void context::run() {
+    io_context_.run();
+    if (closed_) {
+        drain();
+    }
+}
+
+bool context::runs_here() const {
+    return const_cast<asio::io_context &>(io_context_).get_executor().running_in_this_thread();
+}
+
+void context::async_resolve(std::string const & host, std::string const & service, resolve_handler handler) {
+    resolve_handler dropped;
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (closed_) {
+        dropped.swap(handler);
+        return;
+    }
+    unsigned long long const id = ++next_resolve_;
+    resolver_.async_resolve(host, service, [this, id](std::error_code ec, results_type results) {
+        on_resolved(id, ec, std::move(results));
+    });
+    resolving_.emplace(id, std::move(handler));
+}
+
+std::string context::cipher_list() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return cipher_list_;
+}
+
+void context::load_verify_file(std::string const & path) {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::context::load_verify_file"), name_, " load_verify_file ",
+              path);
+    ssl_context_.load_verify_file(path);
+}
+
+void context::load_verify_directory(std::string const & directory) {
+    std::unique_ptr<DIR, int (*)(DIR *)> const listing(::opendir((directory + "/").c_str()),
+                                                       [](DIR * d) { return ::closedir(d); });
+    if (!listing) {
+        return;
+    }
+    while (dirent const * const entry = ::readdir(listing.get())) {
+        if (!ends_with(entry->d_name, ".0")) {
+            continue;
+        }
+        std::string const path = directory + "/" + entry->d_name;
+        if (!is_directory(path)) {
+            load_verify_file(path);
+        }
+    }
+}
+
+// A list without any known suite may still replace the one in force, so that one is then put back.
+void context::set_cipher_list() {
+    std::string const wanted = cipher_.empty() ? connect_option().cipher_list() : cipher_;
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (::SSL_CTX_set_cipher_list(ssl_context_.native_handle(), wanted.c_str()) == 1) {
+        cipher_list_ = wanted;
+    } else {
+        ::SSL_CTX_set_cipher_list(ssl_context_.native_handle(), cipher_list_.c_str());
+    }
+    ::ERR_clear_error();
+}
+
+void context::on_resolved(unsigned long long id, std::error_code ec, results_type results) {
+    resolve_handler handler;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        auto const found = resolving_.find(id);
+        if (found == resolving_.end()) {
+            return;
+        }
+        handler.swap(found->second);
+        resolving_.erase(found);
+    }
+    handler(ec, std::move(results));
+}
+
+void context::drain() {
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        finished_ = true;
+    }
+    io_context_.restart();
+    for (unsigned n = 0; n < drain_limit; ++n) {
+        try {
+            if (io_context_.poll_one() == 0) {
+                break;
+            }
+        } catch (std::exception const & e) {
+            tav::detail::reportCaught(here("tav::tls::impl::context::drain"), e.what());
+        }
+    }
+    io_context_.stop();
+}
+
+tls_socket::tls_socket(std::shared_ptr<context> owner, tav_istr name)
+    : context_(std::move(owner)), stream_(context_->io_context(), context_->ssl_context()), name_(name) {}
+
+void tls_socket::init() {
+    bool const should_verify = context_->should_verify();
+    log_parts(tavLogger::INFO, here("tav::tls::impl::tls_socket::init"), name_, " context_->should_verify() ",
+              should_verify ? "1" : "0");
+    stream_.set_verify_mode(should_verify ? asio::ssl::verify_peer : asio::ssl::verify_none);
+    stream_.set_verify_callback([this, should_verify](bool preverified, asio::ssl::verify_context & ctx) {
+        return verify_certificate(preverified, ctx, should_verify);
+    });
+}
+
+bool tls_socket::verify_certificate(bool preverified, asio::ssl::verify_context & ctx, bool should_verify) {
+    if (!should_verify) {
+        return true;
+    }
+    char subject[256] = "";
+    X509 * const certificate = ::X509_STORE_CTX_get_current_cert(ctx.native_handle());
+    if (certificate != nullptr) {
+        ::X509_NAME_oneline(::X509_get_subject_name(certificate), subject, sizeof subject);
+    }
+    log_parts(tavLogger::INFO, here("tav::tls::impl::tls_socket::verify_certificate"), name_, " Verifying ",
+              subject, ", preverified ", preverified ? "true" : "false");
+    return preverified;
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav

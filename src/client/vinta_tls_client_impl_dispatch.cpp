@@ -1,0 +1,445 @@
+#include "client/vinta_tls_client_impl.h"
+#include "client/vinta_tls_client_impl_log.h"
+#include "foundation/report.h"
+#include "tav/vinta/vinta_nbr_unit.h"
+
+#include <mutex>
+#include <sstream>
+#include <utility>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+namespace {
+
+using detail::here;
+
+constexpr unsigned smallest_packet = 16;
+constexpr unsigned char affirm_kind_mask = 0xf0;
+constexpr unsigned char need_affirm = 0x20;
+constexpr unsigned char affirmed = 0x30;
+constexpr unsigned short no_code = 0xffff;
+constexpr char const * no_json = "null";
+/// The tag under which messages are told of that do not fit the meta model.
+constexpr char const * json_tag = "JSON2NBR";
+
+using Lock = std::lock_guard<tavMutex const>;
+
+void sayCode(tavLogger::LogLevel level, detail::Site site, std::string const & name, char const * words,
+             unsigned short code) {
+    detail::log(tav_istr(log_tag), level, site,
+                [&](std::ostream & out) { out << name << words << asHex(code, 4, true); });
+}
+
+unsigned char const * bytesOf(tav_istr v) {
+    return reinterpret_cast<unsigned char const *>(v.data());
+}
+
+/// Logs the exception that is being handled.
+void reportCaught(detail::Site site) {
+    try {
+        throw;
+    } catch (std::exception const & e) {
+        detail::reportCaught(site, e.what());
+    } catch (...) {
+        detail::reportCaught(site, "unknown exception");
+    }
+}
+
+/// What a reply may still be written to.  The caller of send_and_wait and the thread "receiver" share it;
+/// once the call has returned, nothing is written.
+struct Awaited {
+    std::mutex mutex;
+    bool ended = false;
+    tavSharedPtr<tavMessage> ack;
+};
+
+} // namespace
+
+void Client::on_recv(tavBytes const & frame) {
+    detail::Site const site = here("tav::tls::impl::Client::on_recv");
+    try {
+        tavSharedPtr<session> const from = current();
+        if (!from) {
+            log_parts(tavLogger::ERROR, site, name_, " no session");
+            return;
+        }
+        if (frame.empty()) {
+            log_parts(tavLogger::VERBOSE, site, name_, " recv empty buf");
+            return;
+        }
+        if (frame.size() < smallest_packet) {
+            log_parts(tavLogger::ERROR, site, name_, " nbr buf too small");
+            return;
+        }
+        dispatch(frame, *from);
+    } catch (...) {
+        reportCaught(site);
+    }
+}
+
+void Client::dispatch(tavBytes const & frame, session & from) {
+    detail::Site const site = here("tav::tls::impl::Client::on_recv");
+    tavSharedPtr<im::Packet> const packet = im::Packet::create(frame[1] != 0, frame[1]);
+    detail::log(tav_istr(log_tag), tavLogger::VERBOSE, site,
+                [&](std::ostream & out) { out << name_ << " recv buf /" << HexDump(tav_istr(frame)); });
+    if (!packet->decode(tav_istr(frame))) {
+        return;
+    }
+    unsigned short const code = packet->code();
+    tav_istr const body = packet->body();
+    tavMsgExt ext = packet->ext();
+    from.session_id(packet->session());
+
+    tavSharedPtr<tavMessage> const obj = createMessage(code);
+    std::error_code unreadable;
+    auto const received = [&](std::ostream & out) -> std::ostream & {
+        ip_port const local = from.local_addr(unreadable);
+        ip_port const remote = from.remote_addr(unreadable);
+        return out << name_ << " recv pkt " << *packet << " /" << local << "<->" << remote;
+    };
+    if (obj) {
+        obj->decode(body);
+        obj->sno = packet->sequence();
+        obj->ext = ext;
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
+                    [&](std::ostream & out) { received(out) << " obj " << *obj; });
+    } else {
+        std::string const shown = body_text(*packet);
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
+                    [&](std::ostream & out) { received(out) << shown; });
+    }
+
+    if (!to_send_level(from, *packet, obj, ext) && !to_type_level(*packet, obj, ext)) {
+        to_global_level(*packet, obj, ext);
+    }
+
+    bool const wanted = (packet->affirm() & affirm_kind_mask) == need_affirm;
+    packet->setBody(tav_istr());
+    if (wanted) {
+        packet->setAffirm(affirmed);
+        ext.clientTime = static_cast<long long>(tavTime::now());
+        packet->setExt(ext);
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
+                    [&](std::ostream & out) { out << name_ << " send back affirm" << *packet; });
+        from.send_pkt(packet, send_option());
+    }
+}
+
+bool Client::to_send_level(session & from, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                           tavMsgExt const & ext) {
+    detail::Site const site = here("tav::tls::impl::Client::on_recv");
+    unsigned long long const sno = packet.sequence();
+    unsigned short const code = packet.code();
+    auto const sending = from.find_sending(sno, code);
+    if (!sending) {
+        return false;
+    }
+    log_parts(tavLogger::DEBUG, site, name_, " use send level callback ");
+    send_option option = sending->option();
+    tav_istr const body = packet.body();
+    if (option.on_nbr_ack(sno, code, bytesOf(body), body.size(), ext)) {
+        log_parts(tavLogger::DEBUG, site, name_, " on send level nbr ack ");
+    } else if (obj && option.on_ptr_ack(sno, obj)) {
+        log_parts(tavLogger::DEBUG, site, name_, " on send level ptr ack ");
+    } else if (obj && option.on_base_ack(sno, *obj)) {
+        log_parts(tavLogger::DEBUG, site, name_, " on send level object ack ");
+    } else {
+        log_parts(tavLogger::DEBUG, site, name_, " on send level json ack ");
+        option.on_json_ack(sno, code, to_json(packet, false).c_str(), ext);
+    }
+    sending->complete(result_ok);
+    // By its identity: the callback may have begun another send under the same number.
+    from.removeSending(sno, sending.get());
+    return true;
+}
+
+bool Client::to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                           tavMsgExt const & ext) {
+    detail::Site const site = here("tav::tls::impl::Client::on_recv");
+    unsigned long long const sno = packet.sequence();
+    unsigned short const code = packet.code();
+    std::shared_ptr<msg_type_callback> callback;
+    {
+        Lock const guard(callbacks_mutex_);
+        auto const found = type_callbacks_.find(code);
+        if (found == type_callbacks_.end()) {
+            return false;
+        }
+        callback = found->second;
+    }
+    sayCode(tavLogger::DEBUG, site, name_, " use type level callback 0x", code);
+    tav_istr const body = packet.body();
+    if (callback->on_nbr(sno, code, bytesOf(body), body.size(), ext)) {
+        log_parts(tavLogger::DEBUG, site, name_, " on type level nbr msg ");
+    } else if (obj && callback->on_ptr(sno, obj)) {
+        log_parts(tavLogger::DEBUG, site, name_, " on type level ptr msg ");
+    } else if (obj && callback->on_base(sno, *obj)) {
+        log_parts(tavLogger::DEBUG, site, name_, " on type level object msg ");
+    } else {
+        log_parts(tavLogger::DEBUG, site, name_, " on type level json msg ");
+        callback->on_json(sno, code, to_json(packet, false).c_str(), ext);
+    }
+    return true;
+}
+
+void Client::to_global_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                             tavMsgExt const & ext) {
+    detail::Site const site = here("tav::tls::impl::Client::on_recv");
+    unsigned long long const sno = packet.sequence();
+    unsigned short const code = packet.code();
+    tav_istr const body = packet.body();
+    log_parts(tavLogger::DEBUG, site, name_, " use global callback ");
+    if ((code & 0xff00u) == 0) {
+        std::shared_ptr<nbr_function const> old;
+        {
+            Lock const guard(fields_);
+            old = on_old_nbr_msg_;
+        }
+        if (old) {
+            log_parts(tavLogger::DEBUG, site, name_, " on_old_nbr_msg_ not null");
+            auto const widened = static_cast<unsigned short>(static_cast<signed char>(code));
+            (*old)(sno, widened, bytesOf(body), body.size(), tavMsgExt());
+        } else {
+            log_parts(tavLogger::DEBUG, site, name_, " on_old_nbr_msg_ is null");
+        }
+        return;
+    }
+    auto const present = option();
+    if (present->on_nbr_msg(sno, code, bytesOf(body), body.size(), ext)) {
+        log_parts(tavLogger::DEBUG, site, name_, " on global level nbr msg ");
+    } else if (obj && present->on_ptr_msg(sno, obj)) {
+        log_parts(tavLogger::DEBUG, site, name_, " on global level ptr msg ");
+    } else if (obj && present->on_obj_msg(sno, *obj)) {
+        log_parts(tavLogger::DEBUG, site, name_, " on global level object msg ");
+    } else {
+        log_parts(tavLogger::DEBUG, site, name_, " on global level json msg ");
+        present->on_json_msg(sno, code, to_json(packet, false).c_str(), ext);
+    }
+}
+
+Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgcode, tav_istr body,
+                                  send_option const & option, tav_istr target, tavMessage const * obj,
+                                  tavMsgExt const & ext) {
+    detail::Site const site = here("tav::tls::impl::Client::send_msg");
+    tavSharedPtr<session> const to = current();
+    if (!to) {
+        log_parts(tavLogger::ERROR, site, name_, " no session");
+        return nullptr;
+    }
+    if (!to->connected()) {
+        log_parts(tavLogger::ERROR, site, name_, " session not connected");
+        return nullptr;
+    }
+    if (sno == 0) {
+        sno = static_cast<unsigned long long>(id_generator_.nextSno());
+        if (sno == 0) {
+            sno = static_cast<unsigned long long>(id_generator_.nextSno());
+        }
+    }
+    tavSharedPtr<im::Packet> const packet = im::Packet::create((msgcode & 0xff00u) != 0, option.version);
+    packet->setBody(body);
+    packet->setCode(msgcode);
+    packet->setSequence(sno);
+    packet->setSession(to->session_id());
+    packet->setTarget(target);
+    packet->setGrey(option.grey);
+    packet->setExt(ext);
+
+    if (obj) {
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site, [&](std::ostream & out) {
+            out << name_ << " send pkt " << *packet << " /"
+                << " obj " << *obj;
+        });
+    } else {
+        std::string const shown = body_text(*packet);
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
+                    [&](std::ostream & out) { out << name_ << " send pkt " << *packet << " /" << shown; });
+    }
+    return to->send_pkt(packet, option);
+}
+
+Client::send_ptr Client::sendMsg(tavMessage const & msg, send_option const & option) {
+    detail::Site const site = here("tav::tls::impl::Client::sendMsg");
+    sayCode(tavLogger::VERBOSE, site, name_, " send obj msg  0x", msg.msgcode());
+    return send_object(msg, option, site);
+}
+
+Client::send_ptr Client::sendMsg(tavSharedPtr<tavMessage> const & msg, send_option const & option) {
+    detail::Site const site = here("tav::tls::impl::Client::sendMsg");
+    if (!msg) {
+        log_parts(tavLogger::ERROR, site, name_, " send ptr msg  null");
+        return nullptr;
+    }
+    sayCode(tavLogger::VERBOSE, site, name_, " send ptr msg  0x", msg->msgcode());
+    return send_object(*msg, option, site);
+}
+
+Client::send_ptr Client::send_object(tavMessage const & msg, send_option const & option, detail::Site site) {
+    try {
+        unsigned long long sno = msg.sno != 0 ? msg.sno : option.sno;
+        tavBytes const body = msg.encode(true);
+        return send_msg(sno, msg.msgcode(), tav_istr(body), option, tav_istr(), &msg,
+                        msg.ext.empty() ? option.ext : msg.ext);
+    } catch (...) {
+        reportCaught(site);
+        return nullptr;
+    }
+}
+
+Client::send_ptr Client::sendJsonMsg(tav_istr json, send_option const & option, tav_istr class_or_code) {
+    char const first = class_or_code.firstChar();
+    if (first >= '0' && first <= '9') {
+        return send_json(json, option, decimalCode(class_or_code), tav_istr());
+    }
+    return send_json(json, option, no_code, class_or_code);
+}
+
+Client::send_ptr Client::sendJsonMsg(tav_istr json, send_option const & option, unsigned short msgcode) {
+    return send_json(json, option, msgcode, tav_istr());
+}
+
+Client::send_ptr Client::send_json(tav_istr json, send_option const & option, unsigned short msgcode,
+                                   tav_istr className) {
+    detail::Site const site = here("tav::tls::impl::Client::sendJsonMsg");
+    // Told also of a text that can't be sent; the code is the message's own once that is known.
+    auto const say = [&] { sayCode(tavLogger::VERBOSE, site, name_, " send json msg  0x", msgcode); };
+    tavBytes body;
+    try {
+        meta()->json_to_message(json, body, msgcode, className);
+    } catch (...) {
+        say();
+        reportCaught(site);
+        return nullptr;
+    }
+    say();
+    try {
+        unsigned long long sno = option.sno;
+        return send_msg(sno, msgcode, tav_istr(body), option, tav_istr(), nullptr, option.ext);
+    } catch (...) {
+        reportCaught(site);
+        return nullptr;
+    }
+}
+
+Client::send_ptr Client::sendNbrMsg(unsigned short msgcode, tav_istr body, send_option const & option,
+                                    tav_istr target) {
+    detail::Site const site = here("tav::tls::impl::Client::sendNbrMsg");
+    sayCode(tavLogger::VERBOSE, site, name_, " send nbr msg  0x", msgcode);
+    try {
+        unsigned long long sno = option.sno;
+        return send_msg(sno, msgcode, body, option, target, nullptr, option.ext);
+    } catch (...) {
+        reportCaught(site);
+        return nullptr;
+    }
+}
+
+Client::send_ptr Client::sendOldNbrMsg(unsigned char msgcode, tav_istr body, tav_istr target) {
+    detail::Site const site = here("tav::tls::impl::Client::sendOldNbrMsg");
+    sayCode(tavLogger::VERBOSE, site, name_, " send old nbr msg 0x", msgcode);
+    try {
+        unsigned long long sno = 0;
+        return send_msg(sno, msgcode, body, send_option(), target, nullptr, tavMsgExt());
+    } catch (...) {
+        reportCaught(site);
+        return nullptr;
+    }
+}
+
+result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessage> const & ack, int wait_ms,
+                                  bool grey, unsigned short version, send_ptr * out) {
+    detail::Site const site = here("tav::tls::impl::Client::send_and_wait");
+    if (!ack) {
+        log_parts(tavLogger::ERROR, site, name_, " no ack object");
+        return result_error;
+    }
+    auto const self = shared_from_this();
+    auto const awaited = std::make_shared<Awaited>();
+    awaited->ack = ack;
+
+    timedout_function const timedout = [self, site](unsigned long long sno, unsigned short msgcode,
+                                                    bool cancelled) {
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site, [&](std::ostream & line) {
+            line << self->name_ << " " << msginfo(sno, msgcode, -1) << " "
+                 << (cancelled ? "cancelled" : "timedout");
+        });
+    };
+    error_function const error = [self, site](unsigned long long, unsigned short, int code,
+                                              char const * text) {
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site, [&](std::ostream & line) {
+            line << self->name_ << " on error <" << code << ">" << text;
+        });
+    };
+    nbr_function const reply = [self, site, awaited](unsigned long long sno, unsigned short,
+                                                     unsigned char const * data, unsigned size,
+                                                     tavMsgExt ext) {
+        std::lock_guard<std::mutex> const guard(awaited->mutex);
+        if (awaited->ended) {
+            return;
+        }
+        tavMessage & target = *awaited->ack;
+        target.decode(tav_istr(data, size));
+        target.sno = sno;
+        target.ext = ext;
+        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
+                    [&](std::ostream & line) { line << self->name_ << " ack " << target; });
+    };
+    send_ptr const info =
+        sendMsg(msg, send_option(wait_ms, timedout, error, reply, ack->msgcode(), grey, version));
+    if (!info) {
+        return result_error;
+    }
+    if (out) {
+        std::atomic_store(out, info);
+    }
+    result_type const result = info->wait();
+    if (out) {
+        std::atomic_store(out, send_ptr());
+    }
+    std::lock_guard<std::mutex> const guard(awaited->mutex);
+    awaited->ended = true;
+    awaited->ack = tavSharedPtr<tavMessage>();
+    return result;
+}
+
+result_type Client::send_and_wait(tavMessage const & msg, tavMessage & ack, int wait_ms, bool grey,
+                                  unsigned short version, send_ptr * out) {
+    tavSharedPtr<tavObject> const copy(ack.clone());
+    tavSharedPtr<tavMessage> const filled(dynamic_cast<tavMessage *>(copy.get()));
+    result_type const result = send_and_wait(msg, filled, wait_ms, grey, version, out);
+    if (filled) {
+        ack.assign(*filled);
+    }
+    return result;
+}
+
+std::string Client::to_json(im::Packet const & packet, bool for_log) const {
+    return meta()->message_to_json(packet.body(), packet.code(), for_log);
+}
+
+std::string Client::body_text(im::Packet const & packet) const {
+    tav_istr const body = packet.body();
+    bool const seen = tavLogger::isLoggable(tav_istr(log_tag), tavLogger::INFO);
+    // The masked text needs a class and a reader, of the text or of what making it tells.  All else is
+    // decided by the reading below, which fails for the same bytes.
+    bool const told = seen || tavLogger::isLoggable(tav_istr(json_tag), tavLogger::ERROR);
+    if (body.empty() || (told && meta()->describes(packet.code()))) {
+        std::string const json = to_json(packet, true);
+        if (json != no_json) {
+            return " json " + json;
+        }
+    }
+    nbr::NbrInputStream const parsed(body);
+    if (!seen) {
+        return std::string();
+    }
+    std::ostringstream out;
+    out << " nbr " << parsed;
+    return out.str();
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav

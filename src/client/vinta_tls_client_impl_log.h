@@ -1,0 +1,52 @@
+#ifndef TAV_VINTA_TLS_CLIENT_IMPL_LOG_H
+#define TAV_VINTA_TLS_CLIENT_IMPL_LOG_H
+
+#include "foundation/build_stamp.h"
+#include "foundation/report.h"
+#include "tav/vinta/vinta_log.h"
+
+#include <charconv>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+/// Log lines of the TLS client.  Internal.
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+/// The tag of every line of the client.
+inline constexpr char log_tag[] = "TLS.CLT";
+
+/// Appends a text, or a number in decimal.
+template <class T>
+void append_part(std::string & out, T const & part) {
+    if constexpr (std::is_integral_v<T>) {
+        char digits[24];
+        out.append(digits, std::to_chars(digits, digits + sizeof digits, part).ptr);
+    } else {
+        out.append(std::string_view(part));
+    }
+}
+
+/// Writes one record made of texts and numbers, and a line feed, if `level` is loggable.  This is the form
+/// for lines that come with every frame: no stream is built.
+template <class... Parts>
+void log_parts(tavLogger::LogLevel level, tav::detail::Site site, Parts const &... parts) {
+    if (!tavLogger::isLoggable(tav_istr(log_tag), level)) {
+        return;
+    }
+    std::string text;
+    text.reserve(128);
+    (append_part(text, parts), ...);
+    text.push_back('\n');
+    tavLogger::writeLog(tav_istr(log_tag), level, tav_istr(text), site.file, static_cast<int>(site.line),
+                        site.func);
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+namespace impl = TAV_IMPL_NAMESPACE;
+} // namespace tls
+} // namespace tav
+
+#endif

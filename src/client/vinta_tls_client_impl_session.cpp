@@ -1,0 +1,564 @@
+#include "client/vinta_tls_client_impl_session.h"
+
+#include "client/vinta_tls_client_impl_log.h"
+#include "tav/vinta/vinta_basetypes_time.h"
+
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <limits>
+#include <utility>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+namespace {
+
+using tav::detail::here;
+
+constexpr unsigned long long no_sno = ~0ull;
+constexpr unsigned short no_code = 0xffff;
+constexpr int timer_period_ms = 100;
+constexpr int receiver_wait_ms = 1000;
+
+/// The session whose thread this is.
+thread_local session const * thread_owner = nullptr;
+
+/// Has a descriptor in blocking mode while it lives.
+class blocking_mode {
+public:
+    explicit blocking_mode(int descriptor) : descriptor_(descriptor), flags_(::fcntl(descriptor, F_GETFL)) {
+        if (flags_ >= 0) {
+            ::fcntl(descriptor_, F_SETFL, flags_ & ~O_NONBLOCK);
+        }
+    }
+    ~blocking_mode() {
+        if (flags_ >= 0) {
+            ::fcntl(descriptor_, F_SETFL, flags_);
+        }
+    }
+    blocking_mode(blocking_mode const &) = delete;
+    blocking_mode & operator=(blocking_mode const &) = delete;
+
+private:
+    int const descriptor_;
+    int const flags_;
+};
+
+/// Clears a flag at the end of a scope.
+class clear_at_end {
+public:
+    explicit clear_at_end(std::atomic<bool> & flag) : flag_(flag) {}
+    ~clear_at_end() { flag_ = false; }
+    clear_at_end(clear_at_end const &) = delete;
+    clear_at_end & operator=(clear_at_end const &) = delete;
+
+private:
+    std::atomic<bool> & flag_;
+};
+
+std::string text(std::error_code ec) {
+    return std::string(ec.category().name()) + ":" + std::to_string(ec.value());
+}
+
+std::string text(context::results_type const & results) {
+    std::string out;
+    for (auto const & entry : results) {
+        asio::ip::tcp::endpoint const endpoint = entry.endpoint();
+        out += out.empty() ? "" : ", ";
+        out += endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
+    }
+    return out;
+}
+
+unsigned short port_number(std::string const & port) {
+    return static_cast<unsigned short>(std::strtoul(port.c_str(), nullptr, 10));
+}
+
+/// Ends a thread; its own end is left to itself.
+template <class Thread>
+void end_thread(Thread & thread) {
+    if (thread.id() == tavThread::currentId()) {
+        thread.stopRunning();
+        thread.detach();
+    } else {
+        thread.close();
+    }
+}
+
+ip_port address(asio::ip::tcp::endpoint const & endpoint) {
+    return ip_port(endpoint.address().to_string(), endpoint.port());
+}
+
+} // namespace
+
+int elapsed_ms(long long from, long long to) {
+    constexpr long long most = std::numeric_limits<int>::max() - 5;
+    return static_cast<int>(std::clamp(to - from, -most, most));
+}
+
+session::own_thread::own_thread(session const * owner) : before_(thread_owner) {
+    thread_owner = owner;
+}
+
+session::own_thread::~own_thread() {
+    thread_owner = before_;
+}
+
+session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
+                 connect_option const & option, clock_function clock)
+    : name_(name),
+      state_(state_created),
+      active_closing_(false),
+      closing_(false),
+      clock_(clock ? std::move(clock) : clock_function(&tavTime::currentTimeMillis)),
+      context_(std::move(owner)),
+      socket_(context_, name),
+      on_recv_(std::move(on_recv)),
+      option_(option),
+      sender_(std::make_shared<tavTaskQueue>("sender", 1)),
+      draining_(false),
+      sender_closed_(false),
+      received_(0),
+      input_(new unsigned char[input_size]),
+      input_begin_(0),
+      input_end_(0),
+      body_size_(0),
+      writing_(0),
+      check_heartbeat_(false),
+      session_id_(0) {
+    long long const now = clock_();
+    last_tick_ms_ = now;
+    connect_begin_ms_ = now;
+    last_recv_ms_ = now;
+    last_send_ms_ = now;
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::session"), name_, " session construct");
+}
+
+session::~session() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::~session"), name_, " session destruct");
+    // Nothing refers to the session any more, no operation of the socket is pending: any thread may close it.
+    try {
+        log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::close_socket"), name_,
+                  " socket closing...");
+        close_descriptor();
+        state_ = state_closed;
+        log_parts(tavLogger::INFO, here("tav::tls::impl::session::close_socket"), name_, " socket closed.");
+        cancel_all();
+    } catch (std::exception const & e) {
+        tav::detail::reportCaught(here("tav::tls::impl::session::~session"), e.what());
+    }
+}
+
+void session::open() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::open"), name_, " open session");
+    start_timer();
+    sender_->start();
+    start_receiver();
+}
+
+void session::connect() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::connect"), name_, " connect ");
+    connect_();
+}
+
+void session::disconnect() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::disconnect"), name_, " disconnect");
+    active_close();
+}
+
+void session::close() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::close"), name_, " close session");
+    self_ptr const self(this);
+    closing_ = true;
+    close_receiver();
+    close_sender();
+    close_timer();
+    active_close();
+    cancel_all();
+}
+
+void session::active_close() {
+    closing_ = true;
+    log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::active_close"), name_, " try active close");
+    if (!begin_closing()) {
+        return;
+    }
+    active_closing_ = true;
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::active_close"), name_, " active closing...");
+    close_socket();
+}
+
+bool session::passive_close() {
+    closing_ = true;
+    log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::passive_close"), name_,
+              " try passive close");
+    if (!begin_closing()) {
+        return false;
+    }
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::passive_close"), name_, " passive closing...");
+    close_socket();
+    return true;
+}
+
+bool session::on_own_thread() const {
+    return thread_owner == this;
+}
+
+ip_port session::local_addr() const {
+    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
+    return address(socket_.lowest_layer().local_endpoint());
+}
+
+ip_port session::remote_addr() const {
+    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
+    return address(socket_.lowest_layer().remote_endpoint());
+}
+
+ip_port session::local_addr(std::error_code & ec) const {
+    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
+    asio::ip::tcp::endpoint const endpoint = socket_.lowest_layer().local_endpoint(ec);
+    return ec ? ip_port() : address(endpoint);
+}
+
+ip_port session::remote_addr(std::error_code & ec) const {
+    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
+    asio::ip::tcp::endpoint const endpoint = socket_.lowest_layer().remote_endpoint(ec);
+    return ec ? ip_port() : address(endpoint);
+}
+
+bool session::on_timer(bool stopping) {
+    if (stopping) {
+        return true;
+    }
+    own_thread const mark(this);
+    long long const now = clock_();
+    last_tick_ms_ = now;
+    int const state = state_;
+    if (state == state_connecting || state == state_handshaking) {
+        int const elapsed = elapsed_ms(connect_begin_ms_, now);
+        if (option_.timedout.check_timedout(no_sno, no_code, elapsed)) {
+            log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_timer"), name_,
+                      " connect timed out ", elapsed, "ms");
+        }
+    }
+    check_sends_timedout();
+    if (state_ == state_connected && check_heartbeat_) {
+        if (now - last_send_ms_ > HEARTBEAT_INTERVAL_MS) {
+            send_raw(nullptr, 0);
+            last_send_ms_ = now;
+        }
+        if (now - last_recv_ms_ > HEARTBEAT_INTERVAL_MS * HEARTBEAT_MISSES) {
+            on_heartbeat_timedout();
+        }
+    }
+    return true;
+}
+
+void session::connect_() {
+    log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::connect_"), name_, " try connect");
+    if (!advance(state_created, state_connecting)) {
+        return;
+    }
+    connect_begin_ms_ = clock_();
+    context_->init(option_.ca, option_.cipher);
+    socket_.init();
+    std::string const & host = option_.connect_host();
+    std::string const & port = option_.connect_port();
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::connect_"), name_, " resolving ", host, ":",
+              port);
+    context_->async_resolve(host, port,
+                            [self = self_ptr(this)](std::error_code ec, results_type results) mutable {
+                                session & s = *self;
+                                s.on_resolved(std::move(self), ec, std::move(results));
+                            });
+}
+
+void session::on_resolved(self_ptr self, std::error_code ec, results_type results) {
+    if (ended()) {
+        return;
+    }
+    if (ec) {
+        log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_resolved"), name_, " resolve failed ",
+                  ec.message(), " for ", option_.connect_host(), ":", option_.connect_port());
+        option_.on_error(no_sno, no_code, ec.value(), ec.message());
+        return;
+    }
+    resolved_ = std::move(results);
+    next_endpoint_ = resolved_.begin();
+    if (tavLogger::isLoggable(log_tag, tavLogger::INFO)) {
+        log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_resolved"), name_, " connecting to ",
+                  text(resolved_));
+    }
+    // The list is always the connection's own, since the context's may be replaced during the handshake.
+    SSL * const handle = socket_.native_handle();
+    if (::SSL_set_cipher_list(handle, option_.cipher_list().c_str()) != 1) {
+        ::SSL_set_cipher_list(handle, context_->cipher_list().c_str());
+    }
+    if (!option_.server_name.empty()) {
+        ::SSL_ctrl(handle, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
+                   const_cast<char *>(option_.server_name.c_str()));
+    }
+    ::ERR_clear_error();
+    connect_next(std::move(self), asio::error::not_found);
+}
+
+// Tries the next endpoint; `ec` is why the one before it failed.
+void session::connect_next(self_ptr self, std::error_code ec) {
+    while (next_endpoint_ != resolved_.end()) {
+        asio::ip::tcp::endpoint const endpoint = next_endpoint_->endpoint();
+        ++next_endpoint_;
+        ec = open_descriptor(endpoint.protocol());
+        if (ec) {
+            continue;
+        }
+        socket_.lowest_layer().async_connect(endpoint,
+                                             [self = std::move(self)](std::error_code failed) mutable {
+                                                 session & s = *self;
+                                                 if (failed && !s.ended()) {
+                                                     s.connect_next(std::move(self), failed);
+                                                 } else {
+                                                     s.on_connect_end(std::move(self), failed);
+                                                 }
+                                             });
+        return;
+    }
+    on_connect_end(std::move(self), ec);
+}
+
+void session::on_connect_end(self_ptr self, std::error_code ec) {
+    if (ended()) {
+        return;
+    }
+    clear_at_end const end(active_closing_);
+    if (ec) {
+        log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_connect_end"), name_,
+                  " Connect failed: ", ec.message());
+        on_error(ec);
+        return;
+    }
+    if (option_.on_http_proxy_connect_ && !connect_proxy()) {
+        return;
+    }
+    if (!advance(state_connecting, state_handshaking)) {
+        return;
+    }
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_connect_end"), name_,
+              " connected, start client handshake...");
+    socket_.stream().async_handshake(asio::ssl::stream_base::client,
+                                     [self = std::move(self)](std::error_code failed) mutable {
+                                         session & s = *self;
+                                         s.on_handshake_end(std::move(self), failed);
+                                     });
+}
+
+bool session::connect_proxy() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_connect_end"), name_,
+              " http proxy connect ");
+    int const descriptor = socket_.lowest_layer().native_handle();
+    int result = 0;
+    {
+        blocking_mode const mode(descriptor);
+        result = option_.on_http_proxy_connect(static_cast<unsigned>(descriptor), option_.host.c_str(),
+                                               port_number(option_.port));
+    }
+    if (result != 0) {
+        log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_connect_end"), name_,
+                  " http proxy connect error ", result);
+        return false;
+    }
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_connect_end"), name_,
+              " http proxy connect ok");
+    return true;
+}
+
+void session::on_handshake_end(self_ptr self, std::error_code ec) {
+    if (ended()) {
+        return;
+    }
+    if (ec) {
+        log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_handshake_end"), name_,
+                  " Handshake failed: ", ec.message());
+        on_error(ec);
+        return;
+    }
+    if (!advance(state_handshaking, state_connected)) {
+        return;
+    }
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_handshake_end"), name_, " handshake ok...");
+    try {
+        option_.on_open();
+    } catch (...) {
+        start_io(std::move(self));
+        throw;
+    }
+    start_io(std::move(self));
+}
+
+void session::start_io(self_ptr self) {
+    do_read(self);
+    bool waiting = false;
+    {
+        std::lock_guard<tavMutex const> const guard(write_msgs_.mutex);
+        waiting = !write_msgs_.queue.empty();
+    }
+    if (waiting && state_ == state_connected) {
+        do_write(std::move(self));
+    }
+}
+
+void session::on_error(std::error_code ec) {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_error"), name_, " on std::error_code ",
+              text(ec));
+    cancel_all();
+    if (active_closing_ && state_ == state_closing) {
+        return;
+    }
+    if (!passive_close()) {
+        return;
+    }
+    log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::on_error"), name_, " global level on error ",
+              text(ec));
+    option_.on_error(no_sno, no_code, ec.value(), ec.message());
+}
+
+bool session::ended() const {
+    int const state = state_;
+    return state == state_closing || state == state_closed;
+}
+
+bool session::advance(int from, int to) {
+    return state_.compare_exchange_strong(from, to);
+}
+
+// On the I/O thread the socket is closed at once.  For any other thread it is made to fail at once, and
+// closed by the I/O thread as soon as that comes to it.
+void session::close_socket() {
+    log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::close_socket"), name_, " socket closing...");
+    if (context_->runs_here()) {
+        close_descriptor();
+    } else {
+        {
+            std::lock_guard<std::mutex> const guard(descriptor_mutex_);
+            if (socket_.lowest_layer().is_open()) {
+                ::shutdown(socket_.lowest_layer().native_handle(), SHUT_RDWR);
+            }
+        }
+        if (!context_->post([self = self_ptr(this)] { self->close_descriptor(); })) {
+            close_descriptor();
+        }
+    }
+    state_ = state_closed;
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::close_socket"), name_, " socket closed.");
+}
+
+// True for the one caller who brings a session with a socket to the closing state.
+bool session::begin_closing() {
+    int state = state_;
+    while (state != state_created && state != state_closing && state != state_closed) {
+        if (state_.compare_exchange_weak(state, state_closing)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void session::close_timer() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::close_timer"), name_, " close timer");
+    tavSharedPtr<tavTimerThread> timer;
+    {
+        std::lock_guard<std::mutex> const guard(threads_mutex_);
+        timer.swap(timer_);
+    }
+    if (timer) {
+        end_thread(*timer);
+    }
+}
+
+void session::close_receiver() {
+    tavSharedPtr<tavMsgQueueThread<tavBytes>> receiver;
+    {
+        std::lock_guard<std::mutex> const guard(threads_mutex_);
+        receiver = receiver_;
+    }
+    if (!receiver) {
+        return;
+    }
+    end_thread(*receiver);
+    // Frames that come from here on are handled on the I/O thread; the last owner handles what is left.
+    {
+        std::lock_guard<std::mutex> const guard(threads_mutex_);
+        receiver_.reset();
+    }
+}
+
+std::error_code session::open_descriptor(asio::ip::tcp const & protocol) {
+    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
+    if (ended()) {
+        return asio::error::operation_aborted;
+    }
+    asio::ip::tcp::socket & socket = socket_.lowest_layer();
+    std::error_code ec;
+    socket.close(ec);
+    socket.open(protocol, ec);
+    if (!ec) {
+        std::error_code ignored;
+        socket.set_option(asio::ip::tcp::no_delay(true), ignored);
+    }
+    return ec;
+}
+
+void session::close_descriptor() {
+    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
+    std::error_code ec;
+    socket_.lowest_layer().close(ec);
+    if (ec) {
+        throw std::system_error(ec, "close");
+    }
+}
+
+void session::on_heartbeat_timedout() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_heartbeat_timedout"), name_,
+              " on heartbeat timedout");
+    if (passive_close()) {
+        option_.on_heartbeat_timedout();
+    }
+}
+
+void session::start_timer() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::start_timer"), name_, " start timer");
+    tavSharedPtr<tavTimerThread> const timer(new tavTimerThread(
+        "timer", timer_period_ms, [self = self_ptr(this)](bool stopping) { return self->on_timer(stopping); },
+        std::function<void()>(), -1));
+    {
+        std::lock_guard<std::mutex> const guard(threads_mutex_);
+        timer_ = timer;
+    }
+    timer->start();
+}
+
+void session::start_receiver() {
+    log_parts(tavLogger::INFO, here("tav::tls::impl::session::start_receiver"), name_, " start receiver");
+    auto const handle = [self = self_ptr(this), on_recv = on_recv_](tavBytes const & body) {
+        own_thread const mark(self.get());
+        --self->received_;
+        on_recv(body);
+    };
+    tavSharedPtr<tavMsgQueueThread<tavBytes>> const receiver(
+        new tavMsgQueueThread<tavBytes>("receiver", receiver_wait_ms, handle));
+    {
+        std::lock_guard<std::mutex> const guard(threads_mutex_);
+        receiver_ = receiver;
+    }
+    receiver->start();
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav

@@ -1,0 +1,422 @@
+#ifndef TAV_VINTA_TLS_CLIENT_IMPL_SESSION_H
+#define TAV_VINTA_TLS_CLIENT_IMPL_SESSION_H
+
+#include "foundation/build_stamp.h"
+#include "tav/vinta/vinta_basetypes_bytes.h"
+#include "tav/vinta/vinta_im_pkt.h"
+#include "tav/vinta/vinta_locks.h"
+#include "tav/vinta/vinta_mt_thread.h"
+#include "tav/vinta/vinta_tls_client_options.h"
+
+#include <asio/io_context.hpp>
+#include <asio/ip/tcp.hpp>
+#include <asio/post.hpp>
+#include <asio/ssl/context.hpp>
+#include <asio/ssl/stream.hpp>
+
+#include <atomic>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <vector>
+
+/// One client's connections, from the bytes up to frames: the secure context that outlives them, the socket,
+/// the session that is one connection, and the record of a send that waits for its end.  Internal.
+///
+/// A frame is four bytes, the big-endian length of the body, and the body; a frame without body is a
+/// heartbeat.
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+class send_info;
+
+/// The milliseconds from one time to another, within what an int holds.
+int elapsed_ms(long long from, long long to);
+
+/// What a client keeps across its connections: the I/O context on which all network completions run, the TLS
+/// context with trusted certificates and ciphers, and the resolver.  TLS 1.2 is the only version.
+///
+/// Thread safety: `init` on one thread at a time; all else from any thread.
+class context {
+public:
+    using results_type = asio::ip::tcp::resolver::results_type;
+    using resolve_handler = std::function<void(std::error_code, results_type)>;
+
+    /// Throws std::system_error with "context" if the TLS library can't make one.
+    explicit context(tav_istr name);
+    ~context();
+    context(context const &) = delete;
+    context & operator=(context const &) = delete;
+
+    /// Applies the certificate file, or directory ending in "/", and the cipher list.  Nothing is done if
+    /// each is empty or the same as before.  Certificates add up; an unknown cipher list leaves the former
+    /// one in force. False if a file could not be loaded, which is logged, or if nothing was ever applied.
+    bool init(std::string verify_path, std::string cipher);
+
+    /// Whether the peer's certificate is checked.
+    bool should_verify() const;
+
+    /// Drops what is being resolved and stops the I/O context, so that `run` returns.
+    void close();
+
+    /// The body of the I/O thread: runs completions until `close`, then those that are ready by then, so that
+    /// nothing in the I/O context keeps a closed session alive.  Throws what a completion throws; call it
+    /// again to go on.
+    void run();
+
+    /// True on the thread that is inside `run`.
+    bool runs_here() const;
+
+    /// Runs `f` on the I/O thread later; false, and `f` is dropped, when `run` has returned after `close`.
+    template <class F>
+    bool post(F && f) {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        if (finished_) {
+            return false;
+        }
+        asio::post(io_context_, std::forward<F>(f));
+        return true;
+    }
+
+    /// Resolves and calls `handler` on the I/O thread; after `close` it is dropped without a call.
+    void async_resolve(std::string const & host, std::string const & service, resolve_handler handler);
+
+    /// The cipher list in force.
+    std::string cipher_list() const;
+
+    asio::io_context & io_context() { return io_context_; }
+    asio::ssl::context & ssl_context() { return ssl_context_; }
+
+private:
+    void load_verify_file(std::string const & path);
+    void load_verify_directory(std::string const & directory);
+    void set_cipher_list();
+    void on_resolved(unsigned long long id, std::error_code ec, results_type results);
+    void drain();
+
+    std::string const name_;
+    std::string verify_path_;
+    std::string cipher_;
+    asio::io_context io_context_;
+    asio::ssl::context ssl_context_;
+    asio::ip::tcp::resolver resolver_;
+    bool opened_;
+    std::atomic<bool> should_verify_;
+    std::atomic<bool> closed_;
+    /// Guards what follows, and `resolver_`.
+    mutable std::mutex mutex_;
+    std::string cipher_list_;
+    std::map<unsigned long long, resolve_handler> resolving_;
+    unsigned long long next_resolve_;
+    bool finished_;
+};
+
+/// The TLS stream of one session.
+class tls_socket {
+public:
+    using stream_type = asio::ssl::stream<asio::ip::tcp::socket>;
+
+    tls_socket(std::shared_ptr<context> owner, tav_istr name);
+    tls_socket(tls_socket const &) = delete;
+    tls_socket & operator=(tls_socket const &) = delete;
+
+    /// Has the peer checked or not, as the context says now.  Throws std::system_error with
+    /// "set_verify_callback" if the check can't be installed.
+    void init();
+
+    /// The TLS library's question about one certificate of the chain, whose own answer is `preverified`.
+    bool verify_certificate(bool preverified, asio::ssl::verify_context & ctx, bool should_verify);
+
+    stream_type & stream() { return stream_; }
+    asio::ip::tcp::socket & lowest_layer() { return stream_.next_layer(); }
+    asio::ip::tcp::socket const & lowest_layer() const { return stream_.next_layer(); }
+    SSL * native_handle() { return stream_.native_handle(); }
+
+private:
+    std::shared_ptr<context> context_;
+    stream_type stream_;
+    std::string const name_;
+};
+
+/// One connection: one attempt to reach the server and, if that succeeds, one connected life.  Never reused.
+///
+/// Its threads are "sender" (encodes packets), "receiver" (runs `on_recv`) and "timer" (time-outs and
+/// heartbeats, each 100 ms); the socket belongs to the context's I/O thread.  From `open` to `close` they
+/// keep the session alive, so `close` must be called.  Times are milliseconds since the epoch.
+class session : public virtual tavRefCountObject {
+public:
+    using recv_function = std::function<void(tavBytes const &)>;
+    using clock_function = std::function<long long()>;
+
+    /// Quiet send time after which a heartbeat goes out.
+    static constexpr long long HEARTBEAT_INTERVAL_MS = 30000;
+    /// So many intervals without a received byte end the session.
+    static constexpr long long HEARTBEAT_MISSES = 3;
+    /// The largest body that is accepted.
+    static constexpr unsigned max_body_size = 0xffffff;
+
+    enum state_type {
+        state_created = 0,
+        state_connecting = 1,
+        state_handshaking = 2,
+        state_connected = 3,
+        state_closing = 4,
+        state_closed = 5
+    };
+
+    /// `on_recv` is given each frame's body, on the thread "receiver"; `option` is copied.  `clock` replaces
+    /// the system's clock.
+    session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
+            connect_option const & option, clock_function clock = clock_function());
+    /// Closes the socket and cancels all that is left.
+    ~session() override;
+    session(session const &) = delete;
+    session & operator=(session const &) = delete;
+
+    /// Starts the three threads.
+    void open();
+    /// Begins to resolve, connect and shake hands; a session that is connecting, or ever did, does nothing.
+    /// Throws std::system_error with "set_verify_callback".
+    void connect();
+    void disconnect();
+    /// Ends the threads, the connection and all tracked sends.  The frames that wait for "receiver" are
+    /// handled on the calling thread.  May be called on "receiver" and "timer", which then end by themselves.
+    void close();
+    /// Closes the socket as the application's wish: no error is told.
+    void active_close();
+    /// Closes the socket as the network's doing; true if this call did it.
+    bool passive_close();
+    /// Ends all tracked sends as cancelled; nothing can be sent any more.  Any thread.
+    void cancel_all();
+
+    int state() const { return state_; }
+    bool closing() const { return closing_; }
+    /// True if connected and not closing.
+    bool connected() const { return state_ == state_connected && !closing_; }
+    /// Whether the calling thread is "sender", "receiver" or "timer" of this session.
+    bool on_own_thread() const;
+
+    /// Whether heartbeats are sent and expected; not in a new session.
+    void check_heartbeat(bool v) { check_heartbeat_ = v; }
+    bool check_heartbeat() const { return check_heartbeat_; }
+    /// The session value that the server gave last; 0 at first.
+    void session_id(unsigned long long v) { session_id_ = v; }
+    unsigned long long session_id() const { return session_id_; }
+
+    /// The socket's ends.  Throw std::system_error with "local_endpoint" or "remote_endpoint" if there is no
+    /// connection; with `ec` they set that and return an empty address.
+    ip_port local_addr() const;
+    ip_port remote_addr() const;
+    ip_port local_addr(std::error_code & ec) const;
+    ip_port remote_addr(std::error_code & ec) const;
+
+    /// Has "sender" encode and send the packet, which must not be changed any more.  With a time limit in
+    /// `option` the result tracks the send until its reply, its time-out or a cancellation; otherwise, and
+    /// when not connected, it is null.
+    std::shared_ptr<send_info> send_pkt(tavSharedPtr<im::Packet> pkt, send_option const & option);
+    /// The tracked send of this sequence if a message of code `ack` is its reply; otherwise null.
+    std::shared_ptr<send_info> find_sending(unsigned long long sno, unsigned short ack) const;
+    /// Forgets a tracked send; true if there was one.
+    bool removeSending(unsigned long long sno);
+    /// The same if it is this one, and not one that took its place.
+    bool removeSending(unsigned long long sno, send_info const * info);
+    /// The number of tracked sends.
+    std::size_t sending() const;
+
+    /// Sends a frame with this body; false when not connected.
+    bool send_raw(unsigned char const * data, unsigned size);
+    /// The tick of "timer"; always true.
+    bool on_timer(bool stopping);
+
+    tls_socket & socket() { return socket_; }
+
+private:
+    friend class send_info;
+
+    /// Holds what one TLS record can carry.
+    static constexpr std::size_t input_size = 16384;
+
+    /// Marks the calling thread as one of a session's while it lives.
+    class own_thread {
+    public:
+        explicit own_thread(session const * owner);
+        ~own_thread();
+        own_thread(own_thread const &) = delete;
+        own_thread & operator=(own_thread const &) = delete;
+
+    private:
+        session const * const before_;
+    };
+
+    using self_ptr = tavSharedPtr<session>;
+    using info_ptr = std::shared_ptr<send_info>;
+    using results_type = context::results_type;
+
+    struct outgoing {
+        tavSharedPtr<im::Packet> pkt;
+        info_ptr info;
+    };
+
+    // Connecting, on the I/O thread but for connect_.
+    void connect_();
+    void on_resolved(self_ptr self, std::error_code ec, results_type results);
+    void connect_next(self_ptr self, std::error_code ec);
+    void on_connect_end(self_ptr self, std::error_code ec);
+    bool connect_proxy();
+    void on_handshake_end(self_ptr self, std::error_code ec);
+    void start_io(self_ptr self);
+    void on_error(std::error_code ec);
+    bool ended() const;
+    bool advance(int from, int to);
+
+    // Closing.
+    void close_socket();
+    bool begin_closing();
+    void close_timer();
+    void close_receiver();
+    void close_sender();
+    std::error_code open_descriptor(asio::ip::tcp const & protocol);
+    void close_descriptor();
+    void on_heartbeat_timedout();
+    void start_timer();
+    void start_receiver();
+
+    // Reading, on the I/O thread.
+    void do_read(self_ptr self);
+    void on_read_end(self_ptr self, std::error_code ec, std::size_t length);
+    void take_input();
+    void on_read_header_end(std::size_t length);
+    void do_read_body(unsigned length);
+    void on_read_body_end(std::size_t length);
+    void on_received(std::size_t length);
+
+    // Writing: post_bytes on any thread, the others on the I/O thread.
+    bool post_bytes(tavBytes && frame);
+    void on_posted(self_ptr self);
+    void do_write(self_ptr self);
+    void on_write_end(self_ptr self, std::error_code ec, std::size_t length);
+    void on_sent(std::size_t length, std::size_t remaining);
+
+    // Sending, on "sender".
+    std::shared_ptr<tavTaskQueue> open_sender();
+    void put_drain(tavTaskQueue & sender);
+    void drain_outgoing();
+    void do_send_pkt(im::Packet & pkt, info_ptr const & info);
+    void track(info_ptr const & info);
+    void cancel_each_send(unsigned long long sno, info_ptr const & info);
+    void check_sends_timedout();
+    bool check_each_send_timedout(unsigned long long sno, info_ptr const & info);
+
+    std::string const name_;
+    std::atomic<int> state_;
+    std::atomic<bool> active_closing_;
+    std::atomic<bool> closing_;
+    clock_function const clock_;
+    std::shared_ptr<context> context_;
+    tls_socket socket_;
+    results_type resolved_;
+    results_type::const_iterator next_endpoint_;
+    /// Taken by the I/O thread while it opens and closes the descriptor, and by others who use the
+    /// descriptor.
+    mutable std::mutex descriptor_mutex_;
+    recv_function const on_recv_;
+    connect_option option_;
+
+    struct {
+        tavMutex mutex;
+        std::map<unsigned long long, info_ptr> map;
+        /// Tracked sends that lost their place in the map; they end with the session.
+        std::vector<info_ptr> others;
+    } mutable sending_;
+
+    /// Guards the two pointers.
+    std::mutex threads_mutex_;
+    tavSharedPtr<tavMsgQueueThread<tavBytes>> receiver_;
+    tavSharedPtr<tavTimerThread> timer_;
+    /// Guards what belongs to "sender": its pointer, the packets that wait for it and the two flags.
+    std::mutex outgoing_mutex_;
+    std::shared_ptr<tavTaskQueue> sender_;
+    std::deque<outgoing> outgoing_;
+    /// Tracked sends that "sender" never came to; they end with the session.
+    std::vector<info_ptr> dropped_;
+    bool draining_;
+    bool sender_closed_;
+    /// Frames that "receiver" has not begun with.
+    std::atomic<unsigned> received_;
+
+    // Bytes as they came, of which [input_begin_, input_end_) are not used yet.
+    std::unique_ptr<unsigned char[]> input_;
+    std::size_t input_begin_;
+    std::size_t input_end_;
+    // The frame being read: 0 while its head is awaited.
+    unsigned body_size_;
+    tavBytes body_;
+
+    struct {
+        tavMutex mutex;
+        /// Frames that wait for the socket, on the I/O thread's side.
+        std::deque<tavBytes> queue;
+        /// Frames on their way to the I/O thread.
+        std::deque<tavBytes> posted;
+    } mutable write_msgs_;
+    tavBytes write_buffer_;
+    std::size_t writing_;
+
+    std::atomic<long long> last_tick_ms_;
+    std::atomic<long long> connect_begin_ms_;
+    std::atomic<long long> last_recv_ms_;
+    std::atomic<long long> last_send_ms_;
+    std::atomic<bool> check_heartbeat_;
+    std::atomic<unsigned long long> session_id_;
+};
+
+/// A send that waits for its reply, its time-out or its cancellation.
+/// Thread safety: all operations.  No lock is held while the option's functions run.
+class send_info : public tls::send_info {
+public:
+    send_info(std::string name, tavSharedPtr<session> owner, unsigned long long sno, unsigned short msgcode,
+              send_option const & option, long long start_time);
+
+    void cancel() override;
+    result_type wait() override;
+    result_type result() const override;
+    unsigned long long sno() const override;
+    unsigned short msgcode() const override;
+    send_option option() const override;
+
+    /// The code of the reply, 0xffff for none.
+    unsigned short ack() const { return ack_; }
+    /// Ends the send: disarms the option, lets the session go, sets the result and wakes all waiters.
+    void complete(result_type v);
+    /// Takes it out of the session's sends and lets the session go.
+    void detach();
+    /// Tells the option's time-out function, once.
+    void on_timedout(bool cancelled);
+    /// Ends the send with result_timedout if its limit has passed at `now`; true if it has.
+    bool check_timedout(long long now);
+
+private:
+    tavSharedPtr<session> take_session();
+
+    std::string const name_;
+    tavSharedPtr<session> session_;
+    unsigned long long const sno_;
+    unsigned short const msgcode_;
+    unsigned short const ack_;
+    int const wait_ms_;
+    send_option option_;
+    long long const start_time_;
+    std::atomic<int> result_;
+};
+
+} // namespace TAV_IMPL_NAMESPACE
+namespace impl = TAV_IMPL_NAMESPACE;
+} // namespace tls
+} // namespace tav
+
+#endif

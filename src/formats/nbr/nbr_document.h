@@ -1,0 +1,201 @@
+#ifndef TAV_VINTA_DETAIL_NBR_DOCUMENT_H
+#define TAV_VINTA_DETAIL_NBR_DOCUMENT_H
+
+#include "formats/nbr/nbr_compact.h"
+#include "tav/vinta/vinta_nbr_unit.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <ostream>
+#include <vector>
+
+/// What the NBR parser makes of bytes.  Internal.
+namespace tav {
+namespace nbr {
+namespace detail {
+
+class Scanner;
+
+/// Decodes the bytes of a simple value, as SimpleValue::read tells.
+template <class T>
+bool decodeNumber(tav_istr data, T & v) {
+    if (data.empty()) {
+        return false;
+    }
+    v = static_cast<T>(readCompact(data.data(), std::min(data.size(), static_cast<unsigned>(sizeof(T)))));
+    return true;
+}
+
+inline bool decodeValue(tav_istr data, char & v) {
+    return decodeNumber(data, v);
+}
+inline bool decodeValue(tav_istr data, unsigned char & v) {
+    return decodeNumber(data, v);
+}
+inline bool decodeValue(tav_istr data, short & v) {
+    return decodeNumber(data, v);
+}
+inline bool decodeValue(tav_istr data, unsigned short & v) {
+    return decodeNumber(data, v);
+}
+inline bool decodeValue(tav_istr data, int & v) {
+    return decodeNumber(data, v);
+}
+inline bool decodeValue(tav_istr data, unsigned int & v) {
+    return decodeNumber(data, v);
+}
+inline bool decodeValue(tav_istr data, long & v) {
+    return decodeNumber(data, v);
+}
+inline bool decodeValue(tav_istr data, unsigned long & v) {
+    return decodeNumber(data, v);
+}
+inline bool decodeValue(tav_istr data, long long & v) {
+    return decodeNumber(data, v);
+}
+inline bool decodeValue(tav_istr data, unsigned long long & v) {
+    return decodeNumber(data, v);
+}
+
+inline bool decodeValue(tav_istr data, bool & v) {
+    unsigned char byte;
+    if (!decodeNumber(data, byte)) {
+        return false;
+    }
+    v = byte != 0;
+    return true;
+}
+
+inline bool decodeValue(tav_istr data, float & v) {
+    unsigned bits;
+    if (!decodeNumber(data, bits)) {
+        return false;
+    }
+    std::memcpy(&v, &bits, sizeof(v));
+    return true;
+}
+
+inline bool decodeValue(tav_istr data, double & v) {
+    unsigned long long bits;
+    if (!decodeNumber(data, bits)) {
+        return false;
+    }
+    std::memcpy(&v, &bits, sizeof(v));
+    return true;
+}
+
+inline bool decodeValue(tav_istr data, tavTime & v) {
+    long long milliseconds;
+    if (!decodeNumber(data, milliseconds)) {
+        return false;
+    }
+    v = tavTime::milliseconds(milliseconds);
+    return true;
+}
+
+inline bool decodeValue(tav_istr data, tavBytes & v) {
+    if (data.data() == nullptr && data.size() == 0) {
+        return false;
+    }
+    v = data;
+    return true;
+}
+
+inline bool decodeValue(tav_istr data, tavString & v) {
+    if (data.data() == nullptr && data.size() == 0) {
+        return false;
+    }
+    v = data;
+    return true;
+}
+
+/// The values of a document in one flat array, in the order of the bytes: a complex value stands ahead of its
+/// members.  Trees of ValueBase are made from it on demand.  Constant once parsed, so threads may share it.
+class Document {
+public:
+    static constexpr unsigned none = 0xFFFFFFFFu;
+
+    enum class Kind : unsigned char { null, binary, text, complex };
+
+    struct Node {
+        /// Of the data in the input.  While a complex value is being parsed: one more than its last tag.
+        unsigned offset;
+        /// Of the data; of a complex value the number of its members.
+        unsigned size;
+        /// The node behind this one and all that is in it.  While a complex value is being parsed: the one
+        /// around it.
+        unsigned next;
+        char tag;
+        Kind kind;
+        /// Of a complex value: its members' tags ascend, so that none is there twice.
+        bool ordered;
+    };
+
+    Document() = default;
+    Document(Document const &) = delete;
+    Document & operator=(Document const &) = delete;
+
+    /// Takes the place of what was here: a copy of the bytes and all values of them.
+    void assign(tav_istr bytes);
+    /// The same without a copy: the bytes must stay as long as this views them.
+    void view(tav_istr bytes);
+    /// A copy of the bytes and the simple member of the first value with this tag, if it is found.
+    void assign(tav_istr bytes, char tag);
+    /// Appends the complex value at whose open marker `in` stands.  The bytes are not copied.
+    void parse(Scanner & in);
+    /// Forgets all, and frees what is larger than is worth keeping.
+    void clear();
+
+    std::vector<Node> const & nodes() const { return nodes_; }
+    Node const & node(unsigned i) const { return nodes_[i]; }
+    /// The first value, `none` if there is none.
+    unsigned first() const { return nodes_.empty() ? none : 0; }
+
+    /// The data of a simple value; a null view if it has none.
+    tav_istr data(Node const & node) const {
+        return node.size == 0 ? tav_istr() : tav_istr(base_ + node.offset, node.size);
+    }
+
+    static bool isSimple(Node const & node) { return node.kind == Kind::binary || node.kind == Kind::text; }
+
+    /// The last member with this tag of the complex value `parent`, `none` if it has none.  `cursor` is where
+    /// the caller keeps the place from one call to the next, `parent` at first: members that are asked for in
+    /// their own order are found at once.
+    unsigned member(unsigned parent, char tag, unsigned & cursor) const {
+        Node const & around = nodes_[parent];
+        unsigned const next = cursor == parent ? parent + 1 : nodes_[cursor].next;
+        if (around.ordered && next != around.next && nodes_[next].tag == tag) {
+            cursor = next;
+            return next;
+        }
+        return search(parent, tag, cursor);
+    }
+
+    /// The value of a node, null for a null one.
+    static tavSharedPtr<ValueBase> value(std::shared_ptr<Document const> const & document, unsigned i);
+
+    void dump(std::ostream & out, unsigned i, bool pretty, int level) const;
+
+private:
+    void copy(tav_istr bytes);
+    void parseAll(tav_istr bytes);
+    unsigned search(unsigned parent, char tag, unsigned & cursor) const;
+    unsigned begin(Scanner & in, char tag, unsigned around);
+    [[gnu::always_inline]] unsigned append(char tag, Kind kind, tav_istr data) {
+        unsigned const i = static_cast<unsigned>(nodes_.size());
+        unsigned const offset = data.empty() ? 0 : static_cast<unsigned>(data.data() - base_);
+        nodes_.push_back(Node{offset, data.size(), i + 1, tag, kind, true});
+        return i;
+    }
+
+    tavBytes buffer_;
+    char const * base_ = nullptr;
+    std::vector<Node> nodes_;
+};
+
+} // namespace detail
+} // namespace nbr
+} // namespace tav
+
+#endif

@@ -1,0 +1,879 @@
+#include "tav/vinta/vinta_pml_tree.h"
+
+#include "foundation/number_text.h"
+#include "foundation/report.h"
+#include "foundation/views.h"
+
+#include <array>
+#include <charconv>
+#include <memory>
+#include <string_view>
+
+namespace tav {
+namespace pml {
+
+using detail::bytesOf;
+
+namespace {
+
+enum ByteClass : unsigned char {
+    blankByte = 1,
+    escapeByte = 2,
+    specialByte = 4,
+    /// Ends a run of bare text in a value: a quote, `:`, `(`, `)` or a blank.
+    stopByte = 8
+};
+
+constexpr std::array<unsigned char, 256> makeByteClasses() {
+    std::array<unsigned char, 256> classes{};
+    auto const mark = [&classes](std::string_view bytes, unsigned bits) {
+        for (char const c : bytes) {
+            auto & entry = classes[static_cast<unsigned char>(c)];
+            entry = static_cast<unsigned char>(entry | bits);
+        }
+    };
+    mark(" \t\r\n", blankByte | stopByte);
+    mark("^\"'", escapeByte);
+    mark(":()*^\"'", specialByte);
+    mark(":()\"'", stopByte);
+    return classes;
+}
+
+constexpr std::array<unsigned char, 256> byteClasses = makeByteClasses();
+
+bool is(char c, ByteClass which) {
+    return (byteClasses[static_cast<unsigned char>(c)] & which) != 0;
+}
+
+/// Up to this many children are looked up one by one; more get a map.
+constexpr std::size_t plainLookUpLimit = 12;
+
+/// While a unit is being destroyed on this thread: where the units below it put theirs, so that destruction
+/// takes the same stack whatever the depth.
+thread_local std::vector<tavSharedPtr<Unit>> * remains = nullptr;
+
+void release(std::vector<tavSharedPtr<Unit>> & children, tavSharedPtr<Unit> & next) {
+    std::vector<tavSharedPtr<Unit>> pending;
+    bool const outermost = remains == nullptr;
+    if (outermost) {
+        remains = &pending;
+        pending.swap(children);
+    } else {
+        for (tavSharedPtr<Unit> & child : children) {
+            remains->push_back(std::move(child));
+        }
+    }
+    if (next) {
+        remains->push_back(std::move(next));
+    }
+    if (!outermost) {
+        return;
+    }
+    while (!pending.empty()) {
+        tavSharedPtr<Unit> const unit = std::move(pending.back());
+        pending.pop_back();
+    }
+    remains = nullptr;
+}
+
+/// The bytes still to be read.
+struct Cursor {
+    char const * at;
+    char const * end;
+
+    bool atEnd() const { return at == end; }
+    bool atComment() const { return end - at >= 2 && at[0] == '(' && at[1] == '*'; }
+    bool atBreak() const { return at != end && (is(*at, blankByte) || atComment()); }
+
+    /// Steps over blanks and comments; true if there was a blank.
+    bool skip() {
+        bool blank = false;
+        while (at != end) {
+            if (is(*at, blankByte)) {
+                blank = true;
+                ++at;
+            } else if (atComment()) {
+                std::string_view const rest(at + 2, static_cast<std::size_t>(end - at - 2));
+                std::size_t const close = rest.find("*)");
+                at = close == std::string_view::npos ? end : rest.data() + close + 2;
+            } else {
+                break;
+            }
+        }
+        return blank;
+    }
+};
+
+enum class Ended { normally, atStopMark };
+
+void append(std::string & out, char const * first, char const * last) {
+    out.append(first, static_cast<std::size_t>(last - first));
+}
+
+/// Reads a name, or behind a colon a type, up to the byte that ends it.
+Ended decodeName(Cursor & in, Unit & unit) {
+    char const * word = in.at;
+    while (!in.atEnd()) {
+        char const c = *in.at;
+        if (c == ')') {
+            append(unit.value(), word, in.at);
+            return Ended::atStopMark;
+        }
+        if (c == ':' || c == '(') {
+            append(unit.name(), word, in.at);
+            return Ended::normally;
+        }
+        ++in.at;
+        if (in.atBreak()) {
+            append(unit.name(), word, in.at);
+            in.skip();
+            word = in.at;
+        }
+    }
+    return Ended::normally;
+}
+
+Ended decodeType(Cursor & in, Unit & unit) {
+    char const * word = in.at;
+    while (!in.atEnd()) {
+        char const c = *in.at;
+        if (c == ')') {
+            unit.value() += ':';
+            append(unit.value(), word, in.at);
+            return Ended::atStopMark;
+        }
+        if (c == '(') {
+            append(unit.type(), word, in.at);
+            return Ended::normally;
+        }
+        ++in.at;
+        if (in.atBreak()) {
+            append(unit.type(), word, in.at);
+            if (in.skip()) {
+                unit.type() += ' ';
+            }
+            word = in.at;
+        }
+    }
+    return Ended::normally;
+}
+
+/// Reads a unit up to its first byte behind the `(`.
+Ended decodeUnit(Cursor & in, Unit & unit) {
+    in.skip();
+    if (in.atEnd()) {
+        detail::raise(detail::here("tav::pml::decodeUnit"), "empty for pml unit");
+    }
+    if (decodeName(in, unit) == Ended::atStopMark) {
+        return Ended::atStopMark;
+    }
+    if (in.atEnd()) {
+        detail::raise(detail::here("tav::pml::decodeUnit"), "empty after pml name");
+    }
+    in.skip();
+    if (in.atEnd()) {
+        detail::raise(detail::here("tav::pml::decodeUnit"), "no pml type or value");
+    }
+    if (*in.at == ':') {
+        ++in.at;
+        in.skip();
+        if (in.atEnd()) {
+            detail::raise(detail::here("tav::pml::decodeUnit"), "no pml type");
+        }
+        if (decodeType(in, unit) == Ended::atStopMark) {
+            return Ended::atStopMark;
+        }
+        in.skip();
+        if (in.atEnd()) {
+            detail::raise(detail::here("tav::pml::decodeUnit"), "no pml value");
+        }
+    }
+    if (*in.at == ')') {
+        return Ended::atStopMark;
+    }
+    if (*in.at != '(') {
+        detail::raise(detail::here("tav::pml::decodeUnit"), "no pml value begin tag");
+    }
+    ++in.at;
+    in.skip();
+    if (in.atEnd()) {
+        detail::raise(detail::here("tav::pml::decodeUnit"), "no pml value end tag");
+    }
+    return Ended::normally;
+}
+
+/// Reads the quoted text at the cursor onto `value` and skips what may follow it.
+void decodeQuoted(Cursor & in, std::string & value) {
+    char const * const first = in.at;
+    char const quote = *in.at++;
+    while (!in.atEnd() && *in.at != quote) {
+        in.at += *in.at == '^' && in.end - in.at >= 2 ? 2 : 1;
+    }
+    if (!in.atEnd()) {
+        ++in.at;
+    }
+    unescape(value, tav_istr(first, in.at));
+    in.skip();
+}
+
+tavSharedPtr<Unit> newChildNamed(std::string const & name) {
+    std::size_t size = name.size();
+    while (size > 0 && is(name[size - 1], blankByte)) {
+        --size;
+    }
+    tavSharedPtr<Unit> child(new Unit());
+    child->name().assign(name, 0, size);
+    return child;
+}
+
+/// Reads the value of `unit`, from behind its `(` to behind its `)`, with all that lies below.
+void decodeValue(Cursor & in, Unit & unit) {
+    // The children whose values are being read, outermost first.
+    std::vector<tavSharedPtr<Unit>> open;
+    Unit * current = &unit;
+    // Ends the unit in hand; false if it was the outermost one.
+    auto const close = [&] {
+        if (open.empty()) {
+            return false;
+        }
+        tavSharedPtr<Unit> child = std::move(open.back());
+        open.pop_back();
+        current = open.empty() ? &unit : open.back().get();
+        current->value().clear();
+        current->addChild(std::move(child));
+        in.skip();
+        return true;
+    };
+    char const * word = in.at;
+    while (!in.atEnd()) {
+        char const c = *in.at;
+        if (c == ')') {
+            append(current->value(), word, in.at);
+            ++in.at;
+            if (!close()) {
+                return;
+            }
+            word = in.at;
+        } else if (c == '"' || c == '\'') {
+            decodeQuoted(in, current->value());
+            word = in.at;
+        } else if (c == ':' || c == '(') {
+            append(current->value(), word, in.at);
+            tavSharedPtr<Unit> child = newChildNamed(current->value());
+            if (decodeUnit(in, *child) == Ended::atStopMark) {
+                current->value() += child->value();
+                ++in.at;
+                if (!close()) {
+                    return;
+                }
+            } else {
+                current = child.get();
+                open.push_back(std::move(child));
+            }
+            word = in.at;
+        } else {
+            ++in.at;
+            while (!in.atEnd() && !is(*in.at, stopByte)) {
+                ++in.at;
+            }
+            if (in.atBreak()) {
+                append(current->value(), word, in.at);
+                if (in.skip()) {
+                    current->value() += ' ';
+                }
+                word = in.at;
+            }
+        }
+    }
+    detail::raise(detail::here("tav::pml::decodeValue"), "no pml value end tag");
+}
+
+Ended decodeWhole(Cursor & in, Unit & unit) {
+    if (decodeUnit(in, unit) == Ended::atStopMark) {
+        return Ended::atStopMark;
+    }
+    decodeValue(in, unit);
+    return Ended::normally;
+}
+
+} // namespace
+
+bool isEscapeChar(char c) {
+    return is(c, escapeByte);
+}
+
+bool isSpecialChar(char c) {
+    return is(c, specialByte);
+}
+
+void escape(std::string & out, tav_istr const & text) {
+    std::string_view const bytes = bytesOf(text);
+    if (bytes.empty()) {
+        return;
+    }
+    bool quoted = is(bytes.front(), blankByte) || is(bytes.back(), blankByte);
+    for (std::size_t i = 0; i < bytes.size() && !quoted; ++i) {
+        quoted = is(bytes[i], specialByte);
+    }
+    if (!quoted) {
+        out.append(bytes);
+        return;
+    }
+    out += '"';
+    std::size_t first = 0;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (is(bytes[i], escapeByte)) {
+            out.append(bytes, first, i - first);
+            out += '^';
+            first = i;
+        }
+    }
+    out.append(bytes, first, bytes.size() - first);
+    out += '"';
+}
+
+void unescape(std::string & out, tav_istr const & text) {
+    std::string_view bytes = bytesOf(text);
+    bool const quoted =
+        bytes.size() >= 2 && (bytes.front() == '"' || bytes.front() == '\'') && bytes.back() == bytes.front();
+    if (!quoted) {
+        out.append(bytes);
+        return;
+    }
+    bytes = bytes.substr(1, bytes.size() - 2);
+    for (;;) {
+        std::size_t const caret = bytes.find('^');
+        out.append(bytes.substr(0, caret));
+        if (caret == std::string_view::npos) {
+            return;
+        }
+        bytes.remove_prefix(caret + 1);
+        if (!bytes.empty()) {
+            out += bytes.front();
+            bytes.remove_prefix(1);
+        }
+    }
+}
+
+Unit::Unit() = default;
+
+Unit::Unit(int id) : id_(id) {}
+
+Unit::Unit(tav_istr name) : name_(bytesOf(name)) {}
+
+Unit::Unit(tav_istr name, tav_istr value) : name_(bytesOf(name)), value_(bytesOf(value)) {}
+
+Unit::Unit(tav_istr name, tav_istr type, tav_istr value)
+    : name_(bytesOf(name)), type_(bytesOf(type)), value_(bytesOf(value)) {}
+
+Unit::Unit(Unit const & other)
+    : tavRefCountObject(other),
+      name_(other.name_),
+      type_(other.type_),
+      value_(other.value_),
+      id_(other.id_),
+      comment_(other.comment_),
+      children_(other.children_),
+      entries_(other.entries_),
+      next_(other.next_) {}
+
+Unit & Unit::operator=(Unit const & other) {
+    if (this != &other) {
+        // What is replaced goes last, as `other` may be a part of it.
+        Unit former(other);
+        swapContents(former);
+    }
+    return *this;
+}
+
+Unit::Unit(Unit && other) noexcept {
+    swapContents(other);
+}
+
+Unit & Unit::operator=(Unit && other) noexcept {
+    // What is replaced goes last, as `other` may be a part of it.
+    Unit former(std::move(other));
+    swapContents(former);
+    return *this;
+}
+
+Unit::~Unit() {
+    forgetNames();
+    if (!children_.empty() || next_) {
+        release(children_, next_);
+    }
+}
+
+std::string & Unit::name() {
+    return name_;
+}
+
+std::string & Unit::type() {
+    return type_;
+}
+
+std::string & Unit::value() {
+    return value_;
+}
+
+std::string const & Unit::name() const {
+    return name_;
+}
+
+std::string const & Unit::type() const {
+    return type_;
+}
+
+std::string const & Unit::value() const {
+    return value_;
+}
+
+std::string const & Unit::comment() const {
+    return comment_;
+}
+
+Unit & Unit::name(tav_istr v) {
+    name_ = bytesOf(v);
+    return *this;
+}
+
+Unit & Unit::type(tav_istr v) {
+    type_ = bytesOf(v);
+    return *this;
+}
+
+Unit & Unit::value(tav_istr v) {
+    value_ = bytesOf(v);
+    return *this;
+}
+
+int Unit::id() const {
+    return id_;
+}
+
+Unit & Unit::id(int v) {
+    id_ = v;
+    return *this;
+}
+
+Unit & Unit::child(tav_istr name) {
+    if (tavSharedPtr<Unit> const * const found = lookUp(name)) {
+        return **found;
+    }
+    tavSharedPtr<Unit> made(new Unit(name));
+    Unit & result = *made;
+    enter(std::move(made), std::string(bytesOf(name)));
+    return result;
+}
+
+Unit & Unit::operator[](tav_istr name) {
+    return child(name);
+}
+
+Unit & Unit::operator()(tav_istr name) {
+    return child(name);
+}
+
+Unit const & Unit::child(tav_istr name) const {
+    tavSharedPtr<Unit> const * const found = lookUp(name);
+    return found != nullptr ? **found : null();
+}
+
+Unit const & Unit::operator[](tav_istr name) const {
+    return child(name);
+}
+
+Unit const & Unit::operator()(tav_istr name) const {
+    return child(name);
+}
+
+Unit & Unit::child(tav_istr name, tav_istr alternative, int id) {
+    if (alternative.empty()) {
+        return child(name).id(id);
+    }
+    Unit & result = child(alternative);
+    result.comment_ = bytesOf(name);
+    return result.id(id);
+}
+
+Unit const & Unit::child(tav_istr name, tav_istr alternative, int) const {
+    return child(alternative.empty() ? name : alternative);
+}
+
+bool Unit::hasChild(tav_istr name) const {
+    return lookUp(name) != nullptr;
+}
+
+tavSharedPtr<Unit> Unit::find(tav_istr name) {
+    return static_cast<Unit const *>(this)->find(name);
+}
+
+tavSharedPtr<Unit> Unit::find(tav_istr name) const {
+    tavSharedPtr<Unit> const * const found = lookUp(name);
+    return found != nullptr ? *found : tavSharedPtr<Unit>();
+}
+
+Unit const & Unit::at(unsigned i) const {
+    return i < children_.size() ? *children_[i] : null();
+}
+
+tavSharedPtr<Unit> Unit::findAt(unsigned i) const {
+    return i < children_.size() ? children_[i] : tavSharedPtr<Unit>();
+}
+
+std::vector<tavSharedPtr<Unit>> Unit::children() const {
+    return children_;
+}
+
+std::vector<tavSharedPtr<Unit>> Unit::children(tav_istr name) const {
+    std::vector<tavSharedPtr<Unit>> result;
+    if (entries_.size() > plainLookUpLimit) {
+        auto const range = child_equal_range(name);
+        for (map_iterator at = range.first; at != range.second; ++at) {
+            result.push_back(at->second);
+        }
+        return result;
+    }
+    for (Entry const & entry : entries_) {
+        if (entry.name == bytesOf(name)) {
+            result.push_back(children_[entry.index]);
+        }
+    }
+    return result;
+}
+
+std::pair<Unit::map_iterator, Unit::map_iterator> Unit::child_equal_range(tav_istr name) const {
+    return names().equal_range(std::string(bytesOf(name)));
+}
+
+Unit::const_iterator Unit::begin() const {
+    return children_.begin();
+}
+
+Unit::const_iterator Unit::end() const {
+    return children_.end();
+}
+
+unsigned Unit::size() const {
+    return static_cast<unsigned>(children_.size());
+}
+
+unsigned Unit::numofChildren() const {
+    return size();
+}
+
+void Unit::addChild(tavSharedPtr<Unit> child) {
+    if (child) {
+        std::string name = child->name_;
+        enter(std::move(child), std::move(name));
+    }
+}
+
+void Unit::append(Unit const & child) {
+    addChild(tavSharedPtr<Unit>(new Unit(child)));
+}
+
+Unit & Unit::newChild() {
+    children_.push_back(tavSharedPtr<Unit>(new Unit()));
+    return *children_.back();
+}
+
+void Unit::clear() {
+    value_.clear();
+    forgetNames();
+    entries_.clear();
+    children_.clear();
+}
+
+void Unit::setValue(Unit const & other) {
+    if (this == &other) {
+        return;
+    }
+    // What is replaced goes last, as `other` may be a part of it.
+    std::vector<tavSharedPtr<Unit>> children(other.children_);
+    std::vector<Entry> entries(other.entries_);
+    type_ = other.type_;
+    value_ = other.value_;
+    forgetNames();
+    entries_.swap(entries);
+    children_.swap(children);
+}
+
+tavSharedPtr<Unit> Unit::next() const {
+    return next_;
+}
+
+void Unit::next(tavSharedPtr<Unit> v) {
+    next_ = std::move(v);
+}
+
+tavSharedPtr<Unit> Unit::getNext() const {
+    return next_;
+}
+
+tavSharedPtr<Unit> Unit::createNext() {
+    if (!next_) {
+        next_ = tavSharedPtr<Unit>(new Unit(static_cast<int>(static_cast<unsigned>(id_) + 1u)));
+    }
+    return next_;
+}
+
+std::string Unit::asStringValue() const {
+    return value_;
+}
+
+bool Unit::asBoolValue() const {
+    return !empty() && value_ != "false";
+}
+
+long long Unit::asInt64Value() const {
+    long long value = 0;
+    detail::readInteger(value_, value);
+    return value;
+}
+
+double Unit::asDoubleValue() const {
+    double value = 0;
+    detail::readFloatingPart(value_, value);
+    return value;
+}
+
+bool Unit::simple() const {
+    return children_.empty();
+}
+
+bool Unit::empty() const {
+    return children_.empty() && value_.empty();
+}
+
+bool Unit::isNull() const {
+    return this == &null();
+}
+
+Unit const & Unit::null() {
+    // Never destroyed, so that it may still be asked for while the process ends.
+    static Unit const * const unit = new Unit();
+    return *unit;
+}
+
+tavSharedPtr<Unit> Unit::byValue(tav_istr value) {
+    tavSharedPtr<Unit> unit(new Unit());
+    unit->value(value);
+    return unit;
+}
+
+Unit & Unit::decode(tav_istr text) {
+    std::string_view bytes = bytesOf(text);
+    if (bytes.empty()) {
+        return *this;
+    }
+    bytes = bytes.substr(0, bytes.find('\0'));
+    Cursor in{bytes.data(), bytes.data() + bytes.size()};
+    if (decodeWhole(in, *this) == Ended::atStopMark) {
+        detail::raise(detail::here("tav::pml::Unit::decode"), "invalid pml: extra )");
+    }
+    in.skip();
+    Unit * last = this;
+    while (!in.atEnd()) {
+        tavSharedPtr<Unit> unit(new Unit());
+        if (decodeWhole(in, *unit) == Ended::atStopMark) {
+            break;
+        }
+        last->next_ = std::move(unit);
+        last = last->next_.get();
+        in.skip();
+    }
+    return *this;
+}
+
+struct Unit::WriteOptions {
+    bool formatted;
+    bool skipEmpty;
+    bool withType;
+    bool withId;
+
+    void prefix(std::string & out, int level) const {
+        if (formatted) {
+            out += '\n';
+            out.append(level > 0 ? static_cast<std::size_t>(level) * 4 : 0, ' ');
+        }
+    }
+
+    /// All that stands ahead of the value.
+    void head(std::string & out, Unit const & unit, int level) const {
+        prefix(out, level);
+        if (withId) {
+            char digits[16];
+            char * const end = std::to_chars(digits, digits + sizeof digits, unit.id_).ptr;
+            out += '[';
+            out.append(digits, static_cast<std::size_t>(end - digits));
+            out += ']';
+        }
+        out += unit.name_;
+        if (!unit.comment_.empty() && withId && formatted) {
+            out += "(*";
+            out += unit.comment_;
+            out += "*)";
+        }
+        if (!unit.type_.empty() && withType) {
+            out += ':';
+            out += unit.type_;
+        }
+        out += '(';
+    }
+
+    /// A whole unit without children.
+    void simple(std::string & out, Unit const & unit, int level) const {
+        head(out, unit, level);
+        escape(out, tav_istr(unit.value_));
+        out += ')';
+    }
+};
+
+std::string Unit::encode(bool formatted, bool skipEmpty, int level, bool withType, bool withId) const {
+    std::string out;
+    encode(out, formatted, skipEmpty, level, withType, withId);
+    return out;
+}
+
+void Unit::encode(std::string & out, bool formatted, bool skipEmpty, int level, bool withType,
+                  bool withId) const {
+    WriteOptions const options{formatted, skipEmpty, withType, withId};
+    for (Unit const * unit = this; unit != nullptr; unit = unit->next_.get()) {
+        unit->encode_i(out, level, options);
+    }
+}
+
+std::string Unit::toCompacted(bool skipEmpty, bool withType) const {
+    return encode(false, skipEmpty, 0, withType, false);
+}
+
+std::string Unit::toPml() const {
+    return encode(false, false, 0, true, false);
+}
+
+std::string Unit::toFormatted() const {
+    return encode(true, false, 0, true, false);
+}
+
+std::string Unit::toFullFormatted() const {
+    return encode(true, false, 1, true, true);
+}
+
+std::string Unit::toString(bool formatted, bool skipEmpty, bool withType) const {
+    return formatted ? toFormatted() : toCompacted(skipEmpty, withType);
+}
+
+/// The children's map, made if need be.
+Unit::NameMap const & Unit::names() const {
+    NameMap * map = childMap_.load(std::memory_order_acquire);
+    if (map == nullptr) {
+        auto made = std::make_unique<NameMap>();
+        for (Entry const & entry : entries_) {
+            made->emplace(entry.name, children_[entry.index]);
+        }
+        if (childMap_.compare_exchange_strong(map, made.get(), std::memory_order_acq_rel)) {
+            map = made.release();
+        }
+    }
+    return *map;
+}
+
+/// Where the first child of this name is held; null if there is none.  Valid until the unit is changed.
+tavSharedPtr<Unit> const * Unit::lookUp(tav_istr name) const {
+    std::string_view const wanted = bytesOf(name);
+    if (entries_.size() <= plainLookUpLimit) {
+        for (Entry const & entry : entries_) {
+            if (entry.name == wanted) {
+                return &children_[entry.index];
+            }
+        }
+        return nullptr;
+    }
+    NameMap const & map = names();
+    std::string const key(wanted);
+    map_iterator const found = map.lower_bound(key);
+    return found != map.end() && found->first == key ? &found->second : nullptr;
+}
+
+/// Appends a child under this name.
+void Unit::enter(tavSharedPtr<Unit> child, std::string name) {
+    if (NameMap * const map = childMap_.load(std::memory_order_relaxed)) {
+        map->emplace(name, child);
+    }
+    entries_.push_back(Entry{std::move(name), static_cast<unsigned>(children_.size())});
+    children_.push_back(std::move(child));
+}
+
+void Unit::forgetNames() noexcept {
+    if (NameMap * const map = childMap_.load(std::memory_order_relaxed)) {
+        childMap_.store(nullptr, std::memory_order_relaxed);
+        delete map;
+    }
+}
+
+/// Exchanges all but the counts.
+void Unit::swapContents(Unit & other) noexcept {
+    name_.swap(other.name_);
+    type_.swap(other.type_);
+    value_.swap(other.value_);
+    std::swap(id_, other.id_);
+    comment_.swap(other.comment_);
+    children_.swap(other.children_);
+    entries_.swap(other.entries_);
+    next_.swap(other.next_);
+    forgetNames();
+    other.forgetNames();
+}
+
+/// Writes this unit with all that lies below, without those that follow it.
+void Unit::encode_i(std::string & out, int level, WriteOptions const & options) const {
+    struct Frame {
+        Unit const * unit;
+        std::size_t next;
+    };
+    WriteOptions const oneLine{false, false, options.withType, options.withId};
+    // The units whose children are being written, outermost first.
+    std::vector<Frame> open;
+    auto const begin = [&](Unit const & unit) {
+        int const depth = level + static_cast<int>(open.size());
+        if (options.skipEmpty && unit.empty()) {
+            return;
+        }
+        if (unit.children_.empty()) {
+            options.simple(out, unit, depth);
+            return;
+        }
+        options.head(out, unit, depth);
+        if (unit.children_.size() == 1 && unit.children_[0]->children_.empty() && unit.value_.empty()) {
+            oneLine.simple(out, *unit.children_[0], 0);
+            out += ')';
+            return;
+        }
+        open.push_back(Frame{&unit, 0});
+    };
+    begin(*this);
+    while (!open.empty()) {
+        Frame & frame = open.back();
+        Unit const & unit = *frame.unit;
+        if (frame.next < unit.children_.size()) {
+            Unit const & child = *unit.children_[frame.next++];
+            begin(child);
+            continue;
+        }
+        int const depth = level + static_cast<int>(open.size());
+        if (!unit.value_.empty()) {
+            options.simple(out, Unit(tav_istr("__value__"), tav_istr(unit.value_)), depth);
+        }
+        options.prefix(out, depth - 1);
+        out += ')';
+        open.pop_back();
+    }
+}
+
+std::ostream & operator<<(std::ostream & out, Unit const & v) {
+    return out << v.toPml();
+}
+
+} // namespace pml
+} // namespace tav

@@ -1,0 +1,1188 @@
+#include "tav/vinta/vinta_xml_tree.h"
+
+#include "formats/xml/xml_modes.h"
+#include "foundation/report.h"
+#include "foundation/tree_nodes.h"
+#include "foundation/views.h"
+#include "tav/vinta/vinta_basetypes_failures.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace tav {
+namespace xml {
+
+using tav::detail::bytesOf;
+using tav::detail::here;
+using tav::xml::detail::LOG;
+using tav::xml::detail::METADATA;
+using tav::xml::detail::NO_ID;
+using tav::xml::detail::SAMPLE;
+
+namespace {
+
+constexpr std::string_view CDATA_BEGIN = "<![CDATA[";
+constexpr std::string_view CDATA_END = "]]>";
+constexpr std::string_view COMMENT_BEGIN = "<!--";
+constexpr std::string_view COMMENT_END = "-->";
+constexpr std::string_view DECLARATION_BEGIN = "<?";
+constexpr std::string_view DECLARATION_END = ">";
+
+/// A repeated element in a sample.
+constexpr std::string_view REPEATED = "...";
+
+/// What a byte can be, as bits.
+constexpr unsigned char BLANK = 1;
+constexpr unsigned char NAME_START = 2;
+constexpr unsigned char NAME_PART = 4;
+constexpr unsigned char HAS_ENTITY = 8;
+constexpr unsigned char LINE_BREAK = 16;
+
+constexpr std::array<unsigned char, 256> classifyBytes() {
+    std::array<unsigned char, 256> classes{};
+    for (std::size_t c = 'a'; c <= 'z'; ++c) {
+        classes[c] = classes[c - 'a' + 'A'] = NAME_START | NAME_PART;
+    }
+    classes[':'] = classes['_'] = NAME_START | NAME_PART;
+    for (std::size_t c = '0'; c <= '9'; ++c) {
+        classes[c] = NAME_PART;
+    }
+    classes['-'] = classes['.'] = NAME_PART;
+    classes[' '] = classes['\t'] = BLANK;
+    classes['\r'] = classes['\n'] = BLANK | LINE_BREAK;
+    classes['&'] = classes['"'] = classes['\''] = classes['<'] = classes['>'] = HAS_ENTITY;
+    return classes;
+}
+
+constexpr std::array<unsigned char, 256> byteClasses = classifyBytes();
+
+bool isOf(char c, unsigned bits) {
+    return (byteClasses[static_cast<unsigned char>(c)] & bits) != 0;
+}
+
+/// Where the first byte of these classes stands; `end` if there is none.
+char const * findOf(char const * begin, char const * end, unsigned bits) {
+    while (begin != end && !isOf(*begin, bits)) {
+        ++begin;
+    }
+    return begin;
+}
+
+bool hasSpecialBytes(std::string const & text) {
+    char const * const end = text.data() + text.size();
+    return findOf(text.data(), end, HAS_ENTITY) != end;
+}
+
+/// The entity of a byte that has one or is a line break.
+std::string_view entityOf(char c) {
+    switch (c) {
+    case '&': return "&amp;";
+    case '"': return "&quot;";
+    case '\'': return "&apos;";
+    case '<': return "&lt;";
+    case '>': return "&gt;";
+    case '\n': return "&#10;";
+    default: return "&#13;";
+    }
+}
+
+std::string_view upToNul(char const * text) {
+    return text == nullptr ? std::string_view() : std::string_view(text);
+}
+
+void appendEscaped(std::string & out, std::string_view text, bool lineBreaks) {
+    unsigned const replaced = lineBreaks ? HAS_ENTITY | LINE_BREAK : HAS_ENTITY;
+    char const * at = text.data();
+    char const * const end = at + text.size();
+    while (true) {
+        char const * const found = findOf(at, end, replaced);
+        out.append(at, static_cast<std::size_t>(found - at));
+        if (found == end) {
+            return;
+        }
+        out += entityOf(*found);
+        at = found + 1;
+    }
+}
+
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+/// The value of digits; false without any or with one that is none.
+bool readCharacter(std::string_view digits, unsigned radix, unsigned & value) {
+    value = 0;
+    for (char const c : digits) {
+        unsigned const digit = c >= '0' && c <= '9'                  ? static_cast<unsigned>(c - '0')
+                               : c >= 'a' && c <= 'f' && radix == 16 ? static_cast<unsigned>(c - 'a') + 10
+                                                                     : radix;
+        if (digit >= radix) {
+            return false;
+        }
+        value = value * radix + digit;
+    }
+    return !digits.empty();
+}
+
+/// Appends what the entity `name`, in lower case, stands for.
+void appendEntity(std::string & out, std::string_view name) {
+    static constexpr struct {
+        std::string_view name;
+        char byte;
+    } named[] = {{"amp", '&'}, {"quot", '"'}, {"apos", '\''}, {"lt", '<'}, {"gt", '>'}, {"nbsp", ' '}};
+    for (auto const & entity : named) {
+        if (entity.name == name) {
+            out += entity.byte;
+            return;
+        }
+    }
+    unsigned value = 0;
+    bool const hexadecimal = name.size() > 1 && name[0] == '#' && name[1] == 'x';
+    if (hexadecimal ? readCharacter(name.substr(2), 16, value)
+                    : !name.empty() && name[0] == '#' && readCharacter(name.substr(1), 10, value)) {
+        value &= 0xffff;
+        if (value != 0) {
+            tavString text;
+            text.write(static_cast<wchar_t>(value));
+            out += bytesOf(text);
+        }
+        return;
+    }
+    out.append(1, '&').append(name).append(1, ';');
+}
+
+void appendUnescaped(std::string & out, std::string_view text) {
+    constexpr std::size_t LONGEST = 7;
+    while (!text.empty()) {
+        std::size_t const amp = std::min(text.find('&'), text.size());
+        out.append(text, 0, amp);
+        text.remove_prefix(amp);
+        if (text.empty()) {
+            return;
+        }
+        std::size_t const end = text.substr(0, LONGEST + 1).find(';');
+        if (end == std::string_view::npos) {
+            out += '&';
+            text.remove_prefix(1);
+            continue;
+        }
+        char name[LONGEST + 1];
+        std::transform(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(end), name, lower);
+        appendEntity(out, std::string_view(name, end - 1));
+        text.remove_prefix(end + 1);
+    }
+}
+
+void indent(std::string & out, int level) {
+    out += '\n';
+    out.append(static_cast<std::size_t>(std::max(level, 0)) * 4, ' ');
+}
+
+/// Appends to a list that has room for three at first: the allocator gives no less for one.
+template <class T>
+void push(std::vector<tavSharedPtr<T>> & list, tavSharedPtr<T> && item) {
+    if (list.capacity() == 0) {
+        list.reserve(3);
+    }
+    list.push_back(std::move(item));
+}
+
+/// A part of a tree that shares its memory with what the same text made.  Its destructor, which is virtual,
+/// finds the way back.
+template <class T>
+class Parsed final : public T {
+public:
+    using T::T;
+
+    static void * operator new(std::size_t size) { return tav::detail::newCountedNode(size); }
+    static void operator delete(void * part) noexcept { tav::detail::deleteNode(part); }
+};
+
+/// The children of nodes that are being destroyed on this thread; null if none is.  So a chain of a million
+/// nodes ends in one loop, not in a million nested destructors.
+thread_local std::vector<tavSharedPtr<Node>> * remains = nullptr;
+
+} // namespace
+
+std::string const & nullString() {
+    static std::string const empty;
+    return empty;
+}
+
+void escape(std::string & out, char const * text, bool lineBreaks) {
+    appendEscaped(out, upToNul(text), lineBreaks);
+}
+
+void escapeAttr(std::string & out, char const * text) {
+    appendEscaped(out, upToNul(text), false);
+}
+
+void unescape(std::string & out, tav_istr text) {
+    appendUnescaped(out, bytesOf(text));
+}
+
+void encode_cdata(std::string & text) {
+    if (!hasSpecialBytes(text)) {
+        return;
+    }
+    std::string encoded;
+    if (text.find(CDATA_END) != std::string::npos) {
+        appendEscaped(encoded, upToNul(text.c_str()), false);
+    } else {
+        encoded.reserve(CDATA_BEGIN.size() + text.size() + CDATA_END.size());
+        encoded.append(CDATA_BEGIN).append(text).append(CDATA_END);
+    }
+    text.swap(encoded);
+}
+
+void decode_cdata(std::string & text) {
+    std::string_view const whole = text;
+    if (whole.size() >= CDATA_BEGIN.size() + CDATA_END.size() &&
+        whole.substr(0, CDATA_BEGIN.size()) == CDATA_BEGIN &&
+        whole.substr(whole.size() - CDATA_END.size()) == CDATA_END) {
+        text.resize(text.size() - CDATA_END.size());
+        text.erase(0, CDATA_BEGIN.size());
+    } else if (text.find('&') != std::string::npos) {
+        std::string decoded;
+        appendUnescaped(decoded, whole);
+        text.swap(decoded);
+    }
+}
+
+Attr::Attr() = default;
+
+Attr::Attr(tav_istr name, tav_istr value) : name_(bytesOf(name)), value_(bytesOf(value)) {}
+
+Attr::Attr(Attr const & other) = default;
+
+Attr & Attr::operator=(Attr const & other) = default;
+
+Attr::~Attr() = default;
+
+std::string const & Attr::name() const {
+    return name_;
+}
+
+std::string const & Attr::value() const {
+    return value_;
+}
+
+std::string & Attr::value() {
+    return value_;
+}
+
+void Attr::encode(std::string & out, bool skipEmpty, tav_istr lead, int dumping) const {
+    if (skipEmpty && value_.empty()) {
+        return;
+    }
+    out += bytesOf(lead);
+    if (dumping == SAMPLE || dumping == LOG) {
+        std::string shown;
+        dumpSampleValue(shown, tav_istr(value_), dumping);
+        write(out, tav_istr(name_), tav_istr(shown));
+    } else {
+        write(out, tav_istr(name_), tav_istr(value_));
+    }
+}
+
+void Attr::write(std::string & out, tav_istr name, tav_istr value) {
+    std::string_view const whole = bytesOf(value);
+    out.append(1, ' ').append(bytesOf(name)).append("=\"");
+    appendEscaped(out, whole.substr(0, whole.find('\0')), false);
+    out += '"';
+}
+
+Attr const & Attr::null() {
+    static Attr const none;
+    return none;
+}
+
+Attr & Attr::dummy() {
+    static thread_local Attr scratch;
+    scratch = Attr();
+    return scratch;
+}
+
+/// Reads one text into trees.  Open elements stand on a stack of its own.
+class NodeParser {
+public:
+    explicit NodeParser(std::string_view text) : at_(text.data()), end_(text.data() + text.size()) {}
+
+    std::string_view rest() const { return std::string_view(at_, static_cast<std::size_t>(end_ - at_)); }
+
+    /// The first root goes into `first`, what follows behind it as it gets complete.
+    void decodeRoots(Node & first) {
+        Node * last = &first;
+        decodeNode(first);
+        while (at_ != end_ && *at_ == '<' && !startsWith("</")) {
+            tavSharedPtr<Node> root(new Parsed<Node>);
+            decodeNode(*root);
+            last->next_ = root;
+            last = root.get();
+        }
+    }
+
+private:
+    struct Open {
+        Node * node;
+        /// Null for a root.
+        tavSharedPtr<Node> owner;
+    };
+
+    /// Whether this begins like a comment, a declaration or a CDATA section: the quick test for all of them.
+    bool isMarkup() const { return end_ - at_ > 1 && *at_ == '<' && (at_[1] == '!' || at_[1] == '?'); }
+
+    bool isCdata() const { return isMarkup() && startsWith(CDATA_BEGIN); }
+
+    bool startsWith(std::string_view text) const { return rest().substr(0, text.size()) == text; }
+
+    [[noreturn]] void fail(char const * name, tav::detail::Site site) const {
+        std::string_view const unread = rest();
+        tav::detail::log(tavLogger::DEFAULT_TAG(), tavLogger::ERROR, site,
+                         [unread](std::ostream & out) { out << "not parsed xml =" << unread; });
+        tav::detail::log(tavLogger::DEFAULT_TAG(), tavLogger::ERROR, site,
+                         [name](std::ostream & out) { out << "<EXCEPTION> " << name; });
+        throw DecodeException(site.file, site.line, site.func, tav_istr(name));
+    }
+
+    void failAtEnd(char const * name, tav::detail::Site site) const {
+        if (at_ == end_) {
+            fail(name, site);
+        }
+    }
+
+    /// Passes over blanks, comments and declarations.  One without an end reaches to the end of the input.
+    void skipBlank() {
+        while (at_ != end_) {
+            if (isOf(*at_, BLANK)) {
+                ++at_;
+            } else if (!isMarkup()) {
+                return;
+            } else if (startsWith(COMMENT_BEGIN)) {
+                skipBetween(COMMENT_BEGIN, COMMENT_END);
+            } else if (startsWith(DECLARATION_BEGIN)) {
+                skipBetween(DECLARATION_BEGIN, DECLARATION_END);
+            } else {
+                return;
+            }
+        }
+    }
+
+    /// The end mark shares no byte with the beginning: "<!-->" ends nothing.
+    void skipBetween(std::string_view begin, std::string_view end) {
+        std::size_t const found = rest().find(end, begin.size());
+        at_ = found == std::string_view::npos ? end_ : at_ + found + end.size();
+    }
+
+    std::string_view takeName() {
+        char const * const begin = at_;
+        while (at_ != end_ && isOf(*at_, NAME_PART)) {
+            ++at_;
+        }
+        return std::string_view(begin, static_cast<std::size_t>(at_ - begin));
+    }
+
+    void decodeTag(Node & node) {
+        auto const site = here("tav::xml::Node::decodeTag");
+        skipBlank();
+        failAtEnd("XML_DECODE_TAG_NO_BEGIN_CHAR", site);
+        if (*at_ != '<') {
+            fail("XML_DECODE_TAG_NOT_BEGIN_CHAR", site);
+        }
+        ++at_;
+        failAtEnd("XML_DECODE_TAG_NO_IDENTIFY_CHAR", site);
+        if (*at_ == '/') {
+            fail("XML_DECODE_TAG_CLOSING", site);
+        }
+        if (!isOf(*at_, NAME_START)) {
+            fail("XML_DECODE_TAG_NOT_IDENTIFY_CHAR", site);
+        }
+        std::string_view const tag = takeName();
+        failAtEnd("XML_DECODE_TAG_EOF", site);
+        node.tag_ = tag;
+    }
+
+    /// True if the element is complete: it ended in "/>".
+    bool decodeAttrs(Node & node) {
+        auto const site = here("tav::xml::Node::decodeAttrs");
+        while (true) {
+            skipBlank();
+            failAtEnd("XML_DECODE_ATTR_NO_END_TAG", site);
+            if (startsWith("/>")) {
+                at_ += 2;
+                return true;
+            }
+            if (*at_ == '>') {
+                ++at_;
+                return false;
+            }
+            if (!isOf(*at_, NAME_START)) {
+                fail("XML_DECODE_ATTR_NOT_IDENTITY_CHAR", site);
+            }
+            std::string_view const name = takeName();
+            failAtEnd("XML_DECODE_ATTR_NO_ASSIGN_CHAR", site);
+            skipBlank();
+            failAtEnd("XML_DECODE_ATTR_NO_ASSIGN_CHAR", site);
+            if (*at_ != '=') {
+                fail("XML_DECODE_ATTR_NOT_ASSIGN_CHAR", site);
+            }
+            ++at_;
+            skipBlank();
+            failAtEnd("XML_DECODE_ATTR_NO_QUOTE_CHAR", site);
+            char const quote = *at_;
+            bool const quoted = quote == '"' || quote == '\'';
+            if (quoted) {
+                ++at_;
+            }
+            std::string_view const ahead = rest();
+            std::size_t const size = quoted ? ahead.find(quote) : sizeToBlank(ahead);
+            if (size >= ahead.size()) {
+                fail("XML_DECODE_ATTR_NO_END_QUOTE_CHAR", site);
+            }
+            node.add(readAttr(name, ahead.substr(0, size)));
+            at_ += quoted ? size + 1 : size;
+            failAtEnd("XML_DECODE_EOF", site);
+        }
+    }
+
+    static std::size_t sizeToBlank(std::string_view text) {
+        char const * const begin = text.data();
+        return static_cast<std::size_t>(findOf(begin, begin + text.size(), BLANK) - begin);
+    }
+
+    static tavSharedPtr<Attr> readAttr(std::string_view name, std::string_view value) {
+        tavSharedPtr<Attr> attr(
+            new Parsed<Attr>(tav_istr(name.data(), static_cast<unsigned>(name.size())), tav_istr()));
+        appendUnescaped(attr->value(), value);
+        return attr;
+    }
+
+    void decodeContent(Node & node) {
+        auto const site = here("tav::xml::Node::decodeContent");
+        bool const cdata = isCdata();
+        std::size_t const found = cdata ? rest().find(CDATA_END) : rest().find('<');
+        if (found == std::string_view::npos) {
+            fail("XML_DECODE_CONTENT_NO_END_TAG", site);
+        }
+        if (cdata) {
+            std::size_t const begin = CDATA_BEGIN.size();
+            node.text().append(rest(), begin, found - begin);
+            at_ += found + CDATA_END.size();
+        } else if (found != 0) {
+            appendUnescaped(node.text(), rest().substr(0, found));
+            at_ += found;
+        }
+    }
+
+    bool atClosingTag(Node const & node) const {
+        std::string_view const text = rest();
+        std::size_t const size = node.tag_.size();
+        return text.size() >= size + 3 && text[0] == '<' && text[1] == '/' && text[size + 2] == '>' &&
+               text.substr(2, size) == node.tag_;
+    }
+
+    /// Reads the opening tag; true if content is to follow.
+    bool begin(Node & node) {
+        auto const site = here("tav::xml::Node::decodeNode");
+        decodeTag(node);
+        if (node.tag_.empty()) {
+            fail("XML_DECODE_TAG_EMPTY", site);
+        }
+        if (decodeAttrs(node)) {
+            return false;
+        }
+        skipBlank();
+        failAtEnd("XML_DECODE_EOF", site);
+        return true;
+    }
+
+    void decodeNode(Node & root) {
+        open_.clear();
+        if (begin(root)) {
+            open_.push_back({&root, tavSharedPtr<Node>()});
+        }
+        while (!open_.empty()) {
+            Node & node = *open_.back().node;
+            bool const closing = atClosingTag(node);
+            if (at_ == end_ || (!closing && startsWith("</"))) {
+                close();
+            } else if (!closing && *at_ == '<' && !isCdata()) {
+                tavSharedPtr<Node> child(new Parsed<Node>);
+                if (begin(*child)) {
+                    Node * const next = child.get();
+                    open_.push_back({next, std::move(child)});
+                } else {
+                    node.append(std::move(child));
+                    skipBlank();
+                }
+            } else {
+                decodeContent(node);
+                if (closing) {
+                    close();
+                } else {
+                    skipBlank();
+                }
+            }
+        }
+        skipBlank();
+    }
+
+    /// Ends the innermost element, with its closing tag if that is here.
+    void close() {
+        Open done = std::move(open_.back());
+        open_.pop_back();
+        if (atClosingTag(*done.node)) {
+            at_ += done.node->tag_.size() + 3;
+        }
+        skipBlank();
+        if (!open_.empty()) {
+            open_.back().node->append(std::move(done.owner));
+        }
+    }
+
+    char const * at_;
+    char const * end_;
+    std::vector<Open> open_;
+};
+
+/// Writes trees to one text.
+class NodeWriter {
+public:
+    NodeWriter(std::string & out, bool pretty, bool skipEmpty, int level)
+        : out_(out), pretty_(pretty), skipEmpty_(skipEmpty), level_(level) {}
+
+    void write(Node const & root) {
+        begin(root, root.dumping_);
+        while (!open_.empty()) {
+            Open & top = open_.back();
+            if (top.child == top.node->nodes_.size()) {
+                end();
+                continue;
+            }
+            Node const & child = *top.node->nodes_[top.child];
+            int const mode = child.dumping_ != 0 ? child.dumping_ : top.mode;
+            if (mode == SAMPLE && child.multiple() && !top.again) {
+                top.again = true;
+            } else {
+                bool const repeated = top.again;
+                top.again = false;
+                ++top.child;
+                if (repeated) {
+                    repeat(child);
+                    continue;
+                }
+            }
+            if (top.mode != METADATA || child.tag_ != "__key__") {
+                begin(child, mode);
+            }
+        }
+    }
+
+private:
+    struct Open {
+        Node const * node;
+        int mode;
+        std::size_t child;
+        /// The child is written and stands for several: its repetition is to come.
+        bool again;
+    };
+
+    int level() const { return level_ + static_cast<int>(open_.size()); }
+
+    void lineTo(int level) {
+        if (pretty_) {
+            indent(out_, level);
+        }
+    }
+
+    /// Writes a node's beginning, and all of it if it has no children.
+    void begin(Node const & node, int mode) {
+        if (mode == METADATA) {
+            describe(node);
+            return;
+        }
+        if (skipEmpty_ && node.contentIsEmpty() && node.attrs_.empty() && node.nodes_.empty()) {
+            return;
+        }
+        lineTo(level());
+        out_.append(1, '<').append(node.tag_);
+        writeAttrs(node, mode);
+        if (!node.nodes_.empty()) {
+            out_ += '>';
+            open_.push_back({&node, mode, 0, false});
+            return;
+        }
+        bool const has_text = !node.contentIsEmpty() || (mode == SAMPLE && textInfo(node).meta_ != nullptr);
+        if (!has_text && mode == 0) {
+            out_ += "/>";
+            return;
+        }
+        out_ += '>';
+        if (has_text) {
+            writeText(node, mode, level());
+            if (!node.attrs_.empty()) {
+                lineTo(level());
+            }
+        }
+        writeEnd(node.tag_);
+    }
+
+    void end() {
+        Open const top = open_.back();
+        open_.pop_back();
+        if (top.mode == METADATA) {
+            lineTo(level());
+            writeEnd("element");
+            return;
+        }
+        if (!top.node->contentIsEmpty()) {
+            writeText(*top.node, top.mode, level());
+        }
+        lineTo(level());
+        writeEnd(top.node->tag_);
+    }
+
+    void repeat(Node const & child) {
+        lineTo(level());
+        out_.append(1, '<').append(child.tag_).append(1, '>').append(REPEATED);
+        writeEnd(child.tag_);
+    }
+
+    void writeEnd(std::string_view tag) { out_.append("</").append(tag).append(1, '>'); }
+
+    void writeAttrs(Node const & node, int mode) {
+        bool const described =
+            mode == SAMPLE && node.varid() != NO_ID && !(node.attrs_.empty() && node.nodes_.empty());
+        if (node.attrs_.empty() && !described) {
+            return;
+        }
+        std::string lead;
+        if (pretty_) {
+            indent(lead, level() + 1);
+        }
+        for (tavSharedPtr<Attr> const & attr : node.attrs_) {
+            attr->encode(out_, skipEmpty_, tav_istr(lead), mode);
+        }
+        if (described) {
+            std::string meta;
+            node.dumpMiniMeta(meta);
+            out_ += lead;
+            Attr::write(out_, "__meta__", tav_istr(meta));
+        }
+    }
+
+    /// What describes a node's text: the text's own description, else the node's.
+    static VarInfo const & textInfo(Node const & node) {
+        Content const * const content = node.content_.get();
+        bool const own = content != nullptr && content->meta_ != nullptr;
+        // What either protects is a secret.
+        return own && (content->protectedValue() || !node.protectedValue())
+                   ? static_cast<VarInfo const &>(*content)
+                   : node;
+    }
+
+    void writeText(Node const & node, int mode, int level) {
+        if (!node.attrs_.empty()) {
+            lineTo(level + 1);
+        }
+        std::string const & text = node.content();
+        if (mode != SAMPLE && mode != LOG && !hasSpecialBytes(text)) {
+            out_ += text;
+            return;
+        }
+        std::string shown;
+        textInfo(node).dumpSampleValue(shown, tav_istr(text), mode);
+        encode_cdata(shown);
+        out_ += shown;
+    }
+
+    void describe(Node const & node) {
+        lineTo(level());
+        out_ += "<element";
+        writeMeta(node, tav_istr(node.tag_));
+        // Read through a const view: the writing accessors would give the text a description.
+        Content const * const content = node.content_.get();
+        bool const text = content != nullptr && content->varid() != NO_ID;
+        if (node.attrs_.empty() && node.nodes_.empty() && !text) {
+            out_ += "/>";
+            return;
+        }
+        out_ += '>';
+        for (tavSharedPtr<Attr> const & attr : node.attrs_) {
+            lineTo(level() + 1);
+            out_ += "<attrib";
+            writeMeta(*attr, tav_istr(attr->name()));
+            out_ += "/>";
+        }
+        if (text) {
+            lineTo(level() + 1);
+            out_ += "<content";
+            writeMeta(*content, tav_istr());
+            out_ += "/>";
+        }
+        open_.push_back({&node, METADATA, 0, false});
+    }
+
+    void writeMeta(VarInfo const & info, tav_istr name) {
+        if (!name.empty()) {
+            Attr::write(out_, "name", name);
+        }
+        if (info.meta_ != nullptr) {
+            info.meta_->dump(out_);
+            info.meta_->dumpId(out_);
+        }
+    }
+
+    std::string & out_;
+    bool pretty_;
+    bool skipEmpty_;
+    int level_;
+    std::vector<Open> open_;
+};
+
+Node::Node() = default;
+
+Node::Node(tav_istr tag) : tag_(bytesOf(tag)) {}
+
+Node::Node(tav_istr tag, tav_istr content) : tag_(bytesOf(tag)), text_(bytesOf(content)) {}
+
+Node::Node(Node const & other)
+    : VarInfo(other),
+      tag_(other.tag_),
+      content_(other.sharedContent()),
+      attrs_(other.attrs_),
+      nodes_(other.nodes_),
+      dumping_(other.dumping_) {}
+
+Node & Node::operator=(Node const & other) {
+    if (this == &other) {
+        return *this;
+    }
+    // What is replaced goes last, as `other` may be a part of it.
+    Node former(other);
+    VarInfo::operator=(other);
+    tag_.swap(former.tag_);
+    content_.swap(former.content_);
+    text_.clear();
+    attrs_.swap(former.attrs_);
+    attrIndex_.reset();
+    nodes_.swap(former.nodes_);
+    nodeIndex_.reset();
+    output_.clear();
+    std::swap(dumping_, former.dumping_);
+    next_.swap(former.next_);
+    return *this;
+}
+
+Node::~Node() {
+    nodeIndex_.reset();
+    if (!nodes_.empty() || next_) {
+        releaseTree();
+    }
+}
+
+tavSharedPtr<Node> Node::fromXml(tav_istr text) {
+    tavSharedPtr<Node> node(new Node);
+    node->decode(text);
+    return node;
+}
+
+Node const & Node::null() {
+    static Node const none;
+    return none;
+}
+
+Node & Node::dummy() {
+    static thread_local Node scratch;
+    scratch = Node();
+    return scratch;
+}
+
+Node & Node::decode(tav_istr text, std::string * rest) {
+    NodeParser parser(bytesOf(text));
+    tav::detail::NodeScope const together;
+    try {
+        parser.decodeRoots(*this);
+    } catch (DecodeException const & e) {
+        tav::detail::reportCaught(here("tav::xml::Node::decode"), e.what());
+    }
+    if (rest != nullptr) {
+        *rest = std::string(parser.rest());
+    }
+    return *this;
+}
+
+std::string const & Node::encode(bool pretty, bool skipEmpty, int level, bool withNext) const {
+    output_.clear();
+    if (skipEmpty && dumping_ != METADATA && contentIsEmpty() && attrs_.empty() && nodes_.empty()) {
+        return output_;
+    }
+    NodeWriter writer(output_, pretty, skipEmpty, level);
+    writer.write(*this);
+    for (Node const * root = withNext ? next_.get() : nullptr; root != nullptr; root = root->next_.get()) {
+        writer.write(*root);
+    }
+    return output_;
+}
+
+std::string const & Node::name() const {
+    return tag_;
+}
+
+std::string const & Node::value() const {
+    return content();
+}
+
+std::string const & Node::tag() const {
+    return tag_;
+}
+
+Node & Node::tag(tav_istr v) {
+    tag_ = bytesOf(v);
+    return *this;
+}
+
+std::string const & Node::content() const {
+    return content_ ? content_->value() : text_;
+}
+
+Node & Node::content(tav_istr v) {
+    text() = bytesOf(v);
+    return *this;
+}
+
+std::string & Node::contentString() {
+    return contentNode()->value();
+}
+
+std::string const & Node::contentString() const {
+    return content();
+}
+
+tavSharedPtr<Content> Node::contentNode() {
+    if (!sharedContent()) {
+        content_ = new Content;
+    }
+    return content_;
+}
+
+tavSharedPtr<Content> Node::contentNode() const {
+    return sharedContent();
+}
+
+bool Node::contentIsEmpty() const {
+    return content().empty();
+}
+
+Attr const & Node::attr(tav_istr name) const {
+    AttrIndex & index = attrs();
+    auto const found = index.find(bytesOf(name));
+    return found == index.end() ? Attr::null() : *found->second;
+}
+
+Attr & Node::attr(tav_istr name) {
+    AttrIndex & index = attrs();
+    auto const found = index.find(bytesOf(name));
+    if (found != index.end()) {
+        return *found->second;
+    }
+    setAttr(name, tav_istr());
+    return *attrs_.back();
+}
+
+Attr const & Node::operator()(tav_istr name) const {
+    return attr(name);
+}
+
+Attr & Node::operator()(tav_istr name) {
+    return attr(name);
+}
+
+void Node::setAttr(tav_istr name, tav_istr value) {
+    setAttr(new Attr(name, value));
+}
+
+void Node::setAttr(Attr * attr) {
+    if (attr != nullptr) {
+        add(tavSharedPtr<Attr>(attr));
+    }
+}
+
+Node const & Node::child(tav_istr tag) const {
+    NodeIndex & index = nodes();
+    auto const found = index.lower_bound(bytesOf(tag));
+    return found == index.end() || found->first != bytesOf(tag) ? null() : *found->second;
+}
+
+Node & Node::child(tav_istr tag) {
+    NodeIndex & index = nodes();
+    auto const found = index.lower_bound(bytesOf(tag));
+    if (found != index.end() && found->first == bytesOf(tag)) {
+        return *found->second;
+    }
+    addChild(new Node(tag));
+    return *nodes_.back();
+}
+
+Node const & Node::operator[](tav_istr tag) const {
+    return child(tag);
+}
+
+Node & Node::operator[](tav_istr tag) {
+    return child(tag);
+}
+
+void Node::addChild(Node * child) {
+    if (child != nullptr) {
+        append(tavSharedPtr<Node>(child));
+    }
+}
+
+void Node::addChild(tav_istr tag, tav_istr content) {
+    addChild(new Node(tag, content));
+}
+
+Node & Node::newChild() {
+    addChild(new Node("any"));
+    return *nodes_.back();
+}
+
+Node::const_iterator Node::begin() const {
+    return nodes_.begin();
+}
+
+Node::const_iterator Node::end() const {
+    return nodes_.end();
+}
+
+Node const * Node::next() const {
+    return next_.get();
+}
+
+Node * Node::next() {
+    return next_.get();
+}
+
+void Node::next(Node * v) {
+    next_ = v;
+}
+
+Node * Node::getNext() const {
+    return next_.get();
+}
+
+Node * Node::createNext() {
+    next_ = new Node;
+    if (!next_) {
+        tav::detail::raise(here("tav::xml::Node::createNext"), "null pointer");
+    }
+    return next_.get();
+}
+
+void Node::clear() {
+    tag_.clear();
+    clearAttrs();
+    clearContent();
+    clearNodes();
+}
+
+void Node::clearAttrs() {
+    attrIndex_.reset();
+    attrs_.clear();
+}
+
+void Node::clearContent() {
+    content_.reset();
+    text_.clear();
+}
+
+void Node::clearNodes() {
+    nodeIndex_.reset();
+    std::vector<tavSharedPtr<Node>>().swap(nodes_);
+}
+
+bool Node::isNull() const {
+    return this == &null();
+}
+
+bool Node::isEmpty() const {
+    return isNull() || (tag_.empty() && contentIsEmpty() && attrs_.empty() && nodes_.empty());
+}
+
+bool Node::isEmptyValue() const {
+    return contentIsEmpty();
+}
+
+bool Node::isSimple() const {
+    return nodes_.empty();
+}
+
+bool Node::operator!() const {
+    return isNull();
+}
+
+Node::operator void *() const {
+    return isNull() ? nullptr : const_cast<Node *>(this);
+}
+
+bool Node::operator==(Node const & other) const {
+    auto const sameAttr = [](tavSharedPtr<Attr> const & a, tavSharedPtr<Attr> const & b) {
+        return a->name_ == b->name_ && a->value_ == b->value_;
+    };
+    std::vector<std::pair<Node const *, Node const *>> pending{{this, &other}};
+    while (!pending.empty()) {
+        auto const [a, b] = pending.back();
+        pending.pop_back();
+        if (a->tag_ != b->tag_ || a->content() != b->content() || a->nodes_.size() != b->nodes_.size() ||
+            !std::equal(a->attrs_.begin(), a->attrs_.end(), b->attrs_.begin(), b->attrs_.end(), sameAttr)) {
+            return false;
+        }
+        for (std::size_t i = 0; i < a->nodes_.size(); ++i) {
+            if (a->nodes_[i] != b->nodes_[i]) {
+                pending.emplace_back(a->nodes_[i].get(), b->nodes_[i].get());
+            }
+        }
+    }
+    return true;
+}
+
+void Node::collectNames(std::set<std::string> & names) const {
+    std::vector<Node const *> pending{this};
+    while (!pending.empty()) {
+        Node const & node = *pending.back();
+        pending.pop_back();
+        names.insert(node.tag_);
+        for (tavSharedPtr<Attr> const & attr : node.attrs_) {
+            names.insert(attr->name_);
+        }
+        for (tavSharedPtr<Node> const & child : node.nodes_) {
+            pending.push_back(child.get());
+        }
+    }
+}
+
+void Node::collectTopNodes(std::vector<tavSharedPtr<Node>> & nodes) const {
+    nodes.insert(nodes.end(), nodes_.begin(), nodes_.end());
+}
+
+void Node::collectValues(std::vector<std::string> & values) const {
+    std::vector<Node const *> pending{this};
+    while (!pending.empty()) {
+        Node const & node = *pending.back();
+        pending.pop_back();
+        for (tavSharedPtr<Attr> const & attr : node.attrs_) {
+            if (!attr->value_.empty()) {
+                values.push_back(attr->value_);
+            }
+        }
+        if (!node.contentIsEmpty()) {
+            values.push_back(node.content());
+        }
+        for (auto child = node.nodes_.rbegin(); child != node.nodes_.rend(); ++child) {
+            pending.push_back(child->get());
+        }
+    }
+}
+
+int Node::dumping() const {
+    return dumping_;
+}
+
+void Node::dumping(int mode) {
+    dumping_ = mode;
+}
+
+bool Node::dumpingSample() const {
+    return dumping_ == SAMPLE;
+}
+
+bool Node::dumpingMetadata() const {
+    return dumping_ == METADATA;
+}
+
+bool Node::dumpingLog() const {
+    return dumping_ == LOG;
+}
+
+std::string & Node::text() {
+    return content_ ? content_->value() : text_;
+}
+
+tavSharedPtr<Content> const & Node::sharedContent() const {
+    if (!content_ && !text_.empty()) {
+        content_ = new Content(tav_istr(text_));
+    }
+    return content_;
+}
+
+Node::AttrIndex & Node::attrs() const {
+    if (!attrIndex_) {
+        attrIndex_ = std::make_unique<AttrIndex>();
+        for (tavSharedPtr<Attr> const & attr : attrs_) {
+            (*attrIndex_)[attr->name_] = attr;
+        }
+    }
+    if (!attrIndex_) {
+        tav::detail::raise(here("tav::xml::Node::attrs"), "null pAttrs_");
+    }
+    return *attrIndex_;
+}
+
+Node::NodeIndex & Node::nodes() const {
+    if (!nodeIndex_) {
+        nodeIndex_ = std::make_unique<NodeIndex>();
+        for (tavSharedPtr<Node> const & child : nodes_) {
+            nodeIndex_->emplace(child->tag_, child);
+        }
+    }
+    if (!nodeIndex_) {
+        tav::detail::raise(here("tav::xml::Node::nodes"), "null pNodes_");
+    }
+    return *nodeIndex_;
+}
+
+void Node::add(tavSharedPtr<Attr> attr) {
+    if (attrIndex_) {
+        (*attrIndex_)[attr->name_] = attr;
+    }
+    push(attrs_, std::move(attr));
+}
+
+void Node::append(tavSharedPtr<Node> child) {
+    if (nodeIndex_) {
+        nodeIndex_->emplace(child->tag_, child);
+    }
+    push(nodes_, std::move(child));
+}
+
+void Node::releaseTree() noexcept {
+    std::vector<tavSharedPtr<Node>> pending;
+    bool const outermost = remains == nullptr;
+    if (outermost) {
+        remains = &pending;
+        pending.swap(nodes_);
+    } else {
+        for (tavSharedPtr<Node> & child : nodes_) {
+            remains->push_back(std::move(child));
+        }
+    }
+    if (next_) {
+        remains->push_back(std::move(next_));
+    }
+    if (!outermost) {
+        return;
+    }
+    while (!pending.empty()) {
+        tavSharedPtr<Node> const node = std::move(pending.back());
+        pending.pop_back();
+    }
+    remains = nullptr;
+}
+
+std::ostream & operator<<(std::ostream & out, Node const & v) {
+    return out << v.encode(false, false, 0, true);
+}
+
+} // namespace xml
+} // namespace tav

@@ -1,0 +1,396 @@
+#include "tav/vinta/vinta_locks.h"
+
+#include "foundation/count_place.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <new>
+#include <system_error>
+
+#if defined(__has_feature)
+#define TAV_HAS_FEATURE(x) __has_feature(x)
+#else
+#define TAV_HAS_FEATURE(x) 0
+#endif
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || TAV_HAS_FEATURE(address_sanitizer) ||   \
+    TAV_HAS_FEATURE(thread_sanitizer)
+constexpr bool pooling = false;
+#else
+constexpr bool pooling = true;
+#endif
+
+using Guard = std::lock_guard<std::recursive_mutex>;
+
+/// What a counter's pointer leads to: the value under a mutex of its own, the kind that a tavMutex holds, in
+/// the same allocation.  `next` links a cell in a pool.
+template <class Self, class V>
+struct Cell {
+    using Value = V;
+
+    V get() {
+        Guard guard(mutex);
+        return value;
+    }
+
+    void set(V v) {
+        Guard guard(mutex);
+        value = v;
+    }
+
+    V add(V v) {
+        Guard guard(mutex);
+        return value += v;
+    }
+
+    V subtract(V v) {
+        Guard guard(mutex);
+        return value -= v;
+    }
+
+    std::recursive_mutex mutex;
+    Self * next = nullptr;
+    V value{};
+};
+
+/// Cells that a thread has given back and will use again.  Each cell is an allocation of its own, so it may
+/// end on another thread than the one that made it, and a full pool or an ending thread just frees it.
+/// Sanitized builds always allocate and free, so that a use after the end shows.
+template <class C>
+class Pool {
+public:
+    static C * take(typename C::Value value) {
+        State & state = state_;
+        C * cell = state.head;
+        if (cell == nullptr) {
+            cell = new C;
+        } else {
+            state.head = cell->next;
+            --state.size;
+        }
+        cell->value = value;
+        return cell;
+    }
+
+    static void give(C * cell) noexcept {
+        State & state = state_;
+        if (pooling && state.size < limit && (state.phase == Phase::open || open())) {
+            cell->next = state.head;
+            state.head = cell;
+            ++state.size;
+            return;
+        }
+        delete cell;
+    }
+
+private:
+    enum class Phase : unsigned char { fresh, open, ended };
+
+    /// Trivial, so that it can be used before the thread's own objects live and after they have gone.
+    struct State {
+        C * head;
+        unsigned size;
+        Phase phase;
+    };
+
+    /// Opens the thread's pool at its first use; false once the thread's end has closed it.
+    [[gnu::noinline]] static bool open() noexcept {
+        if (state_.phase == Phase::fresh) {
+            drain_.open();
+        }
+        return state_.phase == Phase::open;
+    }
+
+    /// Frees the thread's cells at its end; what dies later still is freed at once.
+    struct Drain {
+        void open() noexcept { state_.phase = Phase::open; }
+        ~Drain() {
+            State & state = state_;
+            state.phase = Phase::ended;
+            state.size = 0;
+            while (C * const cell = state.head) {
+                state.head = cell->next;
+                delete cell;
+            }
+        }
+    };
+
+    static constexpr unsigned limit = 4096;
+    // A few bytes, reached without a call.
+    [[gnu::tls_model("initial-exec")]] inline static thread_local State state_{nullptr, 0, Phase::fresh};
+    inline static thread_local Drain drain_;
+};
+
+} // namespace
+
+struct [[gnu::visibility("hidden")]] tavMutex::Impl {
+    std::recursive_mutex mutex;
+};
+
+tavMutex::tavMutex() : impl_(new (std::nothrow) Impl) {}
+
+tavMutex::~tavMutex() {
+    delete impl_;
+}
+
+void tavMutex::lock() const {
+    if (impl_ == nullptr) {
+        throw std::system_error(std::make_error_code(std::errc::not_enough_memory));
+    }
+    impl_->mutex.lock();
+}
+
+void tavMutex::unlock() const {
+    if (impl_ == nullptr) {
+        throw std::system_error(std::make_error_code(std::errc::operation_not_permitted));
+    }
+    impl_->mutex.unlock();
+}
+
+struct [[gnu::visibility("hidden")]] tavMonitor::Impl {
+    /// Waits once on the condition; the caller holds the mutex once.
+    bool wait(int ms) {
+        std::chrono::milliseconds const time(static_cast<long long>(static_cast<unsigned>(ms)));
+        ++waiters;
+        std::cv_status const status = condition.wait_until(mutex, std::chrono::steady_clock::now() + time);
+        --waiters;
+        return status == std::cv_status::no_timeout;
+    }
+
+    std::recursive_mutex mutex;
+    std::condition_variable_any condition;
+    /// Changed by holders of the mutex only, so a signaller who holds it and sees 0 has nobody to wake.
+    std::atomic<unsigned> waiters{0};
+};
+
+tavMonitor::tavMonitor() : impl_(new Impl) {}
+
+tavMonitor::~tavMonitor() {
+    delete impl_;
+}
+
+void tavMonitor::lock() const {
+    impl_->mutex.lock();
+}
+
+void tavMonitor::unlock() const {
+    impl_->mutex.unlock();
+}
+
+bool tavMonitor::wait(int ms) const {
+    Guard guard(impl_->mutex);
+    return impl_->wait(ms);
+}
+
+bool tavMonitor::waitInLock(int ms) const {
+    return impl_->wait(ms);
+}
+
+void tavMonitor::signal() const {
+    Guard guard(impl_->mutex);
+    signalInLock();
+}
+
+void tavMonitor::signalAll() const {
+    Guard guard(impl_->mutex);
+    signalAllInLock();
+}
+
+void tavMonitor::signalInLock() const {
+    if (impl_->waiters.load(std::memory_order_relaxed) != 0) {
+        impl_->condition.notify_one();
+    }
+}
+
+void tavMonitor::signalAllInLock() const {
+    if (impl_->waiters.load(std::memory_order_relaxed) != 0) {
+        impl_->condition.notify_all();
+    }
+}
+
+namespace {
+
+/// Where the next count of this thread goes; null if it is to come from the pool.
+[[gnu::tls_model("initial-exec")]] thread_local void * nextCount = nullptr;
+
+} // namespace
+
+void tav::detail::placeNextCount(void * place) noexcept {
+    nextCount = place;
+}
+
+struct [[gnu::visibility("hidden")]] tavAtomicInt::Impl : Cell<Impl, unsigned> {
+    static Impl * make() {
+        void * const place = nextCount;
+        if (place == nullptr) {
+            return Pool<Impl>::take(0);
+        }
+        static_assert(sizeof(Impl) <= tav::detail::countSize && alignof(Impl) <= alignof(void *),
+                      "the place is large enough");
+        nextCount = nullptr;
+        Impl * const made = new (place) Impl;
+        made->state = State::unknown;
+        return made;
+    }
+
+    /// Adds a reference.  The state changes here for the last time, ahead of the moment at which other
+    /// threads learn of the object, so they read it without a lock.
+    void refer() {
+        if (state == State::unknown) {
+            state = State::known;
+            value = 1;
+        } else {
+            add(1);
+        }
+    }
+
+    /// From the pool, or at a place: of an object that nobody but its maker knows, or of any other.
+    enum class State : unsigned char { pooled, unknown, known };
+    State state = State::pooled;
+};
+
+tavAtomicInt::tavAtomicInt() : impl_(Impl::make()) {}
+
+tavAtomicInt::tavAtomicInt(unsigned v) : impl_(Pool<Impl>::take(v)) {}
+
+tavAtomicInt::tavAtomicInt(tavAtomicInt const & other) : impl_(Pool<Impl>::take(other.get())) {}
+
+tavAtomicInt::~tavAtomicInt() {
+    if (impl_->state != Impl::State::pooled) {
+        impl_->~Impl();
+    } else {
+        Pool<Impl>::give(impl_);
+    }
+}
+
+unsigned tavAtomicInt::get() const {
+    return impl_->get();
+}
+
+void tavAtomicInt::set(unsigned v) {
+    impl_->set(v);
+}
+
+tavAtomicInt & tavAtomicInt::operator=(unsigned v) {
+    set(v);
+    return *this;
+}
+
+tavAtomicInt & tavAtomicInt::operator=(tavAtomicInt const & other) {
+    if (this != &other) {
+        set(other.get());
+    }
+    return *this;
+}
+
+unsigned tavAtomicInt::operator++() {
+    return impl_->add(1);
+}
+
+unsigned tavAtomicInt::operator--() {
+    return impl_->subtract(1);
+}
+
+unsigned tavAtomicInt::operator+=(unsigned v) {
+    return impl_->add(v);
+}
+
+unsigned tavAtomicInt::operator-=(unsigned v) {
+    return impl_->subtract(v);
+}
+
+struct [[gnu::visibility("hidden")]] tavAtomicInt64::Impl : Cell<Impl, unsigned long long>{};
+
+tavAtomicInt64::tavAtomicInt64() : impl_(Pool<Impl>::take(0)) {}
+
+tavAtomicInt64::tavAtomicInt64(unsigned long long v) : impl_(Pool<Impl>::take(v)) {}
+
+tavAtomicInt64::tavAtomicInt64(tavAtomicInt64 const & other) : impl_(Pool<Impl>::take(other.get())) {}
+
+tavAtomicInt64::~tavAtomicInt64() {
+    Pool<Impl>::give(impl_);
+}
+
+unsigned long long tavAtomicInt64::get() const {
+    return impl_->get();
+}
+
+void tavAtomicInt64::set(unsigned long long v) {
+    impl_->set(v);
+}
+
+tavAtomicInt64 & tavAtomicInt64::operator=(unsigned long long v) {
+    set(v);
+    return *this;
+}
+
+tavAtomicInt64 & tavAtomicInt64::operator=(tavAtomicInt64 const & other) {
+    if (this != &other) {
+        set(other.get());
+    }
+    return *this;
+}
+
+unsigned long long tavAtomicInt64::operator++() {
+    return impl_->add(1);
+}
+
+unsigned long long tavAtomicInt64::operator--() {
+    return impl_->subtract(1);
+}
+
+unsigned long long tavAtomicInt64::operator+=(unsigned long long v) {
+    return impl_->add(v);
+}
+
+unsigned long long tavAtomicInt64::operator-=(unsigned long long v) {
+    return impl_->subtract(v);
+}
+
+tavAtomicLong::tavAtomicLong() = default;
+
+unsigned long long tavAtomicLong::get() const {
+    unsigned long long const high = high_.get();
+    return high << 32 | low_.get();
+}
+
+unsigned long long tavAtomicLong::operator++() {
+    return *this += 1;
+}
+
+unsigned long long tavAtomicLong::operator+=(int v) {
+    unsigned const before = low_.get();
+    low_ += static_cast<unsigned>(v);
+    if (low_.get() < before) {
+        ++high_;
+    }
+    return get();
+}
+
+void tavRefCountObject::incRefCount() noexcept {
+    refCount_.impl_->refer();
+}
+
+void tavRefCountObject::decRefCount() noexcept {
+    if (refCount_.impl_->subtract(1) == 0) {
+        delete this;
+    }
+}
+
+unsigned tavRefCountObject::getRefCount() const noexcept {
+    return refCount_.get();
+}
+
+void tavRefCountObject::swap(tavRefCountObject & other) noexcept {
+    unsigned const mine = refCount_.get();
+    refCount_ = other.refCount_;
+    other.refCount_ = mine;
+}
+
+tavRefCountObject::~tavRefCountObject() = default;
+
+tavSharedObject::~tavSharedObject() = default;

@@ -1,0 +1,731 @@
+#include "tav/vinta/vinta_log.h"
+
+#include "foundation/build_stamp.h"
+#include "foundation/views.h"
+#include "tav/vinta/vinta_basetypes_codec.h"
+#include "tav/vinta/vinta_basetypes_failures.h"
+#include "tav/vinta/vinta_basetypes_time.h"
+#include "tav/vinta/vinta_basetypes_util.h"
+#include "tav/vinta/vinta_mt_thread.h"
+#include "tav/vinta/vinta_pml_tree.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <csignal>
+#include <cstdint>
+#include <fcntl.h>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <string_view>
+#include <sys/stat.h>
+#include <type_traits>
+#include <unistd.h>
+
+using tav::detail::bytesOf;
+
+namespace {
+
+/// The names of the levels, both ways: a null view for a level without a name, UNKNOWN for an unknown name.
+tav::vinta::EnumValues const & levelNames() {
+    // Never destroyed, as threads may log while the process ends.
+    static tav::vinta::EnumValues const * const table = [] {
+        auto names = std::make_unique<tav::vinta::EnumValues>();
+        names->add(tavLogger::ALL, "ALL");
+        names->add(tavLogger::TRACE, "TRACE");
+        names->add(tavLogger::VERBOSE, "VERBOSE");
+        names->add(tavLogger::DEBUG, "DEBUG");
+        names->add(tavLogger::INFO, "INFO");
+        names->add(tavLogger::WARN, "WARN");
+        names->add(tavLogger::ERROR, "ERROR");
+        names->add(tavLogger::ASSERT, "ASSERT");
+        names->add(tavLogger::OUT, "OUT");
+        names->add(tavLogger::NONE, "NONE");
+        names->add(tavLogger::UNKNOWN, "UNKNOWN");
+        return names.release();
+    }();
+    return *table;
+}
+
+std::string_view nameOf(int level) {
+    return bytesOf(levelNames().getName(level));
+}
+
+void appendNumber(std::string & out, long long value) {
+    char digits[24];
+    out.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
+}
+
+/// The thresholds.  A tag that was ever set keeps its node for the life of the process, so a node that a
+/// reader holds never goes, and forgetting a tag only marks it.  Readers take no lock unless they meet a rule
+/// being applied: `version_` is odd meanwhile, and they see each rule as a whole or not at all.
+class Levels {
+public:
+    bool passes(std::string_view tag, int level) const {
+        if (level < lowest_.load(std::memory_order_acquire)) {
+            return false;
+        }
+        unsigned const version = version_.load(std::memory_order_acquire);
+        int const threshold = thresholdOf(tag);
+        if (version % 2 == 0 && version_.load(std::memory_order_relaxed) == version) {
+            return level >= threshold;
+        }
+        std::lock_guard<std::mutex> const guard(mutex_);
+        return level >= thresholdOf(tag);
+    }
+
+    void set(std::string_view tag, int level) {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        unsigned const version = version_.load(std::memory_order_relaxed);
+        // Makes room first: from here on nothing may fail.
+        Node * const own = tag == "clear" || tag == "all" || tag == "default" ? nullptr : &node(tag);
+        version_.store(version + 1, std::memory_order_relaxed);
+        if (own != nullptr) {
+            own->level.store(level, std::memory_order_release);
+        } else {
+            if (tag != "default") {
+                int const others = tag == "clear" ? unset : level;
+                forEach([others](Node & node) {
+                    if (node.level.load(std::memory_order_relaxed) != unset) {
+                        node.level.store(others, std::memory_order_release);
+                    }
+                });
+            }
+            default_.store(level, std::memory_order_release);
+        }
+        updateLowest();
+        version_.store(version + 2, std::memory_order_release);
+    }
+
+    /// Each threshold as name and level: the default first, then the tags in ascending order.
+    std::string str() const {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        std::map<std::string_view, int> levels;
+        forEach([&levels](Node & node) {
+            int const level = node.level.load(std::memory_order_relaxed);
+            if (level != unset) {
+                levels.emplace(node.tag, level);
+            }
+        });
+        std::string out;
+        auto const append = [&out](std::string_view tag, int level) {
+            out.append(tag).append(1, '(').append(nameOf(level)).append(1, ')');
+        };
+        append("default", default_.load(std::memory_order_relaxed));
+        for (auto const & [tag, level] : levels) {
+            append(tag, level);
+        }
+        return out;
+    }
+
+private:
+    struct Node {
+        Node(std::string_view tagged, Node * following) : tag(tagged), next(following) {}
+
+        std::string const tag;
+        std::atomic<int> level{unset};
+        Node * const next;
+    };
+
+    static constexpr int unset = INT_MIN;
+    static constexpr std::size_t bucketCount = 64;
+
+    static std::size_t bucketOf(std::string_view tag) {
+        std::uint32_t hash = 2166136261u;
+        for (char const c : tag) {
+            hash = (hash ^ static_cast<unsigned char>(c)) * 16777619u;
+        }
+        return (hash ^ (hash >> 16)) % bucketCount;
+    }
+
+    int thresholdOf(std::string_view tag) const {
+        Node const * const node = find(tag);
+        int const own = node != nullptr ? node->level.load(std::memory_order_acquire) : unset;
+        return own != unset ? own : default_.load(std::memory_order_acquire);
+    }
+
+    Node * find(std::string_view tag) const {
+        Node * node = buckets_[bucketOf(tag)].load(std::memory_order_acquire);
+        while (node != nullptr && node->tag != tag) {
+            node = node->next;
+        }
+        return node;
+    }
+
+    Node & node(std::string_view tag) {
+        if (Node * const known = find(tag)) {
+            return *known;
+        }
+        std::atomic<Node *> & bucket = buckets_[bucketOf(tag)];
+        // Owned by the table for good, see above.
+        Node * const made = new Node(tag, bucket.load(std::memory_order_relaxed));
+        bucket.store(made, std::memory_order_release);
+        return *made;
+    }
+
+    template <class Visit>
+    void forEach(Visit visit) const {
+        for (std::atomic<Node *> const & bucket : buckets_) {
+            for (Node * at = bucket.load(std::memory_order_relaxed); at != nullptr; at = at->next) {
+                visit(*at);
+            }
+        }
+    }
+
+    void updateLowest() {
+        int lowest = default_.load(std::memory_order_relaxed);
+        forEach([&lowest](Node & node) {
+            int const level = node.level.load(std::memory_order_relaxed);
+            lowest = level != unset && level < lowest ? level : lowest;
+        });
+        lowest_.store(lowest, std::memory_order_release);
+    }
+
+    /// At most the lowest of all thresholds: what lies below is refused without a look-up.
+    std::atomic<int> lowest_{tavLogger::INFO};
+    std::atomic<int> default_{tavLogger::INFO};
+    std::array<std::atomic<Node *>, bucketCount> buckets_{};
+    std::atomic<unsigned> version_{0};
+    mutable std::mutex mutex_;
+};
+
+/// Made before any code runs, and never destroyed.
+Levels thresholds;
+static_assert(std::is_trivially_destructible<Levels>::value, "threads may log while the process ends");
+
+/// While it lives, writing to a pipe that nobody reads fails instead of raising SIGPIPE in the process.
+class PipeSignalHold {
+public:
+    PipeSignalHold() {
+        sigemptyset(&pipeSignal_);
+        sigaddset(&pipeSignal_, SIGPIPE);
+        sigset_t pending;
+        sigpending(&pending);
+        foreign_ = sigismember(&pending, SIGPIPE) == 1;
+        pthread_sigmask(SIG_BLOCK, &pipeSignal_, &former_);
+    }
+    ~PipeSignalHold() {
+        if (!foreign_) {
+            timespec const now{};
+            while (sigtimedwait(&pipeSignal_, nullptr, &now) == -1 && errno == EINTR) {
+            }
+        }
+        pthread_sigmask(SIG_SETMASK, &former_, nullptr);
+    }
+    PipeSignalHold(PipeSignalHold const &) = delete;
+    PipeSignalHold & operator=(PipeSignalHold const &) = delete;
+
+private:
+    sigset_t pipeSignal_;
+    sigset_t former_;
+    bool foreign_;
+};
+
+/// A log file while one record is written.  A file that can't be opened swallows what it is given.
+class LogFile {
+public:
+    explicit LogFile(std::string const & path)
+        : descriptor_(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666)) {
+        struct stat status {};
+        if (descriptor_ >= 0 && ::fstat(descriptor_, &status) == 0) {
+            regular_ = S_ISREG(status.st_mode);
+            size_ = regular_ ? static_cast<long long>(status.st_size) : 0;
+        }
+    }
+    ~LogFile() {
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+        }
+    }
+    LogFile(LogFile const &) = delete;
+    LogFile & operator=(LogFile const &) = delete;
+
+    /// A file that grows and can be set aside, not a device or a pipe.
+    bool regular() const { return regular_; }
+    long long size() const { return size_; }
+
+    void write(std::string_view text) const {
+        if (regular_) {
+            writeAll(text);
+        } else if (descriptor_ >= 0) {
+            PipeSignalHold const hold;
+            writeAll(text);
+        }
+    }
+
+private:
+    void writeAll(std::string_view text) const {
+        while (!text.empty()) {
+            ssize_t const written = ::write(descriptor_, text.data(), text.size());
+            if (written > 0) {
+                text.remove_prefix(static_cast<std::size_t>(written));
+            } else if (written == 0 || errno != EINTR) {
+                return;
+            }
+        }
+    }
+
+    int descriptor_;
+    bool regular_ = false;
+    long long size_ = 0;
+};
+
+/// Counts the forks that led to this process, so that a thread knows when its ids are out of date.
+std::atomic<unsigned> forkCount{0};
+
+unsigned processGeneration() {
+    static int const registered =
+        pthread_atfork(nullptr, nullptr, [] { forkCount.fetch_add(1, std::memory_order_relaxed); });
+    static_cast<void>(registered);
+    return forkCount.load(std::memory_order_relaxed);
+}
+
+/// "{", process, ".", thread, "}" and the build stamp, as they stand in each line of the calling thread.
+std::string_view idsAndStamp() {
+    // Plain memory, so that a thread may log until its very end.
+    struct Cache {
+        unsigned generation;
+        unsigned size;
+        char text[24 + sizeof TAV_BUILD_STAMP_UNDERSCORE];
+    };
+    thread_local Cache cache{};
+    unsigned const generation = processGeneration();
+    if (cache.size == 0 || cache.generation != generation) {
+        char * at = cache.text;
+        *at++ = '{';
+        at = std::to_chars(at, at + 10, tav_get_pid()).ptr;
+        *at++ = '.';
+        at = std::to_chars(at, at + 10, tav_get_tid()).ptr;
+        *at++ = '}';
+        for (char const * c = TAV_BUILD_STAMP_UNDERSCORE; *c != '\0'; ++c) {
+            *at++ = *c;
+        }
+        cache.generation = generation;
+        cache.size = static_cast<unsigned>(at - cache.text);
+    }
+    return std::string_view(cache.text, cache.size);
+}
+
+std::string makeBanner(std::string_view name, std::string_view version, int maxSize) {
+    std::string const rule(78, '=');
+    std::string out = "\n";
+    out.append(rule).append("\n");
+    out.append(name).append(" version ").append(version).append("\n");
+    out.append("TAV(Tandem Application Vehicle) " TAV_BUILD_STAMP "(release)\n");
+    out.append("Copyright (c) the TAV project team. All rights reserved.\n");
+    out.append("Compiled on: " TAV_BUILD_DATE " " TAV_BUILD_CLOCK "\n");
+    out.append("Log started: ").append(bytesOf(tavTime::now().str())).append("\n");
+    out.append("Log file max size: ");
+    appendNumber(out, maxSize);
+    out.append("\n").append(rule).append("\n");
+    return out;
+}
+
+} // namespace
+
+namespace tav {
+
+namespace TAV_IMPL_NAMESPACE {
+
+/// The state behind tavLogger.  There is one, made at first use and put back to its defaults by `finalize`;
+/// its own memory stays, as any thread may log at any time.
+class LoggerImpl {
+public:
+    struct LogRecord {
+        int level;
+        std::string text;
+    };
+    typedef tavMsgQueueThread<LogRecord> Writer;
+
+    static LoggerImpl & get() {
+        static LoggerImpl * const the = new LoggerImpl();
+        return *the;
+    }
+
+    void open(tav_istr path, tav_istr name, tav_istr levelText, tavLogger::Callback callback,
+              tav_istr version, int maxSize, bool console, int vipLevel) {
+        std::lock_guard<tavMutex const> const guard(mutex_);
+        std::string banner = makeBanner(bytesOf(name), bytesOf(version), maxSize);
+        {
+            Sinks sinks;
+            std::string_view const bytes = bytesOf(path);
+            sinks.path = std::string(bytes.substr(0, bytes.find('\0')));
+            sinks.wpath = tavString(path).toWstring();
+            sinks.maxSize = maxSize;
+            sinks.banner = banner;
+            std::lock_guard<std::mutex> const sinksGuard(sinksMutex_);
+            sinks.callback = sinks_.callback;
+            sinks_ = std::move(sinks);
+        }
+        post(LogRecord{tavLogger::INFO, std::move(banner)});
+        tavLogger::setLogLevel(levelText);
+        setSwitches(callback, console, vipLevel);
+        closeWriter();
+        tavSharedPtr<Writer> const writer(
+            new Writer("logger", -1, [this](LogRecord const & record) { handle(record); }));
+        setWriter(writer);
+        try {
+            writer->start();
+        } catch (...) {
+            setWriter(tavSharedPtr<Writer>());
+            throw;
+        }
+    }
+
+    void close() {
+        std::lock_guard<tavMutex const> const guard(mutex_);
+        closeWriter();
+    }
+
+    void flush() const {
+        if (tavSharedPtr<Writer> const to = writer()) {
+            to->flush();
+        }
+    }
+
+    void finalize() {
+        std::lock_guard<tavMutex const> const guard(mutex_);
+        closeWriter();
+        setSwitches(nullptr, false, tavLogger::WARN);
+        thresholds.set("clear", tavLogger::INFO);
+        std::lock_guard<std::mutex> const sinksGuard(sinksMutex_);
+        sinks_ = Sinks();
+    }
+
+    void setCallback(tavLogger::Callback callback) {
+        std::lock_guard<std::mutex> const guard(sinksMutex_);
+        sinks_.callback = callback;
+    }
+
+    void setSwitches(tavLogger::Callback callback, bool console, int vipLevel) {
+        setCallback(callback);
+        console_.store(console, std::memory_order_relaxed);
+        vipLevel_.store(vipLevel, std::memory_order_relaxed);
+    }
+
+    void post(LogRecord record) {
+        tavSharedPtr<Writer> const to = writer();
+        if (!to) {
+            handle(record);
+            return;
+        }
+        bool const urgent = record.level >= vipLevel_.load(std::memory_order_relaxed);
+        to->put(std::move(record));
+        if (urgent) {
+            // Does nothing on the writer's own thread, which can't wait for itself.
+            to->flush();
+        }
+    }
+
+    tavString str() const {
+        std::string out = "(";
+        out += thresholds.str();
+        out += console_.load(std::memory_order_relaxed) ? "__console(1)__vip(" : "__console(0)__vip(";
+        appendNumber(out, vipLevel_.load(std::memory_order_relaxed));
+        out += "))";
+        return tavString(out);
+    }
+
+private:
+    /// What the record handler needs.
+    struct Sinks {
+        std::string path;
+        std::wstring wpath;
+        int maxSize = 0;
+        std::string banner;
+        tavLogger::Callback callback = nullptr;
+    };
+
+    LoggerImpl() = default;
+
+    tavSharedPtr<Writer> writer() const {
+        std::lock_guard<std::mutex> const guard(writerMutex_);
+        return writer_;
+    }
+
+    void setWriter(tavSharedPtr<Writer> writer) {
+        // The former one ends behind the lock: it may still log.
+        std::lock_guard<std::mutex> const guard(writerMutex_);
+        writer_.swap(writer);
+    }
+
+    /// Ends the background thread, if there is one.  What it logs while it closes still goes through it; what
+    /// is left then is delivered with its end.
+    void closeWriter() {
+        if (tavSharedPtr<Writer> const former = writer()) {
+            former->close();
+            setWriter(tavSharedPtr<Writer>());
+        }
+    }
+
+    void handle(LogRecord const & record) {
+        tavLogger::Callback callback = nullptr;
+        std::string path;
+        std::string banner;
+        long long maxSize = 0;
+        {
+            std::lock_guard<std::mutex> const guard(sinksMutex_);
+            callback = sinks_.callback;
+            if (!sinks_.wpath.empty()) {
+                path = sinks_.path;
+                banner = sinks_.banner;
+                maxSize = sinks_.maxSize;
+            }
+        }
+        if (!path.empty()) {
+            std::lock_guard<std::mutex> const guard(fileMutex_);
+            writeToFile(path, banner, maxSize, record.text);
+        }
+        if (callback != nullptr) {
+            callback(record.level, record.text.c_str());
+        }
+    }
+
+    static void writeToFile(std::string const & path, std::string const & banner, long long maxSize,
+                            std::string const & text) {
+        {
+            LogFile const file(path);
+            bool const full = file.regular() && file.size() + static_cast<long long>(text.size()) > maxSize;
+            if (!full) {
+                file.write(text);
+                return;
+            }
+        }
+        std::string const backup = path + ".bak";
+        if (!tavUtil::moveFile(path, backup)) {
+            LogFile(path).write(text);
+            return;
+        }
+        debugger() << "logfile " << path << " moved to " << backup;
+        std::string whole;
+        whole.reserve(banner.size() + 1 + text.size());
+        whole.append(banner).append(1, '\n').append(text);
+        LogFile(path).write(whole);
+    }
+
+    /// Held through open, close and finalize; recursive, as a callback may run within.
+    tavMutex mutex_;
+
+    mutable std::mutex sinksMutex_;
+    Sinks sinks_;
+
+    /// One record at a time, so that a full file is set aside once.
+    std::mutex fileMutex_;
+
+    mutable std::mutex writerMutex_;
+    tavSharedPtr<Writer> writer_;
+
+    std::atomic<bool> console_{false};
+    std::atomic<int> vipLevel_{tavLogger::WARN};
+};
+
+} // namespace TAV_IMPL_NAMESPACE
+
+namespace impl = TAV_IMPL_NAMESPACE;
+
+} // namespace tav
+
+namespace {
+
+void logLine(tavLogger::LogLevel level, tav_istr text, char const * file, int line, char const * func) {
+    if (!tavLogger::isLoggable(tavLogger::DEFAULT_TAG(), level)) {
+        return;
+    }
+    std::string whole(bytesOf(text));
+    whole += '\n';
+    tavLogger::writeLog(tavLogger::DEFAULT_TAG(), level, tav_istr(whole), file, line, func);
+}
+
+/// What stands ahead of each line on the console.
+void writePrefix(std::ostream & out) {
+    out << tavTime::now().str() << '{' << tav::asHex(tav_get_pid(), 0, true) << '.'
+        << tav::asHex(tav_get_tid(), 0, true) << "} --- ";
+}
+
+/// Keeps lines of several threads apart.
+std::mutex consoleMutex;
+
+/// Writes to the standard output in one piece and flushes it.  Never throws: it also runs in destructors.
+void writeToConsole(std::string const & text) noexcept {
+    try {
+        std::lock_guard<std::mutex> const guard(consoleMutex);
+        PipeSignalHold const hold;
+        std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
+        std::cout.flush();
+    } catch (...) {
+        // A console that can't be written to has nobody to tell.
+    }
+}
+
+} // namespace
+
+tavLogger::tavLogger() = default;
+
+tav_istr tavLogger::DEFAULT_TAG() {
+    return tav_istr("TAV", 3u);
+}
+
+void tavLogger::open(tav_istr path, tav_istr name, tav_istr levels, Callback callback, tav_istr version,
+                     int maxSize, bool console, LogLevel vipLevel) {
+    tav::impl::LoggerImpl::get().open(path, name, levels, callback, version, maxSize, console, vipLevel);
+}
+
+void tavLogger::setup(tav_istr levels, Callback callback, bool console, LogLevel vipLevel) {
+    setLogLevel(levels);
+    tav::impl::LoggerImpl::get().setSwitches(callback, console, vipLevel);
+}
+
+void tavLogger::close() {
+    tav::impl::LoggerImpl::get().close();
+}
+
+void tavLogger::flush() {
+    tav::impl::LoggerImpl::get().flush();
+}
+
+void tavLogger::finalize() {
+    tav::impl::LoggerImpl::get().finalize();
+}
+
+bool tavLogger::isLoggable(tav_istr tag, LogLevel level) {
+    return thresholds.passes(bytesOf(tag), level);
+}
+
+void tavLogger::setLogLevel(tav_istr levels) {
+    tav::pml::Unit unit;
+    unit.decode(levels);
+    for (tavSharedPtr<tav::pml::Unit> const & child : unit) {
+        thresholds.set(child->name(), levelNames().getValue(tav_istr(child->value())));
+    }
+}
+
+void tavLogger::setLogLevel(tav_istr tag, LogLevel level) {
+    thresholds.set(bytesOf(tag), level);
+}
+
+void tavLogger::setLogLevel(LogLevel level) {
+    thresholds.set("default", level);
+}
+
+void tavLogger::setCallback(Callback callback) {
+    tav::impl::LoggerImpl::get().setCallback(callback);
+}
+
+void tavLogger::writeLog(tav_istr tag, LogLevel level, tav_istr text, char const * file, int line,
+                         char const * func) {
+    tavString const time = tavTime::now().str();
+    tavString const thread = tavThread::currentName();
+    std::string out;
+    out.reserve(160 + text.size());
+    out.append(bytesOf(time)).append(idsAndStamp());
+    out.append(1, '[').append(nameOf(level)).append("]{");
+    out.append(bytesOf(thread)).append("}[").append(bytesOf(tag)).append(1, ']');
+    out.append(bytesOf(tavUtil::getFuncName(func))).append(1, '(');
+    out.append(bytesOf(tavUtil::getFileName(file))).append(1, ':');
+    appendNumber(out, line);
+    out.append(") ").append(bytesOf(text));
+    tav::impl::LoggerImpl::get().post({level, std::move(out)});
+}
+
+tavString tavLogger::str() {
+    return tav::impl::LoggerImpl::get().str();
+}
+
+std::ostream & operator<<(std::ostream & out, tavLogger const &) {
+    return out << tavLogger::str();
+}
+
+void tav_log_setup(char const * levels) {
+    tavLogger::setup(tav_istr(levels), nullptr, true, tavLogger::WARN);
+    logLine(tavLogger::OUT, tavLogger::str(), __FILE__, __LINE__, "tav_log_setup");
+}
+
+void tav_log_trace_(char const * text, char const * file, int line, char const * func) {
+    logLine(tavLogger::TRACE, text, file, line, func);
+}
+
+void tav_log_verbose_(char const * text, char const * file, int line, char const * func) {
+    logLine(tavLogger::VERBOSE, text, file, line, func);
+}
+
+void tav_log_debug_(char const * text, char const * file, int line, char const * func) {
+    logLine(tavLogger::DEBUG, text, file, line, func);
+}
+
+void tav_log_info_(char const * text, char const * file, int line, char const * func) {
+    logLine(tavLogger::INFO, text, file, line, func);
+}
+
+void tav_log_warn_(char const * text, char const * file, int line, char const * func) {
+    logLine(tavLogger::WARN, text, file, line, func);
+}
+
+void tav_log_error_(char const * text, char const * file, int line, char const * func) {
+    logLine(tavLogger::ERROR, text, file, line, func);
+}
+
+void tav_log_out_(char const * text, char const * file, int line, char const * func) {
+    logLine(tavLogger::OUT, text, file, line, func);
+}
+
+namespace tav {
+
+console::console() {
+    writePrefix(out_);
+}
+
+console::~console() {
+    try {
+        out_ << '\n';
+        writeToConsole(out_.str());
+    } catch (...) {
+        // Out of memory: the line is lost.
+    }
+}
+
+std::string console::str() const {
+    return out_.str();
+}
+
+void console::print(std::string text) {
+    writeToConsole(text);
+}
+
+void console::println(std::string text) {
+    text += '\n';
+    writeToConsole(text);
+}
+
+debugger::debugger() {
+    writePrefix(out_);
+}
+
+debugger::~debugger() {
+    try {
+        out_ << '\n';
+        std::string const text = out_.str();
+        print(text);
+        writeToConsole(text);
+    } catch (...) {
+        // Out of memory: the line is lost.
+    }
+}
+
+std::string debugger::str() const {
+    return out_.str();
+}
+
+void debugger::print(std::string) {}
+
+void debugger::println(std::string text) {
+    text += '\n';
+    print(std::move(text));
+}
+
+} // namespace tav

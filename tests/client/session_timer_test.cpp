@@ -1,0 +1,308 @@
+#include "client/vinta_tls_client_impl_session.h"
+
+#include "support/log_capture.h"
+#include "support/session_rig.h"
+#include "support/tls_peer.h"
+
+#include <gtest/gtest.h>
+
+using namespace tav_test;
+using impl::session;
+
+namespace {
+
+constexpr unsigned long long all_ones = ~0ull;
+std::string const heartbeat(4, '\0');
+
+/// A connected session whose ticks and time are the test's.
+class Beating {
+public:
+    Beating() {
+        rig.freeze();
+        s = rig.connectBare(peer, server);
+        // The handshake took no time of this clock.
+        s->check_heartbeat(true);
+    }
+    /// A tick `ms` later, with all that follows from it.
+    void tickAfter(long long ms) {
+        rig.advance(ms);
+        s->on_timer(false);
+        finish();
+    }
+    /// A write ends in a chain of completions, each of which is posted by the one before it.
+    void finish() {
+        for (int i = 0; i < 5; ++i) {
+            rig.settle();
+        }
+    }
+
+    TlsPeer peer;
+    std::unique_ptr<TlsConnection> server;
+    SessionRig rig{"<a>"};
+    tavSharedPtr<session> s;
+};
+
+/// An option whose time-out is recorded with its arguments.
+tav::tls::connect_option limited(SessionRig & rig, TlsPeer const & peer, int wait_ms) {
+    tav::tls::connect_option option = rig.option(peer);
+    option.timedout = tav::tls::timedout_option(
+        wait_ms, [&rig](unsigned long long sno, unsigned short msgcode, bool cancelled) {
+            rig.events.add("timedout " + std::to_string(sno == all_ones) + std::to_string(msgcode) +
+                           (cancelled ? " cancelled" : ""));
+        });
+    return option;
+}
+
+} // namespace
+
+TEST(ConnectTimeout, FiresOnceAndClosesNothing) {
+    LogCapture log;
+    TlsPeer peer;
+    SessionRig rig("<a>");
+    rig.freeze();
+    auto const s = rig.startBare(limited(rig, peer, 1000));
+    auto const server = peer.accept();
+    ASSERT_TRUE(eventually([&] { return s->state() == 2; }));
+    rig.advance(995);
+    s->on_timer(false);
+    EXPECT_EQ(rig.events.count(), 0u);
+    rig.advance(1);
+    s->on_timer(false);
+    EXPECT_EQ(rig.events.all(), std::vector<std::string>{"timedout 165535"});
+    EXPECT_EQ(log.count("<a> connect timed out 996ms\n"), 1u);
+    EXPECT_EQ(log.find(" connect timed out ").level, tavLogger::INFO);
+    rig.advance(5000);
+    s->on_timer(false);
+    EXPECT_EQ(rig.events.count(), 1u);
+    EXPECT_EQ(s->state(), 2);
+
+    ASSERT_TRUE(server->handshake());
+    ASSERT_TRUE(rig.events.wait(2));
+    EXPECT_EQ(rig.events.all()[1], "open") << "the attempt goes on in the background";
+    EXPECT_TRUE(s->connected());
+}
+
+TEST(ConnectTimeout, CountsWhileTheAddressIsResolvedToo) {
+    TlsPeer peer;
+    SessionRig rig;
+    rig.freeze();
+    Gate gate;
+    rig.context()->post([&] { gate.pass(); });
+    ASSERT_TRUE(gate.waitArrived());
+    auto const s = rig.startBare(limited(rig, peer, 1000));
+    rig.advance(1000);
+    s->on_timer(false);
+    EXPECT_EQ(rig.events.count(), 1u);
+    gate.open();
+}
+
+TEST(ConnectTimeout, StartsWithTheConnectAndNotWithTheSession) {
+    TlsPeer peer;
+    SessionRig rig;
+    rig.freeze();
+    auto const s = rig.make(limited(rig, peer, 1000));
+    rig.advance(5000);
+    s->on_timer(false);
+    EXPECT_EQ(rig.events.count(), 0u);
+    s->connect();
+    rig.advance(500);
+    s->on_timer(false);
+    EXPECT_EQ(rig.events.count(), 0u);
+}
+
+TEST(ConnectTimeout, NoLimitNeverFires) {
+    TlsPeer peer;
+    SessionRig rig;
+    rig.freeze();
+    auto const s = rig.startBare(limited(rig, peer, 0));
+    auto const server = peer.accept();
+    rig.advance(100000000);
+    s->on_timer(false);
+    EXPECT_EQ(rig.events.count(), 0u);
+}
+
+TEST(ConnectTimeout, ConnectedSessionHasNone) {
+    TlsPeer peer;
+    SessionRig rig;
+    std::unique_ptr<TlsConnection> server;
+    auto const s = rig.connect(peer, server, limited(rig, peer, 60000));
+    rig.freeze();
+    rig.advance(120000);
+    s->on_timer(false);
+    EXPECT_EQ(rig.events.all(), std::vector<std::string>{"open"});
+}
+
+TEST(ConnectTimeout, IsTheTimersWork) {
+    TlsPeer peer;
+    SessionRig rig;
+    tavSharedPtr<session> s;
+    std::atomic<bool> own{false};
+    tav::tls::connect_option option = rig.option(peer);
+    option.timedout = tav::tls::timedout_option(1, [&](unsigned long long, unsigned short, bool) {
+        own = s->on_own_thread();
+        rig.events.add("timedout");
+    });
+    s = rig.make(option);
+    s->open();
+    s->connect();
+    auto const server = peer.accept();
+    ASSERT_TRUE(rig.events.wait(1));
+    EXPECT_TRUE(own);
+}
+
+TEST(Tick, StoppingDoesNothingAndGoesOn) {
+    Beating b;
+    b.rig.advance(100000);
+    EXPECT_TRUE(b.s->on_timer(true));
+    b.rig.settle();
+    EXPECT_TRUE(b.server->quiet(0));
+    EXPECT_EQ(b.rig.events.count(), 1u);
+    EXPECT_TRUE(b.s->on_timer(false));
+}
+
+TEST(Heartbeat, LeavesStrictlyAfterThirtySeconds) {
+    Beating b;
+    b.tickAfter(30000);
+    EXPECT_TRUE(b.server->quiet(0));
+    b.tickAfter(1);
+    EXPECT_EQ(b.server->receive(4), heartbeat);
+}
+
+TEST(Heartbeat, LeavesOnceAnInterval) {
+    Beating b;
+    b.tickAfter(30100);
+    EXPECT_EQ(b.server->receive(4), heartbeat);
+    b.tickAfter(100);
+    b.tickAfter(29900);
+    EXPECT_TRUE(b.server->quiet(0));
+    b.tickAfter(1);
+    EXPECT_EQ(b.server->receive(4), heartbeat);
+}
+
+TEST(Heartbeat, IsNotRepeatedWhileTheFirstStillWaits) {
+    Beating b;
+    Gate gate;
+    b.rig.context()->post([&] { gate.pass(); });
+    ASSERT_TRUE(gate.waitArrived());
+    for (long long const ms : {30001, 100, 100}) {
+        b.rig.advance(ms);
+        b.s->on_timer(false);
+    }
+    gate.open();
+    b.finish();
+    EXPECT_EQ(b.server->receive(4), heartbeat);
+    EXPECT_TRUE(b.server->quiet(0));
+}
+
+TEST(Heartbeat, CompletedWritePostponesIt) {
+    Beating b;
+    b.rig.advance(20000);
+    unsigned char const byte = 'x';
+    ASSERT_TRUE(b.s->send_raw(&byte, 1));
+    EXPECT_EQ(b.server->receiveFrame(), "x");
+    b.finish();
+    b.tickAfter(30000);
+    EXPECT_TRUE(b.server->quiet(0));
+    b.tickAfter(1);
+    EXPECT_EQ(b.server->receive(4), heartbeat);
+}
+
+TEST(Heartbeat, OffByDefault) {
+    Beating b;
+    b.s->check_heartbeat(false);
+    b.tickAfter(10000000);
+    EXPECT_TRUE(b.server->quiet(0));
+    EXPECT_TRUE(b.s->connected());
+    EXPECT_EQ(b.rig.events.count(), 1u);
+}
+
+TEST(Heartbeat, NoneBeforeTheConnection) {
+    TlsPeer peer;
+    SessionRig rig;
+    rig.freeze();
+    auto const s = rig.startBare(rig.option(peer));
+    s->check_heartbeat(true);
+    auto const server = peer.accept();
+    rig.advance(1000000);
+    s->on_timer(false);
+    EXPECT_NE(s->state(), 5);
+    EXPECT_EQ(rig.events.count(), 0u);
+}
+
+TEST(HeartbeatTimeout, ComesStrictlyAfterNinetySeconds) {
+    LogCapture log;
+    Beating b;
+    b.tickAfter(90000);
+    EXPECT_TRUE(b.s->connected());
+    b.tickAfter(1);
+    EXPECT_EQ(b.s->state(), 5);
+    ASSERT_TRUE(log.waitFor("<a> on std::error_code "));
+    b.rig.settle();
+    EXPECT_EQ(b.rig.events.all(), (std::vector<std::string>{"open", "heartbeat timedout"}))
+        << "no error follows it";
+    EXPECT_TRUE(log.inOrder({"<a> on heartbeat timedout\n", "<a> try passive close\n",
+                             "<a> passive closing...\n", "<a> socket closed.\n", "heartbeat timedout\n"}));
+    EXPECT_EQ(log.find(" on heartbeat timedout").level, tavLogger::INFO);
+    EXPECT_FALSE(log.contains(" global level on error "));
+}
+
+TEST(HeartbeatTimeout, OwnHeartbeatsDoNotCount) {
+    Beating b;
+    b.tickAfter(30001);
+    b.tickAfter(30001);
+    EXPECT_EQ(b.server->receive(8), heartbeat + heartbeat);
+    b.tickAfter(30001);
+    EXPECT_EQ(b.rig.events.all().back(), "heartbeat timedout");
+}
+
+TEST(HeartbeatTimeout, HeartbeatOfThePeerCounts) {
+    LogCapture log;
+    Beating b;
+    b.rig.advance(50000);
+    b.server->send(heartbeat);
+    ASSERT_TRUE(log.waitFor("<a> empty body"));
+    b.tickAfter(90000);
+    EXPECT_TRUE(b.s->connected());
+    b.tickAfter(1);
+    EXPECT_FALSE(b.s->connected());
+}
+
+TEST(HeartbeatTimeout, HeaderAloneCounts) {
+    LogCapture log;
+    Beating b;
+    b.rig.advance(50000);
+    b.server->send(frame("abcdef").substr(0, 6));
+    ASSERT_TRUE(log.waitFor("<a> received 4 bytes"));
+    b.rig.settle();
+    b.tickAfter(90000);
+    EXPECT_TRUE(b.s->connected());
+    b.tickAfter(1);
+    EXPECT_FALSE(b.s->connected());
+}
+
+TEST(HeartbeatTimeout, TellsNothingIfSomeoneElseClosed) {
+    Beating b;
+    b.rig.onIoThread([&] { b.s->active_close(); });
+    b.tickAfter(200000);
+    EXPECT_EQ(b.rig.events.count(), 1u);
+}
+
+TEST(HeartbeatTimeout, IsTheTimersWork) {
+    TlsPeer peer;
+    SessionRig rig;
+    std::unique_ptr<TlsConnection> server;
+    auto const s = rig.connect(peer, server);
+    s->check_heartbeat(true);
+    rig.freeze();
+    rig.advance(100000);
+    ASSERT_TRUE(rig.events.wait(2));
+    EXPECT_EQ(rig.events.all()[1], "heartbeat timedout");
+    EXPECT_TRUE(server->waitClosed());
+}
+
+TEST(Heartbeat, ClockThatStepsBackDoesNoHarm) {
+    Beating b;
+    b.tickAfter(-50000);
+    EXPECT_TRUE(b.server->quiet(0));
+    EXPECT_TRUE(b.s->connected());
+}

@@ -1,0 +1,226 @@
+#include "tav/vinta/vinta_nbr_unit.h"
+
+#include "support/nbr_bytes.h"
+#include "support/printed.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+using tav::nbr::_PrintNbr;
+using tav::nbr::ComplexValue;
+using tav::nbr::NbrInputStream;
+using tav::nbr::NbrOutputStream;
+using tav::nbr::parser;
+using tav::nbr::SimpleValue;
+using tav::nbr::ValueBase;
+using tav_test::bytes;
+using tav_test::printed;
+
+namespace {
+
+std::string dumped(ValueBase const & value, bool pretty = false, int level = 0) {
+    std::ostringstream out;
+    EXPECT_EQ(&out, &value.dump(out, pretty, level));
+    return out.str();
+}
+
+/// The dump of the value at the front of a document.
+std::string dumped(char const * document, bool pretty = false, int level = 0) {
+    std::string const data = bytes(document);
+    tav_istr view(data);
+    return dumped(*parser::from(view), pretty, level);
+}
+
+std::string binary(char const * data) {
+    std::string const content = bytes(data);
+    return dumped(SimpleValue(tav_istr(content), false));
+}
+
+std::string text(tav_istr data) {
+    return dumped(SimpleValue(data, true));
+}
+
+char const * const sample = "FF 01 28 01 01 01 05 02 F1 02 61 62 FF 01 29";
+char const * const nested = "FF 01 28 01 FF 01 28 80 00 FF 01 29 7F FF 01 28 FF 01 29 FF 01 29";
+
+/// A value of another class than the library's own.
+class Foreign : public ValueBase {
+public:
+    bool simple() const override { return true; }
+    std::ostream & dump(std::ostream & out, bool pretty, int level) const override {
+        return out << "<foreign " << pretty << ' ' << level << '>';
+    }
+};
+
+} // namespace
+
+TEST(NbrDump, NoDataIsTheLengthOnly) {
+    EXPECT_EQ("[0]", dumped(SimpleValue(true)));
+    EXPECT_EQ("[0]", dumped(SimpleValue(false)));
+    EXPECT_EQ("[0]", text(tav_istr("", 0u)));
+    EXPECT_EQ("[0]", text(tav_istr(static_cast<char const *>(nullptr), 5u)));
+}
+
+TEST(NbrDump, TextIsMasked) {
+    EXPECT_EQ("[11]\"hel***rld[11]\"", text("hello world"));
+    EXPECT_EQ("[2]\"ab***[2]\"", text("ab"));
+    EXPECT_EQ("[3]\"abc***[3]\"", text("abc"));
+    EXPECT_EQ("[5]\"abc***de[5]\"", text("abcde"));
+    EXPECT_EQ("[6]\"abc***def[6]\"", text("abcdef"));
+}
+
+TEST(NbrDump, OneOrTwoBytesAreAShort) {
+    EXPECT_EQ("[1]5", binary("05"));
+    EXPECT_EQ("[1]255", binary("FF"));
+    EXPECT_EQ("[2]-1", binary("FF FF"));
+    EXPECT_EQ("[2]300", binary("2C 01"));
+    EXPECT_EQ("[2]-32768", binary("00 80"));
+}
+
+TEST(NbrDump, ThreeOrFourBytesAreAnInt) {
+    EXPECT_EQ("[3]16777215", binary("FF FF FF"));
+    EXPECT_EQ("[4]-1", binary("FF FF FF FF"));
+    EXPECT_EQ("[4]-2147483648", binary("00 00 00 80"));
+}
+
+TEST(NbrDump, FiveToEightBytesAreALongLong) {
+    EXPECT_EQ("[5]1099511627775", binary("FF FF FF FF FF"));
+    EXPECT_EQ("[7]72057594037927935", binary("FF FF FF FF FF FF FF"));
+    EXPECT_EQ("[8]-1", binary("FF FF FF FF FF FF FF FF"));
+    EXPECT_EQ("[8]-9223372036854775808", binary("00 00 00 00 00 00 00 80"));
+}
+
+TEST(NbrDump, MoreBytesAreTheirEnds) {
+    EXPECT_EQ("[9][00010203]***[05060708]", binary("00 01 02 03 04 05 06 07 08"));
+    EXPECT_EQ("[12][00010203]***[08090A0B]", binary("00 01 02 03 04 05 06 07 08 09 0A 0B"));
+    EXPECT_EQ("[10][FFFEFDFC]***[F9F8F7F6]", binary("FF FE FD FC FB FA F9 F8 F7 F6"));
+}
+
+TEST(NbrDump, ObjectOnOneLine) {
+    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", dumped(sample));
+    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", dumped(sample, false, 7));
+}
+
+TEST(NbrDump, ObjectPretty) {
+    EXPECT_EQ("{\n    1[1]5\n    2[2]\"ab***[2]\"\n}", dumped(sample, true));
+    EXPECT_EQ("{\n            1[1]5\n            2[2]\"ab***[2]\"\n        }", dumped(sample, true, 2));
+}
+
+TEST(NbrDump, EmptyObject) {
+    EXPECT_EQ("{ }", dumped("FF 01 28 FF 01 29"));
+    EXPECT_EQ("{\n}", dumped("FF 01 28 FF 01 29", true));
+    EXPECT_EQ("{ }", dumped(ComplexValue()));
+}
+
+TEST(NbrDump, NestedObject) {
+    EXPECT_EQ("{ 1{ -128[] } 127{ } }", dumped(nested));
+    EXPECT_EQ("{\n    1{\n        -128[]\n    }\n    127{\n    }\n}", dumped(nested, true));
+}
+
+TEST(NbrDump, TreesMadeByHandPrintAsParsedOnes) {
+    ComplexValue inner;
+    inner.add('\x80', nullptr);
+    ComplexValue root;
+    root.add(1, tavSharedPtr<ValueBase>(&inner, false));
+    root.add(127, tavSharedPtr<ValueBase>(new ComplexValue));
+    EXPECT_EQ(dumped(nested), dumped(root));
+    EXPECT_EQ(dumped(nested, true), dumped(root, true));
+    EXPECT_EQ(dumped(nested, true, 3), dumped(root, true, 3));
+}
+
+TEST(NbrDump, ParsedValuesInATreeMadeByHand) {
+    std::string const data = bytes(nested);
+    tav_istr view(data);
+    ComplexValue root;
+    root.add(1, parser::from(view));
+    root.add(2, tavSharedPtr<ValueBase>(new SimpleValue("abc", true)));
+    EXPECT_EQ("{\n    1{\n        1{\n            -128[]\n        }\n        127{\n        }\n    }\n"
+              "    2[3]\"abc***[3]\"\n}",
+              dumped(root, true));
+}
+
+TEST(NbrDump, ForeignValuesPrintThemselves) {
+    ComplexValue inner;
+    inner.add(2, tavSharedPtr<ValueBase>(new Foreign));
+    ComplexValue root;
+    root.add(1, tavSharedPtr<ValueBase>(&inner, false));
+    EXPECT_EQ("{ 1{ 2<foreign 0 2> } }", dumped(root));
+    EXPECT_EQ("{\n        1{\n            2<foreign 1 3>\n        }\n    }", dumped(root, true, 1));
+}
+
+TEST(NbrDump, StreamFormatDoesNotMatter) {
+    std::string const data = bytes(sample);
+    tav_istr view(data);
+    std::ostringstream out;
+    out << std::hex << std::showpos;
+    parser::from(view)->dump(out, false, 0);
+    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", out.str());
+}
+
+TEST(NbrDump, DeepIndentation) {
+    std::string document;
+    for (int i = 0; i < 40; ++i) {
+        document += bytes("FF 01 28 01");
+    }
+    document += bytes("01 01 05");
+    tav_istr view(document);
+    std::string const all = dumped(*parser::from(view), true);
+    EXPECT_NE(std::string::npos,
+              all.find("\n" + std::string(160, ' ') + "1[1]5\n" + std::string(156, ' ') + "}"));
+}
+
+TEST(NbrPrint, InputStreamPutsNothingBetweenValues) {
+    NbrInputStream const s(bytes("01 01 05 F1 01 61 FF 01 28 FF 01 29"));
+    EXPECT_EQ("[1]5[1]\"a***[1]\"{ }", printed(s));
+    std::ostringstream out;
+    EXPECT_EQ(&out, &s.dump(out, false));
+    EXPECT_EQ("[1]5[1]\"a***[1]\"{ }", out.str());
+}
+
+TEST(NbrPrint, PrettyEndsEachValueWithALine) {
+    NbrInputStream const s(bytes("01 01 05 FF 01 28 01 00 FF 01 29"));
+    std::ostringstream out;
+    s.dump(out, true);
+    EXPECT_EQ("[1]5\n{\n    1[]\n}\n", out.str());
+}
+
+TEST(NbrPrint, TheSameBeforeAndAfterTheValuesWereAskedFor) {
+    NbrInputStream const s(bytes(nested));
+    std::string const before = printed(s);
+    EXPECT_EQ(1, std::distance(s.begin(), s.end()));
+    EXPECT_TRUE(s.getChild(1));
+    EXPECT_EQ(before, printed(s));
+}
+
+TEST(NbrPrint, StreamOfAValue) {
+    NbrInputStream const s(tavSharedPtr<ValueBase>(new SimpleValue("abc", true)));
+    EXPECT_EQ("[3]\"abc***[3]\"", printed(s));
+    EXPECT_EQ("", printed(NbrInputStream(tavSharedPtr<ValueBase>())));
+}
+
+TEST(NbrPrint, OutputStreamPrintsItsOwnBytes) {
+    NbrOutputStream s;
+    s << 5 << "ab";
+    EXPECT_EQ("[1]5[2]\"ab***[2]\"", printed(s));
+    EXPECT_EQ("", printed(NbrOutputStream()));
+}
+
+TEST(NbrPrint, RawBytes) {
+    std::string const data = bytes(sample);
+    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", printed(_PrintNbr(tav_istr(data), false)));
+    EXPECT_EQ("{\n    1[1]5\n    2[2]\"ab***[2]\"\n}\n", printed(_PrintNbr(tav_istr(data), true)));
+    tav_nbr_buf const buf{data.data(), static_cast<unsigned>(data.size())};
+    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", printed(buf));
+    tav_nbr_buf const none{nullptr, 0};
+    EXPECT_EQ("", printed(none));
+}
+
+TEST(NbrPrint, BadBytesFail) {
+    EXPECT_THROW(printed(_PrintNbr(tav_istr("(("), false)), std::invalid_argument);
+    NbrOutputStream s;
+    s.writeRaw("((");
+    EXPECT_THROW(printed(s), std::invalid_argument);
+}
