@@ -43,6 +43,13 @@ bool eventually(F const & condition) {
     return true;
 }
 
+/// Takes a millisecond for each of more values than the longest wait has.
+constexpr int backlog = 5000;
+
+void nap() {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+}
+
 std::vector<int> numbers(int count) {
     std::vector<int> all(static_cast<std::size_t>(count));
     std::iota(all.begin(), all.end(), 0);
@@ -554,4 +561,119 @@ TEST(TavMsgQueueThread, BaseMonitorIsNotTheQueues) {
     std::thread([&] { queue->on_stop(); }).join();
     queue->unlock();
     queue->close();
+}
+
+TEST(TavMsgQueueThread, CloseAndDestructorTogetherWaitAboutASecondForABacklog) {
+    std::promise<void> entered;
+    std::vector<int> seen;
+    Clock::time_point start;
+    {
+        QueuePtr const queue = make([&](int const & i) {
+            if (i == 0) {
+                entered.set_value();
+            }
+            seen.push_back(i);
+            nap();
+        });
+        for (int i = 0; i < backlog; ++i) {
+            queue->put(i);
+        }
+        queue->start();
+        entered.get_future().wait();
+        start = Clock::now();
+        queue->close();
+        EXPECT_GE(millisSince(start), 900);
+    }
+    EXPECT_LT(millisSince(start), 2500);
+    EXPECT_LT(seen.size(), static_cast<std::size_t>(backlog));
+    EXPECT_EQ(numbers(static_cast<int>(seen.size())), seen);
+}
+
+TEST(TavMsgQueueThread, CloseLetsTheThreadHandleTheBatchThatItHas) {
+    std::promise<void> entered;
+    LogCapture log;
+    std::vector<int> seen;
+    QueuePtr const queue = make([&](int const & i) {
+        if (i == 0) {
+            entered.set_value();
+            log.waitFor("thead on_stop ");
+        }
+        seen.push_back(i);
+    });
+    for (int i = 0; i < 100; ++i) {
+        queue->put(i);
+    }
+    queue->start();
+    entered.get_future().wait();
+    queue->close();
+    EXPECT_EQ(numbers(100), seen);
+}
+
+TEST(TavMsgQueueThread, FlushOnTheCallerEndsAfterAboutASecondAndLosesNothing) {
+    std::vector<int> seen;
+    bool slow = true;
+    QueuePtr const queue = make([&](int const & i) {
+        seen.push_back(i);
+        if (slow) {
+            nap();
+        }
+    });
+    for (int i = 0; i < backlog; ++i) {
+        queue->put(i);
+    }
+    Clock::time_point const start = Clock::now();
+    queue->flush();
+    EXPECT_GE(millisSince(start), 900);
+    EXPECT_LT(millisSince(start), 2500);
+    ASSERT_LT(seen.size(), static_cast<std::size_t>(backlog));
+    slow = false;
+    queue->put(backlog);
+    queue->flush();
+    queue->flush();
+    EXPECT_EQ(numbers(backlog + 1), seen);
+}
+
+TEST(TavMsgQueueThread, DestructorWaitsAboutASecondForABacklog) {
+    std::vector<int> seen;
+    Clock::time_point start;
+    {
+        QueuePtr const queue = make([&](int const & i) {
+            seen.push_back(i);
+            nap();
+        });
+        for (int i = 0; i < backlog; ++i) {
+            queue->put(i);
+        }
+        start = Clock::now();
+    }
+    EXPECT_GE(millisSince(start), 900);
+    EXPECT_LT(millisSince(start), 2500);
+    EXPECT_EQ(numbers(static_cast<int>(seen.size())), seen);
+}
+
+TEST(TavMsgQueueThread, StoppedThreadLeavesTheRestInItsOrder) {
+    std::promise<void> entered;
+    std::vector<int> seen;
+    std::atomic<bool> slow{true};
+    QueuePtr const queue = make([&](int const & i) {
+        if (i == 0) {
+            entered.set_value();
+        }
+        seen.push_back(i);
+        if (slow) {
+            nap();
+        }
+    });
+    for (int i = 0; i < backlog; ++i) {
+        queue->put(i);
+    }
+    queue->start();
+    entered.get_future().wait();
+    queue->close();
+    ASSERT_LT(seen.size(), static_cast<std::size_t>(backlog));
+    slow = false;
+    queue->put(backlog);
+    queue->flush();
+    queue->flush();
+    EXPECT_EQ(numbers(backlog + 1), seen);
 }

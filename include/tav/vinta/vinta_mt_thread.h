@@ -246,6 +246,10 @@ private:
 /// One thread that hands the values of a queue to a handler, in the order of put.  It takes all that is there
 /// at once and calls the handler without a lock, so a slow handler blocks no producer.  The handler never
 /// runs twice at the same time.  An exception out of it is logged, and the value counts as handled.
+///
+/// Nobody waits for a backlog longer than about a second, and the value being handled: the end is looked for
+/// between two values.  A close lets the thread go on with the values that it has taken; when the second is
+/// over, the rest stays in the queue, in its order.
 /// Thread safety: all operations.
 template <class T>
 class TAV_API tavMsgQueueThread : public tavThread {
@@ -255,11 +259,11 @@ public:
     tavMsgQueueThread(tav_istr name, int timeout, std::function<void(T const &)> handler)
         : tavThread(name), handler_(std::move(handler)), timeout_(timeout) {}
 
-    /// Handles what is left, for about a second at most.
+    /// Handles what is left, for what a close has left of its second; what is left then is dropped.
     ~tavMsgQueueThread() override {
         timeout_ = 0;
-        Clock::time_point const end = Clock::now() + flushLimit();
-        while (length() != 0 && Clock::now() < end) {
+        end_ = Clock::now() + afterStop_;
+        while (!done() && Clock::now() < end_) {
             onLoop();
         }
     }
@@ -283,19 +287,19 @@ public:
         if (onOwnThread()) {
             return;
         }
-        Clock::time_point const end = Clock::now() + flushLimit();
+        Clock::time_point const end = Clock::now() + limit();
         std::unique_lock<tavMonitor const> guard(queueMonitor_);
-        if (inHand_ != 0 && worker_ == std::this_thread::get_id()) {
+        if (inHand_ && worker_ == std::this_thread::get_id()) {
             return;
         }
-        while (!queue_.empty() || inHand_ != 0) {
+        while (!doneInLock()) {
             Clock::time_point const now = Clock::now();
             if (now >= end) {
                 return;
             }
-            if (inHand_ == 0 && !loopRunning()) {
+            if (!inHand_ && !loopRunning()) {
                 guard.unlock();
-                step(0);
+                step(0, end);
                 guard.lock();
                 continue;
             }
@@ -308,7 +312,7 @@ public:
 
     /// Waits for values once and hands them to the handler.  Always true.
     bool on_loop() override {
-        step(timeout_);
+        step(timeout_, end_);
         return true;
     }
 
@@ -321,10 +325,29 @@ private:
     using Clock = std::chrono::steady_clock;
     using Guard = std::lock_guard<tavMonitor const>;
 
-    static std::chrono::milliseconds flushLimit() { return std::chrono::milliseconds(1000); }
+    /// How long anybody waits for a backlog.
+    static Clock::duration limit() { return std::chrono::milliseconds(1000); }
+
+    /// The end of a round that goes on until a stop is asked for.
+    static Clock::time_point never() { return Clock::time_point::max(); }
 
     /// How often a flush looks whether the thread still runs, in milliseconds.
     static constexpr long long flushSlice = 20;
+
+    /// Gives the hand free again, whatever ended the round.
+    struct Release {
+        explicit Release(tavMsgQueueThread & queue) : queue_(queue) {}
+        ~Release() {
+            Guard guard(queue_.queueMonitor_);
+            queue_.inHand_ = false;
+            queue_.queueMonitor_.signalAllInLock();
+        }
+        Release(Release const &) = delete;
+        Release & operator=(Release const &) = delete;
+
+    private:
+        tavMsgQueueThread & queue_;
+    };
 
     /// Those who flush wait on the same monitor as the thread: with one of them there, one signal might miss
     /// it.
@@ -336,64 +359,74 @@ private:
         }
     }
 
-    std::size_t length() const {
+    bool doneInLock() const { return !inHand_ && batch_.empty() && queue_.empty(); }
+
+    bool readyInLock() const { return !inHand_ && !(batch_.empty() && queue_.empty()); }
+
+    bool done() const {
         Guard guard(queueMonitor_);
-        return queue_.size() + inHand_;
+        return doneInLock();
     }
 
-    /// Takes the whole queue, after one wait if there is nothing to take, and handles it.
-    void step(int ms) {
-        {
-            Guard guard(queueMonitor_);
-            if ((queue_.empty() || inHand_ != 0) && !stopping()) {
-                queueMonitor_.waitInLock(ms);
-            }
-            if (queue_.empty() || inHand_ != 0) {
-                return;
-            }
+    /// Takes what a round left, else the whole queue, after one wait if there is nothing to take.
+    bool take(int ms) {
+        Guard guard(queueMonitor_);
+        if (!readyInLock() && !stopping()) {
+            queueMonitor_.waitInLock(ms);
+        }
+        if (!readyInLock()) {
+            return false;
+        }
+        if (batch_.empty()) {
             batch_.swap(queue_);
-            inHand_ = batch_.size();
-            worker_ = std::this_thread::get_id();
         }
-        try {
-            while (!batch_.empty()) {
-                if (handler_) {
-                    handler_(batch_.front());
-                }
-                batch_.pop_front();
-            }
-        } catch (...) {
-            batch_.pop_front();
-            release();
-            throw;
-        }
-        release();
+        inHand_ = true;
+        worker_ = std::this_thread::get_id();
+        return true;
     }
 
-    /// Gives the hand free again.  What an exception left of the batch goes back to the front of the queue.
-    void release() {
-        Guard guard(queueMonitor_);
-        if (!batch_.empty()) {
-            for (T & item : queue_) {
-                batch_.push_back(std::move(item));
-            }
-            queue_.clear();
-            queue_.swap(batch_);
+    /// Handles what it takes, at least one value, up to `end`; without one, up to about a second behind a
+    /// stop.
+    void step(int ms, Clock::time_point end) {
+        if (!take(ms)) {
+            return;
         }
-        inHand_ = 0;
-        queueMonitor_.signalAllInLock();
+        Release const release(*this);
+        bool const untilStop = end == never();
+        do {
+            handleFront();
+            if (untilStop && end == never() && stopping()) {
+                end = Clock::now() + afterStop_;
+            }
+        } while (!batch_.empty() && (end == never() || Clock::now() < end));
+        if (untilStop && end != never()) {
+            afterStop_ = std::max(end - Clock::now(), Clock::duration::zero());
+        }
+    }
+
+    void handleFront() {
+        struct Pop {
+            std::deque<T> & from;
+            ~Pop() { from.pop_front(); }
+        } const pop{batch_};
+        if (handler_) {
+            handler_(batch_.front());
+        }
     }
 
     std::function<void(T const &)> handler_;
     int timeout_;
     tavMonitor queueMonitor_;
     std::deque<T> queue_;
-    /// The values being handled; belongs to the one who set `inHand_`.
+    /// The values being handled, all ahead of those of `queue_`; belongs to the one who set `inHand_`.
     std::deque<T> batch_;
-    /// The size of the batch as it was taken, 0 if there is none.
-    std::size_t inHand_ = 0;
+    bool inHand_ = false;
     /// Who handles the batch.
     std::thread::id worker_;
+    /// What is left of the second behind a stop; belongs to the one who set `inHand_`.
+    Clock::duration afterStop_ = limit();
+    /// When a round ends at the latest.
+    Clock::time_point end_ = never();
     /// How many wait in flush.
     unsigned flushers_ = 0;
 };
