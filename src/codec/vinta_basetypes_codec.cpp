@@ -46,6 +46,11 @@ tavCodecMeta & tavCodecMeta::operator=(tavCodecMeta const & other) {
 }
 
 tav::Range const & tavCodecMeta::range() const {
+    if (isProtected) {
+        // Never destroyed, as fields may be checked until the process ends.
+        static tav::Range const & none = *new tav::Range;
+        return none;
+    }
     tav::Range const * held = range_.load(std::memory_order_acquire);
     if (held == nullptr) {
         auto made = std::make_unique<tav::Range const>(spec);

@@ -41,9 +41,17 @@ void tell(Site site, std::string_view mark, std::string_view text) noexcept {
 
 } // namespace
 
+std::string shownText(std::string_view text) {
+    std::string shown;
+    for (std::size_t nul; (nul = text.find('\0')) != std::string_view::npos; text.remove_prefix(nul + 1)) {
+        shown.append(text.substr(0, nul)).append("\\0");
+    }
+    return shown.append(text);
+}
+
 void raise(Site site, std::string_view message) {
-    tell(site, "<EXCEPTION> ", message);
-    std::string text(message);
+    std::string text = shownText(message);
+    tell(site, "<EXCEPTION> ", text);
     text += "\n    throw at ";
     text += shortForm(site);
     throw std::invalid_argument(text);

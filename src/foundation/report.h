@@ -4,6 +4,7 @@
 #include "tav/vinta/vinta_log.h"
 
 #include <sstream>
+#include <string>
 #include <string_view>
 
 /// How the library's own code tells the log and its callers what happened.  Internal.
@@ -23,8 +24,11 @@ constexpr Site here(char const * func, char const * file = __builtin_FILE(),
     return Site{file, line, func};
 }
 
+/// A text as failures show it: each NUL byte as a backslash and a zero, so that what() shows all of it.
+std::string shownText(std::string_view text);
+
 /// Logs "<EXCEPTION> " and the message at ERROR, if that is loggable, and throws std::invalid_argument with
-/// the message, "\n    throw at " and the site's short form.
+/// the message, "\n    throw at " and the site's short form.  The message is shown as by shownText.
 [[noreturn]] void raise(Site site, std::string_view message);
 
 /// Tells of a failed assertion: throws std::invalid_argument with "assert failure: " and the condition alone.

@@ -232,7 +232,7 @@ namespace tav {
 Exception::Exception(char const * file, unsigned line, char const * func, tav_istr message)
     : info_(file, line, func),
       message_(bytesOf(message)),
-      text_("(tav::Exception) " + message_ + "\n    throw at " + shortForm(info_)) {}
+      text_("(tav::Exception) " + detail::shownText(message_) + "\n    throw at " + shortForm(info_)) {}
 
 Exception::~Exception() = default;
 

@@ -77,7 +77,6 @@ private:
         }
     }
 
-    /// The range is set up from whatever text the meta has, also from the mask of a protected number.
     void checkNumber() const {
         if (field_.meta.rangeIsEmpty()) {
             return;
@@ -107,17 +106,20 @@ private:
         }
     }
 
-    /// A large integer that came as a string.  No sign is let through.
+    /// A large integer that came as a string: digits, and one sign ahead of them if the type has one.
     void checkDigits() const {
-        tavString const & text = unit_.stringValue()->getValue();
-        bool const digits = !text.empty() && std::all_of(text.begin(), text.end(),
-                                                         [](char c) { return c >= '0' && c <= '9'; });
-        if (!digits) {
+        std::string_view const text = bytesOf(unit_.stringValue()->getValue());
+        bool const sign = field_.meta.type == field_type::int64_ && !text.empty() &&
+                          (text.front() == '-' || text.front() == '+');
+        std::string_view const digits = text.substr(sign ? 1 : 0);
+        if (digits.empty() ||
+            !std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; })) {
             fail(" not all digits for large integer");
         }
         if (!field_.meta.rangeIsEmpty()) {
             // A number beyond 64 bits counts with its low ones.
-            checkRange(static_cast<long long>(tav::detail::numberOfKey(text)), bytesOf(text));
+            checkRange(static_cast<long long>(tav::detail::numberOfKey(tav_istr(text.data(), text.size()))),
+                       text);
         }
     }
 

@@ -91,6 +91,17 @@ TEST(TavCodecMeta, RangeIsSetUpWhenFirstAsked) {
     EXPECT_EQ(log.count("invalid pattern"), 1u);
 }
 
+TEST(TavCodecMeta, ProtectedFieldHasNoRangeWhateverItsMask) {
+    tav_test::LogCapture log;
+    for (char const * const mask : {"***", "...***...", "5", "1..9", "1.3", ""}) {
+        tavCodecMeta const meta(3, true, mask);
+        EXPECT_TRUE(meta.checkRange(1234)) << mask;
+        EXPECT_TRUE(meta.rangeIsEmpty()) << mask;
+        EXPECT_TRUE(meta.range().empty()) << mask;
+    }
+    EXPECT_TRUE(log.records().empty());
+}
+
 TEST(TavCodecMeta, MakingAndCopyingOneAllocatesNothing) {
     unsigned long const before = allocations;
     for (int i = 0; i < 10; ++i) {

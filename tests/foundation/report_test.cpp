@@ -2,6 +2,7 @@
 
 #include "support/log_capture.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
+#include "tav/vinta/vinta_json_parser.h"
 
 #include <gtest/gtest.h>
 
@@ -44,6 +45,26 @@ TEST(Report, HereIsTheCallersPlace) {
 TEST(Report, RaisedTextEndsInItsPlace) {
     EXPECT_EQ(raised(site, "bad"), "bad\n    throw at Class::name(y.cpp:7)");
     EXPECT_EQ(raised(site, ""), "\n    throw at Class::name(y.cpp:7)");
+}
+
+TEST(Report, NulOfTheMessageIsShownAndEndsNothing) {
+    LogCapture log;
+    std::string const message("a\0b\0", 4);
+    EXPECT_EQ(raised(site, message), "a\\0b\\0\n    throw at Class::name(y.cpp:7)");
+    ASSERT_TRUE(log.waitFor("<EXCEPTION> a\\0b\\0\n"));
+    tav::Exception const e(site.file, site.line, site.func, tav_istr(message));
+    EXPECT_STREQ(e.what(), "(tav::Exception) a\\0b\\0\n    throw at Class::name(y.cpp:7)");
+    EXPECT_EQ(e.message(), message);
+}
+
+TEST(Report, NulOfAJsonTextIsShownInItsFailure) {
+    std::string const text("[1 \"\0 rest", 10);
+    try {
+        tav::json::JsonParser::from(tav_istr(text));
+        FAIL();
+    } catch (std::invalid_argument const & e) {
+        EXPECT_EQ(std::string(e.what()).find("no value end : \"\\0 rest\n    throw at "), 0u) << e.what();
+    }
 }
 
 TEST(Report, AssertionThrowsItsConditionWithoutThePlace) {

@@ -95,16 +95,17 @@ public:
     /// The field may be left out, and may be missing.
     bool optional;
 
-    /// The numbers of `spec`, read from it when this, rangeIsEmpty or checkRange first asks.  Lives as long
-    /// as the description, and is not read again when `spec` changes after that.
+    /// The numbers of `spec`, read from it when this, rangeIsEmpty or checkRange first asks; none if the
+    /// field is protected, whose `spec` is a mask.  Lives as long as the description, and is not read again
+    /// when `spec` changes after that.
     tav::Range const & range() const;
 
     bool isOptional() const { return optional; }
 
-    /// Whether `spec` holds no numbers.
+    /// Whether there is no range.
     bool rangeIsEmpty() const;
 
-    /// Whether `spec` permits `v`.
+    /// Whether the range permits `v`, as one without numbers always does.
     bool checkRange(long long v) const;
 
 private:

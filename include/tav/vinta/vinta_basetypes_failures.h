@@ -95,7 +95,7 @@ public:
     Exception & operator=(Exception const &) = default;
     ~Exception() override;
 
-    /// "(tav::Exception) ", the message, "\n    throw at " and the place.
+    /// "(tav::Exception) ", the message with each NUL byte shown as \0, "\n    throw at " and the place.
     char const * what() const noexcept override;
 
     /// The text as the thrower gave it.
