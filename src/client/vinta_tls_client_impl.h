@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_TLS_CLIENT_IMPL_H
-#define TAV_VINTA_TLS_CLIENT_IMPL_H
+#ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_H
+#define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_H
 
 #include "client/vinta_tls_client_impl_metainfo.h"
 #include "client/vinta_tls_client_impl_session.h"

@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_TLS_CLIENT_IMPL_LOG_H
-#define TAV_VINTA_TLS_CLIENT_IMPL_LOG_H
+#ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_LOG_H
+#define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_LOG_H
 
 #include "foundation/build_stamp.h"
 #include "foundation/report.h"

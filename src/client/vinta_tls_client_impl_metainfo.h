@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_TLS_CLIENT_IMPL_METAINFO_H
-#define TAV_VINTA_TLS_CLIENT_IMPL_METAINFO_H
+#ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_METAINFO_H
+#define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_METAINFO_H
 
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"

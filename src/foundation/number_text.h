@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_NUMBER_TEXT_H
-#define TAV_VINTA_DETAIL_NUMBER_TEXT_H
+#ifndef TAV_FOUNDATION_NUMBER_TEXT_H
+#define TAV_FOUNDATION_NUMBER_TEXT_H
 
 #include <charconv>
 #include <limits>

@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_REPORT_H
-#define TAV_VINTA_DETAIL_REPORT_H
+#ifndef TAV_FOUNDATION_REPORT_H
+#define TAV_FOUNDATION_REPORT_H
 
 #include "tav/vinta/vinta_log.h"
 

@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_VIEWS_H
-#define TAV_VINTA_DETAIL_VIEWS_H
+#ifndef TAV_FOUNDATION_VIEWS_H
+#define TAV_FOUNDATION_VIEWS_H
 
 #include "tav/vinta/vinta_basetypes_text.h"
 

@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_JSON2NBR_READER_H
-#define TAV_VINTA_DETAIL_JSON2NBR_READER_H
+#ifndef TAV_MODEL_JSON2NBR_READER_H
+#define TAV_MODEL_JSON2NBR_READER_H
 
 #include "formats/json/json_text.h"
 #include "formats/nbr/nbr_document.h"

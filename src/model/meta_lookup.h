@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_META_LOOKUP_H
-#define TAV_VINTA_DETAIL_META_LOOKUP_H
+#ifndef TAV_MODEL_META_LOOKUP_H
+#define TAV_MODEL_META_LOOKUP_H
 
 #include "tav/vinta/vinta_pml_meta.h"
 

@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_META_READER_H
-#define TAV_VINTA_DETAIL_META_READER_H
+#ifndef TAV_MODEL_META_READER_H
+#define TAV_MODEL_META_READER_H
 
 #include "tav/vinta/vinta_pml_meta.h"
 

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_object.h"
 
+#include "foundation/masked_text.h"
 #include "foundation/report.h"
 #include "foundation/views.h"
 #include "tav/vinta/vinta_nbr_unit.h"
@@ -55,11 +56,6 @@ struct SpareDrain {
     }
 };
 thread_local SpareDrain spareDrain;
-
-std::size_t countFrom(std::string_view text, std::size_t from, char c) {
-    std::size_t const end = text.find_first_not_of(c, from);
-    return (end == std::string_view::npos ? text.size() : end) - from;
-}
 
 } // namespace
 
@@ -478,22 +474,8 @@ void tavDumper::sep(char c) {
 
 tavString tavDumper::protectedValue(tav_istr value, tavCodecMeta const & meta) {
     std::string_view const whole = bytesOf(value);
-    std::string text;
-    if (!meta.isProtected) {
-        text = whole;
-    } else if (meta.spec.empty()) {
-        text = "***";
-    } else {
-        std::string_view const mask = bytesOf(meta.spec);
-        std::size_t const before = countFrom(mask, 0, '.');
-        std::size_t const stars = countFrom(mask, before, '*');
-        std::size_t const after = countFrom(mask, before + stars, '.');
-        std::string_view const head = whole.substr(0, before);
-        std::string_view const rest = whole.substr(head.size());
-        text.append(head).append(stars, '*').append(rest.substr(rest.size() - std::min(after, rest.size())));
-    }
-    text.append(1, '[').append(std::to_string(whole.size())).append(1, ']');
-    return tavString(text);
+    return tavString(meta.isProtected ? tav::detail::maskedText(whole, bytesOf(meta.spec))
+                                      : std::string(whole) + tav::detail::shownLength(whole));
 }
 
 void tavDumper::print(tavTime const & v, tavCodecMeta const &) {

@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_THREAD_MANAGER_H
-#define TAV_VINTA_DETAIL_THREAD_MANAGER_H
+#ifndef TAV_RUNTIME_THREAD_MANAGER_H
+#define TAV_RUNTIME_THREAD_MANAGER_H
 
 #include "tav/vinta/vinta_basetypes_text.h"
 #include "tav/vinta/vinta_locks.h"

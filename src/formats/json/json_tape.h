@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_JSON_TAPE_H
-#define TAV_VINTA_DETAIL_JSON_TAPE_H
+#ifndef TAV_FORMATS_JSON_JSON_TAPE_H
+#define TAV_FORMATS_JSON_JSON_TAPE_H
 
 #include "tav/vinta/vinta_json_tree.h"
 

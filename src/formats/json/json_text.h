@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_JSON_TEXT_H
-#define TAV_VINTA_DETAIL_JSON_TEXT_H
+#ifndef TAV_FORMATS_JSON_JSON_TEXT_H
+#define TAV_FORMATS_JSON_JSON_TEXT_H
 
 #include <charconv>
 #include <cstddef>

@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_NBR_DOCUMENT_H
-#define TAV_VINTA_DETAIL_NBR_DOCUMENT_H
+#ifndef TAV_FORMATS_NBR_NBR_DOCUMENT_H
+#define TAV_FORMATS_NBR_NBR_DOCUMENT_H
 
 #include "formats/nbr/nbr_compact.h"
 #include "tav/vinta/vinta_nbr_unit.h"

@@ -1,9 +1,10 @@
 #include "tav/vinta/vinta_nbr_unit.h"
 
 #include "formats/nbr/nbr_document.h"
+#include "foundation/masked_text.h"
 #include "foundation/report.h"
+#include "foundation/views.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
-#include "tav/vinta/vinta_object.h"
 
 #include <algorithm>
 #include <array>
@@ -241,7 +242,7 @@ void printSimple(std::ostream & out, tav_istr data, bool text) {
         return;
     }
     if (text) {
-        tavString const masked = tavDumper::protectedValue(data, tavCodecMeta(-1, true, "...***...", false));
+        std::string const masked = tav::detail::maskedText(tav::detail::bytesOf(data), "...***...");
         out.put('"');
         out.write(masked.data(), static_cast<std::streamsize>(masked.size()));
         out.put('"');

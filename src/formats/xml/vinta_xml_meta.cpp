@@ -1,8 +1,8 @@
 #include "tav/vinta/vinta_xml_tree.h"
 
 #include "formats/xml/xml_modes.h"
+#include "foundation/masked_text.h"
 #include "foundation/views.h"
-#include "tav/vinta/vinta_object.h"
 
 #include <algorithm>
 #include <array>
@@ -12,6 +12,7 @@ namespace tav {
 namespace xml {
 
 using tav::detail::bytesOf;
+using tav::detail::maskedText;
 using tav::xml::detail::LOG;
 using tav::xml::detail::NO_ID;
 using tav::xml::detail::SAMPLE;
@@ -230,7 +231,7 @@ std::string VarInfo::getMiniMetaType() const {
 }
 
 std::string VarInfo::getProtectedString(tav_istr text) {
-    return std::string(tav_istr(tavDumper::protectedValue(text, tavCodecMeta(-1, true, "..***.."))));
+    return maskedText(bytesOf(text), "..***..");
 }
 
 std::string VarInfo::getProtectedSampleString() {

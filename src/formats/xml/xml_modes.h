@@ -1,5 +1,5 @@
-#ifndef TAV_VINTA_DETAIL_XML_MODES_H
-#define TAV_VINTA_DETAIL_XML_MODES_H
+#ifndef TAV_FORMATS_XML_XML_MODES_H
+#define TAV_FORMATS_XML_XML_MODES_H
 
 /// What the XML sources share of variable descriptions.  Internal.
 namespace tav {
