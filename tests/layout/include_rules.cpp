@@ -1,0 +1,270 @@
+#include "layout/include_rules.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string_view>
+
+namespace layout {
+namespace {
+
+using Names = std::set<std::string, std::less<>>;
+
+/// What each folder of src/ may include besides itself.
+std::map<std::string, Names, std::less<>> const & table() {
+    static Names const formats = {"formats/nbr", "formats/json", "formats/pml", "formats/xml"};
+    auto const with = [](Names names, Names const & more) {
+        names.insert(more.begin(), more.end());
+        return names;
+    };
+    static std::map<std::string, Names, std::less<>> const rows = {
+        {"foundation", {}},
+        {"runtime", {"foundation"}},
+        {"codec", {"foundation"}},
+        {"formats/nbr", {"foundation", "codec"}},
+        {"formats/json", {"foundation", "codec"}},
+        {"formats/pml", {"foundation", "codec"}},
+        {"formats/xml", {"foundation", "codec"}},
+        {"log", {"foundation", "runtime", "codec", "formats/pml"}},
+        {"object", with({"foundation", "codec"}, formats)},
+        {"model", with({"foundation", "codec", "object"}, formats)},
+        {"packet", {"foundation", "codec", "object", "formats/nbr"}},
+        {"client",
+         {"foundation", "runtime", "codec", "formats/nbr", "formats/pml", "log", "object", "model",
+          "packet"}},
+    };
+    return rows;
+}
+
+/// The folder that each public header belongs to; "umbrella" for those that only collect others.
+std::map<std::string, std::string, std::less<>> const & publicHeaders() {
+    static std::map<std::string, std::string, std::less<>> const rows = {
+        {"tav/vinta/vinta.h", "umbrella"},
+        {"tav/vinta/vinta_c.h", "umbrella"},
+        {"tav/vinta/vinta_basetypes.h", "umbrella"},
+        {"tav/vinta/vinta_api.h", "foundation"},
+        {"tav/vinta/vinta_basetypes_bytes.h", "foundation"},
+        {"tav/vinta/vinta_basetypes_containers.h", "foundation"},
+        {"tav/vinta/vinta_basetypes_cstr.h", "foundation"},
+        {"tav/vinta/vinta_basetypes_failures.h", "foundation"},
+        {"tav/vinta/vinta_basetypes_process.h", "foundation"},
+        {"tav/vinta/vinta_basetypes_text.h", "foundation"},
+        {"tav/vinta/vinta_basetypes_time.h", "foundation"},
+        {"tav/vinta/vinta_basetypes_util.h", "foundation"},
+        {"tav/vinta/vinta_locks.h", "foundation"},
+        {"tav/vinta/vinta_log.h", "foundation"},
+        {"tav/vinta/vinta_log_c.h", "foundation"},
+        {"tav/vinta/vinta_mt_thread.h", "runtime"},
+        {"tav/vinta/vinta_basetypes_codec.h", "codec"},
+        {"tav/vinta/vinta_nbr_write.h", "codec"},
+        {"tav/vinta/vinta_object_fields.h", "codec"},
+        {"tav/vinta/vinta_nbr_compactreader.h", "formats/nbr"},
+        {"tav/vinta/vinta_nbr_unit.h", "formats/nbr"},
+        {"tav/vinta/vinta_json_parser.h", "formats/json"},
+        {"tav/vinta/vinta_json_streams.h", "formats/json"},
+        {"tav/vinta/vinta_json_tree.h", "formats/json"},
+        {"tav/vinta/vinta_pml_field_types.h", "formats/pml"},
+        {"tav/vinta/vinta_pml_streams.h", "formats/pml"},
+        {"tav/vinta/vinta_pml_tree.h", "formats/pml"},
+        {"tav/vinta/vinta_pml_unit.h", "formats/pml"},
+        {"tav/vinta/vinta_xml_node.h", "formats/xml"},
+        {"tav/vinta/vinta_xml_streams.h", "formats/xml"},
+        {"tav/vinta/vinta_xml_tree.h", "formats/xml"},
+        {"tav/vinta/vinta_object.h", "object"},
+        {"tav/vinta/vinta_json2nbr.h", "model"},
+        {"tav/vinta/vinta_pml_meta.h", "model"},
+        {"tav/vinta/vinta_im_pkt.h", "packet"},
+        {"tav/vinta/vinta_transport_message.h", "packet"},
+        {"tav/vinta/vinta_vad.h", "packet"},
+        {"tav/vinta/vinta_tls_client.h", "client"},
+        {"tav/vinta/vinta_tls_client_options.h", "client"},
+    };
+    return rows;
+}
+
+/// What stands beside the library and is built on its public headers alone.
+Names const beside = {"kit", "tools", "gateway", "examples", "bench"};
+
+bool startsWith(std::string_view text, std::string_view front) {
+    return text.substr(0, front.size()) == front;
+}
+
+/// The row of the table that a path below src/ belongs to; empty if there is none.
+std::string rowOf(std::string_view path) {
+    for (auto const & row : table()) {
+        if (startsWith(path, row.first + "/")) {
+            return row.first;
+        }
+    }
+    return {};
+}
+
+/// The folder that a file of the tree stands for: a row, "umbrella", one of `beside`, or empty.
+std::string folderOf(std::string const & path) {
+    if (startsWith(path, "src/")) {
+        return rowOf(path.substr(4));
+    }
+    if (startsWith(path, "include/tav/kit/")) {
+        return "kit";
+    }
+    if (startsWith(path, "include/")) {
+        auto const at = publicHeaders().find(path.substr(8));
+        return at == publicHeaders().end() ? std::string() : at->second;
+    }
+    return path.substr(0, path.find('/'));
+}
+
+struct Include {
+    unsigned line;
+    std::string name;
+};
+
+std::vector<Include> includesOf(std::string const & text) {
+    std::vector<Include> found;
+    std::istringstream lines(text);
+    std::string line;
+    for (unsigned number = 1; std::getline(lines, line); ++number) {
+        std::size_t at = line.find_first_not_of(" \t");
+        if (at == std::string::npos || line[at] != '#') {
+            continue;
+        }
+        at = line.find_first_not_of(" \t", at + 1);
+        if (at == std::string::npos || line.compare(at, 7, "include") != 0) {
+            continue;
+        }
+        std::size_t const open = line.find_first_of("<\"", at);
+        std::size_t const end = open == std::string::npos ? open : line.find_first_of(">\"", open + 1);
+        if (end != std::string::npos) {
+            found.push_back({number, line.substr(open + 1, end - open - 1)});
+        }
+    }
+    return found;
+}
+
+bool isOfAsioOrOpenSsl(std::string_view name) {
+    return name == "asio.hpp" || startsWith(name, "asio/") || startsWith(name, "openssl/");
+}
+
+/// The rule that one include breaks; empty if none.
+std::string brokenRule(std::string const & path, std::string const & folder, std::string const & name) {
+    bool const ofLibrary = startsWith(path, "src/") || startsWith(path, "include/");
+    if (ofLibrary && isOfAsioOrOpenSsl(name)) {
+        return startsWith(path, "src/client/") ? "" : "asio and OpenSSL are for src/client only: " + name;
+    }
+    std::string const row = rowOf(name);
+    if (!row.empty() && startsWith(path, "include/")) {
+        return "a public header may not include what is internal: " + name;
+    }
+    if (!row.empty() && beside.count(folder) != 0) {
+        return folder + " stands on public headers alone: " + name;
+    }
+    auto const header = publicHeaders().find(name);
+    if (header == publicHeaders().end() && startsWith(name, "tav/") && !startsWith(name, "tav/kit/")) {
+        return "a public header without a row in the table: " + name;
+    }
+    if (!ofLibrary || folder == "kit" || folder == "umbrella") {
+        return {};
+    }
+    if (startsWith(name, "tav/kit/")) {
+        return "the library knows nothing of the kit: " + name;
+    }
+    std::string const target = header == publicHeaders().end() ? row : header->second;
+    if (target == "umbrella") {
+        return "an umbrella header is for users: " + name;
+    }
+    auto const allowed = table().find(folder);
+    if (target.empty() || target == folder || allowed == table().end() ||
+        allowed->second.count(target) != 0) {
+        return {};
+    }
+    return folder + " may not include " + target + ": " + name;
+}
+
+/// Which headers each header includes, by the name that is included.
+using Graph = std::map<std::string, std::vector<Include>, std::less<>>;
+
+std::string includedName(std::string const & path) {
+    for (std::string_view const front : {"src/", "include/"}) {
+        if (startsWith(path, front)) {
+            return path.substr(front.size());
+        }
+    }
+    return path;
+}
+
+bool reaches(Graph const & graph, std::string const & from, std::string const & to) {
+    Names seen;
+    std::vector<std::string> open = {from};
+    while (!open.empty()) {
+        std::string const name = open.back();
+        open.pop_back();
+        if (name == to) {
+            return true;
+        }
+        auto const at = graph.find(name);
+        if (!seen.insert(name).second || at == graph.end()) {
+            continue;
+        }
+        for (Include const & include : at->second) {
+            open.push_back(include.name);
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+std::vector<std::string> brokenRules(std::vector<File> const & files) {
+    std::vector<std::string> broken;
+    Graph graph;
+    for (File const & file : files) {
+        graph[includedName(file.path)] = includesOf(file.text);
+    }
+    for (File const & file : files) {
+        auto const tell = [&](unsigned line, std::string const & rule) {
+            broken.push_back(file.path + ":" + std::to_string(line) + ": " + rule);
+        };
+        std::string const folder = folderOf(file.path);
+        if (folder.empty()) {
+            tell(1, startsWith(file.path, "src/") ? "a folder without a row in the table"
+                                                  : "a public header without a row in the table");
+        }
+        std::string const self = includedName(file.path);
+        for (Include const & include : graph[self]) {
+            std::string const rule = brokenRule(file.path, folder, include.name);
+            if (!rule.empty()) {
+                tell(include.line, rule);
+            }
+            if (reaches(graph, include.name, self)) {
+                tell(include.line, "headers that include each other: " + include.name);
+            }
+        }
+    }
+    return broken;
+}
+
+std::vector<File> readTree(std::string const & root) {
+    namespace fs = std::filesystem;
+    std::vector<File> files;
+    for (char const * const top : {"include", "src", "kit", "tools", "gateway", "examples", "bench"}) {
+        if (!fs::exists(fs::path(root) / top)) {
+            continue;
+        }
+        for (auto const & entry : fs::recursive_directory_iterator(fs::path(root) / top)) {
+            std::string const ending = entry.path().extension().string();
+            if (ending == ".h" || ending == ".cpp" || ending == ".c") {
+                std::ifstream in(entry.path(), std::ios::binary);
+                files.push_back({fs::relative(entry.path(), root).generic_string(),
+                                 std::string(std::istreambuf_iterator<char>(in), {})});
+            }
+        }
+    }
+    std::sort(files.begin(), files.end(), [](File const & a, File const & b) { return a.path < b.path; });
+    return files;
+}
+
+} // namespace layout

@@ -1,0 +1,24 @@
+#ifndef TAV_TESTS_LAYOUT_INCLUDE_RULES_H
+#define TAV_TESTS_LAYOUT_INCLUDE_RULES_H
+
+#include <string>
+#include <vector>
+
+/// The rule of what may include what, held against sources as text.
+namespace layout {
+
+struct File {
+    /// From the root of the tree, such as "src/log/vinta_log.cpp".
+    std::string path;
+    std::string text;
+};
+
+/// One line for each include that breaks a rule: "src/log/vinta_log.cpp:7: log may not include model".
+std::vector<std::string> brokenRules(std::vector<File> const & files);
+
+/// The C and C++ files of the tree at `root` that the rules speak of.
+std::vector<File> readTree(std::string const & root);
+
+} // namespace layout
+
+#endif

@@ -1,0 +1,108 @@
+#include "layout/include_rules.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using layout::brokenRules;
+using layout::File;
+using layout::readTree;
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+Lines brokenBy(std::string const & path, std::string const & text) {
+    return brokenRules({File{path, text}});
+}
+
+} // namespace
+
+TEST(Layout, TheTreeKeepsEveryRule) {
+    std::vector<File> const files = readTree(TAV_SOURCE_DIR);
+    ASSERT_GT(files.size(), 100U);
+    for (std::string const & line : brokenRules(files)) {
+        ADD_FAILURE() << line;
+    }
+}
+
+TEST(Layout, LowerFolderMayNotIncludeAHigherOne) {
+    EXPECT_EQ(brokenBy("src/foundation/a.cpp", "\n#include \"runtime/thread_manager.h\"\n"),
+              Lines{"src/foundation/a.cpp:2: foundation may not include runtime: runtime/thread_manager.h"});
+    EXPECT_EQ(brokenBy("src/object/a.cpp", "#include \"tav/vinta/vinta_pml_meta.h\"\n"),
+              Lines{"src/object/a.cpp:1: object may not include model: tav/vinta/vinta_pml_meta.h"});
+    EXPECT_EQ(brokenBy("src/client/a.h", "#include \"tav/vinta/vinta_json_tree.h\"\n"),
+              Lines{"src/client/a.h:1: client may not include formats/json: tav/vinta/vinta_json_tree.h"});
+    EXPECT_EQ(brokenBy("src/runtime/a.h", "#include \"tav/vinta/vinta_log.h\"\n"), Lines{});
+}
+
+TEST(Layout, FormatsDoNotKnowEachOther) {
+    EXPECT_EQ(brokenBy("src/formats/xml/a.cpp", "#include \"formats/json/json_text.h\"\n"),
+              Lines{"src/formats/xml/a.cpp:1: formats/xml may not include formats/json: "
+                    "formats/json/json_text.h"});
+}
+
+TEST(Layout, PublicHeaderKeepsTheTableToo) {
+    EXPECT_EQ(brokenBy("include/tav/vinta/vinta_locks.h", "#include <tav/vinta/vinta_mt_thread.h>\n"),
+              Lines{"include/tav/vinta/vinta_locks.h:1: foundation may not include runtime: "
+                    "tav/vinta/vinta_mt_thread.h"});
+}
+
+TEST(Layout, PublicHeaderIncludesNothingInternal) {
+    EXPECT_EQ(brokenBy("include/tav/vinta/vinta_im_pkt.h", "#include \"foundation/views.h\"\n"),
+              Lines{"include/tav/vinta/vinta_im_pkt.h:1: a public header may not include what is internal: "
+                    "foundation/views.h"});
+}
+
+TEST(Layout, PublicHeaderHasARow) {
+    EXPECT_EQ(brokenBy("include/tav/vinta/vinta_new.h", ""),
+              Lines{"include/tav/vinta/vinta_new.h:1: a public header without a row in the table"});
+    EXPECT_EQ(brokenBy("gateway/a.cpp", "#include <tav/vinta/vinta_new.h>\n"),
+              Lines{"gateway/a.cpp:1: a public header without a row in the table: tav/vinta/vinta_new.h"});
+}
+
+TEST(Layout, FolderHasARow) {
+    EXPECT_EQ(brokenBy("src/other/a.cpp", ""),
+              Lines{"src/other/a.cpp:1: a folder without a row in the table"});
+}
+
+TEST(Layout, NoTwoHeadersIncludeEachOther) {
+    std::vector<File> const files = {{"src/log/a.h", "#include \"log/b.h\"\n"},
+                                     {"src/log/b.h", "#include \"log/c.h\"\n"},
+                                     {"src/log/c.h", "#include \"log/a.h\"\n"}};
+    EXPECT_EQ(brokenRules(files), (Lines{"src/log/a.h:1: headers that include each other: log/b.h",
+                                         "src/log/b.h:1: headers that include each other: log/c.h",
+                                         "src/log/c.h:1: headers that include each other: log/a.h"}));
+}
+
+TEST(Layout, NoSourceIncludesAnUmbrella) {
+    for (std::string const name : {"vinta.h", "vinta_c.h", "vinta_basetypes.h"}) {
+        EXPECT_EQ(brokenBy("src/client/a.cpp", "#include <tav/vinta/" + name + ">\n"),
+                  Lines{"src/client/a.cpp:1: an umbrella header is for users: tav/vinta/" + name});
+    }
+    EXPECT_EQ(brokenBy("include/tav/vinta/vinta.h", "#include \"tav/vinta/vinta_basetypes.h\"\n"), Lines{});
+}
+
+TEST(Layout, AsioAndOpenSslAreForTheClientOnly) {
+    EXPECT_EQ(brokenBy("src/packet/a.cpp", "# include <openssl/ssl.h>\n"),
+              Lines{"src/packet/a.cpp:1: asio and OpenSSL are for src/client only: openssl/ssl.h"});
+    EXPECT_EQ(brokenBy("include/tav/vinta/vinta_tls_client.h", "#include <asio/ip/tcp.hpp>\n"),
+              Lines{"include/tav/vinta/vinta_tls_client.h:1: asio and OpenSSL are for src/client only: "
+                    "asio/ip/tcp.hpp"});
+    EXPECT_EQ(brokenBy("src/client/a.cpp", "#include <asio.hpp>\n"), Lines{});
+}
+
+TEST(Layout, WhatStandsBesideUsesPublicHeadersAlone) {
+    for (std::string const folder : {"tools", "gateway", "examples", "bench"}) {
+        EXPECT_EQ(
+            brokenBy(folder + "/a.cpp", "#include \"foundation/views.h\"\n"),
+            Lines{folder + "/a.cpp:1: " + folder + " stands on public headers alone: foundation/views.h"});
+    }
+    EXPECT_EQ(brokenBy("include/tav/kit/a.h", "#include <tav/vinta/vinta_object.h>\n"), Lines{});
+    EXPECT_EQ(
+        brokenBy("include/tav/kit/a.h", "#include \"client/session.h\"\n"),
+        Lines{"include/tav/kit/a.h:1: a public header may not include what is internal: client/session.h"});
+    EXPECT_EQ(brokenBy("src/client/a.h", "#include <tav/kit/a.h>\n"),
+              Lines{"src/client/a.h:1: the library knows nothing of the kit: tav/kit/a.h"});
+}
