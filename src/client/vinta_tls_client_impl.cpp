@@ -2,6 +2,7 @@
 
 #include "client/vinta_tls_client_impl_log.h"
 #include "foundation/report.h"
+#include "foundation/scope_exit.h"
 
 #include <mutex>
 #include <utility>
@@ -48,19 +49,6 @@ public:
 
 private:
     std::shared_ptr<connect_info> info_;
-};
-
-/// Does something at the end of a scope, also when the application's function threw in it.
-template <class Action>
-class AtEnd {
-public:
-    explicit AtEnd(Action action) : action_(std::move(action)) {}
-    ~AtEnd() { action_(); }
-    AtEnd(AtEnd const &) = delete;
-    AtEnd & operator=(AtEnd const &) = delete;
-
-private:
-    Action action_;
 };
 
 } // namespace
@@ -390,7 +378,7 @@ bool Client::on_context_run() {
     } catch (std::exception const & e) {
         on_exception(e);
     } catch (...) {
-        detail::reportCaught(here("tav::tls::impl::Client::on_context_run"), "unknown exception");
+        detail::reportCaught(here("tav::tls::impl::Client::on_context_run"));
     }
     return true;
 }
@@ -424,10 +412,8 @@ void Client::on_exception(std::exception const & e) {
     detail::reportCaught(here("tav::tls::impl::Client::on_exception"), e.what());
     try {
         option()->on_error(no_sno, no_code, exception_code, e.what());
-    } catch (std::exception const & again) {
-        detail::reportCaught(here("tav::tls::impl::Client::on_exception"), again.what());
     } catch (...) {
-        detail::reportCaught(here("tav::tls::impl::Client::on_exception"), "unknown exception");
+        detail::reportCaught(here("tav::tls::impl::Client::on_exception"));
     }
 }
 
@@ -562,7 +548,7 @@ bool Client::close_session() {
 
 void Client::on_connect_open(connect_ptr const & info, connect_option & told) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_open"), name_, " connect ok");
-    AtEnd const end([taken = take_connecting(info)] {
+    detail::ScopeExit const end([taken = take_connecting(info)] {
         if (taken) {
             taken->on_conn_connected();
         }
@@ -595,7 +581,7 @@ void Client::on_connect_timedout(connect_ptr const & info, connect_option & told
     detail::log(
         tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::Client::on_connect_timedout"),
         [&](std::ostream & out) { out << name_ << " connect " << (cancelled ? "cancelled" : "timedout"); });
-    AtEnd const end([taken = take_connecting(info), cancelled] {
+    detail::ScopeExit const end([taken = take_connecting(info), cancelled] {
         if (taken && cancelled) {
             taken->on_conn_cancel();
         } else if (taken) {

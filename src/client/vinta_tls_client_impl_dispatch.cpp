@@ -36,17 +36,6 @@ unsigned char const * bytesOf(tav_istr v) {
     return reinterpret_cast<unsigned char const *>(v.data());
 }
 
-/// Logs the exception that is being handled.
-void reportCaught(detail::Site site) {
-    try {
-        throw;
-    } catch (std::exception const & e) {
-        detail::reportCaught(site, e.what());
-    } catch (...) {
-        detail::reportCaught(site, "unknown exception");
-    }
-}
-
 /// What a reply may still be written to.  The caller of send_and_wait and the thread "receiver" share it;
 /// once the call has returned, nothing is written.
 struct Awaited {
@@ -75,7 +64,7 @@ void Client::on_recv(tavBytes const & frame) {
         }
         dispatch(frame, *from);
     } catch (...) {
-        reportCaught(site);
+        detail::reportCaught(site);
     }
 }
 
@@ -283,7 +272,7 @@ Client::send_ptr Client::send_object(tavMessage const & msg, send_option const &
         return send_msg(sno, msg.msgcode(), tav_istr(body), option, tav_istr(), &msg,
                         msg.ext.empty() ? option.ext : msg.ext);
     } catch (...) {
-        reportCaught(site);
+        detail::reportCaught(site);
         return nullptr;
     }
 }
@@ -310,7 +299,7 @@ Client::send_ptr Client::send_json(tav_istr json, send_option const & option, un
         meta()->json_to_message(json, body, msgcode, className);
     } catch (...) {
         say();
-        reportCaught(site);
+        detail::reportCaught(site);
         return nullptr;
     }
     say();
@@ -318,7 +307,7 @@ Client::send_ptr Client::send_json(tav_istr json, send_option const & option, un
         unsigned long long sno = option.sno;
         return send_msg(sno, msgcode, tav_istr(body), option, tav_istr(), nullptr, option.ext);
     } catch (...) {
-        reportCaught(site);
+        detail::reportCaught(site);
         return nullptr;
     }
 }
@@ -331,7 +320,7 @@ Client::send_ptr Client::sendNbrMsg(unsigned short msgcode, tav_istr body, send_
         unsigned long long sno = option.sno;
         return send_msg(sno, msgcode, body, option, target, nullptr, option.ext);
     } catch (...) {
-        reportCaught(site);
+        detail::reportCaught(site);
         return nullptr;
     }
 }
@@ -343,7 +332,7 @@ Client::send_ptr Client::sendOldNbrMsg(unsigned char msgcode, tav_istr body, tav
         unsigned long long sno = 0;
         return send_msg(sno, msgcode, body, send_option(), target, nullptr, tavMsgExt());
     } catch (...) {
-        reportCaught(site);
+        detail::reportCaught(site);
         return nullptr;
     }
 }

@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_tls_client_options.h"
 
 #include "foundation/report.h"
+#include "foundation/scope_exit.h"
 
 #include <algorithm>
 #include <cstring>
@@ -257,13 +258,10 @@ bool timedout_option::check_timedout(unsigned long long sno, unsigned short msgc
         function.swap(on_timedout_);
     }
     // If the function raises, the limit stays, so that the next check reports it without calling anything.
-    struct Fired {
-        timedout_option & option;
-        ~Fired() {
-            std::lock_guard<tavMutex const> guard(option.mutex_);
-            option.firing_ = false;
-        }
-    } const fired{*this};
+    detail::ScopeExit const fired([this] {
+        std::lock_guard<tavMutex const> guard(mutex_);
+        firing_ = false;
+    });
     log(tavLogger::INFO, detail::here("tav::tls::timedout_option::check_timedout"), [&] {
         return "on timedout " + textOf(msginfo(sno, msgcode, -1)) + maxWaiting(wait) +
                std::to_string(elapsed) + "ms";

@@ -74,5 +74,15 @@ void reportCaught(Site site, char const * what) noexcept {
     }
 }
 
+void reportCaught(Site site) noexcept {
+    try {
+        throw;
+    } catch (std::exception const & e) {
+        reportCaught(site, e.what());
+    } catch (...) {
+        reportCaught(site, "unknown exception");
+    }
+}
+
 } // namespace detail
 } // namespace tav

@@ -39,6 +39,9 @@ std::string shownText(std::string_view text);
 /// Logs "<<< EXCEPTION >>> ", the text, "\n    catch at " and the site's short form at ERROR, if loggable.
 void reportCaught(Site site, char const * what) noexcept;
 
+/// The same of the exception that is being handled; "unknown exception" if it has no text.
+void reportCaught(Site site) noexcept;
+
 /// Writes one record if `level` is loggable under `tag`: `print` is given a stream, and a line feed is added.
 template <class Print>
 void log(tav_istr tag, tavLogger::LogLevel level, Site site, Print && print) {

@@ -115,6 +115,22 @@ TEST(Report, CaughtNothingHasOnlyItsPlace) {
     ASSERT_TRUE(log.waitFor("<<< EXCEPTION >>> \n    catch at Class::name(y.cpp:7)\n"));
 }
 
+TEST(Report, ExceptionInHandIsToldByItsTextOrAsUnknown) {
+    LogCapture log;
+    try {
+        throw std::runtime_error("bad weather");
+    } catch (...) {
+        tav::detail::reportCaught(site);
+    }
+    try {
+        throw 5;
+    } catch (...) {
+        tav::detail::reportCaught(site);
+    }
+    ASSERT_TRUE(log.waitFor("<<< EXCEPTION >>> unknown exception\n    catch at Class::name(y.cpp:7)\n"));
+    EXPECT_TRUE(log.inOrder({"<<< EXCEPTION >>> bad weather", "<<< EXCEPTION >>> unknown exception"}));
+}
+
 TEST(Report, NothingIsLoggedBelowTheThreshold) {
     LogCapture log("clear(NONE)");
     EXPECT_EQ(raised(site, "silent"), "silent\n    throw at Class::name(y.cpp:7)");

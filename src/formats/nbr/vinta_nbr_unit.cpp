@@ -3,6 +3,7 @@
 #include "formats/nbr/nbr_document.h"
 #include "foundation/masked_text.h"
 #include "foundation/report.h"
+#include "foundation/scope_exit.h"
 #include "foundation/views.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
 
@@ -821,11 +822,7 @@ tavSharedPtr<ValueBase> parser::parseValue() {
         return nullptr;
     }
     // What was consumed stays consumed, also when the parsing fails.
-    struct Consume {
-        ~Consume() { input = in.remaining(); }
-        detail::Scanner & in;
-        tav_istr & input;
-    } const consume{in, input_};
+    tav::detail::ScopeExit const consume([&] { input_ = in.remaining(); });
     if (in.atOpen()) {
         auto const document = std::make_shared<detail::Document>();
         document->parse(in);
