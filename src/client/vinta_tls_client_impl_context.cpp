@@ -1,14 +1,12 @@
 #include "client/vinta_tls_client_impl_session.h"
 
 #include "client/vinta_tls_client_impl_log.h"
+#include "foundation/platform.h"
 
 #include <asio/ssl/verify_context.hpp>
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
-
-#include <dirent.h>
-#include <sys/stat.h>
 
 #include <utility>
 
@@ -25,11 +23,6 @@ constexpr unsigned drain_limit = 100000;
 
 bool ends_with(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
-}
-
-bool is_directory(std::string const & path) {
-    struct stat status;
-    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 } // namespace
@@ -132,17 +125,13 @@ void context::load_verify_file(std::string const & path) {
 }
 
 void context::load_verify_directory(std::string const & directory) {
-    std::unique_ptr<DIR, int (*)(DIR *)> const listing(::opendir((directory + "/").c_str()),
-                                                       [](DIR * d) { return ::closedir(d); });
-    if (!listing) {
+    std::vector<std::string> names;
+    if (platform::listFolder(directory + "/", names)) {
         return;
     }
-    while (dirent const * const entry = ::readdir(listing.get())) {
-        if (!ends_with(entry->d_name, ".0")) {
-            continue;
-        }
-        std::string const path = directory + "/" + entry->d_name;
-        if (!is_directory(path)) {
+    for (std::string const & name : names) {
+        std::string const path = directory + "/" + name;
+        if (ends_with(name, ".0") && !platform::isFolder(path)) {
             load_verify_file(path);
         }
     }

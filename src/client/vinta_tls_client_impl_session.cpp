@@ -1,13 +1,11 @@
 #include "client/vinta_tls_client_impl_session.h"
 
 #include "client/vinta_tls_client_impl_log.h"
+#include "foundation/platform.h"
 #include "tav/vinta/vinta_basetypes_time.h"
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
-
-#include <fcntl.h>
-#include <sys/socket.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -29,27 +27,6 @@ constexpr int receiver_wait_ms = 1000;
 
 /// The session whose thread this is.
 thread_local session const * thread_owner = nullptr;
-
-/// Has a descriptor in blocking mode while it lives.
-class blocking_mode {
-public:
-    explicit blocking_mode(int descriptor) : descriptor_(descriptor), flags_(::fcntl(descriptor, F_GETFL)) {
-        if (flags_ >= 0) {
-            ::fcntl(descriptor_, F_SETFL, flags_ & ~O_NONBLOCK);
-        }
-    }
-    ~blocking_mode() {
-        if (flags_ >= 0) {
-            ::fcntl(descriptor_, F_SETFL, flags_);
-        }
-    }
-    blocking_mode(blocking_mode const &) = delete;
-    blocking_mode & operator=(blocking_mode const &) = delete;
-
-private:
-    int const descriptor_;
-    int const flags_;
-};
 
 /// Clears a flag at the end of a scope.
 class clear_at_end {
@@ -364,7 +341,7 @@ bool session::connect_proxy() {
     int const descriptor = socket_.lowest_layer().native_handle();
     int result = 0;
     {
-        blocking_mode const mode(descriptor);
+        platform::BlockingMode const mode(descriptor);
         result = option_.on_http_proxy_connect(static_cast<unsigned>(descriptor), option_.host.c_str(),
                                                port_number(option_.port));
     }
@@ -447,7 +424,7 @@ void session::close_socket() {
         {
             std::lock_guard<std::mutex> const guard(descriptor_mutex_);
             if (socket_.lowest_layer().is_open()) {
-                ::shutdown(socket_.lowest_layer().native_handle(), SHUT_RDWR);
+                platform::shutDown(socket_.lowest_layer().native_handle());
             }
         }
         if (!context_->post([self = self_ptr(this)] { self->close_descriptor(); })) {

@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_basetypes_failures.h"
 
 #include "foundation/build_stamp.h"
+#include "foundation/platform.h"
 #include "foundation/report.h"
 #include "foundation/views.h"
 #include "tav/vinta/vinta_basetypes_util.h"
@@ -215,7 +216,9 @@ std::ostream & operator<<(std::ostream & out, tav_config_t const &) {
 #else
     constexpr char const * byteOrder = "Big";
 #endif
-    std::string text = "(OS: Linux)(Bits: ";
+    std::string text = "(OS: ";
+    text += tav::platform::systemName();
+    text += ")(Bits: ";
     text += std::to_string(sizeof(void *) * std::numeric_limits<unsigned char>::digits);
     text += ")(Release)(Endian: ";
     text += byteOrder;

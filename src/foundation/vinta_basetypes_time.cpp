@@ -1,5 +1,7 @@
 #include "tav/vinta/vinta_basetypes_time.h"
 
+#include "foundation/platform.h"
+
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -165,7 +167,7 @@ struct tm tavTime::millisToLocal(long long ms) {
 struct tm tavTime::secondsToLocal(long long s) {
     time_t const second = static_cast<time_t>(s);
     struct tm local = {};
-    if (localtime_r(&second, &local) == nullptr) {
+    if (!tav::platform::localTime(second, local)) {
         local = {};
     }
     return local;

@@ -1,20 +1,18 @@
 #include "tav/vinta/vinta_basetypes_util.h"
 
+#include "foundation/platform.h"
 #include "foundation/views.h"
 
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <map>
 #include <mutex>
-#include <poll.h>
 #include <string_view>
 #include <thread>
-#include <unistd.h>
 #include <utility>
 #include <vector>
 
@@ -121,11 +119,11 @@ bool tavUtil::appendFile(std::string path, tav_istr data) {
 }
 
 bool tavUtil::moveFile(std::string from, std::string to) {
-    return std::rename(from.c_str(), to.c_str()) == 0;
+    return tav::platform::moveFile(from.c_str(), to.c_str());
 }
 
 bool tavUtil::moveFile(std::wstring from, std::wstring to) {
-    return std::rename(encodePath(from).data(), encodePath(to).data()) == 0;
+    return tav::platform::moveFile(encodePath(from).data(), encodePath(to).data());
 }
 
 void tavUtil::arraycopy(tav_istr src, tavBytes & dst, unsigned offset) {
@@ -339,10 +337,6 @@ void tav_sleep(unsigned ms) {
 }
 
 bool tav_kbhit(void) {
-    if (isatty(STDIN_FILENO) == 0) {
-        return false;
-    }
-    struct pollfd input = {STDIN_FILENO, POLLIN, 0};
-    return poll(&input, 1, 0) > 0 && (input.revents & POLLIN) != 0;
+    return tav::platform::keyPressed();
 }
 }

@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_log.h"
 
 #include "foundation/build_stamp.h"
+#include "foundation/platform.h"
 #include "foundation/views.h"
 #include "tav/vinta/vinta_basetypes_codec.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
@@ -11,22 +12,16 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <charconv>
 #include <climits>
-#include <csignal>
 #include <cstdint>
-#include <fcntl.h>
 #include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <pthread.h>
 #include <string_view>
-#include <sys/stat.h>
 #include <type_traits>
-#include <unistd.h>
 
 using tav::detail::bytesOf;
 
@@ -199,89 +194,12 @@ private:
 Levels thresholds;
 static_assert(std::is_trivially_destructible<Levels>::value, "threads may log while the process ends");
 
-/// While it lives, writing to a pipe that nobody reads fails instead of raising SIGPIPE in the process.
-class PipeSignalHold {
-public:
-    PipeSignalHold() {
-        sigemptyset(&pipeSignal_);
-        sigaddset(&pipeSignal_, SIGPIPE);
-        sigset_t pending;
-        sigpending(&pending);
-        foreign_ = sigismember(&pending, SIGPIPE) == 1;
-        pthread_sigmask(SIG_BLOCK, &pipeSignal_, &former_);
-    }
-    ~PipeSignalHold() {
-        if (!foreign_) {
-            timespec const now{};
-            while (sigtimedwait(&pipeSignal_, nullptr, &now) == -1 && errno == EINTR) {
-            }
-        }
-        pthread_sigmask(SIG_SETMASK, &former_, nullptr);
-    }
-    PipeSignalHold(PipeSignalHold const &) = delete;
-    PipeSignalHold & operator=(PipeSignalHold const &) = delete;
-
-private:
-    sigset_t pipeSignal_;
-    sigset_t former_;
-    bool foreign_;
-};
-
-/// A log file while one record is written.  A file that can't be opened swallows what it is given.
-class LogFile {
-public:
-    explicit LogFile(std::string const & path)
-        : descriptor_(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666)) {
-        struct stat status {};
-        if (descriptor_ >= 0 && ::fstat(descriptor_, &status) == 0) {
-            regular_ = S_ISREG(status.st_mode);
-            size_ = regular_ ? static_cast<long long>(status.st_size) : 0;
-        }
-    }
-    ~LogFile() {
-        if (descriptor_ >= 0) {
-            ::close(descriptor_);
-        }
-    }
-    LogFile(LogFile const &) = delete;
-    LogFile & operator=(LogFile const &) = delete;
-
-    /// A file that grows and can be set aside, not a device or a pipe.
-    bool regular() const { return regular_; }
-    long long size() const { return size_; }
-
-    void write(std::string_view text) const {
-        if (regular_) {
-            writeAll(text);
-        } else if (descriptor_ >= 0) {
-            PipeSignalHold const hold;
-            writeAll(text);
-        }
-    }
-
-private:
-    void writeAll(std::string_view text) const {
-        while (!text.empty()) {
-            ssize_t const written = ::write(descriptor_, text.data(), text.size());
-            if (written > 0) {
-                text.remove_prefix(static_cast<std::size_t>(written));
-            } else if (written == 0 || errno != EINTR) {
-                return;
-            }
-        }
-    }
-
-    int descriptor_;
-    bool regular_ = false;
-    long long size_ = 0;
-};
-
 /// Counts the forks that led to this process, so that a thread knows when its ids are out of date.
 std::atomic<unsigned> forkCount{0};
 
 unsigned processGeneration() {
-    static int const registered =
-        pthread_atfork(nullptr, nullptr, [] { forkCount.fetch_add(1, std::memory_order_relaxed); });
+    static bool const registered = tav::platform::aroundFork(
+        nullptr, nullptr, [] { forkCount.fetch_add(1, std::memory_order_relaxed); });
     static_cast<void>(registered);
     return forkCount.load(std::memory_order_relaxed);
 }
@@ -490,7 +408,7 @@ private:
     static void writeToFile(std::string const & path, std::string const & banner, long long maxSize,
                             std::string const & text) {
         {
-            LogFile const file(path);
+            tav::platform::AppendFile const file(path.c_str());
             bool const full = file.regular() && file.size() + static_cast<long long>(text.size()) > maxSize;
             if (!full) {
                 file.write(text);
@@ -499,14 +417,14 @@ private:
         }
         std::string const backup = path + ".bak";
         if (!tavUtil::moveFile(path, backup)) {
-            LogFile(path).write(text);
+            tav::platform::AppendFile(path.c_str()).write(text);
             return;
         }
         debugger() << "logfile " << path << " moved to " << backup;
         std::string whole;
         whole.reserve(banner.size() + 1 + text.size());
         whole.append(banner).append(1, '\n').append(text);
-        LogFile(path).write(whole);
+        tav::platform::AppendFile(path.c_str()).write(whole);
     }
 
     /// Held through open, close and finalize; recursive, as a callback may run within.
@@ -555,7 +473,7 @@ std::mutex consoleMutex;
 void writeToConsole(std::string const & text) noexcept {
     try {
         std::lock_guard<std::mutex> const guard(consoleMutex);
-        PipeSignalHold const hold;
+        tav::platform::QuietPipes const quiet;
         std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
         std::cout.flush();
     } catch (...) {

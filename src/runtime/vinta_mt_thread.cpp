@@ -1,18 +1,14 @@
 #include "tav/vinta/vinta_mt_thread.h"
 
+#include "foundation/platform.h"
 #include "foundation/report.h"
 #include "runtime/thread_manager.h"
 #include "tav/vinta/vinta_log.h"
 
-#include <cstring>
 #include <exception>
 #include <locale>
 #include <sstream>
 #include <system_error>
-
-#include <pthread.h>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 using tav::detail::here;
 using tav::detail::Site;
@@ -377,13 +373,9 @@ tavString tavThread::getThreadName(std::shared_ptr<std::thread> thread) {
 }
 
 void tavThread::setCurrentName(char const * name) {
-    if (name == nullptr) {
-        return;
+    if (name != nullptr) {
+        tav::platform::nameThread(name);
     }
-    constexpr std::size_t most = 15;
-    char cut[most + 1] = {};
-    std::memcpy(cut, name, strnlen(name, most));
-    static_cast<void>(pthread_setname_np(pthread_self(), cut));
 }
 
 void tavThread::printThreads() {
@@ -539,9 +531,9 @@ void tavTimerThread::on_close() {
 }
 
 unsigned tav_get_tid() {
-    return static_cast<unsigned>(syscall(SYS_gettid));
+    return tav::platform::threadId();
 }
 
 unsigned tav_get_pid() {
-    return static_cast<unsigned>(getpid());
+    return tav::platform::processId();
 }

@@ -1,0 +1,173 @@
+#include "foundation/platform.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace tav {
+namespace platform {
+
+namespace {
+
+std::error_code lastError() noexcept {
+    return std::error_code(errno, std::generic_category());
+}
+
+void writeAll(int descriptor, std::string_view text) noexcept {
+    while (!text.empty()) {
+        ssize_t const written = ::write(descriptor, text.data(), text.size());
+        if (written > 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (written == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
+} // namespace
+
+char const * systemName() noexcept {
+    return "Linux";
+}
+
+unsigned processId() noexcept {
+    return static_cast<unsigned>(::getpid());
+}
+
+unsigned threadId() noexcept {
+    return static_cast<unsigned>(::syscall(SYS_gettid));
+}
+
+void nameThread(std::string_view name) noexcept {
+    constexpr std::size_t most = 15;
+    char cut[most + 1] = {};
+    name = name.substr(0, name.find('\0'));
+    std::memcpy(cut, name.data(), std::min(most, name.size()));
+    static_cast<void>(::pthread_setname_np(::pthread_self(), cut));
+}
+
+bool aroundFork(void (*before)(), void (*inParent)(), void (*inChild)()) noexcept {
+    return ::pthread_atfork(before, inParent, inChild) == 0;
+}
+
+bool localTime(std::time_t time, std::tm & fields) noexcept {
+    return ::localtime_r(&time, &fields) != nullptr;
+}
+
+bool moveFile(char const * from, char const * to) noexcept {
+    return std::rename(from, to) == 0;
+}
+
+bool keyPressed() noexcept {
+    if (::isatty(STDIN_FILENO) == 0) {
+        return false;
+    }
+    struct pollfd input = {STDIN_FILENO, POLLIN, 0};
+    return ::poll(&input, 1, 0) > 0 && (input.revents & POLLIN) != 0;
+}
+
+bool isFolder(std::string const & path) noexcept {
+    struct stat status;
+    return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::error_code listFolder(std::string const & path, std::vector<std::string> & names) {
+    std::unique_ptr<DIR, int (*)(DIR *)> const listing(::opendir(path.c_str()),
+                                                       [](DIR * d) { return ::closedir(d); });
+    if (!listing) {
+        return lastError();
+    }
+    while (dirent const * const entry = ::readdir(listing.get())) {
+        names.emplace_back(entry->d_name);
+    }
+    return std::error_code();
+}
+
+struct QuietPipes::State {
+    sigset_t pipeSignal;
+    sigset_t former;
+    /// Whether the signal was there before: then it is somebody else's, and stays.
+    bool foreign;
+};
+
+QuietPipes::QuietPipes() noexcept {
+    static_assert(sizeof(State) <= sizeof state_ && alignof(State) <= alignof(void *),
+                  "the place is large enough");
+    State & state = *new (state_) State;
+    sigemptyset(&state.pipeSignal);
+    sigaddset(&state.pipeSignal, SIGPIPE);
+    sigset_t pending;
+    sigpending(&pending);
+    state.foreign = sigismember(&pending, SIGPIPE) == 1;
+    ::pthread_sigmask(SIG_BLOCK, &state.pipeSignal, &state.former);
+}
+
+QuietPipes::~QuietPipes() {
+    State & state = *std::launder(reinterpret_cast<State *>(state_));
+    if (!state.foreign) {
+        timespec const now{};
+        while (sigtimedwait(&state.pipeSignal, nullptr, &now) == -1 && errno == EINTR) {
+        }
+    }
+    ::pthread_sigmask(SIG_SETMASK, &state.former, nullptr);
+}
+
+AppendFile::AppendFile(char const * path) noexcept
+    : descriptor_(::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666)) {
+    if (descriptor_ < 0) {
+        error_ = lastError();
+        return;
+    }
+    struct stat status {};
+    if (::fstat(descriptor_, &status) == 0) {
+        regular_ = S_ISREG(status.st_mode);
+        size_ = regular_ ? static_cast<long long>(status.st_size) : 0;
+    }
+}
+
+AppendFile::~AppendFile() {
+    if (descriptor_ >= 0) {
+        ::close(descriptor_);
+    }
+}
+
+void AppendFile::write(std::string_view text) const noexcept {
+    if (regular_) {
+        writeAll(descriptor_, text);
+    } else if (descriptor_ >= 0) {
+        QuietPipes const quiet;
+        writeAll(descriptor_, text);
+    }
+}
+
+void shutDown(int socket) noexcept {
+    ::shutdown(socket, SHUT_RDWR);
+}
+
+BlockingMode::BlockingMode(int socket) noexcept : socket_(socket), flags_(::fcntl(socket, F_GETFL)) {
+    if (flags_ >= 0) {
+        ::fcntl(socket_, F_SETFL, flags_ & ~O_NONBLOCK);
+    }
+}
+
+BlockingMode::~BlockingMode() {
+    if (flags_ >= 0) {
+        ::fcntl(socket_, F_SETFL, flags_);
+    }
+}
+
+} // namespace platform
+} // namespace tav
