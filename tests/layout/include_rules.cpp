@@ -149,11 +149,37 @@ bool isOfAsioOrOpenSsl(std::string_view name) {
     return name == "asio.hpp" || startsWith(name, "asio/") || startsWith(name, "openssl/");
 }
 
+/// The C headers that every system has.
+Names const standardC = {"stdbool.h", "stddef.h", "stdint.h"};
+
+bool isOfSystem(std::string_view name) {
+    std::size_t const ending = name.size() < 2 ? 0 : name.size() - 2;
+    return name.substr(ending) == ".h" && !isOfAsioOrOpenSsl(name) && standardC.count(name) == 0 &&
+           rowOf(name).empty() && !startsWith(name, "tav/");
+}
+
+bool mayNameSystem(std::string_view path) {
+    return startsWith(path, "src/foundation/platform_");
+}
+
+/// The rule that a line of the library breaks by naming a system; empty if none.
+std::string brokenByNamingSystem(std::string_view line) {
+    for (std::string_view const name : {"__linux", "__gnu_linux", "__unix", "_WIN32", "__APPLE__"}) {
+        if (line.find(name) != std::string_view::npos) {
+            return "systems differ behind foundation/platform.h only: " + std::string(name);
+        }
+    }
+    return {};
+}
+
 /// The rule that one include breaks; empty if none.
 std::string brokenRule(std::string const & path, std::string const & folder, std::string const & name) {
     bool const ofLibrary = startsWith(path, "src/") || startsWith(path, "include/");
     if (ofLibrary && isOfAsioOrOpenSsl(name)) {
         return startsWith(path, "src/client/") ? "" : "asio and OpenSSL are for src/client only: " + name;
+    }
+    if (ofLibrary && isOfSystem(name) && !mayNameSystem(path)) {
+        return "systems differ behind foundation/platform.h only: " + name;
     }
     std::string const row = rowOf(name);
     if (!row.empty() && startsWith(path, "include/")) {
@@ -232,6 +258,15 @@ std::vector<std::string> brokenRules(std::vector<File> const & files) {
         if (folder.empty()) {
             tell(1, startsWith(file.path, "src/") ? "a folder without a row in the table"
                                                   : "a public header without a row in the table");
+        }
+        bool const ofLibrary = startsWith(file.path, "src/") || startsWith(file.path, "include/");
+        std::istringstream lines(ofLibrary && !mayNameSystem(file.path) ? file.text : std::string());
+        std::string text;
+        for (unsigned number = 1; std::getline(lines, text); ++number) {
+            std::string const rule = brokenByNamingSystem(text);
+            if (!rule.empty()) {
+                tell(number, rule);
+            }
         }
         std::string const self = includedName(file.path);
         for (Include const & include : graph[self]) {

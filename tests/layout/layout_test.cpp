@@ -93,6 +93,20 @@ TEST(Layout, AsioAndOpenSslAreForTheClientOnly) {
     EXPECT_EQ(brokenBy("src/client/a.cpp", "#include <asio.hpp>\n"), Lines{});
 }
 
+TEST(Layout, SystemsDifferBehindOneHeader) {
+    EXPECT_EQ(brokenBy("src/log/a.cpp", "#include <string>\n#include <sys/stat.h>\n"),
+              Lines{"src/log/a.cpp:2: systems differ behind foundation/platform.h only: sys/stat.h"});
+    EXPECT_EQ(brokenBy("include/tav/vinta/vinta_locks.h", "#include <pthread.h>\n"),
+              Lines{"include/tav/vinta/vinta_locks.h:1: systems differ behind foundation/platform.h only: "
+                    "pthread.h"});
+    EXPECT_EQ(brokenBy("src/runtime/a.cpp", "\n#ifdef _WIN32\n#endif\n"),
+              Lines{"src/runtime/a.cpp:2: systems differ behind foundation/platform.h only: _WIN32"});
+    EXPECT_EQ(brokenBy("src/foundation/platform_other.cpp", "#ifdef __linux__\n#include <poll.h>\n#endif\n"),
+              Lines{});
+    EXPECT_EQ(brokenBy("gateway/a.cpp", "#include <fcntl.h>\n"), Lines{});
+    EXPECT_EQ(brokenBy("include/tav/vinta/vinta_log_c.h", "#include <stddef.h>\n"), Lines{});
+}
+
 TEST(Layout, WhatStandsBesideUsesPublicHeadersAlone) {
     for (std::string const folder : {"tools", "gateway", "examples", "bench"}) {
         EXPECT_EQ(
