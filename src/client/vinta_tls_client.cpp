@@ -283,11 +283,11 @@ void client::should_check_heartbeat(bool v) {
 ip_port client::get_local_addr() {
     Site const site = here("tav::tls::client::get_local_addr");
     auto const core = alive(site);
-    auto const session = core ? core->current() : tavSharedPtr<impl::session>();
-    if (!session) {
+    if (!core) {
         return ip_port();
     }
-    ip_port const address = session->local_addr();
+    auto const session = core->current();
+    ip_port const address = session ? session->local_addr() : ip_port();
     logLine(tavLogger::DEBUG, site,
             [&](std::ostream & out) { out << core->name() << " self addr = " << address; });
     return address;
@@ -296,11 +296,11 @@ ip_port client::get_local_addr() {
 ip_port client::get_remote_addr() {
     Site const site = here("tav::tls::client::get_remote_addr");
     auto const core = alive(site);
-    auto const session = core ? core->current() : tavSharedPtr<impl::session>();
-    if (!session) {
+    if (!core) {
         return ip_port();
     }
-    ip_port const address = session->remote_addr();
+    auto const session = core->current();
+    ip_port const address = session ? session->remote_addr() : ip_port();
     logLine(tavLogger::DEBUG, site,
             [&](std::ostream & out) { out << core->name() << " peer addr = " << address; });
     return address;

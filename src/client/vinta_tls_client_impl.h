@@ -165,6 +165,10 @@ private:
     void dispatch(tavBytes const & frame, session & from);
     bool to_send_level(session & from, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                        tavMsgExt const & ext);
+    void call_send_level(send_option option, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                         tavMsgExt const & ext);
+    void warn_unregistered(message_callback const & callback, unsigned short code,
+                           tavSharedPtr<tavMessage> const & obj) const;
     bool to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                        tavMsgExt const & ext);
     void to_global_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,

@@ -36,11 +36,10 @@ unsigned char const * bytesOf(tav_istr v) {
     return reinterpret_cast<unsigned char const *>(v.data());
 }
 
-/// What a reply may still be written to.  The caller of send_and_wait and the thread "receiver" share it;
-/// once the call has returned, nothing is written.
+/// What a reply is written to.  The caller of send_and_wait and the thread "receiver" share it; once the call
+/// has returned it is null, and what the caller gave is the caller's alone.
 struct Awaited {
     std::mutex mutex;
-    bool ended = false;
     tavSharedPtr<tavMessage> ack;
 };
 
@@ -116,17 +115,33 @@ void Client::dispatch(tavBytes const & frame, session & from) {
     }
 }
 
+// The reply has claimed the send ahead of the callback, so that no limit that passes meanwhile is told too.
+// If the callback throws the message is lost, and the send waits on.
 bool Client::to_send_level(session & from, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                            tavMsgExt const & ext) {
-    detail::Site const site = here("tav::tls::impl::Client::on_recv");
     unsigned long long const sno = packet.sequence();
-    unsigned short const code = packet.code();
-    auto const sending = from.find_sending(sno, code);
-    if (!sending) {
+    auto const sending = from.find_sending(sno, packet.code());
+    if (!sending || !sending->claim()) {
         return false;
     }
+    try {
+        call_send_level(sending->option(), packet, obj, ext);
+    } catch (...) {
+        from.unclaim(sending);
+        throw;
+    }
+    sending->complete(result_ok);
+    // By its identity: the callback may have begun another send under the same number.
+    from.removeSending(sno, sending.get());
+    return true;
+}
+
+void Client::call_send_level(send_option option, im::Packet const & packet,
+                             tavSharedPtr<tavMessage> const & obj, tavMsgExt const & ext) {
+    detail::Site const site = here("tav::tls::impl::Client::on_recv");
     log_parts(tavLogger::DEBUG, site, name_, " use send level callback ");
-    send_option option = sending->option();
+    unsigned long long const sno = packet.sequence();
+    unsigned short const code = packet.code();
     tav_istr const body = packet.body();
     if (option.on_nbr_ack(sno, code, bytesOf(body), body.size(), ext)) {
         log_parts(tavLogger::DEBUG, site, name_, " on send level nbr ack ");
@@ -136,12 +151,24 @@ bool Client::to_send_level(session & from, im::Packet const & packet, tavSharedP
         log_parts(tavLogger::DEBUG, site, name_, " on send level object ack ");
     } else {
         log_parts(tavLogger::DEBUG, site, name_, " on send level json ack ");
+        warn_unregistered(option.callback_, code, obj);
         option.on_json_ack(sno, code, to_json(packet, false).c_str(), ext);
     }
-    sending->complete(result_ok);
-    // By its identity: the callback may have begun another send under the same number.
-    from.removeSending(sno, sending.get());
-    return true;
+}
+
+// A callback for objects gets nothing of a code without a class, and no other callback is asked.
+void Client::warn_unregistered(message_callback const & callback, unsigned short code,
+                               tavSharedPtr<tavMessage> const & obj) const {
+    callback_type const type = callback.type();
+    if (!obj && (type == callback_obj || type == callback_ptr)) {
+        detail::log(
+            tav_istr(log_tag), tavLogger::WARN, here("tav::tls::impl::Client::on_recv"),
+            [&](std::ostream & out) {
+                out << name_ << " message 0x" << asHex(code, 4, true)
+                    << " is lost: its callback takes objects, and no class is registered for the code; "
+                       "register one with register_message, or take the message as NBR or JSON";
+            });
+    }
 }
 
 bool Client::to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
@@ -168,6 +195,7 @@ bool Client::to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> c
         log_parts(tavLogger::DEBUG, site, name_, " on type level object msg ");
     } else {
         log_parts(tavLogger::DEBUG, site, name_, " on type level json msg ");
+        warn_unregistered(*callback, code, obj);
         callback->on_json(sno, code, to_json(packet, false).c_str(), ext);
     }
     return true;
@@ -204,6 +232,7 @@ void Client::to_global_level(im::Packet const & packet, tavSharedPtr<tavMessage>
         log_parts(tavLogger::DEBUG, site, name_, " on global level object msg ");
     } else {
         log_parts(tavLogger::DEBUG, site, name_, " on global level json msg ");
+        warn_unregistered(present->callback_, code, obj);
         present->on_json_msg(sno, code, to_json(packet, false).c_str(), ext);
     }
 }
@@ -365,7 +394,7 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
                                                      unsigned char const * data, unsigned size,
                                                      tavMsgExt ext) {
         std::lock_guard<std::mutex> const guard(awaited->mutex);
-        if (awaited->ended) {
+        if (!awaited->ack) {
             return;
         }
         tavMessage & target = *awaited->ack;
@@ -388,8 +417,7 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
         std::atomic_store(out, send_ptr());
     }
     std::lock_guard<std::mutex> const guard(awaited->mutex);
-    awaited->ended = true;
-    awaited->ack = tavSharedPtr<tavMessage>();
+    awaited->ack.reset();
     return result;
 }
 

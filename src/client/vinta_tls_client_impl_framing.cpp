@@ -21,6 +21,7 @@ namespace {
 using tav::detail::here;
 using Guard = std::lock_guard<tavMutex const>;
 
+constexpr unsigned long long no_sno = ~0ull;
 constexpr unsigned head_size = 4;
 /// Queued frames go out together as long as they fit into one TLS record, which is sent whole or not at all.
 constexpr std::size_t record_size = 16384;
@@ -276,24 +277,24 @@ void session::on_sent(std::size_t length, std::size_t remaining) {
 
 std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_option const & option) {
     tav::detail::Site const site = here("tav::tls::impl::session::send_pkt");
-    info_ptr info;
     if (connected()) {
+        info_ptr info;
         if (!option.empty()) {
             info = std::make_shared<send_info>(name_, self_ptr(this), pkt->sequence(), pkt->code(), option,
-                                               last_tick_ms_);
+                                               clock_());
         }
+        std::list<outgoing> one;
+        one.push_back(outgoing{std::move(pkt), info});
         std::shared_ptr<tavTaskQueue> idle;
-        std::unique_lock<std::mutex> guard(outgoing_mutex_);
-        if (!sender_closed_) {
-            outgoing_.push_back(outgoing{std::move(pkt), info});
-            if (!draining_) {
-                draining_ = true;
-                idle = sender_;
+        {
+            std::lock_guard<std::mutex> const guard(outgoing_mutex_);
+            if (!sender_closed_) {
+                outgoing_.splice(outgoing_.end(), one);
+                idle = claim_sender();
             }
-            guard.unlock();
-            if (idle) {
-                put_drain(*idle);
-            }
+        }
+        if (one.empty()) {
+            put_drain(idle);
             return info;
         }
     }
@@ -301,41 +302,59 @@ std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_
     return info_ptr();
 }
 
-// Null once the session lets no more packets through.
-std::shared_ptr<tavTaskQueue> session::open_sender() {
-    std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-    return sender_closed_ ? nullptr : sender_;
+// Called with outgoing_mutex_ held.  Null if "sender" need not be woken.
+std::shared_ptr<tavTaskQueue> session::claim_sender() {
+    if (draining_ || outgoing_.empty() || sender_closed_) {
+        return nullptr;
+    }
+    draining_ = true;
+    return sender_;
 }
 
-// Called without outgoing_mutex_, which is the first that the woken thread takes.
-void session::put_drain(tavTaskQueue & sender) {
-    sender.put([self = self_ptr(this)] { self->drain_outgoing(); });
+// Called without outgoing_mutex_, which is the first that the woken thread takes.  Packets that "sender"
+// could not be told of wait for the next send or tick.
+void session::put_drain(std::shared_ptr<tavTaskQueue> const & sender) {
+    if (!sender) {
+        return;
+    }
+    try {
+        sender->put([self = self_ptr(this)] { self->drain_outgoing(); });
+    } catch (...) {
+        tav::detail::reportCaught(here("tav::tls::impl::session::put_drain"));
+        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
+        draining_ = false;
+    }
 }
 
 // Sends what is there, one packet after the other; a session that is being closed leaves the rest to
 // close_sender.
 void session::drain_outgoing() {
     own_thread const mark(this);
-    outgoing next;
-    try {
-        for (;;) {
-            {
-                std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-                if (sender_closed_ || outgoing_.empty()) {
-                    draining_ = false;
-                    return;
-                }
-                next = std::move(outgoing_.front());
-                outgoing_.pop_front();
+    for (;;) {
+        std::list<outgoing> one;
+        {
+            std::lock_guard<std::mutex> const guard(outgoing_mutex_);
+            if (sender_closed_ || outgoing_.empty()) {
+                draining_ = false;
+                return;
             }
-            do_send_pkt(*next.pkt, next.info);
-            next = outgoing();
+            one.splice(one.end(), outgoing_, outgoing_.begin());
         }
+        send_outgoing(one.front());
+    }
+}
+
+// What fails here ends by its limit as if it had gone out, unless it did not even come to be tracked.
+void session::send_outgoing(outgoing const & next) {
+    tav::detail::Site const site = here("tav::tls::impl::session::send_outgoing");
+    try {
+        do_send_pkt(*next.pkt, next.info);
+        return;
     } catch (...) {
-        if (std::shared_ptr<tavTaskQueue> const sender = open_sender()) {
-            put_drain(*sender);
-        }
-        throw;
+        tav::detail::reportCaught(site);
+    }
+    if (next.info && !sends_.contains(*next.info)) {
+        cancel_each_send(next.info);
     }
 }
 
@@ -353,23 +372,21 @@ void session::close_sender() {
     }
     sender->close();
     std::shared_ptr<tavTaskQueue> ended_sender;
-    std::deque<outgoing> dropped;
+    std::list<outgoing> dropped;
     {
         std::lock_guard<std::mutex> const guard(outgoing_mutex_);
         ended_sender.swap(sender_);
         dropped.swap(outgoing_);
-        for (outgoing & each : dropped) {
-            if (each.info) {
-                dropped_.push_back(std::move(each.info));
-            }
-        }
     }
+    dropped.remove_if([](outgoing const & each) { return !each.info; });
+    std::lock_guard<std::mutex> const guard(outgoing_mutex_);
+    dropped_.splice(dropped_.end(), dropped);
 }
 
 void session::do_send_pkt(im::Packet & pkt, info_ptr const & info) {
     tav::detail::Site const site = here("tav::tls::impl::session::do_send_pkt");
     unsigned long long const sno = pkt.sequence();
-    if (info && info->result() < 0) {
+    if (info && !info->claimed()) {
         track(info);
     }
     tavBytes frame(pkt.body().size() + packet_overhead);
@@ -386,97 +403,82 @@ void session::do_send_pkt(im::Packet & pkt, info_ptr const & info) {
         return;
     }
     log_parts(tavLogger::ERROR, site, name_, " send buf fail, maybe not connected, remove #", sno);
-    if (info && info->result() < 0) {
-        info->detach();
-        info->complete(result_error);
+    if (info) {
+        sends_.remove(*info);
+        cancel_each_send(info);
     }
 }
 
 // A second send under the same number takes the first one's place.
 void session::track(info_ptr const & info) {
-    std::size_t total = 0;
-    {
-        Guard const guard(sending_.mutex);
-        info_ptr & place = sending_.map[info->sno()];
-        if (place && place != info && place->result() < 0) {
-            sending_.others.push_back(place);
-        }
-        place = info;
-        total = sending_.map.size();
-    }
+    std::size_t const total = sends_.add(info);
     log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::do_send_pkt"), name_, " add sending #",
               info->sno(), ", total = ", total);
-    if (info->result() >= 0) {
+    if (info->claimed()) {
         // Cancelled meanwhile by someone who could not find it here yet.
         removeSending(info->sno(), info.get());
     }
 }
 
 std::shared_ptr<send_info> session::find_sending(unsigned long long sno, unsigned short ack) const {
-    Guard const guard(sending_.mutex);
-    auto const found = sending_.map.find(sno);
-    return found != sending_.map.end() && found->second->ack() == ack ? found->second : info_ptr();
+    return sends_.find(sno, ack);
+}
+
+void session::unclaim(std::shared_ptr<send_info> const & info) {
+    info->unclaim();
+    if (!sends_.contains(*info)) {
+        cancel_each_send(info);
+    }
 }
 
 bool session::removeSending(unsigned long long sno) {
-    return removeSending(sno, nullptr);
+    bool const removed = sno != no_sno && sends_.remove(sno);
+    log_removed(removed, sno);
+    return removed;
+}
+
+void session::forget(send_info const & info) {
+    removeSending(info.sno(), &info);
 }
 
 bool session::removeSending(unsigned long long sno, send_info const * info) {
-    info_ptr removed;
-    if (sno != ~0ull) {
-        Guard const guard(sending_.mutex);
-        auto const found = sending_.map.find(sno);
-        if (found != sending_.map.end() && (info == nullptr || found->second.get() == info)) {
-            removed.swap(found->second);
-            sending_.map.erase(found);
-        } else if (info != nullptr) {
-            auto const other = std::find_if(sending_.others.begin(), sending_.others.end(),
-                                            [info](info_ptr const & each) { return each.get() == info; });
-            if (other != sending_.others.end()) {
-                sending_.others.erase(other);
-            }
-        }
+    bool const removed = info->sno() == sno && sends_.remove(*info);
+    log_removed(removed, sno);
+    return removed;
+}
+
+void session::log_removed(bool removed, unsigned long long sno) const {
+    if (removed) {
+        log_parts(tavLogger::INFO, here("tav::tls::impl::session::removeSending"), name_,
+                  " removed waiting msg #", sno);
     }
-    if (!removed) {
-        return false;
-    }
-    log_parts(tavLogger::INFO, here("tav::tls::impl::session::removeSending"), name_,
-              " removed waiting msg #", sno);
-    return true;
 }
 
 std::size_t session::sending() const {
-    Guard const guard(sending_.mutex);
-    return sending_.map.size();
+    return sends_.size();
 }
 
 void session::cancel_all() {
     tav::detail::Site const site = here("tav::tls::impl::session::cancel_all");
     log_parts(tavLogger::INFO, site, name_, " cancel session");
     closing_ = true;
-    std::map<unsigned long long, info_ptr> taken;
-    std::vector<info_ptr> others;
-    {
-        Guard const guard(sending_.mutex);
-        taken.swap(sending_.map);
-        others.swap(sending_.others);
-    }
+    send_table::content const taken = sends_.take_all();
+    std::list<outgoing> dropped;
     {
         std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-        others.insert(others.end(), dropped_.begin(), dropped_.end());
-        dropped_.clear();
+        dropped.swap(dropped_);
     }
-    if (!taken.empty() || !others.empty()) {
+    if (!taken.empty() || !dropped.empty()) {
         log_parts(tavLogger::INFO, site, name_, " cancel all sending...");
     }
-    for (auto const & each : taken) {
-        cancel_each_send(each.first, each.second);
+    for (auto const & each : taken.by_number) {
+        cancel_each_send(each.second);
     }
-    for (info_ptr const & each : others) {
-        if (each->result() < 0) {
-            cancel_each_send(each->sno(), each);
-        }
+    for (auto const & each : taken.replaced) {
+        cancel_each_send(each.second);
+    }
+    for (outgoing const & each : dropped) {
+        cancel_each_send(each.info);
     }
     if (!tavLogger::isLoggable(log_tag, tavLogger::DEBUG)) {
         return;
@@ -493,156 +495,43 @@ void session::cancel_all() {
     }
 }
 
-void session::cancel_each_send(unsigned long long sno, info_ptr const & info) {
-    log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::cancel_each_send"), name_, " cancel sending #",
-              sno);
-    if (info) {
-        // What the application's function throws must not keep the sends behind it from their end.
-        try {
-            info->on_timedout(true);
-        } catch (...) {
-            tav::detail::reportCaught(here("tav::tls::impl::session::cancel_each_send"));
-        }
-        info->complete(result_cancelled);
+// Ends a send as cancelled, unless someone else is ending it.  What the application's function throws must
+// not keep the sends behind it from their end.
+void session::cancel_each_send(info_ptr const & info) {
+    tav::detail::Site const site = here("tav::tls::impl::session::cancel_each_send");
+    if (!info->claim()) {
+        return;
     }
-}
-
-// The walk goes by number, so that a function of the application may add and end sends on the way.
-void session::check_sends_timedout() {
-    Guard const guard(sending_.mutex);
-    std::map<unsigned long long, info_ptr> & map = sending_.map;
-    for (auto next = map.begin(); next != map.end();) {
-        unsigned long long const sno = next->first;
-        info_ptr const info = next->second;
-        bool const keep = check_each_send_timedout(sno, info);
-        next = map.lower_bound(sno);
-        if (next != map.end() && next->first == sno) {
-            if (!keep && next->second == info) {
-                next = map.erase(next);
-            } else {
-                ++next;
-            }
-        }
-    }
-}
-
-bool session::check_each_send_timedout(unsigned long long sno, info_ptr const & info) {
-    if (!info) {
-        return false;
-    }
-    if (!info->check_timedout(last_tick_ms_)) {
-        return true;
-    }
-    log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::check_each_send_timedout"), name_,
-              " send timed out #", sno, ", will remove sending");
-    return false;
-}
-
-send_info::send_info(std::string name, tavSharedPtr<session> owner, unsigned long long sno,
-                     unsigned short msgcode, send_option const & option, long long start_time)
-    : name_(std::move(name)),
-      session_(std::move(owner)),
-      sno_(sno),
-      msgcode_(msgcode),
-      ack_(option.ack),
-      wait_ms_(option.wait_ms()),
-      option_(option),
-      start_time_(start_time),
-      result_(result_unknown) {}
-
-void send_info::cancel() {
-    detach();
+    log_parts(tavLogger::DEBUG, site, name_, " cancel sending #", info->sno());
     try {
-        on_timedout(true);
+        info->end_cancelled();
     } catch (...) {
-        complete(result_cancelled);
-        throw;
+        tav::detail::reportCaught(site);
     }
-    complete(result_cancelled);
 }
 
-result_type send_info::wait() {
-    tav::detail::Site const site = here("tav::tls::impl::send_info::wait");
-    if (result_ < 0) {
-        tav::detail::log(log_tag, tavLogger::DEBUG, site, [&](std::ostream & out) {
-            out << name_ << " send wait begin, " << static_cast<tls::send_info const &>(*this);
-        });
-        {
-            std::lock_guard<tavMonitor const> const guard(monitor_);
-            while (result_ < 0) {
-                if (!monitor_.waitInLock(-1)) {
-                    result_ = result_timedout;
-                }
-            }
+// The functions are called with no lock held, so that they may add and end sends on the way.
+void session::check_sends_timedout(long long now) {
+    tav::detail::Site const site = here("tav::tls::impl::session::check_each_send_timedout");
+    send_table::cursor at;
+    while (info_ptr const due = sends_.take_due(now, at)) {
+        try {
+            due->end_timed_out(now);
+        } catch (...) {
+            tav::detail::reportCaught(site);
         }
-        tav::detail::log(log_tag, tavLogger::DEBUG, site, [&](std::ostream & out) {
-            out << name_ << " send wait end, result = " << result();
-        });
-    }
-    result_type const ended = result();
-    detach();
-    std::lock_guard<tavMonitor const> const guard(monitor_);
-    option_.clear();
-    return ended;
-}
-
-result_type send_info::result() const {
-    return static_cast<result_type>(result_.load());
-}
-
-unsigned long long send_info::sno() const {
-    return sno_;
-}
-
-unsigned short send_info::msgcode() const {
-    return msgcode_;
-}
-
-send_option send_info::option() const {
-    std::lock_guard<tavMonitor const> const guard(monitor_);
-    return option_;
-}
-
-// What the option's functions own may end with the copy, after the monitor is free again.
-void send_info::complete(result_type v) {
-    send_option dropped;
-    tavSharedPtr<session> released;
-    std::lock_guard<tavMonitor const> const guard(monitor_);
-    dropped = option_;
-    option_.clear();
-    released.swap(session_);
-    result_ = v;
-    monitor_.signalAllInLock();
-}
-
-void send_info::detach() {
-    tavSharedPtr<session> const owner = take_session();
-    if (owner) {
-        owner->removeSending(sno_, this);
+        log_parts(tavLogger::DEBUG, site, name_, " send timed out #", due->sno(), ", will remove sending");
     }
 }
 
-void send_info::on_timedout(bool cancelled) {
-    option_.on_timedout(sno_, msgcode_, cancelled);
-}
-
-bool send_info::check_timedout(long long now) {
-    // The quick way out for the many that are not due; the option itself decides about the others.
-    int const elapsed = elapsed_ms(start_time_, now);
-    if (static_cast<long long>(wait_ms_) - elapsed >= 5 || !option_.check_timedout(sno_, msgcode_, elapsed)) {
-        return false;
+// Has what waits for another thread told again, if there was no memory to tell it at once.
+void session::resume_sending() {
+    std::shared_ptr<tavTaskQueue> idle;
+    {
+        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
+        idle = claim_sender();
     }
-    log_parts(tavLogger::VERBOSE, here("tav::tls::impl::send_info::check_timedout"), name_,
-              " send timed out #", sno_);
-    complete(result_timedout);
-    return true;
-}
-
-tavSharedPtr<session> send_info::take_session() {
-    tavSharedPtr<session> owner;
-    std::lock_guard<tavMonitor const> const guard(monitor_);
-    owner.swap(session_);
-    return owner;
+    put_drain(idle);
 }
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -30,18 +30,22 @@ void append_part(std::string & out, T const & part) {
 }
 
 /// Writes one record made of texts and numbers, and a line feed, if `level` is loggable.  This is the form
-/// for lines that come with every frame: no stream is built.
+/// for lines that come with every frame: no stream is built.  A line for which there is no memory is lost, so
+/// that none keeps anything from being done.
 template <class... Parts>
-void log_parts(tavLogger::LogLevel level, tav::detail::Site site, Parts const &... parts) {
-    if (!tavLogger::isLoggable(tav_istr(log_tag), level)) {
-        return;
+void log_parts(tavLogger::LogLevel level, tav::detail::Site site, Parts const &... parts) noexcept {
+    try {
+        if (!tavLogger::isLoggable(tav_istr(log_tag), level)) {
+            return;
+        }
+        std::string text;
+        text.reserve(128);
+        (append_part(text, parts), ...);
+        text.push_back('\n');
+        tavLogger::writeLog(tav_istr(log_tag), level, tav_istr(text), site.file, static_cast<int>(site.line),
+                            site.func);
+    } catch (...) {
     }
-    std::string text;
-    text.reserve(128);
-    (append_part(text, parts), ...);
-    text.push_back('\n');
-    tavLogger::writeLog(tav_istr(log_tag), level, tav_istr(text), site.file, static_cast<int>(site.line),
-                        site.func);
 }
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -2,14 +2,12 @@
 
 #include "client/vinta_tls_client_impl_log.h"
 #include "foundation/platform.h"
-#include "tav/vinta/vinta_basetypes_time.h"
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
-#include <algorithm>
+#include <chrono>
 #include <cstdlib>
-#include <limits>
 #include <utility>
 
 namespace tav {
@@ -24,6 +22,12 @@ constexpr unsigned long long no_sno = ~0ull;
 constexpr unsigned short no_code = 0xffff;
 constexpr int timer_period_ms = 100;
 constexpr int receiver_wait_ms = 1000;
+
+/// A clock that no one sets, for limits and supervision.
+long long steady_ms() {
+    auto const passed = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
+}
 
 /// The session whose thread this is.
 thread_local session const * thread_owner = nullptr;
@@ -75,11 +79,6 @@ ip_port address(asio::ip::tcp::endpoint const & endpoint) {
 
 } // namespace
 
-int elapsed_ms(long long from, long long to) {
-    constexpr long long most = std::numeric_limits<int>::max() - 5;
-    return static_cast<int>(std::clamp(to - from, -most, most));
-}
-
 session::own_thread::own_thread(session const * owner) : before_(thread_owner) {
     thread_owner = owner;
 }
@@ -94,7 +93,7 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       state_(state_created),
       active_closing_(false),
       closing_(false),
-      clock_(clock ? std::move(clock) : clock_function(&tavTime::currentTimeMillis)),
+      clock_(clock ? std::move(clock) : clock_function(&steady_ms)),
       context_(std::move(owner)),
       socket_(context_, name),
       on_recv_(std::move(on_recv)),
@@ -111,7 +110,6 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       check_heartbeat_(false),
       session_id_(0) {
     long long const now = clock_();
-    last_tick_ms_ = now;
     connect_begin_ms_ = now;
     last_recv_ms_ = now;
     last_send_ms_ = now;
@@ -216,7 +214,6 @@ bool session::on_timer(bool stopping) {
     }
     own_thread const mark(this);
     long long const now = clock_();
-    last_tick_ms_ = now;
     int const state = state_;
     if (state == state_connecting || state == state_handshaking) {
         int const elapsed = elapsed_ms(connect_begin_ms_, now);
@@ -225,7 +222,8 @@ bool session::on_timer(bool stopping) {
                       " connect timed out ", elapsed, "ms");
         }
     }
-    check_sends_timedout();
+    check_sends_timedout(now);
+    resume_sending();
     if (state_ == state_connected && check_heartbeat_) {
         if (now - last_send_ms_ > HEARTBEAT_INTERVAL_MS) {
             send_raw(nullptr, 0);

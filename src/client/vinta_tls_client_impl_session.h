@@ -1,6 +1,8 @@
 #ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 
+#include "client/send_info.h"
+#include "client/send_table.h"
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_im_pkt.h"
@@ -17,6 +19,7 @@
 #include <atomic>
 #include <deque>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -32,11 +35,6 @@
 namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
-
-class send_info;
-
-/// The milliseconds from one time to another, within what an int holds.
-int elapsed_ms(long long from, long long to);
 
 /// What a client keeps across its connections: the I/O context on which all network completions run, the TLS
 /// context with trusted certificates and ciphers, and the resolver.  TLS 1.2 is the only version.
@@ -147,8 +145,9 @@ private:
 ///
 /// Its threads are "sender" (encodes packets), "receiver" (runs `on_recv`) and "timer" (time-outs and
 /// heartbeats, each 100 ms); the socket belongs to the context's I/O thread.  From `open` to `close` they
-/// keep the session alive, so `close` must be called.  Times are milliseconds since the epoch.
-class session : public virtual tavRefCountObject {
+/// keep the session alive, so `close` must be called.  Times are
+/// milliseconds of a clock that nobody can set.
+class session : public send_owner {
 public:
     using recv_function = std::function<void(tavBytes const &)>;
     using clock_function = std::function<long long()>;
@@ -170,7 +169,7 @@ public:
     };
 
     /// `on_recv` is given each frame's body, on the thread "receiver"; `option` is copied.  `clock` replaces
-    /// the system's clock.
+    /// the steady clock.
     session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
             connect_option const & option, clock_function clock = clock_function());
     /// Closes the socket and cancels all that is left.
@@ -221,10 +220,14 @@ public:
     std::shared_ptr<send_info> send_pkt(tavSharedPtr<im::Packet> pkt, send_option const & option);
     /// The tracked send of this sequence if a message of code `ack` is its reply; otherwise null.
     std::shared_ptr<send_info> find_sending(unsigned long long sno, unsigned short ack) const;
+    /// Gives back what a reply has claimed and did not end.  It waits on, unless all sends were ended
+    /// meanwhile.
+    void unclaim(std::shared_ptr<send_info> const & info);
     /// Forgets a tracked send; true if there was one.
     bool removeSending(unsigned long long sno);
     /// The same if it is this one, and not one that took its place.
     bool removeSending(unsigned long long sno, send_info const * info);
+    void forget(send_info const & info) override;
     /// The number of tracked sends.
     std::size_t sending() const;
 
@@ -303,14 +306,16 @@ private:
     void on_sent(std::size_t length, std::size_t remaining);
 
     // Sending, on "sender".
-    std::shared_ptr<tavTaskQueue> open_sender();
-    void put_drain(tavTaskQueue & sender);
+    std::shared_ptr<tavTaskQueue> claim_sender();
+    void put_drain(std::shared_ptr<tavTaskQueue> const & sender);
     void drain_outgoing();
+    void send_outgoing(outgoing const & next);
     void do_send_pkt(im::Packet & pkt, info_ptr const & info);
     void track(info_ptr const & info);
-    void cancel_each_send(unsigned long long sno, info_ptr const & info);
-    void check_sends_timedout();
-    bool check_each_send_timedout(unsigned long long sno, info_ptr const & info);
+    void log_removed(bool removed, unsigned long long sno) const;
+    void cancel_each_send(info_ptr const & info);
+    void check_sends_timedout(long long now);
+    void resume_sending();
 
     std::string const name_;
     std::atomic<int> state_;
@@ -327,12 +332,7 @@ private:
     recv_function const on_recv_;
     connect_option option_;
 
-    struct {
-        tavMutex mutex;
-        std::map<unsigned long long, info_ptr> map;
-        /// Tracked sends that lost their place in the map; they end with the session.
-        std::vector<info_ptr> others;
-    } mutable sending_;
+    send_table sends_;
 
     /// Guards the two pointers.
     std::mutex threads_mutex_;
@@ -341,9 +341,9 @@ private:
     /// Guards what belongs to "sender": its pointer, the packets that wait for it and the two flags.
     std::mutex outgoing_mutex_;
     std::shared_ptr<tavTaskQueue> sender_;
-    std::deque<outgoing> outgoing_;
-    /// Tracked sends that "sender" never came to; they end with the session.
-    std::vector<info_ptr> dropped_;
+    std::list<outgoing> outgoing_;
+    /// What "sender" never came to; its tracked sends end with the session.
+    std::list<outgoing> dropped_;
     bool draining_;
     bool sender_closed_;
     /// Frames that "receiver" has not begun with.
@@ -367,51 +367,11 @@ private:
     tavBytes write_buffer_;
     std::size_t writing_;
 
-    std::atomic<long long> last_tick_ms_;
     std::atomic<long long> connect_begin_ms_;
     std::atomic<long long> last_recv_ms_;
     std::atomic<long long> last_send_ms_;
     std::atomic<bool> check_heartbeat_;
     std::atomic<unsigned long long> session_id_;
-};
-
-/// A send that waits for its reply, its time-out or its cancellation.
-/// Thread safety: all operations.  No lock is held while the option's functions run.
-class send_info : public tls::send_info {
-public:
-    send_info(std::string name, tavSharedPtr<session> owner, unsigned long long sno, unsigned short msgcode,
-              send_option const & option, long long start_time);
-
-    void cancel() override;
-    result_type wait() override;
-    result_type result() const override;
-    unsigned long long sno() const override;
-    unsigned short msgcode() const override;
-    send_option option() const override;
-
-    /// The code of the reply, 0xffff for none.
-    unsigned short ack() const { return ack_; }
-    /// Ends the send: disarms the option, lets the session go, sets the result and wakes all waiters.
-    void complete(result_type v);
-    /// Takes it out of the session's sends and lets the session go.
-    void detach();
-    /// Tells the option's time-out function, once.
-    void on_timedout(bool cancelled);
-    /// Ends the send with result_timedout if its limit has passed at `now`; true if it has.
-    bool check_timedout(long long now);
-
-private:
-    tavSharedPtr<session> take_session();
-
-    std::string const name_;
-    tavSharedPtr<session> session_;
-    unsigned long long const sno_;
-    unsigned short const msgcode_;
-    unsigned short const ack_;
-    int const wait_ms_;
-    send_option option_;
-    long long const start_time_;
-    std::atomic<int> result_;
 };
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -282,6 +282,38 @@ TEST_F(Dispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheGlobalLevel) {
     EXPECT_EQ(settled().size(), 1u);
 }
 
+TEST_F(Dispatch, AMessageThatIsLostForLackOfAClassIsToldAtEachLevel) {
+    std::string const rest = " is lost: its callback takes objects, and no class is registered for the code; "
+                             "register one with register_message, or take the message as NBR or JSON\n";
+    tls::connect_option option = rig.option();
+    option.set_ptr_msg_callback(global.ptr());
+    connect(option);
+    track(send.obj(), 0x3001, 7);
+    push(mobile(0x3001, 7));
+    rig.client.on_msg(0x3002, type.ptr());
+    push(mobile(0x3002, 1));
+    push(mobile(0x3003, 1));
+    EXPECT_EQ(settled(), All{});
+    for (char const * const code : {"0x3001", "0x3002", "0x3003"}) {
+        LogCapture::Record const record = log.find("<n> message " + std::string(code) + rest);
+        EXPECT_EQ(record.level, tavLogger::WARN) << code;
+    }
+    EXPECT_EQ(log.count(rest), 3u);
+}
+
+TEST_F(Dispatch, AMessageThatACallbackTakesOrNoneIsThereForIsNotToldAsLost) {
+    rig.client.register_message(0x3001, &Ask::create);
+    rig.client.on_msg(0x3001, type.obj());
+    rig.client.on_nbr_msg(0x3002, type.nbr());
+    rig.client.on_json_msg(0x3003, type.json());
+    connect();
+    for (unsigned short const code : std::initializer_list<unsigned short>{0x3001, 0x3002, 0x3003, 0x3004}) {
+        push(mobile(code, 1));
+    }
+    EXPECT_EQ(settled().size(), 3u);
+    EXPECT_FALSE(log.contains(" is lost: "));
+}
+
 TEST_F(Dispatch, ASendWithoutACallbackEndsAllTheSame) {
     rig.client.on_nbr_msg(0x3001, type.nbr());
     connect();

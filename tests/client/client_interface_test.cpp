@@ -517,6 +517,8 @@ TEST(ClientAddress, EmptyWithoutAConnection) {
     client c("a");
     EXPECT_TRUE(c.get_local_addr().empty());
     EXPECT_TRUE(c.get_remote_addr().empty());
+    EXPECT_EQ(log.find("<a> self addr = ***:\n").level, tavLogger::DEBUG);
+    EXPECT_EQ(log.find("<a> peer addr = ***:\n").level, tavLogger::DEBUG);
 }
 
 TEST(ClientAddress, TellsBothEnds) {

@@ -33,6 +33,21 @@ public:
     tavObject * newInstance() const override { return nullptr; }
 };
 
+/// A message that stops at a gate as it is read or printed.
+class Held : public Answer {
+public:
+    explicit Held(Gate & g) : gate(g) {}
+
+protected:
+    void traverse(tavCodecStream & s) override {
+        gate.pass();
+        Answer::traverse(s);
+    }
+
+private:
+    Gate & gate;
+};
+
 tls::send_option tracked(int wait_ms = 20000, unsigned short ack = 0xffff) {
     return tls::send_option(tls::timedout_option(wait_ms), tls::error_function(), tls::message_callback(),
                             ack, false, 4);
@@ -42,6 +57,11 @@ class Send : public ::testing::Test {
 protected:
     void SetUp() override { rig.connect(); }
     tls::client & client() { return rig.client; }
+    /// Waits until a send of now has ended by this limit: all limits that were earlier have been looked at.
+    void passesLimit(int wait_ms) {
+        auto const sentinel = client().send_nbr_msg(0x4000, nullptr, 0, tracked(wait_ms));
+        ASSERT_EQ(resultOf(sentinel), tls::result_timedout);
+    }
 
     LogCapture log;
     ClientRig rig;
@@ -388,6 +408,127 @@ TEST_F(Send, TimeOutIsToldOnceAndEndsTheSend) {
     EXPECT_EQ(events.all(), (std::vector<std::string>{textOf(sno) + " 4660 t"}));
 }
 
+TEST_F(Send, ACallbackSlowerThanTheLimitIsNeverToldATimeOutToo) {
+    Events events;
+    Gate gate;
+    auto const info =
+        client().send_msg(Ask(1), tls::send_option(
+                                      200,
+                                      [&](unsigned long long, unsigned short, bool cancelled) {
+                                          events.add(cancelled ? "cancelled" : "timedout");
+                                      },
+                                      tls::error_function(),
+                                      tls::nbr_function([&](unsigned long long, unsigned short,
+                                                            unsigned char const *, unsigned, tavMsgExt) {
+                                          events.add("reply");
+                                          gate.pass();
+                                      }),
+                                      0x1235, false, 4));
+    rig.server->send(mobile(0x1235, rig.receive().sno).framed());
+    ASSERT_TRUE(gate.waitArrived());
+    passesLimit(400);
+    info->cancel();
+    EXPECT_EQ(info->result(), tls::result_unknown) << "the reply has it";
+    gate.open();
+    EXPECT_EQ(resultOf(info), tls::result_ok);
+    EXPECT_EQ(info->wait(), tls::result_ok);
+    EXPECT_EQ(events.all(), std::vector<std::string>{"reply"});
+}
+
+TEST_F(Send, ALimitBeginsWithTheSendHoweverLateTheTickIs) {
+    Events events;
+    auto const slow =
+        client().send_msg(Ask(1), tls::send_option(
+                                      1,
+                                      [&](unsigned long long, unsigned short, bool) {
+                                          events.add("slow");
+                                          std::this_thread::sleep_for(std::chrono::milliseconds(700));
+                                      },
+                                      false, 4));
+    ASSERT_TRUE(events.wait(1));
+    eventually([] { return false; }, 500);
+    auto const begin = std::chrono::steady_clock::now();
+    Answer answer;
+    EXPECT_EQ(client().send_and_wait(Ask(2), answer, 700), tls::result_timedout);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(694));
+    EXPECT_EQ(slow->wait(), tls::result_timedout);
+}
+
+TEST_F(Send, ATimeOutFunctionKeepsNobodyFromAReply) {
+    Gate gate;
+    auto const slow = client().send_msg(
+        Ask(1), tls::send_option(
+                    1, [&](unsigned long long, unsigned short, bool) { gate.pass(); }, false, 4));
+    rig.receive();
+    ASSERT_TRUE(gate.waitArrived());
+    Answer answer;
+    Asking asking([&] { return client().send_and_wait(Ask(2), answer, 60000); });
+    rig.server->send(mobile(0x1235, rig.receive().sno, bodyOf(42)).framed());
+    EXPECT_EQ(asking.result(), tls::result_ok);
+    EXPECT_EQ(slow->result(), tls::result_unknown);
+    gate.open();
+    EXPECT_EQ(slow->wait(), tls::result_timedout);
+}
+
+TEST_F(Send, ANumberThatIsUsedAgainLeavesTheFirstSendItsLimit) {
+    tls::send_option option = tracked(200);
+    option.sno = 7;
+    auto const first = client().send_msg(Ask(1), option);
+    option = tracked(60000, 0x1235);
+    option.sno = 7;
+    auto const second = client().send_msg(Ask(2), option);
+    EXPECT_EQ(resultOf(first), tls::result_timedout);
+    EXPECT_EQ(second->result(), tls::result_unknown);
+    rig.server->send(mobile(0x1235, 7).framed());
+    EXPECT_EQ(resultOf(second), tls::result_ok);
+}
+
+TEST_F(Send, ACancelAfterTheEndChangesNothing) {
+    Events events;
+    auto const info = client().send_msg(
+        Ask(1), tls::send_option(
+                    20000, [&](unsigned long long, unsigned short, bool) { events.add("told"); },
+                    tls::error_function(), tls::nbr_function(), 0x1235, false, 4));
+    rig.server->send(mobile(0x1235, rig.receive().sno).framed());
+    ASSERT_EQ(resultOf(info), tls::result_ok);
+    info->cancel();
+    EXPECT_EQ(info->result(), tls::result_ok);
+    EXPECT_EQ(info->wait(), tls::result_ok);
+    EXPECT_EQ(events.count(), 0u);
+    auto const timed = client().send_msg(Ask(1), tracked(1));
+    ASSERT_EQ(resultOf(timed), tls::result_timedout);
+    timed->cancel();
+    EXPECT_EQ(timed->result(), tls::result_timedout);
+    auto const connect = client().start(rig.option(), true);
+    ASSERT_EQ(connect->result(), tls::result_ok);
+    connect->cancel();
+    EXPECT_EQ(connect->result(), tls::result_ok);
+    EXPECT_TRUE(client().connected());
+}
+
+TEST_F(Send, EachSendThatWasAcceptedIsToldItsEnd) {
+    for (int round = 0; round < 10; ++round) {
+        std::atomic<unsigned> told{0};
+        tls::send_option const option(
+            60000,
+            [&](unsigned long long, unsigned short, bool cancelled) { told += cancelled ? 1u : 1000000u; },
+            false, 4);
+        std::vector<std::shared_ptr<tls::send_info>> accepted;
+        unsigned const before = 20u + 30u * static_cast<unsigned>(round);
+        while (auto info = client().send_nbr_msg(0x4000, nullptr, 0, option)) {
+            accepted.push_back(std::move(info));
+            if (accepted.size() == before) {
+                rig.server->reset();
+            }
+        }
+        for (auto const & info : accepted) {
+            ASSERT_EQ(resultOf(info), tls::result_cancelled);
+        }
+        EXPECT_EQ(told, accepted.size());
+        rig.reconnect();
+    }
+}
+
 TEST_F(Send, CancelCompletesEvenIfItsFunctionThrows) {
     auto const info = client().send_msg(
         Ask(1), tls::send_option(
@@ -532,6 +673,22 @@ TEST_F(Send, AndWaitWithAReplyThatDoesNotFitEndsByItsLimit) {
     rig.server->send(mobile(0x1235, got.sno, "hello").framed());
     EXPECT_EQ(asking.result(), tls::result_timedout);
     EXPECT_EQ(answer.number, 1);
+}
+
+TEST_F(Send, AndWaitWithAReplyInHandAsItsLimitPassesIsAnswered) {
+    Gate gate;
+    tavSharedPtr<tavMessage> const answer(new Held(gate));
+    Asking asking([&] { return client().send_and_wait(Ask(3), answer, 200); });
+    Pkt const got = rig.receive();
+    rig.server->send(mobile(0x1235, got.sno, bodyOf(42)).framed());
+    ASSERT_TRUE(gate.waitArrived());
+    passesLimit(400);
+    EXPECT_FALSE(asking.done());
+    gate.open();
+    EXPECT_EQ(asking.result(), tls::result_ok);
+    EXPECT_EQ(dynamic_cast<Answer const &>(*answer).number, 42);
+    EXPECT_EQ(answer->getRefCount(), 1u) << "it is the caller's alone again";
+    EXPECT_FALSE(log.contains("<n> #" + textOf(got.sno) + " 0x1234 timedout\n"));
 }
 
 TEST_F(Send, AndWaitBesideItsOwnLimitNeverWritesLater) {

@@ -355,16 +355,39 @@ TEST(SendTimeout, FiresOnceWithFiveMillisecondsOfSlack) {
     EXPECT_EQ(info->result(), 2);
 }
 
-TEST(SendTimeout, CountsFromTheLastTick) {
+TEST(SendTimeout, CountsFromTheSendAndNotFromTheLastTick) {
     Pair p(true);
     p.s->on_timer(false);
     long long const tick = p.rig.frozen_at;
     p.rig.advance(50);
     auto const info = p.s->send_pkt(packet(7), p.limited(100));
     ASSERT_NE(info, nullptr);
-    EXPECT_FALSE(info->check_timedout(tick + 95));
-    EXPECT_TRUE(info->check_timedout(tick + 96));
+    EXPECT_FALSE(info->check_timedout(tick + 145));
+    EXPECT_TRUE(info->check_timedout(tick + 146));
     EXPECT_EQ(info->result(), 2);
+}
+
+TEST(SendTimeout, FunctionRunsWithoutTheSendsLock) {
+    Pair p;
+    p.rig.freeze();
+    std::thread helper;
+    bool done = false;
+    auto const info = p.s->send_pkt(packet(1), send_option(
+                                                   100,
+                                                   [&](unsigned long long, unsigned short, bool) {
+                                                       std::atomic<bool> asked{false};
+                                                       helper = std::thread([&] {
+                                                           p.s->find_sending(1, 1);
+                                                           asked = true;
+                                                       });
+                                                       done = eventually([&] { return asked.load(); }, 2000);
+                                                   },
+                                                   false, 4));
+    ASSERT_TRUE(p.tracked(1));
+    p.rig.advance(1000);
+    EXPECT_EQ(info->wait(), 2);
+    helper.join();
+    EXPECT_TRUE(done);
 }
 
 TEST(SendTimeout, ReachesAWaiterThroughTheTimer) {
@@ -427,6 +450,46 @@ TEST(SendReply, IsFoundByNumberAndCodeTogether) {
     EXPECT_EQ(p.s->find_sending(8, 0x4321), nullptr);
     p.s->cancel_all();
     EXPECT_EQ(p.s->find_sending(7, 0x4321), nullptr) << "a late reply finds nothing";
+}
+
+TEST(SendReply, ClaimKeepsAllOthersFromEndingIt) {
+    Pair p;
+    p.rig.freeze();
+    auto const info = p.s->send_pkt(packet(7), p.limited(1000));
+    ASSERT_TRUE(p.tracked(1));
+    ASSERT_TRUE(info->claim());
+    EXPECT_FALSE(info->claim());
+    p.rig.advance(5000);
+    p.s->on_timer(false);
+    info->cancel();
+    p.s->cancel_all();
+    EXPECT_EQ(info->result(), -1);
+    EXPECT_EQ(p.timeouts.count(), 0u);
+    info->complete(tav::tls::result_ok);
+    EXPECT_EQ(info->wait(), 0);
+}
+
+TEST(SendReply, ClaimThatIsGivenBackLeavesItToItsLimit) {
+    Pair p;
+    p.rig.freeze();
+    auto const info = p.s->send_pkt(packet(7), p.limited(1000));
+    ASSERT_TRUE(p.tracked(1));
+    ASSERT_TRUE(info->claim());
+    p.s->unclaim(info);
+    EXPECT_EQ(info->result(), -1);
+    p.rig.advance(5000);
+    EXPECT_EQ(info->wait(), 2);
+}
+
+TEST(SendReply, ClaimThatIsGivenBackAfterTheEndOfAllIsCancelled) {
+    Pair p;
+    auto const info = p.s->send_pkt(packet(7), p.limited(60000));
+    ASSERT_TRUE(p.tracked(1));
+    ASSERT_TRUE(info->claim());
+    p.s->cancel_all();
+    p.s->unclaim(info);
+    EXPECT_EQ(info->result(), 3);
+    EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
 
 TEST(SendReply, CompleteWakesAllWaiters) {
@@ -496,6 +559,10 @@ TEST(SendCancel, OneSendIsToldAndForgotten) {
     EXPECT_EQ(p.s->sending(), 1u);
     EXPECT_EQ(other->result(), -1);
     info->cancel();
+    EXPECT_EQ(p.timeouts.count(), 1u);
+    other->complete(tav::tls::result_ok);
+    other->cancel();
+    EXPECT_EQ(other->result(), 0) << "a cancel after the end changes nothing";
     EXPECT_EQ(p.timeouts.count(), 1u);
 }
 
@@ -593,7 +660,7 @@ TEST(SendCancel, CloseEndsAllSends) {
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
 
-TEST(SendCancel, QueuedSendThatIsRefusedAfterwardsEndsWithAnError) {
+TEST(SendCancel, QueuedSendThatIsRefusedAfterwardsIsToldAsCancelled) {
     LogCapture log;
     Pair p;
     Gate gate;
@@ -604,8 +671,8 @@ TEST(SendCancel, QueuedSendThatIsRefusedAfterwardsEndsWithAnError) {
     p.s->cancel_all();
     EXPECT_EQ(first->result(), 3);
     gate.open();
-    EXPECT_EQ(second->wait(), tav::tls::result_error);
-    EXPECT_EQ(p.timeouts.all(), Texts{"1 4660 cancelled"}) << "a refused send is not told";
+    EXPECT_EQ(second->wait(), tav::tls::result_cancelled);
+    EXPECT_EQ(p.timeouts.all(), (Texts{"1 4660 cancelled", "2 4660 cancelled"}));
     ASSERT_TRUE(log.waitFor("<a> send buf fail, maybe not connected, remove #3\n"));
     EXPECT_TRUE(log.contains("<a> send buf fail, maybe not connected, remove #2\n"));
     EXPECT_EQ(log.find(" send buf fail").level, tavLogger::ERROR);
@@ -626,10 +693,10 @@ TEST(SendCancel, CloseEndsTheSendsThatSenderNeverCameTo) {
     ASSERT_TRUE(log.waitFor("thead break running {sender.0"));
     gate.open();
     closer.join();
-    EXPECT_EQ(first->result(), 1) << "it was refused";
+    EXPECT_EQ(first->wait(), 3) << "it was refused";
     EXPECT_EQ(second->wait(), 3);
     EXPECT_EQ(third->wait(), 3);
-    EXPECT_EQ(p.timeouts.all(), (Texts{"3 4660 cancelled", "2 4660 cancelled"}));
+    EXPECT_EQ(p.timeouts.all(), (Texts{"1 4660 cancelled", "3 4660 cancelled", "2 4660 cancelled"}));
 }
 
 TEST(SendCancel, SendThatIsCancelledAheadOfSenderIsNotTracked) {
@@ -647,19 +714,29 @@ TEST(SendCancel, SendThatIsCancelledAheadOfSenderIsNotTracked) {
     EXPECT_EQ(p.s->sending(), 0u);
 }
 
-TEST(SendReplace, FirstOfTwoWithOneNumberEndsWithTheSession) {
+TEST(SendReplace, FirstOfTwoWithOneNumberEndsByItsOwnLimit) {
     Pair p;
+    p.rig.freeze();
     auto const first = p.s->send_pkt(packet(7, "1"), p.limited(1000, 0x1111));
     EXPECT_EQ(p.server->receiveFrame(), "1");
     auto const second = p.s->send_pkt(packet(7, "2"), p.limited(60000, 0x2222));
     EXPECT_EQ(p.server->receiveFrame(), "2");
     EXPECT_EQ(p.s->sending(), 1u);
     EXPECT_EQ(p.s->find_sending(7, 0x2222), second);
-    EXPECT_EQ(p.s->find_sending(7, 0x1111), nullptr);
-    p.rig.freeze();
+    EXPECT_EQ(p.s->find_sending(7, 0x1111), nullptr) << "the reply goes to the last one";
     p.rig.advance(5000);
-    p.s->on_timer(false);
-    EXPECT_EQ(first->result(), -1) << "it has lost its place, and with that its time-out";
+    EXPECT_EQ(first->wait(), 2);
+    EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 timedout"});
+    EXPECT_EQ(second->result(), -1);
+    EXPECT_EQ(p.s->find_sending(7, 0x2222), second);
+}
+
+TEST(SendReplace, FirstOfTwoEndsWithTheSessionAheadOfItsLimit) {
+    Pair p;
+    auto const first = p.s->send_pkt(packet(7, "1"), p.limited(60000, 0x1111));
+    auto const second = p.s->send_pkt(packet(7, "2"), p.limited(60000, 0x2222));
+    EXPECT_EQ(p.server->receiveFrame(), "1");
+    EXPECT_EQ(p.server->receiveFrame(), "2");
     second->complete(tav::tls::result_ok);
     p.s->removeSending(7);
     p.s->close();

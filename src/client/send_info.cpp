@@ -1,0 +1,155 @@
+#include "client/send_info.h"
+
+#include "client/vinta_tls_client_impl_log.h"
+#include "foundation/scope_exit.h"
+
+#include <algorithm>
+#include <limits>
+#include <mutex>
+#include <utility>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+namespace {
+
+/// The lines of a send stand in the log under the file of the session's frames, with which they are read.
+constexpr char const * log_file = "vinta_tls_client_impl_framing.cpp";
+
+constexpr tav::detail::Site here(char const * func, unsigned line = static_cast<unsigned>(__builtin_LINE())) {
+    return tav::detail::Site{log_file, line, func};
+}
+
+} // namespace
+
+int elapsed_ms(long long from, long long to) {
+    constexpr long long most = std::numeric_limits<int>::max() - 5;
+    return static_cast<int>(std::clamp(to - from, -most, most));
+}
+
+send_info::send_info(std::string name, tavSharedPtr<send_owner> owner, unsigned long long sno,
+                     unsigned short msgcode, send_option const & option, long long start_time)
+    : name_(std::move(name)),
+      owner_(std::move(owner)),
+      sno_(sno),
+      msgcode_(msgcode),
+      ack_(option.ack),
+      wait_ms_(option.wait_ms()),
+      option_(option),
+      start_time_(start_time),
+      claimed_(false),
+      completed_(false),
+      result_(result_unknown),
+      ticket_(0) {}
+
+send_info::~send_info() = default;
+
+void send_info::cancel() {
+    if (claim()) {
+        detach();
+        end_cancelled();
+    }
+}
+
+result_type send_info::wait() {
+    tav::detail::Site const site = here("tav::tls::impl::send_info::wait");
+    if (result_ < 0) {
+        tav::detail::log(log_tag, tavLogger::DEBUG, site, [&](std::ostream & out) {
+            out << name_ << " send wait begin, " << static_cast<tls::send_info const &>(*this);
+        });
+        {
+            std::lock_guard<tavMonitor const> const guard(monitor_);
+            bool lasts = true;
+            while (result_ < 0 && lasts) {
+                lasts = monitor_.waitInLock(-1);
+            }
+        }
+        if (result_ < 0) {
+            complete(result_timedout);
+        }
+        tav::detail::log(log_tag, tavLogger::DEBUG, site, [&](std::ostream & out) {
+            out << name_ << " send wait end, result = " << result();
+        });
+    }
+    detach();
+    return result();
+}
+
+result_type send_info::result() const {
+    return static_cast<result_type>(result_.load());
+}
+
+unsigned long long send_info::sno() const {
+    return sno_;
+}
+
+unsigned short send_info::msgcode() const {
+    return msgcode_;
+}
+
+send_option send_info::option() const {
+    std::lock_guard<tavMonitor const> const guard(monitor_);
+    return option_;
+}
+
+bool send_info::due(long long now) const {
+    return wait_ms_ >= 1 && elapsed_ms(start_time_, now) + 5ll > wait_ms_;
+}
+
+// Nothing here asks for memory.  What the functions own goes while no lock is held, and ahead of the result,
+// so that none of it is alive when a waiter goes on.
+void send_info::complete(result_type v) {
+    claimed_ = true;
+    if (completed_.exchange(true)) {
+        return;
+    }
+    error_function dropped;
+    tavSharedPtr<send_owner> released;
+    {
+        std::lock_guard<tavMonitor const> const guard(monitor_);
+        dropped.swap(option_.on_error_);
+        released.swap(owner_);
+    }
+    option_.timedout_option::clear();
+    option_.callback_.clear();
+    dropped = nullptr;
+    std::lock_guard<tavMonitor const> const guard(monitor_);
+    result_ = v;
+    monitor_.signalAllInLock();
+}
+
+void send_info::end_cancelled() {
+    tav::detail::ScopeExit const end([this] { complete(result_cancelled); });
+    option_.on_timedout(sno_, msgcode_, true);
+}
+
+void send_info::end_timed_out(long long now) {
+    tav::detail::ScopeExit const end([this] { complete(result_timedout); });
+    option_.check_timedout(sno_, msgcode_, elapsed_ms(start_time_, now));
+    log_parts(tavLogger::VERBOSE, here("tav::tls::impl::send_info::check_timedout"), name_,
+              " send timed out #", sno_);
+}
+
+bool send_info::check_timedout(long long now) {
+    if (!due(now) || !claim()) {
+        return false;
+    }
+    end_timed_out(now);
+    return true;
+}
+
+void send_info::detach() {
+    tavSharedPtr<send_owner> owner;
+    {
+        std::lock_guard<tavMonitor const> const guard(monitor_);
+        owner.swap(owner_);
+    }
+    if (owner) {
+        owner->forget(*this);
+    }
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav

@@ -1,0 +1,96 @@
+#ifndef TAV_CLIENT_SEND_INFO_H
+#define TAV_CLIENT_SEND_INFO_H
+
+#include "foundation/build_stamp.h"
+#include "tav/vinta/vinta_locks.h"
+#include "tav/vinta/vinta_tls_client_options.h"
+
+#include <atomic>
+#include <string>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+class send_info;
+
+/// What keeps a send until its end.
+class send_owner : public virtual tavRefCountObject {
+public:
+    /// Drops the send, which has ended or is about to.
+    virtual void forget(send_info const & info) = 0;
+};
+
+/// The milliseconds from one time to another, within what an int holds.
+int elapsed_ms(long long from, long long to);
+
+/// A send that waits for its reply, its time-out or its cancellation.
+///
+/// Whoever ends it claims it first: of a reply, a time-out and a cancellation at the same time exactly one
+/// gets it, calls the application, and completes it.  The others leave it alone.
+/// Thread safety: all operations.  No lock is held while the option's functions run.
+class send_info : public tls::send_info {
+public:
+    /// `owner` may be null; it is let go at the end.  `start_time` is the clock's at the send.
+    send_info(std::string name, tavSharedPtr<send_owner> owner, unsigned long long sno,
+              unsigned short msgcode, send_option const & option, long long start_time);
+    ~send_info() override;
+
+    /// Ends it as cancelled, which the option's function is told first; nothing if it has ended, or if
+    /// someone else is ending it.
+    void cancel() override;
+    result_type wait() override;
+    result_type result() const override;
+    unsigned long long sno() const override;
+    unsigned short msgcode() const override;
+    send_option option() const override;
+
+    /// The code of the reply, 0xffff for none.
+    unsigned short ack() const { return ack_; }
+    /// Whether its limit has passed at `now`.
+    bool due(long long now) const;
+
+    /// True for the one caller who is to end it.
+    bool claim() noexcept { return !claimed_.exchange(true); }
+    bool claimed() const noexcept { return claimed_; }
+    /// Gives a claim back: what claimed it did not end it.
+    void unclaim() noexcept { claimed_ = false; }
+
+    /// Ends the send: disarms the option, lets the owner go, sets the result and wakes all waiters. Nothing
+    /// if it has ended.  Claims it, if that was not done.
+    void complete(result_type v);
+    /// Tells the option's function and ends it as cancelled, for the one who has claimed it.  What the
+    /// function throws goes on to the caller; the send has ended then too.
+    void end_cancelled();
+    /// The same for a limit that has passed at `now`.
+    void end_timed_out(long long now);
+    /// Ends it so if its limit has passed at `now` and nobody has claimed it; true if it did.
+    bool check_timedout(long long now);
+
+private:
+    friend class send_table;
+
+    /// Takes it out of the owner's sends and lets the owner go.
+    void detach();
+
+    std::string const name_;
+    tavSharedPtr<send_owner> owner_;
+    unsigned long long const sno_;
+    unsigned short const msgcode_;
+    unsigned short const ack_;
+    int const wait_ms_;
+    send_option option_;
+    long long const start_time_;
+    std::atomic<bool> claimed_;
+    std::atomic<bool> completed_;
+    std::atomic<int> result_;
+    /// The table's own mark, under its lock.
+    unsigned long long ticket_;
+};
+
+} // namespace TAV_IMPL_NAMESPACE
+namespace impl = TAV_IMPL_NAMESPACE;
+} // namespace tls
+} // namespace tav
+
+#endif
