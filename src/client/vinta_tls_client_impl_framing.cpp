@@ -4,11 +4,8 @@
 #include "tav/vinta/vinta_basetypes_failures.h"
 
 #include <asio/buffer.hpp>
-#include <asio/read.hpp>
 #include <asio/write.hpp>
 
-#include <algorithm>
-#include <cstring>
 #include <exception>
 #include <utility>
 
@@ -19,20 +16,11 @@ namespace TAV_IMPL_NAMESPACE {
 namespace {
 
 using tav::detail::here;
-using Guard = std::lock_guard<tavMutex const>;
 
 constexpr unsigned long long no_sno = ~0ull;
-constexpr unsigned head_size = 4;
-/// Queued frames go out together as long as they fit into one TLS record, which is sent whole or not at all.
-constexpr std::size_t record_size = 16384;
+constexpr unsigned head_size = frame_reader::head_size;
 /// Room for what a packet adds to its body.
 constexpr unsigned packet_overhead = 128;
-
-unsigned read_size(unsigned char const * head) {
-    unsigned const high = static_cast<unsigned>(head[0]) << 8 | head[1];
-    unsigned const low = static_cast<unsigned>(head[2]) << 8 | head[3];
-    return high << 16 | low;
-}
 
 void write_size(unsigned char * head, unsigned size) {
     head[0] = static_cast<unsigned char>(size >> 24);
@@ -43,36 +31,27 @@ void write_size(unsigned char * head, unsigned size) {
 
 } // namespace
 
-// One read is outstanding while the session is connected.  It takes whatever has come, up to a whole record;
-// only the rest of a body that is longer than that is read to its exact end, straight into its place.
+// One read is outstanding while the session is connected.  It takes whatever has come.
 void session::do_read(self_ptr self) {
-    auto on_end = [self = std::move(self)](std::error_code ec, std::size_t length) mutable {
-        session & s = *self;
-        s.on_read_end(std::move(self), ec, length);
-    };
-    std::size_t const missing = body_size_ - body_.size();
-    if (missing > input_size) {
-        unsigned char * const rest = body_.data() + body_.size();
-        asio::async_read(socket_.stream(), asio::buffer(rest, missing), std::move(on_end));
-    } else {
-        socket_.stream().async_read_some(asio::buffer(input_.get() + input_end_, input_size - input_end_),
-                                         std::move(on_end));
-    }
+    frame_reader::place const room = reader_.room();
+    socket_.stream().async_read_some(
+        asio::buffer(room.data, room.size),
+        [self = std::move(self)](std::error_code ec, std::size_t length) mutable {
+            session & s = *self;
+            s.on_read_end(std::move(self), ec, length);
+        });
 }
 
+// Whatever comes is life, also in the middle of a body.
 void session::on_read_end(self_ptr self, std::error_code ec, std::size_t length) {
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_read_end"), name_,
-                  body_size_ == 0 ? " Read header failed: " : " Read body failed: ", ec.message());
+                  reader_.in_body() ? " Read body failed: " : " Read header failed: ", ec.message());
         on_error(ec);
         return;
     }
-    if (body_size_ - body_.size() > input_size) {
-        body_.size(body_.size() + static_cast<unsigned>(length));
-        on_read_body_end(body_.size());
-    } else {
-        input_end_ += length;
-    }
+    last_recv_ms_ = clock_();
+    reader_.filled(length);
     take_input();
     do_read(std::move(self));
 }
@@ -80,66 +59,32 @@ void session::on_read_end(self_ptr self, std::error_code ec, std::size_t length)
 // Cuts the frames out of what has come.  A session that ends on the way takes no more: its next read fails.
 void session::take_input() {
     while (!ended()) {
-        std::size_t const present = input_end_ - input_begin_;
-        if (body_size_ == 0) {
-            if (present < head_size) {
-                break;
-            }
-            input_begin_ += head_size;
-            on_read_header_end(head_size);
-        } else if (present == 0) {
-            break;
+        frame_reader::part const part = reader_.next();
+        if (part == frame_reader::part::none) {
+            return;
+        }
+        if (part == frame_reader::part::body) {
+            on_read_body_end(reader_.take_body());
         } else {
-            unsigned const had = body_.size();
-            unsigned const more = static_cast<unsigned>(std::min<std::size_t>(present, body_size_ - had));
-            std::memcpy(body_.data() + had, input_.get() + input_begin_, more);
-            body_.size(had + more);
-            input_begin_ += more;
-            if (body_.size() == body_size_) {
-                on_read_body_end(body_.size());
-            }
+            on_read_header_end(part);
         }
     }
-    std::size_t const left = input_end_ - input_begin_;
-    if (left > 0 && input_begin_ > 0) {
-        std::memmove(input_.get(), input_.get() + input_begin_, left);
-    }
-    input_begin_ = 0;
-    input_end_ = left;
+    reader_.drop();
 }
 
-void session::on_read_header_end(std::size_t length) {
-    tav::detail::Site const site = here("tav::tls::impl::session::on_read_header_end");
-    on_received(length);
-    if (length != head_size) {
-        tav::detail::raiseAssertion(site, "length == head_size_");
+void session::on_read_header_end(frame_reader::part part) {
+    on_received(frame_reader::head_size);
+    if (part == frame_reader::part::refused) {
+        tav::detail::raiseAssertion(here("tav::tls::impl::session::on_read_header_end"),
+                                    "length <= 0xffffff");
     }
-    unsigned const size = read_size(input_.get() + input_begin_ - head_size);
-    if (size > max_body_size) {
-        tav::detail::raiseAssertion(site, "length <= 0xffffff");
-    }
-    do_read_body(size);
-}
-
-void session::do_read_body(unsigned length) {
-    if (length == 0) {
+    if (reader_.length() == 0) {
         log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::do_read_body"), name_, " empty body");
-        return;
     }
-    tavBytes body(length);
-    body_.swap(body);
-    body_size_ = length;
 }
 
-void session::on_read_body_end(std::size_t length) {
-    on_received(length);
-    if (length != body_size_) {
-        tav::detail::raiseAssertion(here("tav::tls::impl::session::on_read_body_end"),
-                                    "length == body_size_");
-    }
-    body_size_ = 0;
-    tavBytes body;
-    body.swap(body_);
+void session::on_read_body_end(tavBytes body) {
+    on_received(body.size());
     {
         // Held while the body is handed over, so that the thread's end finds every body that it was given.
         std::lock_guard<std::mutex> const guard(threads_mutex_);
@@ -155,7 +100,6 @@ void session::on_read_body_end(std::size_t length) {
 void session::on_received(std::size_t length) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_received"), name_, " received ", length,
               " bytes, queued ", received_.load(), " msgs.");
-    last_recv_ms_ = clock_();
 }
 
 bool session::send_raw(unsigned char const * data, unsigned size) {
@@ -167,66 +111,34 @@ bool session::send_raw(unsigned char const * data, unsigned size) {
     return post_bytes(std::move(frame));
 }
 
-// The I/O thread is told only when it has taken all that was posted before.
 bool session::post_bytes(tavBytes && frame) {
-    if (!connected()) {
-        return false;
+    return connected() && (!writer_.post(std::move(frame)) || tell_writer());
+}
+
+// False if the I/O thread has ended.  Frames that it could not be told of wait for the next one or for the
+// tick.
+bool session::tell_writer() {
+    try {
+        return context_->post([self = self_ptr(this)]() mutable {
+            session & s = *self;
+            s.on_posted(std::move(self));
+        });
+    } catch (...) {
+        tav::detail::reportCaught(here("tav::tls::impl::session::post_bytes"));
+        writer_.untold();
     }
-    bool first = false;
-    {
-        Guard const guard(write_msgs_.mutex);
-        first = write_msgs_.posted.empty();
-        write_msgs_.posted.push_back(std::move(frame));
-    }
-    return !first || context_->post([self = self_ptr(this)]() mutable {
-        session & s = *self;
-        s.on_posted(std::move(self));
-    });
+    return true;
 }
 
 void session::on_posted(self_ptr self) {
-    bool busy = false;
-    {
-        Guard const guard(write_msgs_.mutex);
-        busy = !write_msgs_.queue.empty();
-        if (!busy) {
-            write_msgs_.queue.swap(write_msgs_.posted);
-        } else {
-            for (tavBytes & frame : write_msgs_.posted) {
-                write_msgs_.queue.push_back(std::move(frame));
-            }
-            write_msgs_.posted.clear();
-        }
-    }
-    if (!busy && state_ == state_connected) {
+    if (writer_.accept() && state_ == state_connected) {
         do_write(std::move(self));
     }
 }
 
-// A frame is written from its place in the queue, unless it can share a record with those behind it.
 void session::do_write(self_ptr self) {
-    asio::const_buffer bytes;
-    {
-        Guard const guard(write_msgs_.mutex);
-        std::deque<tavBytes> const & queue = write_msgs_.queue;
-        std::size_t total = queue.front().size();
-        writing_ = 1;
-        while (writing_ < queue.size() && total + queue[writing_].size() <= record_size) {
-            total += queue[writing_].size();
-            ++writing_;
-        }
-        if (writing_ == 1) {
-            bytes = asio::buffer(queue.front().data(), total);
-        } else {
-            write_buffer_.size(0);
-            write_buffer_.resize(static_cast<unsigned>(record_size));
-            for (std::size_t i = 0; i < writing_; ++i) {
-                write_buffer_.writeBytes(queue[i]);
-            }
-            bytes = asio::buffer(write_buffer_.data(), total);
-        }
-    }
-    asio::async_write(socket_.stream(), bytes,
+    frame_writer::piece const bytes = writer_.next();
+    asio::async_write(socket_.stream(), asio::buffer(bytes.data, bytes.size),
                       [self = std::move(self)](std::error_code ec, std::size_t length) mutable {
                           session & s = *self;
                           s.on_write_end(std::move(self), ec, length);
@@ -235,24 +147,14 @@ void session::do_write(self_ptr self) {
 
 void session::on_write_end(self_ptr self, std::error_code ec, std::size_t length) {
     bool more = false;
-    for (; writing_ > 0; --writing_) {
-        std::size_t size = 0;
-        std::size_t remaining = 0;
-        {
-            Guard const guard(write_msgs_.mutex);
-            size = write_msgs_.queue.front().size();
-            remaining = write_msgs_.queue.size();
-        }
-        if (length < size) {
+    while (writer_.pending() > 0) {
+        frame_writer::written const first = writer_.first();
+        if (length < first.size) {
             break;
         }
-        length -= size;
-        on_sent(size, remaining);
-        tavBytes sent;
-        Guard const guard(write_msgs_.mutex);
-        sent.swap(write_msgs_.queue.front());
-        write_msgs_.queue.pop_front();
-        more = !write_msgs_.queue.empty();
+        length -= first.size;
+        on_sent(first.size, first.waiting);
+        more = writer_.pop();
     }
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_write_end"), name_,
@@ -260,7 +162,7 @@ void session::on_write_end(self_ptr self, std::error_code ec, std::size_t length
         on_error(ec);
         return;
     }
-    if (writing_ != 0) {
+    if (writer_.pending() != 0) {
         tav::detail::raiseAssertion(here("tav::tls::impl::session::on_write_end"),
                                     "length == write_msgs_.front().size()");
     }
@@ -480,18 +382,20 @@ void session::cancel_all() {
     for (outgoing const & each : dropped) {
         cancel_each_send(each.info);
     }
+    log_waiting_frames();
+}
+
+void session::log_waiting_frames() const {
+    tav::detail::Site const site = here("tav::tls::impl::session::cancel_all");
     if (!tavLogger::isLoggable(log_tag, tavLogger::DEBUG)) {
         return;
     }
-    std::vector<unsigned> sizes;
-    {
-        Guard const guard(write_msgs_.mutex);
-        for (tavBytes const & frame : write_msgs_.queue) {
-            sizes.push_back(frame.size());
+    try {
+        for (unsigned const size : writer_.sizes()) {
+            log_parts(tavLogger::DEBUG, site, name_, " remove message size ", size);
         }
-    }
-    for (unsigned const size : sizes) {
-        log_parts(tavLogger::DEBUG, site, name_, " remove message size ", size);
+    } catch (...) {
+        tav::detail::reportCaught(site);
     }
 }
 
@@ -532,6 +436,9 @@ void session::resume_sending() {
         idle = claim_sender();
     }
     put_drain(idle);
+    if (writer_.retell()) {
+        tell_writer();
+    }
 }
 
 } // namespace TAV_IMPL_NAMESPACE

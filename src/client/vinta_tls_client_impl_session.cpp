@@ -102,11 +102,6 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       draining_(false),
       sender_closed_(false),
       received_(0),
-      input_(new unsigned char[input_size]),
-      input_begin_(0),
-      input_end_(0),
-      body_size_(0),
-      writing_(0),
       check_heartbeat_(false),
       session_id_(0) {
     long long const now = clock_();
@@ -378,12 +373,7 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
 
 void session::start_io(self_ptr self) {
     do_read(self);
-    bool waiting = false;
-    {
-        std::lock_guard<tavMutex const> const guard(write_msgs_.mutex);
-        waiting = !write_msgs_.queue.empty();
-    }
-    if (waiting && state_ == state_connected) {
+    if (!writer_.empty() && state_ == state_connected) {
         do_write(std::move(self));
     }
 }

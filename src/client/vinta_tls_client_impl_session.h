@@ -1,6 +1,8 @@
 #ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 
+#include "client/frame_reader.h"
+#include "client/frame_writer.h"
 #include "client/send_info.h"
 #include "client/send_table.h"
 #include "foundation/build_stamp.h"
@@ -17,7 +19,6 @@
 #include <asio/ssl/stream.hpp>
 
 #include <atomic>
-#include <deque>
 #include <functional>
 #include <list>
 #include <map>
@@ -156,8 +157,8 @@ public:
     static constexpr long long HEARTBEAT_INTERVAL_MS = 30000;
     /// So many intervals without a received byte end the session.
     static constexpr long long HEARTBEAT_MISSES = 3;
-    /// The largest body that is accepted.
-    static constexpr unsigned max_body_size = 0xffffff;
+    /// The largest body that is sent or accepted.
+    static constexpr unsigned max_body_size = frame_reader::max_body_size;
 
     enum state_type {
         state_created = 0,
@@ -241,9 +242,6 @@ public:
 private:
     friend class send_info;
 
-    /// Holds what one TLS record can carry.
-    static constexpr std::size_t input_size = 16384;
-
     /// Marks the calling thread as one of a session's while it lives.
     class own_thread {
     public:
@@ -293,13 +291,13 @@ private:
     void do_read(self_ptr self);
     void on_read_end(self_ptr self, std::error_code ec, std::size_t length);
     void take_input();
-    void on_read_header_end(std::size_t length);
-    void do_read_body(unsigned length);
-    void on_read_body_end(std::size_t length);
+    void on_read_header_end(frame_reader::part part);
+    void on_read_body_end(tavBytes body);
     void on_received(std::size_t length);
 
-    // Writing: post_bytes on any thread, the others on the I/O thread.
+    // Writing: post_bytes and tell_writer on any thread, the others on the I/O thread.
     bool post_bytes(tavBytes && frame);
+    bool tell_writer();
     void on_posted(self_ptr self);
     void do_write(self_ptr self);
     void on_write_end(self_ptr self, std::error_code ec, std::size_t length);
@@ -314,6 +312,7 @@ private:
     void track(info_ptr const & info);
     void log_removed(bool removed, unsigned long long sno) const;
     void cancel_each_send(info_ptr const & info);
+    void log_waiting_frames() const;
     void check_sends_timedout(long long now);
     void resume_sending();
 
@@ -349,23 +348,9 @@ private:
     /// Frames that "receiver" has not begun with.
     std::atomic<unsigned> received_;
 
-    // Bytes as they came, of which [input_begin_, input_end_) are not used yet.
-    std::unique_ptr<unsigned char[]> input_;
-    std::size_t input_begin_;
-    std::size_t input_end_;
-    // The frame being read: 0 while its head is awaited.
-    unsigned body_size_;
-    tavBytes body_;
-
-    struct {
-        tavMutex mutex;
-        /// Frames that wait for the socket, on the I/O thread's side.
-        std::deque<tavBytes> queue;
-        /// Frames on their way to the I/O thread.
-        std::deque<tavBytes> posted;
-    } mutable write_msgs_;
-    tavBytes write_buffer_;
-    std::size_t writing_;
+    /// On the I/O thread.
+    frame_reader reader_;
+    frame_writer writer_;
 
     std::atomic<long long> connect_begin_ms_;
     std::atomic<long long> last_recv_ms_;

@@ -36,6 +36,16 @@ public:
         }
     }
 
+    /// Waits until the session has taken all that the far end has sent.
+    void take() {
+        std::size_t left = 1;
+        ASSERT_TRUE(eventually([&] {
+            rig.onIoThread([&] { left = s->socket().lowest_layer().available(); });
+            return left == 0;
+        }));
+        finish();
+    }
+
     TlsPeer peer;
     std::unique_ptr<TlsConnection> server;
     SessionRig rig{"<a>"};
@@ -277,6 +287,21 @@ TEST(HeartbeatTimeout, HeaderAloneCounts) {
     b.tickAfter(90000);
     EXPECT_TRUE(b.s->connected());
     b.tickAfter(1);
+    EXPECT_FALSE(b.s->connected());
+}
+
+TEST(HeartbeatTimeout, EachPieceOfABodyCounts) {
+    Beating b;
+    std::string const bytes = frame(std::string(100000, 'x'));
+    for (std::size_t at = 0; at < bytes.size(); at += 25000) {
+        b.rig.advance(80000);
+        b.server->send(bytes.substr(at, 25000));
+        b.take();
+        b.s->on_timer(false);
+        ASSERT_TRUE(b.s->connected()) << at;
+    }
+    EXPECT_TRUE(b.rig.bodies.wait(1));
+    b.tickAfter(90001);
     EXPECT_FALSE(b.s->connected());
 }
 

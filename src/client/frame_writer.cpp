@@ -1,0 +1,98 @@
+#include "client/frame_writer.h"
+
+#include <mutex>
+#include <utility>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+namespace {
+
+using Guard = std::lock_guard<tavMutex const>;
+
+} // namespace
+
+frame_writer::frame_writer() : record_(static_cast<unsigned>(record_size)) {}
+
+bool frame_writer::post(tavBytes && frame) {
+    std::list<tavBytes> one;
+    one.push_back(std::move(frame));
+    Guard const guard(mutex_);
+    posted_.splice(posted_.end(), one);
+    return !std::exchange(told_, true);
+}
+
+void frame_writer::untold() noexcept {
+    Guard const guard(mutex_);
+    told_ = false;
+}
+
+bool frame_writer::retell() noexcept {
+    Guard const guard(mutex_);
+    if (told_ || posted_.empty()) {
+        return false;
+    }
+    told_ = true;
+    return true;
+}
+
+bool frame_writer::accept() noexcept {
+    Guard const guard(mutex_);
+    bool const idle = queue_.empty();
+    queue_.splice(queue_.end(), posted_);
+    told_ = false;
+    return idle && !queue_.empty();
+}
+
+// A frame is written from its place in the queue, unless it can share a record with those behind it.
+frame_writer::piece frame_writer::next() noexcept {
+    Guard const guard(mutex_);
+    std::size_t total = queue_.front().size();
+    pending_ = 1;
+    for (auto each = std::next(queue_.begin()); each != queue_.end() && total + each->size() <= record_size;
+         ++each) {
+        total += each->size();
+        ++pending_;
+    }
+    if (pending_ == 1) {
+        return piece{queue_.front().data(), total};
+    }
+    record_.size(0);
+    auto each = queue_.begin();
+    for (std::size_t i = 0; i < pending_; ++i, ++each) {
+        record_.writeBytes(*each);
+    }
+    return piece{record_.data(), total};
+}
+
+frame_writer::written frame_writer::first() const noexcept {
+    Guard const guard(mutex_);
+    return written{queue_.front().size(), queue_.size()};
+}
+
+bool frame_writer::pop() noexcept {
+    std::list<tavBytes> one;
+    Guard const guard(mutex_);
+    one.splice(one.end(), queue_, queue_.begin());
+    --pending_;
+    return !queue_.empty();
+}
+
+bool frame_writer::empty() const noexcept {
+    Guard const guard(mutex_);
+    return queue_.empty();
+}
+
+std::vector<unsigned> frame_writer::sizes() const {
+    std::vector<unsigned> out;
+    Guard const guard(mutex_);
+    for (tavBytes const & frame : queue_) {
+        out.push_back(frame.size());
+    }
+    return out;
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav
