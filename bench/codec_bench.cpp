@@ -4,6 +4,7 @@
 #include <benchmark/benchmark.h>
 
 #include <sstream>
+#include <vector>
 
 namespace {
 
@@ -91,5 +92,46 @@ void treeDump(benchmark::State & state) {
     }
 }
 BENCHMARK(treeDump);
+
+/// A list of 200,000 numbers and nothing else.
+class Numbers : public tavObject {
+public:
+    std::vector<int> list;
+
+    tav_istr className() const override { return "Numbers"; }
+    tav_istr baseName() const override { return "tavObject"; }
+    tavObject * newInstance() const override { return new Numbers; }
+    void assignFrom(tavObject const &) override {}
+
+protected:
+    void traverse(tavCodecStream & s) override { ioField(s, 1, "list", list); }
+};
+
+tavBytes manyNumbers() {
+    Numbers numbers;
+    for (int i = 0; i < 200000; ++i) {
+        numbers.list.push_back(i % 100);
+    }
+    return numbers.encode(true);
+}
+
+void listParse(benchmark::State & state) {
+    tavBytes const bytes = manyNumbers();
+    for (auto _ : state) {
+        tav_istr rest = bytes;
+        benchmark::DoNotOptimize(tav::nbr::parser::from(rest));
+    }
+}
+BENCHMARK(listParse);
+
+void listDecode(benchmark::State & state) {
+    tavBytes const bytes = manyNumbers();
+    for (auto _ : state) {
+        Numbers numbers;
+        numbers.decode(tav_istr(bytes));
+        benchmark::DoNotOptimize(numbers.list.data());
+    }
+}
+BENCHMARK(listDecode);
 
 } // namespace

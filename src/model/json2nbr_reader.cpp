@@ -289,7 +289,7 @@ void Reader::openMembers(unsigned parent, ReadClass & cls, Form form) {
         members_.push_back(Member{root, rootEntry_});
     }
     unsigned const end = document_.first() != Document::none ? endOf(parent) : 0;
-    for (unsigned i = parent + 1; i < end; i = document_.node(i).next) {
+    for (unsigned i = parent + 1; i < end; i = document_.next(i)) {
         if (top) {
             rootTags_->add(document_.node(i).tag);
         }
@@ -363,7 +363,7 @@ void Reader::putElement(Frame & frame) {
         return;
     }
     unsigned const node = frame.next;
-    frame.next = document_.node(node).next;
+    frame.next = document_.next(node);
     Spot const spot = frame.spot;
     putSeparator(frame);
     put(node, spot, Form{frame.sample, false});
@@ -486,14 +486,14 @@ void Reader::gather(unsigned node, Spot const & spot, std::vector<Item> & items)
     unsigned const end = endOf(node);
     if (spot.kind == kinds::list_ || spot.kind == kinds::ref_list_) {
         Spot const element = elementOf(spot);
-        for (unsigned i = node + 1; i < end; i = document_.node(i).next) {
+        for (unsigned i = node + 1; i < end; i = document_.next(i)) {
             items.push_back(Item{std::string_view(), i, element});
         }
         return;
     }
     if (spot.kind == kinds::map_) {
         Spot const element = elementOf(spot);
-        for (unsigned i = node + 1; i < end; i = document_.node(i).next) {
+        for (unsigned i = node + 1; i < end; i = document_.next(i)) {
             unsigned key = Document::none;
             unsigned value = Document::none;
             if (isComplex(i)) {
@@ -506,7 +506,7 @@ void Reader::gather(unsigned node, Spot const & spot, std::vector<Item> & items)
         return;
     }
     if (ReadClass * const cls = objectClass(node, spot)) {
-        for (unsigned i = node + 1; i < end; i = document_.node(i).next) {
+        for (unsigned i = node + 1; i < end; i = document_.next(i)) {
             unsigned const entry = entryOf(i, *cls, false);
             if (entry != ReadClass::none) {
                 items.push_back(Item{cls->entry(entry).name, i, memberSpot(*cls, entry)});

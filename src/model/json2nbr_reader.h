@@ -186,7 +186,7 @@ private:
     bool isComplex(unsigned node) const {
         return document_.node(node).kind == nbr::detail::Document::Kind::complex;
     }
-    unsigned endOf(unsigned node) const { return isComplex(node) ? document_.node(node).next : node + 1; }
+    unsigned endOf(unsigned node) const { return document_.next(node); }
 
     ReadClass & classOf(pml::MetaClass const & meta);
     ReadClass * objectClass(unsigned node, Spot const & spot);

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_object.h"
 
+#include "formats/nbr/nbr_elements.h"
 #include "foundation/masked_text.h"
 #include "foundation/report.h"
 #include "foundation/views.h"
@@ -62,14 +63,35 @@ thread_local SpareDrain spareDrain;
 namespace tav {
 namespace detail {
 
-InputChildren::InputChildren(tavCodecStream & s) : streams_(std::exchange(spareChildren, nullptr)) {
+InputChildren::InputChildren(tavCodecStream & s) {
+    nbr::detail::Elements const elements = nbr::detail::openElements(s);
+    if (elements.stream != nullptr) {
+        nbr_ = elements.stream;
+        at_ = elements.first;
+        size_ = elements.count;
+        return;
+    }
+    streams_.reset(std::exchange(spareChildren, nullptr));
     if (!streams_) {
         streams_ = std::make_unique<Children>();
     }
     s.getInputChildren(*streams_);
+    size_ = streams_->size();
+}
+
+tavCodecStream * InputChildren::next() {
+    if (nbr_ == nullptr) {
+        return (*streams_)[at_++].get();
+    }
+    at_ = nbr::detail::nextElement(*nbr_, static_cast<unsigned>(at_));
+    return nbr_;
 }
 
 InputChildren::~InputChildren() {
+    if (nbr_ != nullptr) {
+        nbr::detail::closeElements(*nbr_);
+        return;
+    }
     streams_->clear();
     if (!spareEnded && spareChildren == nullptr && streams_->capacity() <= keptChildren) {
         spareDrain.arm();

@@ -43,7 +43,7 @@ void reserve(tavBytes & out, unsigned long long more) {
 std::array<tav_istr, PC_VALUES> valuesOf(nbr::detail::Document const & document) {
     std::array<tav_istr, PC_VALUES> values;
     auto const & nodes = document.nodes();
-    for (unsigned i = 0, n = 0; i != nodes.size() && n != PC_VALUES; i = nodes[i].next, ++n) {
+    for (unsigned i = 0, n = 0; i != nodes.size() && n != PC_VALUES; i = document.next(i), ++n) {
         if (nbr::detail::Document::isSimple(nodes[i])) {
             values[n] = document.data(nodes[i]);
         }

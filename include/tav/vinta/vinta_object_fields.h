@@ -32,6 +32,8 @@
 /// each level of the data, and the walk sets no limit: whoever decodes such a class from untrusted bytes has
 /// to limit its depth in traverse.
 
+class tavNbrInStream;
+
 namespace tav {
 namespace detail {
 
@@ -193,7 +195,8 @@ inline tavCodecMeta elementMeta(tavCodecMeta const & field) {
 }
 
 /// The streams of a list's elements while they are read.  The room for them is used again by the thread's
-/// next list.
+/// next list.  Of NBR one stream is set on each element in turn, past the virtual operations, so that a list
+/// takes no memory beside its document; not of a class that is derived from its stream.
 class TAV_API InputChildren {
 public:
     explicit InputChildren(tavCodecStream & s);
@@ -201,12 +204,18 @@ public:
     InputChildren(InputChildren const &) = delete;
     InputChildren & operator=(InputChildren const &) = delete;
 
-    std::size_t size() const { return streams_->size(); }
-    tavSharedPtr<tavCodecStream> const * begin() const { return streams_->data(); }
-    tavSharedPtr<tavCodecStream> const * end() const { return streams_->data() + streams_->size(); }
+    std::size_t size() const { return size_; }
+
+    /// The stream of the next element, to be asked for `size` times at most.  The one before is not used any
+    /// more.
+    tavCodecStream * next();
 
 private:
     std::unique_ptr<std::vector<tavSharedPtr<tavCodecStream>>> streams_;
+    /// The stream that serves for all elements; null if each has its own.
+    tavNbrInStream * nbr_ = nullptr;
+    std::size_t at_ = 0;
+    std::size_t size_ = 0;
 };
 
 /// Makes room in the containers that can.
@@ -219,7 +228,7 @@ void reserve(C &, std::size_t, long) {}
 
 /// Fills one element that was just made; a stream without a value leaves it as it is.
 template <class T>
-void readElement(tavSharedPtr<tavCodecStream> const & s, T & v) {
+void readElement(tavCodecStream * s, T & v) {
     if (s && !s->isNull()) {
         FieldWalk<T>::io(*s, v, tavCodecMeta());
     }
@@ -283,23 +292,23 @@ private:
 
     static void read(tavCodecStream & s, C & v) {
         v.clear();
-        InputChildren const children(s);
+        InputChildren children(s);
         reserve(v, children.size(), 0);
-        for (tavSharedPtr<tavCodecStream> const & child : children) {
-            append(child, v, 0);
+        for (std::size_t left = children.size(); left != 0; --left) {
+            append(children.next(), v, 0);
         }
     }
 
     /// The form of lists; vector<bool> and sets have no reference to a new element, and go through a local.
     template <class S>
-    static auto append(tavSharedPtr<tavCodecStream> const & child, S & v, int)
+    static auto append(tavCodecStream * child, S & v, int)
         -> std::enable_if_t<!isBits, decltype(v.emplace_back(), void())> {
         v.emplace_back();
         readElement(child, v.back());
     }
 
     template <class S>
-    static void append(tavSharedPtr<tavCodecStream> const & child, S & v, long) {
+    static void append(tavCodecStream * child, S & v, long) {
         Element element = Element();
         readElement(child, element);
         v.insert(v.end(), std::move(element));
@@ -482,20 +491,21 @@ private:
         s.getInputChildMap(children);
         for (auto const & child : children) {
             Value value = Value();
-            readElement(child.second, value);
+            readElement(child.second.get(), value);
             v.insert_or_assign(KeyText<Key>::from(child.first), std::move(value));
         }
     }
 
     static void readListed(tavCodecStream & s, M & v) {
-        InputChildren const children(s);
+        InputChildren children(s);
         reserve(v, children.size(), 0);
-        for (tavSharedPtr<tavCodecStream> const & child : children) {
+        for (std::size_t left = children.size(); left != 0; --left) {
+            tavCodecStream * const child = children.next();
             Key key = Key();
             Value value = Value();
-            if (child && !child->isNull()) {
-                readElement(child->child(1, "key"), key);
-                readElement(child->child(2, "value"), value);
+            if (child != nullptr && !child->isNull()) {
+                readElement(child->child(1, "key").get(), key);
+                readElement(child->child(2, "value").get(), value);
             }
             v.insert_or_assign(std::move(key), std::move(value));
         }

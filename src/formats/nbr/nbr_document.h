@@ -118,18 +118,19 @@ public:
 
     enum class Kind : unsigned char { null, binary, text, complex };
 
+    /// Twelve bytes, as a value may take no more than two.
     struct Node {
-        /// Of the data in the input.  While a complex value is being parsed: one more than its last tag.
-        unsigned offset;
+        /// Of a simple value: where its data stand in the input.  Of a complex one: the node behind it and
+        /// all that is in it; while it is being parsed, the one around it.
+        unsigned place;
         /// Of the data; of a complex value the number of its members.
         unsigned size;
-        /// The node behind this one and all that is in it.  While a complex value is being parsed: the one
-        /// around it.
-        unsigned next;
         char tag;
         Kind kind;
         /// Of a complex value: its members' tags ascend, so that none is there twice.
         bool ordered;
+        /// Of a complex value that is being parsed.
+        char lastTag;
     };
 
     Document() = default;
@@ -152,9 +153,12 @@ public:
     /// The first value, `none` if there is none.
     unsigned first() const { return nodes_.empty() ? none : 0; }
 
+    /// The node behind this one and all that is in it.
+    unsigned next(unsigned i) const { return nodes_[i].kind == Kind::complex ? nodes_[i].place : i + 1; }
+
     /// The data of a simple value; a null view if it has none.
     tav_istr data(Node const & node) const {
-        return node.size == 0 ? tav_istr() : tav_istr(base_ + node.offset, node.size);
+        return node.size == 0 ? tav_istr() : tav_istr(base_ + node.place, node.size);
     }
 
     static bool isSimple(Node const & node) { return node.kind == Kind::binary || node.kind == Kind::text; }
@@ -164,16 +168,23 @@ public:
     /// their own order are found at once.
     unsigned member(unsigned parent, char tag, unsigned & cursor) const {
         Node const & around = nodes_[parent];
-        unsigned const next = cursor == parent ? parent + 1 : nodes_[cursor].next;
-        if (around.ordered && next != around.next && nodes_[next].tag == tag) {
-            cursor = next;
-            return next;
+        unsigned const follower = cursor == parent ? parent + 1 : next(cursor);
+        if (around.ordered && follower != around.place && nodes_[follower].tag == tag) {
+            cursor = follower;
+            return follower;
         }
         return search(parent, tag, cursor);
     }
 
+    /// Values without data, of which those of one list and kind may be one.
+    struct Empties {
+        tavSharedPtr<ValueBase> binary;
+        tavSharedPtr<ValueBase> text;
+    };
+
     /// The value of a node, null for a null one.
-    static tavSharedPtr<ValueBase> value(std::shared_ptr<Document const> const & document, unsigned i);
+    static tavSharedPtr<ValueBase> value(std::shared_ptr<Document const> const & document, unsigned i,
+                                         Empties & empties);
 
     void dump(std::ostream & out, unsigned i, bool pretty, int level) const;
 
@@ -182,10 +193,14 @@ private:
     void parseAll(tav_istr bytes);
     unsigned search(unsigned parent, char tag, unsigned & cursor) const;
     unsigned begin(Scanner & in, char tag, unsigned around);
-    [[gnu::always_inline]] unsigned append(char tag, Kind kind, tav_istr data) {
+    void grow(Scanner const & in);
+    [[gnu::always_inline]] unsigned append(Scanner const & in, char tag, Kind kind, tav_istr data) {
+        if (__builtin_expect(nodes_.size() == nodes_.capacity(), 0)) {
+            grow(in);
+        }
         unsigned const i = static_cast<unsigned>(nodes_.size());
-        unsigned const offset = data.empty() ? 0 : static_cast<unsigned>(data.data() - base_);
-        nodes_.push_back(Node{offset, data.size(), i + 1, tag, kind, true});
+        unsigned const place = data.empty() ? 0 : static_cast<unsigned>(data.data() - base_);
+        nodes_.push_back(Node{place, data.size(), tag, kind, true, 0});
         return i;
     }
 

@@ -263,15 +263,14 @@ void printSimple(std::ostream & out, tav_istr data, bool text) {
 /// What is known of the members so far of the complex value that is being parsed.
 struct Members {
     unsigned count = 0;
-    /// The least tag that would ascend.
-    unsigned nextTag = 0;
+    char lastTag = 0;
     bool ordered = true;
 
     void note(char tag) {
-        unsigned const order = static_cast<unsigned char>(tag);
+        bool const ascends = static_cast<unsigned char>(tag) > static_cast<unsigned char>(lastTag);
+        ordered = ordered && (ascends || count == 0);
+        lastTag = tag;
         ++count;
-        ordered = ordered && order >= nextTag;
-        nextTag = order + 1;
     }
 };
 
@@ -300,7 +299,7 @@ void Document::parseAll(tav_istr bytes) {
             tav_istr data;
             bool text = false;
             if (in.peekValue(data, text)) {
-                append(0, text ? Kind::text : Kind::binary, data);
+                append(in, 0, text ? Kind::text : Kind::binary, data);
             }
         }
         in.demandProgress(start);
@@ -313,7 +312,7 @@ void Document::assign(tav_istr bytes, char tag) {
     tav_istr data;
     bool text = false;
     if (in.find(tag, data, text)) {
-        append(0, text ? Kind::text : Kind::binary, data);
+        append(in, 0, text ? Kind::text : Kind::binary, data);
     }
 }
 
@@ -327,13 +326,13 @@ void Document::parse(Scanner & in) {
                 in.skipMarker();
             }
             Node & closed = nodes_[open];
-            open = closed.next;
-            closed.next = static_cast<unsigned>(nodes_.size());
+            open = closed.place;
+            closed.place = static_cast<unsigned>(nodes_.size());
             closed.size = members.count;
             closed.ordered = members.ordered;
             if (open != none) {
                 Node const & around = nodes_[open];
-                members = Members{around.size, around.offset, around.ordered};
+                members = Members{around.size, around.lastTag, around.ordered};
             }
             continue;
         }
@@ -347,17 +346,17 @@ void Document::parse(Scanner & in) {
         tav_istr data;
         bool text = false;
         if (in.peekShort(data, text)) {
-            append(tag, text ? Kind::text : Kind::binary, data);
+            append(in, tag, text ? Kind::text : Kind::binary, data);
         } else if (in.atOpen()) {
             Node & around = nodes_[open];
             around.size = members.count;
-            around.offset = members.nextTag;
+            around.lastTag = members.lastTag;
             around.ordered = members.ordered;
             open = begin(in, tag, open);
             members = Members();
         } else {
             bool const read = in.peekValue(data, text);
-            append(tag, !read ? Kind::null : text ? Kind::text : Kind::binary, data);
+            append(in, tag, !read ? Kind::null : text ? Kind::text : Kind::binary, data);
             in.demandProgress(start);
         }
     }
@@ -377,11 +376,11 @@ void Document::clear() {
 }
 
 unsigned Document::search(unsigned parent, char tag, unsigned & cursor) const {
-    unsigned const end = nodes_[parent].next;
+    unsigned const end = nodes_[parent].place;
     unsigned i = parent + 1;
     if (!nodes_[parent].ordered) {
         unsigned found = none;
-        for (; i != end; i = nodes_[i].next) {
+        for (; i != end; i = next(i)) {
             if (nodes_[i].tag == tag) {
                 found = i;
             }
@@ -390,9 +389,9 @@ unsigned Document::search(unsigned parent, char tag, unsigned & cursor) const {
     }
     auto const order = [](char t) { return static_cast<unsigned char>(t); };
     if (cursor != parent && order(nodes_[cursor].tag) < order(tag)) {
-        i = nodes_[cursor].next;
+        i = next(cursor);
     }
-    for (; i != end && order(nodes_[i].tag) <= order(tag); i = nodes_[i].next) {
+    for (; i != end && order(nodes_[i].tag) <= order(tag); i = next(i)) {
         cursor = i;
         if (nodes_[i].tag == tag) {
             return i;
@@ -401,7 +400,8 @@ unsigned Document::search(unsigned parent, char tag, unsigned & cursor) const {
     return none;
 }
 
-tavSharedPtr<ValueBase> Document::value(std::shared_ptr<Document const> const & document, unsigned i) {
+tavSharedPtr<ValueBase> Document::value(std::shared_ptr<Document const> const & document, unsigned i,
+                                        Empties & empties) {
     Node const & node = document->nodes_[i];
     if (node.kind == Kind::null) {
         return nullptr;
@@ -409,7 +409,16 @@ tavSharedPtr<ValueBase> Document::value(std::shared_ptr<Document const> const & 
     if (node.kind == Kind::complex) {
         return tavSharedPtr<ValueBase>(new ComplexValue(document, i));
     }
-    return tavSharedPtr<ValueBase>(new SimpleValue(document->data(node), node.kind == Kind::text));
+    bool const text = node.kind == Kind::text;
+    if (node.size != 0) {
+        return tavSharedPtr<ValueBase>(new SimpleValue(document->data(node), text));
+    }
+    // Two bytes of input are not worth a value of their own.
+    tavSharedPtr<ValueBase> & empty = text ? empties.text : empties.binary;
+    if (!empty) {
+        empty = tavSharedPtr<ValueBase>(new SimpleValue(text));
+    }
+    return empty;
 }
 
 void Document::dump(std::ostream & out, unsigned i, bool pretty, int level) const {
@@ -418,7 +427,7 @@ void Document::dump(std::ostream & out, unsigned i, bool pretty, int level) cons
         printSimple(out, data(root), root.kind == Kind::text);
         return;
     }
-    std::vector<unsigned> ends(1, root.next);
+    std::vector<unsigned> ends(1, root.place);
     auto const depth = [&] { return level + static_cast<long long>(ends.size()); };
     out.put('{');
     ++i;
@@ -433,7 +442,7 @@ void Document::dump(std::ostream & out, unsigned i, bool pretty, int level) cons
         ++i;
         printMember(out, node.tag, pretty, depth());
         if (node.kind == Kind::complex) {
-            ends.push_back(node.next);
+            ends.push_back(node.place);
             out.put('{');
         } else if (node.kind == Kind::null) {
             out.write("[]", 2);
@@ -450,13 +459,18 @@ void Document::copy(tav_istr bytes) {
     base_ = tav_istr(buffer_).data();
 }
 
+/// Makes room, but for no more values than what is left may hold: each takes two bytes or more, unless sizes
+/// lead backward.
+void Document::grow(Scanner const & in) {
+    std::size_t const used = nodes_.size();
+    std::size_t const usual = used == 0 ? std::min(in.left() / 4 + 1, 64u) : used * 2;
+    nodes_.reserve(std::min(usual, used + in.left() / 2 + 1));
+}
+
 unsigned Document::begin(Scanner & in, char tag, unsigned around) {
-    if (nodes_.capacity() == 0) {
-        nodes_.reserve(std::min(in.left() / 4 + 1, 64u));
-    }
     in.skipMarker();
-    unsigned const i = append(tag, Kind::complex, tav_istr());
-    nodes_[i].next = around;
+    unsigned const i = append(in, tag, Kind::complex, tav_istr());
+    nodes_[i].place = around;
     return i;
 }
 
@@ -785,8 +799,9 @@ void ComplexValue::load() const {
     detail::Document::Node const & root = document_->node(node_);
     std::vector<Item> items;
     items.reserve(root.size);
-    for (unsigned i = node_ + 1; i != root.next; i = document_->node(i).next) {
-        items.emplace_back(document_->node(i).tag, detail::Document::value(document_, i));
+    detail::Document::Empties empties;
+    for (unsigned i = node_ + 1; i != root.place; i = document_->next(i)) {
+        items.emplace_back(document_->node(i).tag, detail::Document::value(document_, i, empties));
     }
     items_.swap(items);
     loaded_.store(true, std::memory_order_release);
@@ -826,7 +841,8 @@ tavSharedPtr<ValueBase> parser::parseValue() {
     if (in.atOpen()) {
         auto const document = std::make_shared<detail::Document>();
         document->parse(in);
-        return detail::Document::value(document, document->first());
+        detail::Document::Empties none;
+        return detail::Document::value(document, document->first(), none);
     }
     tav_istr data;
     bool text = false;

@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_nbr_unit.h"
 
 #include "formats/nbr/nbr_document.h"
+#include "formats/nbr/nbr_elements.h"
 #include "tav/vinta/vinta_nbr_write.h"
 
 #include <memory>
@@ -117,6 +118,7 @@ inline void renew(tavCodecStream & stream) {
 }
 
 constexpr unsigned keptStreams = 64;
+constexpr unsigned keptElements = 8;
 constexpr unsigned keptBytes = 64 * 1024;
 constexpr std::size_t keptSlots = 4096;
 
@@ -237,10 +239,37 @@ public:
         Document::Node const & list = document.node(parent.node_);
         InFamily & family = of(parent);
         streams.reserve(streams.size() + list.size);
-        for (unsigned i = parent.node_ + 1; i != list.next; i = document.node(i).next) {
+        for (unsigned i = parent.node_ + 1; i != list.place; i = document.next(i)) {
             bool const null = document.node(i).kind == Document::Kind::null;
             streams.emplace_back(null ? &family.nullStream() : &family.at(document, i), false);
         }
+    }
+
+    static Elements openElements(tavNbrInStream & list) {
+        InFamily & family = of(list);
+        if (family.openLists_ == family.elements_.size()) {
+            family.elements_.add(std::unique_ptr<tavNbrInStream>(new tavNbrInStream(family)));
+        }
+        tavNbrInStream & stream = family.elements_[family.openLists_];
+        ++family.openLists_;
+        stream.document_ = list.document_;
+        return Elements{&stream, list.node_ + 1, isComplex(list) ? list.document_->node(list.node_).size : 0};
+    }
+
+    static unsigned nextElement(tavNbrInStream & stream, unsigned place) {
+        bool const null = stream.document_->node(place).kind == Document::Kind::null;
+        stream.node_ = null ? Document::none : place;
+        stream.cursor_ = stream.node_;
+        renew(stream);
+        return stream.document_->next(place);
+    }
+
+    static void closeElements(tavNbrInStream & stream) noexcept { --stream.family_->openLists_; }
+
+    /// Whether nothing of a stream was overridden, and its values are a document's.
+    static bool isPlain(tavCodecStream & stream) {
+        return typeid(stream) == typeid(tavNbrInStream) &&
+               static_cast<tavNbrInStream &>(stream).document_ != nullptr;
     }
 
     void release() noexcept {
@@ -249,6 +278,7 @@ public:
         }
         slots_.clear();
         streams_.shrink(keptStreams);
+        elements_.shrink(keptElements);
         used_ = 0;
         document.clear();
         Pool<InFamily>::give(this);
@@ -317,7 +347,23 @@ private:
     unsigned used_ = 0;
     Lent<tavNbrInStream> streams_;
     Lent<tavNbrInStream> nulls_;
+    /// One for each list that is open within another.
+    Lent<tavNbrInStream> elements_;
+    unsigned openLists_ = 0;
 };
+
+Elements openElements(tavCodecStream & list) {
+    return InFamily::isPlain(list) ? InFamily::openElements(static_cast<tavNbrInStream &>(list))
+                                   : Elements{nullptr, 0, 0};
+}
+
+unsigned nextElement(tavNbrInStream & stream, unsigned place) {
+    return InFamily::nextElement(stream, place);
+}
+
+void closeElements(tavNbrInStream & stream) noexcept {
+    InFamily::closeElements(stream);
+}
 
 } // namespace detail
 } // namespace nbr

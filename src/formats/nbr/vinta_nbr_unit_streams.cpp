@@ -253,8 +253,7 @@ std::ostream & NbrInputStream::dump(std::ostream & out, bool pretty) const {
         }
     };
     if (!listed_) {
-        std::vector<detail::Document::Node> const & nodes = document_->nodes();
-        for (unsigned i = 0; i != nodes.size(); i = nodes[i].next) {
+        for (unsigned i = 0; i != document_->nodes().size(); i = document_->next(i)) {
             document_->dump(out, i, pretty, 0);
             endOfValue();
         }
@@ -270,9 +269,9 @@ std::ostream & NbrInputStream::dump(std::ostream & out, bool pretty) const {
 std::list<tavSharedPtr<ValueBase>> & NbrInputStream::values() const {
     if (!listed_) {
         std::list<tavSharedPtr<ValueBase>> all;
-        std::vector<detail::Document::Node> const & nodes = document_->nodes();
-        for (unsigned i = 0; i != nodes.size(); i = nodes[i].next) {
-            all.push_back(detail::Document::value(document_, i));
+        detail::Document::Empties empties;
+        for (unsigned i = 0; i != document_->nodes().size(); i = document_->next(i)) {
+            all.push_back(detail::Document::value(document_, i, empties));
         }
         values_.swap(all);
         listed_ = true;
