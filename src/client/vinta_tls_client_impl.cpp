@@ -5,6 +5,7 @@
 #include "foundation/scope_exit.h"
 
 #include <mutex>
+#include <system_error>
 #include <utility>
 
 namespace tav {
@@ -20,6 +21,9 @@ constexpr int keep_alive_seconds = 10;
 constexpr unsigned short no_code = 0xffff;
 constexpr unsigned long long no_sno = ~0ull;
 constexpr int exception_code = -10;
+/// How long a start waits for one before it that is still looking up its host.
+constexpr int lookup_patience_ms = 500;
+constexpr int wait_slice_ms = 50;
 
 using Lock = std::lock_guard<tavMutex const>;
 
@@ -75,12 +79,16 @@ void connect_info::cancel() {
 }
 
 result_type connect_info::wait() {
+    return wait(-1, [] { return true; });
+}
+
+result_type connect_info::wait(int slice_ms, std::function<bool()> const & patient) {
     std::lock_guard<tavMonitor const> const guard(monitor_);
     if (result_ < 0) {
         detail::log(tav_istr(log_tag), tavLogger::DEBUG, here("tav::tls::impl::connect_info::wait"),
                     [&](std::ostream & out) { out << name_ << " connect wait begin, " << option_; });
-        while (result_ < 0) {
-            if (!monitor_.waitInLock(-1) && result_ < 0) {
+        while (result_ < 0 && patient()) {
+            if (!monitor_.waitInLock(slice_ms) && slice_ms < 0 && result_ < 0) {
                 result_ = result_timedout;
             }
         }
@@ -146,6 +154,9 @@ void Client::init__() {
         [self] { self->on_context_stop(); }, [self] { return self->on_context_open(); },
         [self] { self->on_context_close(); }));
     context_thread_->start();
+    if (open_failure_) {
+        std::rethrow_exception(open_failure_);
+    }
     main_queue_->start();
     error_queue_->start();
 }
@@ -200,11 +211,13 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
     connect_ptr const last = connecting();
     if (last && !on_own_thread()) {
         log_parts(tavLogger::WARN, site, name_, " last start not complete, wait it...");
-        result_type const result = last->wait();
+        result_type const result = last->wait(wait_slice_ms, [this] { return !hangs_in_lookup(); });
         detail::log(tav_istr(log_tag), tavLogger::WARN, site, [&](std::ostream & out) {
             out << name_ << " last start not complete, wait result = " << result;
         });
-        take_connecting(last);
+        if (result >= 0) {
+            take_connecting(last);
+        }
     }
     if (reuseConnected && connected()) {
         auto const present = this->option();
@@ -355,9 +368,18 @@ unsigned short Client::find_code_by_class(tav_istr name) const {
 bool Client::on_context_open() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_context_open"), name_, " io context open");
     io_thread_ = std::this_thread::get_id();
-    context_ = std::make_shared<context>(tav_istr(name_));
-    keep_alive_timer_ = std::make_shared<asio::steady_timer>(context_->io_context());
-    keep_alive();
+    try {
+        auto const made = std::make_shared<context>(tav_istr(name_));
+        keep_alive_timer_ = std::make_shared<asio::steady_timer>(made->io_context());
+        context_ = made;
+        keep_alive();
+    } catch (...) {
+        // For the one who makes the client, since the thread would take the process with it.
+        open_failure_ = std::current_exception();
+        keep_alive_timer_.reset();
+        context_.reset();
+        return false;
+    }
     return true;
 }
 
@@ -385,6 +407,9 @@ bool Client::on_context_run() {
 
 void Client::on_context_close() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_context_close"), name_, " io context close");
+    if (!context_) {
+        return;
+    }
     keep_alive_timer_->cancel();
     // If a completion threw as the loop was told to end, what was ready is still there and holds its session.
     while (on_context_run()) {
@@ -453,6 +478,10 @@ void Client::on_start(connect_ptr const & info, connect_option const & option) {
         connecting_ = info;
     }
     renew(info);
+    if (!context_->should_verify()) {
+        log_parts(tavLogger::WARN, here("tav::tls::impl::Client::on_start"), name_,
+                  " no certificates to trust were given: any peer is believed");
+    }
 }
 
 void Client::on_reconnect(connect_ptr const & info, timedout_option const & option) {
@@ -510,8 +539,12 @@ void Client::renew(connect_ptr const & info) {
             session_ = fresh;
         }
         fresh->connect();
-    } catch (...) {
-        take_connecting(info);
+    } catch (std::exception const & e) {
+        // The application hears of it as of any connect that fails; the queue's loop has the log line.
+        close_session();
+        auto const * const of_system = dynamic_cast<std::system_error const *>(&e);
+        on_connect_error(info, option(), no_sno, no_code,
+                         of_system != nullptr ? of_system->code().value() : exception_code, e.what());
         throw;
     }
 }
@@ -531,7 +564,12 @@ tavSharedPtr<session> Client::make_session(connect_ptr const & info) {
         });
     tavSharedPtr<session> fresh(new session(
         name_, context_, [self](tavBytes const & frame) { self->on_recv(frame); }, own, clock_));
-    fresh->open();
+    try {
+        fresh->open();
+    } catch (...) {
+        fresh->close();
+        throw;
+    }
     return fresh;
 }
 
@@ -603,8 +641,17 @@ Client::connect_ptr Client::take_connecting(connect_ptr const & info) {
 }
 
 Client::connect_ptr Client::connecting() const {
-    Lock const guard(fields_);
-    return connecting_;
+    connect_ptr last;
+    {
+        Lock const guard(fields_);
+        last = connecting_;
+    }
+    return last && last->result() < 0 ? last : nullptr;
+}
+
+bool Client::hangs_in_lookup() const {
+    auto const present = current();
+    return present && present->resolving_ms() > lookup_patience_ms;
 }
 
 std::shared_ptr<connect_option> Client::option() const {

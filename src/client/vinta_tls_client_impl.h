@@ -12,6 +12,7 @@
 #include <asio/steady_timer.hpp>
 
 #include <atomic>
+#include <exception>
 #include <functional>
 #include <map>
 #include <memory>
@@ -36,6 +37,9 @@ public:
     result_type wait() override;
     result_type result() const override;
 
+    /// As `wait`, but looks each `slice_ms` milliseconds whether `patient` still holds; what it is by then
+    /// if it does not.  `patient` must not use this object.
+    result_type wait(int slice_ms, std::function<bool()> const & patient);
     /// Marks it as refused a second attempt, unless it has ended.
     void busy();
     void on_conn_connected();
@@ -152,7 +156,10 @@ private:
     bool on_own_thread() const;
     /// Takes `info` out of `connecting_`; null if it is not the one there.
     connect_ptr take_connecting(connect_ptr const & info);
+    /// The start or reconnect that has not ended; one that has counts as none.
     connect_ptr connecting() const;
+    /// Whether the connect under way has waited for its host's address for longer than others should.
+    bool hangs_in_lookup() const;
     std::shared_ptr<connect_option> option() const;
     /// Never null: a client that was not started has an empty one.
     std::shared_ptr<metainfo> meta() const;
@@ -194,6 +201,8 @@ private:
     std::shared_ptr<asio::steady_timer> keep_alive_timer_;
     /// The I/O thread, also while it is outside of the context; set before `init__` returns.
     std::thread::id io_thread_;
+    /// Why the I/O thread could not open; set before `init__` goes on.
+    std::exception_ptr open_failure_;
     tavIdGenerator id_generator_;
     tavSharedPtr<tavThread> context_thread_;
     tavTime last_connect_time_;

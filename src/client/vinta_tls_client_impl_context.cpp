@@ -1,7 +1,6 @@
 #include "client/vinta_tls_client_impl_session.h"
 
 #include "client/vinta_tls_client_impl_log.h"
-#include "foundation/platform.h"
 
 #include <asio/ssl/verify_context.hpp>
 
@@ -21,10 +20,6 @@ using tav::detail::here;
 /// How many ready completions are run after the end, as a bound should one of them always make another.
 constexpr unsigned drain_limit = 100000;
 
-bool ends_with(std::string_view text, std::string_view end) {
-    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
-}
-
 } // namespace
 
 context::context(tav_istr name)
@@ -36,7 +31,6 @@ context::context(tav_istr name)
       should_verify_(false),
       closed_(false),
       cipher_list_(connect_option().cipher_list()),
-      next_resolve_(0),
       finished_(false) {
     ::SSL_CTX_set_cipher_list(ssl_context_.native_handle(), cipher_list_.c_str());
     log_parts(tavLogger::INFO, here("tav::tls::impl::context::context"), name_, " context construct");
@@ -49,27 +43,37 @@ context::~context() {
 bool context::init(std::string verify_path, std::string cipher) {
     bool const same_path = verify_path.empty() || verify_path == verify_path_;
     bool const same_cipher = cipher.empty() || cipher == cipher_;
-    if (same_path && same_cipher) {
-        return opened_;
+    if (!same_path || !same_cipher) {
+        verify_path_ = std::move(verify_path);
+        cipher_ = std::move(cipher);
+        certificates_ = look_at_certificates(verify_path_);
+        apply();
+    } else {
+        certificate_path present = look_at_certificates(verify_path_);
+        if (present.state != certificates_.state) {
+            certificates_ = std::move(present);
+            apply();
+        }
     }
-    verify_path_ = std::move(verify_path);
-    cipher_ = std::move(cipher);
+    if (!certificates_.trouble.empty()) {
+        log_parts(tavLogger::ERROR, here("tav::tls::impl::context::init"), name_,
+                  " no use of the certificates under ", verify_path_, ": ", certificates_.trouble);
+    }
+    return opened_;
+}
+
+void context::apply() {
     opened_ = true;
     should_verify_ = !verify_path_.empty();
     try {
-        if (!verify_path_.empty()) {
-            if (verify_path_.back() == '/') {
-                load_verify_directory(verify_path_.substr(0, verify_path_.size() - 1));
-            } else {
-                load_verify_file(verify_path_);
-            }
+        for (std::string const & file : certificates_.files) {
+            load_verify_file(file);
         }
         set_cipher_list();
     } catch (std::exception const & e) {
         tav::detail::reportCaught(here("tav::tls::impl::context::init"), e.what());
         opened_ = false;
     }
-    return opened_;
 }
 
 bool context::should_verify() const {
@@ -78,13 +82,8 @@ bool context::should_verify() const {
 
 void context::close() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::context::close"), name_, " close context");
-    std::map<unsigned long long, resolve_handler> dropped;
-    {
-        std::lock_guard<std::mutex> const guard(mutex_);
-        resolver_.cancel();
-        dropped.swap(resolving_);
-        closed_ = true;
-    }
+    closed_ = true;
+    resolver_.close();
     io_context_.stop();
 }
 
@@ -99,18 +98,13 @@ bool context::runs_here() const {
     return const_cast<asio::io_context &>(io_context_).get_executor().running_in_this_thread();
 }
 
-void context::async_resolve(std::string const & host, std::string const & service, resolve_handler handler) {
-    resolve_handler dropped;
-    std::lock_guard<std::mutex> const guard(mutex_);
-    if (closed_) {
-        dropped.swap(handler);
-        return;
-    }
-    unsigned long long const id = ++next_resolve_;
-    resolver_.async_resolve(host, service, [this, id](std::error_code ec, results_type results) {
-        on_resolved(id, ec, std::move(results));
-    });
-    resolving_.emplace(id, std::move(handler));
+unsigned long long context::async_resolve(std::string const & host, std::string const & service,
+                                          resolve_handler handler) {
+    return resolver_.resolve(host, service, std::move(handler));
+}
+
+void context::cancel_resolve(unsigned long long id) {
+    resolver_.cancel(id);
 }
 
 std::string context::cipher_list() const {
@@ -121,19 +115,14 @@ std::string context::cipher_list() const {
 void context::load_verify_file(std::string const & path) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::context::load_verify_file"), name_, " load_verify_file ",
               path);
-    ssl_context_.load_verify_file(path);
-}
-
-void context::load_verify_directory(std::string const & directory) {
-    std::vector<std::string> names;
-    if (platform::listFolder(directory + "/", names)) {
-        return;
-    }
-    for (std::string const & name : names) {
-        std::string const path = directory + "/" + name;
-        if (ends_with(name, ".0") && !platform::isFolder(path)) {
-            load_verify_file(path);
+    try {
+        ssl_context_.load_verify_file(path);
+    } catch (std::system_error const & e) {
+        certificates_.trouble = certificate_trouble(path, e.what());
+        if (path != verify_path_) {
+            certificates_.trouble = path + ": " + certificates_.trouble;
         }
+        throw;
     }
 }
 
@@ -147,20 +136,6 @@ void context::set_cipher_list() {
         ::SSL_CTX_set_cipher_list(ssl_context_.native_handle(), cipher_list_.c_str());
     }
     ::ERR_clear_error();
-}
-
-void context::on_resolved(unsigned long long id, std::error_code ec, results_type results) {
-    resolve_handler handler;
-    {
-        std::lock_guard<std::mutex> const guard(mutex_);
-        auto const found = resolving_.find(id);
-        if (found == resolving_.end()) {
-            return;
-        }
-        handler.swap(found->second);
-        resolving_.erase(found);
-    }
-    handler(ec, std::move(results));
 }
 
 void context::drain() {
@@ -198,13 +173,13 @@ bool tls_socket::verify_certificate(bool preverified, asio::ssl::verify_context 
     if (!should_verify) {
         return true;
     }
-    char subject[256] = "";
-    X509 * const certificate = ::X509_STORE_CTX_get_current_cert(ctx.native_handle());
-    if (certificate != nullptr) {
-        ::X509_NAME_oneline(::X509_get_subject_name(certificate), subject, sizeof subject);
+    tav::detail::Site const site = here("tav::tls::impl::tls_socket::verify_certificate");
+    log_parts(tavLogger::INFO, site, name_, " Verifying ", subject_of(ctx.native_handle()), ", preverified ",
+              preverified ? "true" : "false");
+    if (!preverified) {
+        refusal_ = refusal_of(ctx.native_handle());
+        log_parts(tavLogger::ERROR, site, name_, " certificate refused: ", refusal_.details);
     }
-    log_parts(tavLogger::INFO, here("tav::tls::impl::tls_socket::verify_certificate"), name_, " Verifying ",
-              subject, ", preverified ", preverified ? "true" : "false");
     return preverified;
 }
 

@@ -6,6 +6,7 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <utility>
@@ -50,8 +51,7 @@ std::string text(std::error_code ec) {
 
 std::string text(context::results_type const & results) {
     std::string out;
-    for (auto const & entry : results) {
-        asio::ip::tcp::endpoint const endpoint = entry.endpoint();
+    for (asio::ip::tcp::endpoint const & endpoint : results) {
         out += out.empty() ? "" : ", ";
         out += endpoint.address().to_string() + ":" + std::to_string(endpoint.port());
     }
@@ -96,6 +96,9 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       clock_(clock ? std::move(clock) : clock_function(&steady_ms)),
       context_(std::move(owner)),
       socket_(context_, name),
+      resolving_(0),
+      looking_up_(false),
+      race_(context_->io_context()),
       on_recv_(std::move(on_recv)),
       option_(option),
       sender_(std::make_shared<tavTaskQueue>("sender", 1)),
@@ -177,6 +180,10 @@ bool session::passive_close() {
     return true;
 }
 
+long long session::resolving_ms() const {
+    return looking_up_ && !ended() ? clock_() - connect_begin_ms_ : 0;
+}
+
 bool session::on_own_thread() const {
     return thread_owner == this;
 }
@@ -241,16 +248,36 @@ void session::connect_() {
     socket_.init();
     std::string const & host = option_.connect_host();
     std::string const & port = option_.connect_port();
+    unsigned short number = 0;
+    for (std::string const * const each : {static_cast<std::string const *>(&option_.port), &port}) {
+        if (read_port(*each, number) == port_kind::wrong) {
+            refuse_port(*each);
+            return;
+        }
+    }
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::connect_"), name_, " resolving ", host, ":",
               port);
-    context_->async_resolve(host, port,
-                            [self = self_ptr(this)](std::error_code ec, results_type results) mutable {
-                                session & s = *self;
-                                s.on_resolved(std::move(self), ec, std::move(results));
-                            });
+    looking_up_ = true;
+    resolving_ = context_->async_resolve(host, port,
+                                         [self = self_ptr(this)](std::error_code ec, results_type results) {
+                                             self->on_resolved(self, ec, std::move(results));
+                                         });
+    if (ended()) {
+        // Closed on the way, by someone who could not know the number yet.
+        context_->cancel_resolve(resolving_);
+    }
+}
+
+// No such port exists, so that there is nothing to resolve and nothing to wait for.
+void session::refuse_port(std::string const & port) {
+    std::string const text = "port " + port + " is no number from 0 to 65535";
+    log_parts(tavLogger::ERROR, here("tav::tls::impl::session::connect_"), name_, " ", text);
+    passive_close();
+    option_.on_error(no_sno, no_code, EINVAL, text);
 }
 
 void session::on_resolved(self_ptr self, std::error_code ec, results_type results) {
+    looking_up_ = false;
     if (ended()) {
         return;
     }
@@ -260,11 +287,9 @@ void session::on_resolved(self_ptr self, std::error_code ec, results_type result
         option_.on_error(no_sno, no_code, ec.value(), ec.message());
         return;
     }
-    resolved_ = std::move(results);
-    next_endpoint_ = resolved_.begin();
     if (tavLogger::isLoggable(log_tag, tavLogger::INFO)) {
         log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_resolved"), name_, " connecting to ",
-                  text(resolved_));
+                  text(results));
     }
     // The list is always the connection's own, since the context's may be replaced during the handshake.
     SSL * const handle = socket_.native_handle();
@@ -276,28 +301,14 @@ void session::on_resolved(self_ptr self, std::error_code ec, results_type result
                    const_cast<char *>(option_.server_name.c_str()));
     }
     ::ERR_clear_error();
-    connect_next(std::move(self), asio::error::not_found);
+    race_.start(std::move(results), [self = std::move(self)](std::error_code failed, tcp_socket winner) {
+        self->on_race_end(self, failed, std::move(winner));
+    });
 }
 
-// Tries the next endpoint; `ec` is why the one before it failed.
-void session::connect_next(self_ptr self, std::error_code ec) {
-    while (next_endpoint_ != resolved_.end()) {
-        asio::ip::tcp::endpoint const endpoint = next_endpoint_->endpoint();
-        ++next_endpoint_;
-        ec = open_descriptor(endpoint.protocol());
-        if (ec) {
-            continue;
-        }
-        socket_.lowest_layer().async_connect(endpoint,
-                                             [self = std::move(self)](std::error_code failed) mutable {
-                                                 session & s = *self;
-                                                 if (failed && !s.ended()) {
-                                                     s.connect_next(std::move(self), failed);
-                                                 } else {
-                                                     s.on_connect_end(std::move(self), failed);
-                                                 }
-                                             });
-        return;
+void session::on_race_end(self_ptr self, std::error_code ec, tcp_socket winner) {
+    if (!ec) {
+        ec = take_descriptor(std::move(winner));
     }
     on_connect_end(std::move(self), ec);
 }
@@ -355,7 +366,10 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_handshake_end"), name_,
                   " Handshake failed: ", ec.message());
-        on_error(ec);
+        certificate_refusal const & refusal = socket_.refusal();
+        on_error(ec, refusal.reason.empty()
+                         ? ec.message()
+                         : ec.message() + ": " + refusal.reason + ", subject " + refusal.subject);
         return;
     }
     if (!advance(state_handshaking, state_connected)) {
@@ -379,6 +393,10 @@ void session::start_io(self_ptr self) {
 }
 
 void session::on_error(std::error_code ec) {
+    on_error(ec, ec.message());
+}
+
+void session::on_error(std::error_code ec, std::string const & told) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_error"), name_, " on std::error_code ",
               text(ec));
     cancel_all();
@@ -390,7 +408,7 @@ void session::on_error(std::error_code ec) {
     }
     log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::on_error"), name_, " global level on error ",
               text(ec));
-    option_.on_error(no_sno, no_code, ec.value(), ec.message());
+    option_.on_error(no_sno, no_code, ec.value(), told);
 }
 
 bool session::ended() const {
@@ -406,6 +424,7 @@ bool session::advance(int from, int to) {
 // closed by the I/O thread as soon as that comes to it.
 void session::close_socket() {
     log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::close_socket"), name_, " socket closing...");
+    context_->cancel_resolve(resolving_);
     if (context_->runs_here()) {
         close_descriptor();
     } else {
@@ -463,23 +482,17 @@ void session::close_receiver() {
     }
 }
 
-std::error_code session::open_descriptor(asio::ip::tcp const & protocol) {
+std::error_code session::take_descriptor(tcp_socket winner) {
     std::lock_guard<std::mutex> const guard(descriptor_mutex_);
     if (ended()) {
         return asio::error::operation_aborted;
     }
-    asio::ip::tcp::socket & socket = socket_.lowest_layer();
-    std::error_code ec;
-    socket.close(ec);
-    socket.open(protocol, ec);
-    if (!ec) {
-        std::error_code ignored;
-        socket.set_option(asio::ip::tcp::no_delay(true), ignored);
-    }
-    return ec;
+    socket_.lowest_layer() = std::move(winner);
+    return std::error_code();
 }
 
 void session::close_descriptor() {
+    race_.cancel();
     std::lock_guard<std::mutex> const guard(descriptor_mutex_);
     std::error_code ec;
     socket_.lowest_layer().close(ec);

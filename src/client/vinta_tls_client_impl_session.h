@@ -1,10 +1,13 @@
 #ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 
+#include "client/address_race.h"
 #include "client/frame_reader.h"
 #include "client/frame_writer.h"
+#include "client/resolver.h"
 #include "client/send_info.h"
 #include "client/send_table.h"
+#include "client/trust.h"
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_im_pkt.h"
@@ -43,8 +46,8 @@ namespace TAV_IMPL_NAMESPACE {
 /// Thread safety: `init` on one thread at a time; all else from any thread.
 class context {
 public:
-    using results_type = asio::ip::tcp::resolver::results_type;
-    using resolve_handler = std::function<void(std::error_code, results_type)>;
+    using results_type = resolver::results_type;
+    using resolve_handler = resolver::handler;
 
     /// Throws std::system_error with "context" if the TLS library can't make one.
     explicit context(tav_istr name);
@@ -53,8 +56,9 @@ public:
     context & operator=(context const &) = delete;
 
     /// Applies the certificate file, or directory ending in "/", and the cipher list.  Nothing is done if
-    /// each is empty or the same as before.  Certificates add up; an unknown cipher list leaves the former
-    /// one in force. False if a file could not be loaded, which is logged, or if nothing was ever applied.
+    /// each is empty or the same as before, and what lies under the path in force is as it was.  Certificates
+    /// add up; an unknown cipher list leaves the former one in force.  A path that can't be used is told at
+    /// each call.  False if a file could not be loaded, or if nothing was ever applied.
     bool init(std::string verify_path, std::string cipher);
 
     /// Whether the peer's certificate is checked.
@@ -82,8 +86,11 @@ public:
         return true;
     }
 
-    /// Resolves and calls `handler` on the I/O thread; after `close` it is dropped without a call.
-    void async_resolve(std::string const & host, std::string const & service, resolve_handler handler);
+    /// Resolves and calls `handler` on the I/O thread; after `close` it is dropped without a call.  Gives a
+    /// number for `cancel_resolve`, which drops the handler.
+    unsigned long long async_resolve(std::string const & host, std::string const & service,
+                                     resolve_handler handler);
+    void cancel_resolve(unsigned long long id);
 
     /// The cipher list in force.
     std::string cipher_list() const;
@@ -92,10 +99,9 @@ public:
     asio::ssl::context & ssl_context() { return ssl_context_; }
 
 private:
+    void apply();
     void load_verify_file(std::string const & path);
-    void load_verify_directory(std::string const & directory);
     void set_cipher_list();
-    void on_resolved(unsigned long long id, std::error_code ec, results_type results);
     void drain();
 
     std::string const name_;
@@ -103,15 +109,15 @@ private:
     std::string cipher_;
     asio::io_context io_context_;
     asio::ssl::context ssl_context_;
-    asio::ip::tcp::resolver resolver_;
+    resolver resolver_;
+    /// What was last read under `verify_path_`, and what is wrong with it.
+    certificate_path certificates_;
     bool opened_;
     std::atomic<bool> should_verify_;
     std::atomic<bool> closed_;
-    /// Guards what follows, and `resolver_`.
+    /// Guards what follows.
     mutable std::mutex mutex_;
     std::string cipher_list_;
-    std::map<unsigned long long, resolve_handler> resolving_;
-    unsigned long long next_resolve_;
     bool finished_;
 };
 
@@ -131,6 +137,9 @@ public:
     /// The TLS library's question about one certificate of the chain, whose own answer is `preverified`.
     bool verify_certificate(bool preverified, asio::ssl::verify_context & ctx, bool should_verify);
 
+    /// Why the peer's certificate was refused; empty if none was.
+    certificate_refusal const & refusal() const { return refusal_; }
+
     stream_type & stream() { return stream_; }
     asio::ip::tcp::socket & lowest_layer() { return stream_.next_layer(); }
     asio::ip::tcp::socket const & lowest_layer() const { return stream_.next_layer(); }
@@ -139,6 +148,7 @@ public:
 private:
     std::shared_ptr<context> context_;
     stream_type stream_;
+    certificate_refusal refusal_;
     std::string const name_;
 };
 
@@ -198,6 +208,8 @@ public:
     bool closing() const { return closing_; }
     /// True if connected and not closing.
     bool connected() const { return state_ == state_connected && !closing_; }
+    /// The milliseconds that the lookup of the host takes by now; 0 if none is under way.
+    long long resolving_ms() const;
     /// Whether the calling thread is "sender", "receiver" or "timer" of this session.
     bool on_own_thread() const;
 
@@ -257,6 +269,7 @@ private:
     using self_ptr = tavSharedPtr<session>;
     using info_ptr = std::shared_ptr<send_info>;
     using results_type = context::results_type;
+    using tcp_socket = asio::ip::tcp::socket;
 
     struct outgoing {
         tavSharedPtr<im::Packet> pkt;
@@ -266,12 +279,14 @@ private:
     // Connecting, on the I/O thread but for connect_.
     void connect_();
     void on_resolved(self_ptr self, std::error_code ec, results_type results);
-    void connect_next(self_ptr self, std::error_code ec);
+    void on_race_end(self_ptr self, std::error_code ec, tcp_socket winner);
+    void refuse_port(std::string const & port);
     void on_connect_end(self_ptr self, std::error_code ec);
     bool connect_proxy();
     void on_handshake_end(self_ptr self, std::error_code ec);
     void start_io(self_ptr self);
     void on_error(std::error_code ec);
+    void on_error(std::error_code ec, std::string const & told);
     bool ended() const;
     bool advance(int from, int to);
 
@@ -281,7 +296,7 @@ private:
     void close_timer();
     void close_receiver();
     void close_sender();
-    std::error_code open_descriptor(asio::ip::tcp const & protocol);
+    std::error_code take_descriptor(tcp_socket winner);
     void close_descriptor();
     void on_heartbeat_timedout();
     void start_timer();
@@ -323,8 +338,10 @@ private:
     clock_function const clock_;
     std::shared_ptr<context> context_;
     tls_socket socket_;
-    results_type resolved_;
-    results_type::const_iterator next_endpoint_;
+    /// The call of the resolver that is under way, 0 if there was none.
+    std::atomic<unsigned long long> resolving_;
+    std::atomic<bool> looking_up_;
+    address_race race_;
     /// Taken by the I/O thread while it opens and closes the descriptor, and by others who use the
     /// descriptor.
     mutable std::mutex descriptor_mutex_;

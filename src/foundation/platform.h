@@ -43,6 +43,12 @@ bool isFolder(std::string const & path) noexcept;
 /// Appends the names of the entries of a folder, in any order.
 std::error_code listFolder(std::string const & path, std::vector<std::string> & names);
 
+/// Appends a text that changes whenever a file or folder does: by its size, its times or its inode.
+std::error_code fileState(std::string const & path, std::string & state);
+
+/// Why a file can't be opened for reading; no error if it can.  Blocks on nothing, not even on a pipe.
+std::error_code tryReading(std::string const & path) noexcept;
+
 /// While it lives, writing to a pipe that nobody reads fails on this thread, and raises no signal in the
 /// process.
 class QuietPipes {

@@ -96,6 +96,28 @@ std::error_code listFolder(std::string const & path, std::vector<std::string> & 
     return std::error_code();
 }
 
+std::error_code fileState(std::string const & path, std::string & state) {
+    struct stat status;
+    if (::stat(path.c_str(), &status) != 0) {
+        return lastError();
+    }
+    state += std::to_string(status.st_dev) + ' ' + std::to_string(status.st_ino) + ' ' +
+             std::to_string(status.st_size);
+    for (timespec const & time : {status.st_mtim, status.st_ctim}) {
+        state += ' ' + std::to_string(time.tv_sec) + '.' + std::to_string(time.tv_nsec);
+    }
+    return std::error_code();
+}
+
+std::error_code tryReading(std::string const & path) noexcept {
+    int const descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (descriptor < 0) {
+        return lastError();
+    }
+    ::close(descriptor);
+    return std::error_code();
+}
+
 struct QuietPipes::State {
     sigset_t pipeSignal;
     sigset_t former;

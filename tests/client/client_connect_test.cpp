@@ -211,6 +211,39 @@ TEST(ConnectStart, AStartThatIsOnlyQueuedIsCancelledByTheNext) {
     EXPECT_TRUE(log.contains("<n> cancel connecting...\n"));
 }
 
+TEST(ConnectStart, BehindACancelledOneItIsANewAttemptAtOnce) {
+    LogCapture log;
+    ClientRig rig;
+    auto const first = rig.client.start(rig.option());
+    auto const lost = rig.peer.accept();
+    ASSERT_TRUE(log.waitFor("<n> connected, start client handshake..."));
+    first->cancel();
+    auto const second = rig.client.start(rig.option());
+    EXPECT_FALSE(log.contains(" last start not complete"));
+    rig.finish(second);
+    EXPECT_TRUE(lost->waitClosed());
+    EXPECT_EQ(first->result(), tls::result_cancelled);
+    EXPECT_TRUE(rig.settle());
+    EXPECT_EQ(countOf(rig.events, "open "), 1u);
+    EXPECT_EQ(countOf(rig.events, "error "), 0u);
+}
+
+TEST(ConnectStart, OneThatWaitsGoesOnAsTheFirstIsCancelled) {
+    LogCapture log;
+    ClientRig rig;
+    auto const first = rig.client.start(rig.option());
+    auto const lost = rig.peer.accept();
+    ASSERT_TRUE(log.waitFor("<n> connected, start client handshake..."));
+    std::shared_ptr<tls::connect_info> second;
+    std::thread other([&] { second = rig.client.start(rig.option()); });
+    ASSERT_TRUE(log.waitFor("<n> connect wait begin, "));
+    first->cancel();
+    other.join();
+    EXPECT_TRUE(log.contains("<n> last start not complete, wait result = cancelled\n"));
+    rig.finish(second);
+    EXPECT_TRUE(rig.settle());
+}
+
 TEST(ConnectStart, AStartInACallbackDoesNotWaitForThePendingOne) {
     LogCapture log;
     ClientRig rig;
@@ -352,6 +385,34 @@ TEST(ConnectReconnect, WhileOneIsPendingIsBusyAndTheSame) {
     EXPECT_EQ(waited, tls::result_ok);
     EXPECT_EQ(busy->result(), tls::result_ok);
     EXPECT_EQ(log.count(" on_reconnect..."), 0u);
+}
+
+TEST(ConnectReconnect, BehindACancelledAttemptItIsANewOne) {
+    LogCapture log;
+    ClientRig rig;
+    auto const cancelled = rig.client.start(rig.option());
+    auto const lost = rig.peer.accept();
+    ASSERT_TRUE(log.waitFor("<n> connected, start client handshake..."));
+    cancelled->cancel();
+    auto const again = rig.client.reconnect(tls::timedout_option());
+    ASSERT_NE(again, cancelled);
+    rig.finish(again);
+    EXPECT_TRUE(lost->waitClosed());
+    EXPECT_EQ(cancelled->result(), tls::result_cancelled);
+    EXPECT_FALSE(log.contains(" last reconnect not complete"));
+    EXPECT_TRUE(rig.settle());
+}
+
+TEST(ConnectReconnect, BehindAnAttemptThatRanOutOfTimeItIsANewOne) {
+    LogCapture log;
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.timedout.wait_ms(100);
+    ASSERT_EQ(resultOf(rig.client.start(option)), tls::result_timedout);
+    auto const lost = rig.peer.accept();
+    rig.finish(rig.client.reconnect(tls::timedout_option()));
+    EXPECT_TRUE(lost->waitClosed());
+    EXPECT_TRUE(rig.settle());
 }
 
 TEST(ConnectReconnect, ASecondAttemptWithinThreeSecondsIsNotedAndGoesOnAtOnce) {
@@ -533,6 +594,28 @@ TEST(ConnectCancelAll, EndsAPendingConnectAndLetsTheAttemptGoOn) {
     EXPECT_EQ(rig.events.all()[0], "open on <n>io.context");
     EXPECT_EQ(info->result(), tls::result_cancelled);
     EXPECT_FALSE(rig.client.connected());
+}
+
+TEST(ConnectError, FoundAsTheErrorQueueHasEndedIsDropped) {
+    Gate found;
+    Events told;
+    {
+        LogCapture log;
+        auto rig = std::make_unique<ClientRig>();
+        tls::connect_option option = rig->option();
+        option.set_on_error(
+            [&](unsigned long long, unsigned short, int, char const *) { told.add("error"); });
+        rig->connect(option);
+        log.at("<n> global level on error ", [&] { found.pass(); });
+        rig->server->reset();
+        ASSERT_TRUE(found.waitArrived());
+        std::thread end([&] { rig.reset(); });
+        EXPECT_TRUE(log.waitFor("thead closed. {<n>global.on_error.0"));
+        found.open();
+        end.join();
+        EXPECT_TRUE(log.contains("<n> connect error <"));
+    }
+    EXPECT_EQ(told.count(), 0u);
 }
 
 TEST(ConnectInfo, CancelByTheApplicationWakesWaitersOnly) {

@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_session.h"
 
+#include "support/folder.h"
 #include "support/log_capture.h"
 #include "support/session_rig.h"
 #include "support/tls_peer.h"
@@ -8,9 +9,7 @@
 
 #include <openssl/ssl.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 
 using namespace tav_test;
 using impl::context;
@@ -20,27 +19,6 @@ namespace {
 constexpr char default_ciphers[] =
     "AES256-GCM-SHA384:AES128-GCM-SHA256:ECDHE-RSA-AES256-GCM-SHA384:ECDHE-RSA-AES128-GCM-SHA256:"
     "ECDHE-ECDSA-AES128-GCM-SHA256:ECDHE-ECDSA-AES256-GCM-SHA384";
-
-/// A folder of its own that goes with its object.
-class Folder {
-public:
-    Folder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "tls_context_XXXXXX").string();
-        path_ = ::mkdtemp(&pattern[0]);
-    }
-    ~Folder() { std::filesystem::remove_all(path_); }
-    Folder(Folder const &) = delete;
-    Folder & operator=(Folder const &) = delete;
-
-    std::string const & path() const { return path_; }
-    std::string write(std::string const & name, std::string const & content) const {
-        std::ofstream(path_ + "/" + name) << content;
-        return path_ + "/" + name;
-    }
-
-private:
-    std::string path_;
-};
 
 int certificates(context & c) {
     X509_STORE * const store = SSL_CTX_get_cert_store(c.ssl_context().native_handle());

@@ -5,8 +5,10 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tav_test {
@@ -29,6 +31,7 @@ public:
     ~LogCapture() {
         tavLogger::flush();
         tavLogger::setup(tav_istr("(clear(INFO))"), nullptr, false, tavLogger::WARN);
+        at(std::string(), nullptr);
     }
     LogCapture(LogCapture const &) = delete;
     LogCapture & operator=(LogCapture const &) = delete;
@@ -38,6 +41,13 @@ public:
         return state().records;
     }
     void clear() { state().clear(); }
+
+    /// Has `f` called for each record whose line holds `part`, on the thread that logs it, from here on.
+    void at(std::string part, std::function<void()> f) {
+        std::lock_guard<std::mutex> guard(state().mutex);
+        state().watched = std::move(part);
+        state().hook = std::move(f);
+    }
 
     /// The number of records whose line holds `part`.
     unsigned count(std::string const & part) const {
@@ -79,6 +89,8 @@ private:
         std::mutex mutex;
         std::condition_variable changed;
         std::vector<Record> records;
+        std::string watched;
+        std::function<void()> hook;
         void clear() {
             std::lock_guard<std::mutex> guard(mutex);
             records.clear();
@@ -96,9 +108,18 @@ private:
         return *the;
     }
     static void take(int level, char const * text) {
-        std::lock_guard<std::mutex> guard(state().mutex);
-        state().records.push_back(Record{level, text});
-        state().changed.notify_all();
+        std::function<void()> hook;
+        {
+            std::lock_guard<std::mutex> guard(state().mutex);
+            state().records.push_back(Record{level, text});
+            state().changed.notify_all();
+            if (state().hook && state().records.back().text.find(state().watched) != std::string::npos) {
+                hook = state().hook;
+            }
+        }
+        if (hook) {
+            hook();
+        }
     }
 };
 

@@ -55,6 +55,7 @@ public:
     std::string ca;
     std::string chain;
     std::string key;
+    std::string ca_key;
 
     /// Elliptic curve keys, made once.
     static TlsIdentity const & ecdsa() {
@@ -68,21 +69,35 @@ public:
     }
     /// A new one that no other's authority has signed.
     static TlsIdentity stranger() { return TlsIdentity(false, "Stranger CA"); }
+    /// A new one whose certificate is valid between two times, in seconds from now.
+    static TlsIdentity valid(long from, long to) { return TlsIdentity(false, "Test CA", from, to); }
+    /// A certificate that signed itself, and is its own authority.
+    static TlsIdentity selfSigned() {
+        TlsIdentity out = stranger();
+        out.chain = out.ca;
+        out.key = out.ca_key;
+        return out;
+    }
 
 private:
     using Key = std::unique_ptr<EVP_PKEY, void (*)(EVP_PKEY *)>;
     using Certificate = std::unique_ptr<X509, void (*)(X509 *)>;
 
-    explicit TlsIdentity(bool with_rsa, char const * name = "Test CA") {
-        Key const ca_key = makeKey(with_rsa);
-        Certificate const authority = makeCertificate(*ca_key, name, nullptr, *ca_key);
+    static constexpr long from_now = -3600;
+    static constexpr long to_tomorrow = 24 * 3600;
+
+    explicit TlsIdentity(bool with_rsa, char const * name = "Test CA", long from = from_now,
+                         long to = to_tomorrow) {
+        Key const authority_key = makeKey(with_rsa);
+        Certificate const authority =
+            makeCertificate(*authority_key, name, nullptr, *authority_key, from_now, to_tomorrow);
         Key const leaf_key = makeKey(with_rsa);
-        Certificate const leaf = makeCertificate(*leaf_key, "localhost", authority.get(), *ca_key);
+        Certificate const leaf =
+            makeCertificate(*leaf_key, "localhost", authority.get(), *authority_key, from, to);
         ca = pem([&](BIO * out) { return PEM_write_bio_X509(out, authority.get()); });
         chain = pem([&](BIO * out) { return PEM_write_bio_X509(out, leaf.get()); });
-        key = pem([&](BIO * out) {
-            return PEM_write_bio_PrivateKey(out, leaf_key.get(), nullptr, nullptr, 0, nullptr, nullptr);
-        });
+        key = pemOf(*leaf_key);
+        ca_key = pemOf(*authority_key);
     }
 
     static void require(bool ok, char const * what) {
@@ -104,15 +119,15 @@ private:
     }
 
     static Certificate makeCertificate(EVP_PKEY & own, char const * name, X509 * issuer,
-                                       EVP_PKEY & issuer_key) {
+                                       EVP_PKEY & issuer_key, long from, long to) {
         Certificate made(X509_new(), X509_free);
         X509 * const x = made.get();
         std::unique_ptr<BIGNUM, void (*)(BIGNUM *)> const serial(BN_new(), BN_free);
         require(BN_rand(serial.get(), 64, BN_RAND_TOP_ONE, BN_RAND_BOTTOM_ANY) > 0, "serial");
         BN_to_ASN1_INTEGER(serial.get(), X509_get_serialNumber(x));
         X509_set_version(x, 2);
-        X509_gmtime_adj(X509_getm_notBefore(x), -3600);
-        X509_gmtime_adj(X509_getm_notAfter(x), 24 * 3600);
+        X509_gmtime_adj(X509_getm_notBefore(x), from);
+        X509_gmtime_adj(X509_getm_notAfter(x), to);
         X509_set_pubkey(x, &own);
         X509_NAME * const subject = X509_get_subject_name(x);
         X509_NAME_add_entry_by_txt(subject, "CN", MBSTRING_ASC, reinterpret_cast<unsigned char const *>(name),
@@ -127,6 +142,12 @@ private:
         X509_EXTENSION_free(basic);
         require(X509_sign(x, &issuer_key, EVP_sha256()) > 0, "signature");
         return made;
+    }
+
+    static std::string pemOf(EVP_PKEY & made) {
+        return pem([&](BIO * out) {
+            return PEM_write_bio_PrivateKey(out, &made, nullptr, nullptr, 0, nullptr, nullptr);
+        });
     }
 
     template <class Write>

@@ -1,0 +1,189 @@
+#include "client/resolver.h"
+
+#include "foundation/platform.h"
+
+#include <asio/ip/address.hpp>
+#include <asio/post.hpp>
+
+#include <charconv>
+#include <new>
+#include <thread>
+#include <utility>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+namespace {
+
+using asio::ip::tcp;
+
+bool is_digit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+/// True, with the endpoint, if both texts are numbers.
+bool read_endpoint(std::string const & host, std::string const & service, tcp::endpoint & out) {
+    unsigned short port = 0;
+    if (read_port(service, port) != port_kind::number) {
+        return false;
+    }
+    std::error_code ec;
+    asio::ip::address const address = asio::ip::make_address(host, ec);
+    out = tcp::endpoint(address, port);
+    return !ec;
+}
+
+/// Asks the system, and waits for as long as it takes.
+std::error_code ask_system(std::string const & host, std::string const & service,
+                           resolver::results_type & out) {
+    asio::io_context own;
+    tcp::resolver asked(own);
+    std::error_code ec;
+    for (auto const & each : asked.resolve(host, service, ec)) {
+        out.push_back(each.endpoint());
+    }
+    return ec;
+}
+
+} // namespace
+
+port_kind read_port(std::string_view text, unsigned short & out) {
+    if (text.empty() || (!is_digit(text[0]) && std::string_view("+- \t").find(text[0]) == text.npos)) {
+        return port_kind::name;
+    }
+    unsigned short value = 0;
+    char const * const end = text.data() + text.size();
+    std::from_chars_result const read = std::from_chars(text.data(), end, value);
+    if (read.ec != std::errc() || read.ptr != end) {
+        return port_kind::wrong;
+    }
+    out = value;
+    return port_kind::number;
+}
+
+/// One question, shared by the one who asks and the thread that waits for the answer.
+struct resolver::lookup {
+    lookup(std::string h, std::string s) : host(std::move(h)), service(std::move(s)) {}
+
+    std::string const host;
+    std::string const service;
+    /// Guards what follows; held while an answer is handed over, so that the owner outlives that.
+    std::mutex mutex;
+    /// Null once nobody wants the answer.
+    resolver * owner = nullptr;
+    unsigned long long id = 0;
+};
+
+resolver::resolver(asio::io_context & io) : io_(io), last_(0), closed_(false) {}
+
+resolver::~resolver() {
+    close();
+}
+
+unsigned long long resolver::resolve(std::string const & host, std::string const & service, handler f) {
+    tcp::endpoint endpoint;
+    if (read_endpoint(host, service, endpoint)) {
+        unsigned long long const id = add(f, nullptr);
+        deliver(id, std::error_code(), results_type{endpoint});
+        return id;
+    }
+    auto const what = std::make_shared<lookup>(host, service);
+    unsigned long long const id = add(f, what);
+    if (id == 0) {
+        return id;
+    }
+    try {
+        std::thread([what] { run(*what); }).detach();
+    } catch (std::system_error const & e) {
+        deliver(id, e.code(), results_type());
+    }
+    return id;
+}
+
+void resolver::cancel(unsigned long long id) {
+    entry dropped;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        auto const found = pending_.find(id);
+        if (found == pending_.end()) {
+            return;
+        }
+        dropped = std::move(found->second);
+        pending_.erase(found);
+    }
+    abandon(dropped);
+}
+
+void resolver::close() {
+    std::map<unsigned long long, entry> dropped;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        closed_ = true;
+        dropped.swap(pending_);
+    }
+    for (auto const & each : dropped) {
+        abandon(each.second);
+    }
+}
+
+void resolver::run(lookup & what) noexcept {
+    platform::nameThread("resolver");
+    std::error_code ec;
+    results_type results;
+    try {
+        ec = ask_system(what.host, what.service, results);
+    } catch (std::exception const &) {
+        ec = std::make_error_code(std::errc::not_enough_memory);
+    }
+    std::lock_guard<std::mutex> const guard(what.mutex);
+    if (what.owner != nullptr) {
+        what.owner->deliver(what.id, ec, std::move(results));
+    }
+}
+
+void resolver::abandon(entry const & dropped) {
+    if (dropped.what) {
+        std::lock_guard<std::mutex> const guard(dropped.what->mutex);
+        dropped.what->owner = nullptr;
+    }
+}
+
+// A handler that is refused stays with the caller, to end there without a lock.
+unsigned long long resolver::add(handler & f, std::shared_ptr<lookup> const & what) {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (closed_) {
+        return 0;
+    }
+    unsigned long long const id = ++last_;
+    if (what) {
+        what->owner = this;
+        what->id = id;
+    }
+    pending_.emplace(id, entry{std::move(f), what});
+    return id;
+}
+
+void resolver::deliver(unsigned long long id, std::error_code ec, results_type results) {
+    asio::post(io_, [this, id, ec, results = std::move(results)]() mutable {
+        on_delivered(id, ec, std::move(results));
+    });
+}
+
+void resolver::on_delivered(unsigned long long id, std::error_code ec, results_type results) {
+    entry found;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        auto const place = pending_.find(id);
+        if (place == pending_.end()) {
+            return;
+        }
+        found = std::move(place->second);
+        pending_.erase(place);
+    }
+    found.f(ec, std::move(results));
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav
