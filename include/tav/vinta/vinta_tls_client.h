@@ -25,13 +25,14 @@ namespace tls {
 /// own threads.
 class TAV_API client : public tavCodecInterface {
 public:
-    /// Makes a client and starts its own threads.  With an empty name it gets a number of its own.
+    /// Makes a client and starts its own threads.  With an empty name it gets a number of its own.  Throws
+    /// std::system_error, and leaves nothing behind, if the system has no descriptor or thread for it.
     explicit client(tav_istr name);
     ~client() override;
     client(client const &) = delete;
     client & operator=(client const &) = delete;
 
-    /// The process-wide client of this name, made at first use.
+    /// The process-wide client of this name, made at first use, which throws as the constructor does.
     static client & instance(tav_istr name);
     /// Drops the process-wide client of this name, which ends it unless somebody else holds it.  False,
     /// without any effect, if there is none.
@@ -48,7 +49,8 @@ public:
     /// Starts connecting, in place of any connection there is.  Null if host or port is empty.  The outcome
     /// is told by the result and by the option's callbacks.  With `reuseConnected`, a connection to the same
     /// host and port is kept.  If another start or reconnect is under way, this call waits for it first,
-    /// unless it is made on a thread of that attempt.
+    /// unless it is made on a thread of that attempt, or that one's host name takes its time to be looked up;
+    /// then that one is cancelled.
     std::shared_ptr<connect_info> start(connect_option const & option, bool reuseConnected = false);
     /// The same with the option in pieces; null texts count as empty.
     std::shared_ptr<connect_info> start(char const * host, char const * port, char const * ca,
@@ -56,7 +58,7 @@ public:
                                         timedout_option const & timedout, char const * cipher = nullptr,
                                         bool reuseConnected = false);
     /// Connects again with the option of the last start.  While a start or reconnect is under way, that one's
-    /// result is returned, and reads busy until it ends.
+    /// result is returned, and reads busy until it ends; one that was cancelled or ran out of time is none.
     std::shared_ptr<connect_info> reconnect(timedout_option const & timedout, bool reuseConnected = false);
     /// Ends the connection and cancels all that waits; returns before that has happened.
     void close();
@@ -66,7 +68,8 @@ public:
 
     bool connected() const;
     /// Switches the supervision of the present connection on or off: a heartbeat after 30 s without sending,
-    /// an end after 90 s without receiving.  Every new connection begins with it off.
+    /// an end after 90 s without receiving.  Every new connection begins with it off, that of a reconnect
+    /// too: call this in `on_open`, and each of them has it.
     void should_check_heartbeat(bool v);
     /// The connection's endpoints; empty without one.  Throws std::system_error if the socket can't tell.
     ip_port get_local_addr();

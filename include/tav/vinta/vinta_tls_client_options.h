@@ -230,7 +230,7 @@ public:
     proxy_function on_http_proxy_connect_;        ///< If set, the connection goes through the proxy.
     std::string proxy_host_;
     std::string proxy_port_;
-    std::string server_name_; ///< For the TLS handshake; empty sends none.
+    std::string server_name_; ///< As connect_option::server_name.
     std::string reserved_;    ///< Copied along, never read.
 
     void set_on_error(error_function f);
@@ -268,8 +268,13 @@ public:
     connect_option();
 
     std::string host;
-    std::string port; ///< In decimal.
-    /// A file of trusted certificates, or a directory of them ending in "/".  Empty: nothing is verified.
+    std::string port; ///< In decimal, or the name of a service.
+    /// A file of trusted certificates, or a directory of them ending in "/", of which the names ending in
+    /// ".0" count.  Empty: nothing is verified, and any peer is believed.
+    ///
+    /// The chain is verified, the certificate's host name is NOT compared with anything: whoever holds any
+    /// certificate that one of these authorities has signed can pose as the server.  So give an authority of
+    /// your own that signs your servers and nothing else, never the system's list of public authorities.
     std::string ca;
     std::string metainfo;                         ///< The meta model as PML text.
     std::string cipher;                           ///< A cipher list; see cipher_list.
@@ -277,12 +282,15 @@ public:
     error_function on_error_;                     ///< Connection errors.
     std::function<void()> on_heartbeat_timedout_; ///< The peer has been silent too long.
     timedout_option timedout;                     ///< The limit for connecting.
-    std::function<void()> on_open_;               ///< The connection is up.
+    /// The connection is up, after each start and reconnect: the place for client::should_check_heartbeat.
+    std::function<void()> on_open_;
     proxy_function on_http_proxy_connect_;        ///< If set, the connection goes through the proxy.
     std::string proxy_host;
     std::string proxy_port;
-    std::string server_name; ///< For the TLS handshake; empty sends none.
-    std::string reserved_;   ///< Copied along, never read.
+    /// The name sent in the TLS handshake, for servers that have several certificates; empty sends none.  It
+    /// asks for a certificate and checks nothing: see `ca`.
+    std::string server_name;
+    std::string reserved_; ///< Copied along, never read.
 
     void set_on_error(error_function f);
     void set_on_heartbeat_timedout(std::function<void()> f);
