@@ -7,8 +7,9 @@
 namespace tav {
 namespace detail {
 
-/// What the implementation of a tavAtomicInt takes; its alignment is that of a pointer.
-constexpr std::size_t countSize = 56;
+/// What the implementation of a tavAtomicInt takes, which differs between machines; its alignment is at most
+/// that of a pointer.
+[[gnu::visibility("hidden")]] extern std::size_t const countSize;
 
 /// The next tavAtomicInt without a value that this thread makes has its implementation at `place`, which
 /// must outlive it.  It must be the count of a tavRefCountObject whose maker makes the first reference

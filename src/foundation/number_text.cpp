@@ -2,6 +2,19 @@
 
 #include <cstddef>
 
+// A standard library without floating-point numbers in <charconv> has them in its streams, with the locale
+// that no program can change; TAV_PLAIN_NUMBER_TEXT takes these from any.
+#if defined(__cpp_lib_to_chars) && !defined(TAV_PLAIN_NUMBER_TEXT)
+#define TAV_FLOATING_CHARCONV 1
+#else
+#define TAV_FLOATING_CHARCONV 0
+#include <cmath>
+#include <istream>
+#include <locale>
+#include <sstream>
+#include <streambuf>
+#endif
+
 namespace tav {
 namespace detail {
 
@@ -62,12 +75,63 @@ bool isTooSmall(std::string_view text) {
     return static_cast<long long>(point) - static_cast<long long>(leading) + exponent < 0;
 }
 
+#if TAV_FLOATING_CHARCONV
+
+template <class T>
+std::from_chars_result parse(char const * first, char const * last, T & value) {
+    return std::from_chars(first, last, value);
+}
+
+std::size_t print(char * to, std::size_t size, double v) {
+    return static_cast<std::size_t>(std::to_chars(to, to + size, v, std::chars_format::general, 6).ptr - to);
+}
+
+#else
+
+/// The bytes of a view, as a stream reads them.
+class ViewBuffer : public std::streambuf {
+public:
+    ViewBuffer(char const * first, char const * last) {
+        // A stream that puts nothing back writes nothing.
+        setg(const_cast<char *>(first), const_cast<char *>(first), const_cast<char *>(last));
+    }
+    std::ptrdiff_t taken() const { return gptr() - eback(); }
+};
+
+/// As std::from_chars, for what decimalPart lets through.
+template <class T>
+std::from_chars_result parse(char const * first, char const * last, T & value) {
+    // An exponent without digits is no number.
+    if (first == last || (!isDigit(last[-1]) && last[-1] != '.')) {
+        return {first, std::errc::invalid_argument};
+    }
+    ViewBuffer buffer(first, last);
+    std::istream in(&buffer);
+    in.imbue(std::locale::classic());
+    in >> std::noskipws >> value;
+    if (in.bad()) {
+        return {first, std::errc::invalid_argument};
+    }
+    // Some fail for what is too small as well, with the nearest number there is.
+    bool const tooLarge = in.fail() && std::abs(value) >= std::numeric_limits<T>::max();
+    return {first + buffer.taken(), tooLarge ? std::errc::result_out_of_range : std::errc()};
+}
+
+std::size_t print(char * to, std::size_t size, double v) {
+    std::ostringstream out;
+    out.imbue(std::locale::classic());
+    out << v;
+    return out.str().copy(to, size);
+}
+
+#endif
+
 /// All of `digits`, which reads as decimalPart tells.
 template <class T>
 bool convert(std::string_view digits, T & out) {
     T value = 0;
     char const * const end = digits.data() + digits.size();
-    std::from_chars_result const result = std::from_chars(digits.data(), end, value);
+    std::from_chars_result const result = parse(digits.data(), end, value);
     if (result.ptr != end || result.ec == std::errc::invalid_argument) {
         return false;
     }
@@ -158,9 +222,7 @@ unsigned short readHexCode(std::string_view text) noexcept {
     return static_cast<unsigned short>(value);
 }
 
-NumberText::NumberText(double v) noexcept
-    : size_(static_cast<std::size_t>(
-          std::to_chars(text_, text_ + sizeof(text_), v, std::chars_format::general, 6).ptr - text_)) {}
+NumberText::NumberText(double v) noexcept : size_(print(text_, sizeof(text_), v)) {}
 
 } // namespace detail
 } // namespace tav

@@ -214,44 +214,51 @@ void tavMonitor::signalAllInLock() const {
 
 namespace {
 
+/// The cell of a count, which tells where it lies.
+template <class Self>
+struct CountCell : Cell<Self, unsigned> {
+    /// From the pool, or at a place: of an object that nobody but its maker knows, or of any other.
+    enum class State : unsigned char { pooled, unknown, known };
+    State state = State::pooled;
+};
+
 /// Where the next count of this thread goes; null if it is to come from the pool.
 [[gnu::tls_model("initial-exec")]] thread_local void * nextCount = nullptr;
 
 } // namespace
 
+// The size of such a cell is the same for each `Self`.
+std::size_t const tav::detail::countSize = sizeof(CountCell<void>);
+
 void tav::detail::placeNextCount(void * place) noexcept {
     nextCount = place;
 }
 
-struct [[gnu::visibility("hidden")]] tavAtomicInt::Impl : Cell<Impl, unsigned> {
-    static Impl * make() {
-        void * const place = nextCount;
-        if (place == nullptr) {
-            return Pool<Impl>::take(0);
-        }
-        static_assert(sizeof(Impl) <= tav::detail::countSize && alignof(Impl) <= alignof(void *),
-                      "the place is large enough");
-        nextCount = nullptr;
-        Impl * const made = new (place) Impl;
-        made->state = State::unknown;
-        return made;
-    }
+struct [[gnu::visibility("hidden")]] tavAtomicInt::Impl
+    : CountCell<Impl>{static Impl * make(){void * const place = nextCount;
+if (place == nullptr) {
+    return Pool<Impl>::take(0);
+}
+static_assert(sizeof(Impl) == sizeof(CountCell<void>) && alignof(Impl) <= alignof(void *),
+              "the place is large enough");
+nextCount = nullptr;
+Impl * const made = new (place) Impl;
+made->state = State::unknown;
+return made;
+}
 
-    /// Adds a reference.  The state changes here for the last time, ahead of the moment at which other
-    /// threads learn of the object, so they read it without a lock.
-    void refer() {
-        if (state == State::unknown) {
-            state = State::known;
-            value = 1;
-        } else {
-            add(1);
-        }
+/// Adds a reference.  The state changes here for the last time, ahead of the moment at which other
+/// threads learn of the object, so they read it without a lock.
+void refer() {
+    if (state == State::unknown) {
+        state = State::known;
+        value = 1;
+    } else {
+        add(1);
     }
-
-    /// From the pool, or at a place: of an object that nobody but its maker knows, or of any other.
-    enum class State : unsigned char { pooled, unknown, known };
-    State state = State::pooled;
-};
+}
+}
+;
 
 tavAtomicInt::tavAtomicInt() : impl_(Impl::make()) {}
 

@@ -233,7 +233,7 @@ bool CompactIntegerReader::operator>>(unsigned long & v) {
     if (!readWide(value, 8)) {
         return false;
     }
-    v = value;
+    v = static_cast<unsigned long>(value);
     return true;
 }
 

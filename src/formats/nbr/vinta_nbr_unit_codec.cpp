@@ -628,13 +628,13 @@ void tavNbrInStream::io(long long & v, tavCodecMeta const &) {
 void tavNbrInStream::io(unsigned long & v, tavCodecMeta const &) {
     unsigned long long value = 0;
     InFamily::read(*this, value);
-    v = value;
+    v = static_cast<unsigned long>(value);
 }
 
 void tavNbrInStream::io(long & v, tavCodecMeta const &) {
     long long value = 0;
     InFamily::read(*this, value);
-    v = value;
+    v = static_cast<long>(value);
 }
 
 void tavNbrInStream::io(unsigned int & v, tavCodecMeta const &) {

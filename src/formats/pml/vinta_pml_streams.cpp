@@ -173,13 +173,13 @@ void PmlInputStream::read(long & v) const {
     // Stored also if nothing was read, and so from the null unit too.
     long long work = 0;
     read(work);
-    v = work;
+    v = static_cast<long>(work);
 }
 
 void PmlInputStream::read(unsigned long & v) const {
     unsigned long long work = 0;
     read(work);
-    v = work;
+    v = static_cast<unsigned long>(work);
 }
 
 void PmlInputStream::read(long long & v) const {
