@@ -75,6 +75,7 @@ protected:
 struct Said : Say {
     unsigned short msgcode() const override { return 0x3002; }
     tav_istr className() const override { return "Said"; }
+    tav_istr baseName() const override { return "Say"; }
     tavObject * newInstance() const override { return new Said; }
 };
 
@@ -82,12 +83,14 @@ struct Said : Say {
 struct PushMe : Say {
     unsigned short msgcode() const override { return 0x7001; }
     tav_istr className() const override { return "PushMe"; }
+    tav_istr baseName() const override { return "Say"; }
     tavObject * newInstance() const override { return new PushMe; }
 };
 
 struct Pushed : Say {
     unsigned short msgcode() const override { return 0x7003; }
     tav_istr className() const override { return "Pushed"; }
+    tav_istr baseName() const override { return "Say"; }
     tavObject * newInstance() const override { return new Pushed; }
 };
 
@@ -95,6 +98,7 @@ struct Pushed : Say {
 struct HangUp : Say {
     unsigned short msgcode() const override { return 0x7005; }
     tav_istr className() const override { return "HangUp"; }
+    tav_istr baseName() const override { return "Say"; }
     tavObject * newInstance() const override { return new HangUp; }
 };
 
@@ -110,9 +114,9 @@ Say greeting(char const * text) {
     say.text = text;
     say.mood = 7;
     say.at = tavTime::currentTimeMillis();
-    say.topic = tavString("weather");
-    say.tags = {tavString("sun"), tavString("wind")};
-    say.votes = {{tavString("ann"), 2}, {tavString("bob"), -1}};
+    say.topic = "weather";
+    say.tags = {"sun", "wind"};
+    say.votes = {{"ann", 2}, {"bob", -1}};
     say.place.city = "Utrecht";
     say.place.latitude = 52.09;
     say.place.longitude = 5.12;
@@ -141,13 +145,12 @@ void talk(char ** argv, Talk & talk, Events & events) {
 
     // bob hears what is said through a callback for its type, and pushes through the one for all the rest.
     bob.register_message(0x3001, [] { return new Say; });
-    bob.on_msg(0x3001, obj_function([&](unsigned long long sno, tavMessage const & msg) {
-                   auto const * say = dynamic_cast<Say const *>(&msg);
-                   talk.step("bob hears #" + std::to_string(sno) + " " +
-                                 std::string(say ? say->text.data() : "?"),
-                             say && (same(*say, hello) || say->text == "I am back"));
-                   events.happened("bob heard");
-               }));
+    bob.on_msg(0x3001, [&](unsigned long long sno, tavMessage const & msg) {
+        auto const * say = dynamic_cast<Say const *>(&msg);
+        talk.step("bob hears #" + std::to_string(sno) + " " + (say ? say->text.data() : "?"),
+                  say && (same(*say, hello) || say->text == "I am back"));
+        events.happened("bob heard");
+    });
     connect_option bobs = optionFor(argv, "bob", events);
     bob.register_message(0x7003, [] { return new Pushed; });
     bobs.set_ptr_msg_callback([&](unsigned long long, tavSharedPtr<tavMessage> msg) {
@@ -168,11 +171,10 @@ void talk(char ** argv, Talk & talk, Events & events) {
 
     PushMe wake;
     wake.text = "wake me";
-    send_option const untracked;
-    bob.send_msg(wake, untracked);
+    bob.send_msg(wake, send_option());
     talk.step("the gateway pushes to bob", events.wait("bob pushed"));
 
-    ann.send_msg(HangUp(), untracked);
+    ann.send_msg(HangUp(), send_option());
     talk.step("ann's connection is cut", events.wait("ann broke") && !ann.connected());
     auto const again = ann.reconnect(timedout_option(limit_ms));
     talk.step("ann reconnects", again && again->wait() == result_ok && ann.connected());

@@ -22,6 +22,7 @@ protected:
 struct Greeting : Hello {
     unsigned short msgcode() const override { return 0x2002; }
     tav_istr className() const override { return "Greeting"; }
+    tav_istr baseName() const override { return "Hello"; }
     tavObject * newInstance() const override { return new Greeting; }
 };
 
@@ -38,10 +39,16 @@ int main(int argc, char ** argv) {
     option.timedout.wait_ms(5000);
 
     client & gateway = client::instance("first");
+    auto const start = gateway.start(option);
+    if (!start) {
+        std::cerr << "first: the host or the port is empty\n";
+        client::finalize();
+        return 2;
+    }
     Hello hello;
     hello.text = "hello, gateway";
     Greeting reply;
-    result_type result = gateway.start(option)->wait();
+    result_type result = start->wait();
     if (result == result_ok) {
         result = gateway.send_and_wait(hello, reply, 5000);
     }

@@ -94,11 +94,11 @@ void talk(char ** argv, std::string const & chat, Talk & talk, Events & events) 
     });
 
     send_option const tracked(
-        limit_ms, timedout_function(), error_function(),
-        json_function([&](unsigned long long, unsigned short, char const * json, tavMsgExt) {
+        limit_ms, nullptr, nullptr,
+        [&](unsigned long long, unsigned short, char const * json, tavMsgExt) {
             talk.step(std::string("ann's reply: ") + json, json == heard("chat.Said"));
             events.happened("replied");
-        }),
+        },
         said, false, 4);
     auto const byClass = ann.send_json_msg(greeting.c_str(), tracked, "chat.Say");
     talk.step("ann says it, by class, and gets her reply",
@@ -110,7 +110,7 @@ void talk(char ** argv, std::string const & chat, Talk & talk, Events & events) 
     talk.step("it has reached bob too", events.wait("bob heard", 2));
 
     // The answer to this one is of no interest, so that only the push is left for the global callback.
-    bob.on_json_msg(0x7002, json_function());
+    bob.on_json_msg(0x7002, nullptr);
     bob.send_json_msg(R"({"__class__":"chat.PushMe","text":"wake me"})", send_option(), nullptr);
     talk.step("the gateway pushes to bob", events.wait("pushed"));
 
