@@ -354,6 +354,13 @@ std::string version_t::str() {
     return TAV_BUILD_STAMP;
 }
 
+#define TAV_TEXT_OF(number) #number
+#define TAV_DOTTED(major, minor, patch) TAV_TEXT_OF(major) "." TAV_TEXT_OF(minor) "." TAV_TEXT_OF(patch)
+
+char const * version_t::release() noexcept {
+    return TAV_DOTTED(TAV_VERSION_MAJOR, TAV_VERSION_MINOR, TAV_VERSION_PATCH);
+}
+
 std::ostream & operator<<(std::ostream & out, version_t const &) {
     return out << TAV_BUILD_STAMP;
 }

@@ -9,6 +9,31 @@
 #include <sstream>
 #include <string>
 
+// The names of the levels are ones that programs define as macros for themselves.  This header means the levels, and
+// leaves the macros as they were; a program that has one of them uses the level behind an #undef, or by its number.
+#pragma push_macro("ALL")
+#pragma push_macro("TRACE")
+#pragma push_macro("VERBOSE")
+#pragma push_macro("DEBUG")
+#pragma push_macro("INFO")
+#pragma push_macro("WARN")
+#pragma push_macro("ERROR")
+#pragma push_macro("ASSERT")
+#pragma push_macro("OUT")
+#pragma push_macro("NONE")
+#pragma push_macro("UNKNOWN")
+#undef ALL
+#undef TRACE
+#undef VERBOSE
+#undef DEBUG
+#undef INFO
+#undef WARN
+#undef ERROR
+#undef ASSERT
+#undef OUT
+#undef NONE
+#undef UNKNOWN
+
 /// The one log of the library.
 ///
 /// A record is formatted on the thread that logs, handed to a background thread named "logger", written to a
@@ -188,5 +213,17 @@ private:
 };
 
 } // namespace tav
+
+#pragma pop_macro("ALL")
+#pragma pop_macro("TRACE")
+#pragma pop_macro("VERBOSE")
+#pragma pop_macro("DEBUG")
+#pragma pop_macro("INFO")
+#pragma pop_macro("WARN")
+#pragma pop_macro("ERROR")
+#pragma pop_macro("ASSERT")
+#pragma pop_macro("OUT")
+#pragma pop_macro("NONE")
+#pragma pop_macro("UNKNOWN")
 
 #endif
