@@ -1,5 +1,6 @@
 # The build stamp: the time from SOURCE_DATE_EPOCH, else that of the commit, and the commit's first eight
 # digits.  It is taken when the project is configured, so a commit alone rebuilds nothing.
+# Sources without a history, as a tarball has them, name their version and the time at which they were packed.
 set(TAV_BUILD_TIME "$ENV{SOURCE_DATE_EPOCH}")
 set(TAV_BUILD_REVISION "")
 
@@ -16,11 +17,12 @@ if(Git_FOUND AND EXISTS "${PROJECT_SOURCE_DIR}/.git")
     endif()
 endif()
 if(NOT TAV_BUILD_TIME MATCHES "^[0-9]+$")
-    set(TAV_BUILD_TIME 0)
+    file(TIMESTAMP ${PROJECT_SOURCE_DIR}/CMakeLists.txt TAV_BUILD_TIME "%s" UTC)
 endif()
 if(NOT TAV_BUILD_REVISION MATCHES "^[0-9a-f]+$")
-    set(TAV_BUILD_REVISION 00000000)
+    set(TAV_BUILD_REVISION v${PROJECT_VERSION})
 endif()
+string(REPLACE "." "_" TAV_BUILD_REVISION_NAME "${TAV_BUILD_REVISION}")
 
 # The build's date and time in the forms "Jun  1 2022" and "11:09:29", in UTC, so that a build repeats exactly.
 set(saved_epoch "$ENV{SOURCE_DATE_EPOCH}")

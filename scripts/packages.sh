@@ -1,21 +1,60 @@
-# Sourced by the other scripts: installs what the build needs and this machine lacks.
+#!/usr/bin/env bash
+# The Debian packages that the builds need.  Run with the name of a list, it installs what this machine lacks of it;
+# the other scripts source it.
+# Usage: scripts/packages.sh library|demo|test|lint|places
+
+library_packages=(g++ cmake ninja-build ccache git ca-certificates libasio-dev libssl-dev)
+demo_packages=("${library_packages[@]}" libcli11-dev)
+test_packages=("${demo_packages[@]}" clang make pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
+               protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev)
+lint_packages=("${library_packages[@]}" clang-format-14 clang-tidy-14)
+places_packages=("${library_packages[@]}" clang g++-aarch64-linux-gnu g++-i686-linux-gnu libc++-14-dev
+                 libc++abi-14-dev qemu-user)
+
+# Tells what to ask an administrator for, in a line that can be pasted.
+ask_for_packages() {
+    {
+        echo "packages are missing, and only an administrator can install them.  Please ask for:"
+        echo "apt-get update && apt-get install -y --no-install-recommends $*"
+    } >&2
+    return 1
+}
 
 need_packages() {
+    # Other systems have other package managers: there the build tells what it does not find.
+    command -v dpkg-query >/dev/null || return 0
     local missing=()
     local package
     for package in "$@"; do
         [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] || missing+=("$package")
     done
     [ ${#missing[@]} -eq 0 ] && return 0
-    echo "installing: ${missing[*]}"
     local as_root=()
-    [ "$(id -u)" -eq 0 ] || as_root=(sudo)
+    if [ "$(id -u)" -ne 0 ]; then
+        # sudo may ask for a password, if there is somebody to answer.
+        if command -v sudo >/dev/null && { sudo -n true 2>/dev/null || { [ -t 0 ] && sudo -v; }; }; then
+            as_root=(sudo)
+        else
+            ask_for_packages "${missing[@]}"
+            return
+        fi
+    fi
+    echo "installing: ${missing[*]}"
     "${as_root[@]}" apt-get update -q >/dev/null
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -q --no-install-recommends \
         "${missing[@]}" >/dev/null
 }
 
-library_packages=(g++ cmake ninja-build ccache git ca-certificates libasio-dev libssl-dev)
-demo_packages=("${library_packages[@]}" libcli11-dev)
-test_packages=("${demo_packages[@]}" clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
-               protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev)
+if [ "${BASH_SOURCE[0]}" = "$0" ]; then
+    set -euo pipefail
+    case "${1-}" in
+    library | demo | test | lint | places)
+        declare -n list="$1_packages"
+        need_packages "${list[@]}"
+        ;;
+    *)
+        echo "usage: scripts/packages.sh library|demo|test|lint|places" >&2
+        exit 2
+        ;;
+    esac
+fi

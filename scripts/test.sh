@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # Builds and runs all tests: in a release build, under address and undefined-behaviour sanitizers, and under the
 # thread sanitizer.  What is missing on a fresh Debian machine is installed first.
-# Usage: scripts/test.sh [release|debug|asan|tsan ...]
+# Usage: scripts/test.sh [test|debug|asan|tsan ...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 need_packages "${test_packages[@]}"
 
 presets=("$@")
-[ ${#presets[@]} -gt 0 ] || presets=(release asan tsan)
+[ ${#presets[@]} -gt 0 ] || presets=(test asan tsan)
 jobs=$(($(nproc) + 2))
 
 export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"

@@ -1,0 +1,17 @@
+# Installs the project that was built in BUILD into an empty prefix, and builds and runs a consumer of it, by the CMake
+# package and by pkg-config.
+include(${CMAKE_CURRENT_LIST_DIR}/steps.cmake)
+
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
+
+run(${CMAKE_COMMAND} -S ${SOURCE}/tests/install -B ${WORK}/package -G ${GENERATOR} -DCMAKE_CXX_COMPILER=${CXX}
+    -DCMAKE_PREFIX_PATH=${WORK}/prefix)
+run(${CMAKE_COMMAND} --build ${WORK}/package)
+run(${WORK}/package/consumer)
+
+pkg_config_flags(${WORK}/prefix flags)
+run(${CXX} -std=c++17 ${consumer} ${flags} -Wl,-rpath,${WORK}/prefix/${LIBDIR} -o ${WORK}/by-pkg-config)
+run(${WORK}/by-pkg-config)
+
+# The gateway comes with it, and finds the library beside it.
+run(${WORK}/prefix/bin/tav-gateway --help)

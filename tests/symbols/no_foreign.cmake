@@ -1,0 +1,11 @@
+# The shared library LIBRARY exports nothing of the namespace std: a copy of ours would take the place of the program's.
+execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX MATCHALL " _Z(T[VTIS]|G[VR]|Z)*(N[rVK]*)?S[tabsiod][^\n]*" found "${output}")
+if(found)
+    string(REPLACE ";" "\n " found "${found}")
+    message(FATAL_ERROR "exported of namespace std:\n ${found}")
+endif()
+string(FIND "${output}" "tav" ours)
+if(ours EQUAL -1)
+    message(FATAL_ERROR "nothing at all is exported: ${output}")
+endif()
