@@ -518,16 +518,16 @@ void Client::cancel_all_i() {
 }
 
 void Client::checkConnect(char const * what) {
-    tavTime const now = tavTime::now();
-    long long const elapsed = now - last_connect_time_;
-    if (elapsed > 0 && elapsed < connect_quiet_ms) {
+    long long const now = session::steady_ms();
+    long long const elapsed = now - last_connect_ms_;
+    if (last_connect_ms_ != 0 && elapsed > 0 && elapsed < connect_quiet_ms) {
         detail::log(tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::Client::checkConnect"),
                     [&](std::ostream & out) {
                         out << name_ << " " << what << " too fast, sleep " << connect_quiet_ms - elapsed
                             << "ms....(no support)";
                     });
     }
-    last_connect_time_ = now;
+    last_connect_ms_ = now;
 }
 
 void Client::renew(connect_ptr const & info) {

@@ -67,7 +67,7 @@ public:
     using send_ptr = std::shared_ptr<tls::send_info>;
     using connect_ptr = std::shared_ptr<connect_info>;
 
-    /// `clock` replaces the system's clock in the supervision of connections.
+    /// `clock` replaces the steady clock in the supervision of connections.
     explicit Client(tav_istr name, session::clock_function clock = session::clock_function());
     ~Client();
     Client(Client const &) = delete;
@@ -205,7 +205,8 @@ private:
     std::exception_ptr open_failure_;
     tavIdGenerator id_generator_;
     tavSharedPtr<tavThread> context_thread_;
-    tavTime last_connect_time_;
+    /// By the steady clock; 0 before the first.
+    long long last_connect_ms_ = 0;
     std::string name_;
     std::shared_ptr<tavTaskQueue> main_queue_;
     std::shared_ptr<tavTaskQueue> error_queue_;

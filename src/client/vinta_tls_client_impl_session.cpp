@@ -24,12 +24,6 @@ constexpr unsigned short no_code = 0xffff;
 constexpr int timer_period_ms = 100;
 constexpr int receiver_wait_ms = 1000;
 
-/// A clock that no one sets, for limits and supervision.
-long long steady_ms() {
-    auto const passed = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
-}
-
 /// The session whose thread this is.
 thread_local session const * thread_owner = nullptr;
 
@@ -78,6 +72,11 @@ ip_port address(asio::ip::tcp::endpoint const & endpoint) {
 }
 
 } // namespace
+
+long long session::steady_ms() {
+    auto const passed = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
+}
 
 session::own_thread::own_thread(session const * owner) : before_(thread_owner) {
     thread_owner = owner;

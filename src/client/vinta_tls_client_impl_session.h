@@ -163,6 +163,9 @@ public:
     using recv_function = std::function<void(tavBytes const &)>;
     using clock_function = std::function<long long()>;
 
+    /// The milliseconds of a clock that nobody can set, from some time on.
+    static long long steady_ms();
+
     /// Quiet send time after which a heartbeat goes out.
     static constexpr long long HEARTBEAT_INTERVAL_MS = 30000;
     /// So many intervals without a received byte end the session.
@@ -180,7 +183,7 @@ public:
     };
 
     /// `on_recv` is given each frame's body, on the thread "receiver"; `option` is copied.  `clock` replaces
-    /// the steady clock.
+    /// `steady_ms`.
     session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
             connect_option const & option, clock_function clock = clock_function());
     /// Closes the socket and cancels all that is left.

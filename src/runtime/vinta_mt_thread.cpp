@@ -487,20 +487,20 @@ tavTimerThread::tavTimerThread(tav_istr name, int interval, std::function<bool(b
       onTimer_(std::move(onTimer)),
       onCancel_(std::move(onCancel)),
       count_(count),
-      last_(tavTime::now()) {}
+      last_(std::chrono::steady_clock::now()) {}
 
 tavTimerThread::~tavTimerThread() = default;
 
 bool tavTimerThread::on_loop() {
-    // The difference of the low halves: it may wrap, and is negative if the clock stepped back.
-    long long const passed = tavTime::now() - last_;
-    int const elapsed = static_cast<int>(static_cast<unsigned>(static_cast<unsigned long long>(passed)));
+    using std::chrono::milliseconds;
+    auto const passed = std::chrono::steady_clock::now() - last_;
+    auto const elapsed = std::chrono::duration_cast<milliseconds>(passed).count();
     bool signalled = false;
-    if (elapsed >= 0 && elapsed < interval_) {
+    if (elapsed < interval_) {
         std::lock_guard<tavThread const> guard(*this);
-        signalled = stopping() || waitInLock(interval_ - elapsed);
+        signalled = stopping() || waitInLock(interval_ - static_cast<int>(elapsed));
     }
-    last_ = tavTime::now();
+    last_ = std::chrono::steady_clock::now();
     if (count_ > 0) {
         --count_;
     }

@@ -157,7 +157,7 @@ public:
                 }
                 bodies.add(bytes);
             },
-            option, [this] { return frozen_at != 0 ? frozen_at.load() : tavTime::currentTimeMillis(); }));
+            option, [this] { return frozen_at != 0 ? frozen_at.load() : impl::session::steady_ms(); }));
         sessions_.push_back(made);
         return made;
     }
@@ -206,7 +206,7 @@ public:
     }
 
     /// Stops the sessions' clock.
-    void freeze() { frozen_at = tavTime::currentTimeMillis(); }
+    void freeze() { frozen_at = impl::session::steady_ms(); }
     /// Moves the stopped clock.
     void advance(long long ms) { frozen_at += ms; }
 

@@ -183,10 +183,11 @@ private:
 /// A thread that calls a function periodically.
 class TAV_API tavTimerThread : public tavThread {
 public:
-    /// Calls `onTimer` every `interval` milliseconds, from the construction on, as long as it returns true
-    /// and `count` is not used up; a negative `count` is without limit, 0 counts as 1.  Its argument is true
-    /// if the wait was ended by a signal, such as stopRunning gives: then it is called once more, at once.
-    /// `onCancel`, which may be empty, is called by a close before the end, on the closing thread.
+    /// Calls `onTimer` every `interval` milliseconds of a clock that nobody can set, from the construction
+    /// on, as long as it returns true and `count` is not used up; a negative `count` is without limit, 0
+    /// counts as 1.  Its argument is true if the wait was ended by a signal, such as stopRunning gives: then
+    /// it is called once more, at once. `onCancel`, which may be empty, is called by a close before the end,
+    /// on the closing thread.
     tavTimerThread(tav_istr name, int interval, std::function<bool(bool)> onTimer,
                    std::function<void()> onCancel, int count);
     ~tavTimerThread() override;
@@ -201,7 +202,7 @@ private:
     std::function<bool(bool)> onTimer_;
     std::function<void()> onCancel_;
     int count_;
-    tavTime last_;
+    std::chrono::steady_clock::time_point last_;
 };
 
 /// A queue of function objects that several threads work off.  With one thread they run in the order of put.
