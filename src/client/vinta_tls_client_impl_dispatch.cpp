@@ -36,6 +36,23 @@ unsigned char const * bytesOf(tav_istr v) {
     return reinterpret_cast<unsigned char const *>(v.data());
 }
 
+/// More than what a packet adds to the texts that it carries.
+constexpr std::size_t packet_overhead = 1024;
+
+/// Whether a packet is too large for a frame; then `size` is what it takes, or what its body alone does.  The
+/// packet is encoded only if it is near the limit.
+bool exceedsFrame(im::Packet & packet, tavMsgExt const & ext, std::size_t & size) {
+    constexpr std::size_t most = session::max_body_size;
+    size = packet.body().size();
+    std::size_t const texts = size + packet.target().size() + ext.traceId.value().size();
+    if (size <= most && texts + packet_overhead > most) {
+        tavBytes whole;
+        packet.encode(whole);
+        size = whole.size();
+    }
+    return size > most;
+}
+
 /// What a reply is written to.  The caller of send_and_wait and the thread "receiver" share it; once the call
 /// has returned it is null, and what the caller gave is the caller's alone.
 struct Awaited {
@@ -264,6 +281,12 @@ Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgco
     packet->setTarget(target);
     packet->setGrey(option.grey);
     packet->setExt(ext);
+    std::size_t size = 0;
+    if (exceedsFrame(*packet, ext, size)) {
+        log_parts(tavLogger::ERROR, site, name_, " send pkt too large, ", size, " bytes, at most ",
+                  session::max_body_size);
+        return nullptr;
+    }
 
     if (obj) {
         detail::log(tav_istr(log_tag), tavLogger::INFO, site, [&](std::ostream & out) {

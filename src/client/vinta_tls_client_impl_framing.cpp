@@ -301,10 +301,13 @@ void session::do_send_pkt(im::Packet & pkt, info_ptr const & info) {
             out << name_ << " send buf /" << HexDump(tav_istr(frame.data() + head_size, size));
         });
     }
-    if (post_bytes(std::move(frame))) {
+    if (size > max_body_size) {
+        log_parts(tavLogger::ERROR, site, name_, " send buf too large, ", size, " bytes, remove #", sno);
+    } else if (post_bytes(std::move(frame))) {
         return;
+    } else {
+        log_parts(tavLogger::ERROR, site, name_, " send buf fail, maybe not connected, remove #", sno);
     }
-    log_parts(tavLogger::ERROR, site, name_, " send buf fail, maybe not connected, remove #", sno);
     if (info) {
         sends_.remove(*info);
         cancel_each_send(info);

@@ -362,6 +362,47 @@ TEST(SendAlone, WhileConnectingItIsNull) {
     resultOf(info);
 }
 
+TEST(SendAlone, AMessageThatDoesNotFitAFrameIsNotSent) {
+    LogCapture log("clear(ERROR)");
+    ClientRig rig;
+    rig.connect();
+    Ask ask(1);
+    auto const setBodySize = [&](std::size_t size) {
+        ask.text = tavString(std::string(16000000, 'x'));
+        std::size_t const rest = ask.encode(true).size() - 16000000;
+        ask.text = tavString(std::string(size - rest, 'x'));
+        ASSERT_EQ(ask.encode(true).size(), size);
+    };
+    constexpr std::size_t most = 0xffffff;
+    constexpr std::size_t head = 16;
+    Events events;
+    tls::send_option const option(
+        60000, [&](unsigned long long, unsigned short, bool) { events.add("told"); }, false, 4);
+    setBodySize(most - head);
+    EXPECT_TRUE(rig.client.send_msg(ask, option));
+    EXPECT_EQ(rig.server->receiveFrame().size(), most);
+    EXPECT_EQ(log.count(" too large"), 0u);
+
+    setBodySize(most - head + 1);
+    EXPECT_FALSE(rig.client.send_msg(ask, option));
+    EXPECT_EQ(log.find("<n> send pkt too large, 16777216 bytes, at most 16777215\n").level, tavLogger::ERROR);
+    Answer answer;
+    EXPECT_EQ(rig.client.send_and_wait(ask, answer, 60000), tls::result_error);
+    tavBytes const body = ask.encode(true);
+    EXPECT_FALSE(rig.client.send_nbr_msg(0x4000, body.data(), body.size(), option));
+    EXPECT_FALSE(rig.client.send_old_nbr_msg(5, tav_istr(body)));
+    EXPECT_EQ(log.count(" too large"), 4u);
+
+    std::string const huge(20000000, '\0');
+    EXPECT_FALSE(rig.client.send_nbr_msg(0x4000, raw(huge), 20000000, option));
+    EXPECT_TRUE(log.contains("<n> send pkt too large, 20000000 bytes, at most 16777215\n"));
+
+    rig.client.send_nbr_msg(0x4001, nullptr, 0, option);
+    EXPECT_EQ(rig.receive().code, 0x4001) << "nothing was sent in between";
+    EXPECT_TRUE(rig.client.connected());
+    EXPECT_EQ(events.count(), 0u);
+}
+
 TEST_F(Send, FromManyThreadsEachArrivesOnce) {
     constexpr unsigned threads = 4;
     constexpr unsigned each = 50;

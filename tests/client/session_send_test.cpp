@@ -788,6 +788,17 @@ TEST(SendFailure, BrokenPacketBehindOthersStopsNothing) {
     }
 }
 
+TEST(SendFailure, FrameThatIsTooLargeIsNotSentAndItsSendIsCancelled) {
+    LogCapture log("clear(ERROR)");
+    Pair p;
+    auto const info = p.s->send_pkt(packet(7, std::string(0x1000000, 'x')), p.limited(60000));
+    EXPECT_EQ(info->wait(), 3);
+    EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
+    EXPECT_EQ(log.find("<a> send buf too large, 16777216 bytes, remove #7\n").level, tavLogger::ERROR);
+    p.s->send_pkt(packet(8, "next"), send_option());
+    EXPECT_EQ(p.server->receiveFrame(), "next");
+}
+
 TEST(SendInfo, EndedSendLetsTheSessionGo) {
     LogCapture log;
     std::shared_ptr<impl::send_info> info;
