@@ -40,25 +40,8 @@ public:
     Node const & node(unsigned i) const { return nodes_[i]; }
 
 private:
-    static constexpr unsigned none = 0xFFFFFFFFu;
+    class Builder;
 
-    bool read();
-    bool readItem();
-    bool readEnd(bool & ended);
-    bool readName(std::string_view & name);
-    bool readSimple(std::string_view name);
-    void open(std::string_view name);
-    void append(JsonFieldType type, std::string_view name, std::string_view text, bool truth = false);
-    std::string_view takeQuoted();
-    std::string_view takeToken();
-    std::string_view unescaped(std::string_view text);
-    void skipBlanks();
-    bool atOneOf(char a, char b) const { return at_ != end_ && (*at_ == a || *at_ == b); }
-
-    char const * at_;
-    char const * end_;
-    /// The innermost container that is being read.
-    unsigned open_ = none;
     std::vector<Node> nodes_;
     /// The names and strings that had escapes.
     std::forward_list<std::string> unescaped_;

@@ -1,12 +1,12 @@
 #include "tav/vinta/vinta_json_tree.h"
 
+#include "formats/json/json_scanner.h"
 #include "formats/json/json_text.h"
 #include "foundation/number_text.h"
 #include "foundation/report.h"
 #include "foundation/tree_nodes.h"
 #include "foundation/views.h"
 
-#include <array>
 #include <cstddef>
 #include <iterator>
 #include <ostream>
@@ -20,29 +20,9 @@ using detail::appendEscaped;
 using detail::appendUnescaped;
 using detail::betweenQuotes;
 using detail::bytesOf;
-using detail::findQuote;
-using detail::isQuote;
+using detail::JsonScanner;
 
 namespace {
-
-enum ByteClass : unsigned char { blankByte = 1, tokenByte = 2 };
-
-constexpr std::array<unsigned char, 256> makeByteClasses() {
-    std::array<unsigned char, 256> classes{};
-    for (char const c : std::string_view(" \t\r\n")) {
-        classes[static_cast<unsigned char>(c)] = blankByte;
-    }
-    for (char const c : std::string_view("{}[]:,\"'")) {
-        classes[static_cast<unsigned char>(c)] = tokenByte;
-    }
-    return classes;
-}
-
-constexpr std::array<unsigned char, 256> byteClasses = makeByteClasses();
-
-bool is(char c, ByteClass which) {
-    return byteClasses[static_cast<unsigned char>(c)] == which;
-}
 
 bool isDigit(char c) {
     return static_cast<unsigned char>(c - '0') < 10;
@@ -537,250 +517,112 @@ void JsonObject::put(tav_istr name, JsonUnit && unit) {
 /// Reads one text.  The containers that are open stand in a list, so that the stack is the same at any depth.
 class [[gnu::visibility("hidden")]] JsonParser::Reader {
 public:
-    explicit Reader(std::string_view text) : at_(text.data()), end_(text.data() + text.size()) {}
+    explicit Reader(std::string_view text) : text_(text), trusted_(16 * text.size() + plentiful) {}
 
     tavSharedPtr<JsonValue> parse();
 
+    // What readJson builds with.
+    void open(bool object, JsonScanner::Piece const & name);
+    void string(JsonScanner::Piece const & name, JsonScanner::Piece const & text);
+    void token(JsonScanner::Piece const & name, std::string_view text);
+    bool close(bool & object);
+    bool outgrows() const {
+        return cost_ > trusted_;
+    }
+    void trust() {
+        trusted_ = ~std::size_t(0);
+    }
+
 private:
-    /// Makes the container whose bracket is under the cursor, and steps over that.
-    JsonValue * open();
+    /// What any text may cost.
+    static constexpr std::size_t plentiful = 256 * 1024;
+    /// About what a value costs, with its place in the container and what the allocator adds.
+    static constexpr std::size_t simpleCost = 112;
+    static constexpr std::size_t memberCost = 80;
+    static constexpr std::size_t containerCost = 208;
 
-    /// Reads an element, or a name and its value, into `container`.  A container is only opened: it is
-    /// returned, and what it holds is still to be read.
-    JsonValue * parseItem(JsonValue & container);
+    /// A value of the innermost container, to which nothing refers yet; null is kept as a member only.
+    void put(JsonScanner::Piece const & name, tavSharedPtr<JsonValue> value);
+    tav_istr nameOf(JsonScanner::Piece const & name);
 
-    /// The same in a text that is bound to fail: nothing is kept, and one container of a kind stands for all.
-    JsonValue * skipItem(bool object);
-
-    /// Reads what stands behind an item; true if it ends the container.
-    bool parseEnd(JsonValue const & container);
-
-    /// The name up to its colon, unescaped; empty if there is no value to read.
-    tav_istr parseName();
-
-    /// A new value that is no container; null for null.
-    JsonValue * parseSimple();
-
-    /// Takes the string whose quote is under the cursor, if it stands between its quotes as it is.
-    bool takePlain(std::string_view & text);
-
-    /// The string whose quote is under the cursor, with its quotes; the last one may be missing.
-    std::string_view takeQuoted();
-
-    std::string_view takeToken();
-
-    void skipBlanks() {
-        // No blank is above this one, and most bytes are.
-        char const * at = at_;
-        while (at != end_ && static_cast<unsigned char>(*at) <= ' ' && is(*at, blankByte)) {
-            ++at;
-        }
-        at_ = at;
-    }
-
-    bool atOneOf(char a, char b) const {
-        return at_ != end_ && (*at_ == a || *at_ == b);
-    }
-
-    /// Raises the words and what is left of the text.
-    [[noreturn]] void fail(detail::Site site, char const * what) const;
-
-    char const * at_;
-    char const * end_;
+    std::string_view text_;
+    tavSharedPtr<JsonValue> root_;
+    /// The innermost container, and those around it.
+    JsonValue * container_ = nullptr;
+    std::vector<JsonValue *> outer_;
+    std::size_t cost_ = 0;
+    /// As long as the tree costs no more than this, it may be that of a text that fails.
+    std::size_t trusted_;
     /// The last name that had escapes.
     std::string name_;
-    /// What stands for the containers that skipItem opens.
-    tavSharedPtr<JsonValue> skippedArray_;
-    tavSharedPtr<JsonValue> skippedObject_;
     detail::NodeScope nodes_;
 };
 
 tavSharedPtr<JsonValue> JsonParser::Reader::parse() {
-    skipBlanks();
-    if (!atOneOf('{', '[')) {
-        detail::raise(detail::here("tav::json::JsonParser::from"), "not object or array");
+    if (detail::JsonFault const fault = detail::readJson(text_, *this)) {
+        root_.reset();
+        detail::raiseJsonFault(fault);
     }
-    tavSharedPtr<JsonValue> root(open());
-    std::vector<JsonValue *> outer;
-    JsonValue * container = root.get();
-    // Each inner container needs a byte that ends it.  Once there are not enough of them left, only the place
-    // of the failure is still to be found, and no memory goes into a tree that nobody will see.
-    bool lost = false;
-    for (;;) {
-        // A text may end ahead of an item: that ends the container.
-        bool ended = at_ == end_;
-        if (!ended) {
-            JsonValue * const inner =
-                lost ? skipItem(container->kind_ == JsonValue::Kind::object) : parseItem(*container);
-            if (inner != nullptr) {
-                outer.push_back(container);
-                container = inner;
-                lost = lost || outer.size() > static_cast<std::size_t>(end_ - at_);
-                continue;
-            }
-            ended = parseEnd(*container);
-        }
-        while (ended) {
-            if (outer.empty()) {
-                return root;
-            }
-            container = outer.back();
-            outer.pop_back();
-            ended = parseEnd(*container);
-        }
-    }
+    return std::move(root_);
 }
 
-JsonValue * JsonParser::Reader::open() {
-    bool const object = *at_++ == '{';
-    if (object) {
-        return new Node<JsonObject>;
-    }
-    return new Node<JsonArray>;
-}
-
-JsonValue * JsonParser::Reader::parseItem(JsonValue & container) {
-    bool const object = container.kind_ == JsonValue::Kind::object;
-    tav_istr name;
-    if (object) {
-        name = parseName();
-        if (name.empty()) {
-            return nullptr;
-        }
-    }
-    skipBlanks();
-    bool const opens = atOneOf('{', '[');
-    tavSharedPtr<JsonValue> value(opens ? open() : parseSimple());
-    JsonValue * const inner = opens ? value.get() : nullptr;
-    if (object) {
-        static_cast<JsonObject &>(container).put(name, std::move(value));
-    } else if (value) {
-        static_cast<JsonArray &>(container).add(std::move(value));
-    }
-    return inner;
-}
-
-JsonValue * JsonParser::Reader::skipItem(bool object) {
-    if (object && parseName().empty()) {
-        return nullptr;
-    }
-    skipBlanks();
-    if (!atOneOf('{', '[')) {
-        tavSharedPtr<JsonValue> const dropped(parseSimple());
-        return nullptr;
-    }
-    tavSharedPtr<JsonValue> & skipped = *at_ == '{' ? skippedObject_ : skippedArray_;
-    if (skipped) {
-        ++at_;
+void JsonParser::Reader::open(bool object, JsonScanner::Piece const & name) {
+    JsonValue * const made = object ? static_cast<JsonValue *>(new Node<JsonObject>)
+                                    : static_cast<JsonValue *>(new Node<JsonArray>);
+    cost_ += containerCost;
+    if (container_ == nullptr) {
+        root_ = tavSharedPtr<JsonValue>(made);
     } else {
-        skipped = open();
+        put(name, tavSharedPtr<JsonValue>(made));
+        outer_.push_back(container_);
     }
-    return skipped.get();
+    container_ = made;
 }
 
-bool JsonParser::Reader::parseEnd(JsonValue const & container) {
-    bool const object = container.kind_ == JsonValue::Kind::object;
-    skipBlanks();
-    if (atOneOf(object ? '}' : ']', ',')) {
-        return *at_++ != ',';
+void JsonParser::Reader::string(JsonScanner::Piece const & name, JsonScanner::Piece const & text) {
+    cost_ += simpleCost + text.text.size();
+    if (!text.raw) {
+        put(name, tavSharedPtr<JsonValue>(new Node<JsonString>(viewOf(text.text))));
+        return;
     }
-    if (object) {
-        fail(detail::here("tav::json::JsonParser::parseObject"), "pair value no end");
-    }
-    fail(detail::here("tav::json::JsonParser::parseArray"), "array value no end");
+    tavOptional<tavString> plain = JsonString::unescape(viewOf(text.text));
+    JsonString * const made = new Node<JsonString>;
+    tavSharedPtr<JsonValue> value(made);
+    made->text_.swap(plain.value());
+    put(name, std::move(value));
 }
 
-tav_istr JsonParser::Reader::parseName() {
-    skipBlanks();
-    std::string_view name;
-    bool escaped = false;
-    if (at_ != end_ && isQuote(*at_)) {
-        escaped = !takePlain(name);
-        if (escaped) {
-            name = takeQuoted();
-        }
-        skipBlanks();
-    } else {
-        name = takeToken();
-        escaped = name.find('\\') != std::string_view::npos;
-        if (name == "null") {
-            name = std::string_view();
-        }
-    }
-    if (!atOneOf(':', '}')) {
-        fail(detail::here("tav::json::JsonParser::parseName"), "no name");
-    }
-    if (*at_ == '}') {
-        return tav_istr();
-    }
-    ++at_;
-    if (!escaped || name.size() < 2) {
-        return viewOf(name);
-    }
-    name_.clear();
-    appendUnescaped(name_, name);
-    return viewOf(name_);
+void JsonParser::Reader::token(JsonScanner::Piece const & name, std::string_view text) {
+    cost_ += simpleCost + text.size();
+    put(name, tavSharedPtr<JsonValue>(makeSimple(text)));
 }
 
-JsonValue * JsonParser::Reader::parseSimple() {
-    if (at_ != end_ && isQuote(*at_)) {
-        std::string_view plain;
-        if (takePlain(plain)) {
-            return new Node<JsonString>(viewOf(plain));
-        }
-        tavOptional<tavString> text = JsonString::unescape(viewOf(takeQuoted()));
-        JsonString * const made = new Node<JsonString>;
-        made->text_.swap(text.value());
-        return made;
-    }
-    std::string_view const token = takeToken();
-    if (at_ != end_ && *at_ != ',' && *at_ != '}' && *at_ != ']') {
-        fail(detail::here("tav::json::JsonParser::parseValue"), "no value end");
-    }
-    return makeSimple(token);
-}
-
-bool JsonParser::Reader::takePlain(std::string_view & text) {
-    char const * const first = at_ + 1;
-    char const * const last = findQuote(first, end_, *at_);
-    if (last == end_ || *last != *at_) {
+bool JsonParser::Reader::close(bool & object) {
+    if (outer_.empty()) {
         return false;
     }
-    text = std::string_view(first, static_cast<std::size_t>(last - first));
-    at_ = last + 1;
+    container_ = outer_.back();
+    outer_.pop_back();
+    object = container_->kind_ == JsonValue::Kind::object;
     return true;
 }
 
-std::string_view JsonParser::Reader::takeQuoted() {
-    char const * const first = at_;
-    char const quote = *at_;
-    at_ = findQuote(at_ + 1, end_, quote);
-    while (at_ != end_ && *at_ != quote) {
-        at_ += end_ - at_ >= 2 ? 2 : 1;
-        at_ = findQuote(at_, end_, quote);
+void JsonParser::Reader::put(JsonScanner::Piece const & name, tavSharedPtr<JsonValue> value) {
+    if (container_->kind_ == JsonValue::Kind::object) {
+        cost_ += memberCost + name.text.size();
+        static_cast<JsonObject &>(*container_).put(nameOf(name), std::move(value));
+    } else if (value) {
+        static_cast<JsonArray &>(*container_).add(std::move(value));
     }
-    at_ += at_ != end_ ? 1 : 0;
-    return std::string_view(first, static_cast<std::size_t>(at_ - first));
 }
 
-std::string_view JsonParser::Reader::takeToken() {
-    skipBlanks();
-    char const * const first = at_;
-    while (at_ != end_ && !is(*at_, tokenByte)) {
-        ++at_;
+tav_istr JsonParser::Reader::nameOf(JsonScanner::Piece const & name) {
+    if (!name.raw || name.text.size() < 2) {
+        return viewOf(name.text);
     }
-    char const * last = at_;
-    while (last != first && is(last[-1], blankByte)) {
-        --last;
-    }
-    return std::string_view(first, static_cast<std::size_t>(last - first));
-}
-
-void JsonParser::Reader::fail(detail::Site site, char const * what) const {
-    std::string message(what);
-    message += " : ";
-    message.append(at_, static_cast<std::size_t>(end_ - at_));
-    detail::raise(site, message);
+    name_.clear();
+    appendUnescaped(name_, name.text);
+    return viewOf(name_);
 }
 
 tavSharedPtr<JsonValue> JsonParser::from(tav_istr text) {
@@ -953,4 +795,57 @@ void JsonFormatter::indent(tavString & out, bool pretty, int level) {
 }
 
 } // namespace json
+
+namespace detail {
+
+namespace {
+
+/// Builds nothing, but for the kinds of what is open.
+class NoBuilder {
+public:
+    void open(bool object, JsonScanner::Piece const &) { open_.push_back(object); }
+    void string(JsonScanner::Piece const &, JsonScanner::Piece const &) {}
+    void token(JsonScanner::Piece const &, std::string_view) {}
+    bool close(bool & object) {
+        open_.pop_back();
+        if (open_.empty()) {
+            return false;
+        }
+        object = open_.back();
+        return true;
+    }
+    static bool outgrows() { return false; }
+    void trust() {}
+
+private:
+    std::vector<bool> open_;
+};
+
+[[noreturn]] void raiseWithRest(Site site, char const * what, std::string_view rest) {
+    std::string message(what);
+    message.reserve(message.size() + 3 + rest.size());
+    raise(site, message.append(" : ").append(rest));
+}
+
+} // namespace
+
+JsonFault findJsonFault(std::string_view text) {
+    NoBuilder none;
+    return readJson(text, none);
+}
+
+void raiseJsonFault(JsonFault const & fault) {
+    switch (fault.kind) {
+    case JsonFault::object:
+        raiseWithRest(here("tav::json::JsonParser::parseObject"), "pair value no end", fault.rest);
+    case JsonFault::array:
+        raiseWithRest(here("tav::json::JsonParser::parseArray"), "array value no end", fault.rest);
+    case JsonFault::name: raiseWithRest(here("tav::json::JsonParser::parseName"), "no name", fault.rest);
+    case JsonFault::value:
+        raiseWithRest(here("tav::json::JsonParser::parseValue"), "no value end", fault.rest);
+    default: raise(here("tav::json::JsonParser::from"), "not object or array");
+    }
+}
+
+} // namespace detail
 } // namespace tav
