@@ -538,7 +538,7 @@ private:
     static constexpr std::size_t plentiful = 256 * 1024;
     /// About what a value costs, with its place in the container and what the allocator adds.
     static constexpr std::size_t simpleCost = 112;
-    static constexpr std::size_t memberCost = 80;
+    static constexpr std::size_t memberCost = 112;
     static constexpr std::size_t containerCost = 208;
 
     /// A value of the innermost container, to which nothing refers yet; null is kept as a member only.

@@ -106,26 +106,37 @@ struct Cursor {
 
 enum class Ended { normally, atStopMark };
 
-void append(std::string & out, char const * first, char const * last) {
-    out.append(first, static_cast<std::size_t>(last - first));
+std::string_view between(char const * first, char const * last) {
+    return std::string_view(first, static_cast<std::size_t>(last - first));
 }
 
+// What reads a text tells it to a target, which has
+// - name, type and value, each with a piece of that of the unit in hand, and quoted, with one of its value
+// that
+//   stands between quotes;
+// - child(): a unit begins below the one in hand, with its value so far for a name; it is then in hand;
+// - join(): that unit is none, and its value is text of the one around it, which is in hand again;
+// - enter(): the unit that began is one whose value follows;
+// - close(): the unit in hand ends, and the one around it is in hand; false if there is none;
+// - begin() and append(): a further unit of the sequence begins, and is whole.
+
 /// Reads a name, or behind a colon a type, up to the byte that ends it.
-Ended decodeName(Cursor & in, Unit & unit) {
+template <class Target>
+Ended decodeName(Cursor & in, Target & to) {
     char const * word = in.at;
     while (!in.atEnd()) {
         char const c = *in.at;
         if (c == ')') {
-            append(unit.value(), word, in.at);
+            to.value(between(word, in.at));
             return Ended::atStopMark;
         }
         if (c == ':' || c == '(') {
-            append(unit.name(), word, in.at);
+            to.name(between(word, in.at));
             return Ended::normally;
         }
         ++in.at;
         if (in.atBreak()) {
-            append(unit.name(), word, in.at);
+            to.name(between(word, in.at));
             in.skip();
             word = in.at;
         }
@@ -133,24 +144,25 @@ Ended decodeName(Cursor & in, Unit & unit) {
     return Ended::normally;
 }
 
-Ended decodeType(Cursor & in, Unit & unit) {
+template <class Target>
+Ended decodeType(Cursor & in, Target & to) {
     char const * word = in.at;
     while (!in.atEnd()) {
         char const c = *in.at;
         if (c == ')') {
-            unit.value() += ':';
-            append(unit.value(), word, in.at);
+            to.value(":");
+            to.value(between(word, in.at));
             return Ended::atStopMark;
         }
         if (c == '(') {
-            append(unit.type(), word, in.at);
+            to.type(between(word, in.at));
             return Ended::normally;
         }
         ++in.at;
         if (in.atBreak()) {
-            append(unit.type(), word, in.at);
+            to.type(between(word, in.at));
             if (in.skip()) {
-                unit.type() += ' ';
+                to.type(" ");
             }
             word = in.at;
         }
@@ -159,12 +171,13 @@ Ended decodeType(Cursor & in, Unit & unit) {
 }
 
 /// Reads a unit up to its first byte behind the `(`.
-Ended decodeUnit(Cursor & in, Unit & unit) {
+template <class Target>
+Ended decodeUnit(Cursor & in, Target & to) {
     in.skip();
     if (in.atEnd()) {
         detail::raise(detail::here("tav::pml::decodeUnit"), "empty for pml unit");
     }
-    if (decodeName(in, unit) == Ended::atStopMark) {
+    if (decodeName(in, to) == Ended::atStopMark) {
         return Ended::atStopMark;
     }
     if (in.atEnd()) {
@@ -180,7 +193,7 @@ Ended decodeUnit(Cursor & in, Unit & unit) {
         if (in.atEnd()) {
             detail::raise(detail::here("tav::pml::decodeUnit"), "no pml type");
         }
-        if (decodeType(in, unit) == Ended::atStopMark) {
+        if (decodeType(in, to) == Ended::atStopMark) {
             return Ended::atStopMark;
         }
         in.skip();
@@ -202,8 +215,8 @@ Ended decodeUnit(Cursor & in, Unit & unit) {
     return Ended::normally;
 }
 
-/// Reads the quoted text at the cursor onto `value` and skips what may follow it.
-void decodeQuoted(Cursor & in, std::string & value) {
+/// Steps over the quoted text at the cursor and what may follow it.
+std::string_view takeQuoted(Cursor & in) {
     char const * const first = in.at;
     char const quote = *in.at++;
     while (!in.atEnd() && *in.at != quote) {
@@ -212,63 +225,45 @@ void decodeQuoted(Cursor & in, std::string & value) {
     if (!in.atEnd()) {
         ++in.at;
     }
-    unescape(value, tav_istr(first, in.at));
+    std::string_view const text = between(first, in.at);
     in.skip();
+    return text;
 }
 
-tavSharedPtr<Unit> newChildNamed(std::string const & name) {
-    std::size_t size = name.size();
-    while (size > 0 && is(name[size - 1], blankByte)) {
-        --size;
-    }
-    tavSharedPtr<Unit> child(new Unit());
-    child->name().assign(name, 0, size);
-    return child;
-}
-
-/// Reads the value of `unit`, from behind its `(` to behind its `)`, with all that lies below.
-void decodeValue(Cursor & in, Unit & unit) {
-    // The children whose values are being read, outermost first.
-    std::vector<tavSharedPtr<Unit>> open;
-    Unit * current = &unit;
-    // Ends the unit in hand; false if it was the outermost one.
+/// Reads the value of the unit in hand, from behind its `(` to behind its `)`, with all that lies below.
+template <class Target>
+void decodeValue(Cursor & in, Target & to) {
+    char const * word = in.at;
+    // Behind the `)` of the unit in hand; false if it was the outermost one.
     auto const close = [&] {
-        if (open.empty()) {
+        ++in.at;
+        if (!to.close()) {
             return false;
         }
-        tavSharedPtr<Unit> child = std::move(open.back());
-        open.pop_back();
-        current = open.empty() ? &unit : open.back().get();
-        current->value().clear();
-        current->addChild(std::move(child));
         in.skip();
+        word = in.at;
         return true;
     };
-    char const * word = in.at;
     while (!in.atEnd()) {
         char const c = *in.at;
         if (c == ')') {
-            append(current->value(), word, in.at);
-            ++in.at;
+            to.value(between(word, in.at));
             if (!close()) {
                 return;
             }
-            word = in.at;
         } else if (c == '"' || c == '\'') {
-            decodeQuoted(in, current->value());
+            to.quoted(takeQuoted(in));
             word = in.at;
         } else if (c == ':' || c == '(') {
-            append(current->value(), word, in.at);
-            tavSharedPtr<Unit> child = newChildNamed(current->value());
-            if (decodeUnit(in, *child) == Ended::atStopMark) {
-                current->value() += child->value();
-                ++in.at;
+            to.value(between(word, in.at));
+            to.child();
+            if (decodeUnit(in, to) == Ended::atStopMark) {
+                to.join();
                 if (!close()) {
                     return;
                 }
             } else {
-                current = child.get();
-                open.push_back(std::move(child));
+                to.enter();
             }
             word = in.at;
         } else {
@@ -277,9 +272,9 @@ void decodeValue(Cursor & in, Unit & unit) {
                 ++in.at;
             }
             if (in.atBreak()) {
-                append(current->value(), word, in.at);
+                to.value(between(word, in.at));
                 if (in.skip()) {
-                    current->value() += ' ';
+                    to.value(" ");
                 }
                 word = in.at;
             }
@@ -288,13 +283,148 @@ void decodeValue(Cursor & in, Unit & unit) {
     detail::raise(detail::here("tav::pml::decodeValue"), "no pml value end tag");
 }
 
-Ended decodeWhole(Cursor & in, Unit & unit) {
-    if (decodeUnit(in, unit) == Ended::atStopMark) {
+template <class Target>
+Ended decodeWhole(Cursor & in, Target & to) {
+    if (decodeUnit(in, to) == Ended::atStopMark) {
         return Ended::atStopMark;
     }
-    decodeValue(in, unit);
+    decodeValue(in, to);
     return Ended::normally;
 }
+
+/// Reads a text of one or more units.
+template <class Target>
+void decodeSequence(std::string_view text, Target & to) {
+    Cursor in{text.data(), text.data() + text.size()};
+    if (decodeWhole(in, to) == Ended::atStopMark) {
+        detail::raise(detail::here("tav::pml::Unit::decode"), "invalid pml: extra )");
+    }
+    for (in.skip(); !in.atEnd(); in.skip()) {
+        to.begin();
+        if (decodeWhole(in, to) == Ended::atStopMark) {
+            return;
+        }
+        to.append();
+    }
+}
+
+/// Keeps nothing but the depth: to find out whether a text fails.
+class NoUnits {
+public:
+    void name(std::string_view) {}
+    void type(std::string_view) {}
+    void value(std::string_view) {}
+    void quoted(std::string_view) {}
+    void child() {}
+    void join() {}
+    void enter() { ++depth_; }
+    bool close() {
+        if (depth_ == 0) {
+            return false;
+        }
+        --depth_;
+        return true;
+    }
+    void begin() {}
+    void append() {}
+
+private:
+    std::size_t depth_ = 0;
+};
+
+/// Makes the units of a text, beginning with a given one.  Once they cost many times the text, the text has
+/// to be good: so one that must fail costs little, whatever stands in it.
+class UnitBuilder {
+public:
+    UnitBuilder(std::string_view text, Unit & first)
+        : text_(text),
+          trusted_(18 * text.size() + plentiful),
+          current_(&first),
+          inHand_(&first),
+          last_(&first) {}
+
+    void name(std::string_view text) { inHand_->name().append(text); }
+    void type(std::string_view text) { inHand_->type().append(text); }
+    void value(std::string_view text) { inHand_->value().append(text); }
+    void quoted(std::string_view text) { unescape(inHand_->value(), tav_istr(text.data(), text.size())); }
+
+    void child() {
+        std::string const & text = current_->value();
+        std::size_t size = text.size();
+        while (size > 0 && is(text[size - 1], blankByte)) {
+            --size;
+        }
+        child_ = made(size);
+        child_->name().assign(text, 0, size);
+        inHand_ = child_.get();
+    }
+
+    void join() {
+        current_->value() += child_->value();
+        child_.reset();
+        inHand_ = current_;
+    }
+
+    void enter() {
+        current_ = inHand_;
+        open_.push_back(std::move(child_));
+    }
+
+    bool close() {
+        if (open_.empty()) {
+            return false;
+        }
+        tavSharedPtr<Unit> closed = std::move(open_.back());
+        open_.pop_back();
+        current_ = inHand_ = open_.empty() ? outermost() : open_.back().get();
+        current_->value().clear();
+        current_->addChild(std::move(closed));
+        return true;
+    }
+
+    /// A further unit of the sequence begins, which is appended when it is whole.
+    void begin() {
+        further_ = made(0);
+        current_ = inHand_ = further_.get();
+    }
+
+    void append() {
+        last_->next(further_);
+        last_ = further_.get();
+        further_.reset();
+    }
+
+private:
+    /// What any text may cost.
+    static constexpr std::size_t plentiful = 512 * 1024;
+    /// About what a unit costs beside its texts: its count, its place and its name among its siblings.
+    static constexpr std::size_t unitCost = sizeof(Unit) + 192;
+
+    Unit * outermost() { return further_ ? further_.get() : last_; }
+
+    tavSharedPtr<Unit> made(std::size_t nameSize) {
+        cost_ += unitCost + 3 * nameSize;
+        if (cost_ > trusted_) {
+            NoUnits none;
+            decodeSequence(text_, none);
+            trusted_ = ~std::size_t(0);
+        }
+        return tavSharedPtr<Unit>(new Unit());
+    }
+
+    std::string_view text_;
+    std::size_t cost_ = 0;
+    std::size_t trusted_;
+    /// The unit whose value is being read, and the one in hand: that one or a child of it that began.
+    Unit * current_;
+    Unit * inHand_;
+    /// The last whole unit of the sequence, and the one that is being read behind it.
+    Unit * last_;
+    tavSharedPtr<Unit> further_;
+    tavSharedPtr<Unit> child_;
+    /// The children whose values are being read, outermost first.
+    std::vector<tavSharedPtr<Unit>> open_;
+};
 
 } // namespace
 
@@ -668,21 +798,8 @@ Unit & Unit::decode(tav_istr text) {
         return *this;
     }
     bytes = bytes.substr(0, bytes.find('\0'));
-    Cursor in{bytes.data(), bytes.data() + bytes.size()};
-    if (decodeWhole(in, *this) == Ended::atStopMark) {
-        detail::raise(detail::here("tav::pml::Unit::decode"), "invalid pml: extra )");
-    }
-    in.skip();
-    Unit * last = this;
-    while (!in.atEnd()) {
-        tavSharedPtr<Unit> unit(new Unit());
-        if (decodeWhole(in, *unit) == Ended::atStopMark) {
-            break;
-        }
-        last->next_ = std::move(unit);
-        last = last->next_.get();
-        in.skip();
-    }
+    UnitBuilder builder(bytes, *this);
+    decodeSequence(bytes, builder);
     return *this;
 }
 
