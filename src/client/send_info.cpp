@@ -1,7 +1,9 @@
 #include "client/send_info.h"
 
 #include "client/vinta_tls_client_impl_log.h"
+#include "client/vinta_tls_client_impl_thread.h"
 #include "foundation/scope_exit.h"
+#include "tav/vinta/vinta_mt_thread.h"
 
 #include <algorithm>
 #include <limits>
@@ -23,6 +25,18 @@ constexpr tav::detail::Site here(char const * func, unsigned line = static_cast<
 
 } // namespace
 
+bool refused_to_wait(void const * client, std::string const & name, tav::detail::Site site) {
+    if (!thread_role::needed_to_end_sends(client)) {
+        return false;
+    }
+    log_parts(
+        tavLogger::ERROR, site, name, " a wait for a send on the thread ",
+        std::string(tav_istr(tavThread::currentName())),
+        ", which has to end the send, would never end: give the send_option functions to be told by, or "
+        "wait on a thread of the application or in on_error");
+    return true;
+}
+
 int elapsed_ms(long long from, long long to) {
     constexpr long long most = std::numeric_limits<int>::max() - 5;
     return static_cast<int>(std::clamp(to - from, -most, most));
@@ -31,6 +45,7 @@ int elapsed_ms(long long from, long long to) {
 send_info::send_info(std::string name, tavSharedPtr<send_owner> owner, unsigned long long sno,
                      unsigned short msgcode, send_option const & option, long long start_time)
     : name_(std::move(name)),
+      client_(owner ? owner->client() : nullptr),
       owner_(std::move(owner)),
       sno_(sno),
       msgcode_(msgcode),
@@ -40,10 +55,29 @@ send_info::send_info(std::string name, tavSharedPtr<send_owner> owner, unsigned 
       start_time_(start_time),
       claimed_(false),
       completed_(false),
+      claimer_(std::thread::id()),
       result_(result_unknown),
       ticket_(0) {}
 
 send_info::~send_info() = default;
+
+bool send_info::claim() noexcept {
+    if (claimed_.exchange(true)) {
+        return false;
+    }
+    claimer_ = std::this_thread::get_id();
+    return true;
+}
+
+// True, and said in the log, in the functions that tell the end of this very send.
+bool send_info::ended_here() const {
+    if (!claimed_ || claimer_.load() != std::this_thread::get_id()) {
+        return false;
+    }
+    log_parts(tavLogger::ERROR, here("tav::tls::impl::send_info::wait"), name_, " a wait for the send #",
+              sno_, " in its own function, which ends it, would never end: the function is told the outcome");
+    return true;
+}
 
 void send_info::cancel() {
     if (claim()) {
@@ -54,6 +88,9 @@ void send_info::cancel() {
 
 result_type send_info::wait() {
     tav::detail::Site const site = here("tav::tls::impl::send_info::wait");
+    if (result_ < 0 && (ended_here() || refused_to_wait(client_, name_, site))) {
+        return result_error;
+    }
     if (result_ < 0) {
         tav::detail::log(log_tag, tavLogger::DEBUG, site, [&](std::ostream & out) {
             out << name_ << " send wait begin, " << static_cast<tls::send_info const &>(*this);

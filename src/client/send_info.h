@@ -2,11 +2,13 @@
 #define TAV_CLIENT_SEND_INFO_H
 
 #include "foundation/build_stamp.h"
+#include "foundation/report.h"
 #include "tav/vinta/vinta_locks.h"
 #include "tav/vinta/vinta_tls_client_options.h"
 
 #include <atomic>
 #include <string>
+#include <thread>
 
 namespace tav {
 namespace tls {
@@ -19,7 +21,13 @@ class send_owner : public virtual tavRefCountObject {
 public:
     /// Drops the send, which has ended or is about to.
     virtual void forget(send_info const & info) = 0;
+    /// The client whose threads must not wait for the send, as thread_role knows it; null for none.
+    virtual void const * client() const { return nullptr; }
 };
+
+/// True, and said in the log, on a thread of this client that has to end its sends: a wait there would never
+/// end.
+bool refused_to_wait(void const * client, std::string const & name, tav::detail::Site site);
 
 /// The milliseconds from one time to another, within what an int holds.
 int elapsed_ms(long long from, long long to);
@@ -39,6 +47,7 @@ public:
     /// Ends it as cancelled, which the option's function is told first; nothing if it has ended, or if
     /// someone else is ending it.
     void cancel() override;
+    /// On a thread that has to end it, result_error at once.
     result_type wait() override;
     result_type result() const override;
     unsigned long long sno() const override;
@@ -51,7 +60,7 @@ public:
     bool due(long long now) const;
 
     /// True for the one caller who is to end it.
-    bool claim() noexcept { return !claimed_.exchange(true); }
+    bool claim() noexcept;
     bool claimed() const noexcept { return claimed_; }
     /// Gives a claim back: what claimed it did not end it.
     void unclaim() noexcept { claimed_ = false; }
@@ -72,8 +81,10 @@ private:
 
     /// Takes it out of the owner's sends and lets the owner go.
     void detach();
+    bool ended_here() const;
 
     std::string const name_;
+    void const * const client_;
     tavSharedPtr<send_owner> owner_;
     unsigned long long const sno_;
     unsigned short const msgcode_;
@@ -83,6 +94,8 @@ private:
     long long const start_time_;
     std::atomic<bool> claimed_;
     std::atomic<bool> completed_;
+    /// Who is to end it.
+    std::atomic<std::thread::id> claimer_;
     std::atomic<int> result_;
     /// The table's own mark, under its lock.
     unsigned long long ticket_;

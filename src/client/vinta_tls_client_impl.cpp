@@ -1,6 +1,7 @@
 #include "client/vinta_tls_client_impl.h"
 
 #include "client/vinta_tls_client_impl_log.h"
+#include "client/vinta_tls_client_impl_thread.h"
 #include "foundation/report.h"
 #include "foundation/scope_exit.h"
 
@@ -68,11 +69,17 @@ unsigned short decimalCode(tav_istr text) {
     return static_cast<unsigned short>(code);
 }
 
-connect_info::connect_info(std::string name, timedout_option const & option)
-    : option_(option), start_time_(tavTime::now()), result_(result_pending), name_(std::move(name)) {}
+connect_info::connect_info(std::string name, timedout_option const & option, void const * client,
+                           unsigned era)
+    : option_(option),
+      start_time_(tavTime::now()),
+      result_(result_pending),
+      name_(std::move(name)),
+      client_(client),
+      era_(era) {}
 
 connect_info::connect_info(std::string name)
-    : start_time_(tavTime::now()), result_(result_ok), name_(std::move(name)) {}
+    : start_time_(tavTime::now()), result_(result_ok), name_(std::move(name)), client_(nullptr), era_(0) {}
 
 void connect_info::cancel() {
     on_conn_cancel();
@@ -84,6 +91,13 @@ result_type connect_info::wait() {
 
 result_type connect_info::wait(int slice_ms, std::function<bool()> const & patient) {
     std::lock_guard<tavMonitor const> const guard(monitor_);
+    if (result_ < 0 && thread_role::needed_to_connect(client_)) {
+        log_parts(tavLogger::ERROR, here("tav::tls::impl::connect_info::wait"), name_,
+                  " a wait for a connect on the thread ", std::string(tav_istr(tavThread::currentName())),
+                  ", which the connect needs, would never end: wait on a thread of the application or in "
+                  "on_error, or let on_open and on_timedout tell");
+        return result_error;
+    }
     if (result_ < 0) {
         detail::log(tav_istr(log_tag), tavLogger::DEBUG, here("tav::tls::impl::connect_info::wait"),
                     [&](std::ostream & out) { out << name_ << " connect wait begin, " << option_; });
@@ -209,7 +223,7 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
         return nullptr;
     }
     connect_ptr const last = connecting();
-    if (last && !on_own_thread()) {
+    if (last && !thread_role::needed_to_connect(context_.get())) {
         log_parts(tavLogger::WARN, site, name_, " last start not complete, wait it...");
         result_type const result = last->wait(wait_slice_ms, [this] { return !hangs_in_lookup(); });
         detail::log(tav_istr(log_tag), tavLogger::WARN, site, [&](std::ostream & out) {
@@ -228,7 +242,8 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
             return std::make_shared<connect_info>(name_);
         }
     }
-    auto const info = std::make_shared<connect_info>(name_, option.timedout);
+    Lock const guard(requests_mutex_);
+    auto const info = std::make_shared<connect_info>(name_, option.timedout, context_.get(), era_);
     auto const journey = std::make_shared<Journey>(info);
     post([self = shared_from_this(), journey, option] {
         self->on_start(journey->info(), option);
@@ -251,7 +266,8 @@ Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reu
                     [&](std::ostream & out) { out << name_ << " connected already, no need to reconnect"; });
         return std::make_shared<connect_info>(name_);
     }
-    auto const info = std::make_shared<connect_info>(name_, option);
+    Lock const guard(requests_mutex_);
+    auto const info = std::make_shared<connect_info>(name_, option, context_.get(), era_);
     auto const journey = std::make_shared<Journey>(info);
     post([self = shared_from_this(), journey, option] {
         self->on_reconnect(journey->info(), option);
@@ -262,6 +278,8 @@ Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reu
 
 void Client::close__() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::close__"), name_, " close...");
+    Lock const guard(requests_mutex_);
+    ++era_;
     post([self = shared_from_this()] { self->on_close(); });
 }
 
@@ -367,7 +385,6 @@ unsigned short Client::find_code_by_class(tav_istr name) const {
 
 bool Client::on_context_open() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_context_open"), name_, " io context open");
-    io_thread_ = std::this_thread::get_id();
     try {
         auto const made = std::make_shared<context>(tav_istr(name_));
         keep_alive_timer_ = std::make_shared<asio::steady_timer>(made->io_context());
@@ -394,6 +411,8 @@ bool Client::on_context_loop() {
 }
 
 bool Client::on_context_run() {
+    // Outside of the context's own run too, as what a completion threw is told here.
+    thread_role const role(context_.get(), thread_role::io);
     try {
         context_->run();
         return false;
@@ -435,6 +454,9 @@ void Client::keep_alive() {
 
 void Client::on_exception(std::exception const & e) {
     detail::reportCaught(here("tav::tls::impl::Client::on_exception"), e.what());
+    if (closed_since(session_era_)) {
+        return;
+    }
     try {
         option()->on_error(no_sno, no_code, exception_code, e.what());
     } catch (...) {
@@ -449,7 +471,10 @@ void Client::post(std::function<void()> task) {
         queue = main_queue_;
     }
     if (queue) {
-        queue->put(std::move(task));
+        queue->put([client = context_.get(), work = std::move(task)] {
+            thread_role const role(client, thread_role::session);
+            work();
+        });
     }
 }
 
@@ -538,6 +563,7 @@ void Client::renew(connect_ptr const & info) {
             Lock const guard(fields_);
             session_ = fresh;
         }
+        session_era_ = info->era();
         fresh->connect();
     } catch (std::exception const & e) {
         // The application hears of it as of any connect that fails; the queue's loop has the log line.
@@ -605,8 +631,13 @@ void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_
         queue = error_queue_;
     }
     if (queue) {
-        queue->put([told, sno, msgcode, code, said = std::string(text)] {
-            told->on_error(sno, msgcode, code, said);
+        // Asked again when its turn has come: a close may have returned meanwhile.
+        queue->put([self = shared_from_this(), era = info->era(), told, sno, msgcode, code,
+                    said = std::string(text)] {
+            thread_role const role(self->context_.get(), thread_role::error);
+            if (!self->closed_since(era)) {
+                told->on_error(sno, msgcode, code, said);
+            }
         });
     }
     if (taken) {
@@ -630,9 +661,7 @@ void Client::on_connect_timedout(connect_ptr const & info, connect_option & told
 }
 
 bool Client::on_own_thread() const {
-    auto const present = current();
-    return std::this_thread::get_id() == io_thread_ || (present && present->on_own_thread()) ||
-           tavThread::currentName().endsWith(tav_istr(name_ + "session.0"));
+    return thread_role::of_client(context_.get());
 }
 
 Client::connect_ptr Client::take_connecting(connect_ptr const & info) {

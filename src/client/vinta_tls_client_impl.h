@@ -17,7 +17,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <thread>
 
 namespace tav {
 namespace tls {
@@ -29,9 +28,14 @@ unsigned short decimalCode(tav_istr text);
 /// The result of one start or reconnect.  Any thread may wait; it ends once, with the first outcome told.
 class connect_info : public tls::connect_info {
 public:
-    connect_info(std::string name, timedout_option const & option);
+    /// `client` is the one whose threads must not wait for it, as thread_role knows it; `era` counts that
+    /// client's closes until the start.
+    connect_info(std::string name, timedout_option const & option, void const * client = nullptr,
+                 unsigned era = 0);
     /// One that is finished already, with 0.
     explicit connect_info(std::string name);
+
+    unsigned era() const { return era_; }
 
     void cancel() override;
     result_type wait() override;
@@ -54,6 +58,8 @@ private:
     tavTime start_time_;
     result_type result_;
     std::string name_;
+    void const * const client_;
+    unsigned const era_;
 };
 
 /// What stands behind one client: its threads, queues, registrations and the one current session.
@@ -77,6 +83,8 @@ public:
     void init__();
     /// Ends the session and the threads; not to be called on one of them.  A second call does nothing.
     void fini__();
+    /// Whether the calling thread is one of this client's.
+    bool on_own_thread() const;
 
     connect_ptr start__(connect_option const & option, bool reuseConnected);
     connect_ptr reconnect__(timedout_option const & option, bool reuseConnected);
@@ -152,8 +160,8 @@ private:
                           unsigned long long sno, unsigned short msgcode, int code, char const * text);
     void on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
                              unsigned short msgcode, bool cancelled);
-    /// True on a thread that a pending connect needs: waiting there would never end.
-    bool on_own_thread() const;
+    /// Whether the connection of this attempt was closed by the application since: nothing is told of it.
+    bool closed_since(unsigned era) const { return era_ != era; }
     /// Takes `info` out of `connecting_`; null if it is not the one there.
     connect_ptr take_connecting(connect_ptr const & info);
     /// The start or reconnect that has not ended; one that has counts as none.
@@ -199,8 +207,6 @@ private:
 
     std::shared_ptr<context> context_;
     std::shared_ptr<asio::steady_timer> keep_alive_timer_;
-    /// The I/O thread, also while it is outside of the context; set before `init__` returns.
-    std::thread::id io_thread_;
     /// Why the I/O thread could not open; set before `init__` goes on.
     std::exception_ptr open_failure_;
     tavIdGenerator id_generator_;
@@ -212,6 +218,12 @@ private:
     std::shared_ptr<tavTaskQueue> error_queue_;
     session::clock_function const clock_;
     std::atomic<bool> finished_{false};
+    /// Keeps the closes, and the starts with the era that they have, in the order of the queue.
+    tavMutex requests_mutex_;
+    /// The number of closes so far.
+    std::atomic<unsigned> era_{0};
+    /// The era of the present session.
+    std::atomic<unsigned> session_era_{0};
 };
 
 } // namespace TAV_IMPL_NAMESPACE

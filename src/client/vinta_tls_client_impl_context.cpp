@@ -1,6 +1,7 @@
 #include "client/vinta_tls_client_impl_session.h"
 
 #include "client/vinta_tls_client_impl_log.h"
+#include "client/vinta_tls_client_impl_thread.h"
 
 #include <asio/ssl/verify_context.hpp>
 
@@ -88,6 +89,7 @@ void context::close() {
 }
 
 void context::run() {
+    thread_role const role(this, thread_role::io);
     io_context_.run();
     if (closed_) {
         drain();

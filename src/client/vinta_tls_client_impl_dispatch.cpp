@@ -396,6 +396,9 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
         log_parts(tavLogger::ERROR, site, name_, " no ack object");
         return result_error;
     }
+    if (refused_to_wait(context_.get(), name_, site)) {
+        return result_error;
+    }
     auto const self = shared_from_this();
     auto const awaited = std::make_shared<Awaited>();
     awaited->ack = ack;

@@ -1,6 +1,7 @@
 #include "client/vinta_tls_client_impl_session.h"
 
 #include "client/vinta_tls_client_impl_log.h"
+#include "client/vinta_tls_client_impl_thread.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
 
 #include <asio/buffer.hpp>
@@ -40,14 +41,16 @@ void session::do_read(self_ptr self) {
             session & s = *self;
             s.on_read_end(std::move(self), ec, length);
         });
+    reading_ = true;
 }
 
 // Whatever comes is life, also in the middle of a body.
 void session::on_read_end(self_ptr self, std::error_code ec, std::size_t length) {
+    reading_ = false;
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_read_end"), name_,
                   reader_.in_body() ? " Read body failed: " : " Read header failed: ", ec.message());
-        on_error(ec);
+        on_broken(ec);
         return;
     }
     last_recv_ms_ = clock_();
@@ -90,7 +93,13 @@ void session::on_read_body_end(tavBytes body) {
         std::lock_guard<std::mutex> const guard(threads_mutex_);
         if (receiver_) {
             ++received_;
+            ++unhandled_;
             receiver_->put(std::move(body));
+            return;
+        }
+        if (receiver_closed_) {
+            log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::on_read_body_end"), name_, " dropped ",
+                      body.size(), " bytes that came during the close");
             return;
         }
     }
@@ -159,7 +168,7 @@ void session::on_write_end(self_ptr self, std::error_code ec, std::size_t length
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_write_end"), name_,
                   " Write failed: ", ec.message());
-        on_error(ec);
+        on_broken(ec);
         return;
     }
     if (writer_.pending() != 0) {
@@ -231,7 +240,7 @@ void session::put_drain(std::shared_ptr<tavTaskQueue> const & sender) {
 // Sends what is there, one packet after the other; a session that is being closed leaves the rest to
 // close_sender.
 void session::drain_outgoing() {
-    own_thread const mark(this);
+    thread_role const role(context_.get(), thread_role::sender, this);
     for (;;) {
         std::list<outgoing> one;
         {

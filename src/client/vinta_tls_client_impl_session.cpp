@@ -1,7 +1,9 @@
 #include "client/vinta_tls_client_impl_session.h"
 
 #include "client/vinta_tls_client_impl_log.h"
+#include "client/vinta_tls_client_impl_thread.h"
 #include "foundation/platform.h"
+#include "foundation/scope_exit.h"
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
@@ -24,8 +26,8 @@ constexpr unsigned short no_code = 0xffff;
 constexpr int timer_period_ms = 100;
 constexpr int receiver_wait_ms = 1000;
 
-/// The session whose thread this is.
-thread_local session const * thread_owner = nullptr;
+/// How long what has come is handled at the end of a connection.
+constexpr std::chrono::milliseconds rest_limit(1000);
 
 /// Clears a flag at the end of a scope.
 class clear_at_end {
@@ -78,14 +80,6 @@ long long session::steady_ms() {
     return std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
 }
 
-session::own_thread::own_thread(session const * owner) : before_(thread_owner) {
-    thread_owner = owner;
-}
-
-session::own_thread::~own_thread() {
-    thread_owner = before_;
-}
-
 session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
                  connect_option const & option, clock_function clock)
     : name_(name),
@@ -100,10 +94,19 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       race_(context_->io_context()),
       on_recv_(std::move(on_recv)),
       option_(option),
+      receiver_closed_(false),
       sender_(std::make_shared<tavTaskQueue>("sender", 1)),
       draining_(false),
       sender_closed_(false),
       received_(0),
+      unhandled_(0),
+      drop_at_ms_(std::numeric_limits<long long>::max()),
+      dropped_frames_(0),
+      broken_(false),
+      break_told_(false),
+      break_limit_(context_->io_context()),
+      reading_(false),
+      closed_by_owner_(false),
       check_heartbeat_(false),
       session_id_(0) {
     long long const now = clock_();
@@ -148,6 +151,7 @@ void session::disconnect() {
 void session::close() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::close"), name_, " close session");
     self_ptr const self(this);
+    closed_by_owner_ = true;
     closing_ = true;
     close_receiver();
     close_sender();
@@ -184,7 +188,7 @@ long long session::resolving_ms() const {
 }
 
 bool session::on_own_thread() const {
-    return thread_owner == this;
+    return thread_role::of_session(this);
 }
 
 ip_port session::local_addr() const {
@@ -213,7 +217,7 @@ bool session::on_timer(bool stopping) {
     if (stopping) {
         return true;
     }
-    own_thread const mark(this);
+    thread_role const role(context_.get(), thread_role::timer, this);
     long long const now = clock_();
     int const state = state_;
     if (state == state_connecting || state == state_handshaking) {
@@ -225,7 +229,7 @@ bool session::on_timer(bool stopping) {
     }
     check_sends_timedout(now);
     resume_sending();
-    if (state_ == state_connected && check_heartbeat_) {
+    if (state_ == state_connected && check_heartbeat_ && !broken_) {
         if (now - last_send_ms_ > HEARTBEAT_INTERVAL_MS) {
             send_raw(nullptr, 0);
             last_send_ms_ = now;
@@ -399,7 +403,7 @@ void session::on_error(std::error_code ec, std::string const & told) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_error"), name_, " on std::error_code ",
               text(ec));
     cancel_all();
-    if (active_closing_ && state_ == state_closing) {
+    if (closed_by_owner_ || (active_closing_ && state_ == state_closing)) {
         return;
     }
     if (!passive_close()) {
@@ -408,6 +412,40 @@ void session::on_error(std::error_code ec, std::string const & told) {
     log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::on_error"), name_, " global level on error ",
               text(ec));
     option_.on_error(no_sno, no_code, ec.value(), told);
+}
+
+// What came before the end counts: the sends are cancelled and the error is told when it has been handled,
+// for which it gets a second.  A failed write leaves the read on, which may still bring something ahead of
+// its own end.
+void session::on_broken(std::error_code ec) {
+    if (active_closing_ || break_told_) {
+        on_error(ec);
+        return;
+    }
+    if (!broken_) {
+        break_error_ = ec;
+        closing_ = true;
+        broken_ = true;
+        if (reading_ || unhandled_ != 0) {
+            break_limit_.expires_after(rest_limit);
+            break_limit_.async_wait([self = self_ptr(this)](std::error_code cancelled) {
+                if (!cancelled) {
+                    self->end_broken(false);
+                }
+            });
+        }
+    }
+    end_broken(true);
+}
+
+// Tells the end once nothing is left to wait for, or the time for that is over.
+void session::end_broken(bool in_time) {
+    if (break_told_ || (in_time && (reading_ || unhandled_ != 0))) {
+        return;
+    }
+    break_told_ = true;
+    break_limit_.cancel();
+    on_error(break_error_);
 }
 
 bool session::ended() const {
@@ -468,16 +506,35 @@ void session::close_receiver() {
     tavSharedPtr<tavMsgQueueThread<tavBytes>> receiver;
     {
         std::lock_guard<std::mutex> const guard(threads_mutex_);
-        receiver = receiver_;
+        receiver_closed_ = true;
+        receiver.swap(receiver_);
     }
     if (!receiver) {
         return;
     }
+    drop_at_ms_ = steady_ms() + rest_limit.count();
+    bool const own = receiver->id() == tavThread::currentId();
     end_thread(*receiver);
-    // Frames that come from here on are handled on the I/O thread; the last owner handles what is left.
-    {
-        std::lock_guard<std::mutex> const guard(threads_mutex_);
-        receiver_.reset();
+    if (!own) {
+        handle_rest(*receiver);
+    }
+}
+
+// Handles what the ended thread has left, until its time is over, and drops what is left then.  Whoever else
+// may still hold the queue finds nothing to do in it.
+void session::handle_rest(tavMsgQueueThread<tavBytes> & receiver) {
+    for (bool done = false; !done;) {
+        try {
+            receiver.flush();
+            done = true;
+        } catch (...) {
+            tav::detail::reportCaught(here("tav::tls::impl::session::close"));
+        }
+    }
+    drop_at_ms_ = 0;
+    if (dropped_frames_ + received_ != 0) {
+        log_parts(tavLogger::WARN, here("tav::tls::impl::session::close"), name_, " dropped ",
+                  dropped_frames_ + received_, " messages that still waited for their callbacks");
     }
 }
 
@@ -493,6 +550,7 @@ std::error_code session::take_descriptor(tcp_socket winner) {
 void session::close_descriptor() {
     race_.cancel();
     std::lock_guard<std::mutex> const guard(descriptor_mutex_);
+    break_limit_.cancel();
     std::error_code ec;
     socket_.lowest_layer().close(ec);
     if (ec) {
@@ -522,11 +580,7 @@ void session::start_timer() {
 
 void session::start_receiver() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::start_receiver"), name_, " start receiver");
-    auto const handle = [self = self_ptr(this), on_recv = on_recv_](tavBytes const & body) {
-        own_thread const mark(self.get());
-        --self->received_;
-        on_recv(body);
-    };
+    auto const handle = [self = self_ptr(this)](tavBytes const & body) { self->handle_frame(body); };
     tavSharedPtr<tavMsgQueueThread<tavBytes>> const receiver(
         new tavMsgQueueThread<tavBytes>("receiver", receiver_wait_ms, handle));
     {
@@ -534,6 +588,24 @@ void session::start_receiver() {
         receiver_ = receiver;
     }
     receiver->start();
+}
+
+void session::handle_frame(tavBytes const & body) {
+    thread_role const role(context_.get(), thread_role::receiver, this);
+    --received_;
+    tav::detail::ScopeExit const done([this] { frame_handled(); });
+    if (steady_ms() < drop_at_ms_) {
+        on_recv_(body);
+    } else {
+        ++dropped_frames_;
+    }
+}
+
+// A broken connection waits for the last frame.
+void session::frame_handled() {
+    if (--unhandled_ == 0 && broken_) {
+        context_->post([self = self_ptr(this)] { self->end_broken(true); });
+    }
 }
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -20,6 +20,7 @@
 #include <asio/post.hpp>
 #include <asio/ssl/context.hpp>
 #include <asio/ssl/stream.hpp>
+#include <asio/steady_timer.hpp>
 
 #include <atomic>
 #include <functional>
@@ -198,7 +199,8 @@ public:
     void connect();
     void disconnect();
     /// Ends the threads, the connection and all tracked sends.  The frames that wait for "receiver" are
-    /// handled on the calling thread.  May be called on "receiver" and "timer", which then end by themselves.
+    /// handled, then on the calling thread, for about a second; what is left and what comes later is dropped.
+    /// May be called on "receiver" and "timer", which then end by themselves.
     void close();
     /// Closes the socket as the application's wish: no error is told.
     void active_close();
@@ -244,6 +246,7 @@ public:
     /// The same if it is this one, and not one that took its place.
     bool removeSending(unsigned long long sno, send_info const * info);
     void forget(send_info const & info) override;
+    void const * client() const override { return context_.get(); }
     /// The number of tracked sends.
     std::size_t sending() const;
 
@@ -256,18 +259,6 @@ public:
 
 private:
     friend class send_info;
-
-    /// Marks the calling thread as one of a session's while it lives.
-    class own_thread {
-    public:
-        explicit own_thread(session const * owner);
-        ~own_thread();
-        own_thread(own_thread const &) = delete;
-        own_thread & operator=(own_thread const &) = delete;
-
-    private:
-        session const * const before_;
-    };
 
     using self_ptr = tavSharedPtr<session>;
     using info_ptr = std::shared_ptr<send_info>;
@@ -290,6 +281,8 @@ private:
     void start_io(self_ptr self);
     void on_error(std::error_code ec);
     void on_error(std::error_code ec, std::string const & told);
+    void on_broken(std::error_code ec);
+    void end_broken(bool in_time);
     bool ended() const;
     bool advance(int from, int to);
 
@@ -312,6 +305,11 @@ private:
     void on_read_header_end(frame_reader::part part);
     void on_read_body_end(tavBytes body);
     void on_received(std::size_t length);
+
+    // Handling what was read, on "receiver" or on the thread that closes the session.
+    void handle_frame(tavBytes const & body);
+    void frame_handled();
+    void handle_rest(tavMsgQueueThread<tavBytes> & receiver);
 
     // Writing: post_bytes and tell_writer on any thread, the others on the I/O thread.
     bool post_bytes(tavBytes && frame);
@@ -353,9 +351,11 @@ private:
 
     send_table sends_;
 
-    /// Guards the two pointers.
+    /// Guards the two pointers and the flag.
     std::mutex threads_mutex_;
     tavSharedPtr<tavMsgQueueThread<tavBytes>> receiver_;
+    /// From the beginning of the end of "receiver" on: frames that come later are dropped.
+    bool receiver_closed_;
     tavSharedPtr<tavTimerThread> timer_;
     /// Guards what belongs to "sender": its pointer, the packets that wait for it and the two flags.
     std::mutex outgoing_mutex_;
@@ -367,6 +367,23 @@ private:
     bool sender_closed_;
     /// Frames that "receiver" has not begun with.
     std::atomic<unsigned> received_;
+    /// Frames that "receiver" has not done with.
+    std::atomic<unsigned> unhandled_;
+    /// When the frames that still wait for "receiver" are dropped, by the monotonic clock.
+    std::atomic<long long> drop_at_ms_;
+    /// Frames that were dropped.
+    unsigned dropped_frames_;
+
+    // The end that the network brought.  Once `broken_` is set, on the I/O thread, no send is accepted; the
+    // end is told when all that came before has been handled, or `break_limit_` is over.
+    std::atomic<bool> broken_;
+    std::error_code break_error_;
+    bool break_told_;
+    asio::steady_timer break_limit_;
+    /// Whether a read is outstanding.
+    bool reading_;
+    /// The application has asked for the end.
+    std::atomic<bool> closed_by_owner_;
 
     /// On the I/O thread.
     frame_reader reader_;

@@ -1,0 +1,56 @@
+#include "client/vinta_tls_client_impl_thread.h"
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+namespace {
+
+/// The innermost role of the calling thread.
+thread_local thread_role const * innermost = nullptr;
+
+} // namespace
+
+thread_role::thread_role(void const * client, kind what, void const * connection)
+    : client_(client), connection_(connection), kind_(what), before_(innermost) {
+    innermost = this;
+}
+
+thread_role::~thread_role() {
+    innermost = before_;
+}
+
+bool thread_role::of_client(void const * client) {
+    return any([client](thread_role const & role) { return role.client_ == client; });
+}
+
+bool thread_role::needed_to_connect(void const * client) {
+    return any([client](thread_role const & role) { return role.client_ == client && role.kind_ != error; });
+}
+
+bool thread_role::needed_to_end_sends(void const * client) {
+    if (innermost != nullptr && innermost->client_ == client && innermost->kind_ == session) {
+        return true;
+    }
+    return any([client](thread_role const & role) {
+        return role.client_ == client && (role.kind_ == io || role.kind_ == timer);
+    });
+}
+
+bool thread_role::of_session(void const * connection) {
+    return any([connection](thread_role const & role) { return role.connection_ == connection; });
+}
+
+template <class Accepts>
+bool thread_role::any(Accepts accepts) {
+    for (thread_role const * role = innermost; role != nullptr; role = role->before_) {
+        if (accepts(*role)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav

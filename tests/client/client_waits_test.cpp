@@ -1,0 +1,172 @@
+#include "tav/vinta/vinta_tls_client.h"
+
+#include "support/client_rig.h"
+#include "support/log_capture.h"
+
+#include <gtest/gtest.h>
+
+using namespace tav_test;
+
+namespace {
+
+tls::send_option waiting(int wait_ms, tls::timedout_function f = tls::timedout_function()) {
+    return tls::send_option(wait_ms, std::move(f), false, 4);
+}
+
+/// Waits in callbacks, where each kind would hold the thread that it needs.
+class Waits : public ::testing::Test {
+protected:
+    /// Waits for a connect that is under way, once.
+    void waitForConnect() {
+        if (!waited_.exchange(true)) {
+            thread_ = threadName();
+            connect_ = rig.client.reconnect(tls::timedout_option());
+            result_ = connect_->wait();
+            done_.add("done");
+        }
+    }
+    /// Waits for a send that has no answer, and for another one as a whole, once.
+    void waitForSend() {
+        if (!waited_.exchange(true)) {
+            thread_ = threadName();
+            auto const info = rig.client.send_msg(Ask(1), waiting(20000));
+            result_ = info ? info->wait() : tls::result_ok;
+            Answer answer;
+            both_ = rig.client.send_and_wait(Ask(2), answer, 20000);
+            done_.add("done");
+        }
+    }
+    /// The wait ends at once with the line, and the connect that was waited for comes all the same.
+    void expectConnectRefused(std::string const & thread) {
+        ASSERT_TRUE(done_.wait(1));
+        EXPECT_EQ(thread_, thread);
+        EXPECT_EQ(result_, tls::result_error);
+        LogCapture::Record const line = log.find("<n> a wait for a connect on the thread " + thread + ",");
+        EXPECT_EQ(line.level, tavLogger::ERROR);
+        EXPECT_NE(line.text.find("on_error"), std::string::npos) << line.text;
+        accepting = std::make_unique<Acceptor>(rig.peer);
+        EXPECT_EQ(resultOf(connect_), tls::result_ok);
+    }
+    void expectSendRefused(std::string const & thread) {
+        ASSERT_TRUE(done_.wait(1));
+        EXPECT_EQ(thread_, thread);
+        EXPECT_EQ(result_, tls::result_error);
+        EXPECT_EQ(both_, tls::result_error);
+        std::string const words = "<n> a wait for a send on the thread " + thread + ",";
+        EXPECT_EQ(log.find(words).level, tavLogger::ERROR);
+        EXPECT_EQ(log.count(words), 2u);
+        EXPECT_TRUE(endsInTime([this] { rig.client.close(); }));
+    }
+
+    LogCapture log{"clear(ERROR)"};
+    ClientRig rig;
+    std::unique_ptr<Acceptor> accepting;
+
+private:
+    std::atomic<bool> waited_{false};
+    std::string thread_;
+    std::shared_ptr<tls::connect_info> connect_;
+    std::atomic<int> result_{tls::result_pending};
+    std::atomic<int> both_{tls::result_pending};
+    Events done_;
+};
+
+} // namespace
+
+TEST_F(Waits, ForAConnectOnTheIoThreadEndsAtOnce) {
+    tls::connect_option option = rig.option();
+    option.set_on_open([&] { waitForConnect(); });
+    rig.connect(option);
+    expectConnectRefused("<n>io.context");
+}
+
+TEST_F(Waits, ForAConnectAfterAFailedCompletionEndsAtOnce) {
+    tls::connect_option option = rig.option();
+    option.set_on_error([&](unsigned long long, unsigned short, int, char const *) { waitForConnect(); });
+    rig.connect(option);
+    rig.server->send(std::string("\x01\0\0\0", 4));
+    expectConnectRefused("<n>io.context");
+}
+
+TEST_F(Waits, ForAConnectOnTheReceiverEndsAtOnce) {
+    rig.client.on_nbr_msg(0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned,
+                                      tavMsgExt) { waitForConnect(); });
+    rig.connect();
+    rig.server->send(mobile(0x4000, 1).framed());
+    expectConnectRefused("<n>session.0.receiver");
+}
+
+TEST_F(Waits, ForAConnectOnTheTimerEndsAtOnce) {
+    rig.connect();
+    rig.client.send_msg(Ask(1),
+                        waiting(100, [&](unsigned long long, unsigned short, bool) { waitForConnect(); }));
+    expectConnectRefused("<n>session.0.timer");
+}
+
+TEST_F(Waits, ForAConnectOnTheQueueEndsAtOnce) {
+    rig.connect();
+    rig.client.send_msg(Ask(1),
+                        waiting(20000, [&](unsigned long long, unsigned short, bool) { waitForConnect(); }));
+    rig.receive();
+    rig.client.close();
+    expectConnectRefused("<n>session.0");
+}
+
+TEST_F(Waits, ForASendOnTheIoThreadEndsAtOnce) {
+    tls::connect_option option = rig.option();
+    option.set_on_open([&] { waitForSend(); });
+    rig.connect(option);
+    expectSendRefused("<n>io.context");
+}
+
+TEST_F(Waits, ForASendOnTheTimerEndsAtOnce) {
+    rig.connect();
+    rig.client.send_msg(Ask(1),
+                        waiting(100, [&](unsigned long long, unsigned short, bool) { waitForSend(); }));
+    expectSendRefused("<n>session.0.timer");
+}
+
+TEST_F(Waits, ForASendOnTheReceiverEndsByItsLimit) {
+    Events events;
+    rig.client.on_nbr_msg(
+        0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
+            auto const info = rig.client.send_msg(Ask(1), waiting(200));
+            events.add(info && info->wait() == tls::result_timedout ? "timedout" : "something else");
+        });
+    rig.connect();
+    rig.server->send(mobile(0x4000, 1).framed());
+    ASSERT_TRUE(events.wait(1));
+    EXPECT_EQ(events.all()[0], "timedout");
+    EXPECT_FALSE(log.contains(" would never end"));
+}
+
+TEST_F(Waits, ForWhatHasEndedReturnItOnAnyThread) {
+    tls::connect_option option = rig.option();
+    std::shared_ptr<tls::connect_info> connect;
+    std::shared_ptr<tls::send_info> send;
+    Events events;
+    rig.client.on_nbr_msg(
+        0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
+            events.add(connect->wait() == tls::result_ok ? "ok" : "not ok");
+        });
+    connect = rig.client.start(option);
+    rig.finish(connect);
+    rig.server->send(mobile(0x4000, 1).framed());
+    ASSERT_TRUE(events.wait(1));
+    EXPECT_EQ(events.all()[0], "ok");
+}
+
+TEST_F(Waits, OnAThreadOfAnotherClientAreAllowed) {
+    ClientRig other("other");
+    Events events;
+    std::unique_ptr<Acceptor> others;
+    rig.client.on_nbr_msg(
+        0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
+            others = std::make_unique<Acceptor>(other.peer);
+            events.add(other.client.start(other.option())->wait() == tls::result_ok ? "ok" : "not ok");
+        });
+    rig.connect();
+    rig.server->send(mobile(0x4000, 1).framed());
+    ASSERT_TRUE(events.wait(1));
+    EXPECT_EQ(events.all()[0], "ok");
+}
