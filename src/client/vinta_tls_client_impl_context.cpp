@@ -1,9 +1,8 @@
-#include "client/vinta_tls_client_impl_session.h"
+#include "client/vinta_tls_client_impl_context.h"
 
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
-
-#include <asio/ssl/verify_context.hpp>
+#include "tav/vinta/vinta_tls_client_options.h"
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
@@ -156,33 +155,6 @@ void context::drain() {
         }
     }
     io_context_.stop();
-}
-
-tls_socket::tls_socket(std::shared_ptr<context> owner, tav_istr name)
-    : context_(std::move(owner)), stream_(context_->io_context(), context_->ssl_context()), name_(name) {}
-
-void tls_socket::init() {
-    bool const should_verify = context_->should_verify();
-    log_parts(tavLogger::INFO, here("tav::tls::impl::tls_socket::init"), name_, " context_->should_verify() ",
-              should_verify ? "1" : "0");
-    stream_.set_verify_mode(should_verify ? asio::ssl::verify_peer : asio::ssl::verify_none);
-    stream_.set_verify_callback([this, should_verify](bool preverified, asio::ssl::verify_context & ctx) {
-        return verify_certificate(preverified, ctx, should_verify);
-    });
-}
-
-bool tls_socket::verify_certificate(bool preverified, asio::ssl::verify_context & ctx, bool should_verify) {
-    if (!should_verify) {
-        return true;
-    }
-    tav::detail::Site const site = here("tav::tls::impl::tls_socket::verify_certificate");
-    log_parts(tavLogger::INFO, site, name_, " Verifying ", subject_of(ctx.native_handle()), ", preverified ",
-              preverified ? "true" : "false");
-    if (!preverified) {
-        refusal_ = refusal_of(ctx.native_handle());
-        log_parts(tavLogger::ERROR, site, name_, " certificate refused: ", refusal_.details);
-    }
-    return preverified;
 }
 
 } // namespace TAV_IMPL_NAMESPACE

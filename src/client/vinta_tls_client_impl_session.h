@@ -4,10 +4,9 @@
 #include "client/address_race.h"
 #include "client/frame_reader.h"
 #include "client/frame_writer.h"
-#include "client/resolver.h"
 #include "client/send_info.h"
 #include "client/send_table.h"
-#include "client/trust.h"
+#include "client/tls_socket.h"
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_im_pkt.h"
@@ -15,11 +14,7 @@
 #include "tav/vinta/vinta_mt_thread.h"
 #include "tav/vinta/vinta_tls_client_options.h"
 
-#include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
-#include <asio/post.hpp>
-#include <asio/ssl/context.hpp>
-#include <asio/ssl/stream.hpp>
 #include <asio/steady_timer.hpp>
 
 #include <atomic>
@@ -32,126 +27,9 @@
 #include <system_error>
 #include <vector>
 
-/// One client's connections, from the bytes up to frames: the secure context that outlives them, the socket,
-/// the session that is one connection, and the record of a send that waits for its end.  Internal.
-///
-/// A frame is four bytes, the big-endian length of the body, and the body; a frame without body is a
-/// heartbeat.
 namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
-
-/// What a client keeps across its connections: the I/O context on which all network completions run, the TLS
-/// context with trusted certificates and ciphers, and the resolver.  TLS 1.2 is the only version.
-///
-/// Thread safety: `init` on one thread at a time; all else from any thread.
-class context {
-public:
-    using results_type = resolver::results_type;
-    using resolve_handler = resolver::handler;
-
-    /// Throws std::system_error with "context" if the TLS library can't make one.
-    explicit context(tav_istr name);
-    ~context();
-    context(context const &) = delete;
-    context & operator=(context const &) = delete;
-
-    /// Applies the certificate file, or directory ending in "/", and the cipher list.  Nothing is done if
-    /// each is empty or the same as before, and what lies under the path in force is as it was.  Certificates
-    /// add up; an unknown cipher list leaves the former one in force.  A path that can't be used is told at
-    /// each call.  False if a file could not be loaded, or if nothing was ever applied.
-    bool init(std::string verify_path, std::string cipher);
-
-    /// Whether the peer's certificate is checked.
-    bool should_verify() const;
-
-    /// Drops what is being resolved and stops the I/O context, so that `run` returns.
-    void close();
-
-    /// The body of the I/O thread: runs completions until `close`, then those that are ready by then, so that
-    /// nothing in the I/O context keeps a closed session alive.  Throws what a completion throws; call it
-    /// again to go on.
-    void run();
-
-    /// True on the thread that is inside `run`.
-    bool runs_here() const;
-
-    /// Runs `f` on the I/O thread later; false, and `f` is dropped, when `run` has returned after `close`.
-    template <class F>
-    bool post(F && f) {
-        std::lock_guard<std::mutex> const guard(mutex_);
-        if (finished_) {
-            return false;
-        }
-        asio::post(io_context_, std::forward<F>(f));
-        return true;
-    }
-
-    /// Resolves and calls `handler` on the I/O thread; after `close` it is dropped without a call.  Gives a
-    /// number for `cancel_resolve`, which drops the handler.
-    unsigned long long async_resolve(std::string const & host, std::string const & service,
-                                     resolve_handler handler);
-    void cancel_resolve(unsigned long long id);
-
-    /// The cipher list in force.
-    std::string cipher_list() const;
-
-    asio::io_context & io_context() { return io_context_; }
-    asio::ssl::context & ssl_context() { return ssl_context_; }
-
-private:
-    void apply();
-    void load_verify_file(std::string const & path);
-    void set_cipher_list();
-    void drain();
-
-    std::string const name_;
-    std::string verify_path_;
-    std::string cipher_;
-    asio::io_context io_context_;
-    asio::ssl::context ssl_context_;
-    resolver resolver_;
-    /// What was last read under `verify_path_`, and what is wrong with it.
-    certificate_path certificates_;
-    bool opened_;
-    std::atomic<bool> should_verify_;
-    std::atomic<bool> closed_;
-    /// Guards what follows.
-    mutable std::mutex mutex_;
-    std::string cipher_list_;
-    bool finished_;
-};
-
-/// The TLS stream of one session.
-class tls_socket {
-public:
-    using stream_type = asio::ssl::stream<asio::ip::tcp::socket>;
-
-    tls_socket(std::shared_ptr<context> owner, tav_istr name);
-    tls_socket(tls_socket const &) = delete;
-    tls_socket & operator=(tls_socket const &) = delete;
-
-    /// Has the peer checked or not, as the context says now.  Throws std::system_error with
-    /// "set_verify_callback" if the check can't be installed.
-    void init();
-
-    /// The TLS library's question about one certificate of the chain, whose own answer is `preverified`.
-    bool verify_certificate(bool preverified, asio::ssl::verify_context & ctx, bool should_verify);
-
-    /// Why the peer's certificate was refused; empty if none was.
-    certificate_refusal const & refusal() const { return refusal_; }
-
-    stream_type & stream() { return stream_; }
-    asio::ip::tcp::socket & lowest_layer() { return stream_.next_layer(); }
-    asio::ip::tcp::socket const & lowest_layer() const { return stream_.next_layer(); }
-    SSL * native_handle() { return stream_.native_handle(); }
-
-private:
-    std::shared_ptr<context> context_;
-    stream_type stream_;
-    certificate_refusal refusal_;
-    std::string const name_;
-};
 
 /// One connection: one attempt to reach the server and, if that succeeds, one connected life.  Never reused.
 ///

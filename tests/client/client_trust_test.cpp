@@ -1,6 +1,6 @@
 #include "tav/vinta/vinta_tls_client.h"
 
-#include "client/vinta_tls_client_impl_session.h"
+#include "client/vinta_tls_client_impl_context.h"
 #include "support/client_rig.h"
 #include "support/folder.h"
 #include "support/log_capture.h"

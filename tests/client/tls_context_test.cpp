@@ -1,5 +1,6 @@
-#include "client/vinta_tls_client_impl_session.h"
+#include "client/vinta_tls_client_impl_context.h"
 
+#include "client/tls_socket.h"
 #include "support/folder.h"
 #include "support/log_capture.h"
 #include "support/session_rig.h"

@@ -1,0 +1,55 @@
+#ifndef TAV_CLIENT_TLS_SOCKET_H
+#define TAV_CLIENT_TLS_SOCKET_H
+
+#include "client/trust.h"
+#include "client/vinta_tls_client_impl_context.h"
+#include "foundation/build_stamp.h"
+#include "tav/vinta/vinta_basetypes_text.h"
+
+#include <asio/ip/tcp.hpp>
+#include <asio/ssl/stream.hpp>
+
+#include <memory>
+#include <string>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+/// The TLS stream of one session.
+class tls_socket {
+public:
+    using stream_type = asio::ssl::stream<asio::ip::tcp::socket>;
+
+    tls_socket(std::shared_ptr<context> owner, tav_istr name);
+    tls_socket(tls_socket const &) = delete;
+    tls_socket & operator=(tls_socket const &) = delete;
+
+    /// Has the peer checked or not, as the context says now.  Throws std::system_error with
+    /// "set_verify_callback" if the check can't be installed.
+    void init();
+
+    /// The TLS library's question about one certificate of the chain, whose own answer is `preverified`.
+    bool verify_certificate(bool preverified, asio::ssl::verify_context & ctx, bool should_verify);
+
+    /// Why the peer's certificate was refused; empty if none was.
+    certificate_refusal const & refusal() const { return refusal_; }
+
+    stream_type & stream() { return stream_; }
+    asio::ip::tcp::socket & lowest_layer() { return stream_.next_layer(); }
+    asio::ip::tcp::socket const & lowest_layer() const { return stream_.next_layer(); }
+    SSL * native_handle() { return stream_.native_handle(); }
+
+private:
+    std::shared_ptr<context> context_;
+    stream_type stream_;
+    certificate_refusal refusal_;
+    std::string const name_;
+};
+
+} // namespace TAV_IMPL_NAMESPACE
+namespace impl = TAV_IMPL_NAMESPACE;
+} // namespace tls
+} // namespace tav
+
+#endif
