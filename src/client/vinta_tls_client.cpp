@@ -1,10 +1,12 @@
 #include "tav/vinta/vinta_tls_client.h"
 
+#include "client/end_elsewhere.h"
 #include "client/vinta_tls_client_impl.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_basetypes_util.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
+#include <chrono>
 #include <map>
 #include <mutex>
 #include <set>
@@ -54,6 +56,64 @@ void logText(Site site, std::string const & id, char const * words) {
 void logCode(Site site, std::string const & id, char const * words, unsigned short msgcode) {
     logLine(tavLogger::INFO, site,
             [&](std::ostream & out) { out << id << words << asHex(msgcode, 4, true); });
+}
+
+/// The call that ends a client on the calling thread.
+thread_local char const * ending_call = "client::~client";
+
+/// Names the call while it lives.
+class EndingCall {
+public:
+    explicit EndingCall(char const * call) : before_(ending_call) { ending_call = call; }
+    ~EndingCall() { ending_call = before_; }
+    EndingCall(EndingCall const &) = delete;
+    EndingCall & operator=(EndingCall const &) = delete;
+
+private:
+    char const * const before_;
+};
+
+/// How long the end of the process waits for clients that end on threads of their own.
+constexpr std::chrono::seconds ends_limit(5);
+
+/// Ends a core.  One of its own threads would wait for itself, so that another one does it then.
+void endCore(std::shared_ptr<impl::Client> core, Site site) {
+    if (!core->on_own_thread()) {
+        core->fini__();
+        return;
+    }
+    std::string const thread(tav_istr(tavThread::currentName()));
+    logLine(tavLogger::ERROR, site, [&](std::ostream & out) {
+        out << core->name() << " " << ending_call << " on the client's own thread " << thread
+            << ", which it would have to wait for: let another thread end the client";
+    });
+    logLine(tavLogger::WARN, site, [&](std::ostream & out) {
+        out << core->name() << " the client is ended on another thread, as " << thread
+            << " is one of its own";
+    });
+    void const * const key = core->key();
+    impl::end_elsewhere(key, [held = std::move(core)] { held->fini__(); });
+}
+
+/// What is left of the end of the process when the named clients have ended.
+void finishProcess(Site site) {
+    impl::wait_for_ends(ends_limit);
+    std::vector<std::string> left;
+    {
+        Lock const guard(registry().all_mutex);
+        for (client const * other : registry().all) {
+            left.push_back(other->id());
+        }
+    }
+    for (std::string const & id : left) {
+        logLine(tavLogger::INFO, site,
+                [&](std::ostream & out) { out << "finalize: client not deleted: " << id; });
+    }
+    tavLogger::close();
+    tavThread::printThreads();
+    tavIdGenerator::finalize();
+    tavLogger::finalize();
+    logLine(tavLogger::INFO, site, [](std::ostream & out) { out << "finalized."; });
 }
 
 std::string textOf(char const * text) {
@@ -128,7 +188,10 @@ bool client::destroy(tav_istr name) {
         taken = std::move(found->second);
         registry().names.erase(found);
     }
-    taken.reset();
+    {
+        EndingCall const call("client::destroy");
+        taken.reset();
+    }
     logLine(tavLogger::INFO, here("tav::tls::client::destroy"),
             [&](std::ostream & out) { out << "<" << name << "> client instance destroyed."; });
     return true;
@@ -143,9 +206,15 @@ void client::finalize() {
         Lock const guard(registry().names_mutex);
         names = registry().names;
     }
+    bool on_own_thread = false;
     for (auto const & entry : names) {
+        EndingCall const call("client::finalize");
         logLine(tavLogger::INFO, site,
                 [&](std::ostream & out) { out << "finalize: client " << entry.second->id(); });
+        {
+            Lock const guard(entry.second->mutex_);
+            on_own_thread = on_own_thread || (entry.second->impl_ && entry.second->impl_->on_own_thread());
+        }
         entry.second->close();
         entry.second->fini();
     }
@@ -155,22 +224,11 @@ void client::finalize() {
         names.swap(registry().names);
     }
     names.clear();
-    std::vector<std::string> left;
-    {
-        Lock const guard(registry().all_mutex);
-        for (client const * other : registry().all) {
-            left.push_back(other->id());
-        }
+    if (on_own_thread) {
+        impl::end_elsewhere(nullptr, [site] { finishProcess(site); });
+    } else {
+        finishProcess(site);
     }
-    for (std::string const & id : left) {
-        logLine(tavLogger::INFO, site,
-                [&](std::ostream & out) { out << "finalize: client not deleted: " << id; });
-    }
-    tavLogger::close();
-    tavThread::printThreads();
-    tavIdGenerator::finalize();
-    tavLogger::finalize();
-    logLine(tavLogger::INFO, site, [](std::ostream & out) { out << "finalized."; });
 }
 
 std::string client::id() const {
@@ -586,7 +644,7 @@ void client::fini() {
         return;
     }
     logText(site, id_, " finalizing...");
-    taken->fini__();
+    endCore(std::move(taken), site);
     Lock const guard(mutex_);
     impl_.reset();
 }

@@ -660,8 +660,12 @@ void Client::on_connect_timedout(connect_ptr const & info, connect_option & told
     told.timedout.on_timedout(sno, msgcode, cancelled);
 }
 
+// The names count as well: what a thread of the client holds may go when its last task is over.
 bool Client::on_own_thread() const {
-    return thread_role::of_client(context_.get());
+    std::string const thread(tav_istr(tavThread::currentName()));
+    return thread_role::of_client(key()) || thread.find(name_ + "session.0") != thread.npos ||
+           thread.find(name_ + "global.on_error.0") != thread.npos ||
+           thread.find(name_ + "io.context") != thread.npos;
 }
 
 Client::connect_ptr Client::take_connecting(connect_ptr const & info) {

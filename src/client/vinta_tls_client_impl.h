@@ -85,6 +85,8 @@ public:
     void fini__();
     /// Whether the calling thread is one of this client's.
     bool on_own_thread() const;
+    /// What stands for this client, as thread_role knows it.
+    void const * key() const { return context_.get(); }
 
     connect_ptr start__(connect_option const & option, bool reuseConnected);
     connect_ptr reconnect__(timedout_option const & option, bool reuseConnected);

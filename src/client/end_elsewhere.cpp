@@ -1,0 +1,96 @@
+#include "client/end_elsewhere.h"
+
+#include "client/vinta_tls_client_impl_thread.h"
+#include "foundation/report.h"
+#include "tav/vinta/vinta_mt_thread.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+namespace {
+
+/// One end, from the wish to its coming about.
+struct wanted {
+    void const * client;
+    std::function<void()> work;
+    bool started;
+};
+
+/// Never destroyed: such a thread may outlive the static objects.
+struct ends {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::list<wanted> all;
+};
+
+ends & the_ends() {
+    static ends & the = *new ends;
+    return the;
+}
+
+// What the work holds is gone when the end counts as come about.
+void bring_about(std::list<wanted>::iterator each) {
+    try {
+        std::function<void()> const work = std::move(each->work);
+        work();
+    } catch (...) {
+        detail::reportCaught(detail::here("tav::tls::impl::end_elsewhere"));
+    }
+    ends & the = the_ends();
+    std::lock_guard<std::mutex> const guard(the.mutex);
+    the.all.erase(each);
+    the.changed.notify_all();
+}
+
+} // namespace
+
+void end_elsewhere(void const * client, std::function<void()> work) {
+    ends & the = the_ends();
+    std::list<wanted>::iterator each;
+    {
+        std::lock_guard<std::mutex> const guard(the.mutex);
+        each = the.all.insert(the.all.end(), wanted{client, std::move(work), true});
+    }
+    try {
+        tav_async_call([each] { bring_about(each); }, "end", 0);
+    } catch (std::system_error const & e) {
+        detail::reportCaught(detail::here("tav::tls::impl::end_elsewhere"), e.what());
+        std::lock_guard<std::mutex> const guard(the.mutex);
+        each->started = false;
+    }
+}
+
+void wait_for_ends(std::chrono::milliseconds limit) {
+    ends & the = the_ends();
+    auto const end = std::chrono::steady_clock::now() + limit;
+    std::unique_lock<std::mutex> guard(the.mutex);
+    for (;;) {
+        auto const other = std::find_if(the.all.begin(), the.all.end(), [](wanted const & each) {
+            return each.client != nullptr && !thread_role::of_client(each.client);
+        });
+        if (other == the.all.end()) {
+            return;
+        }
+        if (!other->started) {
+            other->started = true;
+            guard.unlock();
+            bring_about(other);
+            guard.lock();
+        } else if (the.changed.wait_until(guard, end) == std::cv_status::timeout) {
+            return;
+        }
+    }
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav
