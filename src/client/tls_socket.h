@@ -1,10 +1,12 @@
 #ifndef TAV_CLIENT_TLS_SOCKET_H
 #define TAV_CLIENT_TLS_SOCKET_H
 
+#include "client/tls_policy_apply.h"
 #include "client/trust.h"
 #include "client/vinta_tls_client_impl_context.h"
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_basetypes_text.h"
+#include "tav/vinta/vinta_tls_policy.h"
 
 #include <asio/ip/tcp.hpp>
 #include <asio/ssl/stream.hpp>
@@ -21,13 +23,21 @@ class tls_socket {
 public:
     using stream_type = asio::ssl::stream<asio::ip::tcp::socket>;
 
-    tls_socket(std::shared_ptr<context> owner, tav_istr name);
+    /// With a `setup` all that has to do with TLS is as that says, not the context.
+    tls_socket(std::shared_ptr<context> owner, tav_istr name, std::shared_ptr<tls_setup> setup = nullptr);
     tls_socket(tls_socket const &) = delete;
     tls_socket & operator=(tls_socket const &) = delete;
 
-    /// Has the peer checked or not, as the context says now.  Throws std::system_error with
+    /// Has the peer checked or not, as the setup or else the context says now.  Throws std::system_error with
     /// "set_verify_callback" if the check can't be installed.
     void init();
+    bool should_verify() const;
+
+    /// Null without a policy.
+    std::shared_ptr<tls_setup> const & setup() const { return setup_; }
+
+    /// What the handshake that has just ended has come to.
+    tls_report report();
 
     /// The TLS library's question about one certificate of the chain, whose own answer is `preverified`.
     bool verify_certificate(bool preverified, asio::ssl::verify_context & ctx, bool should_verify);
@@ -42,6 +52,7 @@ public:
 
 private:
     std::shared_ptr<context> context_;
+    std::shared_ptr<tls_setup> const setup_;
     stream_type stream_;
     certificate_refusal refusal_;
     std::string const name_;

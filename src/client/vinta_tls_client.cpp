@@ -364,6 +364,12 @@ ip_port client::get_remote_addr() {
     return address;
 }
 
+tls_report client::negotiated() const {
+    auto const core = alive(here("tav::tls::client::negotiated"));
+    auto const session = core ? core->current() : tavSharedPtr<impl::session>();
+    return session ? session->negotiated() : tls_report();
+}
+
 std::shared_ptr<send_info> client::send_msg(tavMessage const & msg, send_option const & option) {
     Site const site = here("tav::tls::client::send_msg");
     auto const core = alive(site);

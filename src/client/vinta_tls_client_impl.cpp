@@ -56,6 +56,15 @@ private:
     std::shared_ptr<connect_info> info_;
 };
 
+using policy_ptr = std::shared_ptr<tls_policy const>;
+
+/// Whether two starts are given one policy; an empty one is none.
+bool is_same_policy(policy_ptr const & a, policy_ptr const & b) {
+    bool const a_none = !a || a->empty();
+    bool const b_none = !b || b->empty();
+    return a_none == b_none && (a_none || a == b);
+}
+
 } // namespace
 
 unsigned short decimalCode(tav_istr text) {
@@ -235,7 +244,8 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
     }
     if (reuseConnected && connected()) {
         auto const present = this->option();
-        if (present->host == option.host && present->port == option.port) {
+        if (present->host == option.host && present->port == option.port &&
+            is_same_policy(present->policy, option.policy)) {
             detail::log(tav_istr(log_tag), tavLogger::WARN, site, [&](std::ostream & out) {
                 out << name_ << " connected already, no need to start again";
             });
@@ -503,7 +513,8 @@ void Client::on_start(connect_ptr const & info, connect_option const & option) {
         connecting_ = info;
     }
     renew(info);
-    if (!context_->should_verify()) {
+    auto const present = current();
+    if (present && !present->verifies()) {
         log_parts(tavLogger::WARN, here("tav::tls::impl::Client::on_start"), name_,
                   " no certificates to trust were given: any peer is believed");
     }

@@ -73,6 +73,12 @@ ip_port address(asio::ip::tcp::endpoint const & endpoint) {
     return ip_port(endpoint.address().to_string(), endpoint.port());
 }
 
+/// Null for an option without a policy, or with an empty one.
+std::shared_ptr<tls_setup> setup_of(tav_istr name, connect_option const & option) {
+    bool const none = !option.policy || option.policy->empty();
+    return none ? nullptr : std::make_shared<tls_setup>(name, option);
+}
+
 } // namespace
 
 long long session::steady_ms() {
@@ -88,7 +94,7 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       closing_(false),
       clock_(clock ? std::move(clock) : clock_function(&steady_ms)),
       context_(std::move(owner)),
-      socket_(context_, name),
+      socket_(context_, name, setup_of(name, option)),
       resolving_(0),
       looking_up_(false),
       race_(context_->io_context()),
@@ -247,7 +253,9 @@ void session::connect_() {
         return;
     }
     connect_begin_ms_ = clock_();
-    context_->init(option_.ca, option_.cipher);
+    if (!socket_.setup()) {
+        context_->init(option_.ca, option_.cipher);
+    }
     socket_.init();
     std::string const & host = option_.connect_host();
     std::string const & port = option_.connect_port();
@@ -294,19 +302,25 @@ void session::on_resolved(self_ptr self, std::error_code ec, results_type result
         log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_resolved"), name_, " connecting to ",
                   text(results));
     }
-    // The list is always the connection's own, since the context's may be replaced during the handshake.
-    SSL * const handle = socket_.native_handle();
-    if (::SSL_set_cipher_list(handle, option_.cipher_list().c_str()) != 1) {
-        ::SSL_set_cipher_list(handle, context_->cipher_list().c_str());
-    }
-    if (!option_.server_name.empty()) {
-        ::SSL_ctrl(handle, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
-                   const_cast<char *>(option_.server_name.c_str()));
-    }
-    ::ERR_clear_error();
+    set_handshake();
     race_.start(std::move(results), [self = std::move(self)](std::error_code failed, tcp_socket winner) {
         self->on_race_end(self, failed, std::move(winner));
     });
+}
+
+void session::set_handshake() {
+    SSL * const handle = socket_.native_handle();
+    tls_setup const * const setup = socket_.setup().get();
+    // The list is always the connection's own, since the context's may be replaced during the handshake.
+    if (setup == nullptr && ::SSL_set_cipher_list(handle, option_.cipher_list().c_str()) != 1) {
+        ::SSL_set_cipher_list(handle, context_->cipher_list().c_str());
+    }
+    std::string const & server_name = setup != nullptr ? setup->server_name() : option_.server_name;
+    if (!server_name.empty()) {
+        ::SSL_ctrl(handle, SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
+                   const_cast<char *>(server_name.c_str()));
+    }
+    ::ERR_clear_error();
 }
 
 void session::on_race_end(self_ptr self, std::error_code ec, tcp_socket winner) {
@@ -327,6 +341,7 @@ void session::on_connect_end(self_ptr self, std::error_code ec) {
         on_error(ec);
         return;
     }
+    watch_socket();
     if (option_.on_http_proxy_connect_ && !connect_proxy()) {
         return;
     }
@@ -340,6 +355,16 @@ void session::on_connect_end(self_ptr self, std::error_code ec) {
                                          session & s = *self;
                                          s.on_handshake_end(std::move(self), failed);
                                      });
+}
+
+void session::watch_socket() {
+    if (!socket_.setup()) {
+        return;
+    }
+    if (std::error_code const ec = socket_.setup()->watch(socket_.lowest_layer().native_handle())) {
+        log_parts(tavLogger::WARN, here("tav::tls::impl::session::watch_socket"), name_,
+                  " the system does not watch over the connection: ", ec.message());
+    }
 }
 
 bool session::connect_proxy() {
@@ -375,6 +400,7 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
                          : ec.message() + ": " + refusal.reason + ", subject " + refusal.subject);
         return;
     }
+    keep_report();
     if (!advance(state_handshaking, state_connected)) {
         return;
     }
@@ -386,6 +412,26 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
         throw;
     }
     start_io(std::move(self));
+}
+
+// The connection's own state changes with what is read, on this thread alone: others are given this copy.
+void session::keep_report() {
+    auto made = std::make_shared<tls_report const>(socket_.report());
+    if (socket_.setup()) {
+        tav::detail::log(tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::session::keep_report"),
+                         [&](std::ostream & out) { out << name_ << " negotiated " << *made; });
+    }
+    std::lock_guard<std::mutex> const guard(report_mutex_);
+    report_ = std::move(made);
+}
+
+tls_report session::negotiated() const {
+    std::shared_ptr<tls_report const> present;
+    if (connected()) {
+        std::lock_guard<std::mutex> const guard(report_mutex_);
+        present = report_;
+    }
+    return present ? *present : tls_report();
 }
 
 void session::start_io(self_ptr self) {

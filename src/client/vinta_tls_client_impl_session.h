@@ -62,7 +62,7 @@ public:
     };
 
     /// `on_recv` is given each frame's body, on the thread "receiver"; `option` is copied.  `clock` replaces
-    /// `steady_ms`.
+    /// `steady_ms`.  Throws tls_policy_error if the option's policy can't be kept.
     session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
             connect_option const & option, clock_function clock = clock_function());
     /// Closes the socket and cancels all that is left.
@@ -128,6 +128,11 @@ public:
     /// The number of tracked sends.
     std::size_t sending() const;
 
+    /// Whether the peer's certificate is checked.
+    bool verifies() const { return socket_.should_verify(); }
+    /// What was negotiated; empty when not connected.
+    tls_report negotiated() const;
+
     /// Sends a frame with this body; false when not connected.
     bool send_raw(unsigned char const * data, unsigned size);
     /// The tick of "timer"; always true.
@@ -155,6 +160,9 @@ private:
     void refuse_port(std::string const & port);
     void on_connect_end(self_ptr self, std::error_code ec);
     bool connect_proxy();
+    void set_handshake();
+    void watch_socket();
+    void keep_report();
     void on_handshake_end(self_ptr self, std::error_code ec);
     void start_io(self_ptr self);
     void on_error(std::error_code ec);
@@ -226,6 +234,9 @@ private:
     mutable std::mutex descriptor_mutex_;
     recv_function const on_recv_;
     connect_option option_;
+
+    mutable std::mutex report_mutex_;
+    std::shared_ptr<tls_report const> report_;
 
     send_table sends_;
 

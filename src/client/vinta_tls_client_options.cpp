@@ -2,6 +2,7 @@
 
 #include "foundation/report.h"
 #include "foundation/scope_exit.h"
+#include "tav/vinta/vinta_tls_policy.h"
 
 #include <algorithm>
 #include <cstring>
@@ -494,6 +495,10 @@ bool global_callback::on_ptr_msg(unsigned long long sno, tavSharedPtr<tavMessage
 }
 
 connect_option::connect_option() = default;
+
+void connect_option::set_tls_policy(tls_policy const & v) {
+    policy = std::make_shared<tls_policy const>(v);
+}
 
 void connect_option::set_on_error(error_function f) {
     on_error_ = std::move(f);

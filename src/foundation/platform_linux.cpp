@@ -10,6 +10,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -24,6 +26,10 @@ namespace {
 
 std::error_code lastError() noexcept {
     return std::error_code(errno, std::generic_category());
+}
+
+std::error_code setOption(int socket, int level, int name, int value) noexcept {
+    return ::setsockopt(socket, level, name, &value, sizeof value) == 0 ? std::error_code() : lastError();
 }
 
 void writeAll(int descriptor, std::string_view text) noexcept {
@@ -177,6 +183,22 @@ void AppendFile::write(std::string_view text) const noexcept {
 
 void shutDown(int socket) noexcept {
     ::shutdown(socket, SHUT_RDWR);
+}
+
+std::error_code keepAlive(int socket, int idle_s, int interval_s, int probes) noexcept {
+    std::error_code ec = setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    ec = ec ? ec : setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, idle_s);
+    if (!ec && interval_s > 0) {
+        ec = setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, interval_s);
+    }
+    if (!ec && probes > 0) {
+        ec = setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, probes);
+    }
+    return ec;
+}
+
+std::error_code limitUnacknowledged(int socket, int ms) noexcept {
+    return setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, ms);
 }
 
 BlockingMode::BlockingMode(int socket) noexcept : socket_(socket), flags_(::fcntl(socket, F_GETFL)) {

@@ -82,6 +82,7 @@ std::map<std::string, std::string, std::less<>> const & publicHeaders() {
         {"tav/vinta/vinta_vad.h", "packet"},
         {"tav/vinta/vinta_tls_client.h", "client"},
         {"tav/vinta/vinta_tls_client_options.h", "client"},
+        {"tav/vinta/vinta_tls_policy.h", "client"},
     };
     return rows;
 }

@@ -303,6 +303,8 @@ public:
 
     std::string cipher() const { return SSL_get_cipher_name(ssl_.get()); }
     std::string protocol() const { return SSL_get_version(ssl_.get()); }
+    /// The first bytes that came, as they came.
+    std::string const & wire() const { return wire_; }
     /// True if the other end has sent the TLS notice that it closes.
     bool noticed() const { return (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) != 0; }
     std::string serverName() const {
@@ -337,6 +339,9 @@ private:
         char buffer[16384];
         await(POLLIN);
         ssize_t const n = ::recv(descriptor_, buffer, sizeof buffer, 0);
+        if (n > 0 && wire_.size() < 16384) {
+            wire_.append(buffer, static_cast<std::size_t>(n));
+        }
         return n > 0 && BIO_write(SSL_get_rbio(ssl_.get()), buffer, static_cast<int>(n)) == n;
     }
 
@@ -357,6 +362,7 @@ private:
     int descriptor_;
     std::unique_ptr<SSL, void (*)(SSL *)> ssl_;
     std::string plain_;
+    std::string wire_;
 };
 
 /// The listener.

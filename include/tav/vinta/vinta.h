@@ -20,6 +20,7 @@
 #include "tav/vinta/vinta_pml_streams.h"
 #include "tav/vinta/vinta_pml_unit.h"
 #include "tav/vinta/vinta_tls_client.h"
+#include "tav/vinta/vinta_tls_policy.h"
 #include "tav/vinta/vinta_transport_message.h"
 #include "tav/vinta/vinta_vad.h"
 #include "tav/vinta/vinta_xml_node.h"

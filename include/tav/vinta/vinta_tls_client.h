@@ -2,6 +2,7 @@
 #define TAV_VINTA_TLS_CLIENT_H
 
 #include "tav/vinta/vinta_tls_client_options.h"
+#include "tav/vinta/vinta_tls_policy.h"
 
 #include <functional>
 #include <memory>
@@ -48,9 +49,9 @@ public:
 
     /// Starts connecting, in place of any connection there is.  Null if host or port is empty.  The outcome
     /// is told by the result and by the option's callbacks.  With `reuseConnected`, a connection to the same
-    /// host and port is kept.  If another start or reconnect is under way, this call waits for it first,
-    /// unless it is made on a thread of that attempt, or that one's host name takes its time to be looked up;
-    /// then that one is cancelled.
+    /// host and port is kept, if it was made with the same policy object or both have none.  If another start
+    /// or reconnect is under way, this call waits for it first, unless it is made on a thread of that
+    /// attempt, or that one's host name takes its time to be looked up; then that one is cancelled.
     std::shared_ptr<connect_info> start(connect_option const & option, bool reuseConnected = false);
     /// The same with the option in pieces; null texts count as empty.
     std::shared_ptr<connect_info> start(char const * host, char const * port, char const * ca,
@@ -74,6 +75,8 @@ public:
     /// The connection's endpoints; empty without one.  Throws std::system_error if the socket can't tell.
     ip_port get_local_addr();
     ip_port get_remote_addr();
+    /// What the present connection has negotiated, and who the peer is; empty without one.
+    tls_report negotiated() const;
 
     /// Sends an object.  Null if it could not be sent, and for an option without a wait, which is not
     /// tracked.

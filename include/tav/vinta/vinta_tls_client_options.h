@@ -18,6 +18,8 @@
 namespace tav {
 namespace tls {
 
+class tls_policy;
+
 /// A time limit has passed (`cancelled` false), or what it was for ended first (true).
 typedef std::function<void(unsigned long long sno, unsigned short msgcode, bool cancelled)> timedout_function;
 
@@ -272,9 +274,10 @@ public:
     /// A file of trusted certificates, or a directory of them ending in "/", of which the names ending in
     /// ".0" count.  Empty: nothing is verified, and any peer is believed.
     ///
-    /// The chain is verified, the certificate's host name is NOT compared with anything: whoever holds any
-    /// certificate that one of these authorities has signed can pose as the server.  So give an authority of
-    /// your own that signs your servers and nothing else, never the system's list of public authorities.
+    /// The chain is verified, the certificate's host name is NOT compared with anything, unless `policy` asks
+    /// for it: whoever holds any certificate that one of these authorities has signed can pose as the server.
+    /// So give a policy, or an authority of your own that signs your servers and nothing else, never the
+    /// system's list of public authorities.
     std::string ca;
     std::string metainfo;                         ///< The meta model as PML text.
     std::string cipher;                           ///< A cipher list; see cipher_list.
@@ -284,14 +287,19 @@ public:
     timedout_option timedout;                     ///< The limit for connecting.
     /// The connection is up, after each start and reconnect: the place for client::should_check_heartbeat.
     std::function<void()> on_open_;
-    proxy_function on_http_proxy_connect_;        ///< If set, the connection goes through the proxy.
+    proxy_function on_http_proxy_connect_; ///< If set, the connection goes through the proxy.
     std::string proxy_host;
     std::string proxy_port;
     /// The name sent in the TLS handshake, for servers that have several certificates; empty sends none.  It
     /// asks for a certificate and checks nothing: see `ca`.
     std::string server_name;
     std::string reserved_; ///< Copied along, never read.
+    /// Default: null.  How safe the connection has to be; null or empty asks nothing beyond the other
+    /// options.  `tls_policy::safe` is what most want; see vinta_tls_policy.h.
+    std::shared_ptr<tls_policy const> policy;
 
+    /// Gives the option a copy of the policy.
+    void set_tls_policy(tls_policy const & v);
     void set_on_error(error_function f);
     void set_on_heartbeat_timedout(std::function<void()> f);
     void set_on_open(std::function<void()> f);
