@@ -1,7 +1,7 @@
 # The installed library with its two packages: for CMake and for pkg-config.
 include(CMakePackageConfigHelpers)
-install(TARGETS tav_im_nbr EXPORT tav_im_nbrTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-                                                    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(TARGETS tav_im_nbr tav_im_nbr_kit EXPORT tav_im_nbrTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+                                                                   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 set(tav_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/tav_im_nbr)

@@ -1,0 +1,95 @@
+#ifndef TAV_KIT_FAILURE_H
+#define TAV_KIT_FAILURE_H
+
+#include "tav/vinta/vinta_tls_client.h"
+
+#include <string>
+#include <system_error>
+#include <type_traits>
+
+namespace tav {
+namespace kit {
+
+/// Why a request or a send of the kit has no result.  As std::error_code of the category "tav.kit"; the
+/// values compare with std::errc too, where that has the same.
+enum class failure {
+    unspecified = 1,   ///< Nobody said why.
+    timed_out = 2,     ///< No reply in time.
+    cancelled = 3,     ///< Cancelled by the one who asked.
+    disconnected = 4,  ///< The connection ended, or the client was closed or cancelled all, before the reply.
+    not_connected = 5, ///< There was no connection to send on.
+    not_sent = 6,      ///< The message could not be encoded or put on its way; the log says why.
+    bad_reply = 7      ///< The reply came and could not be read as the class that was asked for.
+};
+
+namespace detail {
+
+class failure_category : public std::error_category {
+public:
+    char const * name() const noexcept override { return "tav.kit"; }
+
+    std::string message(int value) const override {
+        switch (static_cast<failure>(value)) {
+        case failure::timed_out: return "timed out";
+        case failure::cancelled: return "cancelled";
+        case failure::disconnected: return "the connection ended first";
+        case failure::not_connected: return "not connected";
+        case failure::not_sent: return "the message could not be sent";
+        case failure::bad_reply: return "the reply could not be read";
+        case failure::unspecified: break;
+        }
+        return "failed for an unknown reason";
+    }
+
+    std::error_condition default_error_condition(int value) const noexcept override {
+        switch (static_cast<failure>(value)) {
+        case failure::timed_out: return std::errc::timed_out;
+        case failure::cancelled: return std::errc::operation_canceled;
+        case failure::disconnected: return std::errc::connection_aborted;
+        case failure::not_connected: return std::errc::not_connected;
+        case failure::bad_reply: return std::errc::bad_message;
+        case failure::not_sent:
+        case failure::unspecified: break;
+        }
+        return std::error_condition(value, *this);
+    }
+};
+
+} // namespace detail
+
+inline std::error_category const & failures() noexcept {
+    // Never destroyed: a failure may be told until the process ends.
+    static detail::failure_category const & the = *new detail::failure_category;
+    return the;
+}
+
+inline std::error_code make_error_code(failure v) noexcept {
+    return std::error_code(static_cast<int>(v), failures());
+}
+
+namespace detail {
+
+/// The failures as the client tells them.  These two are the only places where the client's words become the
+/// kit's.
+
+/// A tracked send that ended without a reply.
+inline std::error_code failure_of_send(bool cancelled) noexcept {
+    return make_error_code(cancelled ? failure::disconnected : failure::timed_out);
+}
+
+/// A send that the client did not take.
+inline std::error_code failure_of_refusal(tls::client const & client) {
+    return make_error_code(client.connected() ? failure::not_sent : failure::not_connected);
+}
+
+} // namespace detail
+
+} // namespace kit
+} // namespace tav
+
+namespace std {
+template <>
+struct is_error_code_enum<tav::kit::failure> : true_type {};
+} // namespace std
+
+#endif

@@ -1,0 +1,3 @@
+#include "tav/kit/coroutine.h"
+
+#include <gtest/gtest.h>
