@@ -371,7 +371,8 @@ TEST(KitTalk, BrokenConnectionEndsEachRequestOnce) {
         for (int i = 0; i < 20; ++i) {
             kit::request<Said>(*rig.client, Say(i), 10s, ends.taker());
         }
-        ASSERT_TRUE(rig.gateway.gateway.waitFor([](auto const & s) { return s.packets >= 20; }, 5000));
+        ASSERT_TRUE(
+            rig.gateway.gateway.wait([](tav::gateway::Stats const & s) { return s.packets >= 20; }, 5000));
         rig.gateway.gateway.drop(reset);
         ASSERT_TRUE(ends.events.wait(20));
         EXPECT_EQ(ends.events.count("the connection ended first"), 20u);
@@ -493,8 +494,9 @@ TEST(KitTalk, OwnTokenDecidesWhatARequestReturns) {
     };
     TalkRig rig;
     Flag const flag;
-    static_assert(std::is_same<decltype(kit::request<Said>(*rig.client, Say(), 5s, flag)), kit::pending>::value,
-                  "a function gives a handle");
+    static_assert(
+        std::is_same<decltype(kit::request<Said>(*rig.client, Say(), 5s, flag)), kit::pending>::value,
+        "a function gives a handle");
     kit::request<Said>(*rig.client, Say(6), 5s, flag);
     EXPECT_TRUE(eventually([&] { return *flag.ended == 6; }));
 }
@@ -511,7 +513,8 @@ TEST(KitTalk, OnRegistersAndCastsOnce) {
     ASSERT_TRUE(heard.wait(1));
     EXPECT_EQ(heard.all()[0].find("hello #"), 0u) << heard.all()[0];
     EXPECT_NE(heard.all()[0].find("receiver"), std::string::npos) << heard.all()[0];
-    EXPECT_TRUE(rig.gateway.gateway.waitFor([](auto const & s) { return s.receipts_good == 1; }, 5000));
+    EXPECT_TRUE(
+        rig.gateway.gateway.wait([](tav::gateway::Stats const & s) { return s.receipts_good == 1; }, 5000));
 }
 
 TEST(KitTalk, OnMayKeepTheMessageAndChooseTheThread) {
@@ -552,7 +555,7 @@ TEST(KitTalk, ReplyThatARequestWaitsForIsNoPush) {
 TEST(KitTalk, SendTellsWhetherThereIsAConnection) {
     TalkRig rig;
     EXPECT_TRUE(kit::send(*rig.client, Say(1)));
-    EXPECT_TRUE(rig.gateway.gateway.waitFor([](auto const & s) { return s.packets == 1; }, 5000));
+    EXPECT_TRUE(rig.gateway.gateway.wait([](tav::gateway::Stats const & s) { return s.packets == 1; }, 5000));
     tls::client idle("idle");
     EXPECT_EQ(kit::send(idle, Say(1)).error(), kit::failure::not_connected);
 }
