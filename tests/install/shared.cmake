@@ -8,6 +8,7 @@ run(${CMAKE_COMMAND} -S ${SOURCE}/tests/install -B ${WORK}/package -G ${GENERATO
     -DCMAKE_PREFIX_PATH=${WORK}/prefix)
 run(${CMAKE_COMMAND} --build ${WORK}/package)
 run(${WORK}/package/consumer)
+run(${WORK}/package/kit_consumer)
 
 pkg_config_flags(${WORK}/prefix flags)
 run(${CXX} -std=c++17 ${consumer} ${flags} -Wl,-rpath,${WORK}/prefix/${LIBDIR} -o ${WORK}/by-pkg-config)
