@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_locks.h"
 
 #include "foundation/count_place.h"
+#include "foundation/thread_pool.h"
 
 #include <atomic>
 #include <chrono>
@@ -9,20 +10,7 @@
 #include <new>
 #include <system_error>
 
-#if defined(__has_feature)
-#define TAV_HAS_FEATURE(x) __has_feature(x)
-#else
-#define TAV_HAS_FEATURE(x) 0
-#endif
-
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || TAV_HAS_FEATURE(address_sanitizer) ||   \
-    TAV_HAS_FEATURE(thread_sanitizer)
-constexpr bool pooling = false;
-#else
-constexpr bool pooling = true;
-#endif
 
 using Guard = std::lock_guard<std::recursive_mutex>;
 
@@ -52,77 +40,28 @@ struct Cell {
         return value -= v;
     }
 
+    std::size_t footprint() const noexcept { return sizeof(Self) + tav::detail::allocationCost; }
+
     std::recursive_mutex mutex;
     Self * next = nullptr;
     V value{};
 };
 
-/// Cells that a thread has given back and will use again.  Each cell is an allocation of its own, so it may
-/// end on another thread than the one that made it, and a full pool or an ending thread just frees it.
-/// Sanitized builds always allocate and free, so that a use after the end shows.
+/// Cells that a thread has given back and will use again.
 template <class C>
-class Pool {
-public:
+struct Pool {
+    using Cells = tav::detail::ThreadPool<C, sizeof(typename C::Value) <= 4 ? 12 * 1024 : 2 * 1024>;
+
     static C * take(typename C::Value value) {
-        State & state = state_;
-        C * cell = state.head;
+        C * cell = Cells::take();
         if (cell == nullptr) {
             cell = new C;
-        } else {
-            state.head = cell->next;
-            --state.size;
         }
         cell->value = value;
         return cell;
     }
 
-    static void give(C * cell) noexcept {
-        State & state = state_;
-        if (pooling && state.size < limit && (state.phase == Phase::open || open())) {
-            cell->next = state.head;
-            state.head = cell;
-            ++state.size;
-            return;
-        }
-        delete cell;
-    }
-
-private:
-    enum class Phase : unsigned char { fresh, open, ended };
-
-    /// Trivial, so that it can be used before the thread's own objects live and after they have gone.
-    struct State {
-        C * head;
-        unsigned size;
-        Phase phase;
-    };
-
-    /// Opens the thread's pool at its first use; false once the thread's end has closed it.
-    [[gnu::noinline]] static bool open() noexcept {
-        if (state_.phase == Phase::fresh) {
-            drain_.open();
-        }
-        return state_.phase == Phase::open;
-    }
-
-    /// Frees the thread's cells at its end; what dies later still is freed at once.
-    struct Drain {
-        void open() noexcept { state_.phase = Phase::open; }
-        ~Drain() {
-            State & state = state_;
-            state.phase = Phase::ended;
-            state.size = 0;
-            while (C * const cell = state.head) {
-                state.head = cell->next;
-                delete cell;
-            }
-        }
-    };
-
-    static constexpr unsigned limit = 4096;
-    // A few bytes, reached without a call.
-    [[gnu::tls_model("initial-exec")]] inline static thread_local State state_{nullptr, 0, Phase::fresh};
-    inline static thread_local Drain drain_;
+    static void give(C * cell) noexcept { Cells::give(cell); }
 };
 
 } // namespace

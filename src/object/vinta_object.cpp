@@ -3,6 +3,7 @@
 #include "formats/nbr/nbr_elements.h"
 #include "foundation/masked_text.h"
 #include "foundation/report.h"
+#include "foundation/thread_pool.h"
 #include "foundation/views.h"
 #include "tav/vinta/vinta_nbr_unit.h"
 
@@ -40,28 +41,26 @@ void writeNumber(std::ostream & out, N v) {
     out.write(text, end - text);
 }
 
-using Children = std::vector<tavSharedPtr<tavCodecStream>>;
-
-constexpr std::size_t keptChildren = 1024;
-
-/// What the thread's last list left.  Trivial, so that it serves also while the thread's other objects go.
-thread_local Children * spareChildren = nullptr;
-thread_local bool spareEnded = false;
-
-struct SpareDrain {
-    /// From the first call on the thread frees the spare when it ends.
-    void arm() noexcept { spareEnded = false; }
-    ~SpareDrain() {
-        spareEnded = true;
-        delete std::exchange(spareChildren, nullptr);
-    }
-};
-thread_local SpareDrain spareDrain;
-
 } // namespace
 
 namespace tav {
 namespace detail {
+
+struct InputChildren::Streams {
+    using Pool = ThreadPool<Streams, 4 * 1024>;
+
+    std::vector<tavSharedPtr<tavCodecStream>> list;
+    Streams * next = nullptr;
+
+    std::size_t footprint() const noexcept {
+        return sizeof(*this) + 2 * allocationCost + list.capacity() * sizeof(list.front());
+    }
+
+    void release() noexcept {
+        list.clear();
+        Pool::give(this);
+    }
+};
 
 InputChildren::InputChildren(tavCodecStream & s) {
     nbr::detail::Elements const elements = nbr::detail::openElements(s);
@@ -71,17 +70,22 @@ InputChildren::InputChildren(tavCodecStream & s) {
         size_ = elements.count;
         return;
     }
-    streams_.reset(std::exchange(spareChildren, nullptr));
-    if (!streams_) {
-        streams_ = std::make_unique<Children>();
+    streams_ = Streams::Pool::take();
+    if (streams_ == nullptr) {
+        streams_ = new Streams;
     }
-    s.getInputChildren(*streams_);
-    size_ = streams_->size();
+    try {
+        s.getInputChildren(streams_->list);
+    } catch (...) {
+        streams_->release();
+        throw;
+    }
+    size_ = streams_->list.size();
 }
 
 tavCodecStream * InputChildren::next() {
     if (nbr_ == nullptr) {
-        return (*streams_)[at_++].get();
+        return streams_->list[at_++].get();
     }
     at_ = nbr::detail::nextElement(*nbr_, static_cast<unsigned>(at_));
     return nbr_;
@@ -92,11 +96,7 @@ InputChildren::~InputChildren() {
         nbr::detail::closeElements(*nbr_);
         return;
     }
-    streams_->clear();
-    if (!spareEnded && spareChildren == nullptr && streams_->capacity() <= keptChildren) {
-        spareDrain.arm();
-        spareChildren = streams_.release();
-    }
+    streams_->release();
 }
 
 unsigned long long numberOfKey(tav_istr text) {

@@ -211,7 +211,9 @@ public:
     tavCodecStream * next();
 
 private:
-    std::unique_ptr<std::vector<tavSharedPtr<tavCodecStream>>> streams_;
+    struct Streams;
+
+    Streams * streams_ = nullptr;
     /// The stream that serves for all elements; null if each has its own.
     tavNbrInStream * nbr_ = nullptr;
     std::size_t at_ = 0;

@@ -148,6 +148,9 @@ public:
     /// Forgets all, and frees what is larger than is worth keeping.
     void clear();
 
+    /// The bytes that it holds beside itself.
+    std::size_t footprint() const noexcept { return buffer_.maxSize() + nodes_.capacity() * sizeof(Node); }
+
     std::vector<Node> const & nodes() const { return nodes_; }
     Node const & node(unsigned i) const { return nodes_[i]; }
     /// The first value, `none` if there is none.

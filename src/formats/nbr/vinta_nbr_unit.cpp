@@ -363,8 +363,8 @@ void Document::parse(Scanner & in) {
 }
 
 void Document::clear() {
-    constexpr unsigned keptBytes = 64 * 1024;
-    constexpr std::size_t keptNodes = 4096;
+    constexpr unsigned keptBytes = 4096;
+    constexpr std::size_t keptNodes = 340;
     if (buffer_.maxSize() > keptBytes) {
         buffer_.clear();
     }

@@ -2,6 +2,7 @@
 
 #include "formats/nbr/nbr_document.h"
 #include "formats/nbr/nbr_elements.h"
+#include "foundation/thread_pool.h"
 #include "tav/vinta/vinta_nbr_write.h"
 
 #include <memory>
@@ -9,79 +10,11 @@
 #include <typeinfo>
 #include <vector>
 
-#if defined(__has_feature)
-#define TAV_HAS_FEATURE(x) __has_feature(x)
-#else
-#define TAV_HAS_FEATURE(x) 0
-#endif
-
 namespace tav {
 namespace nbr {
 namespace detail {
 
 namespace {
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__) || TAV_HAS_FEATURE(address_sanitizer) ||   \
-    TAV_HAS_FEATURE(thread_sanitizer)
-constexpr bool pooling = false;
-#else
-constexpr bool pooling = true;
-#endif
-
-/// What a thread has done with and will use again.  A full pool or an ending thread just deletes.  Sanitized
-/// builds always make and delete, so that a use after the end shows.
-template <class T>
-class Pool {
-public:
-    static T * take() {
-        State & state = state_;
-        if (state.size == 0) {
-            return new T;
-        }
-        return state.free[--state.size];
-    }
-
-    /// `used` is as new.
-    static void give(T * used) noexcept {
-        if (pooling) {
-            State & state = state_;
-            if (state.phase == Phase::fresh) {
-                drain_.open();
-            }
-            if (state.phase == Phase::open && state.size < limit) {
-                state.free[state.size++] = used;
-                return;
-            }
-        }
-        delete used;
-    }
-
-private:
-    enum class Phase : unsigned char { fresh, open, ended };
-
-    static constexpr unsigned limit = 4;
-
-    /// Trivial, so that it can be used before the thread's own objects live and after they have gone.
-    struct State {
-        T * free[limit];
-        unsigned size;
-        Phase phase;
-    };
-
-    struct Drain {
-        void open() noexcept { state_.phase = Phase::open; }
-        ~Drain() {
-            State & state = state_;
-            state.phase = Phase::ended;
-            while (state.size != 0) {
-                delete state.free[--state.size];
-            }
-        }
-    };
-
-    inline static thread_local State state_{{}, 0, Phase::fresh};
-    inline static thread_local Drain drain_;
-};
 
 /// Streams that are lent out without being counted.  Each has one count here, so that a counted pointer that
 /// someone makes of it can come and go.
@@ -101,14 +34,28 @@ public:
         stream.release()->incRefCount();
     }
 
+    /// Keeps `size` streams at most, and none if there were many.
     void shrink(std::size_t size) noexcept {
-        while (streams_.size() > size) {
+        bool const many = streams_.capacity() > keptRoom;
+        while (streams_.size() > (many ? 0 : size)) {
             streams_.back()->decRefCount();
             streams_.pop_back();
         }
+        if (many) {
+            std::vector<Stream *>().swap(streams_);
+        }
+    }
+
+    /// The bytes that all this holds.
+    std::size_t footprint() const noexcept {
+        // A stream has an allocation for its count, too.
+        constexpr std::size_t whole = sizeof(Stream) + 2 * tav::detail::allocationCost + 64;
+        return streams_.size() * whole + streams_.capacity() * sizeof(Stream *);
     }
 
 private:
+    static constexpr std::size_t keptRoom = 256;
+
     std::vector<Stream *> streams_;
 };
 
@@ -117,10 +64,19 @@ inline void renew(tavCodecStream & stream) {
     tav::detail::FieldAccess::markEmpty(stream);
 }
 
-constexpr unsigned keptStreams = 64;
+// What a stream keeps for the next one of its thread.
+constexpr unsigned keptOutStreams = 16;
+constexpr unsigned keptInStreams = 48;
 constexpr unsigned keptElements = 8;
-constexpr unsigned keptBytes = 64 * 1024;
-constexpr std::size_t keptSlots = 4096;
+constexpr unsigned keptBytes = 8 * 1024;
+constexpr std::size_t keptSlots = 256;
+
+/// Something new, or what the thread has used before.
+template <class Family>
+Family * takeFamily() {
+    Family * const kept = Family::Pool::take();
+    return kept != nullptr ? kept : new Family;
+}
 
 } // namespace
 
@@ -128,10 +84,17 @@ constexpr std::size_t keptSlots = 4096;
 /// These have no state but their place in the buffer, so one for each depth serves.
 class OutFamily {
 public:
+    using Pool = tav::detail::ThreadPool<OutFamily, 14 * 1024>;
+
     tavNbrOutStreamImpl buffer;
+    OutFamily * next = nullptr;
+
+    std::size_t footprint() const noexcept {
+        return sizeof(*this) + tav::detail::allocationCost + buffer.maxSize() + streams_.footprint();
+    }
 
     static OutFamily * take(tavNbrOutStreamImpl * target) {
-        OutFamily * const family = Pool<OutFamily>::take();
+        OutFamily * const family = takeFamily<OutFamily>();
         family->target_ = target != nullptr ? target : &family->buffer;
         for (unsigned i = 0; i < family->streams_.size(); ++i) {
             family->aim(family->streams_[i]);
@@ -140,7 +103,7 @@ public:
     }
 
     /// Writes a tag and gives the stream for the value behind it.
-    static tavSharedPtr<tavCodecStream> next(tavNbrOutStream & parent, unsigned char tag) {
+    static tavSharedPtr<tavCodecStream> nextStream(tavNbrOutStream & parent, unsigned char tag) {
         writeByte(*parent.impl_, tag);
         if (parent.next_ == nullptr) {
             findNext(parent);
@@ -150,16 +113,16 @@ public:
     }
 
     void release() noexcept {
-        if (streams_.size() > keptStreams) {
-            streams_.shrink(keptStreams);
-            streams_[keptStreams - 1].next_ = nullptr;
+        streams_.shrink(keptOutStreams);
+        if (streams_.size() != 0) {
+            streams_[streams_.size() - 1].next_ = nullptr;
         }
         if (buffer.maxSize() > keptBytes) {
             buffer.clear();
         } else {
             buffer.size(0);
         }
-        Pool<OutFamily>::give(this);
+        Pool::give(this);
     }
 
 private:
@@ -193,7 +156,16 @@ private:
 /// stream for each value that was asked for.
 class InFamily {
 public:
+    using Pool = tav::detail::ThreadPool<InFamily, 24 * 1024>;
+
     Document document;
+    InFamily * next = nullptr;
+
+    std::size_t footprint() const noexcept {
+        return sizeof(*this) + tav::detail::allocationCost + document.footprint() +
+               slots_.capacity() * sizeof(unsigned) + streams_.footprint() + nulls_.footprint() +
+               elements_.footprint();
+    }
 
     /// Reads the value of a stream, if it is simple.
     template <class T>
@@ -277,17 +249,17 @@ public:
             std::vector<unsigned>().swap(slots_);
         }
         slots_.clear();
-        streams_.shrink(keptStreams);
+        streams_.shrink(keptInStreams);
         elements_.shrink(keptElements);
         used_ = 0;
         document.clear();
-        Pool<InFamily>::give(this);
+        Pool::give(this);
     }
 
 private:
     static InFamily & of(tavNbrInStream & stream) {
         if (stream.family_ == nullptr) {
-            stream.family_ = Pool<InFamily>::take();
+            stream.family_ = takeFamily<InFamily>();
         }
         return *stream.family_;
     }
@@ -372,7 +344,7 @@ void closeElements(tavNbrInStream & stream) noexcept {
 using tav::nbr::detail::Document;
 using tav::nbr::detail::InFamily;
 using tav::nbr::detail::OutFamily;
-using tav::nbr::detail::Pool;
+using tav::nbr::detail::takeFamily;
 
 tavNbrOutStream::tavNbrOutStream(bool hideEmpty)
     : family_(OutFamily::take(nullptr)), next_(nullptr), depth_(root), owns_(false), hideEmpty_(hideEmpty) {
@@ -406,11 +378,11 @@ bool tavNbrOutStream::isOutputStream() const {
 }
 
 tavSharedPtr<tavCodecStream> tavNbrOutStream::child(int id, tav_istr) {
-    return OutFamily::next(*this, static_cast<unsigned char>(id));
+    return OutFamily::nextStream(*this, static_cast<unsigned char>(id));
 }
 
 tavSharedPtr<tavCodecStream> tavNbrOutStream::getOutputChild() {
-    return OutFamily::next(*this, 0);
+    return OutFamily::nextStream(*this, 0);
 }
 
 void tavNbrOutStream::getInputChildren(std::vector<tavSharedPtr<tavCodecStream>> &) {}
@@ -514,7 +486,7 @@ tavNbrOutStream::tavNbrOutStream(OutFamily & family, unsigned depth)
 
 tavNbrInStream::tavNbrInStream(tav_istr bytes)
     : impl_(nullptr),
-      family_(Pool<InFamily>::take()),
+      family_(takeFamily<InFamily>()),
       document_(&family_->document),
       node_(Document::none),
       cursor_(Document::none),
