@@ -41,7 +41,7 @@ tav::kit::task<bool> agree(tav::tls::client & client, Say say) {
     }
     say.text = first->text;
     auto second = co_await tav::kit::request<Said>(client, say, 5s, tav::kit::use_awaitable);
-    co_return second &&* second == *first;
+    co_return second && second.value() == first.value();
 }
 
 namespace {

@@ -174,8 +174,8 @@ TEST(KitTalk, ReplyMayBeOfAClassByHand) {
 }
 
 TEST(KitTalk, CallbackGetsTheReplyOnTheReceiver) {
-    TalkRig rig;
     Ends ends;
+    TalkRig rig;
     kit::request<Said>(*rig.client, Say(9), 5s, ends.taker());
     ASSERT_TRUE(ends.threads.wait(1));
     EXPECT_EQ(ends.events.all(), std::vector<std::string>{"ok 9"});
@@ -259,8 +259,8 @@ TEST(KitTalk, ReplyThatCanNotBeReadIsABadReply) {
 }
 
 TEST(KitTalk, CancelEndsItOnceOnTheCancellersThread) {
-    TalkRig rig(silent());
     Ends ends;
+    TalkRig rig(silent());
     kit::pending const request = kit::request<Said>(*rig.client, Say(1), 1s, ends.taker());
     request.cancel();
     request.cancel();
@@ -272,8 +272,8 @@ TEST(KitTalk, CancelEndsItOnceOnTheCancellersThread) {
 }
 
 TEST(KitTalk, PendingThatGoesDoesNotCancel) {
-    TalkRig rig;
     Ends ends;
+    TalkRig rig;
     { kit::pending const request = kit::request<Said>(*rig.client, Say(4), 5s, ends.taker()); }
     kit::pending().cancel();
     ASSERT_TRUE(ends.events.wait(1));
@@ -281,8 +281,8 @@ TEST(KitTalk, PendingThatGoesDoesNotCancel) {
 }
 
 TEST(KitTalk, CancellationEndsAllThatWereMadeWithIt) {
-    TalkRig rig(silent());
     Ends ends;
+    TalkRig rig(silent());
     kit::cancellation stop;
     auto future = kit::request<Said>(*rig.client, Say(1), kit::within(10s).unless(stop));
     kit::request<Said>(*rig.client, Say(1), kit::within(10s).unless(stop), ends.taker());
@@ -298,8 +298,8 @@ TEST(KitTalk, CancellationEndsAllThatWereMadeWithIt) {
 }
 
 TEST(KitTalk, CancellationThatGoesCancels) {
-    TalkRig rig(silent());
     Ends ends;
+    TalkRig rig(silent());
     {
         kit::cancellation const stop;
         kit::request<Said>(*rig.client, Say(1), kit::within(10s).unless(stop), ends.taker());
@@ -309,9 +309,9 @@ TEST(KitTalk, CancellationThatGoesCancels) {
 }
 
 TEST(KitTalk, CancellationOfWhatHasEndedDoesNothing) {
+    Ends ends;
     TalkRig rig;
     kit::cancellation stop;
-    Ends ends;
     kit::request<Said>(*rig.client, Say(4), kit::within(5s).unless(stop), ends.taker());
     ASSERT_TRUE(ends.events.wait(1));
     stop.cancel();
@@ -319,8 +319,8 @@ TEST(KitTalk, CancellationOfWhatHasEndedDoesNothing) {
 }
 
 TEST(KitTalk, CloseEndsEachRequestOnce) {
-    TalkRig rig(silent());
     Ends ends;
+    TalkRig rig(silent());
     for (int i = 0; i < 100; ++i) {
         kit::request<Said>(*rig.client, Say(i), 10s, ends.taker());
     }
@@ -339,8 +339,8 @@ TEST(KitTalk, CancelAllEndsRequests) {
 }
 
 TEST(KitTalk, EndOfTheClientEndsEachRequestOnce) {
-    TalkRig rig(silent());
     Ends ends;
+    TalkRig rig(silent());
     std::vector<std::future<kit::result<Said>>> futures;
     for (int i = 0; i < 50; ++i) {
         kit::request<Said>(*rig.client, Say(i), 10s, ends.taker());
@@ -366,8 +366,8 @@ TEST(KitTalk, DestroyedClientEndsItsRequests) {
 
 TEST(KitTalk, BrokenConnectionEndsEachRequestOnce) {
     for (bool const reset : {false, true}) {
-        TalkRig rig(silent());
         Ends ends;
+        TalkRig rig(silent());
         for (int i = 0; i < 20; ++i) {
             kit::request<Said>(*rig.client, Say(i), 10s, ends.taker());
         }
@@ -382,8 +382,8 @@ TEST(KitTalk, BrokenConnectionEndsEachRequestOnce) {
 }
 
 TEST(KitTalk, CallbackThatRaisesEndsOnceAndHurtsNobody) {
-    TalkRig rig;
     std::atomic<int> calls{0};
+    TalkRig rig;
     kit::request<Said>(*rig.client, Say(1), 300ms, [&](kit::result<Said>) {
         ++calls;
         throw std::runtime_error("callback");
@@ -399,8 +399,8 @@ TEST(KitTalk, CallbackThatRaisesEndsOnceAndHurtsNobody) {
 }
 
 TEST(KitTalk, SlowCallbackIsNeverToldATimeOutToo) {
-    TalkRig rig;
     Events ends;
+    TalkRig rig;
     kit::request<Said>(*rig.client, Say(1), 200ms, [&](kit::result<Said> v) {
         ends.add(textOfResult(v));
         std::promise<void> never;
@@ -412,8 +412,8 @@ TEST(KitTalk, SlowCallbackIsNeverToldATimeOutToo) {
 }
 
 TEST(KitTalk, CallbackMaySendTheNextRequest) {
-    TalkRig rig;
     Events ends;
+    TalkRig rig;
     std::function<void(int)> ask = [&](int left) {
         kit::request<Said>(*rig.client, Say(left), 5s, [&, left](kit::result<Said> v) {
             if (v && left > 0) {
@@ -429,11 +429,11 @@ TEST(KitTalk, CallbackMaySendTheNextRequest) {
 }
 
 TEST(KitTalk, ExecutorRunsTheCallbackForEachKindOfEnd) {
-    TalkRig rig;
     Loop loop;
     std::mutex mutex;
     std::vector<std::string> ends;
     Events done;
+    TalkRig rig;
     auto const taker = [&](kit::result<Said> v) {
         EXPECT_EQ(std::this_thread::get_id(), loop.id());
         std::lock_guard<std::mutex> const guard(mutex);
@@ -460,8 +460,8 @@ TEST(KitTalk, ExecutorRunsTheCallbackForEachKindOfEnd) {
 }
 
 TEST(KitTalk, ExecutorThatRefusesOrDropsLosesNothing) {
-    TalkRig rig;
     Ends ends;
+    TalkRig rig;
     kit::executor const refuses = [](std::function<void()>) { throw std::runtime_error("closed"); };
     kit::executor const drops = [](std::function<void()>) {};
     kit::executor const twice = [](std::function<void()> task) {
@@ -479,9 +479,9 @@ TEST(KitTalk, ExecutorThatRefusesOrDropsLosesNothing) {
 }
 
 TEST(KitTalk, CallbackIsLetGoAfterTheEnd) {
+    std::promise<void> done;
     TalkRig rig;
     auto const held = std::make_shared<int>(5);
-    std::promise<void> done;
     kit::request<Said>(*rig.client, Say(1), 5s, [held, &done](kit::result<Said>) { done.set_value(); });
     done.get_future().wait();
     EXPECT_TRUE(eventually([&] { return held.use_count() == 1; }));
@@ -502,8 +502,8 @@ TEST(KitTalk, OwnTokenDecidesWhatARequestReturns) {
 }
 
 TEST(KitTalk, OnRegistersAndCastsOnce) {
-    TalkRig rig;
     Events heard;
+    TalkRig rig;
     kit::on<Say>(*rig.client, [&](Say const & say) {
         heard.add(std::string(tav_istr(say.text)) + " #" + std::to_string(say.sno) + " on " + threadName());
     });
@@ -518,9 +518,9 @@ TEST(KitTalk, OnRegistersAndCastsOnce) {
 }
 
 TEST(KitTalk, OnMayKeepTheMessageAndChooseTheThread) {
-    TalkRig rig;
     Loop loop;
     std::promise<tavSharedPtr<Say>> kept;
+    TalkRig rig;
     kit::on<Say>(
         *rig.client,
         [&](tavSharedPtr<Say> say) {
@@ -533,8 +533,8 @@ TEST(KitTalk, OnMayKeepTheMessageAndChooseTheThread) {
 }
 
 TEST(KitTalk, OnIsNotHurtByAnotherClassOfTheCode) {
-    TalkRig rig;
     Events heard;
+    TalkRig rig;
     kit::on<Say>(*rig.client, [&](Say const & say) { heard.add(std::to_string(say.number)); });
     rig.client->register_message(Say::type_code, &Ask::create);
     rig.gateway.gateway.push(Say::type_code, bodyOf(1), false);
@@ -545,8 +545,8 @@ TEST(KitTalk, OnIsNotHurtByAnotherClassOfTheCode) {
 }
 
 TEST(KitTalk, ReplyThatARequestWaitsForIsNoPush) {
-    TalkRig rig;
     Events heard;
+    TalkRig rig;
     kit::on<Said>(*rig.client, [&](Said const &) { heard.add("push"); });
     EXPECT_TRUE(got(kit::request<Said>(*rig.client, Say(1), 5s)));
     EXPECT_EQ(heard.count(), 0u);
@@ -563,9 +563,9 @@ TEST(KitTalk, SendTellsWhetherThereIsAConnection) {
 TEST(KitTalk, SendWithTermsWaitsForTheConfirmation) {
     tav::gateway::Options echo;
     echo.echo = true;
+    Events ends;
     TalkRig rig(echo);
     EXPECT_TRUE(got(kit::send(*rig.client, Say(1), 5s)));
-    Events ends;
     kit::send(*rig.client, Say(1), 5s, [&](kit::result<void> v) { ends.add(textOfResult(v)); });
     ASSERT_TRUE(ends.wait(1));
     rig.gateway.gateway.setFaults(silent().faults);
@@ -586,9 +586,9 @@ TEST(KitTalk, ReceiptConfirmsASend) {
 
 // What threads do to one request at once: of a reply, a cancellation, a time-out and a close one comes first.
 TEST(KitTalk, OneEndIsToldOutOfMany) {
+    std::atomic<int> ends{0};
     TalkRig rig;
     constexpr int requests = 400;
-    std::atomic<int> ends{0};
     std::vector<std::unique_ptr<std::atomic<int>>> each;
     for (int i = 0; i < requests; ++i) {
         each.push_back(std::make_unique<std::atomic<int>>(0));

@@ -5,11 +5,12 @@
 #include "tav/vinta/vinta_object.h"
 
 #include <exception>
-#include <map>
 #include <memory>
 #include <string>
 #include <type_traits>
 #include <typeinfo>
+#include <utility>
+#include <vector>
 
 namespace tav {
 namespace kit {
@@ -26,17 +27,19 @@ public:
         std::string const number = std::to_string(id);
         if (text.empty()) {
             tell("the field of id " + number + " has no name");
-        } else if (!names_.insert(text).second) {
-            tell("two fields have the name \"" + text + "\"");
         }
         if (id < 1 || id > 127) {
             tell("the id " + number + " of \"" + text + "\" is outside 1 to 127");
         }
-        auto const place = ids_.emplace(id, text);
-        if (!place.second) {
-            tell("the id " + number + " belongs to both \"" + place.first->second + "\" and \"" + text +
-                 "\"");
+        for (auto const & [other_id, other_text] : seen_) {
+            if (other_id == id) {
+                tell("the id " + number + " belongs to both \"" + other_text + "\" and \"" + text + "\"");
+            }
+            if (other_text == text && !text.empty()) {
+                tell("two fields have the name \"" + text + "\"");
+            }
         }
+        seen_.emplace_back(id, text);
     }
     tavSharedPtr<tavCodecStream> child(int, tav_istr name) override {
         return new field_inspector(path_ + "." + std::string(name), faults_);
@@ -50,8 +53,7 @@ private:
 
     std::string const path_;
     std::string & faults_;
-    std::map<int, std::string> ids_;
-    std::set<std::string> names_;
+    std::vector<std::pair<int, std::string>> seen_;
 };
 
 /// What is wrong with an object of which `made` is a new instance, `type` being the class that was meant.

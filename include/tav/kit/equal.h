@@ -3,12 +3,11 @@
 
 #include "tav/vinta/vinta_object.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <map>
 #include <string>
 #include <utility>
-#include <vector>
 
 namespace tav {
 namespace kit {
@@ -58,11 +57,9 @@ public:
     void io(bool & v, tavCodecMeta const &) override { put(v); }
 
 private:
-    using entry = std::pair<std::string, tavSharedPtr<field_image>>;
-
     tavSharedPtr<tavCodecStream> add(std::string key) {
-        children_.emplace_back(std::move(key), tavSharedPtr<field_image>(new field_image));
-        return children_.back().second;
+        // At the end of those with the same key.
+        return children_.emplace(std::move(key), new field_image)->second;
     }
 
     template <class T>
@@ -78,11 +75,9 @@ private:
         value_.append(std::string(text));
     }
 
-    void append(std::string & out) {
-        std::stable_sort(children_.begin(), children_.end(),
-                         [](entry const & a, entry const & b) { return a.first < b.first; });
+    void append(std::string & out) const {
         out += std::to_string(value_.size()) + ':' + value_ + '{';
-        for (entry & each : children_) {
+        for (auto const & each : children_) {
             out += std::to_string(each.first.size()) + ':' + each.first;
             each.second->append(out);
         }
@@ -90,7 +85,7 @@ private:
     }
 
     std::string value_;
-    std::vector<entry> children_;
+    std::multimap<std::string, tavSharedPtr<field_image>> children_;
 };
 
 inline bool equal_fields(tavObject const & a, tavObject const & b) {

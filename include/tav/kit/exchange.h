@@ -7,11 +7,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <exception>
 #include <functional>
 #include <limits>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -93,18 +91,29 @@ class exchange;
 
 /// The requests that end together.
 class exchange_group {
+    struct entry {
+        exchange const * key;
+        std::weak_ptr<exchange> value;
+    };
+
 public:
     /// False if the group has been cancelled already.
-    bool add(exchange const * key, std::weak_ptr<exchange> const & value) {
+    bool add(exchange const * key, std::weak_ptr<exchange> value) {
         std::lock_guard<std::mutex> const guard(mutex_);
         if (!cancelled_) {
-            running_[key] = value;
+            running_.push_back(entry{key, std::move(value)});
         }
         return !cancelled_;
     }
-    void remove(exchange const * key) {
+    void remove(exchange const * key) noexcept {
         std::lock_guard<std::mutex> const guard(mutex_);
-        running_.erase(key);
+        for (entry & each : running_) {
+            if (each.key == key) {
+                std::swap(each, running_.back());
+                running_.pop_back();
+                return;
+            }
+        }
     }
     bool cancelled() const {
         std::lock_guard<std::mutex> const guard(mutex_);
@@ -115,7 +124,7 @@ public:
 private:
     mutable std::mutex mutex_;
     bool cancelled_ = false;
-    std::map<exchange const *, std::weak_ptr<exchange>> running_;
+    std::vector<entry> running_;
 };
 
 /// A reply as it came; valid during the call only.
@@ -195,14 +204,14 @@ private:
 };
 
 inline void exchange_group::cancel() {
-    std::map<exchange const *, std::weak_ptr<exchange>> running;
+    std::vector<entry> running;
     {
         std::lock_guard<std::mutex> const guard(mutex_);
         cancelled_ = true;
         running.swap(running_);
     }
-    for (auto const & each : running) {
-        if (std::shared_ptr<exchange> const one = each.second.lock()) {
+    for (entry const & each : running) {
+        if (std::shared_ptr<exchange> const one = each.value.lock()) {
             one->cancel();
         }
     }
@@ -280,9 +289,14 @@ public:
     /// once and sends nothing.
     template <class Rep, class Period>
     within(std::chrono::duration<Rep, Period> limit) {
-        double const ms = std::ceil(std::chrono::duration<double, std::milli>(limit).count());
-        double const most = std::numeric_limits<int>::max() - 5;
-        limit_ms_ = ms >= 1 ? static_cast<int>(ms < most ? ms : most) : 0;
+        constexpr int most = std::numeric_limits<int>::max() - 5;
+        double const ms = std::chrono::duration<double, std::milli>(limit).count();
+        if (ms >= most) {
+            limit_ms_ = most;
+        } else if (ms > 0) {
+            limit_ms_ = static_cast<int>(ms);
+            limit_ms_ += limit_ms_ < ms ? 1 : 0;
+        }
     }
 
     /// Where the callback runs and the coroutine goes on; a future needs none.
