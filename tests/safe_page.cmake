@@ -1,0 +1,12 @@
+# What docs/safe.md shows first is what examples/safe.cpp does, to the letter.
+file(READ ${ROOT}/docs/safe.md page)
+file(READ ${ROOT}/examples/safe.cpp program)
+string(FIND "${page}" "```cpp\n" begin)
+math(EXPR begin "${begin} + 7")
+string(SUBSTRING "${page}" ${begin} -1 rest)
+string(FIND "${rest}" "```" end)
+string(SUBSTRING "${rest}" 0 ${end} shown)
+string(FIND "${program}" "${shown}" at)
+if(at EQUAL -1 OR end LESS 100)
+    message(FATAL_ERROR "the first example in docs/safe.md is not in examples/safe.cpp")
+endif()
