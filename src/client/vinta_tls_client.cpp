@@ -44,9 +44,13 @@ Registry & registry() {
     return the;
 }
 
+/// A line for which there is no memory is lost: the call goes on as if it stood in the log.
 template <class Print>
-void logLine(tavLogger::LogLevel level, Site site, Print && print) {
-    detail::log(log_tag, level, site, std::forward<Print>(print));
+void logLine(tavLogger::LogLevel level, Site site, Print && print) noexcept {
+    try {
+        detail::log(log_tag, level, site, std::forward<Print>(print));
+    } catch (...) {
+    }
 }
 
 void logText(Site site, std::string const & id, char const * words) {

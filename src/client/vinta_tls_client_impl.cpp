@@ -6,6 +6,7 @@
 #include "foundation/scope_exit.h"
 
 #include <mutex>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -426,6 +427,8 @@ bool Client::on_context_run() {
     try {
         context_->run();
         return false;
+    } catch (std::bad_alloc const & e) {
+        on_no_memory(e);
     } catch (std::exception const & e) {
         on_exception(e);
     } catch (...) {
@@ -460,6 +463,16 @@ void Client::keep_alive() {
     keep_alive_timer_->expires_after(std::chrono::seconds(keep_alive_seconds));
     // Its only work is that the loop always has some; the handler lives no longer than the context.
     keep_alive_timer_->async_wait([this](std::error_code const &) { keep_alive(); });
+}
+
+// Which step of the connection was lost nobody knows: it ends, and that is told.
+void Client::on_no_memory(std::bad_alloc const & e) {
+    if (auto const present = current()) {
+        detail::reportCaught(here("tav::tls::impl::Client::on_exception"), e.what());
+        present->fail(std::make_error_code(std::errc::not_enough_memory));
+    } else {
+        on_exception(e);
+    }
 }
 
 void Client::on_exception(std::exception const & e) {
@@ -633,34 +646,46 @@ void Client::on_connect_open(connect_ptr const & info, connect_option & told) {
 
 void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_option> const & told,
                               unsigned long long sno, unsigned short msgcode, int code, char const * text) {
-    detail::log(tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::Client::on_connect_error"),
-                [&](std::ostream & out) { out << name_ << " connect error <" << code << ">" << text; });
+    log_line(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_error"),
+             [&](std::ostream & out) { out << name_ << " connect error <" << code << ">" << text; });
     connect_ptr const taken = take_connecting(info);
     std::shared_ptr<tavTaskQueue> queue;
     {
         Lock const guard(fields_);
         queue = error_queue_;
     }
+    detail::ScopeExit const end([&] {
+        if (taken) {
+            taken->on_conn_error();
+        }
+    });
     if (queue) {
-        // Asked again when its turn has come: a close may have returned meanwhile.
-        queue->put([self = shared_from_this(), era = info->era(), told, sno, msgcode, code,
-                    said = std::string(text)] {
-            thread_role const role(self->context_.get(), thread_role::error);
-            if (!self->closed_since(era)) {
-                told->on_error(sno, msgcode, code, said);
-            }
-        });
+        try {
+            queue->put([self = shared_from_this(), era = info->era(), told, sno, msgcode, code,
+                        said = std::string(text)]() mutable {
+                thread_role const role(self->context_.get(), thread_role::error);
+                self->tell_error(era, *told, sno, msgcode, code, std::move(said));
+            });
+        } catch (std::bad_alloc const &) {
+            // Told on this thread: better than not at all.
+            tell_error(info->era(), *told, sno, msgcode, code, "no memory");
+        }
     }
-    if (taken) {
-        taken->on_conn_error();
+}
+
+// Asked when its turn has come: a close may have returned since it was queued.
+void Client::tell_error(unsigned era, connect_option & told, unsigned long long sno, unsigned short msgcode,
+                        int code, std::string text) {
+    if (!closed_since(era)) {
+        told.on_error(sno, msgcode, code, std::move(text));
     }
 }
 
 void Client::on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
                                  unsigned short msgcode, bool cancelled) {
-    detail::log(
-        tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::Client::on_connect_timedout"),
-        [&](std::ostream & out) { out << name_ << " connect " << (cancelled ? "cancelled" : "timedout"); });
+    log_line(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_timedout"), [&](std::ostream & out) {
+        out << name_ << " connect " << (cancelled ? "cancelled" : "timedout");
+    });
     detail::ScopeExit const end([taken = take_connecting(info), cancelled] {
         if (taken && cancelled) {
             taken->on_conn_cancel();

@@ -16,6 +16,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <new>
 #include <string>
 
 namespace tav {
@@ -144,6 +145,7 @@ private:
     void stop_context();
     void keep_alive();
     void on_exception(std::exception const & e);
+    void on_no_memory(std::bad_alloc const & e);
 
     /// Puts a task on "session"; a task that never runs is destroyed with the queue.
     void post(std::function<void()> task);
@@ -160,6 +162,8 @@ private:
     void on_connect_open(connect_ptr const & info, connect_option & told);
     void on_connect_error(connect_ptr const & info, std::shared_ptr<connect_option> const & told,
                           unsigned long long sno, unsigned short msgcode, int code, char const * text);
+    void tell_error(unsigned era, connect_option & told, unsigned long long sno, unsigned short msgcode,
+                    int code, std::string text);
     void on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
                              unsigned short msgcode, bool cancelled);
     /// Whether the connection of this attempt was closed by the application since: nothing is told of it.

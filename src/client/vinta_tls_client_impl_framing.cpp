@@ -49,7 +49,7 @@ void session::on_read_end(self_ptr self, std::error_code ec, std::size_t length)
     reading_ = false;
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_read_end"), name_,
-                  reader_.in_body() ? " Read body failed: " : " Read header failed: ", ec.message());
+                  reader_.in_body() ? " Read body failed: " : " Read header failed: ", text_of(ec));
         on_broken(ec);
         return;
     }
@@ -167,7 +167,7 @@ void session::on_write_end(self_ptr self, std::error_code ec, std::size_t length
     }
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_write_end"), name_,
-                  " Write failed: ", ec.message());
+                  " Write failed: ", text_of(ec));
         on_broken(ec);
         return;
     }

@@ -8,6 +8,7 @@
 #include <charconv>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <type_traits>
 
 /// Log lines of the TLS client.  Internal.
@@ -45,6 +46,24 @@ void log_parts(tavLogger::LogLevel level, tav::detail::Site site, Parts const &.
         tavLogger::writeLog(tav_istr(log_tag), level, tav_istr(text), site.file, static_cast<int>(site.line),
                             site.func);
     } catch (...) {
+    }
+}
+
+/// The same for a line that is printed to a stream.
+template <class Print>
+void log_line(tavLogger::LogLevel level, tav::detail::Site site, Print const & print) noexcept {
+    try {
+        tav::detail::log(tav_istr(log_tag), level, site, print);
+    } catch (...) {
+    }
+}
+
+/// The text of an error; a short one if there is no memory for it.
+inline std::string text_of(std::error_code ec) noexcept {
+    try {
+        return ec.message();
+    } catch (...) {
+        return "no memory";
     }
 }
 

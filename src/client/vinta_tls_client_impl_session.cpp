@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <new>
 #include <utility>
 
 namespace tav {
@@ -41,8 +42,24 @@ private:
     std::atomic<bool> & flag_;
 };
 
-std::string text(std::error_code ec) {
-    return std::string(ec.category().name()) + ":" + std::to_string(ec.value());
+/// Empty if there is no memory for it.
+std::string text(std::error_code ec) noexcept {
+    try {
+        return std::string(ec.category().name()) + ":" + std::to_string(ec.value());
+    } catch (...) {
+        return std::string();
+    }
+}
+
+/// The text of an error, with what was wrong with the peer's certificate if that was it.
+std::string refused_text(std::error_code ec, certificate_refusal const & refusal) noexcept {
+    try {
+        if (!refusal.reason.empty()) {
+            return ec.message() + ": " + refusal.reason + ", subject " + refusal.subject;
+        }
+    } catch (std::bad_alloc const &) {
+    }
+    return text_of(ec);
 }
 
 std::string text(context::results_type const & results) {
@@ -294,8 +311,8 @@ void session::on_resolved(self_ptr self, std::error_code ec, results_type result
     }
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_resolved"), name_, " resolve failed ",
-                  ec.message(), " for ", option_.connect_host(), ":", option_.connect_port());
-        option_.on_error(no_sno, no_code, ec.value(), ec.message());
+                  text_of(ec), " for ", option_.connect_host(), ":", option_.connect_port());
+        option_.on_error(no_sno, no_code, ec.value(), text_of(ec));
         return;
     }
     if (tavLogger::isLoggable(log_tag, tavLogger::INFO)) {
@@ -337,7 +354,7 @@ void session::on_connect_end(self_ptr self, std::error_code ec) {
     clear_at_end const end(active_closing_);
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_connect_end"), name_,
-                  " Connect failed: ", ec.message());
+                  " Connect failed: ", text_of(ec));
         on_error(ec);
         return;
     }
@@ -393,11 +410,8 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
     }
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_handshake_end"), name_,
-                  " Handshake failed: ", ec.message());
-        certificate_refusal const & refusal = socket_.refusal();
-        on_error(ec, refusal.reason.empty()
-                         ? ec.message()
-                         : ec.message() + ": " + refusal.reason + ", subject " + refusal.subject);
+                  " Handshake failed: ", text_of(ec));
+        on_error(ec, refused_text(ec, socket_.refusal()));
         return;
     }
     keep_report();
@@ -442,10 +456,11 @@ void session::start_io(self_ptr self) {
 }
 
 void session::on_error(std::error_code ec) {
-    on_error(ec, ec.message());
+    on_error(ec, text_of(ec));
 }
 
-void session::on_error(std::error_code ec, std::string const & told) {
+// Between the end of the session and the word of it nothing asks for memory that it could not do without.
+void session::on_error(std::error_code ec, std::string told) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_error"), name_, " on std::error_code ",
               text(ec));
     cancel_all();
@@ -457,7 +472,7 @@ void session::on_error(std::error_code ec, std::string const & told) {
     }
     log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::on_error"), name_, " global level on error ",
               text(ec));
-    option_.on_error(no_sno, no_code, ec.value(), told);
+    option_.on_error(no_sno, no_code, ec.value(), std::move(told));
 }
 
 // What came before the end counts: the sends are cancelled and the error is told when it has been handled,
@@ -517,12 +532,21 @@ void session::close_socket() {
                 platform::shutDown(socket_.lowest_layer().native_handle());
             }
         }
-        if (!context_->post([self = self_ptr(this)] { self->close_descriptor(); })) {
-            close_descriptor();
-        }
+        post_close();
     }
     state_ = state_closed;
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::close_socket"), name_, " socket closed.");
+}
+
+// Without memory to tell the I/O thread the descriptor, which has been shut down, closes with the session.
+void session::post_close() {
+    try {
+        if (!context_->post([self = self_ptr(this)] { self->close_descriptor(); })) {
+            close_descriptor();
+        }
+    } catch (std::bad_alloc const & e) {
+        tav::detail::reportCaught(here("tav::tls::impl::session::close_socket"), e.what());
+    }
 }
 
 // True for the one caller who brings a session with a socket to the closing state.

@@ -84,6 +84,8 @@ public:
     void active_close();
     /// Closes the socket as the network's doing; true if this call did it.
     bool passive_close();
+    /// Ends the connection as if its socket had failed with `ec`, which is told.
+    void fail(std::error_code ec) { on_error(ec); }
     /// Ends all tracked sends as cancelled; nothing can be sent any more.  Any thread.
     void cancel_all();
 
@@ -166,7 +168,7 @@ private:
     void on_handshake_end(self_ptr self, std::error_code ec);
     void start_io(self_ptr self);
     void on_error(std::error_code ec);
-    void on_error(std::error_code ec, std::string const & told);
+    void on_error(std::error_code ec, std::string told);
     void on_broken(std::error_code ec);
     void end_broken(bool in_time);
     bool ended() const;
@@ -174,6 +176,7 @@ private:
 
     // Closing.
     void close_socket();
+    void post_close();
     bool begin_closing();
     void close_timer();
     void close_receiver();

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <mutex>
+#include <new>
 #include <ostream>
 #include <utility>
 
@@ -52,12 +53,17 @@ int asSize(std::size_t size) {
     return static_cast<int>(std::min<std::size_t>(size, std::numeric_limits<int>::max()));
 }
 
-/// Writes one record, whose text is made only if `level` is loggable.
+/// Writes one record, whose text is made only if `level` is loggable.  A line for which there is no memory is
+/// lost: it keeps no function from being called.
 template <class Text>
-void log(tavLogger::LogLevel level, detail::Site site, Text text) {
-    if (tavLogger::isLoggable(TAG, level)) {
-        std::string const record = text() + '\n';
-        tavLogger::writeLog(TAG, level, tav_istr(record), site.file, static_cast<int>(site.line), site.func);
+void log(tavLogger::LogLevel level, detail::Site site, Text text) noexcept {
+    try {
+        if (tavLogger::isLoggable(TAG, level)) {
+            std::string const record = text() + '\n';
+            tavLogger::writeLog(TAG, level, tav_istr(record), site.file, static_cast<int>(site.line),
+                                site.func);
+        }
+    } catch (...) {
     }
 }
 
@@ -72,14 +78,25 @@ void logConstructed(char const * word, detail::Site site) {
     log(tavLogger::VERBOSE, site, [&] { return std::string(word); });
 }
 
-/// Through a copy, as the function may replace the one that the object holds.
+/// Calls through a copy, as the function may replace the one that the object holds.  Without memory for one
+/// it is called in its place: an event is told in any case.
+template <class Function, class Call>
+auto callCopy(Function const & held, Call call) {
+    Function copy;
+    try {
+        copy = held;
+    } catch (std::bad_alloc const &) {
+        return call(held);
+    }
+    return call(copy);
+}
+
 bool fire(std::function<void()> const & held, char const * text, detail::Site site) {
     if (!held) {
         return false;
     }
-    std::function<void()> const function = held;
     log(tavLogger::INFO, site, [&] { return std::string(text); });
-    function();
+    callCopy(held, [](std::function<void()> const & function) { function(); });
     return true;
 }
 
@@ -88,12 +105,13 @@ bool fireError(error_function const & held, char const * level, unsigned long lo
     if (!held || code == 0) {
         return false;
     }
-    error_function const function = held;
     log(tavLogger::INFO, site, [&] {
         return level + std::string(" level on error ") + textOf(msginfo(sno, msgcode, -1)) + " <" +
                std::to_string(code) + "> " + text;
     });
-    on_error_call(function, sno, msgcode, code, std::move(text));
+    callCopy(held, [&](error_function const & function) {
+        on_error_call(function, sno, msgcode, code, std::move(text));
+    });
     return true;
 }
 
@@ -102,12 +120,11 @@ int fireProxy(proxy_function const & held, unsigned int socket, char const * hos
     if (!held) {
         return 0;
     }
-    proxy_function const function = held;
     log(tavLogger::INFO, site, [&] {
         return "http proxy tcp connected, connecting real server " +
                textOf(ip_port(host != nullptr ? host : "", port));
     });
-    return function(socket, host, port);
+    return callCopy(held, [&](proxy_function const & function) { return function(socket, host, port); });
 }
 
 /// Empty for callback_none.

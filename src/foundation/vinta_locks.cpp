@@ -70,23 +70,17 @@ struct [[gnu::visibility("hidden")]] tavMutex::Impl {
     std::recursive_mutex mutex;
 };
 
-tavMutex::tavMutex() : impl_(new (std::nothrow) Impl) {}
+tavMutex::tavMutex() : impl_(new Impl) {}
 
 tavMutex::~tavMutex() {
     delete impl_;
 }
 
 void tavMutex::lock() const {
-    if (impl_ == nullptr) {
-        throw std::system_error(std::make_error_code(std::errc::not_enough_memory));
-    }
     impl_->mutex.lock();
 }
 
 void tavMutex::unlock() const {
-    if (impl_ == nullptr) {
-        throw std::system_error(std::make_error_code(std::errc::operation_not_permitted));
-    }
     impl_->mutex.unlock();
 }
 

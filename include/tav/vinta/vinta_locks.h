@@ -27,7 +27,7 @@ private:
 /// Thread safety: all operations.
 class TAV_API tavMutex {
 public:
-    /// Never raises: when memory is short the mutex has no implementation, and lock and unlock raise.
+    /// Raises std::bad_alloc when memory is short.
     tavMutex();
     ~tavMutex();
     tavMutex(tavMutex const &) = delete;

@@ -1,0 +1,193 @@
+#include "tav/vinta/vinta_tls_client.h"
+
+#include "support/client_rig.h"
+#include "support/log_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+using namespace tav_test;
+
+namespace {
+
+/// How many allocations are still granted before one fails; negative while none is to fail.
+std::atomic<long> granted{-1};
+/// Whether it is this thread's allocations that are counted.
+thread_local bool test_thread = false;
+std::atomic<bool> on_test_thread{false};
+
+bool fails() {
+    return granted.load(std::memory_order_relaxed) >= 0 && test_thread == on_test_thread && granted-- == 0;
+}
+
+void * allocate(std::size_t size) noexcept {
+    return fails() ? nullptr : std::malloc(size != 0 ? size : 1);
+}
+
+void * allocateOrThrow(std::size_t size) {
+    void * const made = allocate(size);
+    if (made == nullptr) {
+        throw std::bad_alloc();
+    }
+    return made;
+}
+
+} // namespace
+
+void * operator new(std::size_t size) {
+    return allocateOrThrow(size);
+}
+void * operator new[](std::size_t size) {
+    return allocateOrThrow(size);
+}
+void * operator new(std::size_t size, std::nothrow_t const &) noexcept {
+    return allocate(size);
+}
+void * operator new[](std::size_t size, std::nothrow_t const &) noexcept {
+    return allocate(size);
+}
+void operator delete(void * p) noexcept {
+    std::free(p);
+}
+void operator delete[](void * p) noexcept {
+    std::free(p);
+}
+void operator delete(void * p, std::size_t) noexcept {
+    std::free(p);
+}
+void operator delete[](void * p, std::size_t) noexcept {
+    std::free(p);
+}
+void operator delete(void * p, std::nothrow_t const &) noexcept {
+    std::free(p);
+}
+void operator delete[](void * p, std::nothrow_t const &) noexcept {
+    std::free(p);
+}
+
+namespace {
+
+/// A connected client, one of whose allocations fails.
+class Memory : public ::testing::Test {
+protected:
+    void SetUp() override {
+        test_thread = true;
+        connect();
+    }
+    void TearDown() override { granted = -1; }
+
+    /// With an on_error that asks for no memory of its own.
+    void connect() {
+        tls::connect_option option = rig.option();
+        option.set_on_error([this](unsigned long long, unsigned short, int, char const *) { ++errors; });
+        option.set_on_open(nullptr);
+        rig.connect(option);
+    }
+
+    /// Lets the n-th allocation fail, on the test's own thread or on any other.
+    static void failAt(long n, bool here) {
+        on_test_thread = here;
+        granted = n;
+    }
+    /// Ends that; true if an allocation has failed.
+    static bool failed() { return granted.exchange(-1) < 0; }
+
+    static tls::send_option limited(int wait_ms) {
+        return tls::send_option(tls::timedout_option(wait_ms), tls::error_function(), tls::nbr_function(),
+                                0x1235, false, 4);
+    }
+
+    /// Whether a request is still answered.
+    ::testing::AssertionResult answers() {
+        auto const info = rig.client.send_nbr_msg(0x4001, nullptr, 0, limited(10000));
+        if (!info) {
+            return ::testing::AssertionFailure() << "not sent";
+        }
+        for (;;) {
+            Pkt const got = rig.receive();
+            if (got.code == 0x4001) {
+                rig.server->send(mobile(0x1235, got.sno).framed());
+                break;
+            }
+        }
+        tls::result_type const result = resultOf(info);
+        return result == tls::result_ok ? ::testing::AssertionSuccess()
+                                        : ::testing::AssertionFailure() << result;
+    }
+
+    LogCapture log{"clear(NONE)"};
+    std::atomic<unsigned> errors{0};
+    ClientRig rig;
+};
+
+} // namespace
+
+TEST_F(Memory, SendThatHasNoneSilencesNothing) {
+    TlsPeer peer;
+    std::unique_ptr<TlsConnection> server;
+    SessionRig sessions;
+    auto const s = sessions.connect(peer, server);
+    tls::send_option const option = limited(300);
+    std::string const probe = mobile(0x4001, 1).bytes();
+    bool more = true;
+    for (long n = 0; more; ++n) {
+        ASSERT_LT(n, 200);
+        auto const failing = tav::im::Packet::create(true, 4);
+        auto const next = tav::im::Packet::create(true, 4);
+        next->decode(tav_istr(probe));
+        std::shared_ptr<impl::send_info> info;
+        failAt(n, true);
+        try {
+            info = s->send_pkt(failing, option);
+        } catch (std::exception const &) {
+        }
+        more = failed();
+        s->send_pkt(next, tls::send_option());
+        while (server->receiveFrame() != probe) {
+        }
+        if (info) {
+            ASSERT_EQ(resultOf(info), tls::result_timedout) << n;
+        }
+    }
+}
+
+TEST_F(Memory, ThreadsOfTheClientThatHaveNoneSilenceNothing) {
+    bool more = true;
+    for (long n = 0; more; ++n) {
+        ASSERT_LT(n, 2000);
+        tls::send_option const option = limited(200);
+        failAt(n, false);
+        auto const info = rig.client.send_nbr_msg(0x4000, nullptr, 0, option);
+        ASSERT_TRUE(info);
+        tls::result_type const result = resultOf(info);
+        ASSERT_TRUE(result == tls::result_timedout || result == tls::result_cancelled) << n << result;
+        more = failed();
+        if (!rig.client.connected()) {
+            ASSERT_TRUE(eventually([&] { return errors > 0; })) << n;
+            errors = 0;
+            connect();
+        }
+        ASSERT_TRUE(answers()) << n;
+    }
+}
+
+TEST_F(Memory, ConnectionThatBreaksWithoutAnyIsTold) {
+    bool more = true;
+    for (long n = 0; more; ++n) {
+        ASSERT_LT(n, 2000);
+        auto const info = rig.client.send_nbr_msg(0x4000, nullptr, 0, limited(20000));
+        rig.receive();
+        errors = 0;
+        failAt(n, false);
+        rig.server->reset();
+        ASSERT_EQ(resultOf(info), tls::result_cancelled) << n;
+        ASSERT_TRUE(eventually([&] { return errors > 0; })) << n;
+        ASSERT_TRUE(eventually([&] { return !rig.client.connected(); })) << n;
+        more = failed();
+        connect();
+        ASSERT_TRUE(answers()) << n;
+    }
+}
