@@ -1,5 +1,6 @@
 #include "client/send_info.h"
 
+#include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
 #include "foundation/scope_exit.h"
@@ -26,6 +27,10 @@ constexpr tav::detail::Site here(char const * func, unsigned line = static_cast<
 } // namespace
 
 bool refused_to_wait(void const * client, std::string const & name, tav::detail::Site site) {
+    if (process_exit::begun()) {
+        log_parts(tavLogger::ERROR, site, name, " a wait for a send while the process exits would never end");
+        return true;
+    }
     if (!thread_role::needed_to_end_sends(client)) {
         return false;
     }

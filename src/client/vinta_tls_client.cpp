@@ -1,12 +1,14 @@
 #include "tav/vinta/vinta_tls_client.h"
 
 #include "client/end_elsewhere.h"
+#include "client/process_exit.h"
 #include "client/vinta_tls_client_impl.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_basetypes_util.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
 #include <chrono>
+#include <list>
 #include <map>
 #include <mutex>
 #include <set>
@@ -82,6 +84,14 @@ constexpr std::chrono::seconds ends_limit(5);
 
 /// Ends a core.  One of its own threads would wait for itself, so that another one does it then.
 void endCore(std::shared_ptr<impl::Client> core, Site site) {
+    if (impl::process_exit::begun()) {
+        // Its threads stay as they are, and use it.
+        static auto & kept = *new std::list<std::shared_ptr<impl::Client>>;
+        static auto & mutex = *new std::mutex;
+        std::lock_guard<std::mutex> const guard(mutex);
+        kept.push_back(std::move(core));
+        return;
+    }
     if (!core->on_own_thread()) {
         core->fini__();
         return;
@@ -101,7 +111,9 @@ void endCore(std::shared_ptr<impl::Client> core, Site site) {
 
 /// What is left of the end of the process when the named clients have ended.
 void finishProcess(Site site) {
-    impl::wait_for_ends(ends_limit);
+    if (!impl::process_exit::begun()) {
+        impl::wait_for_ends(ends_limit);
+    }
     std::vector<std::string> left;
     {
         Lock const guard(registry().all_mutex);

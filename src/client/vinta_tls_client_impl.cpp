@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl.h"
 
+#include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
 #include "foundation/report.h"
@@ -101,6 +102,11 @@ result_type connect_info::wait() {
 
 result_type connect_info::wait(int slice_ms, std::function<bool()> const & patient) {
     std::lock_guard<tavMonitor const> const guard(monitor_);
+    if (result_ < 0 && process_exit::begun()) {
+        log_parts(tavLogger::ERROR, here("tav::tls::impl::connect_info::wait"), name_,
+                  " a wait for a connect while the process exits would never end");
+        return result_error;
+    }
     if (result_ < 0 && thread_role::needed_to_connect(client_)) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::connect_info::wait"), name_,
                   " a wait for a connect on the thread ", std::string(tav_istr(tavThread::currentName())),
@@ -482,6 +488,7 @@ void Client::on_exception(std::exception const & e) {
     }
     try {
         option()->on_error(no_sno, no_code, exception_code, e.what());
+        process_exit::pass();
     } catch (...) {
         detail::reportCaught(here("tav::tls::impl::Client::on_exception"));
     }

@@ -26,6 +26,7 @@ context::context(tav_istr name)
     : name_(name),
       io_context_(1),
       ssl_context_(asio::ssl::context::tlsv12_client),
+      watched_(io_context_),
       resolver_(io_context_),
       opened_(false),
       should_verify_(false),

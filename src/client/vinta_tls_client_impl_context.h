@@ -1,6 +1,7 @@
 #ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_CONTEXT_H
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_CONTEXT_H
 
+#include "client/process_exit.h"
 #include "client/resolver.h"
 #include "client/trust.h"
 #include "foundation/build_stamp.h"
@@ -88,6 +89,7 @@ private:
     std::string cipher_;
     asio::io_context io_context_;
     asio::ssl::context ssl_context_;
+    process_exit::watched watched_;
     resolver resolver_;
     /// What was last read under `verify_path_`, and what is wrong with it.
     certificate_path certificates_;

@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_session.h"
 
+#include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
@@ -421,6 +422,7 @@ void session::cancel_each_send(info_ptr const & info) {
     log_parts(tavLogger::DEBUG, site, name_, " cancel sending #", info->sno());
     try {
         info->end_cancelled();
+        process_exit::pass();
     } catch (...) {
         tav::detail::reportCaught(site);
     }

@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_session.h"
 
+#include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
 #include "foundation/platform.h"
@@ -394,6 +395,7 @@ bool session::connect_proxy() {
         result = option_.on_http_proxy_connect(static_cast<unsigned>(descriptor), option_.host.c_str(),
                                                port_number(option_.port));
     }
+    process_exit::pass();
     if (result != 0) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_connect_end"), name_,
                   " http proxy connect error ", result);
@@ -421,6 +423,7 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_handshake_end"), name_, " handshake ok...");
     try {
         option_.on_open();
+        process_exit::pass();
     } catch (...) {
         start_io(std::move(self));
         throw;

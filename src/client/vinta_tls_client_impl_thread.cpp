@@ -1,5 +1,7 @@
 #include "client/vinta_tls_client_impl_thread.h"
 
+#include "client/process_exit.h"
+
 namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
@@ -13,11 +15,17 @@ thread_local thread_role const * innermost = nullptr;
 
 thread_role::thread_role(void const * client, kind what, void const * connection)
     : client_(client), connection_(connection), kind_(what), before_(innermost) {
+    if (before_ == nullptr) {
+        process_exit::enter();
+    }
     innermost = this;
 }
 
 thread_role::~thread_role() {
     innermost = before_;
+    if (before_ == nullptr) {
+        process_exit::leave();
+    }
 }
 
 bool thread_role::of_client(void const * client) {

@@ -1,0 +1,122 @@
+#include "client/process_exit.h"
+
+#include "foundation/platform.h"
+
+#include <asio/error.hpp>
+#include <asio/ssl/error.hpp>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <mutex>
+#include <set>
+#include <thread>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+namespace process_exit {
+
+namespace {
+
+constexpr std::chrono::milliseconds limit(1000);
+
+std::atomic<bool> stopped{false};
+/// The threads of clients that are at work.
+std::atomic<unsigned> busy{0};
+thread_local bool at_work = false;
+/// Set on the thread that exits: it may be a client's own, and goes on.
+thread_local bool exits = false;
+
+/// Never destroyed: contexts may go at any time.
+struct contexts {
+    std::mutex mutex;
+    std::set<asio::io_context *> all;
+    unsigned process = platform::processId();
+};
+
+contexts & the_contexts() {
+    static contexts & the = *new contexts;
+    return the;
+}
+
+[[noreturn]] void stay() {
+    for (;;) {
+        std::this_thread::sleep_for(std::chrono::hours(1));
+    }
+}
+
+// A forked process has none of the threads.
+void stop_all() {
+    contexts & the = the_contexts();
+    if (the.process != platform::processId()) {
+        return;
+    }
+    stopped = true;
+    {
+        std::lock_guard<std::mutex> const guard(the.mutex);
+        for (asio::io_context * const io : the.all) {
+            io->stop();
+        }
+    }
+    unsigned const own = at_work ? 1 : 0;
+    exits = true;
+    auto const end = std::chrono::steady_clock::now() + limit;
+    while (busy > own && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+// Static objects go in the reverse order of their making: these are made ahead of the handler.
+bool watch_exit() {
+    asio::error::get_system_category();
+    asio::error::get_netdb_category();
+    asio::error::get_addrinfo_category();
+    asio::error::get_misc_category();
+    asio::error::get_ssl_category();
+    asio::ssl::error::get_stream_category();
+    the_contexts();
+    return std::atexit(&stop_all) == 0;
+}
+
+} // namespace
+
+watched::watched(asio::io_context & io) : io_(io) {
+    static bool const watching = watch_exit();
+    static_cast<void>(watching);
+    std::lock_guard<std::mutex> const guard(the_contexts().mutex);
+    the_contexts().all.insert(&io_);
+}
+
+watched::~watched() {
+    std::lock_guard<std::mutex> const guard(the_contexts().mutex);
+    the_contexts().all.erase(&io_);
+}
+
+bool begun() noexcept {
+    return stopped;
+}
+
+void enter() noexcept {
+    ++busy;
+    at_work = true;
+    pass();
+}
+
+void leave() noexcept {
+    pass();
+    at_work = false;
+    --busy;
+}
+
+void pass() noexcept {
+    if (at_work && stopped && !exits) {
+        --busy;
+        stay();
+    }
+}
+
+} // namespace process_exit
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav

@@ -1,0 +1,195 @@
+#include "tav/vinta/vinta_tls_client.h"
+
+#include "support/client_rig.h"
+#include "support/log_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+
+using namespace tav_test;
+
+/// Each test is a process of its own that exits while its client has traffic.  It is killed, and the test
+/// fails, if it does not end in time.
+namespace {
+
+constexpr unsigned watchdog_s = 20;
+constexpr int not_quiet = 3;
+
+std::atomic<unsigned> calls{0};
+
+/// Runs behind the destruction of all that the client's threads use.  Nothing may be called any more; the
+/// traffic goes on for a while, so that threads that still run do touch what is gone.
+void lookForCalls() {
+    unsigned const before = calls;
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    if (calls != before) {
+        ::_exit(not_quiet);
+    }
+}
+
+/// A server that never ends: it sends on its connections, answers, hangs up, and begins again.
+void serve(TlsPeer & peer) {
+    std::thread([&peer] {
+        for (;;) {
+            try {
+                auto const server = peer.accept();
+                server->handshake();
+                for (unsigned n = 0; n < 2000 && server->send(old(5, n).framed()); ++n) {
+                    std::this_thread::sleep_for(std::chrono::microseconds(20));
+                }
+            } catch (std::exception const &) {
+                // Nobody has come for a while.
+            }
+        }
+    }).detach();
+}
+
+/// Brings a process to traffic: pushes, sends with and without replies, and an end every now and then.
+class Traffic {
+public:
+    Traffic() {
+        ::alarm(watchdog_s);
+        std::atexit(&lookForCalls);
+        tavLogger::setup(tav_istr("(clear(NONE))"), nullptr, false, tavLogger::NONE);
+        serve(peer_);
+    }
+
+    void begin(tls::client & c) {
+        tls::connect_option option;
+        option.host = "127.0.0.1";
+        option.port = peer_.portText();
+        option.set_on_open([this] {
+            ++calls;
+            if (on_open) {
+                on_open();
+            }
+        });
+        option.set_on_error([&c](unsigned long long, unsigned short, int, char const *) {
+            ++calls;
+            c.reconnect(tls::timedout_option());
+        });
+        c.on_nbr_msg(5, [this, &c](unsigned long long n, unsigned short, unsigned char const *, unsigned,
+                                   tavMsgExt) {
+            ++calls;
+            c.send_msg(Ask(1), tls::send_option(
+                                   50, [](unsigned long long, unsigned short, bool) { ++calls; }, false, 4));
+            if (n == 100 && on_message) {
+                on_message();
+            }
+        });
+        c.start(option);
+    }
+    void run(tls::client & c) {
+        begin(c);
+        if (!eventually([] { return calls > 500; })) {
+            ::_exit(4);
+        }
+    }
+
+    std::function<void()> on_open;
+    std::function<void()> on_message;
+
+private:
+    TlsPeer peer_;
+};
+
+/// Outlives main, as what callbacks use would have to.
+Traffic & traffic() {
+    static Traffic & the = *new Traffic;
+    return the;
+}
+
+std::unique_ptr<tls::client> & staticOwner() {
+    static std::unique_ptr<tls::client> owner;
+    return owner;
+}
+
+class ClientExit : public ::testing::Test {
+protected:
+    void SetUp() override { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
+} // namespace
+
+TEST_F(ClientExit, WhileTrafficRunsCallsNothingBehindIt) {
+    EXPECT_EXIT(
+        {
+            traffic().run(tls::client::instance("n"));
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ClientExit, OutOfACallbackIsNoHang) {
+    EXPECT_EXIT(
+        {
+            traffic().on_message = [] { std::exit(0); };
+            traffic().run(tls::client::instance("n"));
+            Gate never;
+            never.pass();
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ClientExit, BesideACallbackThatHangsIsNoHang) {
+    EXPECT_EXIT(
+        {
+            traffic().on_open = [] { std::this_thread::sleep_for(std::chrono::milliseconds(1200)); };
+            traffic().begin(tls::client::instance("n"));
+            eventually([] { return calls > 0; });
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ClientExit, LeavesAClientThatAStaticObjectOwns) {
+    EXPECT_EXIT(
+        {
+            staticOwner();
+            traffic();
+            staticOwner() = std::make_unique<tls::client>("n");
+            traffic().run(*staticOwner());
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ClientExit, WithFinalizeBehindItIsNoHang) {
+    EXPECT_EXIT(
+        {
+            traffic();
+            std::atexit([] {
+                Answer answer;
+                tls::client & c = tls::client::instance("n");
+                if (c.send_and_wait(Ask(1), answer, 10000) == tls::result_ok) {
+                    ::_exit(5);
+                }
+                tls::client::finalize();
+            });
+            traffic().run(tls::client::instance("n"));
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ClientExit, OfAForkedProcessWaitsForNoThread) {
+    EXPECT_EXIT(
+        {
+            traffic().run(tls::client::instance("n"));
+            auto const begin = std::chrono::steady_clock::now();
+            pid_t const child = ::fork();
+            if (child == 0) {
+                std::exit(0);
+            }
+            int status = -1;
+            ::waitpid(child, &status, 0);
+            auto const took = std::chrono::steady_clock::now() - begin;
+            ::_exit(status != 0 ? 6 : took < std::chrono::milliseconds(1200) ? 0 : 7);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
