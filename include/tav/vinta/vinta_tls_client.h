@@ -20,10 +20,13 @@ namespace tls {
 /// connection and the sends that wait for replies do not.  The client never reconnects and never sends again
 /// by itself: it tells what happened, and the application decides.
 ///
-/// Thread rule: every member may be called from any thread.  `wait` of a result and `send_and_wait` must not
-/// be called on the thread that has to bring the result: see docs/client.md for what is allowed in each
-/// callback. `close`, `cancel_all` and the sends return at once; a client must not be destroyed on one of its
-/// own threads.
+/// Thread rule: every member may be called from any thread.  `wait` of a result and `send_and_wait` are
+/// no use on a thread that has to bring the result, and return result_error there: see docs/client.md for
+/// what is allowed in each callback.  `close`, `cancel_all` and the sends return at once.  A client that is
+/// destroyed on one of its own threads is ended on another one, with an ERROR line.
+///
+/// Message callbacks run one at a time and in the order of arrival, also while a connection is closed or
+/// replaced.
 class TAV_API client : public tavCodecInterface {
 public:
     /// Makes a client and starts its own threads.  With an empty name it gets a number of its own.  Throws
@@ -34,6 +37,7 @@ public:
     client & operator=(client const &) = delete;
 
     /// The process-wide client of this name, made at first use, which throws as the constructor does.
+    /// The reference is good until `destroy` of the name or `finalize`.
     static client & instance(tav_istr name);
     /// Drops the process-wide client of this name, which ends it unless somebody else holds it.  False,
     /// without any effect, if there is none.
@@ -61,7 +65,8 @@ public:
     /// Connects again with the option of the last start.  While a start or reconnect is under way, that one's
     /// result is returned, and reads busy until it ends; one that was cancelled or ran out of time is none.
     std::shared_ptr<connect_info> reconnect(timedout_option const & timedout, bool reuseConnected = false);
-    /// Ends the connection and cancels all that waits; returns before that has happened.
+    /// Ends the connection and cancels all that waits; returns before that has happened, but no `on_error` of
+    /// the connection is told any more.  Messages that wait for their callbacks get about a second.
     void close();
     /// Cancels a connect and all sends under way.  A connection then refuses sends until the next start,
     /// reconnect or close.
