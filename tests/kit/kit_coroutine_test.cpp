@@ -50,7 +50,9 @@ public:
     explicit TalkRig(tav::gateway::Options const & options = tav::gateway::Options())
         : gateway(options), client(std::make_unique<tls::client>("kit")) {
         auto const info = client->start(gateway.option());
-        if (resultOf(info) != tls::result_ok) {
+        // The gateway may know of the client a moment later than that one does.
+        if (resultOf(info) != tls::result_ok ||
+            !gateway.gateway.wait([](tav::gateway::Stats const & stats) { return stats.open == 1; })) {
             throw std::runtime_error("the client did not connect");
         }
     }
