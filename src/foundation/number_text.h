@@ -59,6 +59,44 @@ bool readInteger(std::string_view text, T & out) noexcept {
     return readDecimal(text, out);
 }
 
+/// The integer that the digits of this radix at the front of `text` make; false if there are none or it does
+/// not fit.  `out` is set on success only.
+template <class T>
+bool readDigits(std::string_view text, int radix, T & out) noexcept {
+    T value = 0;
+    if (std::from_chars(text.data(), text.data() + text.size(), value, radix).ec != std::errc()) {
+        return false;
+    }
+    out = value;
+    return true;
+}
+
+/// The integer at the front of `text`, whatever stands behind it: in the radix of its prefix, with at least
+/// three bytes in all, or of its leading 0, if the bits of T hold that, else decimal as readDecimal.  `out`
+/// is set on success only.
+template <class T>
+bool readIntegerPart(std::string_view text, T & out) noexcept {
+    using Bits = std::make_unsigned_t<T>;
+    Bits bits = 0;
+    if (!text.empty() && text[0] == '0') {
+        char const kind = text.size() >= 3 ? text[1] : '\0';
+        int const radix = kind == 'b' || kind == 'B' ? 2 : kind == 'x' || kind == 'X' ? 16 : 8;
+        if (readDigits(text.substr(radix == 8 ? 0 : 2), radix, bits)) {
+            out = static_cast<T>(bits);
+            return true;
+        }
+    }
+    text = withoutBlanksAndPlus(text);
+    if (std::is_unsigned<T>::value && !text.empty() && text[0] == '-') {
+        if (!readDigits(text.substr(1), 10, bits)) {
+            return false;
+        }
+        out = static_cast<T>(Bits(0) - bits);
+        return true;
+    }
+    return readDigits(text, 10, out);
+}
+
 /// All of `text` as a decimal floating-point number, with the acceptance of the standard extractor: leading
 /// blanks and a plus sign pass, words and hexadecimal forms fail, so does what is too large; what is too
 /// small is 0.  `out` is set on success only.

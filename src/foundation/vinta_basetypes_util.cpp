@@ -19,10 +19,7 @@
 namespace {
 
 using tav::detail::bytesOf;
-
-tav_istr viewOf(std::string_view text) {
-    return tav_istr(text.data(), text.size());
-}
+using tav::detail::viewOf;
 
 bool putFile(std::string const & path, tav_istr data, std::ios::openmode mode) {
     std::ofstream file(path, std::ios::out | std::ios::binary | mode);

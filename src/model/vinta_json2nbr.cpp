@@ -28,12 +28,14 @@ namespace json2nbr {
 
 namespace {
 
+using detail::bytesOf;
 using detail::here;
 using detail::JsonTape;
 using detail::Reader;
 using detail::ReadEvent;
 using detail::Site;
 using detail::TagSet;
+using detail::viewOf;
 using nbr::detail::Document;
 using pml::MetaClass;
 using pml::MetaFactory;
@@ -89,14 +91,6 @@ std::string joined(Parts const &... parts) {
     return text;
 }
 
-std::string_view textOf(tavString const & text) noexcept {
-    return std::string_view(text.data(), text.size());
-}
-
-tav_istr viewOf(std::string_view text) noexcept {
-    return tav_istr(text.data(), text.size());
-}
-
 /// Whether a member is the transcoder's own, so that nobody is told when no field takes it.
 bool isReserved(std::string_view name) noexcept {
     return name.substr(0, 2) == "__";
@@ -104,7 +98,7 @@ bool isReserved(std::string_view name) noexcept {
 
 /// "field F in class C "
 std::string fieldInClass(Place const & place) {
-    return joined("field ", textOf(place.field->idName.name), " in class ", textOf(place.cls->className),
+    return joined("field ", bytesOf(place.field->idName.name), " in class ", bytesOf(place.cls->className),
                   " ");
 }
 
@@ -177,7 +171,7 @@ void checkNecessaryFields(TagSet const & tags, MetaClass const & cls, MetaFactor
     if (!missing.empty()) {
         detail::raise(here("tav::json2nbr::checkNecessaryFields"),
                       joined("missing necessary field id(s) ", printedItems(missing), " in class ",
-                             textOf(cls.className)));
+                             bytesOf(cls.className)));
     }
 }
 
@@ -292,7 +286,7 @@ void Writer::checkNecessaryFields(MetaClass const & cls) const {
         if (index < 64 && (written_ >> index & 1) != 0) {
             return;
         }
-        std::string_view const name = textOf(field.idName.name);
+        std::string_view const name = bytesOf(field.idName.name);
         if (name == classMember || rootMember(name) == nullptr) {
             missing.push_back(field.idName.name);
         }
@@ -300,7 +294,7 @@ void Writer::checkNecessaryFields(MetaClass const & cls) const {
     if (!missing.empty()) {
         detail::raise(here("tav::json2nbr::checkNecessaryFields"),
                       joined("missing necessary field name(s) ", printedItems(missing), " in class ",
-                             textOf(cls.className)));
+                             bytesOf(cls.className)));
     }
 }
 
@@ -609,7 +603,7 @@ void write(tav_istr json, tavBytes & out, unsigned short & code, MetaFactory con
                       "meta class not found, maybe neither __class__ nor __code__ given");
     }
     if (code == noCode) {
-        code = detail::readHexCode(textOf(cls->code));
+        code = detail::readHexCode(bytesOf(cls->code));
     }
 
     tavBytes work(std::min(json.size(), 0x10000u));

@@ -13,12 +13,9 @@ namespace tav {
 namespace pml {
 
 using tav::detail::bytesOf;
+using tav::detail::viewOf;
 
 namespace {
-
-tav_istr istrOf(std::string_view text) {
-    return tav_istr(text.data(), text.size());
-}
 
 /// Gathers the text that a value writes of itself.
 class TextStream : public tavNullStream {
@@ -155,7 +152,7 @@ IdName::IdName(tav_istr text) : id(0) {
         return;
     }
     tav::detail::readInteger(bytes.substr(1, close - 1), id);
-    name = istrOf(bytes.substr(close + 1));
+    name = viewOf(bytes.substr(close + 1));
 }
 
 tavString IdName::toString(bool withId) const {
@@ -186,12 +183,12 @@ ValueComment::ValueComment(tav_istr text) : value(text) {
     if (open == std::string_view::npos || bytes == "{***}") {
         return;
     }
-    value = istrOf(bytes.substr(0, open));
+    value = viewOf(bytes.substr(0, open));
     std::string_view note = bytes.substr(open + 2);
     if (note.size() >= 2 && note.substr(note.size() - 2) == "*}") {
         note.remove_suffix(2);
     }
-    comment = istrOf(note).trim();
+    comment = viewOf(note).trim();
 }
 
 void ValueComment::io(tavCodecStream & s) {
@@ -233,13 +230,13 @@ MetaField::MetaField(Unit const & child, Unit const & cfg)
         valueComment.value.clear();
     } else if (text.substr(0, 2) == "{.") {
         isProtected = true;
-        spec = istrOf(text.substr(1, text.find('}') - 1));
+        spec = viewOf(text.substr(1, text.find('}') - 1));
         valueComment.value.clear();
     } else {
         std::size_t const open = text.find('{');
         if (open != std::string_view::npos) {
             std::string_view const rest = text.substr(open + 1);
-            range = Range(istrOf(rest.substr(0, rest.find('}'))));
+            range = Range(viewOf(rest.substr(0, rest.find('}'))));
             valueComment.value = tavString(std::string(text.substr(0, open)));
         }
     }

@@ -118,8 +118,7 @@ private:
         }
         if (!field_.meta.rangeIsEmpty()) {
             // A number beyond 64 bits counts with its low ones.
-            checkRange(static_cast<long long>(tav::detail::numberOfKey(tav_istr(text.data(), text.size()))),
-                       text);
+            checkRange(static_cast<long long>(tav::detail::numberOfKey(tav::detail::viewOf(text))), text);
         }
     }
 

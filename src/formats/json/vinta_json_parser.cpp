@@ -4,6 +4,7 @@
 #include "formats/json/json_text.h"
 #include "foundation/number_text.h"
 #include "foundation/report.h"
+#include "foundation/tree_end.h"
 #include "foundation/tree_nodes.h"
 #include "foundation/views.h"
 
@@ -21,15 +22,12 @@ using detail::appendUnescaped;
 using detail::betweenQuotes;
 using detail::bytesOf;
 using detail::JsonScanner;
+using detail::viewOf;
 
 namespace {
 
 bool isDigit(char c) {
     return static_cast<unsigned char>(c - '0') < 10;
-}
-
-tav_istr viewOf(std::string_view text) {
-    return tav_istr(text.data(), text.size());
 }
 
 void appendNumberText(std::string & out, std::string_view text) {
@@ -54,43 +52,7 @@ void appendIndent(std::string & out, bool pretty, long long level) {
     out.append(blanks, ' ');
 }
 
-/// The destruction of trees on this thread.  Values are destroyed inside one another down to a fixed depth;
-/// what lies below is put aside and destroyed by the outermost one, so that the stack stays bounded.
-struct Destruction {
-    unsigned depth;
-    std::vector<JsonUnit> * below;
-};
-[[gnu::tls_model("initial-exec")]] thread_local Destruction destruction{0, nullptr};
-
-constexpr unsigned plainDepth = 32;
-
-/// Runs `clear`, which destroys the children of a value, at the right depth; beyond it, runs `move` instead,
-/// which hands over those children that may hold values.
-template <class Clear, class Move>
-void destroyChildren(Clear clear, Move move) {
-    Destruction & state = destruction;
-    if (state.depth >= plainDepth) {
-        move(*state.below);
-        return;
-    }
-    if (state.depth > 0) {
-        ++state.depth;
-        clear();
-        --state.depth;
-        return;
-    }
-    detail::NodeReturn const together;
-    std::vector<JsonUnit> below;
-    state.below = &below;
-    state.depth = 1;
-    clear();
-    while (!below.empty()) {
-        JsonUnit const unit = std::move(below.back());
-        below.pop_back();
-    }
-    state.depth = 0;
-    state.below = nullptr;
-}
+using End = detail::TreeEnd<JsonUnit, 32, detail::NodeReturn>;
 
 /// A value that is made here: it has its count beside it, and while a text is read, it lies beside the others
 /// of that text.
@@ -407,14 +369,14 @@ JsonArray & JsonArray::operator=(JsonArray const & other) {
 }
 
 JsonArray::~JsonArray() {
-    destroyChildren([this] { elements_.clear(); },
-                    [this](std::vector<JsonUnit> & below) {
-                        for (JsonUnit & unit : elements_) {
-                            if (!unit.isNull() && unit.value()->mayHoldValues()) {
-                                below.push_back(std::move(unit));
-                            }
-                        }
-                    });
+    End::destroy([this] { elements_.clear(); },
+                 [this](std::vector<JsonUnit> & below) {
+                     for (JsonUnit & unit : elements_) {
+                         if (!unit.isNull() && unit.value()->mayHoldValues()) {
+                             below.push_back(std::move(unit));
+                         }
+                     }
+                 });
 }
 
 JsonFieldType JsonArray::type() const {
@@ -453,15 +415,15 @@ JsonObject & JsonObject::operator=(JsonObject const & other) {
 }
 
 JsonObject::~JsonObject() {
-    destroyChildren([this] { members_.clear(); },
-                    [this](std::vector<JsonUnit> & below) {
-                        for (Members::value_type & member : members_) {
-                            JsonUnit & unit = member.second;
-                            if (!unit.isNull() && unit.value()->mayHoldValues()) {
-                                below.push_back(std::move(unit));
-                            }
-                        }
-                    });
+    End::destroy([this] { members_.clear(); },
+                 [this](std::vector<JsonUnit> & below) {
+                     for (Members::value_type & member : members_) {
+                         JsonUnit & unit = member.second;
+                         if (!unit.isNull() && unit.value()->mayHoldValues()) {
+                             below.push_back(std::move(unit));
+                         }
+                     }
+                 });
 }
 
 JsonFieldType JsonObject::type() const {

@@ -10,22 +10,20 @@
 namespace tav {
 namespace json {
 
+using detail::viewOf;
+
 namespace {
 
 using tav::detail::NumberText;
 
-tav_istr istrOf(std::string_view text) {
-    return tav_istr(text.data(), static_cast<unsigned>(text.size()));
-}
-
 JsonUnit & writeNumber(JsonUnit & unit, NumberText const & number) {
-    unit.numberValue().setValue(istrOf(number.view()));
+    unit.numberValue().setValue(viewOf(number.view()));
     return unit;
 }
 
 /// As a string, so that no reader takes it through a floating-point number.
 JsonUnit & writeLargeNumber(JsonUnit & unit, NumberText const & number) {
-    unit.stringValue().setValue(istrOf(number.view()));
+    unit.stringValue().setValue(viewOf(number.view()));
     return unit;
 }
 

@@ -4,6 +4,7 @@
 #include "foundation/masked_text.h"
 #include "foundation/report.h"
 #include "foundation/scope_exit.h"
+#include "foundation/tree_end.h"
 #include "foundation/views.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
 
@@ -184,9 +185,8 @@ private:
             tracing_ = loggable ? Tracing::on : Tracing::off;
         }
         if (tracing_ == Tracing::on) {
-            tavLogger::writeLog(tavLogger::DEFAULT_TAG(), tavLogger::TRACE,
-                                tav_istr(text.data(), text.size()), site.file, static_cast<int>(site.line),
-                                site.func);
+            tavLogger::writeLog(tavLogger::DEFAULT_TAG(), tavLogger::TRACE, tav::detail::viewOf(text),
+                                site.file, static_cast<int>(site.line), site.func);
         }
     }
 
@@ -484,8 +484,7 @@ std::mutex & treeMutex(void const * node) {
     return mutexes[reinterpret_cast<std::uintptr_t>(node) / 64 % mutexes.size()];
 }
 
-/// While this thread destroys a tree: what is left of it.
-thread_local std::vector<std::vector<ComplexValue::Item>> * ruins = nullptr;
+using End = tav::detail::TreeEnd<std::vector<ComplexValue::Item>, 1>;
 
 } // namespace
 
@@ -688,23 +687,10 @@ ComplexValue & ComplexValue::operator=(ComplexValue const & other) {
 
 ComplexValue::~ComplexValue() {
     delete index_.load(std::memory_order_relaxed);
-    if (items_.empty()) {
-        return;
+    if (!items_.empty()) {
+        End::destroy([this] { items_.clear(); },
+                     [this](std::vector<std::vector<Item>> & below) { below.push_back(std::move(items_)); });
     }
-    // A value inside a tree that is being destroyed leaves its members to the one that began, so that the
-    // stack does not follow the depth of the tree.
-    if (ruins != nullptr) {
-        ruins->push_back(std::move(items_));
-        return;
-    }
-    std::vector<std::vector<Item>> rest;
-    ruins = &rest;
-    items_.clear();
-    while (!rest.empty()) {
-        std::vector<Item> const items = std::move(rest.back());
-        rest.pop_back();
-    }
-    ruins = nullptr;
 }
 
 bool ComplexValue::simple() const {

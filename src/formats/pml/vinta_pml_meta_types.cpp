@@ -16,6 +16,7 @@ namespace tav {
 namespace pml {
 
 using detail::bytesOf;
+using detail::viewOf;
 
 namespace field_type {
 
@@ -174,10 +175,6 @@ std::map<tavString, int> const & kindsByName() {
 
 bool beginsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
-}
-
-tav_istr viewOf(std::string_view text) {
-    return tav_istr(text.data(), text.size());
 }
 
 std::string_view trimmed(std::string_view text) {

@@ -233,7 +233,7 @@ void PmlInputStream::read(tavBytes & v) const {
 void PmlInputStream::read(tavTime & v) const {
     if (!isNull()) {
         std::string_view const text = value();
-        v = tavTime::from(tav_istr(text.data(), text.substr(0, text.find('\0')).size()));
+        v = tavTime::from(detail::viewOf(text.substr(0, text.find('\0'))));
     }
 }
 

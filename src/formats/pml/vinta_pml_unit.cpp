@@ -2,6 +2,7 @@
 
 #include "foundation/number_text.h"
 #include "foundation/report.h"
+#include "foundation/tree_end.h"
 #include "foundation/views.h"
 
 #include <array>
@@ -48,33 +49,7 @@ bool is(char c, ByteClass which) {
 /// Up to this many children are looked up one by one; more get a map.
 constexpr std::size_t plainLookUpLimit = 12;
 
-/// While a unit is being destroyed on this thread: where the units below it put theirs, so that destruction
-/// takes the same stack whatever the depth.
-thread_local std::vector<tavSharedPtr<Unit>> * remains = nullptr;
-
-void release(std::vector<tavSharedPtr<Unit>> & children, tavSharedPtr<Unit> & next) {
-    std::vector<tavSharedPtr<Unit>> pending;
-    bool const outermost = remains == nullptr;
-    if (outermost) {
-        remains = &pending;
-        pending.swap(children);
-    } else {
-        for (tavSharedPtr<Unit> & child : children) {
-            remains->push_back(std::move(child));
-        }
-    }
-    if (next) {
-        remains->push_back(std::move(next));
-    }
-    if (!outermost) {
-        return;
-    }
-    while (!pending.empty()) {
-        tavSharedPtr<Unit> const unit = std::move(pending.back());
-        pending.pop_back();
-    }
-    remains = nullptr;
-}
+using End = detail::TreeEnd<tavSharedPtr<Unit>, 1>;
 
 /// The bytes still to be read.
 struct Cursor {
@@ -346,7 +321,7 @@ public:
     void name(std::string_view text) { inHand_->name().append(text); }
     void type(std::string_view text) { inHand_->type().append(text); }
     void value(std::string_view text) { inHand_->value().append(text); }
-    void quoted(std::string_view text) { unescape(inHand_->value(), tav_istr(text.data(), text.size())); }
+    void quoted(std::string_view text) { unescape(inHand_->value(), detail::viewOf(text)); }
 
     void child() {
         std::string const & text = current_->value();
@@ -529,9 +504,22 @@ Unit & Unit::operator=(Unit && other) noexcept {
 
 Unit::~Unit() {
     forgetNames();
-    if (!children_.empty() || next_) {
-        release(children_, next_);
+    if (children_.empty() && !next_) {
+        return;
     }
+    End::destroy(
+        [this] {
+            children_.clear();
+            next_.reset();
+        },
+        [this](std::vector<tavSharedPtr<Unit>> & below) {
+            for (tavSharedPtr<Unit> & child : children_) {
+                below.push_back(std::move(child));
+            }
+            if (next_) {
+                below.push_back(std::move(next_));
+            }
+        });
 }
 
 std::string & Unit::name() {

@@ -29,7 +29,7 @@ constexpr int OPTIONAL = 16;
 
 void writeIfAny(std::string & out, std::string_view name, std::string const & value) {
     if (!value.empty()) {
-        Attr::write(out, tav_istr(name.data(), static_cast<unsigned>(name.size())), tav_istr(value));
+        Attr::write(out, tav::detail::viewOf(name), tav_istr(value));
     }
 }
 

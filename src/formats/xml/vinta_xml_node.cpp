@@ -2,6 +2,7 @@
 
 #include "formats/xml/xml_modes.h"
 #include "foundation/report.h"
+#include "foundation/tree_end.h"
 #include "foundation/tree_nodes.h"
 #include "foundation/views.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
@@ -199,9 +200,7 @@ public:
     static void operator delete(void * part) noexcept { tav::detail::deleteNode(part); }
 };
 
-/// The children of nodes that are being destroyed on this thread; null if none is.  So a chain of a million
-/// nodes ends in one loop, not in a million nested destructors.
-thread_local std::vector<tavSharedPtr<Node>> * remains = nullptr;
+using End = tav::detail::TreeEnd<tavSharedPtr<Node>, 1>;
 
 } // namespace
 
@@ -452,8 +451,7 @@ private:
     }
 
     static tavSharedPtr<Attr> readAttr(std::string_view name, std::string_view value) {
-        tavSharedPtr<Attr> attr(
-            new Parsed<Attr>(tav_istr(name.data(), static_cast<unsigned>(name.size())), tav_istr()));
+        tavSharedPtr<Attr> attr(new Parsed<Attr>(tav::detail::viewOf(name), tav_istr()));
         appendUnescaped(attr->value(), value);
         return attr;
     }
@@ -1157,27 +1155,19 @@ void Node::append(tavSharedPtr<Node> child) {
 }
 
 void Node::releaseTree() noexcept {
-    std::vector<tavSharedPtr<Node>> pending;
-    bool const outermost = remains == nullptr;
-    if (outermost) {
-        remains = &pending;
-        pending.swap(nodes_);
-    } else {
-        for (tavSharedPtr<Node> & child : nodes_) {
-            remains->push_back(std::move(child));
-        }
-    }
-    if (next_) {
-        remains->push_back(std::move(next_));
-    }
-    if (!outermost) {
-        return;
-    }
-    while (!pending.empty()) {
-        tavSharedPtr<Node> const node = std::move(pending.back());
-        pending.pop_back();
-    }
-    remains = nullptr;
+    End::destroy(
+        [this] {
+            nodes_.clear();
+            next_.reset();
+        },
+        [this](std::vector<tavSharedPtr<Node>> & below) {
+            for (tavSharedPtr<Node> & child : nodes_) {
+                below.push_back(std::move(child));
+            }
+            if (next_) {
+                below.push_back(std::move(next_));
+            }
+        });
 }
 
 std::ostream & operator<<(std::ostream & out, Node const & v) {

@@ -4,10 +4,7 @@
 #include "foundation/number_text.h"
 #include "foundation/views.h"
 
-#include <charconv>
-#include <limits>
 #include <string_view>
-#include <system_error>
 
 namespace tav {
 namespace xml {
@@ -15,42 +12,6 @@ namespace xml {
 using tav::detail::bytesOf;
 
 namespace {
-
-/// The number that the digits at the front of `text` make; false if there are none or it does not fit.
-template <class T>
-bool readDigits(std::string_view text, int radix, T & out) {
-    T value = 0;
-    if (std::from_chars(text.data(), text.data() + text.size(), value, radix).ec != std::errc()) {
-        return false;
-    }
-    out = value;
-    return true;
-}
-
-/// The integer at the front of `text`, behind a prefix or a leading 0 of another radix if that makes one.
-template <class T>
-bool readInteger(std::string_view text, T & out) {
-    using Bits = std::make_unsigned_t<T>;
-    if (!text.empty() && text[0] == '0') {
-        char const kind = text.size() >= 3 ? text[1] : '\0';
-        int const radix = kind == 'b' || kind == 'B' ? 2 : kind == 'x' || kind == 'X' ? 16 : 8;
-        Bits bits = 0;
-        if (readDigits(text.substr(radix == 8 ? 0 : 2), radix, bits)) {
-            out = static_cast<T>(bits);
-            return true;
-        }
-    }
-    text = tav::detail::withoutBlanksAndPlus(text);
-    if (std::is_unsigned<T>::value && !text.empty() && text[0] == '-') {
-        Bits bits = 0;
-        if (!readDigits(text.substr(1), 10, bits)) {
-            return false;
-        }
-        out = static_cast<T>(Bits(0) - bits);
-        return true;
-    }
-    return readDigits(text, 10, out);
-}
 
 std::string unescaped(std::string const & text) {
     std::string out;
@@ -134,46 +95,47 @@ void XmlInputStream::leaveSuper() {}
 
 void XmlInputStream::read(char & v) const {
     short number = 0;
-    if (readInteger(content(), number)) {
+    if (tav::detail::readIntegerPart(content(), number)) {
         v = static_cast<char>(number);
     }
 }
 
 void XmlInputStream::read(unsigned char & v) const {
     unsigned short number = 0;
-    v = readInteger(content(), number) ? static_cast<unsigned char>(number) : static_cast<unsigned char>(0);
+    v = tav::detail::readIntegerPart(content(), number) ? static_cast<unsigned char>(number)
+                                                        : static_cast<unsigned char>(0);
 }
 
 void XmlInputStream::read(short & v) const {
-    readInteger(content(), v);
+    tav::detail::readIntegerPart(content(), v);
 }
 
 void XmlInputStream::read(unsigned short & v) const {
-    readInteger(content(), v);
+    tav::detail::readIntegerPart(content(), v);
 }
 
 void XmlInputStream::read(int & v) const {
-    readInteger(content(), v);
+    tav::detail::readIntegerPart(content(), v);
 }
 
 void XmlInputStream::read(unsigned int & v) const {
-    readInteger(content(), v);
+    tav::detail::readIntegerPart(content(), v);
 }
 
 void XmlInputStream::read(long & v) const {
-    readInteger(content(), v);
+    tav::detail::readIntegerPart(content(), v);
 }
 
 void XmlInputStream::read(unsigned long & v) const {
-    readInteger(content(), v);
+    tav::detail::readIntegerPart(content(), v);
 }
 
 void XmlInputStream::read(long long & v) const {
-    readInteger(content(), v);
+    tav::detail::readIntegerPart(content(), v);
 }
 
 void XmlInputStream::read(unsigned long long & v) const {
-    readInteger(content(), v);
+    tav::detail::readIntegerPart(content(), v);
 }
 
 void XmlInputStream::read(float & v) const {
@@ -395,7 +357,7 @@ bool XmlDumpStream::dumpingSample() const {
 
 void XmlDumpStream::enter(tav_istr name, tav_istr base, tav_istr tag) {
     std::string_view const part = lastPart(name);
-    XmlOutputStream::enter(tav_istr(part.data(), static_cast<unsigned>(part.size())), base, tag);
+    XmlOutputStream::enter(tav::detail::viewOf(part), base, tag);
     node().vartype() = bytesOf(name);
     node().superclass() = bytesOf(base);
     node().dumping(dumping_);
