@@ -7,7 +7,7 @@ library_packages=(g++ cmake ninja-build ccache git ca-certificates libasio-dev l
 demo_packages=("${library_packages[@]}" libcli11-dev)
 test_packages=("${demo_packages[@]}" openssl clang make pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
                protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev)
-lint_packages=("${library_packages[@]}" clang-format-14 clang-tidy-14)
+lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)
 places_packages=("${library_packages[@]}" clang g++-aarch64-linux-gnu g++-i686-linux-gnu libc++-14-dev
                  libc++abi-14-dev qemu-user)
 

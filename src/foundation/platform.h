@@ -94,8 +94,8 @@ private:
 /// Makes all that is under way on a socket fail at once, and all that follows.  The socket stays open.
 void shutDown(int socket) noexcept;
 
-/// Has the system probe a connection that has been silent for `idle_s` seconds, each `interval_s` seconds, and
-/// end it after `probes` without an answer; 0 leaves these two to the system.
+/// Has the system probe a connection that has been silent for `idle_s` seconds, each `interval_s` seconds,
+/// and end it after `probes` without an answer; 0 leaves these two to the system.
 std::error_code keepAlive(int socket, int idle_s, int interval_s, int probes) noexcept;
 
 /// Has the system end a connection when bytes that were sent have not been acknowledged for so long.

@@ -194,12 +194,12 @@ TAV_API std::ostream & operator<<(std::ostream & out, HexDump const & v);
 /// Which build this is.
 class TAV_API version_t {
 public:
-    /// The build's time in seconds since 1970, a point, and eight hexadecimal digits of the source revision; "v"
-    /// and the version, if the sources had no history.
+    /// The build's time in seconds since 1970, a point, and eight hexadecimal digits of the source revision;
+    /// "v" and the version, if the sources had no history.
     static std::string str();
 
-    /// The version of the library, such as "1.0.0": TAV_VERSION_MAJOR, _MINOR and _PATCH as they were when it was
-    /// built.  A constant.
+    /// The version of the library, such as "1.0.0": TAV_VERSION_MAJOR, _MINOR and _PATCH as they were when it
+    /// was built.  A constant.
     static char const * release() noexcept;
 };
 

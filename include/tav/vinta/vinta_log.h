@@ -9,8 +9,9 @@
 #include <sstream>
 #include <string>
 
-// The names of the levels are ones that programs define as macros for themselves.  This header means the levels, and
-// leaves the macros as they were; a program that has one of them uses the level behind an #undef, or by its number.
+// The names of the levels are ones that programs define as macros for themselves.  This header means the
+// levels, and leaves the macros as they were; a program that has one of them uses the level behind an #undef,
+// or by its number.
 #pragma push_macro("ALL")
 #pragma push_macro("TRACE")
 #pragma push_macro("VERBOSE")
