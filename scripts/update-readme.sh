@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# Puts examples/first.cpp into README.md, where a test expects it.
+# Puts the files that README.md shows into it, where a test expects them to the letter: the block under a comment
+# "is: FILE" becomes that file.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-awk '/^```cpp$/ { print; while ((getline line < "examples/first.cpp") > 0) print line; skip = 1; next }
+awk '/^<!-- is: .* -->$/ { file = $3 }
+     file != "" && /^```[a-z]+$/ { print; while ((getline line < file) > 0) print line; skip = 1; file = ""; next }
      /^```$/ { skip = 0 }
      !skip { print }' README.md >README.md.new
 mv README.md.new README.md

@@ -1,0 +1,21 @@
+# Every block of code in README.md, HACKING.md and docs/ is compiled or run.
+file(GLOB tav_pages CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/docs/*.md)
+list(APPEND tav_pages README.md HACKING.md)
+set(tav_docs_environment "CXX=${CMAKE_CXX_COMPILER}" "CC=${CMAKE_C_COMPILER}" "INCLUDE=-I${PROJECT_SOURCE_DIR}/include")
+foreach(page ${tav_pages})
+    get_filename_component(name ${page} NAME)
+    add_test(NAME docs.blocks_of_${name}
+             COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/check.sh quick ${PROJECT_SOURCE_DIR}
+                     ${CMAKE_CURRENT_BINARY_DIR}/docs-work/${name} ${page})
+    set_tests_properties(docs.blocks_of_${name} PROPERTIES ENVIRONMENT "${tav_docs_environment}")
+endforeach()
+add_test(NAME docs.commands_that_take_long CONFIGURATIONS long
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/check.sh long ${PROJECT_SOURCE_DIR}
+                 ${CMAKE_CURRENT_BINARY_DIR}/docs-work/long ${tav_pages})
+set_tests_properties(docs.commands_that_take_long PROPERTIES ENVIRONMENT "${tav_docs_environment}" LABELS long)
+
+# The checker itself: what it must refuse.
+add_test(NAME docs.checker_refuses_what_nobody_checks
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/check_test.sh ${PROJECT_SOURCE_DIR}
+                 ${CMAKE_CURRENT_BINARY_DIR}/docs-work/checker)
+set_tests_properties(docs.checker_refuses_what_nobody_checks PROPERTIES ENVIRONMENT "${tav_docs_environment}")

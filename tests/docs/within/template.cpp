@@ -1,0 +1,6 @@
+// With the text of a template.
+#include <tav/vinta/vinta.h>
+
+void page(tav_istr text) {
+    BLOCK
+}
