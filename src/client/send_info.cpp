@@ -97,7 +97,7 @@ result_type send_info::wait() {
         return result_error;
     }
     if (result_ < 0) {
-        tav::detail::log(log_tag, tavLogger::DEBUG, site, [&](std::ostream & out) {
+        log_line(tavLogger::DEBUG, site, [&](std::ostream & out) {
             out << name_ << " send wait begin, " << static_cast<tls::send_info const &>(*this);
         });
         {
@@ -110,9 +110,8 @@ result_type send_info::wait() {
         if (result_ < 0) {
             complete(result_timedout);
         }
-        tav::detail::log(log_tag, tavLogger::DEBUG, site, [&](std::ostream & out) {
-            out << name_ << " send wait end, result = " << result();
-        });
+        log_line(tavLogger::DEBUG, site,
+                 [&](std::ostream & out) { out << name_ << " send wait end, result = " << result(); });
     }
     detach();
     return result();

@@ -1,8 +1,10 @@
 #include "tav/vinta/vinta_tls_client.h"
 
 #include "client/end_elsewhere.h"
+#include "client/no_message.h"
 #include "client/process_exit.h"
 #include "client/vinta_tls_client_impl.h"
+#include "client/vinta_tls_client_impl_log.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_basetypes_util.h"
 #include "tav/vinta/vinta_mt_thread.h"
@@ -30,8 +32,6 @@ using detail::Site;
 using Lock = std::lock_guard<tavMutex const>;
 using ClientMap = std::map<std::string, std::shared_ptr<client>>;
 
-tav_istr const log_tag("TLS.CLT");
-
 /// The process-wide registries.  They are made at first use and never destroyed, so that a client that ends
 /// with the process still finds them.
 struct Registry {
@@ -46,22 +46,13 @@ Registry & registry() {
     return the;
 }
 
-/// A line for which there is no memory is lost: the call goes on as if it stood in the log.
-template <class Print>
-void logLine(tavLogger::LogLevel level, Site site, Print && print) noexcept {
-    try {
-        detail::log(log_tag, level, site, std::forward<Print>(print));
-    } catch (...) {
-    }
-}
-
 void logText(Site site, std::string const & id, char const * words) {
-    logLine(tavLogger::INFO, site, [&](std::ostream & out) { out << id << words; });
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) { out << id << words; });
 }
 
 void logCode(Site site, std::string const & id, char const * words, unsigned short msgcode) {
-    logLine(tavLogger::INFO, site,
-            [&](std::ostream & out) { out << id << words << asHex(msgcode, 4, true); });
+    log_line(tavLogger::INFO, site,
+             [&](std::ostream & out) { out << id << words << asHex(msgcode, 4, true); });
 }
 
 /// The call that ends a client on the calling thread.
@@ -97,11 +88,11 @@ void endCore(std::shared_ptr<impl::Client> core, Site site) {
         return;
     }
     std::string const thread(tav_istr(tavThread::currentName()));
-    logLine(tavLogger::ERROR, site, [&](std::ostream & out) {
+    log_line(tavLogger::ERROR, site, [&](std::ostream & out) {
         out << core->name() << " " << ending_call << " on the client's own thread " << thread
             << ", which it would have to wait for: let another thread end the client";
     });
-    logLine(tavLogger::WARN, site, [&](std::ostream & out) {
+    log_line(tavLogger::WARN, site, [&](std::ostream & out) {
         out << core->name() << " the client is ended on another thread, as " << thread
             << " is one of its own";
     });
@@ -122,14 +113,14 @@ void finishProcess(Site site) {
         }
     }
     for (std::string const & id : left) {
-        logLine(tavLogger::INFO, site,
-                [&](std::ostream & out) { out << "finalize: client not deleted: " << id; });
+        log_line(tavLogger::INFO, site,
+                 [&](std::ostream & out) { out << "finalize: client not deleted: " << id; });
     }
     tavLogger::close();
     tavThread::printThreads();
     tavIdGenerator::finalize();
     tavLogger::finalize();
-    logLine(tavLogger::INFO, site, [](std::ostream & out) { out << "finalized."; });
+    log_line(tavLogger::INFO, site, [](std::ostream & out) { out << "finalized."; });
 }
 
 std::string textOf(char const * text) {
@@ -138,15 +129,15 @@ std::string textOf(char const * text) {
 
 void logArg(Site site, std::string const & id, tavMessage const & msg, char const * expected,
             tavMessage const * ack, int wait_ms, bool grey, unsigned short version) {
-    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << id << " send arg 0x" << asHex(msg.msgcode(), 4, true) << expected
-            << asHex(ack ? ack->msgcode() : 0xffff, 4, true) << std::dec << ", wait " << wait_ms
+            << asHex(ack ? ack->msgcode() : no_code, 4, true) << std::dec << ", wait " << wait_ms
             << "ms, grey " << grey << ", version " << version;
     });
 }
 
 void logSent(Site site, std::string const & id, std::shared_ptr<send_info> const & info) {
-    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << id << " send result: ";
         if (info) {
             out << *info;
@@ -187,8 +178,8 @@ client & client::instance(tav_istr name) {
     if (found != registry().names.end()) {
         return *found->second;
     }
-    logLine(tavLogger::INFO, here("tav::tls::client::instance"),
-            [&](std::ostream & out) { out << "<" << name << "> client instance creating..."; });
+    log_line(tavLogger::INFO, here("tav::tls::client::instance"),
+             [&](std::ostream & out) { out << "<" << name << "> client instance creating..."; });
     auto made = std::make_shared<client>(name);
     return *registry().names.emplace(std::move(key), std::move(made)).first->second;
 }
@@ -208,14 +199,14 @@ bool client::destroy(tav_istr name) {
         EndingCall const call("client::destroy");
         taken.reset();
     }
-    logLine(tavLogger::INFO, here("tav::tls::client::destroy"),
-            [&](std::ostream & out) { out << "<" << name << "> client instance destroyed."; });
+    log_line(tavLogger::INFO, here("tav::tls::client::destroy"),
+             [&](std::ostream & out) { out << "<" << name << "> client instance destroyed."; });
     return true;
 }
 
 void client::finalize() {
     Site const site = here("tav::tls::client::finalize");
-    logLine(tavLogger::DEBUG, site, [](std::ostream & out) { out << "finalizing..."; });
+    log_line(tavLogger::DEBUG, site, [](std::ostream & out) { out << "finalizing..."; });
     // The entries stay while their clients end, so that a callback which asks for one finds that one.
     ClientMap names;
     {
@@ -225,8 +216,8 @@ void client::finalize() {
     bool on_own_thread = false;
     for (auto const & entry : names) {
         EndingCall const call("client::finalize");
-        logLine(tavLogger::INFO, site,
-                [&](std::ostream & out) { out << "finalize: client " << entry.second->id(); });
+        log_line(tavLogger::INFO, site,
+                 [&](std::ostream & out) { out << "finalize: client " << entry.second->id(); });
         {
             Lock const guard(entry.second->mutex_);
             on_own_thread = on_own_thread || (entry.second->impl_ && entry.second->impl_->on_own_thread());
@@ -264,7 +255,7 @@ std::shared_ptr<connect_info> client::start(connect_option const & option, bool 
     if (!core) {
         return nullptr;
     }
-    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << core->name() << " starting... " << option << " reuseConnected=" << reuseConnected;
     });
     return core->start__(option, reuseConnected);
@@ -295,7 +286,7 @@ std::shared_ptr<connect_info> client::start(char const * host, char const * port
     option.proxy_port = callback.proxy_port_;
     option.server_name = callback.server_name_;
     option.reserved_ = callback.reserved_;
-    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << core->name() << " starting... " << option.host << ":" << option.port;
     });
     return start(option, reuseConnected);
@@ -307,7 +298,7 @@ std::shared_ptr<connect_info> client::reconnect(timedout_option const & timedout
     if (!core) {
         return nullptr;
     }
-    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << core->name() << " reconnecting... " << timedout << " reuseConnected=" << reuseConnected;
     });
     return core->reconnect__(timedout, reuseConnected);
@@ -336,8 +327,8 @@ bool client::connected() const {
         return false;
     }
     bool const result = core->connected();
-    logLine(tavLogger::DEBUG, site,
-            [&](std::ostream & out) { out << core->name() << " connected = " << result; });
+    log_line(tavLogger::DEBUG, site,
+             [&](std::ostream & out) { out << core->name() << " connected = " << result; });
     return result;
 }
 
@@ -347,8 +338,8 @@ void client::should_check_heartbeat(bool v) {
     if (!core) {
         return;
     }
-    logLine(tavLogger::INFO, site,
-            [&](std::ostream & out) { out << core->name() << " check comm heartbeat = " << v; });
+    log_line(tavLogger::INFO, site,
+             [&](std::ostream & out) { out << core->name() << " check comm heartbeat = " << v; });
     if (auto const session = core->current()) {
         session->check_heartbeat(v);
     }
@@ -362,8 +353,8 @@ ip_port client::get_local_addr() {
     }
     auto const session = core->current();
     ip_port const address = session ? session->local_addr() : ip_port();
-    logLine(tavLogger::DEBUG, site,
-            [&](std::ostream & out) { out << core->name() << " self addr = " << address; });
+    log_line(tavLogger::DEBUG, site,
+             [&](std::ostream & out) { out << core->name() << " self addr = " << address; });
     return address;
 }
 
@@ -375,8 +366,8 @@ ip_port client::get_remote_addr() {
     }
     auto const session = core->current();
     ip_port const address = session ? session->remote_addr() : ip_port();
-    logLine(tavLogger::DEBUG, site,
-            [&](std::ostream & out) { out << core->name() << " peer addr = " << address; });
+    log_line(tavLogger::DEBUG, site,
+             [&](std::ostream & out) { out << core->name() << " peer addr = " << address; });
     return address;
 }
 
@@ -404,8 +395,7 @@ std::shared_ptr<send_info> client::send_msg(tavSharedPtr<tavMessage> msg, send_o
     if (!core) {
         return nullptr;
     }
-    logCode(site, core->name(), " send msg ptr 0x",
-            msg ? msg->msgcode() : static_cast<unsigned short>(0xffff));
+    logCode(site, core->name(), " send msg ptr 0x", msg ? msg->msgcode() : no_code);
     auto const info = core->sendMsg(msg, option);
     logSent(site, core->name(), info);
     return info;
@@ -418,7 +408,7 @@ std::shared_ptr<send_info> client::send_json_msg(char const * json, send_option 
     if (!core) {
         return nullptr;
     }
-    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << core->name() << " send json msg @" << tav_istr(class_or_code);
     });
     auto const info = core->sendJsonMsg(tav_istr(json), option, tav_istr(class_or_code));
@@ -466,8 +456,8 @@ result_type client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
     }
     logArg(site, core->name(), msg, ", expect ack ptr 0x", ack.get(), wait_ms, grey, version);
     result_type const result = core->send_and_wait(msg, ack, wait_ms, grey, version, nullptr);
-    logLine(tavLogger::INFO, site,
-            [&](std::ostream & out) { out << core->name() << " send and wait result = " << result; });
+    log_line(tavLogger::INFO, site,
+             [&](std::ostream & out) { out << core->name() << " send and wait result = " << result; });
     return result;
 }
 
@@ -480,8 +470,8 @@ result_type client::send_and_wait(std::shared_ptr<send_info> * out, tavMessage c
     }
     logArg(site, core->name(), msg, ", expect ack obj 0x", &ack, wait_ms, grey, version);
     result_type const result = core->send_and_wait(msg, ack, wait_ms, grey, version, out);
-    logLine(tavLogger::INFO, site,
-            [&](std::ostream & line) { line << core->name() << " send and wait result = " << result; });
+    log_line(tavLogger::INFO, site,
+             [&](std::ostream & line) { line << core->name() << " send and wait result = " << result; });
     return result;
 }
 
@@ -512,7 +502,7 @@ void client::on_json_msg(unsigned short msgcode, json_function f) {
 void client::on_json_msg(char const * className, json_function f) {
     Site const site = here("tav::tls::client::on_json_msg");
     if (auto const core = alive(site)) {
-        logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+        log_line(tavLogger::INFO, site, [&](std::ostream & out) {
             out << core->name() << " setup type level json msg callback, class = " << tav_istr(className);
         });
         core->on_msg(core->find_code_by_class(className), msg_type_callback(std::move(f)));
@@ -538,8 +528,8 @@ void client::set_old_msg_default_callback(nbr_function f) {
 void client::register_class(tav_istr name, std::function<tavObject *()> creator) {
     Site const site = here("tav::tls::client::register_class");
     if (auto const core = alive(site)) {
-        logLine(tavLogger::INFO, site,
-                [&](std::ostream & out) { out << core->name() << " register object class " << name; });
+        log_line(tavLogger::INFO, site,
+                 [&](std::ostream & out) { out << core->name() << " register object class " << name; });
         core->register_class(name, std::move(creator));
     }
 }
@@ -547,8 +537,8 @@ void client::register_class(tav_istr name, std::function<tavObject *()> creator)
 void client::unregister_class(tav_istr name) {
     Site const site = here("tav::tls::client::unregister_class");
     if (auto const core = alive(site)) {
-        logLine(tavLogger::INFO, site,
-                [&](std::ostream & out) { out << core->name() << " unregister object class " << name; });
+        log_line(tavLogger::INFO, site,
+                 [&](std::ostream & out) { out << core->name() << " unregister object class " << name; });
         core->unregister_class(name);
     }
 }
@@ -585,7 +575,7 @@ tavSharedPtr<tavMessage> client::createMessage(tav_istr class_or_code) {
     if (!core) {
         return nullptr;
     }
-    logLine(tavLogger::INFO, site, [&](std::ostream & out) {
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << core->name() << " creating message class_or_code = " << class_or_code;
     });
     return core->createMessage(class_or_code);
@@ -597,8 +587,8 @@ tavSharedPtr<tavObject> client::createObject(tav_istr name) {
     if (!core) {
         return nullptr;
     }
-    logLine(tavLogger::INFO, site,
-            [&](std::ostream & out) { out << core->name() << " creating object class = " << name; });
+    log_line(tavLogger::INFO, site,
+             [&](std::ostream & out) { out << core->name() << " creating object class = " << name; });
     return core->createObject(name);
 }
 
@@ -609,7 +599,7 @@ tavString client::find_class_by_code(unsigned short msgcode) {
         return tavString();
     }
     tavString const name = core->find_class_by_code(msgcode);
-    logLine(tavLogger::DEBUG, site, [&](std::ostream & out) {
+    log_line(tavLogger::DEBUG, site, [&](std::ostream & out) {
         out << core->name() << " found class " << name << " by msgcode 0x" << asHex(msgcode, 4, true);
     });
     return name;
@@ -622,7 +612,7 @@ unsigned short client::find_code_by_class(char const * name) const {
         return 0;
     }
     unsigned short const code = core->find_code_by_class(name);
-    logLine(tavLogger::DEBUG, site, [&](std::ostream & out) {
+    log_line(tavLogger::DEBUG, site, [&](std::ostream & out) {
         out << core->name() << " by class " << tav_istr(name) << " found msgcode 0x" << asHex(code, 4, true);
     });
     return code;

@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl.h"
 
+#include "client/no_message.h"
 #include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
@@ -21,8 +22,6 @@ using detail::here;
 
 constexpr long long connect_quiet_ms = 3000;
 constexpr int keep_alive_seconds = 10;
-constexpr unsigned short no_code = 0xffff;
-constexpr unsigned long long no_sno = ~0ull;
 constexpr int exception_code = -10;
 /// How long a start waits for one before it that is still looking up its host.
 constexpr int lookup_patience_ms = 500;
@@ -78,91 +77,6 @@ unsigned short decimalCode(tav_istr text) {
         }
     }
     return static_cast<unsigned short>(code);
-}
-
-connect_info::connect_info(std::string name, timedout_option const & option, void const * client,
-                           unsigned era)
-    : option_(option),
-      start_time_(tavTime::now()),
-      result_(result_pending),
-      name_(std::move(name)),
-      client_(client),
-      era_(era) {}
-
-connect_info::connect_info(std::string name)
-    : start_time_(tavTime::now()), result_(result_ok), name_(std::move(name)), client_(nullptr), era_(0) {}
-
-void connect_info::cancel() {
-    on_conn_cancel();
-}
-
-result_type connect_info::wait() {
-    return wait(-1, [] { return true; });
-}
-
-result_type connect_info::wait(int slice_ms, std::function<bool()> const & patient) {
-    std::lock_guard<tavMonitor const> const guard(monitor_);
-    if (result_ < 0 && process_exit::begun()) {
-        log_parts(tavLogger::ERROR, here("tav::tls::impl::connect_info::wait"), name_,
-                  " a wait for a connect while the process exits would never end");
-        return result_error;
-    }
-    if (result_ < 0 && thread_role::needed_to_connect(client_)) {
-        log_parts(tavLogger::ERROR, here("tav::tls::impl::connect_info::wait"), name_,
-                  " a wait for a connect on the thread ", std::string(tav_istr(tavThread::currentName())),
-                  ", which the connect needs, would never end: wait on a thread of the application or in "
-                  "on_error, or let on_open and on_timedout tell");
-        return result_error;
-    }
-    if (result_ < 0) {
-        detail::log(tav_istr(log_tag), tavLogger::DEBUG, here("tav::tls::impl::connect_info::wait"),
-                    [&](std::ostream & out) { out << name_ << " connect wait begin, " << option_; });
-        while (result_ < 0 && patient()) {
-            if (!monitor_.waitInLock(slice_ms) && slice_ms < 0 && result_ < 0) {
-                result_ = result_timedout;
-            }
-        }
-        detail::log(tav_istr(log_tag), tavLogger::DEBUG, here("tav::tls::impl::connect_info::wait"),
-                    [&](std::ostream & out) { out << name_ << " connect wait end, result = " << result_; });
-    }
-    return result_;
-}
-
-result_type connect_info::result() const {
-    std::lock_guard<tavMonitor const> const guard(monitor_);
-    return result_;
-}
-
-void connect_info::busy() {
-    std::lock_guard<tavMonitor const> const guard(monitor_);
-    if (result_ == result_pending || result_ == result_busy) {
-        result_ = result_busy;
-    }
-}
-
-void connect_info::on_conn_connected() {
-    complete(result_ok, "tav::tls::impl::connect_info::on_conn_connected", " on connected");
-}
-
-void connect_info::on_conn_error() {
-    complete(result_error, "tav::tls::impl::connect_info::on_conn_error", " on connect error");
-}
-
-void connect_info::on_conn_timedout() {
-    complete(result_timedout, "tav::tls::impl::connect_info::on_conn_timedout", " on connect timedout");
-}
-
-void connect_info::on_conn_cancel() {
-    complete(result_cancelled, "tav::tls::impl::connect_info::on_conn_cancel", " on connect cancelled");
-}
-
-void connect_info::complete(result_type result, char const * func, char const * what) {
-    log_parts(tavLogger::DEBUG, here(func), name_, what);
-    std::lock_guard<tavMonitor const> const guard(monitor_);
-    if (result_ < 0) {
-        result_ = result;
-    }
-    monitor_.signalAllInLock();
 }
 
 Client::Client(tav_istr name, session::clock_function clock)
@@ -242,7 +156,7 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
     if (last && !thread_role::needed_to_connect(context_.get())) {
         log_parts(tavLogger::WARN, site, name_, " last start not complete, wait it...");
         result_type const result = last->wait(wait_slice_ms, [this] { return !hangs_in_lookup(); });
-        detail::log(tav_istr(log_tag), tavLogger::WARN, site, [&](std::ostream & out) {
+        log_line(tavLogger::WARN, site, [&](std::ostream & out) {
             out << name_ << " last start not complete, wait result = " << result;
         });
         if (result >= 0) {
@@ -253,7 +167,7 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
         auto const present = this->option();
         if (present->host == option.host && present->port == option.port &&
             is_same_policy(present->policy, option.policy)) {
-            detail::log(tav_istr(log_tag), tavLogger::WARN, site, [&](std::ostream & out) {
+            log_line(tavLogger::WARN, site, [&](std::ostream & out) {
                 out << name_ << " connected already, no need to start again";
             });
             return std::make_shared<connect_info>(name_);
@@ -272,15 +186,15 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
 Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reuseConnected) {
     detail::Site const site = here("tav::tls::impl::Client::reconnect__");
     if (connect_ptr const last = connecting()) {
-        detail::log(tav_istr(log_tag), tavLogger::WARN, site, [&](std::ostream & out) {
+        log_line(tavLogger::WARN, site, [&](std::ostream & out) {
             out << name_ << " last reconnect not complete, return directly";
         });
         last->busy();
         return last;
     }
     if (reuseConnected && connected()) {
-        detail::log(tav_istr(log_tag), tavLogger::WARN, site,
-                    [&](std::ostream & out) { out << name_ << " connected already, no need to reconnect"; });
+        log_line(tavLogger::WARN, site,
+                 [&](std::ostream & out) { out << name_ << " connected already, no need to reconnect"; });
         return std::make_shared<connect_info>(name_);
     }
     Lock const guard(requests_mutex_);
@@ -577,11 +491,10 @@ void Client::checkConnect(char const * what) {
     long long const now = session::steady_ms();
     long long const elapsed = now - last_connect_ms_;
     if (last_connect_ms_ != 0 && elapsed > 0 && elapsed < connect_quiet_ms) {
-        detail::log(tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::Client::checkConnect"),
-                    [&](std::ostream & out) {
-                        out << name_ << " " << what << " too fast, sleep " << connect_quiet_ms - elapsed
-                            << "ms....(no support)";
-                    });
+        log_line(tavLogger::INFO, here("tav::tls::impl::Client::checkConnect"), [&](std::ostream & out) {
+            out << name_ << " " << what << " too fast, sleep " << connect_quiet_ms - elapsed
+                << "ms....(no support)";
+        });
     }
     last_connect_ms_ = now;
 }

@@ -1,3 +1,4 @@
+#include "client/no_message.h"
 #include "client/vinta_tls_client_impl.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "foundation/report.h"
@@ -19,7 +20,6 @@ constexpr unsigned smallest_packet = 16;
 constexpr unsigned char affirm_kind_mask = 0xf0;
 constexpr unsigned char need_affirm = 0x20;
 constexpr unsigned char affirmed = 0x30;
-constexpr unsigned short no_code = 0xffff;
 constexpr char const * no_json = "null";
 /// The tag under which messages are told of that do not fit the meta model.
 constexpr char const * json_tag = "JSON2NBR";
@@ -28,8 +28,7 @@ using Lock = std::lock_guard<tavMutex const>;
 
 void sayCode(tavLogger::LogLevel level, detail::Site site, std::string const & name, char const * words,
              unsigned short code) {
-    detail::log(tav_istr(log_tag), level, site,
-                [&](std::ostream & out) { out << name << words << asHex(code, 4, true); });
+    log_line(level, site, [&](std::ostream & out) { out << name << words << asHex(code, 4, true); });
 }
 
 unsigned char const * bytesOf(tav_istr v) {
@@ -87,8 +86,8 @@ void Client::on_recv(tavBytes const & frame) {
 void Client::dispatch(tavBytes const & frame, session & from) {
     detail::Site const site = here("tav::tls::impl::Client::on_recv");
     tavSharedPtr<im::Packet> const packet = im::Packet::create(frame[1] != 0, frame[1]);
-    detail::log(tav_istr(log_tag), tavLogger::VERBOSE, site,
-                [&](std::ostream & out) { out << name_ << " recv buf /" << HexDump(tav_istr(frame)); });
+    log_line(tavLogger::VERBOSE, site,
+             [&](std::ostream & out) { out << name_ << " recv buf /" << HexDump(tav_istr(frame)); });
     if (!packet->decode(tav_istr(frame))) {
         return;
     }
@@ -108,12 +107,10 @@ void Client::dispatch(tavBytes const & frame, session & from) {
         obj->decode(body);
         obj->sno = packet->sequence();
         obj->ext = ext;
-        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
-                    [&](std::ostream & out) { received(out) << " obj " << *obj; });
+        log_object(tavLogger::INFO, site, [&](std::ostream & out) { received(out) << " obj " << *obj; });
     } else {
         std::string const shown = body_text(*packet);
-        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
-                    [&](std::ostream & out) { received(out) << shown; });
+        log_line(tavLogger::INFO, site, [&](std::ostream & out) { received(out) << shown; });
     }
 
     if (!to_send_level(from, *packet, obj, ext) && !to_type_level(*packet, obj, ext)) {
@@ -126,8 +123,8 @@ void Client::dispatch(tavBytes const & frame, session & from) {
         packet->setAffirm(affirmed);
         ext.clientTime = static_cast<long long>(tavTime::now());
         packet->setExt(ext);
-        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
-                    [&](std::ostream & out) { out << name_ << " send back affirm" << *packet; });
+        log_line(tavLogger::INFO, site,
+                 [&](std::ostream & out) { out << name_ << " send back affirm" << *packet; });
         from.send_pkt(packet, send_option());
     }
 }
@@ -178,13 +175,11 @@ void Client::warn_unregistered(message_callback const & callback, unsigned short
                                tavSharedPtr<tavMessage> const & obj) const {
     callback_type const type = callback.type();
     if (!obj && (type == callback_obj || type == callback_ptr)) {
-        detail::log(
-            tav_istr(log_tag), tavLogger::WARN, here("tav::tls::impl::Client::on_recv"),
-            [&](std::ostream & out) {
-                out << name_ << " message 0x" << asHex(code, 4, true)
-                    << " is lost: its callback takes objects, and no class is registered for the code; "
-                       "register one with register_message, or take the message as NBR or JSON";
-            });
+        log_line(tavLogger::WARN, here("tav::tls::impl::Client::on_recv"), [&](std::ostream & out) {
+            out << name_ << " message 0x" << asHex(code, 4, true)
+                << " is lost: its callback takes objects, and no class is registered for the code; "
+                   "register one with register_message, or take the message as NBR or JSON";
+        });
     }
 }
 
@@ -289,14 +284,14 @@ Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgco
     }
 
     if (obj) {
-        detail::log(tav_istr(log_tag), tavLogger::INFO, site, [&](std::ostream & out) {
+        log_object(tavLogger::INFO, site, [&](std::ostream & out) {
             out << name_ << " send pkt " << *packet << " /"
                 << " obj " << *obj;
         });
     } else {
         std::string const shown = body_text(*packet);
-        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
-                    [&](std::ostream & out) { out << name_ << " send pkt " << *packet << " /" << shown; });
+        log_line(tavLogger::INFO, site,
+                 [&](std::ostream & out) { out << name_ << " send pkt " << *packet << " /" << shown; });
     }
     return to->send_pkt(packet, option);
 }
@@ -405,16 +400,15 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
 
     timedout_function const timedout = [self, site](unsigned long long sno, unsigned short msgcode,
                                                     bool cancelled) {
-        detail::log(tav_istr(log_tag), tavLogger::INFO, site, [&](std::ostream & line) {
+        log_line(tavLogger::INFO, site, [&](std::ostream & line) {
             line << self->name_ << " " << msginfo(sno, msgcode, -1) << " "
                  << (cancelled ? "cancelled" : "timedout");
         });
     };
     error_function const error = [self, site](unsigned long long, unsigned short, int code,
                                               char const * text) {
-        detail::log(tav_istr(log_tag), tavLogger::INFO, site, [&](std::ostream & line) {
-            line << self->name_ << " on error <" << code << ">" << text;
-        });
+        log_line(tavLogger::INFO, site,
+                 [&](std::ostream & line) { line << self->name_ << " on error <" << code << ">" << text; });
     };
     nbr_function const reply = [self, site, awaited](unsigned long long sno, unsigned short,
                                                      unsigned char const * data, unsigned size,
@@ -427,8 +421,8 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
         target.decode(tav_istr(data, size));
         target.sno = sno;
         target.ext = ext;
-        detail::log(tav_istr(log_tag), tavLogger::INFO, site,
-                    [&](std::ostream & line) { line << self->name_ << " ack " << target; });
+        log_object(tavLogger::INFO, site,
+                   [&](std::ostream & line) { line << self->name_ << " ack " << target; });
     };
     send_ptr const info =
         sendMsg(msg, send_option(wait_ms, timedout, error, reply, ack->msgcode(), grey, version));

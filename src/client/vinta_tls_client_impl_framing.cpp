@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_session.h"
 
+#include "client/no_message.h"
 #include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
@@ -19,7 +20,6 @@ namespace {
 
 using tav::detail::here;
 
-constexpr unsigned long long no_sno = ~0ull;
 constexpr unsigned head_size = frame_reader::head_size;
 /// Room for what a packet adds to its body.
 constexpr unsigned packet_overhead = 128;
@@ -307,7 +307,7 @@ void session::do_send_pkt(im::Packet & pkt, info_ptr const & info) {
     unsigned const size = frame.size() - head_size;
     write_size(frame.data(), size);
     if (tavLogger::isLoggable(log_tag, tavLogger::VERBOSE)) {
-        tav::detail::log(log_tag, tavLogger::VERBOSE, site, [&](std::ostream & out) {
+        log_line(tavLogger::VERBOSE, site, [&](std::ostream & out) {
             out << name_ << " send buf /" << HexDump(tav_istr(frame.data() + head_size, size));
         });
     }

@@ -1,7 +1,6 @@
 #ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_LOG_H
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_LOG_H
 
-#include "foundation/build_stamp.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_log.h"
 
@@ -14,7 +13,6 @@
 /// Log lines of the TLS client.  Internal.
 namespace tav {
 namespace tls {
-namespace TAV_IMPL_NAMESPACE {
 
 /// The tag of every line of the client.
 inline constexpr char log_tag[] = "TLS.CLT";
@@ -34,7 +32,7 @@ void append_part(std::string & out, T const & part) {
 /// for lines that come with every frame: no stream is built.  A line for which there is no memory is lost, so
 /// that none keeps anything from being done.
 template <class... Parts>
-void log_parts(tavLogger::LogLevel level, tav::detail::Site site, Parts const &... parts) noexcept {
+void log_parts(tavLogger::LogLevel level, detail::Site site, Parts const &... parts) noexcept {
     try {
         if (!tavLogger::isLoggable(tav_istr(log_tag), level)) {
             return;
@@ -51,11 +49,17 @@ void log_parts(tavLogger::LogLevel level, tav::detail::Site site, Parts const &.
 
 /// The same for a line that is printed to a stream.
 template <class Print>
-void log_line(tavLogger::LogLevel level, tav::detail::Site site, Print const & print) noexcept {
+void log_line(tavLogger::LogLevel level, detail::Site site, Print const & print) noexcept {
     try {
-        tav::detail::log(tav_istr(log_tag), level, site, print);
+        detail::log(tav_istr(log_tag), level, site, print);
     } catch (...) {
     }
+}
+
+/// For a line with an object of the application: what the printing of that throws goes to the caller.
+template <class Print>
+void log_object(tavLogger::LogLevel level, detail::Site site, Print const & print) {
+    detail::log(tav_istr(log_tag), level, site, print);
 }
 
 /// The text of an error; a short one if there is no memory for it.
@@ -67,8 +71,6 @@ inline std::string text_of(std::error_code ec) noexcept {
     }
 }
 
-} // namespace TAV_IMPL_NAMESPACE
-namespace impl = TAV_IMPL_NAMESPACE;
 } // namespace tls
 } // namespace tav
 

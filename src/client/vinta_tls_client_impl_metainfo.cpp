@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_metainfo.h"
 
+#include "client/no_message.h"
 #include "foundation/number_text.h"
 #include "tav/vinta/vinta_json2nbr.h"
 #include "tav/vinta/vinta_object.h"
@@ -10,12 +11,6 @@
 namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
-
-namespace {
-
-constexpr unsigned short no_code = 0xffff;
-
-} // namespace
 
 metainfo::metainfo(std::string text) : text_(std::move(text)), stream_(tav_istr(text_)), factory_(stream_) {}
 

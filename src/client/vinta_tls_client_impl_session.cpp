@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_session.h"
 
+#include "client/no_message.h"
 #include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
@@ -23,8 +24,6 @@ namespace {
 
 using tav::detail::here;
 
-constexpr unsigned long long no_sno = ~0ull;
-constexpr unsigned short no_code = 0xffff;
 constexpr int timer_period_ms = 100;
 constexpr int receiver_wait_ms = 1000;
 
@@ -435,8 +434,8 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
 void session::keep_report() {
     auto made = std::make_shared<tls_report const>(socket_.report());
     if (socket_.setup()) {
-        tav::detail::log(tav_istr(log_tag), tavLogger::INFO, here("tav::tls::impl::session::keep_report"),
-                         [&](std::ostream & out) { out << name_ << " negotiated " << *made; });
+        log_line(tavLogger::INFO, here("tav::tls::impl::session::keep_report"),
+                 [&](std::ostream & out) { out << name_ << " negotiated " << *made; });
     }
     std::lock_guard<std::mutex> const guard(report_mutex_);
     report_ = std::move(made);

@@ -1,5 +1,7 @@
 #include "tav/vinta/vinta_tls_client_options.h"
 
+#include "client/no_message.h"
+#include "client/vinta_tls_client_impl_log.h"
 #include "foundation/report.h"
 #include "foundation/scope_exit.h"
 #include "tav/vinta/vinta_tls_policy.h"
@@ -16,8 +18,6 @@ namespace tav {
 namespace tls {
 
 namespace {
-
-constexpr char const * TAG = "TLS.CLT";
 
 constexpr char const * DEFAULT_CIPHERS = "AES256-GCM-SHA384:AES128-GCM-SHA256:"
                                          "ECDHE-RSA-AES256-GCM-SHA384:ECDHE-RSA-AES128-GCM-SHA256:"
@@ -53,29 +53,15 @@ int asSize(std::size_t size) {
     return static_cast<int>(std::min<std::size_t>(size, std::numeric_limits<int>::max()));
 }
 
-/// Writes one record, whose text is made only if `level` is loggable.  A line for which there is no memory is
-/// lost: it keeps no function from being called.
-template <class Text>
-void log(tavLogger::LogLevel level, detail::Site site, Text text) noexcept {
-    try {
-        if (tavLogger::isLoggable(TAG, level)) {
-            std::string const record = text() + '\n';
-            tavLogger::writeLog(TAG, level, tav_istr(record), site.file, static_cast<int>(site.line),
-                                site.func);
-        }
-    } catch (...) {
-    }
-}
-
 /// `info` makes the msginfo.
 template <class Info>
 void logMessage(char const * level, char const * kind, detail::Site site, Info info) {
-    log(tavLogger::INFO, site,
-        [&] { return level + std::string(" level on ") + kind + ' ' + textOf(info()); });
+    log_line(tavLogger::INFO, site,
+             [&](std::ostream & out) { out << level << " level on " << kind << ' ' << textOf(info()); });
 }
 
 void logConstructed(char const * word, detail::Site site) {
-    log(tavLogger::VERBOSE, site, [&] { return std::string(word); });
+    log_parts(tavLogger::VERBOSE, site, word);
 }
 
 /// Calls through a copy, as the function may replace the one that the object holds.  Without memory for one
@@ -95,7 +81,7 @@ bool fire(std::function<void()> const & held, char const * text, detail::Site si
     if (!held) {
         return false;
     }
-    log(tavLogger::INFO, site, [&] { return std::string(text); });
+    log_parts(tavLogger::INFO, site, text);
     callCopy(held, [](std::function<void()> const & function) { function(); });
     return true;
 }
@@ -105,9 +91,9 @@ bool fireError(error_function const & held, char const * level, unsigned long lo
     if (!held || code == 0) {
         return false;
     }
-    log(tavLogger::INFO, site, [&] {
-        return level + std::string(" level on error ") + textOf(msginfo(sno, msgcode, -1)) + " <" +
-               std::to_string(code) + "> " + text;
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << level << " level on error " << textOf(msginfo(sno, msgcode, -1)) << " <"
+            << std::to_string(code) << "> " << text;
     });
     callCopy(held, [&](error_function const & function) {
         on_error_call(function, sno, msgcode, code, std::move(text));
@@ -120,9 +106,9 @@ int fireProxy(proxy_function const & held, unsigned int socket, char const * hos
     if (!held) {
         return 0;
     }
-    log(tavLogger::INFO, site, [&] {
-        return "http proxy tcp connected, connecting real server " +
-               textOf(ip_port(host != nullptr ? host : "", port));
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << "http proxy tcp connected, connecting real server "
+            << textOf(ip_port(host != nullptr ? host : "", port));
     });
     return callCopy(held, [&](proxy_function const & function) { return function(socket, host, port); });
 }
@@ -176,13 +162,13 @@ bool ip_port::empty() const {
     return host.empty() && (port.empty() || port == "0");
 }
 
-msginfo::msginfo() : sno(std::numeric_limits<unsigned long long>::max()), msgcode(0xffff), size(-1) {}
+msginfo::msginfo() : sno(no_sno), msgcode(no_code), size(-1) {}
 
 msginfo::msginfo(unsigned long long sequence, unsigned short code, int body_size)
     : sno(sequence), msgcode(code), size(body_size) {}
 
 bool msginfo::empty() const {
-    return sno == std::numeric_limits<unsigned long long>::max() && msgcode == 0xffff && size == -1;
+    return sno == no_sno && msgcode == no_code && size == -1;
 }
 
 std::ostream & operator<<(std::ostream & out, ip_port const & v) {
@@ -280,10 +266,11 @@ bool timedout_option::check_timedout(unsigned long long sno, unsigned short msgc
         std::lock_guard<tavMutex const> guard(mutex_);
         firing_ = false;
     });
-    log(tavLogger::INFO, detail::here("tav::tls::timedout_option::check_timedout"), [&] {
-        return "on timedout " + textOf(msginfo(sno, msgcode, -1)) + maxWaiting(wait) +
-               std::to_string(elapsed) + "ms";
-    });
+    log_line(tavLogger::INFO, detail::here("tav::tls::timedout_option::check_timedout"),
+             [&](std::ostream & out) {
+                 out << "on timedout " << textOf(msginfo(sno, msgcode, -1)) << maxWaiting(wait)
+                     << std::to_string(elapsed) << "ms";
+             });
     if (function) {
         (*function)(sno, msgcode, false);
     }
@@ -399,7 +386,7 @@ bool message_callback::on_ptr_msg(char const * level, unsigned long long sno, ta
         return false;
     }
     logMessage(level, "ptr", detail::here("tav::tls::message_callback::on_ptr_msg"),
-               [&] { return msginfo(sno, msg ? msg->msgcode() : static_cast<unsigned short>(0xffff), -1); });
+               [&] { return msginfo(sno, msg ? msg->msgcode() : no_code, -1); });
     held->ptr(sno, std::move(msg));
     return true;
 }
@@ -612,7 +599,7 @@ std::ostream & operator<<(std::ostream & out, connect_option const & v) {
     return out << text;
 }
 
-send_option::send_option() : ack(0xffff), grey(false), version(4), sno(0) {}
+send_option::send_option() : ack(no_code), grey(false), version(4), sno(0) {}
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, obj_function f,
                          unsigned short ack_code, bool is_grey, unsigned short pkt_version)
@@ -664,7 +651,7 @@ send_option::send_option(int wait_ms, timedout_function timedout, error_function
 
 send_option::send_option(int wait_ms, timedout_function timedout, bool is_grey, unsigned short pkt_version)
     : timedout_option(wait_ms, std::move(timedout)),
-      ack(0xffff),
+      ack(no_code),
       grey(is_grey),
       version(pkt_version),
       sno(0) {
@@ -685,7 +672,7 @@ send_option::send_option(timedout_option const & timedout, error_function error,
 }
 
 send_option::send_option(timedout_option const & timedout, bool is_grey, unsigned short pkt_version)
-    : timedout_option(timedout), ack(0xffff), grey(is_grey), version(pkt_version), sno(0) {
+    : timedout_option(timedout), ack(no_code), grey(is_grey), version(pkt_version), sno(0) {
     logConstructed("timedout option only", detail::here("tav::tls::send_option::send_option"));
 }
 
@@ -757,7 +744,7 @@ std::ostream & operator<<(std::ostream & out, send_option const & v) {
         text += kindWord(type);
         text += ' ';
     }
-    if (v.ack < 0xffff) {
+    if (v.ack < no_code) {
         text += "ack 0x" + hex4(v.ack) + " ";
     }
     if (v.grey) {
