@@ -1,6 +1,6 @@
 #include "foundation/tree_nodes.h"
 
-#include "foundation/count_place.h"
+#include "foundation/unshared_count.h"
 
 #include <algorithm>
 #include <atomic>
@@ -64,10 +64,9 @@ void * newNode(std::size_t size) {
 }
 
 void * newCountedNode(std::size_t size) {
-    std::size_t const whole = roundedUp(size);
-    void * const value = newNode(whole + countSize);
-    placeNextCount(static_cast<char *>(value) + whole);
-    return value;
+    void * const node = newNode(size);
+    nextCountIsUnshared();
+    return node;
 }
 
 void deleteNode(void * node) noexcept {

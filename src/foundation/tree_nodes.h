@@ -11,8 +11,8 @@ namespace detail {
 /// there is one, else an allocation of its own.
 void * newNode(std::size_t size);
 
-/// The same for a counted object, with the memory of its count behind it.  The object must be made there at
-/// once, and referred to before another thread knows it.
+/// The same for a counted object.  It must be made there at once, and referred to before another thread knows
+/// it.
 void * newCountedNode(std::size_t size);
 
 /// Gives the memory of either back, on any thread and in any order.

@@ -1,21 +1,20 @@
 #include "tav/vinta/vinta_locks.h"
 
-#include "foundation/count_place.h"
 #include "foundation/thread_pool.h"
+#include "foundation/unshared_count.h"
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <new>
-#include <system_error>
 
 namespace {
 
 using Guard = std::lock_guard<std::recursive_mutex>;
 
 /// What a counter's pointer leads to: the value under a mutex of its own, the kind that a tavMutex holds, in
-/// the same allocation.  `next` links a cell in a pool.
+/// the same allocation.  `next` links a cell in a pool, where it has no value.
 template <class Self, class V>
 struct Cell {
     using Value = V;
@@ -43,8 +42,10 @@ struct Cell {
     std::size_t footprint() const noexcept { return sizeof(Self) + tav::detail::allocationCost; }
 
     std::recursive_mutex mutex;
-    Self * next = nullptr;
-    V value{};
+    union {
+        V value = 0;
+        Self * next;
+    };
 };
 
 /// Cells that a thread has given back and will use again.
@@ -147,57 +148,49 @@ void tavMonitor::signalAllInLock() const {
 
 namespace {
 
-/// The cell of a count, which tells where it lies.
-template <class Self>
-struct CountCell : Cell<Self, unsigned> {
-    /// From the pool, or at a place: of an object that nobody but its maker knows, or of any other.
-    enum class State : unsigned char { pooled, unknown, known };
-    State state = State::pooled;
-};
-
-/// Where the next count of this thread goes; null if it is to come from the pool.
-[[gnu::tls_model("initial-exec")]] thread_local void * nextCount = nullptr;
+/// Whether the next count that this thread makes is that of an object which nobody else knows.
+[[gnu::tls_model("initial-exec")]] thread_local bool nextIsUnshared = false;
 
 } // namespace
 
-// The size of such a cell is the same for each `Self`.
-std::size_t const tav::detail::countSize = sizeof(CountCell<void>);
-
-void tav::detail::placeNextCount(void * place) noexcept {
-    nextCount = place;
+void tav::detail::nextCountIsUnshared() noexcept {
+    nextIsUnshared = true;
 }
 
-struct [[gnu::visibility("hidden")]] tavAtomicInt::Impl
-    : CountCell<Impl>{static Impl * make(){void * const place = nextCount;
-if (place == nullptr) {
-    return Pool<Impl>::take(0);
-}
-static_assert(sizeof(Impl) == sizeof(CountCell<void>) && alignof(Impl) <= alignof(void *),
-              "the place is large enough");
-nextCount = nullptr;
-Impl * const made = new (place) Impl;
-made->state = State::unknown;
-return made;
-}
+struct [[gnu::visibility("hidden")]] tavAtomicInt::Impl : Cell<Impl, unsigned> {
+    /// From the pool, or within an object: that nobody but its maker knows, or any other.
+    enum class State : unsigned char { pooled, unknown, known };
 
-/// Adds a reference.  The state changes here for the last time, ahead of the moment at which other
-/// threads learn of the object, so they read it without a lock.
-void refer() {
-    if (state == State::unknown) {
-        state = State::known;
-        value = 1;
-    } else {
-        add(1);
+    static Impl * at(Place & place) noexcept {
+        static_assert(sizeof(Impl) <= sizeof place.bytes && alignof(Impl) <= alignof(Place),
+                      "the place is large enough");
+        Impl * const made = new (place.bytes) Impl;
+        made->state = nextIsUnshared ? State::unknown : State::known;
+        nextIsUnshared = false;
+        return made;
     }
-}
-}
-;
 
-tavAtomicInt::tavAtomicInt() : impl_(Impl::make()) {}
+    /// Adds a reference.  The state changes here for the last time, ahead of the moment at which other
+    /// threads learn of the object, so they read it without a lock.
+    void refer() {
+        if (state == State::unknown) {
+            state = State::known;
+            value = 1;
+        } else {
+            add(1);
+        }
+    }
+
+    State state = State::pooled;
+};
+
+tavAtomicInt::tavAtomicInt() : impl_(Pool<Impl>::take(0)) {}
 
 tavAtomicInt::tavAtomicInt(unsigned v) : impl_(Pool<Impl>::take(v)) {}
 
 tavAtomicInt::tavAtomicInt(tavAtomicInt const & other) : impl_(Pool<Impl>::take(other.get())) {}
+
+tavAtomicInt::tavAtomicInt(Place & place) noexcept : impl_(Impl::at(place)) {}
 
 tavAtomicInt::~tavAtomicInt() {
     if (impl_->state != Impl::State::pooled) {

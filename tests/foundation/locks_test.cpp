@@ -1,14 +1,14 @@
 #include "tav/vinta/vinta_locks.h"
 
+#include "support/failing_allocations.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <new>
-#include <system_error>
 #include <thread>
 #include <type_traits>
 #include <vector>
@@ -103,9 +103,6 @@ static_assert(same<decltype(&tavMonitor::wait), WaitOnMonitor> &&
                   same<decltype(&tavMonitor::waitInLock), WaitOnMonitor>,
               "");
 
-/// Whether this thread's allocations fail.
-thread_local bool memoryIsShort = false;
-
 struct Uncopied : tavNonCopyable {};
 static_assert(std::is_default_constructible<Uncopied>::value, "");
 static_assert(!std::is_copy_constructible<Uncopied>::value && !std::is_copy_assignable<Uncopied>::value, "");
@@ -115,30 +112,22 @@ static_assert(std::is_empty<tavNullMutex>::value, "");
 
 } // namespace
 
-void * operator new(std::size_t size) {
-    void * const made = memoryIsShort ? nullptr : std::malloc(size != 0 ? size : 1);
-    if (made == nullptr) {
-        throw std::bad_alloc();
-    }
-    return made;
-}
-void operator delete(void * p) noexcept {
-    std::free(p);
-}
-void operator delete(void * p, std::size_t) noexcept {
-    std::free(p);
+TEST(TavMutex, IsNotMadeWithoutMemory) {
+    tav_test::FailingAllocation const failing(1);
+    EXPECT_THROW(tavMutex(), std::bad_alloc);
 }
 
-TEST(TavMutex, WithoutMemoryItRaisesAsItIsMade) {
-    bool raised = false;
-    memoryIsShort = true;
-    try {
-        tavMutex const mutex;
-    } catch (std::bad_alloc const &) {
-        raised = true;
+TEST(TavMutex, StaticOneIsMadeWhenThereIsMemoryAgain) {
+    auto const get = []() -> tavMutex const & {
+        static tavMutex const the;
+        return the;
+    };
+    {
+        tav_test::FailingAllocation const failing(1);
+        EXPECT_THROW(get(), std::bad_alloc);
     }
-    memoryIsShort = false;
-    EXPECT_TRUE(raised);
+    get().lock();
+    get().unlock();
 }
 
 TEST(TavMutex, IsRecursiveAndFreeAfterAsManyUnlocks) {

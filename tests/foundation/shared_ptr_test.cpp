@@ -1,5 +1,7 @@
 #include "tav/vinta/vinta_locks.h"
 
+#include "support/failing_allocations.h"
+
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -43,7 +45,7 @@ static_assert(noexcept(new (static_cast<void *>(nullptr))
                            Plain) && noexcept(new (static_cast<void *>(nullptr))
                                                   Plain(std::declval<Plain const &>())) &&
                   std::is_nothrow_copy_assignable<Plain>::value,
-              "a failure of a count ends the process");
+              "making and counting allocates nothing");
 
 using Ptr = tavSharedPtr<Counted>;
 
@@ -90,6 +92,36 @@ TEST(TavRefCountObject, IsDeletedWhenTheCountFallsToZero) {
     EXPECT_EQ(1, alive);
     object->decRefCount();
     EXPECT_EQ(0, alive);
+}
+
+TEST(TavRefCountObject, IsMadeCopiedAndCountedWithoutAnAllocation) {
+    long const failed = tav_test::eachAllocationFails([] {
+        int alive = 0;
+        Counted object(alive, 1);
+        Counted const copy(object);
+        Ptr const pointer(&object, false);
+        object.incRefCount();
+        Ptr const counted(&object);
+        EXPECT_EQ(2u, object.getRefCount());
+        EXPECT_EQ(0u, copy.getRefCount());
+    });
+    EXPECT_EQ(0, failed);
+}
+
+TEST(TavRefCountObject, ManyThreadsMayTakeTheFirstReference) {
+    for (int round = 0; round < 200; ++round) {
+        int alive = 0;
+        Counted object(alive);
+        Ptr const held(&object, false);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 3; ++t) {
+            threads.emplace_back([&object] { object.incRefCount(); });
+        }
+        for (std::thread & thread : threads) {
+            thread.join();
+        }
+        ASSERT_EQ(3u, object.getRefCount());
+    }
 }
 
 TEST(TavRefCountObject, CopyStartsAtZero) {

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <functional>
+#include <mutex>
 #include <type_traits>
 #include <utility>
 
@@ -109,6 +110,14 @@ public:
 private:
     friend class tavRefCountObject;
 
+    /// Memory for the implementation, of one who keeps it within.
+    struct Place {
+        Place() noexcept {}
+        alignas(std::recursive_mutex) unsigned char bytes[sizeof(std::recursive_mutex) + 2 * sizeof(void *)];
+    };
+    /// 0, with the implementation at `place`.
+    explicit tavAtomicInt(Place & place) noexcept;
+
     struct Impl;
     Impl * impl_;
 };
@@ -159,11 +168,11 @@ private:
 /// The root of objects that tavSharedPtr counts.  A new object has the count 0; the object is deleted when
 /// the count falls to 0 again, and is its owner's affair as long as no counted pointer ever held it.  The
 /// count belongs to the object and not to its value, so copies start at 0 and assignment leaves it alone.
-/// Nothing here raises: a failure ends the process.  Thread safety: the counting operations.
+/// Nothing here raises or allocates.  Thread safety: the counting operations.
 class TAV_API tavRefCountObject {
 public:
-    tavRefCountObject() noexcept {}
-    tavRefCountObject(tavRefCountObject const &) noexcept {}
+    tavRefCountObject() noexcept : refCount_(countPlace_) {}
+    tavRefCountObject(tavRefCountObject const &) noexcept : refCount_(countPlace_) {}
     tavRefCountObject & operator=(tavRefCountObject const &) noexcept { return *this; }
 
     void incRefCount() noexcept;
@@ -180,6 +189,7 @@ protected:
     virtual ~tavRefCountObject();
 
 private:
+    tavAtomicInt::Place countPlace_;
     tavAtomicInt refCount_;
 };
 

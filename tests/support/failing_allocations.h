@@ -1,0 +1,98 @@
+#ifndef TAV_TESTS_SUPPORT_FAILING_ALLOCATIONS_H
+#define TAV_TESTS_SUPPORT_FAILING_ALLOCATIONS_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+
+/// Lets the n-th allocation of the process fail.  It replaces the operators of the whole program, so one
+/// source of a test program includes it.
+
+namespace tav_test {
+
+/// How many allocations are left up to the one that fails; 0 or less for none.
+inline std::atomic<long> allocationsLeft{0};
+inline std::atomic<bool> allocationFailed{false};
+inline thread_local bool allocationsSpared = false;
+
+inline bool allocationMayFail() {
+    return !allocationsSpared && allocationsLeft.load(std::memory_order_relaxed) > 0 &&
+           allocationsLeft.fetch_sub(1) == 1;
+}
+
+/// While it lives, the `n`-th allocation from now on fails, on whichever thread; the others do not.
+class FailingAllocation {
+public:
+    explicit FailingAllocation(long n) {
+        allocationFailed = false;
+        allocationsLeft = n;
+    }
+    ~FailingAllocation() { allocationsLeft = 0; }
+    FailingAllocation(FailingAllocation const &) = delete;
+    FailingAllocation & operator=(FailingAllocation const &) = delete;
+
+    /// Whether there were as many.
+    static bool happened() { return allocationFailed; }
+};
+
+/// While it lives, no allocation of its thread fails or counts: for a test's own notes in the middle.
+class SparedAllocations {
+public:
+    SparedAllocations() : before_(allocationsSpared) { allocationsSpared = true; }
+    ~SparedAllocations() { allocationsSpared = before_; }
+    SparedAllocations(SparedAllocations const &) = delete;
+    SparedAllocations & operator=(SparedAllocations const &) = delete;
+
+private:
+    bool const before_;
+};
+
+/// Runs `scenario` with its first allocation failing, its second, and so on, until one run has fewer.  What
+/// the scenario raises is its own affair.  Returns how many failed.
+template <class Scenario>
+long eachAllocationFails(Scenario scenario) {
+    for (long n = 1;; ++n) {
+        FailingAllocation const failing(n);
+        scenario();
+        if (!FailingAllocation::happened()) {
+            return n - 1;
+        }
+    }
+}
+
+} // namespace tav_test
+
+// Kept out of line, so that the compiler does not take them for a mismatched pair.
+[[gnu::noinline]] void * operator new(std::size_t size) {
+    if (tav_test::allocationMayFail()) {
+        tav_test::allocationFailed = true;
+        throw std::bad_alloc();
+    }
+    if (void * const p = std::malloc(size != 0 ? size : 1)) {
+        return p;
+    }
+    throw std::bad_alloc();
+}
+
+[[gnu::noinline]] void * operator new(std::size_t size, std::nothrow_t const &) noexcept {
+    if (tav_test::allocationMayFail()) {
+        tav_test::allocationFailed = true;
+        return nullptr;
+    }
+    return std::malloc(size != 0 ? size : 1);
+}
+
+[[gnu::noinline]] void operator delete(void * p) noexcept {
+    std::free(p);
+}
+
+[[gnu::noinline]] void operator delete(void * p, std::size_t) noexcept {
+    std::free(p);
+}
+
+[[gnu::noinline]] void operator delete(void * p, std::nothrow_t const &) noexcept {
+    std::free(p);
+}
+
+#endif
