@@ -474,7 +474,7 @@ std::string Client::body_text(im::Packet const & packet) const {
     }
     std::ostringstream out;
     out << " nbr " << parsed;
-    return out.str();
+    return tav::detail::printedText(out);
 }
 
 } // namespace TAV_IMPL_NAMESPACE

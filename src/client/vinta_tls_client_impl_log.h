@@ -5,6 +5,7 @@
 #include "tav/vinta/vinta_log.h"
 
 #include <charconv>
+#include <new>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -29,8 +30,8 @@ void append_part(std::string & out, T const & part) {
 }
 
 /// Writes one record made of texts and numbers, and a line feed, if `level` is loggable.  This is the form
-/// for lines that come with every frame: no stream is built.  A line for which there is no memory is lost, so
-/// that none keeps anything from being done.
+/// for lines that come with every frame: no stream is built.  A line for which there is no memory is lost,
+/// and told of by the next, so that none keeps anything from being done.
 template <class... Parts>
 void log_parts(tavLogger::LogLevel level, detail::Site site, Parts const &... parts) noexcept {
     try {
@@ -43,6 +44,8 @@ void log_parts(tavLogger::LogLevel level, detail::Site site, Parts const &... pa
         text.push_back('\n');
         tavLogger::writeLog(tav_istr(log_tag), level, tav_istr(text), site.file, static_cast<int>(site.line),
                             site.func);
+    } catch (std::bad_alloc const &) {
+        tav::detail::countLostLine();
     } catch (...) {
     }
 }

@@ -49,6 +49,14 @@ std::string shownText(std::string_view text) {
     return shown.append(text);
 }
 
+std::string printedText(std::ostringstream const & out) {
+    std::string text = out.str();
+    if (out.bad()) {
+        text += "... (cut short)";
+    }
+    return text;
+}
+
 void raise(Site site, std::string_view message) {
     std::string text = shownText(message);
     tell(site, "<EXCEPTION> ", text);

@@ -3,6 +3,7 @@
 
 #include "tav/vinta/vinta_log.h"
 
+#include <new>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -42,17 +43,36 @@ void reportCaught(Site site, char const * what) noexcept;
 /// The same of the exception that is being handled; "unknown exception" if it has no text.
 void reportCaught(Site site) noexcept;
 
+/// What was printed into a stream of one's own.  A stream goes silent when memory runs short within it; the
+/// text then ends in "... (cut short)".
+std::string printedText(std::ostringstream const & out);
+
+/// Counts a log line that memory was too short for.  The log tells of them ahead of its next line.
+void countLostLine() noexcept;
+
+/// Writes the record that `make` makes the text of.  No operation fails because memory is too short for a
+/// line about it: the line is lost and counted.
+template <class Make>
+void logOrLose(tav_istr tag, tavLogger::LogLevel level, Site site, Make && make) {
+    try {
+        std::string const text = make();
+        tavLogger::writeLog(tag, level, tav_istr(text), site.file, static_cast<int>(site.line), site.func);
+    } catch (std::bad_alloc const &) {
+        countLostLine();
+    }
+}
+
 /// Writes one record if `level` is loggable under `tag`: `print` is given a stream, and a line feed is added.
 template <class Print>
 void log(tav_istr tag, tavLogger::LogLevel level, Site site, Print && print) {
     if (!tavLogger::isLoggable(tag, level)) {
         return;
     }
-    std::ostringstream out;
-    print(static_cast<std::ostream &>(out));
-    out << '\n';
-    std::string const text = out.str();
-    tavLogger::writeLog(tag, level, tav_istr(text), site.file, static_cast<int>(site.line), site.func);
+    logOrLose(tag, level, site, [&] {
+        std::ostringstream out;
+        print(static_cast<std::ostream &>(out));
+        return printedText(out) + '\n';
+    });
 }
 
 } // namespace detail

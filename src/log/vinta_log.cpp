@@ -2,6 +2,7 @@
 
 #include "foundation/build_stamp.h"
 #include "foundation/platform.h"
+#include "foundation/report.h"
 #include "foundation/views.h"
 #include "tav/vinta/vinta_basetypes_codec.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
@@ -15,12 +16,17 @@
 #include <charconv>
 #include <climits>
 #include <cstdint>
+#include <forward_list>
 #include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <new>
+#include <stdexcept>
+#include <string>
 #include <string_view>
+#include <system_error>
 #include <type_traits>
 
 using tav::detail::bytesOf;
@@ -97,6 +103,10 @@ public:
         updateLowest();
         version_.store(version + 2, std::memory_order_release);
     }
+
+    /// Around a fork, so that the child finds each rule whole.
+    void lock() const { mutex_.lock(); }
+    void unlock() const { mutex_.unlock(); }
 
     /// Each threshold as name and level: the default first, then the tags in ascending order.
     std::string str() const {
@@ -197,11 +207,24 @@ static_assert(std::is_trivially_destructible<Levels>::value, "threads may log wh
 /// Counts the forks that led to this process, so that a thread knows when its ids are out of date.
 std::atomic<unsigned> forkCount{0};
 
+[[maybe_unused]] bool const forksAreCounted =
+    tav::platform::aroundFork(nullptr, nullptr, [] { forkCount.fetch_add(1, std::memory_order_relaxed); });
+
 unsigned processGeneration() {
-    static bool const registered = tav::platform::aroundFork(
-        nullptr, nullptr, [] { forkCount.fetch_add(1, std::memory_order_relaxed); });
-    static_cast<void>(registered);
     return forkCount.load(std::memory_order_relaxed);
+}
+
+/// Lines that were lost since the log last told of them.
+std::atomic<unsigned> lostLines{0};
+
+/// Keeps lines of several threads on the console apart.
+std::mutex consoleMutex;
+
+/// Makes a mutex anew that some thread of the parent may have held at the fork.
+template <class Mutex>
+void renew(Mutex & mutex) {
+    static_assert(std::is_trivially_destructible<Mutex>::value, "nothing of the former one is left");
+    new (&mutex) Mutex;
 }
 
 /// "{", process, ".", thread, "}" and the build stamp, as they stand in each line of the calling thread.
@@ -236,7 +259,7 @@ std::string makeBanner(std::string_view name, std::string_view version, int maxS
     out.append(rule).append("\n");
     out.append(name).append(" version ").append(version).append("\n");
     out.append("TAV(Tandem Application Vehicle) " TAV_BUILD_STAMP "(release)\n");
-    out.append("Copyright (c) the TAV project team. All rights reserved.\n");
+    out.append("This software comes without any warranty.\n");
     out.append("Compiled on: " TAV_BUILD_DATE " " TAV_BUILD_CLOCK "\n");
     out.append("Log started: ").append(bytesOf(tavTime::now().str())).append("\n");
     out.append("Log file max size: ");
@@ -266,9 +289,38 @@ public:
         return *the;
     }
 
+    /// Hold what a record needs around a fork, so that the child finds it whole.
+    void beforeFork() const {
+        thresholds.lock();
+        sinksMutex_.lock();
+        writerMutex_.lock();
+    }
+
+    void afterForkInParent() const {
+        writerMutex_.unlock();
+        sinksMutex_.unlock();
+        thresholds.unlock();
+    }
+
+    /// The background thread is not here, so records go straight to the sinks.  It is left behind with what
+    /// its queue holds, which the parent delivers.
+    void afterForkInChild() {
+        if (writer_) {
+            try {
+                former_.push_front(std::move(writer_));
+            } catch (std::bad_alloc const &) {
+                new (&writer_) tavSharedPtr<Writer>;
+            }
+        }
+        afterForkInParent();
+        renew(mutex_);
+        renew(fileMutex_);
+        renew(consoleMutex);
+    }
+
     void open(tav_istr path, tav_istr name, tav_istr levelText, tavLogger::Callback callback,
               tav_istr version, int maxSize, bool console, int vipLevel) {
-        std::lock_guard<tavMutex const> const guard(mutex_);
+        std::lock_guard<std::recursive_mutex> const guard(mutex_);
         std::string banner = makeBanner(bytesOf(name), bytesOf(version), maxSize);
         {
             Sinks sinks;
@@ -281,12 +333,18 @@ public:
             sinks.callback = sinks_.callback;
             sinks_ = std::move(sinks);
         }
+        unopenedIsTold_ = false;
         post(LogRecord{tavLogger::INFO, std::move(banner)});
         tavLogger::setLogLevel(levelText);
         setSwitches(callback, console, vipLevel);
         closeWriter();
+        // A callback on the background thread may fork: in the child, that thread has no record to handle.
         tavSharedPtr<Writer> const writer(
-            new Writer("logger", -1, [this](LogRecord const & record) { handle(record); }));
+            new Writer("logger", -1, [this, born = processGeneration()](LogRecord const & record) {
+                if (born == processGeneration()) {
+                    handle(record);
+                }
+            }));
         setWriter(writer);
         try {
             writer->start();
@@ -297,7 +355,7 @@ public:
     }
 
     void close() {
-        std::lock_guard<tavMutex const> const guard(mutex_);
+        std::lock_guard<std::recursive_mutex> const guard(mutex_);
         closeWriter();
     }
 
@@ -308,7 +366,7 @@ public:
     }
 
     void finalize() {
-        std::lock_guard<tavMutex const> const guard(mutex_);
+        std::lock_guard<std::recursive_mutex> const guard(mutex_);
         closeWriter();
         setSwitches(nullptr, false, tavLogger::WARN);
         thresholds.set("clear", tavLogger::INFO);
@@ -360,7 +418,10 @@ private:
         tavLogger::Callback callback = nullptr;
     };
 
-    LoggerImpl() = default;
+    LoggerImpl() {
+        tav::platform::aroundFork([] { get().beforeFork(); }, [] { get().afterForkInParent(); },
+                                  [] { get().afterForkInChild(); });
+    }
 
     tavSharedPtr<Writer> writer() const {
         std::lock_guard<std::mutex> const guard(writerMutex_);
@@ -405,10 +466,22 @@ private:
         }
     }
 
-    static void writeToFile(std::string const & path, std::string const & banner, long long maxSize,
-                            std::string const & text) {
+    /// Tells once that there is no log file: the records themselves are lost without a word.
+    void tellUnopened(std::string const & path, std::error_code const & error) {
+        if (!unopenedIsTold_.exchange(true)) {
+            debugger() << "logfile " << path << " can't be opened: " << error.message();
+        }
+    }
+
+    void writeToFile(std::string const & path, std::string const & banner, long long maxSize,
+                     std::string const & text) {
         {
             tav::platform::AppendFile const file(path.c_str());
+            if (file.error()) {
+                tellUnopened(path, file.error());
+                return;
+            }
+            unopenedIsTold_ = false;
             bool const full = file.regular() && file.size() + static_cast<long long>(text.size()) > maxSize;
             if (!full) {
                 file.write(text);
@@ -428,7 +501,7 @@ private:
     }
 
     /// Held through open, close and finalize; recursive, as a callback may run within.
-    tavMutex mutex_;
+    std::recursive_mutex mutex_;
 
     mutable std::mutex sinksMutex_;
     Sinks sinks_;
@@ -438,6 +511,12 @@ private:
 
     mutable std::mutex writerMutex_;
     tavSharedPtr<Writer> writer_;
+
+    /// Those of the processes that forked this one.
+    std::forward_list<tavSharedPtr<Writer>> former_;
+
+    /// Whether it was told that the present file can't be opened.
+    std::atomic<bool> unopenedIsTold_{false};
 
     std::atomic<bool> console_{false};
     std::atomic<int> vipLevel_{tavLogger::WARN};
@@ -451,6 +530,39 @@ namespace impl = TAV_IMPL_NAMESPACE;
 
 namespace {
 
+/// One record as it stands in the log.
+std::string wholeLine(tav_istr tag, tavLogger::LogLevel level, tav_istr text, char const * file, int line,
+                      char const * func) {
+    tavString const time = tavTime::now().str();
+    tavString const thread = tavThread::currentName();
+    std::string out;
+    out.reserve(160 + text.size());
+    out.append(bytesOf(time)).append(idsAndStamp());
+    out.append(1, '[').append(nameOf(level)).append("]{");
+    out.append(bytesOf(thread)).append("}[").append(bytesOf(tag)).append(1, ']');
+    out.append(bytesOf(tavUtil::getFuncName(func))).append(1, '(');
+    out.append(bytesOf(tavUtil::getFileName(file))).append(1, ':');
+    appendNumber(out, line);
+    out.append(") ").append(bytesOf(text));
+    return out;
+}
+
+/// Tells of the lines that were lost, if there is memory for that.
+void tellLostLines() {
+    unsigned const count = lostLines.exchange(0);
+    if (count == 0 || !tavLogger::isLoggable(tavLogger::DEFAULT_TAG(), tavLogger::WARN)) {
+        return;
+    }
+    try {
+        std::string const text = std::to_string(count) + " log lines lost, as memory was short\n";
+        std::string whole = wholeLine(tavLogger::DEFAULT_TAG(), tavLogger::WARN, tav_istr(text), __FILE__,
+                                      __LINE__, "tavLogger::writeLog");
+        tav::impl::LoggerImpl::get().post({tavLogger::WARN, std::move(whole)});
+    } catch (std::bad_alloc const &) {
+        lostLines.fetch_add(count);
+    }
+}
+
 void logLine(tavLogger::LogLevel level, tav_istr text, char const * file, int line, char const * func) {
     if (!tavLogger::isLoggable(tavLogger::DEFAULT_TAG(), level)) {
         return;
@@ -460,14 +572,22 @@ void logLine(tavLogger::LogLevel level, tav_istr text, char const * file, int li
     tavLogger::writeLog(tavLogger::DEFAULT_TAG(), level, tav_istr(whole), file, line, func);
 }
 
+/// Whether a part of a level text is one of those by which tavLogger::str shows what is no level.
+bool isSwitch(std::string_view tag) {
+    return tag == "__console" || tag == "__vip";
+}
+
+/// Tells who sets the levels what is wrong with the text, as a log that stays empty can't.
+void tellBadLevels(tav_istr levels, std::string_view wrong) {
+    tav::debugger() << "log levels " << levels << ": " << wrong
+                    << "; a level text looks like (default(INFO)net(DEBUG))";
+}
+
 /// What stands ahead of each line on the console.
 void writePrefix(std::ostream & out) {
     out << tavTime::now().str() << '{' << tav::asHex(tav_get_pid(), 0, true) << '.'
         << tav::asHex(tav_get_tid(), 0, true) << "} --- ";
 }
-
-/// Keeps lines of several threads apart.
-std::mutex consoleMutex;
 
 /// Writes to the standard output in one piece and flushes it.  Never throws: it also runs in destructors.
 void writeToConsole(std::string const & text) noexcept {
@@ -484,6 +604,10 @@ void writeToConsole(std::string const & text) noexcept {
 } // namespace
 
 tavLogger::tavLogger() = default;
+
+void tav::detail::countLostLine() noexcept {
+    lostLines.fetch_add(1, std::memory_order_relaxed);
+}
 
 tav_istr tavLogger::DEFAULT_TAG() {
     return tav_istr("TAV", 3u);
@@ -517,9 +641,27 @@ bool tavLogger::isLoggable(tav_istr tag, LogLevel level) {
 
 void tavLogger::setLogLevel(tav_istr levels) {
     tav::pml::Unit unit;
-    unit.decode(levels);
+    try {
+        unit.decode(levels);
+    } catch (std::invalid_argument const &) {
+        tellBadLevels(levels, "it is no level text");
+        throw;
+    }
+    std::string wrong;
+    if (!unit.value().empty() || (unit.simple() && !unit.name().empty()) || unit.next()) {
+        wrong = "only what stands in one pair of brackets counts";
+    }
     for (tavSharedPtr<tav::pml::Unit> const & child : unit) {
-        thresholds.set(child->name(), levelNames().getValue(tav_istr(child->value())));
+        int const level = levelNames().getValue(tav_istr(child->value()));
+        if (level == UNKNOWN && child->value() != nameOf(UNKNOWN) && !isSwitch(child->name())) {
+            wrong += wrong.empty() ? "" : "; ";
+            wrong.append("there is no level \"").append(child->value()).append("\", so all of ");
+            wrong.append(child->name()).append(" passes");
+        }
+        thresholds.set(child->name(), level);
+    }
+    if (!wrong.empty()) {
+        tellBadLevels(levels, wrong);
     }
 }
 
@@ -537,18 +679,10 @@ void tavLogger::setCallback(Callback callback) {
 
 void tavLogger::writeLog(tav_istr tag, LogLevel level, tav_istr text, char const * file, int line,
                          char const * func) {
-    tavString const time = tavTime::now().str();
-    tavString const thread = tavThread::currentName();
-    std::string out;
-    out.reserve(160 + text.size());
-    out.append(bytesOf(time)).append(idsAndStamp());
-    out.append(1, '[').append(nameOf(level)).append("]{");
-    out.append(bytesOf(thread)).append("}[").append(bytesOf(tag)).append(1, ']');
-    out.append(bytesOf(tavUtil::getFuncName(func))).append(1, '(');
-    out.append(bytesOf(tavUtil::getFileName(file))).append(1, ':');
-    appendNumber(out, line);
-    out.append(") ").append(bytesOf(text));
-    tav::impl::LoggerImpl::get().post({level, std::move(out)});
+    if (lostLines.load(std::memory_order_relaxed) != 0) {
+        tellLostLines();
+    }
+    tav::impl::LoggerImpl::get().post({level, wholeLine(tag, level, text, file, line, func)});
 }
 
 tavString tavLogger::str() {

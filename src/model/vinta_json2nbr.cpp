@@ -69,7 +69,7 @@ template <class T>
 std::string printed(T const & v) {
     std::ostringstream out;
     out << v;
-    return out.str();
+    return detail::printedText(out);
 }
 
 /// `{ a b }`
@@ -81,7 +81,7 @@ std::string printedItems(Items const & items) {
         out << ' ' << item;
     }
     out << " }";
-    return out.str();
+    return detail::printedText(out);
 }
 
 template <class... Parts>

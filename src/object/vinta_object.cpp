@@ -171,7 +171,7 @@ tavString tavObject::dump(bool singleLine, int level) const {
     std::ostringstream out;
     tavDumper s(out, singleLine, level, false);
     writable(*this).io(s);
-    return tavString(out.str());
+    return tavString(tav::detail::printedText(out));
 }
 
 bool tavObject::classEqual(tavObject const & other) const {

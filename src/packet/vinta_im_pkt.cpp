@@ -115,7 +115,7 @@ std::ostream & operator<<(std::ostream & out, Packet const & v) {
         o << " grey";
     }
     o << " v" << v.version() << " [" << v.body().size() << "] ";
-    return out << o.str() << v.ext();
+    return out << detail::printedText(o) << v.ext();
 }
 
 PacketMobile::PacketMobile(unsigned short pkt_version)

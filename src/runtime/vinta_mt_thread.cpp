@@ -2,21 +2,24 @@
 
 #include "foundation/platform.h"
 #include "foundation/report.h"
+#include "foundation/scope_exit.h"
 #include "runtime/thread_manager.h"
 #include "tav/vinta/vinta_log.h"
 
 #include <exception>
 #include <locale>
-#include <sstream>
+#include <mutex>
+#include <ostream>
+#include <string_view>
 #include <system_error>
 
 using tav::detail::here;
+using tav::detail::IdText;
 using tav::detail::Site;
 
 namespace {
 
 using MonitorGuard = std::lock_guard<tavMonitor const>;
-using MutexGuard = std::lock_guard<tavMutex const>;
 
 template <class Print>
 void log(tavLogger::LogLevel level, Site site, Print && print) {
@@ -27,50 +30,104 @@ void log(tavLogger::LogLevel level, Site site, char const * text, tavThread cons
     log(level, site, [&](std::ostream & out) { out << text << thread; });
 }
 
+/// A line of a thread's life.  It never keeps the thread from its life, not even when the log's callback
+/// raises on a thread that has no caller.
+template <class Print>
+void tell(tavLogger::LogLevel level, Site site, Print && print) noexcept {
+    try {
+        log(level, site, std::forward<Print>(print));
+    } catch (...) {
+    }
+}
+
+void tell(tavLogger::LogLevel level, Site site, char const * text, tavThread const & thread) noexcept {
+    tell(level, site, [&](std::ostream & out) { out << text << thread; });
+}
+
 /// The calling thread's registration.  Trivial, so that it can be asked at any time of the thread's life.
 thread_local tavThreadManager::Registration const * own = nullptr;
 
-/// The process's manager and its lock.  Never destroyed, so that threads may end after the static objects.
+/// The process's manager and its lock.  Made before any code runs and never destroyed, so that threads may
+/// end after the static objects.
 struct Manager {
-    tavMutex mutex;
+    std::mutex mutex;
     std::shared_ptr<tavThreadManager> the;
 };
 
+union Undestroyed {
+    constexpr Undestroyed() : manager() {}
+    ~Undestroyed() {}
+    Manager manager;
+} undestroyed;
+
 Manager & manager() {
-    static Manager * const the = new Manager;
-    return *the;
+    return undestroyed.manager;
 }
+
+/// A map's node with a value, to be put under its key without an allocation.
+template <class Map>
+typename Map::node_type makeNode(typename Map::mapped_type value) {
+    Map map;
+    map.emplace(std::thread::id(), std::move(value));
+    return map.extract(map.begin());
+}
+
+/// Puts `node` under `id`.  What stood there before is in `node` afterwards, and so ends outside of the lock.
+template <class Map>
+void putNode(std::mutex & mutex, Map & map, std::thread::id id, typename Map::node_type & node) {
+    node.key() = id;
+    std::lock_guard<std::mutex> const guard(mutex);
+    auto result = map.insert(std::move(node));
+    if (!result.inserted) {
+        std::swap(result.position->second, result.node.mapped());
+        node = std::move(result.node);
+    }
+}
+
+/// Takes what stands under `id` out, so that it ends outside of the lock.
+template <class Map>
+typename Map::node_type takeNode(std::mutex & mutex, Map & map, std::thread::id id) {
+    std::lock_guard<std::mutex> const guard(mutex);
+    return map.extract(id);
+}
+
+using Lock = std::lock_guard<std::mutex>;
+
+[[maybe_unused]] bool const forksAreWatched = tav::platform::aroundFork(
+    &tavThreadManager::beforeFork, &tavThreadManager::afterForkInParent, &tavThreadManager::afterForkInChild);
 
 } // namespace
 
-tavThreadManager::Registration::Registration(tav_istr name, tavThread * thread)
-    : manager_(instance()), name_(name) {
-    std::thread::id const id = std::this_thread::get_id();
+tavThreadEntry::tavThreadEntry(tav_istr name, tavThread * thread)
+    : manager_(tavThreadManager::instance()),
+      name_(name),
+      registeredName_(makeNode<tavThreadManager::Names>(name)) {
     if (thread != nullptr) {
-        MutexGuard guard(manager_->threadsMutex_);
-        manager_->threads_[id] = tavSharedPtr<tavThread>(thread);
+        thread_ = makeNode<tavThreadManager::Threads>(tavSharedPtr<tavThread>(thread));
     }
-    {
-        MutexGuard guard(manager_->namesMutex_);
-        manager_->names_[id] = name;
+}
+
+tavThreadManager::Registration::Registration(tavThreadEntry & entry) noexcept : entry_(entry) {
+    std::thread::id const id = std::this_thread::get_id();
+    tavThreadManager & the = *entry.manager_;
+    if (entry.thread_) {
+        putNode(the.threadsMutex_, the.threads_, id, entry.thread_);
     }
+    putNode(the.namesMutex_, the.names_, id, entry.registeredName_);
     own = this;
 }
 
 tavThreadManager::Registration::~Registration() {
     own = nullptr;
     std::thread::id const id = std::this_thread::get_id();
-    {
-        MutexGuard guard(manager_->threadsMutex_);
-        manager_->threads_.erase(id);
-    }
-    MutexGuard guard(manager_->namesMutex_);
-    manager_->names_.erase(id);
+    tavThreadManager & the = *entry_.manager_;
+    takeNode(the.threadsMutex_, the.threads_, id);
+    takeNode(the.namesMutex_, the.names_, id);
 }
 
 std::string const * tavThreadManager::ownName() {
     Registration const * const mine = registered();
-    return mine != nullptr ? &mine->name_ : nullptr;
+    return mine != nullptr ? &mine->entry_.name_ : nullptr;
 }
 
 tavSharedPtr<tavThread> tavThreadManager::ownThread() {
@@ -78,15 +135,15 @@ tavSharedPtr<tavThread> tavThreadManager::ownThread() {
     if (mine == nullptr) {
         return nullptr;
     }
-    tavThreadManager const & the = *mine->manager_;
-    MutexGuard guard(the.threadsMutex_);
+    tavThreadManager & the = *mine->entry_.manager_;
+    Lock const guard(the.threadsMutex_);
     auto const found = the.threads_.find(std::this_thread::get_id());
     return found != the.threads_.end() ? found->second : nullptr;
 }
 
 tavString tavThreadManager::nameOf(std::thread::id id) {
     std::shared_ptr<tavThreadManager> const the = instance();
-    MutexGuard guard(the->namesMutex_);
+    Lock const guard(the->namesMutex_);
     auto const found = the->names_.find(id);
     return found != the->names_.end() ? found->second : tavString();
 }
@@ -95,7 +152,7 @@ void tavThreadManager::print() {
     std::map<std::thread::id, tavString> names;
     {
         std::shared_ptr<tavThreadManager> const the = instance();
-        MutexGuard guard(the->namesMutex_);
+        Lock const guard(the->namesMutex_);
         names = the->names_;
     }
     for (auto const & entry : names) {
@@ -107,15 +164,46 @@ void tavThreadManager::print() {
 
 void tavThreadManager::finalize() {
     std::shared_ptr<tavThreadManager> last;
-    MutexGuard guard(manager().mutex);
+    Lock const guard(manager().mutex);
     last.swap(manager().the);
     if (last) {
         last->live_ = false;
     }
 }
 
+void tavThreadManager::beforeFork() noexcept {
+    manager().mutex.lock();
+    if (tavThreadManager * const the = manager().the.get()) {
+        the->threadsMutex_.lock();
+        the->namesMutex_.lock();
+    }
+}
+
+void tavThreadManager::afterForkInParent() noexcept {
+    if (tavThreadManager * const the = manager().the.get()) {
+        the->namesMutex_.unlock();
+        the->threadsMutex_.unlock();
+    }
+    manager().mutex.unlock();
+}
+
+void tavThreadManager::afterForkInChild() noexcept {
+    // Never ends: the objects of the parent's threads would wait for threads that are not here.
+    static union Kept {
+        constexpr Kept() : manager() {}
+        ~Kept() {}
+        std::shared_ptr<tavThreadManager> manager;
+    } kept;
+    tavThreadManager * const parents = manager().the.get();
+    afterForkInParent();
+    if (parents != nullptr) {
+        parents->former_ = std::move(kept.manager);
+        kept.manager = std::move(manager().the);
+    }
+}
+
 std::shared_ptr<tavThreadManager> tavThreadManager::instance() {
-    MutexGuard guard(manager().mutex);
+    Lock const guard(manager().mutex);
     if (!manager().the) {
         manager().the = std::make_shared<tavThreadManager>();
     }
@@ -123,14 +211,25 @@ std::shared_ptr<tavThreadManager> tavThreadManager::instance() {
 }
 
 tavThreadManager::Registration const * tavThreadManager::registered() {
-    return own != nullptr && own->manager_->live_ ? own : nullptr;
+    return own != nullptr && own->entry_.manager_->live_ ? own : nullptr;
+}
+
+tav::detail::IdText::IdText(std::thread::id id) {
+    setp(buffer_, buffer_ + sizeof buffer_);
+    if (id == std::thread::id()) {
+        sputc('0');
+        return;
+    }
+    std::ostream out(this);
+    out.imbue(std::locale::classic());
+    out << id;
 }
 
 /// The underlying thread of a tavThread.  What is known about the handle stands in `state_`, since the handle
 /// itself must not be asked while another thread joins it.
 class tavThreadImpl {
 public:
-    explicit tavThreadImpl(std::string name) : name_(std::move(name)) {}
+    explicit tavThreadImpl(std::string name) : name_(std::move(name)) { id_.reserve(IdText::size); }
 
     ~tavThreadImpl() {
         if (state_ == State::joinable) {
@@ -138,9 +237,9 @@ public:
         }
     }
 
-    void setId(std::string id) {
+    void setId(std::string_view id) {
         MonitorGuard guard(monitor_);
-        id_.swap(id);
+        id_.assign(id);
     }
 
     std::string id() const {
@@ -188,11 +287,12 @@ public:
                 state_ = State::joining;
             }
         }
-        report("join thread begin...");
         if (onItself) {
+            report("join thread begin...");
             throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
         }
         try {
+            report("join thread begin...");
             thread->join();
         } catch (...) {
             become(State::joinable, std::move(thread));
@@ -247,7 +347,7 @@ tavThread::tavThread(tav_istr name) : name_(createThreadName(name)) {
 }
 
 tavThread::~tavThread() {
-    log(tavLogger::DEBUG, here("tavThread::~tavThread"), "thead fini ", *this);
+    tell(tavLogger::DEBUG, here("tavThread::~tavThread"), "thead fini ", *this);
 }
 
 void tavThread::on_stop() {}
@@ -262,7 +362,8 @@ void tavThread::start() {
     tavSharedPtr<tavThread> const self(this);
     log(tavLogger::INFO, here("tavThread::start"), "thead starting... ", *this);
     stopping_ = false;
-    impl_->start([self] { self->run(); });
+    auto const entry = std::make_shared<tavThreadEntry>(name(), this);
+    impl_->start([self, entry] { self->run(*entry); });
     MonitorGuard guard(startMonitor_);
     while (!started_) {
         startMonitor_.waitInLock(-1);
@@ -278,10 +379,12 @@ void tavThread::stopRunning() {
 
 void tavThread::close() {
     log(tavLogger::INFO, here("tavThread::close"), "thead closing... ", *this);
-    brokenBeforeClose_ = broken_.load();
-    stopRunning();
-    onStop();
-    brokenBeforeClose_ = true;
+    {
+        brokenBeforeClose_ = broken_.load();
+        tav::detail::ScopeExit const end([this] { brokenBeforeClose_ = true; });
+        stopRunning();
+        onStop();
+    }
     impl_->close();
 }
 
@@ -292,7 +395,8 @@ void tavThread::detach() {
 
 void tavThread::run_internally() {
     stopping_ = false;
-    run();
+    tavThreadEntry entry(name(), this);
+    run(entry);
 }
 
 tav_istr tavThread::name() const {
@@ -359,13 +463,7 @@ tavString tavThread::createThreadName(tav_istr name) {
 }
 
 std::string tavThread::getThreadId(std::thread::id id) {
-    if (id == std::thread::id()) {
-        return "0";
-    }
-    std::ostringstream out;
-    out.imbue(std::locale::classic());
-    out << id;
-    return out.str();
+    return std::string(IdText(id).text());
 }
 
 tavString tavThread::getThreadName(std::shared_ptr<std::thread> thread) {
@@ -396,18 +494,18 @@ bool tavThread::onLoop() {
     } catch (std::exception const & e) {
         tav::detail::reportCaught(here("tavThread::onLoop"), e.what());
     } catch (...) {
-        log(tavLogger::ERROR, here("tavThread::onLoop"),
-            [](std::ostream & out) { out << "<<< EXCEPTION >>> unknown exception"; });
+        tell(tavLogger::ERROR, here("tavThread::onLoop"),
+             [](std::ostream & out) { out << "<<< EXCEPTION >>> unknown exception"; });
     }
     return true;
 }
 
-void tavThread::run() {
+void tavThread::run(tavThreadEntry & entry) {
     tavSharedPtr<tavThread> const self(this);
-    impl_->setId(currentId());
-    setCurrentName(name_.data());
-    tavThreadManager::Registration const registration(name(), this);
-    log(tavLogger::DEBUG, here("tavThread::run"), "thead run ", *this);
+    impl_->setId(IdText(std::this_thread::get_id()).text());
+    setCurrentName(entry.name());
+    tavThreadManager::Registration const registration(entry);
+    tell(tavLogger::DEBUG, here("tavThread::run"), "thead run ", *this);
 
     running_ = onOpen();
     // A stop that came while it opened must not be lost: stopRunning sets the one before it clears the other.
@@ -427,7 +525,7 @@ void tavThread::run() {
 
 bool tavThread::onOpen() {
     bool const opened = on_open();
-    log(tavLogger::INFO, here("tavThread::onOpen"), "thead started. ", *this);
+    tell(tavLogger::INFO, here("tavThread::onOpen"), "thead started. ", *this);
     return opened;
 }
 
@@ -438,7 +536,7 @@ void tavThread::onStop() {
 
 void tavThread::onClose() {
     on_close();
-    log(tavLogger::INFO, here("tavThread::onClose"), "thead closed. ", *this);
+    tell(tavLogger::INFO, here("tavThread::onClose"), "thead closed. ", *this);
 }
 
 std::ostream & operator<<(std::ostream & out, tavThread const & v) {
@@ -520,14 +618,14 @@ void tavTimerThread::on_stop() {
 }
 
 bool tavTimerThread::on_open() {
-    log(tavLogger::INFO, here("tavTimerThread::on_open"),
-        [this](std::ostream & out) { out << "started timer " << name(); });
+    tell(tavLogger::INFO, here("tavTimerThread::on_open"),
+         [this](std::ostream & out) { out << "started timer " << name(); });
     return true;
 }
 
 void tavTimerThread::on_close() {
-    log(tavLogger::INFO, here("tavTimerThread::on_close"),
-        [this](std::ostream & out) { out << "closed timer " << name(); });
+    tell(tavLogger::INFO, here("tavTimerThread::on_close"),
+         [this](std::ostream & out) { out << "closed timer " << name(); });
 }
 
 unsigned tav_get_tid() {

@@ -7,16 +7,26 @@
 #include "tav/vinta/vinta_log.h"
 
 using tav::detail::here;
+using tav::detail::IdText;
 using tav::detail::Site;
 
 namespace {
 
 using MonitorGuard = std::lock_guard<tavMonitor const>;
 
-/// Logs `text`, then "{", the name, ".", the id, "}".
-void logThread(Site site, char const * text, std::string const & name, std::string const & id) {
-    tav::detail::log(tavLogger::DEFAULT_TAG(), tavLogger::DEBUG, site,
-                     [&](std::ostream & out) { out << text << '{' << name << '.' << id << '}'; });
+/// A line of a thread's life.  It never keeps the thread from its life, not even when the log's callback
+/// raises on a thread that has no caller.
+template <class Print>
+void tell(Site site, Print && print) noexcept {
+    try {
+        tav::detail::log(tavLogger::DEFAULT_TAG(), tavLogger::DEBUG, site, std::forward<Print>(print));
+    } catch (...) {
+    }
+}
+
+/// Tells `text`, then "{", the name, ".", the id, "}".
+void tellThread(Site site, char const * text, char const * name, std::thread::id id) noexcept {
+    tell(site, [&](std::ostream & out) { out << text << '{' << name << '.' << IdText(id).text() << '}'; });
 }
 
 /// Lets the starter of a thread wait until the thread has entered.
@@ -25,29 +35,30 @@ struct Entrance {
     bool entered = false;
 };
 
-/// What a thread of startThread runs.  `entrance` lives on the starter's stack, until it is passed.
-void TAV_ASYNC_RUN_ENTRY(std::function<void()> const & fn, std::string const & name, int delayMs,
+/// What a thread of startThread runs.  `entrance` lives on the starter's stack, until it is passed.  Nothing
+/// but `fn` can fail here: all that it needs was made ahead of the thread.
+void TAV_ASYNC_RUN_ENTRY(std::function<void()> const & fn, tavThreadEntry & entry, int delayMs,
                          Entrance & entrance) {
     constexpr char const * func = "tav_async_run_entry";
-    tavThread::setCurrentName(name.c_str());
-    std::string const id = tavThread::currentId();
-    tavThreadManager::Registration const registration(name, nullptr);
-    logThread(here(func), "enter thread ", name, id);
+    tavThread::setCurrentName(entry.name());
+    std::thread::id const id = std::this_thread::get_id();
+    tavThreadManager::Registration const registration(entry);
+    tellThread(here(func), "enter thread ", entry.name(), id);
     {
         MonitorGuard guard(entrance.monitor);
         entrance.entered = true;
         entrance.monitor.signalInLock();
     }
     if (delayMs != 0) {
-        tav::detail::log(tavLogger::DEFAULT_TAG(), tavLogger::DEBUG, here(func), [&](std::ostream & out) {
-            out << "delay " << delayMs << "ms {" << name << '.' << id << '}';
+        tell(here(func), [&](std::ostream & out) {
+            out << "delay " << delayMs << "ms {" << entry.name() << '.' << IdText(id).text() << '}';
         });
         tav_sleep(static_cast<unsigned>(delayMs));
     }
     if (fn) {
         fn();
     }
-    logThread(here(func), "leave thread ", name, id);
+    tellThread(here(func), "leave thread ", entry.name(), id);
 }
 
 } // namespace
@@ -134,17 +145,18 @@ void tavTaskQueue::on_stop() {
 std::shared_ptr<std::thread> tav::detail::startThread(std::function<void()> fn, std::string const & name,
                                                       int delayMs) {
     Entrance entrance;
-    tav::detail::log(tavLogger::DEFAULT_TAG(), tavLogger::DEBUG, here("tav_async_run"),
-                     [&](std::ostream & out) { out << "starting thread {" << name << '}'; });
-    auto thread = std::make_shared<std::thread>(
-        [fn = std::move(fn), name, delayMs, &entrance] { TAV_ASYNC_RUN_ENTRY(fn, name, delayMs, entrance); });
+    tell(here("tav_async_run"), [&](std::ostream & out) { out << "starting thread {" << name << '}'; });
+    auto entry = std::make_shared<tavThreadEntry>(name, nullptr);
+    auto thread = std::make_shared<std::thread>([fn = std::move(fn), entry, delayMs, &entrance] {
+        TAV_ASYNC_RUN_ENTRY(fn, *entry, delayMs, entrance);
+    });
     {
         MonitorGuard guard(entrance.monitor);
         while (!entrance.entered) {
             entrance.monitor.waitInLock(-1);
         }
     }
-    logThread(here("tav_async_run"), "started thread ", name, tavThread::getThreadId(thread->get_id()));
+    tellThread(here("tav_async_run"), "started thread ", name.c_str(), thread->get_id());
     return thread;
 }
 
@@ -158,8 +170,9 @@ void tav_async_call(std::function<void()> fn, std::string name, int delayMs) {
     if (!thread) {
         return;
     }
-    tavString const registered = tavThread::getThreadName(thread);
-    logThread(here("tav_async_call"), "detach thread ", std::string(tav_istr(registered)),
-              tavThread::getThreadId(thread->get_id()));
+    tell(here("tav_async_call"), [&](std::ostream & out) {
+        out << "detach thread {" << tavThread::getThreadName(thread) << '.' << IdText(thread->get_id()).text()
+            << '}';
+    });
     thread->detach();
 }

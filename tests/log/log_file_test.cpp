@@ -89,7 +89,7 @@ TEST_F(LogFile, BannerIsTheFirstRecordAndHasNineLines) {
     EXPECT_EQ(rule, banner[1]);
     EXPECT_EQ("app version 1.2", banner[2]);
     EXPECT_EQ("TAV(Tandem Application Vehicle) " + tav::version_t::str() + "(release)", banner[3]);
-    EXPECT_FALSE(banner[4].empty());
+    EXPECT_EQ("This software comes without any warranty.", banner[4]);
     EXPECT_TRUE(tav_test::hasShape(banner[5], "Compiled on: @@@ ## #### ##:##:##") ||
                 tav_test::hasShape(banner[5], "Compiled on: @@@  # #### ##:##:##"))
         << banner[5];
@@ -248,7 +248,7 @@ TEST_F(LogFile, NoPathMeansNoFile) {
     EXPECT_TRUE(fs::is_empty(folder_));
 }
 
-TEST_F(LogFile, FileThatCannotBeOpenedDropsItsRecordsSilently) {
+TEST_F(LogFile, FileThatCannotBeOpenedDropsItsRecordsAndIsToldOnce) {
     static int calls = 0;
     calls = 0;
     testing::internal::CaptureStdout();
@@ -257,11 +257,29 @@ TEST_F(LogFile, FileThatCannotBeOpenedDropsItsRecordsSilently) {
     write("x\n");
     open(folder_, 1000, [](int, char const *) { ++calls; });
     write("x\n");
-    EXPECT_EQ("", testing::internal::GetCapturedStdout());
+    std::vector<std::string> const told = lines(testing::internal::GetCapturedStdout());
+    ASSERT_EQ(3u, told.size());
+    EXPECT_EQ(" --- logfile " + folder_ + "/none/app.log can't be opened: No such file or directory",
+              told[0].substr(told[0].find(" --- ")));
+    EXPECT_EQ(" --- logfile " + folder_ + " can't be opened: Is a directory",
+              told[1].substr(told[1].find(" --- ")));
     EXPECT_EQ("", testing::internal::GetCapturedStderr());
     // The second banner goes to the first callback.
     EXPECT_EQ(3, calls);
     EXPECT_TRUE(fs::is_empty(folder_));
+}
+
+TEST_F(LogFile, FileThatIsLostAgainIsToldAgain) {
+    std::string const folder = folder_ + "/sub";
+    testing::internal::CaptureStdout();
+    open(folder + "/app.log", 100000);
+    fs::create_directory(folder);
+    write("one\n");
+    fs::remove_all(folder);
+    write("two\n");
+    write("three\n");
+    std::string const told = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(2, std::count(told.begin(), told.end(), '\n')) << told;
 }
 
 TEST_F(LogFile, BytesOfThePathReachTheFileSystemUnchanged) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <sstream>
 #include <stdexcept>
@@ -390,4 +391,60 @@ TEST_F(LogLevel, ReadersAndWritersMeetWithoutHarm) {
         reader.join();
     }
     EXPECT_EQ(0, wrong.load());
+}
+
+namespace {
+
+/// What the setting of a level text tells on the debugger, without the line's prefix.
+std::string told(std::string const & levels) {
+    testing::internal::CaptureStdout();
+    try {
+        tavLogger::setLogLevel(tav_istr(levels));
+    } catch (std::invalid_argument const &) {
+    }
+    std::string const out = testing::internal::GetCapturedStdout();
+    std::size_t const text = out.find(" --- ");
+    return text == std::string::npos ? out : out.substr(text + 5);
+}
+
+std::string const shape = "; a level text looks like (default(INFO)net(DEBUG))\n";
+
+} // namespace
+
+TEST_F(LogLevel, GoodTextTellsNothing) {
+    for (char const * text : {"", "()", "(net(DEBUG))", "(default(INFO)net(UNKNOWN))", "levels(net(OUT))",
+                              "(default(INFO)net(DEBUG)__console(0)__vip(5))"}) {
+        EXPECT_EQ("", told(text)) << text;
+    }
+}
+
+TEST_F(LogLevel, TextWithoutBracketsIsToldAndSetsNothing) {
+    std::string const why = "only what stands in one pair of brackets counts" + shape;
+    for (std::string const text : {"net(DEBUG)", "default(WARN)net(DEBUG)", "(DEBUG)"}) {
+        EXPECT_EQ("log levels " + text + ": " + why, told(text));
+    }
+    EXPECT_EQ("(default(INFO)__console(0)__vip(5))", state());
+    EXPECT_EQ("log levels (net(WARN))x(DEBUG): " + why, told("(net(WARN))x(DEBUG)"));
+    EXPECT_EQ("(default(INFO)net(WARN)__console(0)__vip(5))", state());
+}
+
+TEST_F(LogLevel, UnknownLevelsAreToldInOneLine) {
+    EXPECT_EQ(
+        "log levels (net(DEBG)ui()ok(WARN)): there is no level \"DEBG\", so all of net passes; there is no "
+        "level \"\", so all of ui passes" +
+            shape,
+        told("(net(DEBG)ui()ok(WARN))"));
+    EXPECT_EQ("(default(INFO)net(UNKNOWN)ok(WARN)ui(UNKNOWN)__console(0)__vip(5))", state());
+}
+
+TEST_F(LogLevel, MalformedTextIsToldAndRaises) {
+    EXPECT_EQ("log levels DEBUG: it is no level text" + shape, told("DEBUG"));
+    EXPECT_EQ("empty after pml name", failure([] { tavLogger::setLogLevel("DEBUG"); }));
+}
+
+TEST_F(LogLevel, SetupTellsABadTextOnce) {
+    testing::internal::CaptureStdout();
+    tavLogger::setup("net(DEBUG)", nullptr, false, tavLogger::WARN);
+    std::string const out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(1, std::count(out.begin(), out.end(), '\n'));
 }

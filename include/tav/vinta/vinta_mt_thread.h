@@ -24,6 +24,7 @@
 /// carry the creator's name in front, so that they show who made whom.  The life of each thread is logged
 /// under the tag "TAV".
 
+class tavThreadEntry;
 class tavThreadImpl;
 
 /// A named thread with a life in four callbacks: on_open, on_loop again and again, on_close, all on the
@@ -137,7 +138,7 @@ protected:
     bool onLoop();
 
 private:
-    void run();
+    void run(tavThreadEntry & entry);
     bool onOpen();
     void onStop();
     void onClose();

@@ -1,0 +1,190 @@
+#include "tav/vinta/vinta_log.h"
+
+#include "support/in_child.h"
+#include "tav/vinta/vinta_mt_thread.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using tav_test::inChild;
+
+void write(tavLogger::LogLevel level, std::string const & text) {
+    tavLogger::writeLog("t", level, tav_istr(text + ".\n"), "f", 1, "g");
+}
+
+unsigned countOf(std::string const & whole, std::string const & part) {
+    unsigned n = 0;
+    for (std::size_t at = whole.find(part); at != std::string::npos; at = whole.find(part, at + 1)) {
+        ++n;
+    }
+    return n;
+}
+
+std::string content(std::string const & path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+class LogFork : public testing::Test {
+protected:
+    void SetUp() override {
+        tavLogger::finalize();
+        std::string pattern = testing::TempDir() + "tav_log_XXXXXX";
+        ASSERT_NE(nullptr, ::mkdtemp(&pattern[0]));
+        folder_ = pattern;
+        path_ = folder_ + "/app.log";
+    }
+    void TearDown() override {
+        tavLogger::finalize();
+        fs::remove_all(folder_);
+    }
+
+    static void open(std::string const & path, tavLogger::Callback callback = nullptr) {
+        tavLogger::open(tav_istr(path), "app", "(clear(NONE)t(INFO))", callback, "1", 1 << 30, false,
+                        tavLogger::WARN);
+    }
+
+    std::string folder_;
+    std::string path_;
+};
+
+} // namespace
+
+TEST_F(LogFork, ChildWritesItsLinesItselfAndAtOnceWhileTheParentsThreadsLog) {
+    open(path_);
+    std::atomic<bool> stop{false};
+    std::atomic<unsigned> written{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&] {
+            while (!stop) {
+                write(tavLogger::WARN, "parent " + std::to_string(written++));
+                tavLogger::setLogLevel("x", tavLogger::INFO);
+                tavLogger::str();
+            }
+        });
+    }
+    constexpr int children = 15;
+    for (int i = 0; i < children; ++i) {
+        EXPECT_TRUE(inChild([i] {
+            Clock::time_point const start = Clock::now();
+            write(tavLogger::WARN, "child warns " + std::to_string(i));
+            write(tavLogger::INFO, "child " + std::to_string(i));
+            tavLogger::setLogLevel("x", tavLogger::WARN);
+            tavLogger::flush();
+            return Clock::now() - start < std::chrono::milliseconds(900);
+        }));
+    }
+    stop = true;
+    for (std::thread & thread : threads) {
+        thread.join();
+    }
+    tavLogger::close();
+    std::string const log = content(path_);
+    for (int i = 0; i < children; ++i) {
+        EXPECT_EQ(1u, countOf(log, " child warns " + std::to_string(i) + ".\n"));
+        EXPECT_EQ(1u, countOf(log, " child " + std::to_string(i) + ".\n"));
+    }
+    EXPECT_EQ(written.load(), countOf(log, " parent "));
+}
+
+TEST_F(LogFork, ChildEndsItsLoggerWithoutTheParentsLines) {
+    static std::atomic<bool> gate{false};
+    gate = false;
+    open(path_, [](int, char const *) {
+        while (!gate) {
+            std::this_thread::yield();
+        }
+    });
+    write(tavLogger::INFO, "in hand");
+    write(tavLogger::INFO, "waits");
+    EXPECT_TRUE(inChild([] {
+        gate = true;
+        tavLogger::close();
+        write(tavLogger::ERROR, "child");
+        tavLogger::finalize();
+        return true;
+    }));
+    gate = true;
+    tavLogger::close();
+    std::string const log = content(path_);
+    EXPECT_EQ(1u, countOf(log, " in hand.\n"));
+    EXPECT_EQ(1u, countOf(log, " waits.\n"));
+    EXPECT_EQ(1u, countOf(log, " child.\n"));
+}
+
+TEST_F(LogFork, ACallbackMayFork) {
+    static std::atomic<bool> good{false};
+    good = false;
+    open(path_, [](int, char const * text) {
+        if (std::string(text).find("fork") != std::string::npos) {
+            good = inChild([] {
+                write(tavLogger::WARN, "child");
+                return true;
+            });
+        }
+    });
+    write(tavLogger::INFO, "fork");
+    write(tavLogger::INFO, "behind");
+    tavLogger::close();
+    EXPECT_TRUE(good);
+    EXPECT_EQ(1u, countOf(content(path_), " child.\n"));
+    EXPECT_EQ(1u, countOf(content(path_), " behind.\n"));
+}
+
+TEST_F(LogFork, GrandchildLogsToo) {
+    open(path_);
+    write(tavLogger::INFO, "parent");
+    EXPECT_TRUE(inChild([] {
+        write(tavLogger::WARN, "child");
+        return inChild([] {
+            write(tavLogger::WARN, "grandchild");
+            return true;
+        });
+    }));
+    tavLogger::close();
+    for (char const * line : {" parent.\n", " child.\n", " grandchild.\n"}) {
+        EXPECT_EQ(1u, countOf(content(path_), line)) << line;
+    }
+}
+
+#if TAV_TEST_CHILD_HAS_THREADS
+TEST_F(LogFork, ChildMayOpenALogOfItsOwn) {
+    open(path_);
+    std::atomic<bool> stop{false};
+    std::thread starter([&] {
+        while (!stop) {
+            tav_async_run(nullptr, "short", 0)->join();
+        }
+    });
+    std::string const own = folder_ + "/child.log";
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_TRUE(inChild([&own] {
+            open(own);
+            write(tavLogger::INFO, "child");
+            tavLogger::close();
+            tavThread::printThreads();
+            tavThread::finalize();
+            return true;
+        }));
+    }
+    stop = true;
+    starter.join();
+    EXPECT_EQ(5u, countOf(content(own), " child.\n"));
+    EXPECT_EQ(0u, countOf(content(path_), " child.\n"));
+}
+#endif
