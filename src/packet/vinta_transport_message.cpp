@@ -253,6 +253,8 @@ tavGateMessage tavGateMessage::from(tav_istr data) {
         tavGateMessage message;
         message.decode(data);
         return message;
+    } catch (std::bad_alloc const &) {
+        throw;
     } catch (std::exception const & e) {
         tav::detail::log(tavLogger::DEFAULT_TAG(), tavLogger::ERROR,
                          tav::detail::here("tavGateMessage::from"),
@@ -275,7 +277,7 @@ void tavGateMessage::dump(std::ostream & out) const {
         line << " [" << body_.size() << ']';
         dump_str(line, protocol_, body_);
     }
-    out << line.str();
+    out << tav::detail::printedText(line);
 }
 
 void tavGateMessage::dump_str(std::ostream & out, unsigned char protocol, tavBytes const & bytes) {

@@ -2,6 +2,7 @@
 
 #include "tav/vinta/vinta_nbr_unit.h"
 
+#include "support/failing_allocations.h"
 #include "support/log_capture.h"
 #include "support/packet_bytes.h"
 
@@ -317,4 +318,18 @@ TEST(GateMessage, AnyBytesDecodeOrFail) {
             ASSERT_EQ(3, m.protocol());
         }
     }
+}
+
+TEST(GateMessage, WantOfMemoryIsNoEmptyMessage) {
+    std::string const data = encoded(tavGateMessage(2, 0x101, 0, 7, tav_istr(std::string(100, 'x'))));
+    long raised = 0;
+    long const failed = tav_test::eachAllocationFails([&] {
+        try {
+            EXPECT_FALSE(tavGateMessage::from(tav_istr(data)).isEmpty());
+        } catch (std::bad_alloc const &) {
+            ++raised;
+        }
+    });
+    EXPECT_LT(0, failed);
+    EXPECT_EQ(failed, raised);
 }

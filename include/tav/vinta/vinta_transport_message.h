@@ -89,7 +89,8 @@ public:
     /// Throws std::invalid_argument, and changes nothing, if there are fewer than 12 bytes.
     void decode(tav_istr data);
 
-    /// The message that `data` holds; the empty message, and a line in the log, if decoding fails.
+    /// The message that `data` holds; the empty message, and a line in the log, if decoding fails.  Throws
+    /// std::bad_alloc when memory is short.
     static tavGateMessage from(tav_istr data);
 
     /// One line for logs, without a line end.  Throws what printing a malformed NBR body throws.
