@@ -5,11 +5,14 @@
 #include "client/process_exit.h"
 #include "client/vinta_tls_client_impl.h"
 #include "client/vinta_tls_client_impl_log.h"
+#include "foundation/platform.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_basetypes_util.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
+#include <atomic>
 #include <chrono>
+#include <forward_list>
 #include <list>
 #include <map>
 #include <mutex>
@@ -33,17 +36,54 @@ using Lock = std::lock_guard<tavMutex const>;
 using ClientMap = std::map<std::string, std::shared_ptr<client>>;
 
 /// The process-wide registries.  They are made at first use and never destroyed, so that a client that ends
-/// with the process still finds them.
+/// with the process still finds them.  A forked child begins with empty ones: the threads of its parent's
+/// clients are not in it, so there these clients can be neither used nor ended.
 struct Registry {
     tavMutex names_mutex;
     ClientMap names;
     tavMutex all_mutex;
     std::set<client const *> all;
+    /// Those of the process that forked this one.
+    Registry * former = nullptr;
 };
 
+std::mutex registry_making;
+Registry * parents_registry = nullptr;
+std::atomic<Registry *> present_registry{nullptr};
+
 Registry & registry() {
-    static Registry & the = *new Registry;
-    return the;
+    Registry * the = present_registry.load(std::memory_order_acquire);
+    if (the == nullptr) {
+        std::lock_guard<std::mutex> const guard(registry_making);
+        the = present_registry.load(std::memory_order_relaxed);
+        if (the == nullptr) {
+            the = new Registry;
+            the->former = parents_registry;
+            present_registry.store(the, std::memory_order_release);
+        }
+    }
+    return *the;
+}
+
+[[maybe_unused]] bool const forks_are_watched =
+    platform::aroundFork([] { registry_making.lock(); }, [] { registry_making.unlock(); },
+                         [] {
+                             if (Registry * const parents = present_registry.exchange(nullptr)) {
+                                 parents_registry = parents;
+                             }
+                             registry_making.unlock();
+                         });
+
+/// Whether `one` was made by this process, not by the one that forked it.
+bool is_own(client const * one) {
+    Lock const guard(registry().all_mutex);
+    return registry().all.count(one) != 0;
+}
+
+/// Keeps the core of a client of the parent's for ever: its end would wait for threads that are not here.
+void keep(std::shared_ptr<void> core) {
+    static auto & kept = *new std::forward_list<std::shared_ptr<void>>;
+    kept.push_front(std::move(core));
 }
 
 void logText(Site site, std::string const & id, char const * words) {
@@ -166,6 +206,10 @@ client::client(tav_istr name) : id_("<" + std::string(name) + ">") {
 
 client::~client() {
     logText(here("tav::tls::client::~client"), id_, " client destruct");
+    if (!is_own(this)) {
+        keep(std::move(impl_));
+        return;
+    }
     fini();
     Lock const guard(registry().all_mutex);
     registry().all.erase(this);

@@ -280,7 +280,13 @@ namespace {
 
 /// The process's own generator, made at first use.
 struct GlobalGenerator {
-    tavMutex mutex;
+    /// Held around a fork, so that the child finds it free.
+    GlobalGenerator() {
+        tav::platform::aroundFork([] { get().mutex.lock(); }, [] { get().mutex.unlock(); },
+                                  [] { get().mutex.unlock(); });
+    }
+
+    std::mutex mutex;
     std::unique_ptr<tavIdGenerator> generator;
 
     /// Never destroyed, as numbers may be asked for while the process ends.
@@ -302,7 +308,7 @@ long long tavIdGenerator::nextSno() {
 
 long long tavIdGenerator::globalNextSno() {
     GlobalGenerator & global = GlobalGenerator::get();
-    std::lock_guard<tavMutex> const guard(global.mutex);
+    std::lock_guard<std::mutex> const guard(global.mutex);
     if (!global.generator) {
         global.generator = std::make_unique<tavIdGenerator>(0);
     }
@@ -311,7 +317,7 @@ long long tavIdGenerator::globalNextSno() {
 
 void tavIdGenerator::finalize() {
     GlobalGenerator & global = GlobalGenerator::get();
-    std::lock_guard<tavMutex> const guard(global.mutex);
+    std::lock_guard<std::mutex> const guard(global.mutex);
     global.generator.reset();
 }
 

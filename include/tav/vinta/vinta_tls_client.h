@@ -43,7 +43,8 @@ public:
     /// without any effect, if there is none.
     static bool destroy(tav_istr name);
     /// Once, at the end of the process: closes and ends every named client, then the logger, the thread list
-    /// and the id generator.  Clients that the application still holds are named in the log.
+    /// and the id generator.  Clients that the application still holds are named in the log.  In a forked
+    /// child it ends what is the child's; the parent's clients are left alone, and must not be used there.
     static void finalize();
 
     /// "<", the name, ">": what begins the client's log lines.
