@@ -83,10 +83,11 @@ Client::Client(tav_istr name, session::clock_function clock)
     : option_(std::make_shared<connect_option>()),
       metainfo_(std::make_shared<metainfo>(std::string())),
       id_generator_(tavTime::now()),
+      last_connect_ms_(-connect_quiet_ms),
       name_(nameOf(name, this)),
       main_queue_(std::make_shared<tavTaskQueue>(tav_istr(name_ + "session"), 1)),
       error_queue_(std::make_shared<tavTaskQueue>(tav_istr(name_ + "global.on_error"), 1)),
-      clock_(std::move(clock)) {}
+      clock_(clock ? std::move(clock) : session::clock_function(&session::steady_ms)) {}
 
 Client::~Client() = default;
 
@@ -488,9 +489,9 @@ void Client::cancel_all_i() {
 }
 
 void Client::checkConnect(char const * what) {
-    long long const now = session::steady_ms();
+    long long const now = clock_();
     long long const elapsed = now - last_connect_ms_;
-    if (last_connect_ms_ != 0 && elapsed > 0 && elapsed < connect_quiet_ms) {
+    if (elapsed > 0 && elapsed < connect_quiet_ms) {
         log_line(tavLogger::INFO, here("tav::tls::impl::Client::checkConnect"), [&](std::ostream & out) {
             out << name_ << " " << what << " too fast, sleep " << connect_quiet_ms - elapsed
                 << "ms....(no support)";

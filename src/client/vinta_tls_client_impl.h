@@ -181,8 +181,8 @@ private:
     std::exception_ptr open_failure_;
     tavIdGenerator id_generator_;
     tavSharedPtr<tavThread> context_thread_;
-    /// By the steady clock; 0 before the first.
-    long long last_connect_ms_ = 0;
+    /// Long ago, as long as there was none.
+    long long last_connect_ms_;
     std::string name_;
     std::shared_ptr<tavTaskQueue> main_queue_;
     std::shared_ptr<tavTaskQueue> error_queue_;

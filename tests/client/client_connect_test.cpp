@@ -434,6 +434,28 @@ TEST(ConnectReconnect, ASecondAttemptWithinThreeSecondsIsNotedAndGoesOnAtOnce) {
                              "<n> on_start...\n", "<n> start too fast"}));
 }
 
+TEST(ConnectReconnect, AnAttemptJustThreeSecondsLaterIsNotTooFast) {
+    LogCapture log;
+    TlsPeer peer;
+    Events events;
+    std::atomic<long long> now{0};
+    auto const core = std::make_shared<tls::impl::Client>("n", [&now] { return now.load(); });
+    core->init__();
+    auto const attempted = [&](unsigned times, std::shared_ptr<tls::connect_info> const & info) {
+        bool const came = log.waitFor("<n> resolving ", times);
+        core->cancel_all__();
+        return came && resultOf(info) == tls::result_cancelled;
+    };
+    EXPECT_TRUE(attempted(1, core->start__(optionFor(peer.port(), events), false)));
+    now += 3000;
+    EXPECT_TRUE(attempted(2, core->reconnect__(tls::timedout_option(), false)));
+    EXPECT_FALSE(log.contains(" too fast"));
+    now += 2999;
+    EXPECT_TRUE(attempted(3, core->reconnect__(tls::timedout_option(), false)));
+    EXPECT_EQ(log.count("<n> reconnect too fast, sleep 1ms....(no support)\n"), 1u);
+    core->fini__();
+}
+
 TEST(ConnectTimeOut, FiresOnTheTimerAndLeavesTheAttempt) {
     LogCapture log;
     ClientRig rig;
