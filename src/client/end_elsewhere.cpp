@@ -1,6 +1,7 @@
 #include "client/end_elsewhere.h"
 
 #include "client/vinta_tls_client_impl_thread.h"
+#include "foundation/platform.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
@@ -25,16 +26,29 @@ struct wanted {
     bool started;
 };
 
-/// Never destroyed: such a thread may outlive the static objects.
+/// Never destroyed: such a thread may outlive the static objects.  A forked child has none of the threads
+/// that bring the parent's ends about, and leaves these alone.
 struct ends {
+    ends();
+
     std::mutex mutex;
     std::condition_variable changed;
     std::list<wanted> all;
+    std::list<wanted> of_parent;
 };
 
 ends & the_ends() {
     static ends & the = *new ends;
     return the;
+}
+
+ends::ends() {
+    platform::aroundFork([] { the_ends().mutex.lock(); }, [] { the_ends().mutex.unlock(); },
+                         [] {
+                             ends & the = the_ends();
+                             the.of_parent.splice(the.of_parent.end(), the.all);
+                             the.mutex.unlock();
+                         });
 }
 
 // What the work holds is gone when the end counts as come about.
