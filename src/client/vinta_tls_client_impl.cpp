@@ -619,7 +619,7 @@ void Client::on_connect_timedout(connect_ptr const & info, connect_option & told
 
 // The names count as well: what a thread of the client holds may go when its last task is over.
 bool Client::on_own_thread() const {
-    std::string const thread(tav_istr(tavThread::currentName()));
+    auto const thread = std::string(tav_istr(tavThread::currentName()));
     return thread_role::of_client(key()) || thread.find(name_ + "session.0") != thread.npos ||
            thread.find(name_ + "global.on_error.0") != thread.npos ||
            thread.find(name_ + "io.context") != thread.npos;
