@@ -192,6 +192,11 @@ void tls_setup::set_trust(tls_policy const & policy, connect_option const & opti
     }
     if (of_system) {
         trust_system();
+        if (!policy.check_name && policy.expected_name.empty()) {
+            log_parts(tavLogger::WARN, here("tav::tls::impl::tls_setup::set_trust"), name_,
+                      " the system's authorities are trusted and no name is checked: any peer with a public "
+                      "certificate is believed");
+        }
     }
     verifies_ = own || of_system;
 }

@@ -33,6 +33,22 @@ TlsIdentity const & named() {
     return the;
 }
 
+/// An option of a connection that this process has to a port on loopback; -1 without such a connection.
+int optionOfConnectionTo(unsigned port, int level, int name) {
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        int value = 0;
+        socklen_t value_size = sizeof value;
+        if (::getpeername(descriptor, reinterpret_cast<sockaddr *>(&address), &size) == 0 &&
+            address.sin_family == AF_INET && ntohs(address.sin_port) == port &&
+            ::getsockopt(descriptor, level, name, &value, &value_size) == 0) {
+            return value;
+        }
+    }
+    return -1;
+}
+
 /// The bytes of a client's part of a handshake with what is drawn by chance cut out: all of its first message
 /// but the random, and of the messages behind it their heads.
 std::string withoutChance(std::string const & wire) {
@@ -211,6 +227,82 @@ TEST(PolicyStart, HostIsToldUnlessItIsAnAddress) {
     option.set_tls_policy(policy);
     rig.connect(option);
     EXPECT_EQ(rig.server->serverName(), "front.example");
+}
+
+TEST(PolicyStart, SystemWatchesOverTheConnectionOnlyIfAskedTo) {
+    ClientRig rig;
+    rig.connect();
+    EXPECT_EQ(optionOfConnectionTo(rig.peer.port(), SOL_SOCKET, SO_KEEPALIVE), 0);
+    tls::connect_option option = rig.option();
+    tls_policy policy;
+    policy.tcp_keep_alive_s = 33;
+    policy.tcp_user_timeout_ms = 4444;
+    option.set_tls_policy(policy);
+    rig.connect(option);
+    EXPECT_TRUE(eventually(
+        [&rig] { return optionOfConnectionTo(rig.peer.port(), IPPROTO_TCP, TCP_USER_TIMEOUT) == 4444; }));
+    EXPECT_EQ(optionOfConnectionTo(rig.peer.port(), SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_EQ(optionOfConnectionTo(rig.peer.port(), IPPROTO_TCP, TCP_KEEPIDLE), 33);
+}
+
+TEST(PolicyStart, NameBehindAProxyIsTheHostsAndNotTheProxys) {
+    for (bool const right : {true, false}) {
+        Identity const own{CertificateSpec().withNames(right ? "DNS:gate.example" : "IP:127.0.0.1"),
+                           &Pki::the().root};
+        TlsIdentity shown = named();
+        shown.chain = own.pem();
+        shown.key = own.keyPem();
+        TlsPeer peer(shown);
+        Events events;
+        client c("n");
+        tls::connect_option option = optionFor(peer.port(), events);
+        option.host = "gate.example";
+        option.proxy_host = "127.0.0.1";
+        option.proxy_port = peer.portText();
+        option.set_on_http_proxy_connect([](unsigned, char const *, unsigned short) { return 0; });
+        tls_policy policy = tls_policy::safe();
+        policy.trusted_pem = named().ca;
+        option.set_tls_policy(policy);
+        auto const info = c.start(option);
+        auto const server = peer.accept();
+        EXPECT_EQ(server->handshake(), right);
+        EXPECT_EQ(resultOf(info), right ? tls::result_ok : tls::result_error);
+        EXPECT_EQ(server->serverName(), "gate.example");
+    }
+}
+
+TEST(PolicyStart, BelievingAnybodyIsToldAtWarn) {
+    LogCapture log;
+    TempFile const system(named().ca);
+    ::setenv("SSL_CERT_FILE", system.path().c_str(), 1);
+    TlsPeer peer(named());
+    Events events;
+    client c("n");
+    tls::connect_option option = optionFor(peer.port(), events);
+    auto const connect = [&](tls_policy const & policy) {
+        option.set_tls_policy(policy);
+        log.clear();
+        auto const info = c.start(option);
+        auto const server = peer.accept();
+        EXPECT_TRUE(server->handshake());
+        EXPECT_EQ(resultOf(info), tls::result_ok);
+    };
+    std::string const nothing = "<n> no certificates to trust were given: any peer is believed";
+    std::string const no_name = "<n> the system's authorities are trusted and no name is checked: any peer "
+                                "with a public certificate is believed";
+    tls_policy policy;
+    policy.send_host_name = true;
+    connect(policy);
+    EXPECT_TRUE(log.waitFor(nothing));
+    EXPECT_EQ(log.find(nothing).level, tavLogger::WARN);
+    policy.trust_system = tls::system_trust_alone;
+    connect(policy);
+    EXPECT_EQ(log.find(no_name).level, tavLogger::WARN);
+    EXPECT_FALSE(log.contains(nothing));
+    policy.check_name = true;
+    connect(policy);
+    EXPECT_FALSE(log.contains(no_name));
+    ::unsetenv("SSL_CERT_FILE");
 }
 
 TEST(PolicyStart, KeyLogIsGivenOutAndAnnouncedAtEachStart) {

@@ -68,7 +68,8 @@ public:
     /// Default: empty.  Trusted certificates as PEM text, beside those of `connect_option::ca`.
     std::string trusted_pem;
     /// Default: system_trust_off.  Whether the system's certificates are trusted: those under OpenSSL's
-    /// default paths, or under SSL_CERT_FILE and SSL_CERT_DIR of the environment.
+    /// default paths, or under SSL_CERT_FILE and SSL_CERT_DIR of the environment.  Without a check of the
+    /// name any holder of a public certificate is believed then, which a WARN line says.
     system_trust trust_system;
     /// Default: empty.  A file of revocation lists, in PEM.  With this or `crl_pem` the server's certificate
     /// must not be revoked, and a list of its issuer has to be there and in force.
