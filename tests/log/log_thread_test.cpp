@@ -74,11 +74,11 @@ public:
         std::unique_lock<std::mutex> guard(mutex_);
         entered_ = true;
         changed_.notify_all();
-        changed_.wait_for(guard, std::chrono::seconds(60), [this] { return open_; });
+        changed_.wait_for(guard, std::chrono::seconds(10), [this] { return open_; });
     }
     bool waitEntered() {
         std::unique_lock<std::mutex> guard(mutex_);
-        return changed_.wait_for(guard, std::chrono::seconds(20), [this] { return entered_; });
+        return changed_.wait_for(guard, std::chrono::seconds(10), [this] { return entered_; });
     }
 
 private:

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_mt_thread.h"
 
+#include "support/bounded.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
@@ -147,7 +148,7 @@ TEST(TavAsyncRun, ManyAtOnce) {
 TEST(TavAsyncCall, RunsDetached) {
     std::promise<std::string> name;
     tav_async_call([&] { name.set_value(currentName()); }, "call", 0);
-    EXPECT_EQ("call", name.get_future().get());
+    EXPECT_EQ("call", tav_test::got(name.get_future()));
 }
 
 TEST(TavAsyncCall, LogsTheDetachingWithTheRegisteredName) {
@@ -157,10 +158,11 @@ TEST(TavAsyncCall, LogsTheDetachingWithTheRegisteredName) {
     tav_async_call(
         [&] {
             id.set_value(tavThread::currentId());
-            gate.get_future().wait();
+            tav_test::await(gate.get_future());
         },
         "loose", 0);
-    LogCapture::Record const record = log.find(") detach thread {loose." + id.get_future().get() + "}\n");
+    LogCapture::Record const record =
+        log.find(") detach thread {loose." + tav_test::got(id.get_future()) + "}\n");
     EXPECT_EQ(tavLogger::DEBUG, record.level);
     EXPECT_NE(std::string::npos, record.text.find("[TAV]tav_async_call("));
     gate.set_value();
@@ -172,6 +174,6 @@ TEST(TavAsyncCall, DelayIsKept) {
     std::promise<void> ran;
     Clock::time_point const start = Clock::now();
     tav_async_call([&] { ran.set_value(); }, "delayed", 50);
-    ran.get_future().wait();
+    tav_test::await(ran.get_future());
     EXPECT_GE(millisSince(start), 50);
 }

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_mt_thread.h"
 
+#include "support/bounded.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +34,7 @@ QueuePtr make(std::function<void(int const &)> handler, int timeout = -1) {
 
 template <class F>
 bool eventually(F const & condition) {
-    auto const end = Clock::now() + std::chrono::seconds(20);
+    auto const end = Clock::now() + std::chrono::seconds(10);
     while (!condition()) {
         if (Clock::now() > end) {
             return false;
@@ -144,13 +145,13 @@ TEST(TavMsgQueueThread, SlowHandlerBlocksNoProducer) {
     QueuePtr const queue = make([&](int const & i) {
         if (i == 0) {
             entered.set_value();
-            gate.get_future().wait();
+            tav_test::await(gate.get_future());
         }
         ++handled;
     });
     queue->start();
     queue->put(0);
-    entered.get_future().wait();
+    tav_test::await(entered.get_future());
     for (int i = 1; i < 100; ++i) {
         queue->put(i);
     }
@@ -167,12 +168,12 @@ TEST(TavMsgQueueThread, FlushCountsTheBatchInTheHandlersHands) {
     std::atomic<bool> handled{false};
     QueuePtr const queue = make([&](int const &) {
         entered.set_value();
-        gate.get_future().wait();
+        tav_test::await(gate.get_future());
         handled = true;
     });
     queue->start();
     queue->put(1);
-    entered.get_future().wait();
+    tav_test::await(entered.get_future());
     std::thread opener([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
         gate.set_value();
@@ -213,12 +214,12 @@ TEST(TavMsgQueueThread, FlushGivesUpAfterAboutASecond) {
     QueuePtr const queue = make([&](int const & i) {
         if (i == 0) {
             entered.set_value();
-            gate.get_future().wait();
+            tav_test::await(gate.get_future());
         }
     });
     queue->start();
     queue->put(0);
-    entered.get_future().wait();
+    tav_test::await(entered.get_future());
     queue->put(1);
     Clock::time_point const start = Clock::now();
     queue->flush();
@@ -262,13 +263,13 @@ TEST(TavMsgQueueThread, FlushWhoseThreadStopsMeanwhileTakesOver) {
     QueuePtr const queue = make([&](int const & i) {
         if (i == 0) {
             entered.set_value();
-            gate.get_future().wait();
+            tav_test::await(gate.get_future());
         }
         seen.push_back(i);
     });
     queue->start();
     queue->put(0);
-    entered.get_future().wait();
+    tav_test::await(entered.get_future());
     queue->put(1);
     queue->put(2);
     queue->stopRunning();
@@ -293,7 +294,7 @@ TEST(TavMsgQueueThread, FlushOnItsOwnThreadDoesNothing) {
     self = queue.get();
     queue->start();
     queue->put(0);
-    EXPECT_LT(took.get_future().get(), 900);
+    EXPECT_LT(tav_test::got(took.get_future()), 900);
     queue->close();
 }
 
@@ -381,7 +382,7 @@ TEST(TavMsgQueueThread, CloseLeavesItemsForTheDestructor) {
         });
         queue->start();
         queue->put(0);
-        entered.get_future().wait();
+        tav_test::await(entered.get_future());
         queue->put(1);
         queue->put(2);
         queue->close();
@@ -413,7 +414,7 @@ TEST(TavMsgQueueThread, DestructorOnItsOwnThreadHandlesWhatIsLeft) {
             if (i == 0) {
                 owner = tavThread::currentId();
                 entered.set_value();
-                dropped.get_future().wait();
+                tav_test::await(dropped.get_future());
             } else {
                 handler = tavThread::currentId();
                 handled.set_value();
@@ -421,14 +422,14 @@ TEST(TavMsgQueueThread, DestructorOnItsOwnThreadHandlesWhatIsLeft) {
         });
         queue->start();
         queue->put(0);
-        entered.get_future().wait();
+        tav_test::await(entered.get_future());
         queue->put(1);
         queue->stopRunning();
         queue->detach();
         queue.reset();
     }
     dropped.set_value();
-    handled.get_future().wait();
+    tav_test::await(handled.get_future());
     EXPECT_EQ(owner, handler);
     EXPECT_TRUE(log.waitFor("leave thread {batch."));
     EXPECT_TRUE(log.waitFor("thead fini {batch."));
@@ -535,7 +536,7 @@ TEST(TavMsgQueueThread, ShortTimeoutDoesNotEndTheThread) {
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     EXPECT_TRUE(queue->loopRunning());
     queue->put(1);
-    handled.get_future().wait();
+    tav_test::await(handled.get_future());
     queue->close();
 }
 
@@ -557,7 +558,7 @@ TEST(TavMsgQueueThread, BaseMonitorIsNotTheQueues) {
     queue->start();
     queue->lock();
     std::thread([&] { queue->put(1); }).join();
-    EXPECT_EQ(std::future_status::ready, handled.get_future().wait_for(std::chrono::seconds(20)));
+    EXPECT_EQ(std::future_status::ready, handled.get_future().wait_for(std::chrono::seconds(10)));
     std::thread([&] { queue->on_stop(); }).join();
     queue->unlock();
     queue->close();
@@ -579,7 +580,7 @@ TEST(TavMsgQueueThread, CloseAndDestructorTogetherWaitAboutASecondForABacklog) {
             queue->put(i);
         }
         queue->start();
-        entered.get_future().wait();
+        tav_test::await(entered.get_future());
         start = Clock::now();
         queue->close();
         EXPECT_GE(millisSince(start), 900);
@@ -604,7 +605,7 @@ TEST(TavMsgQueueThread, CloseLetsTheThreadHandleTheBatchThatItHas) {
         queue->put(i);
     }
     queue->start();
-    entered.get_future().wait();
+    tav_test::await(entered.get_future());
     queue->close();
     EXPECT_EQ(numbers(100), seen);
 }
@@ -668,7 +669,7 @@ TEST(TavMsgQueueThread, StoppedThreadLeavesTheRestInItsOrder) {
         queue->put(i);
     }
     queue->start();
-    entered.get_future().wait();
+    tav_test::await(entered.get_future());
     queue->close();
     ASSERT_LT(seen.size(), static_cast<std::size_t>(backlog));
     slow = false;

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_mt_thread.h"
 
+#include "support/bounded.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
@@ -34,7 +35,7 @@ std::string currentName() {
 void drain(tavTaskQueue & queue) {
     std::promise<void> done;
     queue.put([&] { done.set_value(); });
-    done.get_future().wait();
+    tav_test::await(done.get_future());
 }
 
 } // namespace
@@ -56,10 +57,10 @@ TEST(TavTaskQueue, ThreadsAreNumbered) {
                     all.set_value();
                 }
             }
-            released.wait();
+            tav_test::await(released);
         });
     }
-    all.get_future().wait();
+    tav_test::await(all.get_future());
     gate.set_value();
     queue.close();
     EXPECT_EQ((std::set<std::string>{"q.0", "q.1", "q.2"}), names);
@@ -74,10 +75,10 @@ TEST(TavTaskQueue, NamesCarryTheStarters) {
         inner.start();
         std::promise<std::string> inside;
         inner.put([&] { inside.set_value(currentName()); });
-        name.set_value(inside.get_future().get());
+        name.set_value(tav_test::got(inside.get_future()));
         inner.close();
     });
-    EXPECT_EQ("net.0.q.0", name.get_future().get());
+    EXPECT_EQ("net.0.q.0", tav_test::got(name.get_future()));
     outer.close();
 }
 
@@ -118,7 +119,7 @@ TEST(TavTaskQueue, ManyThreadsAndProducersLoseNothing) {
     for (std::thread & producer : producers) {
         producer.join();
     }
-    all.get_future().wait();
+    tav_test::await(all.get_future());
     queue.close();
     EXPECT_EQ(count, ran);
 }
@@ -128,7 +129,7 @@ TEST(TavTaskQueue, TasksMayPut) {
     queue.start();
     std::promise<int> result;
     queue.put([&] { queue.put([&] { queue.put([&] { result.set_value(3); }); }); });
-    EXPECT_EQ(3, result.get_future().get());
+    EXPECT_EQ(3, tav_test::got(result.get_future()));
     queue.close();
 }
 
@@ -140,14 +141,14 @@ TEST(TavTaskQueue, TasksRunSideBySide) {
     std::promise<void> done;
     queue.put([&] {
         first.set_value();
-        second.get_future().wait();
+        tav_test::await(second.get_future());
         done.set_value();
     });
     queue.put([&] {
-        first.get_future().wait();
+        tav_test::await(first.get_future());
         second.set_value();
     });
-    done.get_future().wait();
+    tav_test::await(done.get_future());
     queue.close();
 }
 
@@ -192,7 +193,7 @@ TEST(TavTaskQueue, CloseKeepsRemainingTasksUnrunUntilDestroyed) {
             entered.set_value();
             log.waitFor("thead break running ", 2);
         });
-        entered.get_future().wait();
+        tav_test::await(entered.get_future());
         for (int i = 0; i < 5; ++i) {
             queue.put([&ran, kept] { ++ran; });
         }
@@ -291,7 +292,7 @@ TEST(TavTaskQueue, OnLoopByHandWaitsAlsoOnAThreadThatIsToldToStop) {
         "foreign",
         [&] {
             inLoop.set_value();
-            stopped.get_future().wait();
+            tav_test::await(stopped.get_future());
             auto const start = std::chrono::steady_clock::now();
             while (!ran) {
                 queue.on_loop();
@@ -302,7 +303,7 @@ TEST(TavTaskQueue, OnLoopByHandWaitsAlsoOnAThreadThatIsToldToStop) {
         },
         nullptr, nullptr, nullptr));
     thread->start();
-    inLoop.get_future().wait();
+    tav_test::await(inLoop.get_future());
     thread->stopRunning();
     stopped.set_value();
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -335,10 +336,10 @@ TEST(TavTaskQueue, DestroyedWithoutCloseTheThreadsFinishWhatIsThere) {
     {
         tavTaskQueue queue("left", 1);
         queue.start();
-        queue.put([released] { released.wait(); });
+        queue.put([released] { tav_test::await(released); });
         queue.put([&] { last.set_value(); });
     }
     gate.set_value();
-    last.get_future().wait();
+    tav_test::await(last.get_future());
     SUCCEED();
 }

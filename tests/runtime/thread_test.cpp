@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_mt_thread.h"
 
+#include "support/bounded.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
@@ -34,7 +35,7 @@ std::string text(T const & v) {
 
 template <class F>
 bool eventually(F const & condition) {
-    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
@@ -169,7 +170,7 @@ TEST(TavThread, RunsUntilClosed) {
     EXPECT_TRUE(thread->started());
     EXPECT_TRUE(thread->running());
     EXPECT_TRUE(thread->loopRunning());
-    std::string const id = idInside.get_future().get();
+    std::string const id = tav_test::got(idInside.get_future());
     EXPECT_EQ(id, thread->id());
     EXPECT_NE(tavThread::currentId(), id);
     EXPECT_EQ("{work." + id + "}", text(*thread));
@@ -420,11 +421,11 @@ TEST(TavThread, StopDuringOnOpenIsNotLost) {
         nullptr,
         [&] {
             opening.set_value();
-            goOn.get_future().wait();
+            tav_test::await(goOn.get_future());
             return true;
         });
     std::thread starter([&] { thread->start(); });
-    opening.get_future().wait();
+    tav_test::await(opening.get_future());
     thread->stopRunning();
     goOn.set_value();
     starter.join();
@@ -443,7 +444,7 @@ TEST(TavThread, CloseDuringStartJoins) {
                 return true;
             });
         std::thread starter([&] { closed->start(); });
-        opening.get_future().wait();
+        tav_test::await(opening.get_future());
         closed->close();
         EXPECT_TRUE(closed->broken());
         starter.join();
@@ -474,7 +475,7 @@ TEST(TavThread, StopBeforeTheStartDoesNotCount) {
     });
     thread->stopRunning();
     thread->start();
-    looped.get_future().wait();
+    tav_test::await(looped.get_future());
     EXPECT_TRUE(thread->running());
     thread->close();
 }
@@ -501,7 +502,7 @@ TEST(TavThread, OfTwoClosersOneJoinsAndBothReturnAfterTheEnd) {
         ThreadPtr const thread = make(
             "both", [] { return true; }, nullptr, nullptr,
             [&] {
-                gone.wait();
+                tav_test::await(gone);
                 closed = true;
             });
         thread->start();
@@ -533,7 +534,7 @@ TEST(TavThread, CloseFromItsOwnLoopIsADeadlockError) {
         return true;
     });
     thread->start();
-    EXPECT_TRUE(result.get_future().get());
+    EXPECT_TRUE(tav_test::got(result.get_future()));
     EXPECT_TRUE(eventually([&] { return thread->broken(); }));
     thread->close();
 }
@@ -553,7 +554,7 @@ TEST(TavThread, CloseFromItsOwnOnOpenIsADeadlockError) {
             return true;
         });
     thread->start();
-    EXPECT_TRUE(result.get_future().get());
+    EXPECT_TRUE(tav_test::got(result.get_future()));
     thread->close();
 }
 
@@ -575,7 +576,7 @@ TEST(TavThread, CloseFromItsOwnBodyWhileAnotherJoinsIsADeadlockErrorToo) {
             });
         thread->start();
         thread->close();
-        EXPECT_TRUE(result.get_future().get());
+        EXPECT_TRUE(tav_test::got(result.get_future()));
     }
     EXPECT_EQ(1u, log.count("join thread end...own"));
 }
@@ -615,7 +616,7 @@ TEST(TavThread, KeepsItselfAliveWhileItRuns) {
     std::promise<void> goOn;
     {
         ThreadPtr const thread = make("kept", [&] {
-            goOn.get_future().wait();
+            tav_test::await(goOn.get_future());
             return false;
         });
         thread->start();
@@ -679,7 +680,7 @@ TEST(TavThread, CurrentIsTheRunningObject) {
         return false;
     });
     thread->start();
-    EXPECT_TRUE(same.get_future().get());
+    EXPECT_TRUE(tav_test::got(same.get_future()));
     thread->close();
 }
 
@@ -730,7 +731,8 @@ TEST(TavThread, GetThreadNameKnowsRegisteredThreads) {
     EXPECT_EQ("", text(tavThread::getThreadName(foreign)));
     foreign->join();
     std::promise<void> goOn;
-    std::shared_ptr<std::thread> const named = tav_async_run([&] { goOn.get_future().wait(); }, "known", 0);
+    std::shared_ptr<std::thread> const named =
+        tav_async_run([&] { tav_test::await(goOn.get_future()); }, "known", 0);
     EXPECT_EQ("known", text(tavThread::getThreadName(named)));
     goOn.set_value();
     named->join();
@@ -755,7 +757,8 @@ TEST(TavThread, PrintThreadsListsWhoIsRegistered) {
     ThreadPtr const thread = makeIdle("listed");
     thread->start();
     std::promise<void> goOn;
-    std::shared_ptr<std::thread> const bare = tav_async_run([&] { goOn.get_future().wait(); }, "bare", 0);
+    std::shared_ptr<std::thread> const bare =
+        tav_async_run([&] { tav_test::await(goOn.get_future()); }, "bare", 0);
     {
         LogCapture log;
         tavThread::printThreads();
@@ -778,7 +781,7 @@ TEST(TavThread, FinalizeForgetsThreadsThatRunOn) {
     std::promise<void> finalized;
     std::promise<std::string> names;
     ThreadPtr const thread = make("gone", [&] {
-        finalized.get_future().wait();
+        tav_test::await(finalized.get_future());
         names.set_value(text(tavThread::currentName()) + text(tavThread::createThreadName("x")) +
                         (tavThread::current() ? "!" : "."));
         return false;
@@ -787,7 +790,7 @@ TEST(TavThread, FinalizeForgetsThreadsThatRunOn) {
     tavThread::finalize();
     tavThread::finalize();
     finalized.set_value();
-    EXPECT_EQ("mainx.", names.get_future().get());
+    EXPECT_EQ("mainx.", tav_test::got(names.get_future()));
     thread->close();
     LogCapture log;
     tavThread::printThreads();

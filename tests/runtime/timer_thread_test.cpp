@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_mt_thread.h"
 
+#include "support/bounded.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
@@ -29,7 +30,7 @@ TimerPtr make(int interval, std::function<bool(bool)> onTimer, int count,
 
 template <class F>
 bool eventually(F const & condition) {
-    auto const end = Clock::now() + std::chrono::seconds(20);
+    auto const end = Clock::now() + std::chrono::seconds(10);
     while (!condition()) {
         if (Clock::now() > end) {
             return false;
@@ -131,7 +132,7 @@ TEST(TavTimerThread, FirstIntervalCountsFromConstruction) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1010)); // the interval passes before the start
     Clock::time_point const started = Clock::now();
     timer->start();
-    EXPECT_FALSE(fired.get_future().get());
+    EXPECT_FALSE(tav_test::got(fired.get_future()));
     EXPECT_GE(millisSince(made), 1000);
     EXPECT_LT(millisSince(started), 900);
     timer->close();
@@ -148,7 +149,7 @@ TEST(TavTimerThread, FiringWaitsForTheInterval) {
         },
         1);
     timer->start();
-    fired.get_future().wait();
+    tav_test::await(fired.get_future());
     EXPECT_GE(millisSince(made), 38);
     timer->close();
 }
