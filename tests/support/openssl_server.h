@@ -18,15 +18,15 @@
 
 namespace tav_test {
 
-/// OpenSSL's own server, `openssl s_server`, in a process of its own on loopback with a port given by the
-/// system.  It takes one connection after another and echoes nothing.
+/// OpenSSL's own server, `openssl s_server` (the program TAV_OPENSSL), in a process of its own on loopback
+/// with a port given by the system.  It takes one connection after another and echoes nothing.
 class OpensslServer {
 public:
     /// `chain` is what it shows, its own certificate first; `more` are further arguments.
     OpensslServer(std::vector<Identity const *> const & chain, std::vector<std::string> const & more)
         : certificate_(chain.front()->pem()), key_(chain.front()->keyPem()), above_(pemOf(chain)) {
-        std::vector<std::string> arguments = {"openssl", "s_server",          "-accept", "127.0.0.1:0",
-                                              "-cert",   certificate_.path(), "-key",    key_.path()};
+        std::vector<std::string> arguments = {TAV_OPENSSL, "s_server",          "-accept", "127.0.0.1:0",
+                                              "-cert",     certificate_.path(), "-key",    key_.path()};
         if (chain.size() > 1) {
             arguments.insert(arguments.end(), {"-cert_chain", above_.path()});
         }
@@ -70,7 +70,7 @@ private:
             texts.push_back(const_cast<char *>(each.c_str()));
         }
         texts.push_back(nullptr);
-        int const failed = ::posix_spawnp(&process_, texts[0], &actions, nullptr, texts.data(), environ);
+        int const failed = ::posix_spawn(&process_, texts[0], &actions, nullptr, texts.data(), environ);
         ::posix_spawn_file_actions_destroy(&actions);
         ::close(in[0]);
         ::close(out[1]);
