@@ -86,14 +86,18 @@ void connect_info::on_conn_connected() {
 }
 
 void connect_info::on_conn_error() {
+    failure const cause = cause_;
+    error(cause != failure::none ? cause : failure::other);
     complete(result_error, "tav::tls::impl::connect_info::on_conn_error", " on connect error");
 }
 
 void connect_info::on_conn_timedout() {
+    error(cause_ == failure::proxy_refused ? failure::proxy_refused : failure::timed_out);
     complete(result_timedout, "tav::tls::impl::connect_info::on_conn_timedout", " on connect timedout");
 }
 
 void connect_info::on_conn_cancel() {
+    error(failure::cancelled);
     complete(result_cancelled, "tav::tls::impl::connect_info::on_conn_cancel", " on connect cancelled");
 }
 

@@ -5,6 +5,7 @@
 #include "tav/vinta/vinta_basetypes_time.h"
 #include "tav/vinta/vinta_tls_client_options.h"
 
+#include <atomic>
 #include <functional>
 #include <string>
 
@@ -23,6 +24,10 @@ public:
     explicit connect_info(std::string name);
 
     unsigned era() const { return era_; }
+    /// Why it failed, or its connection broke, as its session finds out first.
+    std::atomic<failure> & cause() { return cause_; }
+    /// Whether its connection has come up.
+    std::atomic<bool> & up() { return up_; }
 
     void cancel() override;
     result_type wait() override;
@@ -47,6 +52,8 @@ private:
     std::string name_;
     void const * const client_;
     unsigned const era_;
+    std::atomic<failure> cause_{failure::none};
+    std::atomic<bool> up_{false};
 };
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -15,9 +15,9 @@ using Guard = std::lock_guard<tavMutex const>;
 
 frame_writer::frame_writer() : record_(static_cast<unsigned>(record_size)) {}
 
-bool frame_writer::post(tavBytes && frame) {
-    std::list<tavBytes> one;
-    one.push_back(std::move(frame));
+bool frame_writer::post(tavBytes && frame, send_account::room room) {
+    std::list<entry> one;
+    one.push_back(entry{std::move(frame), std::move(room)});
     Guard const guard(mutex_);
     posted_.splice(posted_.end(), one);
     return !std::exchange(told_, true);
@@ -48,31 +48,31 @@ bool frame_writer::accept() noexcept {
 // A frame is written from its place in the queue, unless it can share a record with those behind it.
 frame_writer::piece frame_writer::next() noexcept {
     Guard const guard(mutex_);
-    std::size_t total = queue_.front().size();
+    std::size_t total = queue_.front().frame.size();
     pending_ = 1;
-    for (auto each = std::next(queue_.begin()); each != queue_.end() && total + each->size() <= record_size;
-         ++each) {
-        total += each->size();
+    for (auto each = std::next(queue_.begin());
+         each != queue_.end() && total + each->frame.size() <= record_size; ++each) {
+        total += each->frame.size();
         ++pending_;
     }
     if (pending_ == 1) {
-        return piece{queue_.front().data(), total};
+        return piece{queue_.front().frame.data(), total};
     }
     record_.size(0);
     auto each = queue_.begin();
     for (std::size_t i = 0; i < pending_; ++i, ++each) {
-        record_.writeBytes(*each);
+        record_.writeBytes(each->frame);
     }
     return piece{record_.data(), total};
 }
 
 frame_writer::written frame_writer::first() const noexcept {
     Guard const guard(mutex_);
-    return written{queue_.front().size(), queue_.size()};
+    return written{queue_.front().frame.size(), queue_.size()};
 }
 
 bool frame_writer::pop() noexcept {
-    std::list<tavBytes> one;
+    std::list<entry> one;
     Guard const guard(mutex_);
     one.splice(one.end(), queue_, queue_.begin());
     --pending_;
@@ -87,8 +87,8 @@ bool frame_writer::empty() const noexcept {
 std::vector<unsigned> frame_writer::sizes() const {
     std::vector<unsigned> out;
     Guard const guard(mutex_);
-    for (tavBytes const & frame : queue_) {
-        out.push_back(frame.size());
+    for (entry const & each : queue_) {
+        out.push_back(each.frame.size());
     }
     return out;
 }

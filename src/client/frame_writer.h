@@ -1,6 +1,7 @@
 #ifndef TAV_CLIENT_FRAME_WRITER_H
 #define TAV_CLIENT_FRAME_WRITER_H
 
+#include "client/send_account.h"
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_locks.h"
@@ -40,9 +41,10 @@ public:
     frame_writer(frame_writer const &) = delete;
     frame_writer & operator=(frame_writer const &) = delete;
 
-    /// Puts a frame, which is not empty, behind all others.  True if the caller has to tell the writing
-    /// thread, which then calls `accept`.  Throws std::bad_alloc, and the frame was not taken then.
-    bool post(tavBytes && frame);
+    /// Puts a frame, which is not empty, behind all others, with the room that it takes until it was written.
+    /// True if the caller has to tell the writing thread, which then calls `accept`.  Throws std::bad_alloc,
+    /// and the frame was not taken then.
+    bool post(tavBytes && frame, send_account::room room = send_account::room());
     /// The caller could not tell the writing thread.
     void untold() noexcept;
     /// True if there are posted frames of which the writing thread was not told; the caller has to do so.
@@ -65,11 +67,16 @@ public:
     std::vector<unsigned> sizes() const;
 
 private:
+    struct entry {
+        tavBytes frame;
+        send_account::room room;
+    };
+
     tavMutex mutex_;
     /// Frames that wait for the socket.
-    std::list<tavBytes> queue_;
+    std::list<entry> queue_;
     /// Frames on their way to the writing thread.
-    std::list<tavBytes> posted_;
+    std::list<entry> posted_;
     bool told_ = false;
     tavBytes record_;
     std::size_t pending_ = 0;

@@ -64,7 +64,19 @@ send_info::send_info(std::string name, tavSharedPtr<send_owner> owner, unsigned 
       result_(result_unknown),
       ticket_(0) {}
 
-send_info::~send_info() = default;
+send_info::~send_info() {
+    if (!completed_ && account_) {
+        account_->untrack();
+    }
+}
+
+bool send_info::admit(std::shared_ptr<send_account> account) noexcept {
+    if (!account->track()) {
+        return false;
+    }
+    account_ = std::move(account);
+    return true;
+}
 
 bool send_info::claim() noexcept {
     if (claimed_.exchange(true)) {
@@ -108,6 +120,7 @@ result_type send_info::wait() {
             }
         }
         if (result_ < 0) {
+            error(failure::timed_out);
             complete(result_timedout);
         }
         log_line(tavLogger::DEBUG, site,
@@ -145,6 +158,7 @@ void send_info::complete(result_type v) {
     if (completed_.exchange(true)) {
         return;
     }
+    leave_account(v);
     error_function dropped;
     tavSharedPtr<send_owner> released;
     {
@@ -160,12 +174,25 @@ void send_info::complete(result_type v) {
     monitor_.signalAllInLock();
 }
 
-void send_info::end_cancelled() {
+void send_info::leave_account(result_type v) noexcept {
+    if (!account_) {
+        return;
+    }
+    account_->untrack();
+    counters & counted = account_->counted();
+    counters::add(v == result_ok         ? counted.sends_ok
+                  : v == result_timedout ? counted.sends_timedout
+                                         : counted.sends_cancelled);
+}
+
+void send_info::end_cancelled(failure cause) {
+    error(cause);
     tav::detail::ScopeExit const end([this] { complete(result_cancelled); });
     option_.on_timedout(sno_, msgcode_, true);
 }
 
 void send_info::end_timed_out(long long now) {
+    error(failure::timed_out);
     tav::detail::ScopeExit const end([this] { complete(result_timedout); });
     option_.check_timedout(sno_, msgcode_, elapsed_ms(start_time_, now));
     log_parts(tavLogger::VERBOSE, here("tav::tls::impl::send_info::check_timedout"), name_,

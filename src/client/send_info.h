@@ -1,6 +1,7 @@
 #ifndef TAV_CLIENT_SEND_INFO_H
 #define TAV_CLIENT_SEND_INFO_H
 
+#include "client/send_account.h"
 #include "foundation/build_stamp.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_locks.h"
@@ -59,6 +60,9 @@ public:
     /// Whether its limit has passed at `now`.
     bool due(long long now) const;
 
+    /// Takes its place among the tracked sends until its end; false if there is none.
+    bool admit(std::shared_ptr<send_account> account) noexcept;
+
     /// True for the one caller who is to end it.
     bool claim() noexcept;
     bool claimed() const noexcept { return claimed_; }
@@ -70,7 +74,7 @@ public:
     void complete(result_type v);
     /// Tells the option's function and ends it as cancelled, for the one who has claimed it.  What the
     /// function throws goes on to the caller; the send has ended then too.
-    void end_cancelled();
+    void end_cancelled(failure cause = failure::cancelled);
     /// The same for a limit that has passed at `now`.
     void end_timed_out(long long now);
     /// Ends it so if its limit has passed at `now` and nobody has claimed it; true if it did.
@@ -82,6 +86,7 @@ private:
     /// Takes it out of the owner's sends and lets the owner go.
     void detach();
     bool ended_here() const;
+    void leave_account(result_type v) noexcept;
 
     std::string const name_;
     void const * const client_;
@@ -97,6 +102,8 @@ private:
     /// Who is to end it.
     std::atomic<std::thread::id> claimer_;
     std::atomic<int> result_;
+    /// Set once, ahead of all that may end it.
+    std::shared_ptr<send_account> account_;
     /// The table's own mark, under its lock.
     unsigned long long ticket_;
 };

@@ -101,6 +101,8 @@ std::string certificate_trouble(std::string const & file, std::string const & to
 
 certificate_refusal refusal_of(X509_STORE_CTX * verification) {
     certificate_refusal out;
+    int const error = ::X509_STORE_CTX_get_error(verification);
+    out.wrong_name = error == X509_V_ERR_HOSTNAME_MISMATCH || error == X509_V_ERR_IP_ADDRESS_MISMATCH;
     out.reason = ::X509_verify_cert_error_string(::X509_STORE_CTX_get_error(verification));
     out.subject = subject_of(verification);
     out.details = out.reason + ", depth " + std::to_string(::X509_STORE_CTX_get_error_depth(verification)) +

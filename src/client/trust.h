@@ -34,6 +34,8 @@ struct certificate_refusal {
     /// In the TLS library's words; empty if none was refused.
     std::string reason;
     std::string subject;
+    /// The certificate is for another name or address, and good otherwise.
+    bool wrong_name = false;
     /// All of it: reason, place in the chain, subject, issuer and validity.
     std::string details;
 };

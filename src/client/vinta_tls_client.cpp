@@ -662,6 +662,11 @@ unsigned short client::find_code_by_class(char const * name) const {
     return code;
 }
 
+tav::tls::statistics client::statistics() const {
+    auto const core = alive(here("tav::tls::client::statistics"));
+    return core ? core->counted().copy() : tav::tls::statistics();
+}
+
 unsigned short client::get_next_sno() {
     auto const core = alive(here("tav::tls::client::get_next_sno"));
     return core ? core->get_next_sno() : static_cast<unsigned short>(0);
@@ -709,9 +714,11 @@ std::shared_ptr<client::Core> client::alive(Site const & site) const {
     {
         Lock const guard(mutex_);
         if (impl_) {
+            impl::set_last_failure(failure::none);
             return impl_;
         }
     }
+    impl::set_last_failure(failure::closed);
     detail::log(tavLogger::DEFAULT_TAG(), tavLogger::ERROR, site,
                 [](std::ostream & out) { out << "<ASSERT FAILURE> impl_ != nullptr"; });
     return nullptr;

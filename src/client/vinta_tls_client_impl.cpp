@@ -146,10 +146,12 @@ void Client::fini__() {
 Client::connect_ptr Client::start__(connect_option const & option, bool reuseConnected) {
     detail::Site const site = here("tav::tls::impl::Client::start__");
     if (option.host.empty()) {
+        set_last_failure(failure::bad_address);
         log_parts(tavLogger::ERROR, site, name_, " host is empty");
         return nullptr;
     }
     if (option.port.empty()) {
+        set_last_failure(failure::bad_address);
         log_parts(tavLogger::ERROR, site, name_, " port is empty");
         return nullptr;
     }
@@ -191,6 +193,7 @@ Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reu
             out << name_ << " last reconnect not complete, return directly";
         });
         last->busy();
+        set_last_failure(failure::busy);
         return last;
     }
     if (reuseConnected && connected()) {
@@ -438,6 +441,7 @@ void Client::on_start(connect_ptr const & info, connect_option const & option) {
         described = std::make_shared<metainfo>(option.metainfo);
     } catch (std::exception const & e) {
         // The application hears of it as of any start that fails; the queue's loop has the log line.
+        info->cause() = failure::bad_template;
         on_connect_error(info, fresh, no_sno, no_code, exception_code, e.what());
         info->on_conn_error();
         throw;
@@ -513,6 +517,8 @@ void Client::renew(connect_ptr const & info) {
     } catch (std::exception const & e) {
         // The application hears of it as of any connect that fails; the queue's loop has the log line.
         close_session();
+        failure none = failure::none;
+        info->cause().compare_exchange_strong(none, named_exception());
         auto const * const of_system = dynamic_cast<std::system_error const *>(&e);
         on_connect_error(info, option(), no_sno, no_code,
                          of_system != nullptr ? of_system->code().value() : exception_code, e.what());
@@ -534,7 +540,9 @@ tavSharedPtr<session> Client::make_session(connect_ptr const & info) {
             self->on_connect_timedout(info, *told, sno, msgcode, cancelled);
         });
     tavSharedPtr<session> fresh(new session(
-        name_, context_, [self](tavBytes const & frame) { self->on_recv(frame); }, own, clock_));
+        name_, context_, [self](tavBytes const & frame) { self->on_recv(frame); }, own, clock_, counted_,
+        std::shared_ptr<std::atomic<failure>>(info, &info->cause())));
+    counters::add(counted_->connects_begun);
     try {
         fresh->open();
     } catch (...) {
@@ -557,6 +565,8 @@ bool Client::close_session() {
 
 void Client::on_connect_open(connect_ptr const & info, connect_option & told) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_open"), name_, " connect ok");
+    info->up() = true;
+    counters::add(counted_->connects_up);
     detail::ScopeExit const end([taken = take_connecting(info)] {
         if (taken) {
             taken->on_conn_connected();
@@ -569,6 +579,7 @@ void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_
                               unsigned long long sno, unsigned short msgcode, int code, char const * text) {
     log_line(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_error"),
              [&](std::ostream & out) { out << name_ << " connect error <" << code << ">" << text; });
+    count_failure(*info);
     connect_ptr const taken = take_connecting(info);
     std::shared_ptr<tavTaskQueue> queue;
     {
@@ -600,6 +611,13 @@ void Client::tell_error(unsigned era, connect_option & told, unsigned long long 
     if (!closed_since(era)) {
         told.on_error(sno, msgcode, code, std::move(text));
     }
+}
+
+void Client::count_failure(connect_info & info) {
+    counters & c = *counted_;
+    counters::add(!info.up()                                ? c.connects_failed
+                  : info.cause() == failure::closed_by_peer ? c.breaks_by_peer
+                                                            : c.breaks_by_error);
 }
 
 void Client::on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,

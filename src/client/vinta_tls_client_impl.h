@@ -13,6 +13,7 @@
 #include <asio/steady_timer.hpp>
 
 #include <atomic>
+#include <chrono>
 #include <exception>
 #include <functional>
 #include <map>
@@ -59,6 +60,7 @@ public:
     void cancel_all__();
 
     std::string const & name() const { return name_; }
+    counters const & counted() const { return *counted_; }
     void io(tavCodecStream & s);
     tavSharedPtr<session> current() const;
     bool connected() const;
@@ -128,6 +130,7 @@ private:
                           unsigned long long sno, unsigned short msgcode, int code, char const * text);
     void tell_error(unsigned era, connect_option & told, unsigned long long sno, unsigned short msgcode,
                     int code, std::string text);
+    void count_failure(connect_info & info);
     void on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
                              unsigned short msgcode, bool cancelled);
     /// Whether the connection of this attempt was closed by the application since: nothing is told of it.
@@ -142,6 +145,9 @@ private:
     /// Never null: a client that was not started has an empty one.
     std::shared_ptr<metainfo> meta() const;
 
+    send_ptr refused(failure why) const;
+    send_ptr refused_caught(detail::Site site, failure why) const;
+    void count_callback(std::chrono::steady_clock::time_point begin) const noexcept;
     send_ptr send_object(tavMessage const & msg, send_option const & option, detail::Site site);
     send_ptr send_json(tav_istr json, send_option const & option, unsigned short msgcode, tav_istr className);
     /// The body as the log shows it: " json " and the text, or " nbr " and the values.  A body that is not
@@ -187,6 +193,7 @@ private:
     std::shared_ptr<tavTaskQueue> main_queue_;
     std::shared_ptr<tavTaskQueue> error_queue_;
     session::clock_function const clock_;
+    std::shared_ptr<counters> const counted_ = std::make_shared<counters>();
     std::atomic<bool> finished_{false};
     /// Keeps the closes, and the starts with the era that they have, in the order of the queue.
     tavMutex requests_mutex_;

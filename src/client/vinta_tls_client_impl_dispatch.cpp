@@ -2,8 +2,10 @@
 #include "client/vinta_tls_client_impl.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "foundation/report.h"
+#include "foundation/scope_exit.h"
 #include "tav/vinta/vinta_nbr_unit.h"
 
+#include <chrono>
 #include <mutex>
 #include <sstream>
 #include <utility>
@@ -52,6 +54,16 @@ bool exceedsFrame(im::Packet & packet, tavMsgExt const & ext, std::size_t & size
     return size > most;
 }
 
+failure failure_of(json2nbr::WriteStage stage) noexcept {
+    switch (stage) {
+    case json2nbr::WriteStage::text: return failure::bad_json;
+    case json2nbr::WriteStage::message_class: return failure::template_lacks_class;
+    case json2nbr::WriteStage::members: return failure::value_does_not_fit;
+    case json2nbr::WriteStage::necessary: break;
+    }
+    return failure::field_missing;
+}
+
 /// What a reply is written to.  The caller of send_and_wait and the thread "receiver" share it; once the call
 /// has returned it is null, and what the caller gave is the caller's alone.
 struct Awaited {
@@ -95,6 +107,7 @@ void Client::dispatch(tavBytes const & frame, session & from) {
     tav_istr const body = packet->body();
     tavMsgExt ext = packet->ext();
     from.session_id(packet->session());
+    counters::add(counted_->messages_received);
 
     tavSharedPtr<tavMessage> const obj = createMessage(code);
     std::error_code unreadable;
@@ -113,10 +126,22 @@ void Client::dispatch(tavBytes const & frame, session & from) {
         log_line(tavLogger::INFO, site, [&](std::ostream & out) { received(out) << shown; });
     }
 
-    if (!to_send_level(from, *packet, obj, ext) && !to_type_level(*packet, obj, ext)) {
-        to_global_level(*packet, obj, ext);
+    {
+        auto const begin = std::chrono::steady_clock::now();
+        detail::ScopeExit const timed([&] { count_callback(begin); });
+        if (to_send_level(from, *packet, obj, ext)) {
+            counters::add(counted_->replies);
+        } else {
+            counters::add(counted_->pushes);
+            if (!to_type_level(*packet, obj, ext)) {
+                to_global_level(*packet, obj, ext);
+            }
+        }
     }
 
+    if ((packet->affirm() & affirm_kind_mask) == affirmed) {
+        counters::add(counted_->receipts_received);
+    }
     bool const wanted = (packet->affirm() & affirm_kind_mask) == need_affirm;
     packet->setBody(tav_istr());
     if (wanted) {
@@ -126,7 +151,15 @@ void Client::dispatch(tavBytes const & frame, session & from) {
         log_line(tavLogger::INFO, site,
                  [&](std::ostream & out) { out << name_ << " send back affirm" << *packet; });
         from.send_pkt(packet, send_option());
+        counters::add(counted_->receipts_sent);
     }
+}
+
+void Client::count_callback(std::chrono::steady_clock::time_point begin) const noexcept {
+    auto const spent = std::chrono::steady_clock::now() - begin;
+    counters::raise(counted_->longest_callback_us,
+                    static_cast<unsigned long long>(
+                        std::chrono::duration_cast<std::chrono::microseconds>(spent).count()));
 }
 
 // The reply has claimed the send ahead of the callback, so that no limit that passes meanwhile is told too.
@@ -256,11 +289,11 @@ Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgco
     tavSharedPtr<session> const to = current();
     if (!to) {
         log_parts(tavLogger::ERROR, site, name_, " no session");
-        return nullptr;
+        return refused(failure::not_connected);
     }
     if (!to->connected()) {
         log_parts(tavLogger::ERROR, site, name_, " session not connected");
-        return nullptr;
+        return refused(failure::not_connected);
     }
     if (sno == 0) {
         sno = static_cast<unsigned long long>(id_generator_.nextSno());
@@ -280,7 +313,7 @@ Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgco
     if (exceedsFrame(*packet, ext, size)) {
         log_parts(tavLogger::ERROR, site, name_, " send pkt too large, ", size, " bytes, at most ",
                   session::max_body_size);
-        return nullptr;
+        return refused(failure::body_too_long);
     }
 
     if (obj) {
@@ -296,6 +329,19 @@ Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgco
     return to->send_pkt(packet, option);
 }
 
+Client::send_ptr Client::refused(failure why) const {
+    counters::add(counted_->sends_refused);
+    set_last_failure(why);
+    return nullptr;
+}
+
+// Of the exception that is being handled; `why` if it has no name of its own.
+Client::send_ptr Client::refused_caught(detail::Site site, failure why) const {
+    detail::reportCaught(site);
+    failure const own = named_exception();
+    return refused(own == failure::other ? why : own);
+}
+
 Client::send_ptr Client::sendMsg(tavMessage const & msg, send_option const & option) {
     detail::Site const site = here("tav::tls::impl::Client::sendMsg");
     sayCode(tavLogger::VERBOSE, site, name_, " send obj msg  0x", msg.msgcode());
@@ -306,7 +352,7 @@ Client::send_ptr Client::sendMsg(tavSharedPtr<tavMessage> const & msg, send_opti
     detail::Site const site = here("tav::tls::impl::Client::sendMsg");
     if (!msg) {
         log_parts(tavLogger::ERROR, site, name_, " send ptr msg  null");
-        return nullptr;
+        return refused(failure::encoding_failed);
     }
     sayCode(tavLogger::VERBOSE, site, name_, " send ptr msg  0x", msg->msgcode());
     return send_object(*msg, option, site);
@@ -319,8 +365,7 @@ Client::send_ptr Client::send_object(tavMessage const & msg, send_option const &
         return send_msg(sno, msg.msgcode(), tav_istr(body), option, tav_istr(), &msg,
                         msg.ext.empty() ? option.ext : msg.ext);
     } catch (...) {
-        detail::reportCaught(site);
-        return nullptr;
+        return refused_caught(site, failure::encoding_failed);
     }
 }
 
@@ -342,20 +387,19 @@ Client::send_ptr Client::send_json(tav_istr json, send_option const & option, un
     // Told also of a text that can't be sent; the code is the message's own once that is known.
     auto const say = [&] { sayCode(tavLogger::VERBOSE, site, name_, " send json msg  0x", msgcode); };
     tavBytes body;
+    json2nbr::WriteStage stage = json2nbr::WriteStage::text;
     try {
-        meta()->json_to_message(json, body, msgcode, className);
+        meta()->json_to_message(json, body, msgcode, className, stage);
     } catch (...) {
         say();
-        detail::reportCaught(site);
-        return nullptr;
+        return refused_caught(site, failure_of(stage));
     }
     say();
     try {
         unsigned long long sno = option.sno;
         return send_msg(sno, msgcode, tav_istr(body), option, tav_istr(), nullptr, option.ext);
     } catch (...) {
-        detail::reportCaught(site);
-        return nullptr;
+        return refused_caught(site, failure::encoding_failed);
     }
 }
 
@@ -367,8 +411,7 @@ Client::send_ptr Client::sendNbrMsg(unsigned short msgcode, tav_istr body, send_
         unsigned long long sno = option.sno;
         return send_msg(sno, msgcode, body, option, target, nullptr, option.ext);
     } catch (...) {
-        detail::reportCaught(site);
-        return nullptr;
+        return refused_caught(site, failure::encoding_failed);
     }
 }
 
@@ -379,8 +422,7 @@ Client::send_ptr Client::sendOldNbrMsg(unsigned char msgcode, tav_istr body, tav
         unsigned long long sno = 0;
         return send_msg(sno, msgcode, body, send_option(), target, nullptr, tavMsgExt());
     } catch (...) {
-        detail::reportCaught(site);
-        return nullptr;
+        return refused_caught(site, failure::encoding_failed);
     }
 }
 
@@ -392,6 +434,7 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
         return result_error;
     }
     if (refused_to_wait(context_.get(), name_, site)) {
+        set_last_failure(failure::would_wait_for_itself);
         return result_error;
     }
     auto const self = shared_from_this();
@@ -427,12 +470,15 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
     send_ptr const info =
         sendMsg(msg, send_option(wait_ms, timedout, error, reply, ack->msgcode(), grey, version));
     if (!info) {
+        // A send without a limit went out and is not waited for.
+        set_last_failure(last_failure() ? static_cast<failure>(last_failure().value()) : failure::timed_out);
         return result_error;
     }
     if (out) {
         std::atomic_store(out, info);
     }
     result_type const result = info->wait();
+    set_last_failure(static_cast<failure>(info->error().value()));
     if (out) {
         std::atomic_store(out, send_ptr());
     }

@@ -55,17 +55,44 @@ void session::on_read_end(self_ptr self, std::error_code ec, std::size_t length)
         return;
     }
     last_recv_ms_ = clock_();
+    counters::add(account_->counted().bytes_received, length);
     reader_.filled(length);
-    take_input();
+    read_on(std::move(self));
+}
+
+void session::read_on(self_ptr self) {
+    while (!take_input() || account_->should_pause(received_)) {
+        if (pause_reading()) {
+            return;
+        }
+    }
     do_read(std::move(self));
 }
 
-// Cuts the frames out of what has come.  A session that ends on the way takes no more: its next read fails.
-void session::take_input() {
+// False if enough was handled meanwhile: "receiver" may have seen no pause to end.
+bool session::pause_reading() {
+    paused_ = true;
+    return !account_->may_resume(received_) || !paused_.exchange(false);
+}
+
+// The peer could not be heard while nothing was read.
+void session::resume_reading(self_ptr self) {
+    last_recv_ms_ = clock_();
+    if (!ended()) {
+        read_on(std::move(self));
+    }
+}
+
+// Cuts the frames out of what has come; false if some are left, since too much waits.  A session that ends on
+// the way takes no more: its next read fails.
+bool session::take_input() {
     while (!ended()) {
+        if (account_->should_pause(received_)) {
+            return false;
+        }
         frame_reader::part const part = reader_.next();
         if (part == frame_reader::part::none) {
-            return;
+            return true;
         }
         if (part == frame_reader::part::body) {
             on_read_body_end(reader_.take_body());
@@ -74,6 +101,7 @@ void session::take_input() {
         }
     }
     reader_.drop();
+    return true;
 }
 
 void session::on_read_header_end(frame_reader::part part) {
@@ -83,18 +111,24 @@ void session::on_read_header_end(frame_reader::part part) {
                                     "length <= 0xffffff");
     }
     if (reader_.length() == 0) {
+        counters::add(account_->counted().frames_received);
+        counters::add(account_->counted().heartbeats_received);
         log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::do_read_body"), name_, " empty body");
     }
 }
 
 void session::on_read_body_end(tavBytes body) {
     on_received(body.size());
+    counters::add(account_->counted().frames_received);
     {
         // Held while the body is handed over, so that the thread's end finds every body that it was given.
         std::lock_guard<std::mutex> const guard(threads_mutex_);
         if (receiver_) {
             ++received_;
             ++unhandled_;
+            received_bytes_ += body.size();
+            counters::add(account_->counted().received_waiting);
+            counters::add(account_->counted().received_waiting_bytes, body.size());
             receiver_->put(std::move(body));
             return;
         }
@@ -121,8 +155,8 @@ bool session::send_raw(unsigned char const * data, unsigned size) {
     return post_bytes(std::move(frame));
 }
 
-bool session::post_bytes(tavBytes && frame) {
-    return connected() && (!writer_.post(std::move(frame)) || tell_writer());
+bool session::post_bytes(tavBytes && frame, send_account::room room) {
+    return connected() && (!writer_.post(std::move(frame), std::move(room)) || tell_writer());
 }
 
 // False if the I/O thread has ended.  Frames that it could not be told of wait for the next one or for the
@@ -185,18 +219,27 @@ void session::on_sent(std::size_t length, std::size_t remaining) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_sent"), name_, " sent ", length,
               " bytes, remaining ", remaining, " msgs.");
     last_send_ms_ = clock_();
+    counters::add(account_->counted().frames_sent);
+    counters::add(account_->counted().bytes_sent, length);
 }
 
 std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_option const & option) {
     tav::detail::Site const site = here("tav::tls::impl::session::send_pkt");
     if (connected()) {
+        send_account::room room = account_->enter(pkt->body().size());
+        if (!room) {
+            return refuse(failure::queue_full, site);
+        }
         info_ptr info;
         if (!option.empty()) {
             info = std::make_shared<send_info>(name_, self_ptr(this), pkt->sequence(), pkt->code(), option,
                                                clock_());
+            if (!info->admit(account_)) {
+                return refuse(failure::too_many_sends, site);
+            }
         }
         std::list<outgoing> one;
-        one.push_back(outgoing{std::move(pkt), info});
+        one.push_back(outgoing{std::move(pkt), info, std::move(room)});
         std::shared_ptr<tavTaskQueue> idle;
         {
             std::lock_guard<std::mutex> const guard(outgoing_mutex_);
@@ -211,6 +254,15 @@ std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_
         }
     }
     log_parts(tavLogger::ERROR, site, name_, " not connected");
+    counters::add(account_->counted().sends_refused);
+    set_last_failure(failure::not_connected);
+    return info_ptr();
+}
+
+std::shared_ptr<send_info> session::refuse(failure why, tav::detail::Site site) const {
+    log_parts(tavLogger::ERROR, site, name_, " send refused: ", make_error_code(why).message());
+    counters::add(account_->counted().sends_refused);
+    set_last_failure(why);
     return info_ptr();
 }
 
@@ -257,10 +309,10 @@ void session::drain_outgoing() {
 }
 
 // What fails here ends by its limit as if it had gone out, unless it did not even come to be tracked.
-void session::send_outgoing(outgoing const & next) {
+void session::send_outgoing(outgoing & next) {
     tav::detail::Site const site = here("tav::tls::impl::session::send_outgoing");
     try {
-        do_send_pkt(*next.pkt, next.info);
+        do_send_pkt(next);
         return;
     } catch (...) {
         tav::detail::reportCaught(site);
@@ -295,8 +347,10 @@ void session::close_sender() {
     dropped_.splice(dropped_.end(), dropped);
 }
 
-void session::do_send_pkt(im::Packet & pkt, info_ptr const & info) {
+void session::do_send_pkt(outgoing & next) {
     tav::detail::Site const site = here("tav::tls::impl::session::do_send_pkt");
+    im::Packet & pkt = *next.pkt;
+    info_ptr const & info = next.info;
     unsigned long long const sno = pkt.sequence();
     if (info && !info->claimed()) {
         track(info);
@@ -313,7 +367,8 @@ void session::do_send_pkt(im::Packet & pkt, info_ptr const & info) {
     }
     if (size > max_body_size) {
         log_parts(tavLogger::ERROR, site, name_, " send buf too large, ", size, " bytes, remove #", sno);
-    } else if (post_bytes(std::move(frame))) {
+    } else if (post_bytes(std::move(frame), std::move(next.room))) {
+        counters::add(account_->counted().messages_sent);
         return;
     } else {
         log_parts(tavLogger::ERROR, site, name_, " send buf fail, maybe not connected, remove #", sno);
@@ -421,7 +476,8 @@ void session::cancel_each_send(info_ptr const & info) {
     }
     log_parts(tavLogger::DEBUG, site, name_, " cancel sending #", info->sno());
     try {
-        info->end_cancelled();
+        failure const cause = *cause_;
+        info->end_cancelled(cause != failure::none ? cause : failure::cancelled);
         process_exit::pass();
     } catch (...) {
         tav::detail::reportCaught(site);

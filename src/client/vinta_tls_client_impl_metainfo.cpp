@@ -47,7 +47,13 @@ std::string metainfo::message_to_json(tav_istr body, unsigned short msgcode, boo
 
 void metainfo::json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode,
                                tav_istr className) const {
-    json2nbr::write(json, body, msgcode, factory_, className);
+    json2nbr::WriteStage stage;
+    json_to_message(json, body, msgcode, className, stage);
+}
+
+void metainfo::json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr className,
+                               json2nbr::WriteStage & stage) const {
+    json2nbr::write(json, body, msgcode, factory_, className, stage);
 }
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -2,6 +2,7 @@
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_METAINFO_H
 
 #include "foundation/build_stamp.h"
+#include "model/json2nbr_stage.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_basetypes_codec.h"
 #include "tav/vinta/vinta_pml_meta.h"
@@ -42,6 +43,9 @@ public:
     /// becomes the message's code.  Throws std::invalid_argument, and then leaves `body` as it was; an empty
     /// text leaves both.
     void json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr className) const;
+    /// The same, and tells how far it came, also when it throws.
+    void json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr className,
+                         json2nbr::WriteStage & stage) const;
 
 private:
     /// What the stream views.

@@ -104,7 +104,8 @@ long long session::steady_ms() {
 }
 
 session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
-                 connect_option const & option, clock_function clock)
+                 connect_option const & option, clock_function clock, std::shared_ptr<counters> counted,
+                 std::shared_ptr<std::atomic<failure>> cause)
     : name_(name),
       state_(state_created),
       active_closing_(false),
@@ -117,11 +118,15 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       race_(context_->io_context()),
       on_recv_(std::move(on_recv)),
       option_(option),
+      account_(std::make_shared<send_account>(option.limits, std::move(counted))),
+      cause_(cause ? std::move(cause) : std::make_shared<std::atomic<failure>>(failure::none)),
       receiver_closed_(false),
       sender_(std::make_shared<tavTaskQueue>("sender", 1)),
       draining_(false),
       sender_closed_(false),
       received_(0),
+      received_bytes_(0),
+      paused_(false),
       unhandled_(0),
       drop_at_ms_(std::numeric_limits<long long>::max()),
       dropped_frames_(0),
@@ -152,6 +157,8 @@ session::~session() {
     } catch (std::exception const & e) {
         tav::detail::reportCaught(here("tav::tls::impl::session::~session"), e.what());
     }
+    counters::sub(account_->counted().received_waiting, received_);
+    counters::sub(account_->counted().received_waiting_bytes, received_bytes_);
 }
 
 void session::open() {
@@ -186,8 +193,12 @@ void session::close() {
 void session::active_close() {
     closing_ = true;
     log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::active_close"), name_, " try active close");
+    bool const up = state_ == state_connected;
     if (!begin_closing()) {
         return;
+    }
+    if (up) {
+        counters::add(account_->counted().closes);
     }
     active_closing_ = true;
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::active_close"), name_, " active closing...");
@@ -254,10 +265,12 @@ bool session::on_timer(bool stopping) {
     resume_sending();
     if (state_ == state_connected && check_heartbeat_ && !broken_) {
         if (now - last_send_ms_ > HEARTBEAT_INTERVAL_MS) {
-            send_raw(nullptr, 0);
+            if (send_raw(nullptr, 0)) {
+                counters::add(account_->counted().heartbeats_sent);
+            }
             last_send_ms_ = now;
         }
-        if (now - last_recv_ms_ > HEARTBEAT_INTERVAL_MS * HEARTBEAT_MISSES) {
+        if (!paused_ && now - last_recv_ms_ > HEARTBEAT_INTERVAL_MS * HEARTBEAT_MISSES) {
             on_heartbeat_timedout();
         }
     }
@@ -300,6 +313,7 @@ void session::connect_() {
 void session::refuse_port(std::string const & port) {
     std::string const text = "port " + port + " is no number from 0 to 65535";
     log_parts(tavLogger::ERROR, here("tav::tls::impl::session::connect_"), name_, " ", text);
+    set_cause(failure::bad_address);
     passive_close();
     option_.on_error(no_sno, no_code, EINVAL, text);
 }
@@ -312,6 +326,7 @@ void session::on_resolved(self_ptr self, std::error_code ec, results_type result
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_resolved"), name_, " resolve failed ",
                   text_of(ec), " for ", option_.connect_host(), ":", option_.connect_port());
+        set_cause(named(ec));
         option_.on_error(no_sno, no_code, ec.value(), text_of(ec));
         return;
     }
@@ -398,6 +413,7 @@ bool session::connect_proxy() {
     if (result != 0) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_connect_end"), name_,
                   " http proxy connect error ", result);
+        set_cause(failure::proxy_refused);
         return false;
     }
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_connect_end"), name_,
@@ -412,7 +428,11 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_handshake_end"), name_,
                   " Handshake failed: ", text_of(ec));
-        on_error(ec, refused_text(ec, socket_.refusal()));
+        certificate_refusal const & refusal = socket_.refusal();
+        if (!refusal.reason.empty()) {
+            set_cause(refusal.wrong_name ? failure::name_mismatch : failure::certificate_refused);
+        }
+        on_error(ec, refused_text(ec, refusal));
         return;
     }
     keep_report();
@@ -465,6 +485,7 @@ void session::on_error(std::error_code ec) {
 void session::on_error(std::error_code ec, std::string told) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_error"), name_, " on std::error_code ",
               text(ec));
+    set_cause(named(ec));
     cancel_all();
     if (closed_by_owner_ || (active_closing_ && state_ == state_closing)) {
         return;
@@ -509,6 +530,12 @@ void session::end_broken(bool in_time) {
     break_told_ = true;
     break_limit_.cancel();
     on_error(break_error_);
+}
+
+// The first cause stays.
+void session::set_cause(failure v) noexcept {
+    failure none = failure::none;
+    cause_->compare_exchange_strong(none, v);
 }
 
 bool session::ended() const {
@@ -633,7 +660,9 @@ void session::close_descriptor() {
 void session::on_heartbeat_timedout() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_heartbeat_timedout"), name_,
               " on heartbeat timedout");
+    set_cause(failure::peer_silent);
     if (passive_close()) {
+        counters::add(account_->counted().breaks_by_silence);
         option_.on_heartbeat_timedout();
     }
 }
@@ -665,6 +694,15 @@ void session::start_receiver() {
 void session::handle_frame(tavBytes const & body) {
     thread_role const role(context_.get(), thread_role::receiver, this);
     --received_;
+    received_bytes_ -= body.size();
+    counters::sub(account_->counted().received_waiting);
+    counters::sub(account_->counted().received_waiting_bytes, body.size());
+    if (paused_ && account_->may_resume(received_) && paused_.exchange(false)) {
+        context_->post([self = self_ptr(this)]() mutable {
+            session & s = *self;
+            s.resume_reading(std::move(self));
+        });
+    }
     tav::detail::ScopeExit const done([this] { frame_handled(); });
     if (steady_ms() < drop_at_ms_) {
         on_recv_(body);

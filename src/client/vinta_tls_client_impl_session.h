@@ -2,8 +2,10 @@
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 
 #include "client/address_race.h"
+#include "client/failures.h"
 #include "client/frame_reader.h"
 #include "client/frame_writer.h"
+#include "client/send_account.h"
 #include "client/send_info.h"
 #include "client/send_table.h"
 #include "client/tls_socket.h"
@@ -62,9 +64,12 @@ public:
     };
 
     /// `on_recv` is given each frame's body, on the thread "receiver"; `option` is copied.  `clock` replaces
-    /// `steady_ms`.  Throws tls_policy_error if the option's policy can't be kept.
+    /// `steady_ms`; `counted` and `cause` are null or the client's own.  Throws tls_policy_error if the
+    /// option's policy can't be kept.
     session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
-            connect_option const & option, clock_function clock = clock_function());
+            connect_option const & option, clock_function clock = clock_function(),
+            std::shared_ptr<counters> counted = nullptr,
+            std::shared_ptr<std::atomic<failure>> cause = nullptr);
     /// Closes the socket and cancels all that is left.
     ~session() override;
     session(session const &) = delete;
@@ -153,6 +158,7 @@ private:
     struct outgoing {
         tavSharedPtr<im::Packet> pkt;
         info_ptr info;
+        send_account::room room;
     };
 
     // Connecting, on the I/O thread but for connect_.
@@ -171,6 +177,7 @@ private:
     void on_error(std::error_code ec, std::string told);
     void on_broken(std::error_code ec);
     void end_broken(bool in_time);
+    void set_cause(failure v) noexcept;
     bool ended() const;
     bool advance(int from, int to);
 
@@ -190,7 +197,10 @@ private:
     // Reading, on the I/O thread.
     void do_read(self_ptr self);
     void on_read_end(self_ptr self, std::error_code ec, std::size_t length);
-    void take_input();
+    bool take_input();
+    void read_on(self_ptr self);
+    bool pause_reading();
+    void resume_reading(self_ptr self);
     void on_read_header_end(frame_reader::part part);
     void on_read_body_end(tavBytes body);
     void on_received(std::size_t length);
@@ -201,7 +211,7 @@ private:
     void handle_rest(tavMsgQueueThread<tavBytes> & receiver);
 
     // Writing: post_bytes and tell_writer on any thread, the others on the I/O thread.
-    bool post_bytes(tavBytes && frame);
+    bool post_bytes(tavBytes && frame, send_account::room room = send_account::room());
     bool tell_writer();
     void on_posted(self_ptr self);
     void do_write(self_ptr self);
@@ -212,8 +222,9 @@ private:
     std::shared_ptr<tavTaskQueue> claim_sender();
     void put_drain(std::shared_ptr<tavTaskQueue> const & sender);
     void drain_outgoing();
-    void send_outgoing(outgoing const & next);
-    void do_send_pkt(im::Packet & pkt, info_ptr const & info);
+    void send_outgoing(outgoing & next);
+    std::shared_ptr<send_info> refuse(failure why, tav::detail::Site site) const;
+    void do_send_pkt(outgoing & next);
     void track(info_ptr const & info);
     void log_removed(bool removed, unsigned long long sno) const;
     void cancel_each_send(info_ptr const & info);
@@ -237,6 +248,9 @@ private:
     mutable std::mutex descriptor_mutex_;
     recv_function const on_recv_;
     connect_option option_;
+    std::shared_ptr<send_account> const account_;
+    /// Why the sends that are left at the end are cancelled.
+    std::shared_ptr<std::atomic<failure>> const cause_;
 
     mutable std::mutex report_mutex_;
     std::shared_ptr<tls_report const> report_;
@@ -259,6 +273,9 @@ private:
     bool sender_closed_;
     /// Frames that "receiver" has not begun with.
     std::atomic<unsigned> received_;
+    std::atomic<unsigned long long> received_bytes_;
+    /// No read is begun, since too much waits for "receiver".
+    std::atomic<bool> paused_;
     /// Frames that "receiver" has not done with.
     std::atomic<unsigned> unhandled_;
     /// When the frames that still wait for "receiver" are dropped, by the monotonic clock.

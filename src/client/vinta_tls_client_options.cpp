@@ -753,9 +753,18 @@ std::ostream & operator<<(std::ostream & out, send_option const & v) {
     return out << text + "version " + std::to_string(v.version);
 }
 
-future_obj::future_obj() = default;
+future_obj::future_obj() : error_(0) {}
 
 future_obj::~future_obj() = default;
+
+std::error_code future_obj::error() const noexcept {
+    return make_error_code(static_cast<failure>(error_.load()));
+}
+
+void future_obj::error(failure v) noexcept {
+    int none = 0;
+    error_.compare_exchange_strong(none, static_cast<int>(v));
+}
 
 void future_obj::lock() const {
     monitor_.lock();

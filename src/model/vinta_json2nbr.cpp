@@ -7,6 +7,7 @@
 #include "foundation/report.h"
 #include "foundation/views.h"
 #include "model/json2nbr_reader.h"
+#include "model/json2nbr_stage.h"
 #include "model/meta_lookup.h"
 #include "tav/vinta/vinta_json_tree.h"
 #include "tav/vinta/vinta_nbr_write.h"
@@ -579,6 +580,13 @@ void logEmpty(Site site, char const * text) {
 
 void write(tav_istr json, tavBytes & out, unsigned short & code, MetaFactory const & factory,
            tav_istr className) {
+    WriteStage stage;
+    write(json, out, code, factory, className, stage);
+}
+
+void write(tav_istr json, tavBytes & out, unsigned short & code, MetaFactory const & factory,
+           tav_istr className, WriteStage & stage) {
+    stage = WriteStage::text;
     if (json.empty()) {
         logEmpty(here("tav::json2nbr::write"), "json string is empty");
         return;
@@ -586,6 +594,7 @@ void write(tav_istr json, tavBytes & out, unsigned short & code, MetaFactory con
     JsonTape const tape(json);
     Writer writer(tape, factory);
 
+    stage = WriteStage::message_class;
     tav_istr name = className;
     JsonTape::Node const * const givenName = writer.rootMember(classMember);
     if (givenName != nullptr && givenName->type == JsonFieldString) {
@@ -608,7 +617,9 @@ void write(tav_istr json, tavBytes & out, unsigned short & code, MetaFactory con
 
     tavBytes work(std::min(json.size(), 0x10000u));
     nbr::detail::writeMarker(work, '(');
+    stage = WriteStage::members;
     writer.writeMembers(*cls, work);
+    stage = WriteStage::necessary;
     writer.checkNecessaryFields(*cls);
     nbr::detail::writeMarker(work, ')');
     out.swap(work);

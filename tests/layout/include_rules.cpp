@@ -82,7 +82,10 @@ std::map<std::string, std::string, std::less<>> const & publicHeaders() {
         {"tav/vinta/vinta_vad.h", "packet"},
         {"tav/vinta/vinta_tls_client.h", "client"},
         {"tav/vinta/vinta_tls_client_options.h", "client"},
+        {"tav/vinta/vinta_tls_failure.h", "client"},
+        {"tav/vinta/vinta_tls_limits.h", "client"},
         {"tav/vinta/vinta_tls_policy.h", "client"},
+        {"tav/vinta/vinta_tls_statistics.h", "client"},
     };
     return rows;
 }

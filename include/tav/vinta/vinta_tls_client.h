@@ -3,6 +3,7 @@
 
 #include "tav/vinta/vinta_tls_client_options.h"
 #include "tav/vinta/vinta_tls_policy.h"
+#include "tav/vinta/vinta_tls_statistics.h"
 
 #include <functional>
 #include <memory>
@@ -156,6 +157,9 @@ public:
     /// template drops it, and one that is no PML fails its start and leaves the one before.
     tavString find_class_by_code(unsigned short msgcode);
     unsigned short find_code_by_class(char const * name) const;
+    /// What the client has done and holds, over all of its connections; all 0 once it has ended.  Costs no
+    /// lock of the client's work.
+    tav::tls::statistics statistics() const;
     /// The next sequence number of 16 bits.
     unsigned short get_next_sno();
 

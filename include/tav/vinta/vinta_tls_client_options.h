@@ -4,7 +4,10 @@
 #include "tav/vinta/vinta_api.h"
 #include "tav/vinta/vinta_locks.h"
 #include "tav/vinta/vinta_object.h"
+#include "tav/vinta/vinta_tls_failure.h"
+#include "tav/vinta/vinta_tls_limits.h"
 
+#include <atomic>
 #include <functional>
 #include <iosfwd>
 #include <memory>
@@ -285,6 +288,7 @@ public:
     error_function on_error_;                     ///< Connection errors.
     std::function<void()> on_heartbeat_timedout_; ///< The peer has been silent too long.
     timedout_option timedout;                     ///< The limit for connecting.
+    limit_option limits;                          ///< What the connection may hold; no limits by default.
     /// The connection is up, after each start and reconnect: the place for client::should_check_heartbeat.
     std::function<void()> on_open_;
     proxy_function on_http_proxy_connect_; ///< If set, the connection goes through the proxy.
@@ -418,12 +422,21 @@ public:
     /// The outcome so far.
     virtual result_type result() const = 0;
 
+    /// Why it ended otherwise than well; no error as long as it has not ended.
+    std::error_code error() const noexcept;
+
     /// The lock under which the outcome changes.
     void lock() const;
     void unlock() const;
 
 protected:
+    /// Takes the first failure that it is told.
+    void error(failure v) noexcept;
+
     tavMonitor monitor_;
+
+private:
+    std::atomic<int> error_;
 };
 
 /// A connect under way.

@@ -1,0 +1,157 @@
+#include "client/failures.h"
+
+#include "client/tls_policy_apply.h"
+
+#include <array>
+#include <cerrno>
+#include <new>
+#include <string>
+
+#include <asio/error.hpp>
+#include <asio/ssl/error.hpp>
+#include <openssl/err.h>
+#include <openssl/sslerr.h>
+
+namespace tav {
+namespace tls {
+namespace {
+
+constexpr std::array<char const *, 32> sentences = {
+    "no failure",
+    "failed for a reason that the log tells",
+    "not connected",
+    "the client has ended",
+    "too much waits to be sent",
+    "too many sends wait for their end",
+    "the body is too long",
+    "the text is not a JSON object",
+    "the template lacks the class",
+    "a value does not fit its field",
+    "a necessary field is missing",
+    "the message could not be encoded",
+    "out of memory",
+    "timed out",
+    "cancelled",
+    "a connect is under way",
+    "the connection was lost",
+    "the peer closed the connection",
+    "the peer was silent for too long",
+    "the host or the port is not valid",
+    "the host was not found",
+    "the connection was refused",
+    "the host can't be reached",
+    "the proxy refused",
+    "the TLS handshake failed",
+    "the peer's certificate was refused",
+    "the peer's certificate is for another name",
+    "the TLS policy can't be used",
+    "the template can't be read",
+    "the peer sent what is no frame",
+    "the system refused a descriptor or a thread",
+    "the wait would wait for itself",
+};
+
+class Category final : public std::error_category {
+public:
+    char const * name() const noexcept override { return "tav.tls"; }
+    std::string message(int value) const override {
+        bool const known = value >= 0 && static_cast<std::size_t>(value) < sentences.size();
+        return known ? sentences[static_cast<std::size_t>(value)]
+                     : "unknown failure " + std::to_string(value);
+    }
+};
+
+/// Never destroyed: a code may be asked for its text while the process ends.
+union CategoryPlace {
+    CategoryPlace() : category() {}
+    ~CategoryPlace() {}
+    Category category;
+};
+
+thread_local failure last = failure::none;
+
+failure named_errno(int number) noexcept {
+    switch (number) {
+    case ECONNREFUSED: return failure::refused;
+    case EHOSTUNREACH:
+    case ENETUNREACH:
+    case EADDRNOTAVAIL:
+    case ETIMEDOUT: return failure::unreachable;
+    case ECANCELED: return failure::cancelled;
+    case EMFILE:
+    case ENFILE:
+    case EAGAIN: return failure::no_resources;
+    case ENOMEM:
+    case ENOBUFS: return failure::out_of_memory;
+    default: return failure::connection_lost;
+    }
+}
+
+bool is_certificate_error(int value) noexcept {
+    return ERR_GET_REASON(static_cast<unsigned long>(value)) == SSL_R_CERTIFICATE_VERIFY_FAILED;
+}
+
+} // namespace
+
+std::error_category const & failure_category() noexcept {
+    static CategoryPlace const place;
+    return place.category;
+}
+
+std::error_code make_error_code(failure v) noexcept {
+    return {static_cast<int>(v), failure_category()};
+}
+
+std::error_code last_failure() noexcept {
+    return last;
+}
+
+namespace TAV_IMPL_NAMESPACE {
+
+void set_last_failure(failure v) noexcept {
+    last = v;
+}
+
+failure named(std::error_code ec) noexcept {
+    if (!ec) {
+        return failure::none;
+    }
+    if (ec.category() == failure_category()) {
+        return static_cast<failure>(ec.value());
+    }
+    if (ec.category() == asio::error::get_netdb_category() ||
+        ec.category() == asio::error::get_addrinfo_category()) {
+        return failure::host_not_found;
+    }
+    if (ec == asio::error::eof || ec == asio::ssl::error::stream_truncated) {
+        return failure::closed_by_peer;
+    }
+    if (ec.category() == asio::error::get_ssl_category()) {
+        return is_certificate_error(ec.value()) ? failure::certificate_refused : failure::handshake_failed;
+    }
+    bool const ofSystem = ec.category() == std::system_category() ||
+                          ec.category() == std::generic_category() ||
+                          ec.category() == asio::error::get_system_category();
+    if (ofSystem) {
+        return named_errno(ec.value());
+    }
+    return ec == asio::error::not_found ? failure::unreachable : failure::other;
+}
+
+failure named_exception() noexcept {
+    try {
+        throw;
+    } catch (std::bad_alloc const &) {
+        return failure::out_of_memory;
+    } catch (tls_policy_error const &) {
+        return failure::bad_policy;
+    } catch (std::system_error const & e) {
+        return named(e.code());
+    } catch (...) {
+        return failure::other;
+    }
+}
+
+} // namespace TAV_IMPL_NAMESPACE
+} // namespace tls
+} // namespace tav

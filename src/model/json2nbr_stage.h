@@ -1,0 +1,25 @@
+#ifndef TAV_MODEL_JSON2NBR_STAGE_H
+#define TAV_MODEL_JSON2NBR_STAGE_H
+
+#include "tav/vinta/vinta_json2nbr.h"
+
+/// How far the writing of a JSON text came.  Internal.
+namespace tav {
+namespace json2nbr {
+
+/// What a write is about.  A failure belongs to the stage that was reached.
+enum class WriteStage {
+    text,          ///< Reading the JSON.
+    message_class, ///< Finding the class.
+    members,       ///< Writing the values of its fields.
+    necessary      ///< Looking for fields that are missing.
+};
+
+/// As `write`, and tells its stage in `stage`, also when it throws.
+void write(tav_istr json, tavBytes & out, unsigned short & code, tav::pml::MetaFactory const & factory,
+           tav_istr className, WriteStage & stage);
+
+} // namespace json2nbr
+} // namespace tav
+
+#endif

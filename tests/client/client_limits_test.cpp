@@ -1,0 +1,214 @@
+#include "tav/vinta/vinta_tls_client.h"
+
+#include "support/client_rig.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+using namespace tav_test;
+
+namespace {
+
+/// The body of a message of about a megabyte.
+std::string const & large() {
+    static std::string const body = [] {
+        Ask big(1);
+        big.text = tavString(std::string(1u << 20, 'x'));
+        return std::string(tav_istr(big.encode(true)));
+    }();
+    return body;
+}
+
+void sendLarge(tls::client & client) {
+    client.send_nbr_msg(0x1234, reinterpret_cast<unsigned char const *>(large().data()),
+                        static_cast<unsigned>(large().size()), tls::send_option());
+}
+
+} // namespace
+
+TEST(ClientLimits, SendOverTheQueueIsRefusedByNameAndNothingAcceptedIsLost) {
+    ClientRig rig;
+    std::vector<int> water;
+    std::mutex mutex;
+    tls::connect_option option = rig.option();
+    option.limits.queued_frames = 20;
+    option.limits.on_queue = [&](bool full) {
+        std::lock_guard<std::mutex> const guard(mutex);
+        water.push_back(full ? 1 : 0);
+    };
+    rig.connect(option);
+    // The peer reads nothing: beyond what the sockets hold, messages wait in the client.
+    unsigned accepted = 0;
+    bool refused = false;
+    for (; !refused && accepted < 1000; accepted += refused ? 0 : 1) {
+        sendLarge(rig.client);
+        refused = bool(tls::last_failure());
+    }
+    ASSERT_TRUE(refused);
+    EXPECT_EQ(tls::last_failure(), tls::failure::queue_full);
+    EXPECT_LE(rig.client.statistics().queued_frames, 20u);
+    EXPECT_LE(rig.client.statistics().queued_bytes, 20u * large().size());
+    EXPECT_EQ(rig.client.statistics().sends_refused, 1u);
+    {
+        std::lock_guard<std::mutex> const guard(mutex);
+        EXPECT_EQ(water.empty() ? 0 : water.back(), 1);
+    }
+    for (unsigned i = 0; i < accepted; ++i) {
+        ASSERT_EQ(rig.receive().body.size(), large().size()) << i;
+    }
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().queued_frames == 0; }));
+    EXPECT_TRUE(eventually([&] {
+        std::lock_guard<std::mutex> const guard(mutex);
+        return water.back() == 0;
+    }));
+    EXPECT_EQ(rig.client.statistics().messages_sent, accepted);
+    sendLarge(rig.client);
+    EXPECT_FALSE(tls::last_failure());
+    EXPECT_EQ(rig.receive().body.size(), large().size());
+}
+
+TEST(ClientLimits, BytesThatWaitAreBoundedToo) {
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.limits.queued_bytes = 3u << 20;
+    rig.connect(option);
+    unsigned accepted = 0;
+    while (accepted < 1000) {
+        sendLarge(rig.client);
+        if (tls::last_failure()) {
+            break;
+        }
+        ++accepted;
+        ASSERT_LE(rig.client.statistics().queued_bytes, 3u << 20);
+    }
+    EXPECT_EQ(tls::last_failure(), tls::failure::queue_full);
+    for (unsigned i = 0; i < accepted; ++i) {
+        ASSERT_EQ(rig.receive().body.size(), large().size()) << i;
+    }
+}
+
+TEST(ClientLimits, TrackedSendOverTheLimitIsRefusedUntilOneHasEnded) {
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.limits.tracked_sends = 2;
+    rig.connect(option);
+    auto const ask = [&] {
+        return rig.client.send_msg(Ask(1), tls::send_option(60000, tls::timedout_function(), false, 4));
+    };
+    auto const first = ask();
+    auto const second = ask();
+    ASSERT_TRUE(first && second);
+    EXPECT_FALSE(ask());
+    EXPECT_EQ(tls::last_failure(), tls::failure::too_many_sends);
+    EXPECT_EQ(rig.client.statistics().tracked_sends, 2u);
+    first->cancel();
+    EXPECT_EQ(rig.client.statistics().tracked_sends, 1u);
+    EXPECT_TRUE(ask());
+}
+
+TEST(ClientLimits, FloodOfASlowCallbackStopsTheReadingAndLosesNothing) {
+    constexpr unsigned limit = 10;
+    constexpr unsigned total = 200;
+    Gate gate;
+    ClientRig rig;
+    std::atomic<unsigned> handled{0};
+    std::atomic<bool> ordered{true};
+    rig.client.on_nbr_msg(
+        0x2345, [&](unsigned long long sno, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
+            if (handled == 0) {
+                gate.pass();
+            }
+            ordered = ordered && sno == handled + 1;
+            ++handled;
+        });
+    tls::connect_option option = rig.option();
+    option.limits.received_waiting = limit;
+    rig.connect(option);
+    std::atomic<bool> sent{false};
+    std::thread flood([&] {
+        for (unsigned i = 1; i <= total; ++i) {
+            rig.server->send(mobile(0x2345, i, large()).framed());
+        }
+        sent = true;
+    });
+    ASSERT_TRUE(gate.waitArrived());
+    // One was taken out at the limit; reading goes on at half of it only.
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting >= limit - 1; }));
+    EXPECT_LE(rig.client.statistics().received_waiting, limit);
+    // What the sockets take is little beside the flood, so the peer is held.
+    EXPECT_FALSE(sent);
+    EXPECT_LE(rig.client.statistics().received_waiting_bytes, (limit + 1) * (large().size() + 64));
+    gate.open();
+    EXPECT_TRUE(eventually([&] { return handled == total; }));
+    flood.join();
+    EXPECT_TRUE(ordered);
+    EXPECT_EQ(rig.client.statistics().received_waiting, 0u);
+    EXPECT_EQ(rig.client.statistics().messages_received, total);
+}
+
+TEST(ClientLimits, ManySmallMessagesInOneRecordAreBoundedToo) {
+    constexpr unsigned limit = 4;
+    constexpr unsigned total = 300;
+    Gate gate;
+    ClientRig rig;
+    std::atomic<unsigned> handled{0};
+    std::atomic<unsigned long long> most{0};
+    rig.client.on_nbr_msg(
+        0x2345, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
+            if (handled == 0) {
+                gate.pass();
+            }
+            most = std::max(most.load(), rig.client.statistics().received_waiting);
+            ++handled;
+        });
+    tls::connect_option option = rig.option();
+    option.limits.received_waiting = limit;
+    rig.connect(option);
+    std::string together;
+    for (unsigned i = 1; i <= total; ++i) {
+        together += mobile(0x2345, i, bodyOf(1)).framed();
+    }
+    rig.server->send(together);
+    ASSERT_TRUE(gate.waitArrived());
+    // One was taken out at the limit; reading goes on at half of it only.
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting >= limit - 1; }));
+    EXPECT_LE(rig.client.statistics().received_waiting, limit);
+    gate.open();
+    EXPECT_TRUE(eventually([&] { return handled == total; }));
+    EXPECT_LE(most, limit);
+}
+
+TEST(ClientLimits, PausedReadingEndsWithTheConnection) {
+    Gate gate;
+    ClientRig rig;
+    rig.client.on_nbr_msg(0x2345, [&](unsigned long long, unsigned short, unsigned char const *, unsigned,
+                                      tavMsgExt) { gate.pass(); });
+    tls::connect_option option = rig.option();
+    option.limits.received_waiting = 2;
+    rig.connect(option);
+    for (unsigned i = 1; i <= 10; ++i) {
+        rig.server->send(mobile(0x2345, i).framed());
+    }
+    ASSERT_TRUE(gate.waitArrived());
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == 2; }));
+    gate.open();
+    rig.client.close();
+    EXPECT_TRUE(eventually([&] { return !rig.client.connected(); }));
+    rig.reconnect();
+    EXPECT_TRUE(rig.settle());
+}
+
+TEST(ClientLimits, WithoutLimitsNothingIsRefused) {
+    ClientRig rig;
+    rig.connect();
+    for (unsigned i = 0; i < 100; ++i) {
+        sendLarge(rig.client);
+        ASSERT_FALSE(tls::last_failure());
+    }
+    for (unsigned i = 0; i < 100; ++i) {
+        ASSERT_EQ(rig.receive().body.size(), large().size());
+    }
+}

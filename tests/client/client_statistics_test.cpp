@@ -1,0 +1,130 @@
+#include "tav/vinta/vinta_tls_client.h"
+
+#include "support/client_rig.h"
+
+#include <gtest/gtest.h>
+
+using namespace tav_test;
+
+namespace {
+
+tls::send_option tracked(int wait_ms = 60000) {
+    tls::send_option option(wait_ms, tls::timedout_function(), false, 4);
+    option.ack = 0x1235;
+    return option;
+}
+
+} // namespace
+
+TEST(ClientStatistics, NewClientHasDoneNothing) {
+    tls::client client("n");
+    tls::statistics const all = client.statistics();
+    EXPECT_EQ(all.prometheus("n"), tls::statistics().prometheus("n"));
+}
+
+TEST(ClientStatistics, MessagesFramesAndBytesAreCountedEachWay) {
+    ClientRig rig;
+    rig.connect();
+    rig.client.send_msg(Ask(1), tls::send_option());
+    rig.client.send_msg(Ask(2), tls::send_option());
+    std::size_t sent = 0;
+    for (int i = 0; i < 2; ++i) {
+        sent += rig.server->receiveFrame().size() + 4;
+    }
+    std::string const push = mobile(0x2345, 1).framed();
+    rig.server->send(push);
+    rig.server->send(push);
+    rig.server->send(push);
+    rig.server->send(frame(""));
+    ASSERT_TRUE(eventually([&] { return rig.client.statistics().heartbeats_received == 1; }));
+    ASSERT_TRUE(eventually([&] { return rig.client.statistics().pushes == 3; }));
+    ASSERT_TRUE(eventually([&] { return rig.client.statistics().frames_sent == 2; }));
+    tls::statistics const all = rig.client.statistics();
+    EXPECT_EQ(all.messages_sent, 2u);
+    EXPECT_EQ(all.bytes_sent, sent);
+    EXPECT_EQ(all.messages_received, 3u);
+    EXPECT_EQ(all.frames_received, 4u);
+    EXPECT_EQ(all.bytes_received, 3 * push.size() + 4);
+    EXPECT_EQ(all.replies, 0u);
+    EXPECT_EQ(all.queued_frames, 0u);
+    EXPECT_EQ(all.received_waiting, 0u);
+}
+
+TEST(ClientStatistics, SendsAreCountedByTheirEnd) {
+    ClientRig rig;
+    rig.connect();
+    auto const answered = rig.client.send_msg(Ask(1), tracked());
+    rig.server->send(mobile(0x1235, rig.receive().sno).framed());
+    EXPECT_EQ(resultOf(answered), tls::result_ok);
+    auto const late = rig.client.send_msg(Ask(2), tracked(1));
+    EXPECT_EQ(resultOf(late), tls::result_timedout);
+    auto const cancelled = rig.client.send_msg(Ask(3), tracked());
+    cancelled->cancel();
+    EXPECT_EQ(resultOf(cancelled), tls::result_cancelled);
+    auto const waiting = rig.client.send_msg(Ask(4), tracked());
+    ASSERT_TRUE(eventually([&] { return rig.client.statistics().replies == 1; }));
+    EXPECT_EQ(rig.client.statistics().tracked_sends, 1u);
+    rig.client.close();
+    EXPECT_EQ(resultOf(waiting), tls::result_cancelled);
+    EXPECT_FALSE(rig.client.send_msg(Ask(5), tracked()));
+    tls::statistics const all = rig.client.statistics();
+    EXPECT_EQ(all.sends_ok, 1u);
+    EXPECT_EQ(all.sends_timedout, 1u);
+    EXPECT_EQ(all.sends_cancelled, 2u);
+    EXPECT_EQ(all.sends_refused, 1u);
+    EXPECT_EQ(all.tracked_sends, 0u);
+}
+
+TEST(ClientStatistics, ReceiptsAreCountedEachWay) {
+    ClientRig rig;
+    rig.connect();
+    Pkt wanted = mobile(0x2345, 1);
+    wanted.affirm = 0x20;
+    rig.server->send(wanted.framed());
+    EXPECT_EQ(rig.receive().affirm & 0xf0, 0x30);
+    Pkt receipt = mobile(0x2345, 2);
+    receipt.affirm = 0x30;
+    rig.server->send(receipt.framed());
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().receipts_received == 1; }));
+    EXPECT_EQ(rig.client.statistics().receipts_sent, 1u);
+}
+
+TEST(ClientStatistics, ConnectsAndEndsAreCountedByCause) {
+    ClientRig rig;
+    rig.connect();
+    rig.server->close();
+    ASSERT_TRUE(rig.events.wait(2));
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().breaks_by_peer == 1; }));
+    rig.reconnect();
+    rig.server->reset();
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().breaks_by_error == 1; }));
+    rig.reconnect();
+    rig.client.close();
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().closes == 1; }));
+    tls::connect_option nobody = rig.option();
+    nobody.port = "1";
+    EXPECT_EQ(resultOf(rig.client.start(nobody)), tls::result_error);
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().connects_failed == 1; }));
+    tls::statistics const all = rig.client.statistics();
+    EXPECT_EQ(all.connects_begun, 4u);
+    EXPECT_EQ(all.connects_up, 3u);
+    EXPECT_EQ(all.breaks_by_peer, 1u);
+    EXPECT_EQ(all.breaks_by_error, 1u);
+    EXPECT_EQ(all.closes, 1u);
+    EXPECT_EQ(all.breaks_by_silence, 0u);
+}
+
+TEST(ClientStatistics, LongestCallbackIsKept) {
+    ClientRig rig;
+    rig.client.on_nbr_msg(
+        0x2345, [](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
+            auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(20);
+            while (std::chrono::steady_clock::now() < end) {
+            }
+        });
+    rig.connect();
+    rig.server->send(mobile(0x2345, 1).framed());
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().longest_callback_us >= 20000; }));
+    ASSERT_TRUE(rig.settle());
+    EXPECT_GE(rig.client.statistics().longest_callback_us, 20000u);
+}

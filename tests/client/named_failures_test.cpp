@@ -1,0 +1,99 @@
+#include "client/failures.h"
+
+#include <gtest/gtest.h>
+
+#include <asio/error.hpp>
+#include <asio/ssl/error.hpp>
+#include <openssl/err.h>
+#include <openssl/sslerr.h>
+
+#include <cerrno>
+#include <new>
+#include <set>
+#include <string>
+#include <system_error>
+#include <thread>
+
+using tav::tls::failure;
+using tav::tls::failure_category;
+using tav::tls::last_failure;
+using tav::tls::impl::named;
+
+namespace {
+
+constexpr int known = static_cast<int>(failure::would_wait_for_itself) + 1;
+
+std::error_code ofSystem(int number) {
+    return {number, std::system_category()};
+}
+
+} // namespace
+
+TEST(NamedFailures, EachHasASentenceOfItsOwn) {
+    std::set<std::string> sentences;
+    for (int i = 0; i < known; ++i) {
+        std::string const text = failure_category().message(i);
+        EXPECT_EQ(text.find("unknown"), std::string::npos) << i;
+        EXPECT_TRUE(sentences.insert(text).second) << text;
+    }
+    EXPECT_EQ(failure_category().message(known), "unknown failure " + std::to_string(known));
+    EXPECT_EQ(failure_category().message(-1), "unknown failure -1");
+}
+
+TEST(NamedFailures, AreErrorCodesOfTheirCategory) {
+    std::error_code const code = failure::timed_out;
+    EXPECT_STREQ(code.category().name(), "tav.tls");
+    EXPECT_EQ(code.message(), "timed out");
+    EXPECT_TRUE(code == failure::timed_out);
+    EXPECT_FALSE(code == failure::cancelled);
+    EXPECT_FALSE(std::error_code(failure::none));
+}
+
+TEST(NamedFailures, LastOneIsTheThreadsOwn) {
+    tav::tls::impl::set_last_failure(failure::queue_full);
+    EXPECT_EQ(last_failure(), failure::queue_full);
+    std::error_code elsewhere = failure::other;
+    std::thread([&] { elsewhere = last_failure(); }).join();
+    EXPECT_EQ(elsewhere, failure::none);
+    tav::tls::impl::set_last_failure(failure::none);
+    EXPECT_EQ(last_failure(), failure::none);
+}
+
+TEST(NamedFailures, ErrorsOfTheNetworkHaveNames) {
+    EXPECT_EQ(named(std::error_code()), failure::none);
+    EXPECT_EQ(named(ofSystem(ECONNREFUSED)), failure::refused);
+    EXPECT_EQ(named(ofSystem(EHOSTUNREACH)), failure::unreachable);
+    EXPECT_EQ(named(ofSystem(ENETUNREACH)), failure::unreachable);
+    EXPECT_EQ(named(ofSystem(ETIMEDOUT)), failure::unreachable);
+    EXPECT_EQ(named(ofSystem(ECONNRESET)), failure::connection_lost);
+    EXPECT_EQ(named(ofSystem(EPIPE)), failure::connection_lost);
+    EXPECT_EQ(named(ofSystem(EMFILE)), failure::no_resources);
+    EXPECT_EQ(named(asio::error::eof), failure::closed_by_peer);
+    EXPECT_EQ(named(asio::ssl::error::stream_truncated), failure::closed_by_peer);
+    EXPECT_EQ(named(asio::error::host_not_found), failure::host_not_found);
+    EXPECT_EQ(named(asio::error::service_not_found), failure::host_not_found);
+    EXPECT_EQ(named(asio::error::operation_aborted), failure::cancelled);
+    EXPECT_EQ(named(failure::name_mismatch), failure::name_mismatch);
+}
+
+TEST(NamedFailures, RefusedCertificateIsToldFromAFailedHandshake) {
+    auto const ofTls = [](int reason) {
+        return std::error_code(static_cast<int>(ERR_PACK(ERR_LIB_SSL, 0, reason)),
+                               asio::error::get_ssl_category());
+    };
+    EXPECT_EQ(named(ofTls(SSL_R_CERTIFICATE_VERIFY_FAILED)), failure::certificate_refused);
+    EXPECT_EQ(named(ofTls(SSL_R_WRONG_VERSION_NUMBER)), failure::handshake_failed);
+}
+
+TEST(NamedFailures, ExceptionInHandHasAName) {
+    auto const namedOf = [](auto const & thrown) {
+        try {
+            throw thrown;
+        } catch (...) {
+            return tav::tls::impl::named_exception();
+        }
+    };
+    EXPECT_EQ(namedOf(std::bad_alloc()), failure::out_of_memory);
+    EXPECT_EQ(namedOf(std::system_error(EMFILE, std::system_category())), failure::no_resources);
+    EXPECT_EQ(namedOf(std::string("text")), failure::other);
+}
