@@ -1,6 +1,7 @@
 #ifndef TAV_FOUNDATION_TREE_END_H
 #define TAV_FOUNDATION_TREE_END_H
 
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -22,7 +23,12 @@ public:
     static void destroy(Clear clear, Move move) {
         State & state = state_;
         if (state.depth >= Depth) {
-            move(*state.below);
+            try {
+                move(*state.below);
+            } catch (std::bad_alloc const &) {
+                // No memory to put it aside: what is still in the node ends here.
+                clear();
+            }
             return;
         }
         if (state.depth > 0) {

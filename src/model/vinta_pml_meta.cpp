@@ -308,19 +308,21 @@ MetaClass & MetaClass::operator=(MetaClass && other) noexcept {
 }
 
 MetaClass::~MetaClass() {
-    if (classes.empty()) {
-        return;
-    }
-    // Each class gives up what is declared within it before it goes, so that none has to look deeper.
-    std::vector<std::vector<MetaClass>> pending;
-    pending.push_back(std::move(classes));
-    while (!pending.empty()) {
-        std::vector<MetaClass> batch = std::move(pending.back());
-        pending.pop_back();
-        for (MetaClass & nested : batch) {
-            if (!nested.classes.empty()) {
-                pending.push_back(std::move(nested.classes));
-            }
+    // Classes end from the innermost outwards, so that none has to look deeper; the first one of those that
+    // are declared together keeps those around them meanwhile.
+    std::vector<MetaClass> ending = std::move(classes);
+    while (!ending.empty()) {
+        MetaClass & last = ending.back();
+        if (!last.classes.empty()) {
+            std::vector<MetaClass> within = std::move(last.classes);
+            within.front().around_ = std::move(ending);
+            ending = std::move(within);
+            continue;
+        }
+        std::vector<MetaClass> around = std::move(last.around_);
+        ending.pop_back();
+        if (ending.empty()) {
+            ending = std::move(around);
         }
     }
 }

@@ -150,6 +150,10 @@ public:
     std::vector<MetaEnum> enums;
     /// In the order of their declaration.
     std::vector<MetaField> fields;
+
+private:
+    /// Empty, but while classes end.
+    std::vector<MetaClass> around_;
 };
 
 /// The classes and enums of a template, by name and by message code.  Loaded once, and then only read, by as

@@ -206,6 +206,7 @@ private:
     };
 
     struct WriteOptions;
+    struct End;
 
     NameMap const & names() const;
     tavSharedPtr<Unit> const * lookUp(tav_istr name) const;

@@ -2,7 +2,6 @@
 
 #include "foundation/number_text.h"
 #include "foundation/report.h"
-#include "foundation/tree_end.h"
 #include "foundation/views.h"
 
 #include <array>
@@ -48,8 +47,6 @@ bool is(char c, ByteClass which) {
 
 /// Up to this many children are looked up one by one; more get a map.
 constexpr std::size_t plainLookUpLimit = 12;
-
-using End = detail::TreeEnd<tavSharedPtr<Unit>, 1>;
 
 /// The bytes still to be read.
 struct Cursor {
@@ -502,24 +499,43 @@ Unit & Unit::operator=(Unit && other) noexcept {
     return *this;
 }
 
+/// The end of units, in the same stack whatever the depth, and without an allocation.
+struct [[gnu::visibility("hidden")]] Unit::End{/// Whether dropping the pointer ends the unit.
+                                               static bool isLast(tavSharedPtr<Unit> const & unit){
+                                                   return unit && unit.counted() && unit->getRefCount() == 1;
+} // namespace pml
+
+/// Lets go of a unit.  While the units below it end, each one keeps the one above it in the place of its
+/// successor, which waits in the place that it leaves among its parent's children.
+static void of(tavSharedPtr<Unit> unit) noexcept {
+    while (isLast(unit)) {
+        unit->forgetNames();
+        std::vector<tavSharedPtr<Unit>> & children = unit->children_;
+        if (children.empty()) {
+            tavSharedPtr<Unit> above = std::move(unit->next_);
+            unit = std::move(above);
+            continue;
+        }
+        tavSharedPtr<Unit> child = std::move(children.back());
+        if (!isLast(child)) {
+            children.pop_back();
+            continue;
+        }
+        children.back() = std::move(child->next_);
+        child->next_ = std::move(unit);
+        unit = std::move(child);
+    }
+}
+}; // namespace tav
+
 Unit::~Unit() {
     forgetNames();
-    if (children_.empty() && !next_) {
-        return;
+    while (!children_.empty()) {
+        tavSharedPtr<Unit> child = std::move(children_.back());
+        children_.pop_back();
+        End::of(std::move(child));
     }
-    End::destroy(
-        [this] {
-            children_.clear();
-            next_.reset();
-        },
-        [this](std::vector<tavSharedPtr<Unit>> & below) {
-            for (tavSharedPtr<Unit> & child : children_) {
-                below.push_back(std::move(child));
-            }
-            if (next_) {
-                below.push_back(std::move(next_));
-            }
-        });
+    End::of(std::move(next_));
 }
 
 std::string & Unit::name() {
