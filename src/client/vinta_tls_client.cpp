@@ -127,7 +127,7 @@ void endCore(std::shared_ptr<impl::Client> core, Site site) {
         core->fini__();
         return;
     }
-    std::string const thread(tav_istr(tavThread::currentName()));
+    auto const thread = std::string(tav_istr(tavThread::currentName()));
     log_line(tavLogger::ERROR, site, [&](std::ostream & out) {
         out << core->name() << " " << ending_call << " on the client's own thread " << thread
             << ", which it would have to wait for: let another thread end the client";

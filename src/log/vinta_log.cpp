@@ -220,10 +220,10 @@ std::atomic<unsigned> lostLines{0};
 /// Keeps lines of several threads on the console apart.
 std::mutex consoleMutex;
 
-/// Makes a mutex anew that some thread of the parent may have held at the fork.
+/// Makes a mutex anew that some thread of the parent may have held at the fork.  The former one ends by the
+/// reuse of its memory: a mutex that is held may not be destroyed, and owns nothing beside that memory.
 template <class Mutex>
 void renew(Mutex & mutex) {
-    static_assert(std::is_trivially_destructible<Mutex>::value, "nothing of the former one is left");
     new (&mutex) Mutex;
 }
 
