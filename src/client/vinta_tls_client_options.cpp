@@ -64,6 +64,20 @@ void logConstructed(char const * word, detail::Site site) {
     log_parts(tavLogger::VERBOSE, site, word);
 }
 
+/// What every send has, for the constructors.
+void fill(send_option & out, timedout_option const & limit, bool grey, unsigned short version) {
+    static_cast<timedout_option &>(out) = limit;
+    out.grey = grey;
+    out.version = version;
+}
+
+/// The reply that is expected, and the end without one.
+void expect(send_option & out, error_function error, message_callback const & callback, unsigned short ack) {
+    out.on_error_ = std::move(error);
+    out.callback_ = callback;
+    out.ack = ack;
+}
+
 /// Calls through a copy, as the function may replace the one that the object holds.  Without memory for one
 /// it is called in its place: an event is told in any case.
 template <class Function, class Call>
@@ -603,76 +617,54 @@ send_option::send_option() : ack(no_code), grey(false), version(4), sno(0) {}
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, obj_function f,
                          unsigned short ack_code, bool is_grey, unsigned short pkt_version)
-    : timedout_option(wait_ms, std::move(timedout)),
-      on_error_(std::move(error)),
-      callback_(std::move(f)),
-      ack(ack_code),
-      grey(is_grey),
-      version(pkt_version),
-      sno(0) {
+    : send_option() {
+    fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
+    expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
     logConstructed("using object msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, json_function f,
                          unsigned short ack_code, bool is_grey, unsigned short pkt_version)
-    : timedout_option(wait_ms, std::move(timedout)),
-      on_error_(std::move(error)),
-      callback_(std::move(f)),
-      ack(ack_code),
-      grey(is_grey),
-      version(pkt_version),
-      sno(0) {
+    : send_option() {
+    fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
+    expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
     logConstructed("using json msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, nbr_function f,
                          unsigned short ack_code, bool is_grey, unsigned short pkt_version)
-    : timedout_option(wait_ms, std::move(timedout)),
-      on_error_(std::move(error)),
-      callback_(std::move(f)),
-      ack(ack_code),
-      grey(is_grey),
-      version(pkt_version),
-      sno(0) {
+    : send_option() {
+    fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
+    expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
     logConstructed("using nbr msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, ptr_function f,
                          unsigned short ack_code, bool is_grey, unsigned short pkt_version)
-    : timedout_option(wait_ms, std::move(timedout)),
-      on_error_(std::move(error)),
-      callback_(std::move(f)),
-      ack(ack_code),
-      grey(is_grey),
-      version(pkt_version),
-      sno(0) {
+    : send_option() {
+    fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
+    expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
     logConstructed("using ptr msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, bool is_grey, unsigned short pkt_version)
-    : timedout_option(wait_ms, std::move(timedout)),
-      ack(no_code),
-      grey(is_grey),
-      version(pkt_version),
-      sno(0) {
+    : send_option() {
+    fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
     logConstructed("no msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(timedout_option const & timedout, error_function error,
                          message_callback const & callback, unsigned short ack_code, bool is_grey,
                          unsigned short pkt_version)
-    : timedout_option(timedout),
-      on_error_(std::move(error)),
-      callback_(callback),
-      ack(ack_code),
-      grey(is_grey),
-      version(pkt_version),
-      sno(0) {
+    : send_option() {
+    fill(*this, timedout, is_grey, pkt_version);
+    expect(*this, std::move(error), callback, ack_code);
     logConstructed("using all", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(timedout_option const & timedout, bool is_grey, unsigned short pkt_version)
-    : timedout_option(timedout), ack(no_code), grey(is_grey), version(pkt_version), sno(0) {
+    : send_option() {
+    fill(*this, timedout, is_grey, pkt_version);
     logConstructed("timedout option only", detail::here("tav::tls::send_option::send_option"));
 }
 
