@@ -37,8 +37,12 @@ namespace TAV_IMPL_NAMESPACE {
 ///
 /// Its threads are "sender" (encodes packets), "receiver" (runs `on_recv`) and "timer" (time-outs and
 /// heartbeats, each 100 ms); the socket belongs to the context's I/O thread.  From `open` to `close` they
-/// keep the session alive, so `close` must be called.  Times are
-/// milliseconds of a clock that nobody can set.
+/// keep the session alive, so `close` must be called.  Times are milliseconds of a clock that nobody can set.
+///
+/// It has more operations and members than other classes because it is the one place that knows in which
+/// order a connection comes up and goes down over four threads: the steps of that order work on the same
+/// flags and the same socket, and a second class would have to be told of each of them.  What stands by
+/// itself, as the frames, the race of addresses, the tracked sends and their account, has a class of its own.
 class session : public send_owner {
 public:
     using recv_function = std::function<void(tavBytes const &)>;
