@@ -523,7 +523,7 @@ void client::on_msg(unsigned short msgcode, obj_function f) {
     Site const site = here("tav::tls::client::on_msg");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " setup type level obj msg callback, msgcode = 0x", msgcode);
-        core->on_msg(msgcode, msg_type_callback(std::move(f)));
+        core->callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
 
@@ -531,7 +531,7 @@ void client::on_msg(unsigned short msgcode, ptr_function f) {
     Site const site = here("tav::tls::client::on_msg");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " setup type level ptr msg callback, msgcode = 0x", msgcode);
-        core->on_msg(msgcode, msg_type_callback(std::move(f)));
+        core->callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
 
@@ -539,7 +539,7 @@ void client::on_json_msg(unsigned short msgcode, json_function f) {
     Site const site = here("tav::tls::client::on_json_msg");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " setup type level json msg callback, msgcode = 0x", msgcode);
-        core->on_msg(msgcode, msg_type_callback(std::move(f)));
+        core->callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
 
@@ -549,7 +549,8 @@ void client::on_json_msg(char const * className, json_function f) {
         log_line(tavLogger::INFO, site, [&](std::ostream & out) {
             out << core->name() << " setup type level json msg callback, class = " << tav_istr(className);
         });
-        core->on_msg(core->find_code_by_class(className), msg_type_callback(std::move(f)));
+        core->callbacks().set_type(core->meta()->find_code_by_class(className),
+                                   msg_type_callback(std::move(f)));
     }
 }
 
@@ -557,7 +558,7 @@ void client::on_nbr_msg(unsigned short msgcode, nbr_function f) {
     Site const site = here("tav::tls::client::on_nbr_msg");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " setup type level nbr msg callback, msgcode = 0x", msgcode);
-        core->on_msg(msgcode, msg_type_callback(std::move(f)));
+        core->callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
 
@@ -565,7 +566,7 @@ void client::set_old_msg_default_callback(nbr_function f) {
     Site const site = here("tav::tls::client::set_old_msg_default_callback");
     if (auto const core = alive(site)) {
         logText(site, core->name(), " set old msg callback");
-        core->set_old_msg_default_callback(std::move(f));
+        core->callbacks().set_old(std::move(f));
     }
 }
 
@@ -574,7 +575,7 @@ void client::register_class(tav_istr name, std::function<tavObject *()> creator)
     if (auto const core = alive(site)) {
         log_line(tavLogger::INFO, site,
                  [&](std::ostream & out) { out << core->name() << " register object class " << name; });
-        core->register_class(name, std::move(creator));
+        core->factory().register_class(name, std::move(creator));
     }
 }
 
@@ -583,7 +584,7 @@ void client::unregister_class(tav_istr name) {
     if (auto const core = alive(site)) {
         log_line(tavLogger::INFO, site,
                  [&](std::ostream & out) { out << core->name() << " unregister object class " << name; });
-        core->unregister_class(name);
+        core->factory().unregister_class(name);
     }
 }
 
@@ -591,7 +592,7 @@ void client::register_message(unsigned short msgcode, std::function<tavObject *(
     Site const site = here("tav::tls::client::register_message");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " register message msgcode = 0x", msgcode);
-        core->register_message(msgcode, std::move(creator));
+        core->factory().register_message(msgcode, std::move(creator));
     }
 }
 
@@ -599,7 +600,7 @@ void client::unregister_message(unsigned short msgcode) {
     Site const site = here("tav::tls::client::unregister_message");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " unregister message msgcode = 0x", msgcode);
-        core->unregister_message(msgcode);
+        core->factory().unregister_message(msgcode);
     }
 }
 
@@ -610,7 +611,7 @@ tavSharedPtr<tavMessage> client::createMessage(unsigned short msgcode) {
         return nullptr;
     }
     logCode(site, core->name(), " creating message msgcode = 0x", msgcode);
-    return core->createMessage(msgcode);
+    return core->factory().createMessage(msgcode);
 }
 
 tavSharedPtr<tavMessage> client::createMessage(tav_istr class_or_code) {
@@ -622,7 +623,7 @@ tavSharedPtr<tavMessage> client::createMessage(tav_istr class_or_code) {
     log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << core->name() << " creating message class_or_code = " << class_or_code;
     });
-    return core->createMessage(class_or_code);
+    return core->factory().createMessage(class_or_code);
 }
 
 tavSharedPtr<tavObject> client::createObject(tav_istr name) {
@@ -633,7 +634,7 @@ tavSharedPtr<tavObject> client::createObject(tav_istr name) {
     }
     log_line(tavLogger::INFO, site,
              [&](std::ostream & out) { out << core->name() << " creating object class = " << name; });
-    return core->createObject(name);
+    return core->factory().createObject(name);
 }
 
 tavString client::find_class_by_code(unsigned short msgcode) {
@@ -642,7 +643,7 @@ tavString client::find_class_by_code(unsigned short msgcode) {
     if (!core) {
         return tavString();
     }
-    tavString const name = core->find_class_by_code(msgcode);
+    tavString const name = core->meta()->find_class_by_code(msgcode);
     log_line(tavLogger::DEBUG, site, [&](std::ostream & out) {
         out << core->name() << " found class " << name << " by msgcode 0x" << asHex(msgcode, 4, true);
     });
@@ -655,7 +656,7 @@ unsigned short client::find_code_by_class(char const * name) const {
     if (!core) {
         return 0;
     }
-    unsigned short const code = core->find_code_by_class(name);
+    unsigned short const code = core->meta()->find_code_by_class(name);
     log_line(tavLogger::DEBUG, site, [&](std::ostream & out) {
         out << core->name() << " by class " << tav_istr(name) << " found msgcode 0x" << asHex(code, 4, true);
     });

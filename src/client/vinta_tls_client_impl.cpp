@@ -68,17 +68,6 @@ bool is_same_policy(policy_ptr const & a, policy_ptr const & b) {
 
 } // namespace
 
-unsigned short decimalCode(tav_istr text) {
-    unsigned code = 0;
-    for (char c = text.firstChar(); c >= '0' && c <= '9'; c = (++text).firstChar()) {
-        code = code * 10 + static_cast<unsigned>(c - '0');
-        if (code > no_code) {
-            return no_code;
-        }
-    }
-    return static_cast<unsigned short>(code);
-}
-
 Client::Client(tav_istr name, session::clock_function clock)
     : option_(std::make_shared<connect_option>()),
       metainfo_(std::make_shared<metainfo>(std::string())),
@@ -242,80 +231,6 @@ bool Client::connected() const {
 unsigned short Client::get_next_sno() {
     unsigned short const sno = static_cast<unsigned short>(id_generator_.nextSno());
     return sno != 0 ? sno : static_cast<unsigned short>(id_generator_.nextSno());
-}
-
-void Client::on_msg(unsigned short msgcode, msg_type_callback callback) {
-    auto entry = std::make_shared<msg_type_callback>(std::move(callback));
-    Lock const guard(callbacks_mutex_);
-    type_callbacks_[msgcode].swap(entry);
-}
-
-void Client::set_old_msg_default_callback(nbr_function f) {
-    auto entry = f ? std::make_shared<nbr_function const>(std::move(f)) : nullptr;
-    Lock const guard(fields_);
-    on_old_nbr_msg_.swap(entry);
-}
-
-void Client::register_class(tav_istr name, creator f) {
-    Lock const guard(classes_mutex_);
-    class_factory_[std::string(name)] = std::move(f);
-}
-
-void Client::unregister_class(tav_istr name) {
-    Lock const guard(classes_mutex_);
-    class_factory_.erase(std::string(name));
-}
-
-void Client::register_message(unsigned short msgcode, creator f) {
-    Lock const guard(messages_mutex_);
-    message_factory_[msgcode] = std::move(f);
-}
-
-void Client::unregister_message(unsigned short msgcode) {
-    Lock const guard(messages_mutex_);
-    message_factory_.erase(msgcode);
-}
-
-tavSharedPtr<tavMessage> Client::createMessage(unsigned short msgcode) const {
-    creator make;
-    {
-        Lock const guard(messages_mutex_);
-        auto const found = message_factory_.find(msgcode);
-        if (found != message_factory_.end()) {
-            make = found->second;
-        }
-    }
-    tavSharedPtr<tavObject> const object(make ? make() : nullptr);
-    return tavSharedPtr<tavMessage>(dynamic_cast<tavMessage *>(object.get()));
-}
-
-tavSharedPtr<tavMessage> Client::createMessage(tav_istr class_or_code) const {
-    char const first = class_or_code.firstChar();
-    if (first >= '0' && first <= '9') {
-        return createMessage(decimalCode(class_or_code));
-    }
-    tavSharedPtr<tavObject> const object = createObject(class_or_code);
-    return tavSharedPtr<tavMessage>(dynamic_cast<tavMessage *>(object.get()));
-}
-
-tavSharedPtr<tavObject> Client::createObject(tav_istr name) const {
-    creator make;
-    {
-        Lock const guard(classes_mutex_);
-        auto const found = class_factory_.find(std::string(name));
-        if (found != class_factory_.end()) {
-            make = found->second;
-        }
-    }
-    return tavSharedPtr<tavObject>(make ? make() : nullptr);
-}
-
-tavString Client::find_class_by_code(unsigned short msgcode) const {
-    return meta()->find_class_by_code(msgcode);
-}
-
-unsigned short Client::find_code_by_class(tav_istr name) const {
-    return meta()->find_code_by_class(name);
 }
 
 bool Client::on_context_open() {

@@ -2,6 +2,8 @@
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_H
 
 #include "client/connect_info.h"
+#include "client/message_callbacks.h"
+#include "client/message_factory.h"
 #include "client/vinta_tls_client_impl_metainfo.h"
 #include "client/vinta_tls_client_impl_session.h"
 #include "foundation/report.h"
@@ -16,7 +18,6 @@
 #include <chrono>
 #include <exception>
 #include <functional>
-#include <map>
 #include <memory>
 #include <new>
 #include <string>
@@ -25,17 +26,18 @@ namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
-/// The decimal number at the front of a text; 0xffff if it does not fit a message code, 0 if there is none.
-unsigned short decimalCode(tav_istr text);
-
 /// What stands behind one client: its threads, queues, registrations and the one current session.
 ///
-/// Session changes happen one at a time on the queue "session".  `connecting_`, `session_`, `option_`,
-/// `metainfo_` and `on_old_nbr_msg_` are read on other threads too, as copies taken under `fields_`, which is
-/// never held during a call out.
+/// Session changes happen one at a time on the queue "session".  `connecting_`, `session_`, `option_` and
+/// `metainfo_` are read on other threads too, as copies taken under `fields_`, which is never held during a
+/// call out.
+///
+/// It has more operations and members than other classes because it is where the application's calls, the
+/// threads and the session meet: the order of starts, closes and their events, and the way of a message
+/// through sends, codes and options, need the same queue, session and option.  What stands by itself, as the
+/// registered classes and callbacks, has a class of its own.
 class Client : public std::enable_shared_from_this<Client> {
 public:
-    using creator = std::function<tavObject *()>;
     using send_ptr = std::shared_ptr<tls::send_info>;
     using connect_ptr = std::shared_ptr<connect_info>;
 
@@ -66,17 +68,10 @@ public:
     bool connected() const;
     unsigned short get_next_sno();
 
-    void on_msg(unsigned short msgcode, msg_type_callback callback);
-    void set_old_msg_default_callback(nbr_function f);
-    void register_class(tav_istr name, creator f);
-    void unregister_class(tav_istr name);
-    void register_message(unsigned short msgcode, creator f);
-    void unregister_message(unsigned short msgcode);
-    tavSharedPtr<tavMessage> createMessage(unsigned short msgcode) const;
-    tavSharedPtr<tavMessage> createMessage(tav_istr class_or_code) const;
-    tavSharedPtr<tavObject> createObject(tav_istr name) const;
-    tavString find_class_by_code(unsigned short msgcode) const;
-    unsigned short find_code_by_class(tav_istr name) const;
+    message_callbacks & callbacks() { return callbacks_; }
+    message_factory & factory() { return factory_; }
+    /// Never null: a client that was not started has an empty one.
+    std::shared_ptr<metainfo> meta() const;
 
     /// Takes one frame: finds the level of callback that it is for, and affirms it.  On the thread
     /// "receiver".
@@ -102,6 +97,8 @@ public:
     std::string to_json(im::Packet const & packet, bool for_log) const;
 
 private:
+    struct callback_level;
+
     bool on_context_open();
     bool on_context_loop();
     /// Runs completions; true if one of them threw, and there is more to run.
@@ -142,8 +139,6 @@ private:
     /// Whether the connect under way has waited for its host's address for longer than others should.
     bool hangs_in_lookup() const;
     std::shared_ptr<connect_option> option() const;
-    /// Never null: a client that was not started has an empty one.
-    std::shared_ptr<metainfo> meta() const;
 
     send_ptr refused(failure why) const;
     send_ptr refused_caught(detail::Site site, failure why) const;
@@ -156,30 +151,27 @@ private:
     void dispatch(tavBytes const & frame, session & from);
     bool to_send_level(session & from, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                        tavMsgExt const & ext);
-    void call_send_level(send_option option, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
-                         tavMsgExt const & ext);
-    void warn_unregistered(message_callback const & callback, unsigned short code,
-                           tavSharedPtr<tavMessage> const & obj) const;
     bool to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                        tavMsgExt const & ext);
     void to_global_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                          tavMsgExt const & ext);
+    void to_old_callback(im::Packet const & packet) const;
+    /// Gives the message to the callback in the form that it takes.
+    void call(message_callback & callback, callback_level const & level, im::Packet const & packet,
+              tavSharedPtr<tavMessage> const & obj, tavMsgExt const & ext) const;
+    void warn_unregistered(message_callback const & callback, unsigned short code,
+                           tavSharedPtr<tavMessage> const & obj) const;
 
     /// First of all: no template is read before the kinds of fields have their names.
     pml::field_type::Initializer field_initializer_;
     tavMutex fields_;
     std::shared_ptr<connect_option> option_;
     std::shared_ptr<metainfo> metainfo_;
-    std::shared_ptr<nbr_function const> on_old_nbr_msg_;
     connect_ptr connecting_;
     tavSharedPtr<session> session_;
 
-    tavMutex callbacks_mutex_;
-    std::map<unsigned short, std::shared_ptr<msg_type_callback>> type_callbacks_;
-    tavMutex messages_mutex_;
-    std::map<unsigned short, creator> message_factory_;
-    tavMutex classes_mutex_;
-    std::map<std::string, creator> class_factory_;
+    message_callbacks callbacks_;
+    message_factory factory_;
 
     std::shared_ptr<context> context_;
     std::shared_ptr<asio::steady_timer> keep_alive_timer_;

@@ -26,8 +26,6 @@ constexpr char const * no_json = "null";
 /// The tag under which messages are told of that do not fit the meta model.
 constexpr char const * json_tag = "JSON2NBR";
 
-using Lock = std::lock_guard<tavMutex const>;
-
 void sayCode(tavLogger::LogLevel level, detail::Site site, std::string const & name, char const * words,
              unsigned short code) {
     log_line(level, site, [&](std::ostream & out) { out << name << words << asHex(code, 4, true); });
@@ -73,6 +71,12 @@ struct Awaited {
 
 } // namespace
 
+/// Where a callback is held and what it is given, in the words of the log.
+struct Client::callback_level {
+    char const * name;
+    char const * event;
+};
+
 void Client::on_recv(tavBytes const & frame) {
     detail::Site const site = here("tav::tls::impl::Client::on_recv");
     try {
@@ -109,7 +113,7 @@ void Client::dispatch(tavBytes const & frame, session & from) {
     from.session_id(packet->session());
     counters::add(counted_->messages_received);
 
-    tavSharedPtr<tavMessage> const obj = createMessage(code);
+    tavSharedPtr<tavMessage> const obj = factory_.createMessage(code);
     std::error_code unreadable;
     auto const received = [&](std::ostream & out) -> std::ostream & {
         ip_port const local = from.local_addr(unreadable);
@@ -172,7 +176,10 @@ bool Client::to_send_level(session & from, im::Packet const & packet, tavSharedP
         return false;
     }
     try {
-        call_send_level(sending->option(), packet, obj, ext);
+        log_parts(tavLogger::DEBUG, here("tav::tls::impl::Client::on_recv"), name_,
+                  " use send level callback ");
+        message_callback callback(sending->option().callback_);
+        call(callback, {send_option::send_level_, "ack"}, packet, obj, ext);
     } catch (...) {
         from.unclaim(sending);
         throw;
@@ -183,23 +190,25 @@ bool Client::to_send_level(session & from, im::Packet const & packet, tavSharedP
     return true;
 }
 
-void Client::call_send_level(send_option option, im::Packet const & packet,
-                             tavSharedPtr<tavMessage> const & obj, tavMsgExt const & ext) {
+void Client::call(message_callback & callback, callback_level const & level, im::Packet const & packet,
+                  tavSharedPtr<tavMessage> const & obj, tavMsgExt const & ext) const {
     detail::Site const site = here("tav::tls::impl::Client::on_recv");
-    log_parts(tavLogger::DEBUG, site, name_, " use send level callback ");
     unsigned long long const sno = packet.sequence();
     unsigned short const code = packet.code();
     tav_istr const body = packet.body();
-    if (option.on_nbr_ack(sno, code, bytesOf(body), body.size(), ext)) {
-        log_parts(tavLogger::DEBUG, site, name_, " on send level nbr ack ");
-    } else if (obj && option.on_ptr_ack(sno, obj)) {
-        log_parts(tavLogger::DEBUG, site, name_, " on send level ptr ack ");
-    } else if (obj && option.on_base_ack(sno, *obj)) {
-        log_parts(tavLogger::DEBUG, site, name_, " on send level object ack ");
+    auto const say = [&](char const * form) {
+        log_parts(tavLogger::DEBUG, site, name_, " on ", level.name, " level ", form, " ", level.event, " ");
+    };
+    if (callback.on_nbr_msg(level.name, sno, code, bytesOf(body), body.size(), ext)) {
+        say("nbr");
+    } else if (obj && callback.on_ptr_msg(level.name, sno, obj)) {
+        say("ptr");
+    } else if (obj && callback.on_base_msg(level.name, sno, *obj)) {
+        say("object");
     } else {
-        log_parts(tavLogger::DEBUG, site, name_, " on send level json ack ");
-        warn_unregistered(option.callback_, code, obj);
-        option.on_json_ack(sno, code, to_json(packet, false).c_str(), ext);
+        say("json");
+        warn_unregistered(callback, code, obj);
+        callback.on_json_msg(level.name, sno, code, to_json(packet, false).c_str(), ext);
     }
 }
 
@@ -218,68 +227,38 @@ void Client::warn_unregistered(message_callback const & callback, unsigned short
 
 bool Client::to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                            tavMsgExt const & ext) {
-    detail::Site const site = here("tav::tls::impl::Client::on_recv");
-    unsigned long long const sno = packet.sequence();
-    unsigned short const code = packet.code();
-    std::shared_ptr<msg_type_callback> callback;
-    {
-        Lock const guard(callbacks_mutex_);
-        auto const found = type_callbacks_.find(code);
-        if (found == type_callbacks_.end()) {
-            return false;
-        }
-        callback = found->second;
+    auto const callback = callbacks_.of_type(packet.code());
+    if (!callback) {
+        return false;
     }
-    sayCode(tavLogger::DEBUG, site, name_, " use type level callback 0x", code);
-    tav_istr const body = packet.body();
-    if (callback->on_nbr(sno, code, bytesOf(body), body.size(), ext)) {
-        log_parts(tavLogger::DEBUG, site, name_, " on type level nbr msg ");
-    } else if (obj && callback->on_ptr(sno, obj)) {
-        log_parts(tavLogger::DEBUG, site, name_, " on type level ptr msg ");
-    } else if (obj && callback->on_base(sno, *obj)) {
-        log_parts(tavLogger::DEBUG, site, name_, " on type level object msg ");
-    } else {
-        log_parts(tavLogger::DEBUG, site, name_, " on type level json msg ");
-        warn_unregistered(*callback, code, obj);
-        callback->on_json(sno, code, to_json(packet, false).c_str(), ext);
-    }
+    sayCode(tavLogger::DEBUG, here("tav::tls::impl::Client::on_recv"), name_, " use type level callback 0x",
+            packet.code());
+    call(*callback, {msg_type_callback::type_level_, "msg"}, packet, obj, ext);
     return true;
 }
 
 void Client::to_global_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                              tavMsgExt const & ext) {
-    detail::Site const site = here("tav::tls::impl::Client::on_recv");
-    unsigned long long const sno = packet.sequence();
-    unsigned short const code = packet.code();
-    tav_istr const body = packet.body();
-    log_parts(tavLogger::DEBUG, site, name_, " use global callback ");
-    if ((code & 0xff00u) == 0) {
-        std::shared_ptr<nbr_function const> old;
-        {
-            Lock const guard(fields_);
-            old = on_old_nbr_msg_;
-        }
-        if (old) {
-            log_parts(tavLogger::DEBUG, site, name_, " on_old_nbr_msg_ not null");
-            auto const widened = static_cast<unsigned short>(static_cast<signed char>(code));
-            (*old)(sno, widened, bytesOf(body), body.size(), tavMsgExt());
-        } else {
-            log_parts(tavLogger::DEBUG, site, name_, " on_old_nbr_msg_ is null");
-        }
+    log_parts(tavLogger::DEBUG, here("tav::tls::impl::Client::on_recv"), name_, " use global callback ");
+    if ((packet.code() & 0xff00u) == 0) {
+        to_old_callback(packet);
         return;
     }
     auto const present = option();
-    if (present->on_nbr_msg(sno, code, bytesOf(body), body.size(), ext)) {
-        log_parts(tavLogger::DEBUG, site, name_, " on global level nbr msg ");
-    } else if (obj && present->on_ptr_msg(sno, obj)) {
-        log_parts(tavLogger::DEBUG, site, name_, " on global level ptr msg ");
-    } else if (obj && present->on_obj_msg(sno, *obj)) {
-        log_parts(tavLogger::DEBUG, site, name_, " on global level object msg ");
-    } else {
-        log_parts(tavLogger::DEBUG, site, name_, " on global level json msg ");
-        warn_unregistered(present->callback_, code, obj);
-        present->on_json_msg(sno, code, to_json(packet, false).c_str(), ext);
+    call(present->callback_, {connect_option::global_level_, "msg"}, packet, obj, ext);
+}
+
+void Client::to_old_callback(im::Packet const & packet) const {
+    detail::Site const site = here("tav::tls::impl::Client::on_recv");
+    auto const old = callbacks_.old();
+    if (!old) {
+        log_parts(tavLogger::DEBUG, site, name_, " on_old_nbr_msg_ is null");
+        return;
     }
+    log_parts(tavLogger::DEBUG, site, name_, " on_old_nbr_msg_ not null");
+    tav_istr const body = packet.body();
+    auto const widened = static_cast<unsigned short>(static_cast<signed char>(packet.code()));
+    (*old)(packet.sequence(), widened, bytesOf(body), body.size(), tavMsgExt());
 }
 
 Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgcode, tav_istr body,
