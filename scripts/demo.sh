@@ -30,6 +30,7 @@ port=$(cat "$work/port")
 
 build/demo/examples/first 127.0.0.1 "$port" "$work/certificates/ca.pem"
 build/demo/examples/safe 127.0.0.1 "$port" "$work/certificates/ca.pem"
+build/demo/examples/limits 127.0.0.1 "$port" "$work/certificates/ca.pem"
 build/demo/examples/chat 127.0.0.1 "$port" "$work/certificates/ca.pem"
 build/demo/examples/json_chat 127.0.0.1 "$port" "$work/certificates/ca.pem" examples/chat.pml
 
