@@ -15,6 +15,8 @@ namespace {
 /// One attempt against a server made by OpenSSL's own tool.
 struct Outcome {
     tls::result_type result;
+    /// Why the connect failed, by name.
+    std::error_code failure;
     /// The first text of on_error; empty if none came with the connect.
     std::string error;
     /// The first ERROR line of a refused certificate, from the reason on.
@@ -36,7 +38,9 @@ public:
             tls::connect_option option = optionFor(server_.port(), events);
             option.ca = wanted.ca;
             option.policy = wanted.policy;
-            out.result = resultOf(c.start(option));
+            auto const info = c.start(option);
+            out.result = resultOf(info);
+            out.failure = info->error();
             if (out.result == tls::result_error && events.wait(1)) {
                 std::string const text = events.all()[0];
                 out.error = text.substr(text.find(": ") + 2);
@@ -83,6 +87,13 @@ constexpr char verify_failed[] = "certificate verify failed (SSL routines)";
 /// text and the log line all say so.
 ::testing::AssertionResult isOutcome(Outcome const & outcome, std::string const & reason,
                                      std::string const & subject = "/CN=localhost") {
+    bool const name = reason == "hostname mismatch" || reason == "IP address mismatch";
+    tls::failure const failure = reason.empty() ? tls::failure::none
+                                 : name         ? tls::failure::name_mismatch
+                                                : tls::failure::certificate_refused;
+    if (outcome.failure != failure) {
+        return ::testing::AssertionFailure() << "failure \"" << outcome.failure.message() << "\"";
+    }
     if (reason.empty()) {
         if (outcome.result == tls::result_ok && outcome.error.empty() && outcome.refusal.empty()) {
             return ::testing::AssertionSuccess();
@@ -123,6 +134,7 @@ void expectRows(std::vector<Row> const & rows) {
                 EXPECT_TRUE(isOutcome(attempts.with(tls::connect_option()), "")) << "nothing is verified";
             } else {
                 EXPECT_EQ(other.result, tls::result_error);
+                EXPECT_EQ(other.failure, tls::failure::handshake_failed);
                 EXPECT_TRUE(startsWith(other.error, "tlsv1 alert protocol version")) << other.error;
             }
         }

@@ -331,3 +331,43 @@ TEST(Heartbeat, ClockThatStepsBackDoesNoHarm) {
     EXPECT_TRUE(b.server->quiet(0));
     EXPECT_TRUE(b.s->connected());
 }
+
+TEST(Heartbeat, OnesThatGoOutAndAnEndBySilenceAreCounted) {
+    Beating b;
+    b.tickAfter(session::HEARTBEAT_INTERVAL_MS + 1);
+    EXPECT_EQ(b.server->receiveFrame(), "");
+    EXPECT_EQ(b.rig.counted->copy().heartbeats_sent, 1u);
+    EXPECT_EQ(b.rig.counted->copy().breaks_by_silence, 0u);
+    b.tickAfter(session::HEARTBEAT_INTERVAL_MS * session::HEARTBEAT_MISSES + 1);
+    EXPECT_EQ(b.rig.events.count("heartbeat timedout"), 1u);
+    EXPECT_EQ(b.rig.counted->copy().breaks_by_silence, 1u);
+    EXPECT_EQ(b.rig.counted->copy().closes, 0u);
+}
+
+TEST(Heartbeat, SilenceOfAPeerThatIsHeldBackEndsNothing) {
+    Gate gate;
+    TlsPeer peer;
+    std::unique_ptr<TlsConnection> server;
+    SessionRig rig("<a>");
+    rig.freeze();
+    rig.on_body = [&](std::string const &) { gate.pass(); };
+    tav::tls::connect_option option = rig.option(peer);
+    option.limits.received_waiting = 2;
+    auto const s = rig.connect(peer, server, option);
+    s->check_heartbeat(true);
+    for (int i = 0; i < 8; ++i) {
+        ASSERT_TRUE(server->send(frame("body " + std::to_string(i))));
+    }
+    ASSERT_TRUE(gate.waitArrived());
+    ASSERT_TRUE(eventually([&] { return rig.counted->copy().received_waiting == 2; }));
+    rig.advance(session::HEARTBEAT_INTERVAL_MS * (session::HEARTBEAT_MISSES + 1));
+    s->on_timer(false);
+    EXPECT_TRUE(s->connected());
+    gate.open();
+    EXPECT_TRUE(rig.bodies.wait(8));
+    ASSERT_TRUE(eventually([&] { return rig.counted->copy().received_waiting == 0; }));
+    rig.settle();
+    s->on_timer(false);
+    EXPECT_TRUE(s->connected()) << "the time of the pause does not count";
+    EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
+}

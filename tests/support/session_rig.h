@@ -157,7 +157,8 @@ public:
                 }
                 bodies.add(bytes);
             },
-            option, [this] { return frozen_at != 0 ? frozen_at.load() : impl::session::steady_ms(); }));
+            option, [this] { return frozen_at != 0 ? frozen_at.load() : impl::session::steady_ms(); },
+            counted));
         sessions_.push_back(made);
         return made;
     }
@@ -231,6 +232,8 @@ public:
     std::atomic<unsigned> last_error_msgcode{0};
     std::atomic<int> last_error_code{0};
     std::atomic<long long> frozen_at{0};
+    /// Of all sessions made here.
+    std::shared_ptr<impl::counters> const counted = std::make_shared<impl::counters>();
 
 private:
     session_ptr finish(session_ptr const & made, TlsPeer & peer, std::unique_ptr<TlsConnection> & server) {
