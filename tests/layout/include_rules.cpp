@@ -107,6 +107,20 @@ std::string rowOf(std::string_view path) {
     return {};
 }
 
+/// The name that an include's path leads to, whichever folder it starts from.
+std::string_view below(std::string_view name) {
+    for (std::size_t dropped = 1; dropped != 0;) {
+        dropped = 0;
+        for (std::string_view const front : {"./", "../", "src/", "include/"}) {
+            if (startsWith(name, front)) {
+                name.remove_prefix(front.size());
+                dropped = front.size();
+            }
+        }
+    }
+    return name;
+}
+
 /// The folder that a file of the tree stands for: a row, "umbrella", one of `beside`, or empty.
 std::string folderOf(std::string const & path) {
     if (startsWith(path, "src/")) {
@@ -143,10 +157,27 @@ std::vector<Include> includesOf(std::string const & text) {
         std::size_t const open = line.find_first_of("<\"", at);
         std::size_t const end = open == std::string::npos ? open : line.find_first_of(">\"", open + 1);
         if (end != std::string::npos) {
-            found.push_back({number, line.substr(open + 1, end - open - 1)});
+            found.push_back(
+                {number, std::string(below(std::string_view(line).substr(open + 1, end - open - 1)))});
         }
     }
     return found;
+}
+
+bool endsWith(std::string_view text, std::string_view end) {
+    return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
+}
+
+bool isSource(std::string_view path) {
+    return endsWith(path, ".h") || endsWith(path, ".cpp") || endsWith(path, ".c");
+}
+
+bool isOfLibrary(std::string_view path) {
+    return startsWith(path, "src/") || startsWith(path, "include/");
+}
+
+bool isBuildFile(std::string_view path) {
+    return endsWith(path, "/CMakeLists.txt");
 }
 
 bool isOfAsioOrOpenSsl(std::string_view name) {
@@ -178,7 +209,7 @@ std::string brokenByNamingSystem(std::string_view line) {
 
 /// The rule that one include breaks; empty if none.
 std::string brokenRule(std::string const & path, std::string const & folder, std::string const & name) {
-    bool const ofLibrary = startsWith(path, "src/") || startsWith(path, "include/");
+    bool const ofLibrary = isOfLibrary(path);
     if (ofLibrary && isOfAsioOrOpenSsl(name)) {
         return startsWith(path, "src/client/") ? "" : "asio and OpenSSL are for src/client only: " + name;
     }
@@ -258,12 +289,18 @@ std::vector<std::string> brokenRules(std::vector<File> const & files) {
         auto const tell = [&](unsigned line, std::string const & rule) {
             broken.push_back(file.path + ":" + std::to_string(line) + ": " + rule);
         };
+        bool const ofLibrary = isOfLibrary(file.path);
+        if (ofLibrary && !isSource(file.path)) {
+            if (!isBuildFile(file.path)) {
+                tell(1, "no source of the library ends like this");
+            }
+            continue;
+        }
         std::string const folder = folderOf(file.path);
         if (folder.empty()) {
             tell(1, startsWith(file.path, "src/") ? "a folder without a row in the table"
                                                   : "a public header without a row in the table");
         }
-        bool const ofLibrary = startsWith(file.path, "src/") || startsWith(file.path, "include/");
         std::istringstream lines(ofLibrary && !mayNameSystem(file.path) ? file.text : std::string());
         std::string text;
         for (unsigned number = 1; std::getline(lines, text); ++number) {
@@ -294,11 +331,10 @@ std::vector<File> readTree(std::string const & root) {
             continue;
         }
         for (auto const & entry : fs::recursive_directory_iterator(fs::path(root) / top)) {
-            std::string const ending = entry.path().extension().string();
-            if (ending == ".h" || ending == ".cpp" || ending == ".c") {
+            std::string const path = fs::relative(entry.path(), root).generic_string();
+            if (entry.is_regular_file() && (isSource(path) || isOfLibrary(path))) {
                 std::ifstream in(entry.path(), std::ios::binary);
-                files.push_back({fs::relative(entry.path(), root).generic_string(),
-                                 std::string(std::istreambuf_iterator<char>(in), {})});
+                files.push_back({path, std::string(std::istreambuf_iterator<char>(in), {})});
             }
         }
     }

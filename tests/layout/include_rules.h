@@ -16,7 +16,8 @@ struct File {
 /// One line for each include that breaks a rule: "src/log/vinta_log.cpp:7: log may not include model".
 std::vector<std::string> brokenRules(std::vector<File> const & files);
 
-/// The C and C++ files of the tree at `root` that the rules speak of.
+/// The C and C++ files of the tree at `root` that the rules speak of, and all else that lies among the
+/// library's.
 std::vector<File> readTree(std::string const & root);
 
 } // namespace layout

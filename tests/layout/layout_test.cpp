@@ -120,3 +120,26 @@ TEST(Layout, WhatStandsBesideUsesPublicHeadersAlone) {
     EXPECT_EQ(brokenBy("src/client/a.h", "#include <tav/kit/a.h>\n"),
               Lines{"src/client/a.h:1: the library knows nothing of the kit: tav/kit/a.h"});
 }
+
+TEST(Layout, IncludeFromAnotherFolderLeadsToTheSameName) {
+    for (std::string const folder : {"gateway", "bench", "examples"}) {
+        std::string const rule = ":1: " + folder + " stands on public headers alone: ";
+        for (std::string const front : {"src/", "../src/", "../../src/", "./../src/", "../"}) {
+            EXPECT_EQ(brokenBy(folder + "/a.cpp", "#include \"" + front + "packet/x.h\"\n"),
+                      Lines{folder + "/a.cpp" + rule + "packet/x.h"});
+        }
+    }
+    EXPECT_EQ(brokenBy("src/log/a.cpp", "#include \"../model/b.h\"\n"),
+              Lines{"src/log/a.cpp:1: log may not include model: model/b.h"});
+    EXPECT_EQ(brokenBy("gateway/a.cpp", "#include \"../include/tav/vinta/vinta_new.h\"\n"),
+              Lines{"gateway/a.cpp:1: a public header without a row in the table: tav/vinta/vinta_new.h"});
+}
+
+TEST(Layout, LibraryHasNoFileOfAnotherEnding) {
+    for (std::string const path : {"src/log/a.hpp", "src/log/a.cc", "src/log/a.inc", "src/log/notes",
+                                   "include/tav/vinta/vinta_new.hpp", "src/log/NotCMakeLists.txt.in"}) {
+        EXPECT_EQ(brokenBy(path, "#include \"model/b.h\"\n"),
+                  Lines{path + ":1: no source of the library ends like this"});
+    }
+    EXPECT_EQ(brokenBy("src/log/CMakeLists.txt", "# include what is needed\n"), Lines{});
+}
