@@ -4,7 +4,7 @@
 set(list ${CMAKE_CURRENT_LIST_DIR}/exported.txt)
 execute_process(COMMAND ${NM} -DC --defined-only ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(REPLACE ";" "," output "${output}")
-string(REGEX REPLACE "[0-9]+_[0-9a-f]+" "STAMP" output "${output}")
+string(REGEX REPLACE "[0-9]+_(v[0-9]+_[0-9]+_[0-9]+|[0-9a-f]+)" "STAMP" output "${output}")
 string(REPLACE "\n" ";" lines "${output}")
 set(exported "")
 foreach(line ${lines})
