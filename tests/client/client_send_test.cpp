@@ -364,6 +364,7 @@ TEST(SendAlone, WhileConnectingItIsNull) {
 
 TEST(SendAlone, AMessageThatDoesNotFitAFrameIsNotSent) {
     LogCapture log("clear(ERROR)");
+    Events events;
     ClientRig rig;
     rig.connect();
     Ask ask(1);
@@ -375,7 +376,6 @@ TEST(SendAlone, AMessageThatDoesNotFitAFrameIsNotSent) {
     };
     constexpr std::size_t most = 0xffffff;
     constexpr std::size_t head = 16;
-    Events events;
     tls::send_option const option(
         60000, [&](unsigned long long, unsigned short, bool) { events.add("told"); }, false, 4);
     setBodySize(most - head);
