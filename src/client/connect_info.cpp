@@ -16,7 +16,8 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-using detail::here;
+/// The lines of a connect stand in the log under the client's own file, with whose they are read.
+constexpr char const * log_file = "vinta_tls_client_impl.cpp";
 
 } // namespace
 
@@ -41,7 +42,7 @@ result_type connect_info::wait() {
 }
 
 result_type connect_info::wait(int slice_ms, std::function<bool()> const & patient) {
-    detail::Site const site = here("tav::tls::impl::connect_info::wait");
+    detail::Site const site = site_in(log_file, "tav::tls::impl::connect_info::wait");
     std::lock_guard<tavMonitor const> const guard(monitor_);
     if (result_ < 0 && process_exit::begun()) {
         log_parts(tavLogger::ERROR, site, name_,
@@ -102,7 +103,7 @@ void connect_info::on_conn_cancel() {
 }
 
 void connect_info::complete(result_type result, char const * func, char const * what) {
-    log_parts(tavLogger::DEBUG, here(func), name_, what);
+    log_parts(tavLogger::DEBUG, site_in(log_file, func), name_, what);
     std::lock_guard<tavMonitor const> const guard(monitor_);
     if (result_ < 0) {
         result_ = result;

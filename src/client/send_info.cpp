@@ -20,10 +20,6 @@ namespace {
 /// The lines of a send stand in the log under the file of the session's frames, with which they are read.
 constexpr char const * log_file = "vinta_tls_client_impl_framing.cpp";
 
-constexpr tav::detail::Site here(char const * func, unsigned line = static_cast<unsigned>(__builtin_LINE())) {
-    return tav::detail::Site{log_file, line, func};
-}
-
 } // namespace
 
 bool refused_to_wait(void const * client, std::string const & name, tav::detail::Site site) {
@@ -91,8 +87,9 @@ bool send_info::ended_here() const {
     if (!claimed_ || claimer_.load() != std::this_thread::get_id()) {
         return false;
     }
-    log_parts(tavLogger::ERROR, here("tav::tls::impl::send_info::wait"), name_, " a wait for the send #",
-              sno_, " in its own function, which ends it, would never end: the function is told the outcome");
+    log_parts(tavLogger::ERROR, site_in(log_file, "tav::tls::impl::send_info::wait"), name_,
+              " a wait for the send #", sno_,
+              " in its own function, which ends it, would never end: the function is told the outcome");
     return true;
 }
 
@@ -104,7 +101,7 @@ void send_info::cancel() {
 }
 
 result_type send_info::wait() {
-    tav::detail::Site const site = here("tav::tls::impl::send_info::wait");
+    tav::detail::Site const site = site_in(log_file, "tav::tls::impl::send_info::wait");
     if (result_ < 0 && (ended_here() || refused_to_wait(client_, name_, site))) {
         return result_error;
     }
@@ -195,7 +192,7 @@ void send_info::end_timed_out(long long now) {
     error(failure::timed_out);
     tav::detail::ScopeExit const end([this] { complete(result_timedout); });
     option_.check_timedout(sno_, msgcode_, elapsed_ms(start_time_, now));
-    log_parts(tavLogger::VERBOSE, here("tav::tls::impl::send_info::check_timedout"), name_,
+    log_parts(tavLogger::VERBOSE, site_in(log_file, "tav::tls::impl::send_info::check_timedout"), name_,
               " send timed out #", sno_);
 }
 

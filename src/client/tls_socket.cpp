@@ -13,7 +13,8 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-using tav::detail::here;
+/// The lines of a socket stand in the log under the context's file, with whose they are read.
+constexpr char const * log_file = "vinta_tls_client_impl_context.cpp";
 
 } // namespace
 
@@ -37,8 +38,8 @@ tls_report tls_socket::report() {
 
 void tls_socket::init() {
     bool const should_verify = this->should_verify();
-    log_parts(tavLogger::INFO, here("tav::tls::impl::tls_socket::init"), name_, " context_->should_verify() ",
-              should_verify ? "1" : "0");
+    log_parts(tavLogger::INFO, site_in(log_file, "tav::tls::impl::tls_socket::init"), name_,
+              " context_->should_verify() ", should_verify ? "1" : "0");
     stream_.set_verify_mode(should_verify ? asio::ssl::verify_peer : asio::ssl::verify_none);
     stream_.set_verify_callback([this, should_verify](bool preverified, asio::ssl::verify_context & ctx) {
         return verify_certificate(preverified, ctx, should_verify);
@@ -49,7 +50,7 @@ bool tls_socket::verify_certificate(bool preverified, asio::ssl::verify_context 
     if (!should_verify) {
         return true;
     }
-    tav::detail::Site const site = here("tav::tls::impl::tls_socket::verify_certificate");
+    tav::detail::Site const site = site_in(log_file, "tav::tls::impl::tls_socket::verify_certificate");
     log_parts(tavLogger::INFO, site, name_, " Verifying ", subject_of(ctx.native_handle()), ", preverified ",
               preverified ? "true" : "false");
     if (!preverified) {

@@ -18,6 +18,13 @@ namespace tls {
 /// The tag of every line of the client.
 inline constexpr char log_tag[] = "TLS.CLT";
 
+/// A place that stands in the log under another file than its own.  Lines keep the file that they are
+/// searched under when their code is taken to another one.
+constexpr detail::Site site_in(char const * file, char const * func,
+                               unsigned line = static_cast<unsigned>(__builtin_LINE())) {
+    return detail::Site{file, line, func};
+}
+
 /// Appends a text, or a number in decimal.
 template <class T>
 void append_part(std::string & out, T const & part) {
