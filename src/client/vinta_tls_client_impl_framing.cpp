@@ -55,6 +55,7 @@ void session::on_read_end(self_ptr self, std::error_code ec, std::size_t length)
         return;
     }
     last_recv_ms_ = clock_();
+    read_since_tick_ = true;
     counters::add(account_->counted().bytes_received, length);
     reader_.filled(length);
     read_on(std::move(self));

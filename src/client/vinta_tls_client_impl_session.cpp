@@ -135,6 +135,8 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       break_limit_(context_->io_context()),
       reading_(false),
       closed_by_owner_(false),
+      read_since_tick_(true),
+      heard_bytes_(0),
       check_heartbeat_(false),
       session_id_(0) {
     long long const now = clock_();
@@ -270,11 +272,29 @@ bool session::on_timer(bool stopping) {
             }
             last_send_ms_ = now;
         }
+        hear_unfinished(now);
         if (!paused_ && now - last_recv_ms_ > HEARTBEAT_INTERVAL_MS * HEARTBEAT_MISSES) {
             on_heartbeat_timedout();
         }
     }
     return true;
+}
+
+// A TLS record is read when it is whole, but the peer lives with each of its bytes.  What a read has told of
+// counts from then, so that only bytes without any read count here.
+void session::hear_unfinished(long long now) {
+    bool const was_read = read_since_tick_.exchange(false);
+    unsigned long long bytes = heard_bytes_;
+    {
+        std::lock_guard<std::mutex> const guard(descriptor_mutex_);
+        if (socket_.lowest_layer().is_open()) {
+            bytes = platform::bytesReceived(socket_.lowest_layer().native_handle());
+        }
+    }
+    if (bytes != heard_bytes_ && !was_read) {
+        last_recv_ms_ = now;
+    }
+    heard_bytes_ = bytes;
 }
 
 void session::connect_() {

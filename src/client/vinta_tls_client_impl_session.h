@@ -194,6 +194,7 @@ private:
     void close_sender();
     std::error_code take_descriptor(tcp_socket winner);
     void close_descriptor();
+    void hear_unfinished(long long now);
     void on_heartbeat_timedout();
     void start_timer();
     void start_receiver();
@@ -305,6 +306,10 @@ private:
     std::atomic<long long> connect_begin_ms_;
     std::atomic<long long> last_recv_ms_;
     std::atomic<long long> last_send_ms_;
+    /// Whether a read has ended since the last look at what has come.
+    std::atomic<bool> read_since_tick_;
+    /// The bytes that had come on the socket at that look.  The ticks' own.
+    unsigned long long heard_bytes_;
     std::atomic<bool> check_heartbeat_;
     std::atomic<unsigned long long> session_id_;
 };

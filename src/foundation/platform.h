@@ -101,6 +101,9 @@ std::error_code keepAlive(int socket, int idle_s, int interval_s, int probes) no
 /// Has the system end a connection when bytes that were sent have not been acknowledged for so long.
 std::error_code limitUnacknowledged(int socket, int ms) noexcept;
 
+/// How many bytes of data have come on a connection by now, whether read or not; 0 if the system can't tell.
+unsigned long long bytesReceived(int socket) noexcept;
+
 /// Has a socket in blocking mode while it lives.
 class BlockingMode {
 public:

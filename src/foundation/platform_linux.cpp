@@ -10,8 +10,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <linux/tcp.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -199,6 +199,14 @@ std::error_code keepAlive(int socket, int idle_s, int interval_s, int probes) no
 
 std::error_code limitUnacknowledged(int socket, int ms) noexcept {
     return setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, ms);
+}
+
+unsigned long long bytesReceived(int socket) noexcept {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    bool const told = ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
+                      size >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received;
+    return told ? info.tcpi_bytes_received : 0;
 }
 
 BlockingMode::BlockingMode(int socket) noexcept : socket_(socket), flags_(::fcntl(socket, F_GETFL)) {

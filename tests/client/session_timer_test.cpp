@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_session.h"
 
+#include "foundation/platform.h"
 #include "support/log_capture.h"
 #include "support/session_rig.h"
 #include "support/tls_peer.h"
@@ -303,6 +304,53 @@ TEST(HeartbeatTimeout, EachPieceOfABodyCounts) {
     EXPECT_TRUE(b.rig.bodies.wait(1));
     b.tickAfter(90001);
     EXPECT_FALSE(b.s->connected());
+}
+
+TEST(HeartbeatTimeout, EachPieceOfATlsRecordCounts) {
+    Beating b;
+    b.tickAfter(1);
+    auto const come = [&] {
+        return tav::platform::bytesReceived(b.s->socket().lowest_layer().native_handle());
+    };
+    unsigned long long all = come();
+    unsigned pieces = 0;
+    ASSERT_TRUE(b.server->sendInSegments(frame(std::string(4000, 'x')), 1000, [&](std::size_t size) {
+        all += size;
+        ++pieces;
+        ASSERT_TRUE(eventually([&] { return come() == all; }));
+        b.rig.advance(80000);
+        b.s->on_timer(false);
+        ASSERT_TRUE(b.s->connected()) << pieces;
+        if (pieces < 5) {
+            ASSERT_EQ(b.rig.bodies.count(), 0u) << "the record is not whole";
+        }
+    }));
+    EXPECT_EQ(pieces, 5u);
+    EXPECT_TRUE(b.rig.bodies.wait(1));
+    b.tickAfter(90001);
+    EXPECT_FALSE(b.s->connected());
+    EXPECT_EQ(b.rig.events.all().back(), "heartbeat timedout");
+}
+
+TEST(HeartbeatTimeout, ComesAfterARecordThatNeverEnds) {
+    Beating b;
+    b.tickAfter(1);
+    bool began = false;
+    b.server->sendInSegments(frame(std::string(4000, 'x')), 1000, [&](std::size_t) {
+        if (began) {
+            return;
+        }
+        began = true;
+        b.take();
+        b.tickAfter(80000);
+        EXPECT_TRUE(b.s->connected());
+        b.tickAfter(90000);
+        EXPECT_TRUE(b.s->connected());
+        b.tickAfter(1);
+        EXPECT_FALSE(b.s->connected());
+    });
+    EXPECT_TRUE(began);
+    EXPECT_EQ(b.rig.events.all().back(), "heartbeat timedout");
 }
 
 TEST(HeartbeatTimeout, TellsNothingIfSomeoneElseClosed) {

@@ -21,6 +21,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -207,14 +208,20 @@ public:
     }
 
     /// Sends the bytes in one go of TLS, but the encrypted stream in pieces of at most `piece` bytes.
-    bool sendInSegments(std::string const & bytes, std::size_t piece) {
+    /// `sent` is called after each with its size.
+    bool sendInSegments(std::string const & bytes, std::size_t piece,
+                        std::function<void(std::size_t)> const & sent = nullptr) {
         if (!write(bytes)) {
             return false;
         }
         std::string const encrypted = takeOutput();
         for (std::size_t at = 0; at < encrypted.size(); at += piece) {
-            if (!sendPlain(encrypted.substr(at, piece))) {
+            std::string const segment = encrypted.substr(at, piece);
+            if (!sendPlain(segment)) {
                 return false;
+            }
+            if (sent) {
+                sent(segment.size());
             }
         }
         return true;
