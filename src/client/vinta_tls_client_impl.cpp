@@ -239,6 +239,7 @@ bool Client::on_context_open() {
         auto const made = std::make_shared<context>(tav_istr(name_));
         keep_alive_timer_ = std::make_shared<asio::steady_timer>(made->io_context());
         context_ = made;
+        thread_role::belong(context_.get());
         keep_alive();
     } catch (...) {
         // For the one who makes the client, since the thread would take the process with it.
@@ -335,6 +336,7 @@ void Client::post(std::function<void()> task) {
     }
     if (queue) {
         queue->put([client = context_.get(), work = std::move(task)] {
+            thread_role::belong(client);
             thread_role const role(client, thread_role::session);
             work();
         });
@@ -510,6 +512,7 @@ void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_
         try {
             queue->put([self = shared_from_this(), era = info->era(), told, sno, msgcode, code,
                         said = std::string(text)]() mutable {
+                thread_role::belong(self->context_.get());
                 thread_role const role(self->context_.get(), thread_role::error);
                 self->tell_error(era, *told, sno, msgcode, code, std::move(said));
             });
@@ -550,12 +553,8 @@ void Client::on_connect_timedout(connect_ptr const & info, connect_option & told
     told.timedout.on_timedout(sno, msgcode, cancelled);
 }
 
-// The names count as well: what a thread of the client holds may go when its last task is over.
 bool Client::on_own_thread() const {
-    auto const thread = std::string(tav_istr(tavThread::currentName()));
-    return thread_role::of_client(key()) || thread.find(name_ + "session.0") != thread.npos ||
-           thread.find(name_ + "global.on_error.0") != thread.npos ||
-           thread.find(name_ + "io.context") != thread.npos;
+    return thread_role::of_client(key());
 }
 
 Client::connect_ptr Client::take_connecting(connect_ptr const & info) {

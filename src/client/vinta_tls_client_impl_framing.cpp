@@ -283,7 +283,10 @@ void session::put_drain(std::shared_ptr<tavTaskQueue> const & sender) {
         return;
     }
     try {
-        sender->put([self = self_ptr(this)] { self->drain_outgoing(); });
+        sender->put([self = self_ptr(this)] {
+            thread_role::belong(self->context_.get());
+            self->drain_outgoing();
+        });
     } catch (...) {
         tav::detail::reportCaught(here("tav::tls::impl::session::put_drain"));
         std::lock_guard<std::mutex> const guard(outgoing_mutex_);

@@ -86,6 +86,20 @@ void end_thread(Thread & thread) {
     }
 }
 
+/// "receiver", which is its client's for as long as it lives.
+class receiver_thread final : public tavMsgQueueThread<tavBytes> {
+public:
+    receiver_thread(void const * client, std::function<void(tavBytes const &)> handler)
+        : tavMsgQueueThread<tavBytes>("receiver", receiver_wait_ms, std::move(handler)), client_(client) {}
+    bool on_open() override {
+        thread_role::belong(client_);
+        return true;
+    }
+
+private:
+    void const * const client_;
+};
+
 ip_port address(asio::ip::tcp::endpoint const & endpoint) {
     return ip_port(endpoint.address().to_string(), endpoint.port());
 }
@@ -690,7 +704,11 @@ void session::on_heartbeat_timedout() {
 void session::start_timer() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::start_timer"), name_, " start timer");
     tavSharedPtr<tavTimerThread> const timer(new tavTimerThread(
-        "timer", timer_period_ms, [self = self_ptr(this)](bool stopping) { return self->on_timer(stopping); },
+        "timer", timer_period_ms,
+        [self = self_ptr(this)](bool stopping) {
+            thread_role::belong(self->context_.get());
+            return self->on_timer(stopping);
+        },
         std::function<void()>(), -1));
     {
         std::lock_guard<std::mutex> const guard(threads_mutex_);
@@ -702,8 +720,7 @@ void session::start_timer() {
 void session::start_receiver() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::start_receiver"), name_, " start receiver");
     auto const handle = [self = self_ptr(this)](tavBytes const & body) { self->handle_frame(body); };
-    tavSharedPtr<tavMsgQueueThread<tavBytes>> const receiver(
-        new tavMsgQueueThread<tavBytes>("receiver", receiver_wait_ms, handle));
+    tavSharedPtr<tavMsgQueueThread<tavBytes>> const receiver(new receiver_thread(context_.get(), handle));
     {
         std::lock_guard<std::mutex> const guard(threads_mutex_);
         receiver_ = receiver;

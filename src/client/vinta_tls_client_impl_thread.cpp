@@ -11,6 +11,9 @@ namespace {
 /// The innermost role of the calling thread.
 thread_local thread_role const * innermost = nullptr;
 
+/// The client that the calling thread is for.
+thread_local void const * owner = nullptr;
+
 } // namespace
 
 thread_role::thread_role(void const * client, kind what, void const * connection)
@@ -28,8 +31,13 @@ thread_role::~thread_role() {
     }
 }
 
+void thread_role::belong(void const * client) {
+    owner = client;
+}
+
 bool thread_role::of_client(void const * client) {
-    return any([client](thread_role const & role) { return role.client_ == client; });
+    return (client != nullptr && owner == client) ||
+           any([client](thread_role const & role) { return role.client_ == client; });
 }
 
 bool thread_role::needed_to_connect(void const * client) {

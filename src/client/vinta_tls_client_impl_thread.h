@@ -21,7 +21,10 @@ public:
     thread_role(thread_role const &) = delete;
     thread_role & operator=(thread_role const &) = delete;
 
-    /// Whether the calling thread is any of this client's.
+    /// Makes the calling thread one of this client's for all of its life, as what it holds may go when its
+    /// last role is over.  For threads that serve nobody else.
+    static void belong(void const * client);
+    /// Whether the calling thread is any of this client's.  A thread that one of those has made is not.
     static bool of_client(void const * client);
     /// Whether it is one that this client needs for a connect, so that waiting there for one would never end.
     static bool needed_to_connect(void const * client);

@@ -173,6 +173,29 @@ TEST_P(Release, ByFinalizeInACallbackEndsTheClientElsewhere) {
 
 INSTANTIATE_TEST_SUITE_P(Places, Release, ::testing::Range(0, static_cast<int>(Place::last)), printed);
 
+// The name of a thread begins with its maker's, which makes it none of the client's.
+TEST_P(Release, OnAThreadThatACallbackHasMadeIsNoBusinessOfTheClients) {
+    Holdings const before;
+    {
+        Events ended;
+        Stage stage(place(), [&ended] {
+            tav_async_call(
+                [&ended] {
+                    EXPECT_TRUE(tls::client::destroy("n"));
+                    ended.add(threadName());
+                },
+                "ender", 0);
+        });
+        stage.play(tls::client::instance("n"));
+        ASSERT_TRUE(ended.wait(1));
+        EXPECT_EQ(ended.all().at(0), std::string(threadOf(place())) + ".ender");
+        EXPECT_TRUE(log.contains("<n> context destruct")) << "the end is over when the call returns";
+    }
+    EXPECT_TRUE(before.back()) << before.print();
+    EXPECT_FALSE(log.contains(" on the client's own thread "));
+    EXPECT_FALSE(log.contains(" the client is ended on another thread"));
+}
+
 TEST(ReleaseElsewhere, FinalizeWaitsForClientsThatEndOnOtherThreads) {
     LogCapture log("clear(INFO)");
     Gate gate;
