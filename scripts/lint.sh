@@ -25,8 +25,14 @@ for file in "${files[@]}"; do
 done
 if [ ${#sources[@]} -gt 0 ]; then
     cmake --preset demo >/dev/null
-    # What it says about warnings in others' headers goes to the error stream; findings go to the output.
-    printf '%s\n' "${sources[@]}" |
-        xargs -P "$(nproc)" -n 4 clang-tidy-14 -p build/demo --quiet --extra-arg=-std=c++17 2>/dev/null
+    # Findings go to the output.  The error stream counts the warnings in others' headers: it is shown only if
+    # something failed, since then it may hold the reason.
+    errors=$(mktemp)
+    trap 'rm -f "$errors"' EXIT
+    if ! printf '%s\n' "${sources[@]}" |
+        xargs -P "$(nproc)" -n 4 clang-tidy-14 -p build/demo --quiet --extra-arg=-std=c++17 2>"$errors"; then
+        cat "$errors" >&2
+        exit 1
+    fi
 fi
 echo "lint: ${#files[@]} files, ${#sources[@]} of them by clang-tidy: 0 findings"
