@@ -3,13 +3,13 @@
 # the other scripts source it.
 # Usage: scripts/packages.sh library|demo|test|lint|places
 
-library_packages=(g++ cmake ninja-build ccache git ca-certificates libasio-dev libssl-dev)
-demo_packages=("${library_packages[@]}" libcli11-dev)
-test_packages=("${demo_packages[@]}" openssl clang make pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
+library_packages=(g++ cmake make libasio-dev libssl-dev)
+demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev)
+test_packages=("${demo_packages[@]}" openssl clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
                protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev)
 lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)
-places_packages=("${library_packages[@]}" clang g++-aarch64-linux-gnu g++-i686-linux-gnu libc++-14-dev
-                 libc++abi-14-dev qemu-user)
+places_packages=("${library_packages[@]}" ninja-build ca-certificates clang g++-aarch64-linux-gnu
+                 g++-i686-linux-gnu libc++-14-dev libc++abi-14-dev qemu-user)
 
 # Tells what to ask an administrator for, in a line that can be pasted.
 ask_for_packages() {

@@ -24,14 +24,14 @@ outcome() {
     echo "$status"
 }
 
-program dpkg-query 'for last; do :; done; [ "$last" = libasio-dev ] || [ "$last" = git ] || echo installed'
+program dpkg-query 'for last; do :; done; [ "$last" = libasio-dev ] || [ "$last" = make ] || echo installed'
 program apt-get "echo \"apt-get \$*\" >>$work/calls"
 program env 'while [ "${1#*=}" != "$1" ]; do shift; done; exec "$@"'
 
 # No right to install, and no sudo: the packages to ask for, in one line that can be pasted.
 program id 'echo 1000'
 [ "$(outcome library)" = 1 ] || fail "missing packages are no failure"
-grep -qx 'apt-get update && apt-get install -y --no-install-recommends git libasio-dev' "$work/err" ||
+grep -qx 'apt-get update && apt-get install -y --no-install-recommends make libasio-dev' "$work/err" ||
     fail "no line to paste: $(cat "$work/err")"
 [ ! -e "$work/calls" ] || fail "installed without the right to"
 
@@ -45,12 +45,25 @@ grep -q '^apt-get update && apt-get install .*libasio-dev$' "$work/err" || fail 
 program sudo '[ "$1" != -n ] || shift; exec "$@"'
 program true ''
 [ "$(outcome library)" = 0 ] || fail "sudo does not install: $(cat "$work/err")"
-grep -qx 'apt-get install -y -q --no-install-recommends git libasio-dev' "$work/calls" || fail "sudo installed nothing"
+grep -qx 'apt-get install -y -q --no-install-recommends make libasio-dev' "$work/calls" || fail "sudo installed nothing"
 rm "$work/calls" "$work/sudo"
 program id 'echo 0'
 [ "$(outcome library)" = 0 ] || fail "root does not install"
 grep -q '^apt-get install .* libasio-dev$' "$work/calls" || fail "root installed nothing"
 rm "$work/calls"
+
+# The lists: the library's is what README's commands take, which is make; the others build with Ninja.
+program dpkg-query 'for last; do :; done; echo "$last" >>'"$work/asked"'; echo installed'
+asked() { rm -f "$work/asked"; [ "$(outcome "$1")" = 0 ] || fail "the list $1"; tr '\n' ' ' <"$work/asked"; }
+program apt-get 'exit 1'
+[ "$(asked library)" = 'g++ cmake make libasio-dev libssl-dev ' ] || fail "the library asks for $(asked library)"
+for list in demo test lint; do
+    for package in make ninja-build ccache git ca-certificates; do
+        grep -qw -- "$package" <<<"$(asked $list)" || fail "$list lacks $package"
+    done
+done
+grep -qw ninja-build <<<"$(asked places)" || fail "places lacks ninja-build"
+program apt-get "echo \"apt-get \$*\" >>$work/calls"
 
 # Nothing is missing: nothing is done.
 program dpkg-query 'echo installed'
