@@ -58,6 +58,13 @@ std::string heard(std::string const & className) {
            R"("text":"good morning", "user":"ann", "votes":{ "ann":"2", "bob":"-1" } })";
 }
 
+void sendWrongTexts(client & ann, send_option const & tracked, Talk & talk) {
+    talk.step("a message that lacks fields is refused",
+              !ann.send_json_msg(R"({"user":"ann"})", tracked, "chat.Say"));
+    talk.step("so is one of an unknown class", !ann.send_json_msg("{}", tracked, "chat.Nothing"));
+    talk.step("and text that is no JSON", !ann.send_json_msg("good morning", tracked, "chat.Say"));
+}
+
 void talk(char ** argv, std::string const & chat, Talk & talk, Events & events) {
     client & ann = client::instance("ann");
     client & bob = client::instance("bob");
@@ -114,10 +121,7 @@ void talk(char ** argv, std::string const & chat, Talk & talk, Events & events) 
     bob.send_json_msg(R"({"__class__":"chat.PushMe","text":"wake me"})", send_option(), nullptr);
     talk.step("the gateway pushes to bob", events.wait("pushed"));
 
-    talk.step("a message that lacks fields is refused",
-              !ann.send_json_msg(R"({"user":"ann"})", tracked, "chat.Say"));
-    talk.step("so is one of an unknown class", !ann.send_json_msg("{}", tracked, "chat.Nothing"));
-    talk.step("and text that is no JSON", !ann.send_json_msg("good morning", tracked, "chat.Say"));
+    sendWrongTexts(ann, tracked, talk);
     talk.step("the connection is none the worse", ann.connected());
 }
 
