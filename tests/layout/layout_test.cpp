@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -142,4 +145,21 @@ TEST(Layout, LibraryHasNoFileOfAnotherEnding) {
                   Lines{path + ":1: no source of the library ends like this"});
     }
     EXPECT_EQ(brokenBy("src/log/CMakeLists.txt", "# include what is needed\n"), Lines{});
+}
+
+TEST(Layout, PublicHeaderIsNamedInThePageOfTheTree) {
+    std::string const root = TAV_SOURCE_DIR;
+    std::ifstream in(root + "/docs/modules.md");
+    std::string const page{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    std::size_t headers = 0;
+    for (std::string const folder : {"vinta", "kit"}) {
+        for (auto const & each : std::filesystem::directory_iterator(root + "/include/tav/" + folder)) {
+            std::string const stem = each.path().stem().string();
+            bool const named = page.find("`" + stem + "`") != std::string::npos ||
+                               page.find("`" + stem + ".h`") != std::string::npos;
+            EXPECT_TRUE(named) << each.path().filename() << " is not in docs/modules.md";
+            ++headers;
+        }
+    }
+    EXPECT_GT(headers, 40U);
 }

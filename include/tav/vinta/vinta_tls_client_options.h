@@ -416,7 +416,8 @@ public:
     virtual void cancel() = 0;
 
     /// Blocks until it has ended and returns the outcome, which is never result_pending or result_unknown.
-    /// On a thread that has to bring the end, result_error at once, with a line in the log.
+    /// On a thread that has to bring the end, result_error at once, with a line in the log.  An outcome may
+    /// be there before the connect's `on_error` has run, which has a thread of its own.
     virtual result_type wait() = 0;
 
     /// The outcome so far.

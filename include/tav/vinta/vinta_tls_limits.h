@@ -27,8 +27,8 @@ struct limit_option {
 
     /// Told of high and low water: true when a limit on what waits to be sent is reached, false when half of
     /// it or less waits.  The two take turns.  High water is told on the thread whose send reached it, low
-    /// water on
-    /// `<n>io.context`.  May send and close; must not wait for a result.
+    /// water on `<n>io.context`, which writes, or on the thread that drops a message instead: `sender.0`, or
+    /// `<n>session.0` as a connection ends.  May send and close; must not wait for a result.
     std::function<void(bool full)> on_queue;
 };
 
