@@ -49,7 +49,7 @@ bool thread_role::needed_to_end_sends(void const * client) {
         return true;
     }
     return any([client](thread_role const & role) {
-        return role.client_ == client && (role.kind_ == io || role.kind_ == timer);
+        return role.client_ == client && (role.kind_ == io || role.kind_ == timer || role.kind_ == sender);
     });
 }
 

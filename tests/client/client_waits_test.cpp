@@ -25,11 +25,13 @@ protected:
             done_.add("done");
         }
     }
-    /// Waits for a send that has no answer, and for another one as a whole, once.
-    void waitForSend() {
+    /// Waits for a send that has no answer, a new one if none is given, and for another one as a whole, once.
+    void waitForSend(std::shared_ptr<tls::send_info> info = nullptr) {
         if (!waited_.exchange(true)) {
             thread_ = threadName();
-            auto const info = rig.client.send_msg(Ask(1), waiting(20000));
+            if (!info) {
+                info = rig.client.send_msg(Ask(1), waiting(20000));
+            }
             result_ = info ? info->wait() : tls::result_ok;
             Answer answer;
             both_ = rig.client.send_and_wait(Ask(2), answer, 20000);
@@ -124,6 +126,57 @@ TEST_F(Waits, ForASendOnTheTimerEndsAtOnce) {
     rig.client.send_msg(Ask(1),
                         waiting(100, [&](unsigned long long, unsigned short, bool) { waitForSend(); }));
     expectSendRefused("<n>session.0.timer");
+}
+
+TEST_F(Waits, ForASendOnTheQueueEndsAtOnce) {
+    rig.connect();
+    // Whichever is told first waits for the other one, which is told behind it.
+    std::shared_ptr<tls::send_info> sends[2];
+    for (unsigned const n : {0u, 1u}) {
+        sends[n] = rig.client.send_msg(Ask(1), waiting(20000, [&, n](unsigned long long, unsigned short,
+                                                                     bool) { waitForSend(sends[1 - n]); }));
+        ASSERT_TRUE(sends[n]);
+        rig.receive();
+    }
+    rig.client.close();
+    expectSendRefused("<n>session.0");
+    EXPECT_EQ(resultOf(sends[0]), tls::result_cancelled);
+    EXPECT_EQ(resultOf(sends[1]), tls::result_cancelled);
+}
+
+TEST_F(Waits, ForASendOnTheSenderEndsAtOnce) {
+    rig.connect();
+    // The first holds "sender" until the connection is gone, so that those behind it are ended there.
+    tavLogger::setLogLevel("TLS.CLT", tavLogger::DEBUG);
+    Gate gate;
+    log.at("<n> add sending #", [&] { gate.pass(); });
+    std::shared_ptr<tls::send_info> last;
+    ASSERT_TRUE(rig.client.send_msg(Ask(1), waiting(20000)));
+    ASSERT_TRUE(gate.waitArrived());
+    ASSERT_TRUE(rig.client.send_msg(
+        Ask(2), waiting(20000, [&](unsigned long long, unsigned short, bool) { waitForSend(last); })));
+    last = rig.client.send_msg(Ask(3), waiting(20000));
+    ASSERT_TRUE(last);
+    rig.server->reset();
+    ASSERT_TRUE(log.waitFor("<n> socket closed."));
+    gate.open();
+    expectSendRefused("<n>session.0.sender.0");
+    EXPECT_EQ(resultOf(last), tls::result_cancelled);
+    log.at(std::string(), nullptr);
+}
+
+TEST_F(Waits, ForASendInItsOwnFunctionEndsAtOnce) {
+    rig.connect();
+    std::shared_ptr<tls::send_info> info;
+    int result = tls::result_pending;
+    info = rig.client.send_msg(
+        Ask(1), waiting(20000, [&](unsigned long long, unsigned short, bool) { result = info->wait(); }));
+    ASSERT_TRUE(info);
+    rig.receive();
+    info->cancel();
+    EXPECT_EQ(result, tls::result_error);
+    EXPECT_EQ(info->result(), tls::result_cancelled);
+    EXPECT_EQ(log.find("<n> a wait for the send #").level, tavLogger::ERROR);
 }
 
 TEST_F(Waits, ForASendOnTheReceiverEndsByItsLimit) {
