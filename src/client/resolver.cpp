@@ -6,6 +6,7 @@
 #include <asio/post.hpp>
 
 #include <charconv>
+#include <chrono>
 #include <new>
 #include <thread>
 #include <utility>
@@ -17,6 +18,9 @@ namespace TAV_IMPL_NAMESPACE {
 namespace {
 
 using asio::ip::tcp;
+
+/// How long an answer that there is no memory to hand over waits for the next attempt.
+constexpr std::chrono::milliseconds memory_wait(10);
 
 bool is_digit(char c) {
     return c >= '0' && c <= '9';
@@ -83,22 +87,31 @@ resolver::~resolver() {
 
 unsigned long long resolver::resolve(std::string const & host, std::string const & service, handler f) {
     tcp::endpoint endpoint;
-    if (read_endpoint(host, service, endpoint)) {
-        unsigned long long const id = add(f, nullptr);
-        deliver(id, std::error_code(), results_type{endpoint});
-        return id;
-    }
-    auto const what = std::make_shared<lookup>(host, service);
+    bool const numbers = read_endpoint(host, service, endpoint);
+    auto const what = numbers ? nullptr : std::make_shared<lookup>(host, service);
     unsigned long long const id = add(f, what);
     if (id == 0) {
         return id;
     }
     try {
-        std::thread([what] { run(*what); }).detach();
-    } catch (std::system_error const & e) {
-        deliver(id, e.code(), results_type());
+        if (numbers) {
+            deliver(id, std::error_code(), results_type{endpoint});
+        } else {
+            start(what);
+        }
+    } catch (...) {
+        cancel(id);
+        throw;
     }
     return id;
+}
+
+void resolver::start(std::shared_ptr<lookup> const & what) {
+    try {
+        std::thread([what] { run(*what); }).detach();
+    } catch (std::system_error const & e) {
+        deliver(what->id, e.code(), results_type());
+    }
 }
 
 void resolver::cancel(unsigned long long id) {
@@ -136,10 +149,22 @@ void resolver::run(lookup & what) noexcept {
     } catch (std::exception const &) {
         ec = std::make_error_code(std::errc::not_enough_memory);
     }
-    std::lock_guard<std::mutex> const guard(what.mutex);
-    if (what.owner != nullptr) {
-        what.owner->deliver(what.id, ec, std::move(results));
+    while (!hand_over(what, ec, results)) {
+        std::this_thread::sleep_for(memory_wait);
     }
+}
+
+// False if there was no memory for it: an answer that is wanted has to arrive.
+bool resolver::hand_over(lookup & what, std::error_code ec, results_type const & results) noexcept {
+    std::lock_guard<std::mutex> const guard(what.mutex);
+    try {
+        if (what.owner != nullptr) {
+            what.owner->deliver(what.id, ec, results);
+        }
+    } catch (std::bad_alloc const &) {
+        return false;
+    }
+    return true;
 }
 
 void resolver::abandon(entry const & dropped) {

@@ -69,7 +69,9 @@ private:
     };
 
     static void run(lookup & what) noexcept;
+    static bool hand_over(lookup & what, std::error_code ec, results_type const & results) noexcept;
     static void abandon(entry const & dropped);
+    void start(std::shared_ptr<lookup> const & what);
     unsigned long long add(handler & f, std::shared_ptr<lookup> const & what);
     void deliver(unsigned long long id, std::error_code ec, results_type results);
     void on_delivered(unsigned long long id, std::error_code ec, results_type results);

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <exception>
 #include <new>
 #include <utility>
 
@@ -279,6 +280,7 @@ bool session::on_timer(bool stopping) {
     }
     check_sends_timedout(now);
     resume_sending();
+    end_pause();
     if (state_ == state_connected && check_heartbeat_ && !broken_) {
         if (now - last_send_ms_ > HEARTBEAT_INTERVAL_MS) {
             if (send_raw(nullptr, 0)) {
@@ -515,7 +517,8 @@ void session::on_error(std::error_code ec) {
     on_error(ec, text_of(ec));
 }
 
-// Between the end of the session and the word of it nothing asks for memory that it could not do without.
+// Between the end of the session and the word of it nothing asks for memory that it could not do without.  A
+// socket that can't be closed, since a proxy callback has done so, is still an end to be told.
 void session::on_error(std::error_code ec, std::string told) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_error"), name_, " on std::error_code ",
               text(ec));
@@ -524,12 +527,20 @@ void session::on_error(std::error_code ec, std::string told) {
     if (closed_by_owner_ || (active_closing_ && state_ == state_closing)) {
         return;
     }
-    if (!passive_close()) {
-        return;
+    std::exception_ptr failed;
+    try {
+        if (!passive_close()) {
+            return;
+        }
+    } catch (...) {
+        failed = std::current_exception();
     }
     log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::on_error"), name_, " global level on error ",
               text(ec));
     option_.on_error(no_sno, no_code, ec.value(), std::move(told));
+    if (failed) {
+        std::rethrow_exception(failed);
+    }
 }
 
 // What came before the end counts: the sends are cancelled and the error is told when it has been handled,
@@ -730,17 +741,12 @@ void session::start_receiver() {
 
 void session::handle_frame(tavBytes const & body) {
     thread_role const role(context_.get(), thread_role::receiver, this);
+    tav::detail::ScopeExit const done([this] { frame_handled(); });
     --received_;
     received_bytes_ -= body.size();
     counters::sub(account_->counted().received_waiting);
     counters::sub(account_->counted().received_waiting_bytes, body.size());
-    if (paused_ && account_->may_resume(received_) && paused_.exchange(false)) {
-        context_->post([self = self_ptr(this)]() mutable {
-            session & s = *self;
-            s.resume_reading(std::move(self));
-        });
-    }
-    tav::detail::ScopeExit const done([this] { frame_handled(); });
+    end_pause();
     if (steady_ms() < drop_at_ms_) {
         on_recv_(body);
     } else {
@@ -748,10 +754,31 @@ void session::handle_frame(tavBytes const & body) {
     }
 }
 
-// A broken connection waits for the last frame.
-void session::frame_handled() {
-    if (--unhandled_ == 0 && broken_) {
+// A pause that the I/O thread could not be told the end of lasts until the next frame or tick.
+void session::end_pause() noexcept {
+    if (!paused_ || !account_->may_resume(received_) || !paused_.exchange(false)) {
+        return;
+    }
+    try {
+        context_->post([self = self_ptr(this)]() mutable {
+            session & s = *self;
+            s.resume_reading(std::move(self));
+        });
+    } catch (...) {
+        tav::detail::reportCaught(here("tav::tls::impl::session::end_pause"));
+        paused_ = true;
+    }
+}
+
+// A broken connection waits for the last frame; without memory to tell of that, for its limit.
+void session::frame_handled() noexcept {
+    if (--unhandled_ != 0 || !broken_) {
+        return;
+    }
+    try {
         context_->post([self = self_ptr(this)] { self->end_broken(true); });
+    } catch (...) {
+        tav::detail::reportCaught(here("tav::tls::impl::session::frame_handled"));
     }
 }
 

@@ -212,7 +212,8 @@ private:
 
     // Handling what was read, on "receiver" or on the thread that closes the session.
     void handle_frame(tavBytes const & body);
-    void frame_handled();
+    void end_pause() noexcept;
+    void frame_handled() noexcept;
     void handle_rest(tavMsgQueueThread<tavBytes> & receiver);
 
     // Writing: post_bytes and tell_writer on any thread, the others on the I/O thread.

@@ -1,11 +1,16 @@
 #include "tav/vinta/vinta_tls_client.h"
 
+#include "client/resolver.h"
 #include "support/client_rig.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
 
+#include <asio/executor_work_guard.hpp>
+#include <asio/io_context.hpp>
+
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <new>
 
@@ -189,5 +194,50 @@ TEST_F(Memory, ConnectionThatBreaksWithoutAnyIsTold) {
         more = failed();
         connect();
         ASSERT_TRUE(answers()) << n;
+    }
+}
+
+TEST_F(Memory, LookupWhoseThreadHasNoneIsAnswered) {
+    asio::io_context io;
+    auto const work = asio::make_work_guard(io);
+    impl::resolver looked(io);
+    bool more = true;
+    for (long n = 0; more; ++n) {
+        ASSERT_LT(n, 200);
+        bool answered = false;
+        failAt(n, false);
+        looked.resolve("127.0.0.1", "https",
+                       [&](std::error_code, std::vector<asio::ip::tcp::endpoint>) { answered = true; });
+        io.run_one_for(std::chrono::milliseconds(peer_limit_ms));
+        more = failed();
+        ASSERT_TRUE(answered) << n;
+    }
+}
+
+TEST_F(Memory, LookupThatCanNotBeginLeavesNothing) {
+    for (char const * service : {"443", "https"}) {
+        asio::io_context io;
+        auto const work = asio::make_work_guard(io);
+        impl::resolver looked(io);
+        bool more = true;
+        for (long n = 0; more; ++n) {
+            ASSERT_LT(n, 200);
+            auto const held = std::make_shared<int>();
+            impl::resolver::handler handler = [held](std::error_code, std::vector<asio::ip::tcp::endpoint>) {
+            };
+            bool thrown = false;
+            failAt(n, true);
+            try {
+                looked.resolve("127.0.0.1", service, std::move(handler));
+            } catch (std::bad_alloc const &) {
+                thrown = true;
+            }
+            more = failed();
+            handler = nullptr;
+            if (!thrown) {
+                io.run_one_for(std::chrono::milliseconds(peer_limit_ms));
+            }
+            ASSERT_EQ(held.use_count(), 1) << service << " " << n;
+        }
     }
 }
