@@ -1,5 +1,6 @@
 #include "client/end_elsewhere.h"
 
+#include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_thread.h"
 #include "foundation/platform.h"
 #include "foundation/report.h"
@@ -10,7 +11,6 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 namespace tav {
@@ -75,9 +75,15 @@ void end_elsewhere(void const * client, std::function<void()> work) {
         each = the.all.insert(the.all.end(), wanted{client, std::move(work), true});
     }
     try {
-        tav_async_call([each] { bring_about(each); }, "end", 0);
-    } catch (std::system_error const & e) {
-        detail::reportCaught(detail::here("tav::tls::impl::end_elsewhere"), e.what());
+        tav_async_call(
+            [each] {
+                process_exit::enter();
+                bring_about(each);
+                process_exit::leave();
+            },
+            "end", 0);
+    } catch (...) {
+        detail::reportCaught(detail::here("tav::tls::impl::end_elsewhere"));
         std::lock_guard<std::mutex> const guard(the.mutex);
         each->started = false;
     }

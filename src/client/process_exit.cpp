@@ -25,6 +25,8 @@ std::atomic<bool> stopped{false};
 /// The threads of clients that are at work.
 std::atomic<unsigned> busy{0};
 thread_local bool at_work = false;
+/// How many times the thread is at work, one within the other.
+thread_local unsigned depth = 0;
 /// Set on the thread that exits: it may be a client's own, and goes on.
 thread_local bool exits = false;
 
@@ -98,15 +100,19 @@ bool begun() noexcept {
 }
 
 void enter() noexcept {
-    ++busy;
-    at_work = true;
+    if (depth++ == 0) {
+        ++busy;
+        at_work = true;
+    }
     pass();
 }
 
 void leave() noexcept {
     pass();
-    at_work = false;
-    --busy;
+    if (--depth == 0) {
+        at_work = false;
+        --busy;
+    }
 }
 
 void pass() noexcept {
