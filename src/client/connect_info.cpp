@@ -83,29 +83,33 @@ void connect_info::busy() {
 }
 
 void connect_info::on_conn_connected() {
-    complete(result_ok, "tav::tls::impl::connect_info::on_conn_connected", " on connected");
+    complete(result_ok, failure::none, "tav::tls::impl::connect_info::on_conn_connected", " on connected");
 }
 
 void connect_info::on_conn_error() {
     failure const cause = cause_;
-    error(cause != failure::none ? cause : failure::other);
-    complete(result_error, "tav::tls::impl::connect_info::on_conn_error", " on connect error");
+    complete(result_error, cause != failure::none ? cause : failure::other,
+             "tav::tls::impl::connect_info::on_conn_error", " on connect error");
 }
 
 void connect_info::on_conn_timedout() {
-    error(cause_ == failure::proxy_refused ? failure::proxy_refused : failure::timed_out);
-    complete(result_timedout, "tav::tls::impl::connect_info::on_conn_timedout", " on connect timedout");
+    complete(result_timedout, cause_ == failure::proxy_refused ? failure::proxy_refused : failure::timed_out,
+             "tav::tls::impl::connect_info::on_conn_timedout", " on connect timedout");
 }
 
 void connect_info::on_conn_cancel() {
-    error(failure::cancelled);
-    complete(result_cancelled, "tav::tls::impl::connect_info::on_conn_cancel", " on connect cancelled");
+    complete(result_cancelled, failure::cancelled, "tav::tls::impl::connect_info::on_conn_cancel",
+             " on connect cancelled");
 }
 
-void connect_info::complete(result_type result, char const * func, char const * what) {
-    log_parts(tavLogger::DEBUG, site_in(log_file, func), name_, what);
+// What comes after the end changes nothing, and is not said.
+void connect_info::complete(result_type result, failure why, char const * func, char const * what) {
     std::lock_guard<tavMonitor const> const guard(monitor_);
     if (result_ < 0) {
+        log_parts(tavLogger::DEBUG, site_in(log_file, func), name_, what);
+        if (why != failure::none) {
+            error(why);
+        }
         result_ = result;
     }
     monitor_.signalAllInLock();

@@ -44,7 +44,7 @@ public:
     void on_conn_cancel();
 
 private:
-    void complete(result_type result, char const * func, char const * what);
+    void complete(result_type result, failure why, char const * func, char const * what);
 
     timedout_option option_;
     tavTime start_time_;

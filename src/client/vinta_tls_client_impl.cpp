@@ -114,6 +114,8 @@ void Client::fini__() {
     }
     queue->close();
     if (!*closed) {
+        // In the place of the queue, for what the application's functions may wait for.
+        thread_role const role(context_.get(), thread_role::session);
         on_close();
     }
     // The tasks that never ran go with the queue; they hold this client.
@@ -317,11 +319,8 @@ void Client::on_no_memory(std::bad_alloc const & e) {
 
 void Client::on_exception(std::exception const & e) {
     detail::reportCaught(here("tav::tls::impl::Client::on_exception"), e.what());
-    if (closed_since(session_era_)) {
-        return;
-    }
     try {
-        option()->on_error(no_sno, no_code, exception_code, e.what());
+        tell_error(session_era_, *option(), no_sno, no_code, exception_code, e.what());
         process_exit::pass();
     } catch (...) {
         detail::reportCaught(here("tav::tls::impl::Client::on_exception"));
@@ -523,12 +522,26 @@ void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_
     }
 }
 
-// Asked when its turn has come: a close may have returned since it was queued.
+// Asked when its turn has come, and again at the call itself: a close may have returned since it was queued,
+// and while the application's log took the line of it.
 void Client::tell_error(unsigned era, connect_option & told, unsigned long long sno, unsigned short msgcode,
                         int code, std::string text) {
-    if (!closed_since(era)) {
-        told.on_error(sno, msgcode, code, std::move(text));
+    if (closed_since(era) || !told.on_error_) {
+        return;
     }
+    std::unique_ptr<connect_option> asking;
+    try {
+        asking = std::make_unique<connect_option>();
+        asking->set_on_error([this, era, f = told.on_error_](unsigned long long number, unsigned short msg,
+                                                             int error, char const * said) {
+            if (!closed_since(era)) {
+                f(number, msg, error, said);
+            }
+        });
+    } catch (std::bad_alloc const &) {
+        asking.reset();
+    }
+    (asking ? *asking : told).on_error(sno, msgcode, code, std::move(text));
 }
 
 void Client::count_failure(connect_info & info) {

@@ -1,4 +1,5 @@
 #include "client/vinta_tls_client_impl.h"
+#include "client/vinta_tls_client_impl_thread.h"
 
 #include "support/client_rig.h"
 #include "support/log_capture.h"
@@ -618,6 +619,22 @@ TEST(ConnectCancelAll, EndsAPendingConnectAndLetsTheAttemptGoOn) {
     EXPECT_FALSE(rig.client.connected());
 }
 
+TEST(ConnectError, OfASocketThatTheProxyCallbackClosedIsTold) {
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.proxy_host = option.host;
+    option.proxy_port = option.port;
+    option.set_on_http_proxy_connect([](unsigned int socket, char const *, unsigned short) {
+        ::close(static_cast<int>(socket));
+        return 0;
+    });
+    auto const info = rig.client.start(option);
+    EXPECT_EQ(resultOf(info), tls::result_error);
+    ASSERT_TRUE(rig.events.wait(1));
+    EXPECT_EQ(countOf(rig.events, "error " + textOf(EBADF) + " on <n>global.on_error.0: "), 1u);
+    EXPECT_FALSE(rig.client.connected());
+}
+
 TEST(ConnectError, FoundAsTheErrorQueueHasEndedIsDropped) {
     Gate found;
     Events told;
@@ -656,6 +673,18 @@ TEST(ConnectInfo, CancelByTheApplicationWakesWaitersOnly) {
     EXPECT_EQ(info->result(), tls::result_cancelled);
 }
 
+TEST(ConnectInfo, CancelAfterTheEndChangesNothing) {
+    LogCapture log;
+    ClientRig rig;
+    auto const info = rig.client.start(rig.option());
+    rig.finish(info);
+    EXPECT_EQ(resultOf(info), tls::result_ok);
+    info->cancel();
+    EXPECT_EQ(info->result(), tls::result_ok);
+    EXPECT_FALSE(info->error()) << info->error();
+    EXPECT_FALSE(log.contains(" on connect cancelled"));
+}
+
 TEST(ConnectInfo, EndsOnceWithTheFirstOutcome) {
     LogCapture log;
     tls::impl::connect_info info("n", tls::timedout_option(7));
@@ -664,14 +693,21 @@ TEST(ConnectInfo, EndsOnceWithTheFirstOutcome) {
     EXPECT_EQ(info.result(), tls::result_busy);
     info.on_conn_error();
     EXPECT_EQ(info.result(), tls::result_error);
+    std::error_code const why = info.error();
     info.busy();
     info.on_conn_connected();
     info.on_conn_cancel();
+    info.on_conn_timedout();
     EXPECT_EQ(info.result(), tls::result_error);
+    EXPECT_EQ(info.error(), why);
     EXPECT_EQ(info.wait(), tls::result_error);
     tls::impl::connect_info done("n");
     EXPECT_EQ(done.result(), tls::result_ok);
     EXPECT_EQ(done.wait(), tls::result_ok);
+    done.on_conn_cancel();
+    done.on_conn_error();
+    done.on_conn_timedout();
+    EXPECT_FALSE(done.error()) << done.error();
 }
 
 TEST(ConnectDropped, AStartThatIsStillQueuedAtTheEndIsCancelled) {
@@ -700,6 +736,33 @@ TEST(ConnectDropped, AStartThatIsStillQueuedAtTheEndIsCancelled) {
     EXPECT_EQ(resultOf(reconnect), tls::result_cancelled);
     EXPECT_EQ(send->result(), tls::result_cancelled);
     EXPECT_TRUE(server->waitClosed());
+}
+
+TEST(ConnectDropped, ACloseThatTheEndFindsInTheQueueIsDoneAsByTheQueue) {
+    LogCapture log;
+    auto const core = std::make_shared<tls::impl::Client>("n");
+    core->init__();
+    Gate gate;
+    std::atomic<unsigned> as_queue{0};
+    std::atomic<unsigned> otherwise{0};
+    auto const test = std::this_thread::get_id();
+    log.at("<n> cancel all\n", [&] {
+        if (std::this_thread::get_id() == test) {
+            return;
+        }
+        gate.pass();
+        ++(tls::impl::thread_role::needed_to_end_sends(core->key()) ? as_queue : otherwise);
+    });
+    core->cancel_all__();
+    ASSERT_TRUE(gate.waitArrived());
+    std::thread ending([&] { core->fini__(); });
+    // The queue is told to end before it is let go, or the close runs on it.
+    EXPECT_TRUE(log.waitFor("<n> close...\n"));
+    gate.open();
+    ending.join();
+    log.at(std::string(), nullptr);
+    EXPECT_EQ(as_queue, 2u);
+    EXPECT_EQ(otherwise, 0u);
 }
 
 TEST(ConnectDropped, AfterTheEndOfTheClientAStartEndsAtOnce) {

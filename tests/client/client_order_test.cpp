@@ -464,6 +464,29 @@ TEST(ClientClose, AnErrorThatWaitsForItsTurnIsNotToldAfterwards) {
     EXPECT_EQ(told.count(), 1u);
 }
 
+TEST(ClientClose, AnErrorThatTheLogHoldsUpIsNotToldAfterwards) {
+    LogCapture log("clear(NONE)TLS.CLT(INFO)");
+    ClientRig rig;
+    std::atomic<unsigned> told{0};
+    Gate gate;
+    tls::connect_option option = rig.option();
+    option.set_on_error([&](unsigned long long, unsigned short, int, char const *) { ++told; });
+    rig.connect(option);
+    log.at("global level on error ", [&] { gate.pass(); });
+    rig.server->reset();
+    ASSERT_TRUE(gate.waitArrived());
+    rig.client.close();
+    gate.open();
+    log.at(std::string(), nullptr);
+    // Comes behind it in the error queue.
+    Events next;
+    option.port = "1";
+    option.set_on_error([&](unsigned long long, unsigned short, int, char const *) { next.add("error"); });
+    rig.client.start(option);
+    ASSERT_TRUE(next.wait(1));
+    EXPECT_EQ(told, 0u);
+}
+
 TEST(ClientClose, TheNextStartTellsItsErrors) {
     LogCapture log("clear(NONE)");
     ClientRig rig;
