@@ -16,7 +16,7 @@ Pkt asking(unsigned short code, unsigned long long sno, std::string body = bodyO
     return out;
 }
 
-class Affirm : public ::testing::Test {
+class ClientAffirm : public ::testing::Test {
 protected:
     void push(Pkt const & packet) { ASSERT_TRUE(rig.server->send(packet.framed())); }
 
@@ -33,7 +33,7 @@ protected:
 
 } // namespace
 
-TEST_F(Affirm, APacketThatAsksGetsItsReceiptByteForByte) {
+TEST_F(ClientAffirm, APacketThatAsksGetsItsReceiptByteForByte) {
     rig.connect();
     Pkt msg = asking(0x3001, 0x0102);
     msg.session = 0x1122334455667788ull;
@@ -41,7 +41,7 @@ TEST_F(Affirm, APacketThatAsksGetsItsReceiptByteForByte) {
     EXPECT_EQ(hex(tav_istr(rig.server->receiveFrame())), "00043030010001021122334455667788");
 }
 
-TEST_F(Affirm, TheReceiptKeepsVersionFlagsAndSession) {
+TEST_F(ClientAffirm, TheReceiptKeepsVersionFlagsAndSession) {
     rig.connect();
     for (unsigned short const version : std::initializer_list<unsigned short>{1, 4, 5, 255}) {
         Pkt msg = asking(0x3001, 9);
@@ -62,7 +62,7 @@ TEST_F(Affirm, TheReceiptKeepsVersionFlagsAndSession) {
     }
 }
 
-TEST_F(Affirm, TheReceiptsExtensionTellsTheClientsTime) {
+TEST_F(ClientAffirm, TheReceiptsExtensionTellsTheClientsTime) {
     rig.connect();
     Pkt msg = asking(0x3001, 9);
     msg.version = 6;
@@ -80,7 +80,7 @@ TEST_F(Affirm, TheReceiptsExtensionTellsTheClientsTime) {
     EXPECT_TRUE(got.body.empty());
 }
 
-TEST_F(Affirm, AnExtensionIsMadeIfThereWasNone) {
+TEST_F(ClientAffirm, AnExtensionIsMadeIfThereWasNone) {
     rig.connect();
     Pkt msg = asking(0x3001, 9);
     msg.version = 6;
@@ -91,7 +91,7 @@ TEST_F(Affirm, AnExtensionIsMadeIfThereWasNone) {
     EXPECT_FALSE(got.ext.traceId.has_value());
 }
 
-TEST_F(Affirm, TheHighNibbleTwoAsks) {
+TEST_F(ClientAffirm, TheHighNibbleTwoAsks) {
     rig.connect();
     for (unsigned char const affirm : std::initializer_list<unsigned char>{0x20, 0x21, 0x2f}) {
         Pkt msg = asking(0x3001, affirm);
@@ -103,7 +103,7 @@ TEST_F(Affirm, TheHighNibbleTwoAsks) {
     }
 }
 
-TEST_F(Affirm, NothingElseAsks) {
+TEST_F(ClientAffirm, NothingElseAsks) {
     rig.connect();
     Events got;
     rig.client.on_nbr_msg(0x3001, [&](unsigned long long sno, unsigned short, unsigned char const *, unsigned,
@@ -120,7 +120,7 @@ TEST_F(Affirm, NothingElseAsks) {
     EXPECT_EQ(log.count(" send back affirm"), 1u);
 }
 
-TEST_F(Affirm, TheReceiptFollowsTheCallback) {
+TEST_F(ClientAffirm, TheReceiptFollowsTheCallback) {
     rig.connect();
     Gate gate;
     rig.client.on_nbr_msg(
@@ -138,7 +138,7 @@ TEST_F(Affirm, TheReceiptFollowsTheCallback) {
         {"<n> use type level callback 0x3001\n", "<n> on type level nbr msg \n", "<n> send back affirm"}));
 }
 
-TEST_F(Affirm, TheReceiptIsLoggedWithItsPacketAndNotTracked) {
+TEST_F(ClientAffirm, TheReceiptIsLoggedWithItsPacketAndNotTracked) {
     rig.connect();
     Pkt msg = asking(0x3001, 9);
     msg.session = 0x1200000000000034ull;
@@ -150,7 +150,7 @@ TEST_F(Affirm, TheReceiptIsLoggedWithItsPacketAndNotTracked) {
     EXPECT_FALSE(log.contains(" add sending #"));
 }
 
-TEST_F(Affirm, EachLevelGivesAReceipt) {
+TEST_F(ClientAffirm, EachLevelGivesAReceipt) {
     tls::connect_option option = rig.option();
     Events got;
     option.set_nbr_msg_callback([&](unsigned long long, unsigned short, unsigned char const *, unsigned,
@@ -181,7 +181,7 @@ TEST_F(Affirm, EachLevelGivesAReceipt) {
     EXPECT_EQ(got.all(), (std::vector<std::string>{"send", "type", "global", "old"}));
 }
 
-TEST_F(Affirm, WhatNobodyTookGetsAReceiptToo) {
+TEST_F(ClientAffirm, WhatNobodyTookGetsAReceiptToo) {
     rig.connect();
     rig.client.on_msg(0x3002, tls::obj_function([](unsigned long long, tavMessage const &) {}));
     push(asking(0x3001, 1));
@@ -192,7 +192,7 @@ TEST_F(Affirm, WhatNobodyTookGetsAReceiptToo) {
     EXPECT_EQ(rig.receive().sno, 3u);
 }
 
-TEST_F(Affirm, AThrowingCallbackGivesNone) {
+TEST_F(ClientAffirm, AThrowingCallbackGivesNone) {
     rig.connect();
     rig.client.on_nbr_msg(0x3001, [](unsigned long long, unsigned short, unsigned char const *, unsigned,
                                      tavMsgExt) { throw std::runtime_error("no"); });
@@ -201,14 +201,14 @@ TEST_F(Affirm, AThrowingCallbackGivesNone) {
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> no"));
 }
 
-TEST_F(Affirm, ABodyThatIsNotNbrGivesNone) {
+TEST_F(ClientAffirm, ABodyThatIsNotNbrGivesNone) {
     rig.connect();
     push(asking(0x3001, 1, "not nbr"));
     EXPECT_TRUE(nothingBefore());
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> "));
 }
 
-TEST_F(Affirm, AfterCancelAllNoneGoesOut) {
+TEST_F(ClientAffirm, AfterCancelAllNoneGoesOut) {
     rig.connect();
     rig.client.cancel_all();
     ASSERT_TRUE(eventually([&] { return !rig.client.connected(); }));
@@ -218,7 +218,7 @@ TEST_F(Affirm, AfterCancelAllNoneGoesOut) {
     EXPECT_TRUE(rig.server->quiet(0));
 }
 
-TEST_F(Affirm, ReceiptsKeepTheOrderOfTheMessages) {
+TEST_F(ClientAffirm, ReceiptsKeepTheOrderOfTheMessages) {
     rig.connect();
     std::string all;
     for (unsigned i = 1; i <= 100; ++i) {
@@ -230,7 +230,7 @@ TEST_F(Affirm, ReceiptsKeepTheOrderOfTheMessages) {
     }
 }
 
-TEST(AffirmGateway, CountsThemAsGood) {
+TEST(ClientAffirmGateway, CountsThemAsGood) {
     LogCapture log("clear(NONE)");
     GatewayRig rig;
     tls::client c("n");

@@ -32,7 +32,7 @@ extern "C" int clock_gettime(clockid_t id, struct timespec * out) noexcept {
 
 namespace {
 
-class Clock : public ::testing::TestWithParam<long> {
+class ClientClock : public ::testing::TestWithParam<long> {
 protected:
     void TearDown() override { wall_step = 0; }
     void step() { wall_step = GetParam(); }
@@ -53,11 +53,11 @@ std::string direction(::testing::TestParamInfo<long> const & info) {
     return info.param > 0 ? "Forward" : "Back";
 }
 
-INSTANTIATE_TEST_SUITE_P(StepsAnHour, Clock, ::testing::Values(3600L, -3600L), direction);
+INSTANTIATE_TEST_SUITE_P(StepsAnHour, ClientClock, ::testing::Values(3600L, -3600L), direction);
 
 } // namespace
 
-TEST_P(Clock, TheStepIsSeenInTimesThatAreShown) {
+TEST_P(ClientClock, TheStepIsSeenInTimesThatAreShown) {
     long long const before = tavTime::currentTimeMillis();
     step();
     long long const moved = tavTime::currentTimeMillis() - before;
@@ -65,7 +65,7 @@ TEST_P(Clock, TheStepIsSeenInTimesThatAreShown) {
     EXPECT_LT(moved, GetParam() * 1000 + 60000);
 }
 
-TEST_P(Clock, ATimerKeepsItsInterval) {
+TEST_P(ClientClock, ATimerKeepsItsInterval) {
     std::atomic<unsigned> rare{0};
     tavSharedPtr<tavTimerThread> const slow(new tavTimerThread(
         "slow", 1800000,
@@ -95,7 +95,7 @@ TEST_P(Clock, ATimerKeepsItsInterval) {
     quick->close();
 }
 
-TEST_P(Clock, ASendKeepsItsLimit) {
+TEST_P(ClientClock, ASendKeepsItsLimit) {
     ClientRig rig;
     rig.connect();
     auto const early = rig.client.send_msg(Ask(1), limited(400));
@@ -108,7 +108,7 @@ TEST_P(Clock, ASendKeepsItsLimit) {
     EXPECT_EQ(resultOf(after), tls::result_timedout);
 }
 
-TEST_P(Clock, AConnectKeepsItsLimit) {
+TEST_P(ClientClock, AConnectKeepsItsLimit) {
     for (bool const early : {true, false}) {
         ClientRig rig;
         tls::connect_option option = rig.option();
@@ -128,7 +128,7 @@ TEST_P(Clock, AConnectKeepsItsLimit) {
     }
 }
 
-TEST_P(Clock, ASupervisedConnectionNeitherEndsNorBeats) {
+TEST_P(ClientClock, ASupervisedConnectionNeitherEndsNorBeats) {
     ClientRig rig;
     rig.connect();
     rig.client.should_check_heartbeat(true);
@@ -139,7 +139,7 @@ TEST_P(Clock, ASupervisedConnectionNeitherEndsNorBeats) {
     EXPECT_EQ(rig.events.count(), 1u);
 }
 
-TEST_P(Clock, AStartIsToldAsTooFastByTheTimeThatHasPassed) {
+TEST_P(ClientClock, AStartIsToldAsTooFastByTheTimeThatHasPassed) {
     ClientRig rig;
     rig.connect();
     step();

@@ -40,7 +40,7 @@ tls::send_option waiting(Events & events, std::string const & name, int wait_ms 
 
 } // namespace
 
-TEST(ConnectStart, AnEmptyHostOrPortGivesNullAndQueuesNothing) {
+TEST(ClientConnectStart, AnEmptyHostOrPortGivesNullAndQueuesNothing) {
     LogCapture log;
     client c("n");
     tls::connect_option option;
@@ -57,7 +57,7 @@ TEST(ConnectStart, AnEmptyHostOrPortGivesNullAndQueuesNothing) {
     EXPECT_EQ(log.count("<n> host is empty\n"), 2u);
 }
 
-TEST(ConnectStart, TellsTheResultAfterOnOpen) {
+TEST(ClientConnectStart, TellsTheResultAfterOnOpen) {
     LogCapture log;
     ClientRig rig;
     Gate gate;
@@ -78,7 +78,7 @@ TEST(ConnectStart, TellsTheResultAfterOnOpen) {
     EXPECT_FALSE(log.contains(" too fast"));
 }
 
-TEST(ConnectStart, WaitLogsTheOptionAndTheResult) {
+TEST(ClientConnectStart, WaitLogsTheOptionAndTheResult) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -93,7 +93,7 @@ TEST(ConnectStart, WaitLogsTheOptionAndTheResult) {
     EXPECT_EQ(log.count(" connect wait begin, "), 1u);
 }
 
-TEST(ConnectStart, AllWaitersWake) {
+TEST(ClientConnectStart, AllWaitersWake) {
     LogCapture log;
     ClientRig rig;
     auto const info = rig.client.start(rig.option());
@@ -108,7 +108,7 @@ TEST(ConnectStart, AllWaitersWake) {
     }
 }
 
-TEST(ConnectStart, ARefusedPortIsAnErrorOnTheErrorQueue) {
+TEST(ClientConnectStart, ARefusedPortIsAnErrorOnTheErrorQueue) {
     LogCapture log;
     Events events;
     client c("n");
@@ -125,7 +125,7 @@ TEST(ConnectStart, ARefusedPortIsAnErrorOnTheErrorQueue) {
     EXPECT_EQ(events.count(), 1u);
 }
 
-TEST(ConnectStart, AnUnknownHostIsAnError) {
+TEST(ClientConnectStart, AnUnknownHostIsAnError) {
     LogCapture log;
     Events events;
     client c("n");
@@ -138,7 +138,7 @@ TEST(ConnectStart, AnUnknownHostIsAnError) {
     EXPECT_TRUE(log.contains("<n> resolve failed "));
 }
 
-TEST(ConnectStart, AFailedResolveIsToldTwiceWhenThereIsALimit) {
+TEST(ClientConnectStart, AFailedResolveIsToldTwiceWhenThereIsALimit) {
     LogCapture log;
     Events events;
     client c("n");
@@ -154,7 +154,7 @@ TEST(ConnectStart, AFailedResolveIsToldTwiceWhenThereIsALimit) {
     EXPECT_EQ(info->result(), tls::result_error);
 }
 
-TEST(ConnectStart, AnUnusableCertificatePathIsNoReasonForNull) {
+TEST(ClientConnectStart, AnUnusableCertificatePathIsNoReasonForNull) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -168,7 +168,7 @@ TEST(ConnectStart, AnUnusableCertificatePathIsNoReasonForNull) {
     EXPECT_EQ(countOf(rig.events, "error "), 1u);
 }
 
-TEST(ConnectStart, ASecondStartWaitsForTheFirst) {
+TEST(ClientConnectStart, ASecondStartWaitsForTheFirst) {
     LogCapture log;
     ClientRig rig;
     auto const first = rig.client.start(rig.option());
@@ -188,7 +188,7 @@ TEST(ConnectStart, ASecondStartWaitsForTheFirst) {
     EXPECT_EQ(countOf(rig.events, "error "), 0u);
 }
 
-TEST(ConnectStart, AStartThatIsOnlyQueuedIsCancelledByTheNext) {
+TEST(ClientConnectStart, AStartThatIsOnlyQueuedIsCancelledByTheNext) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -212,7 +212,7 @@ TEST(ConnectStart, AStartThatIsOnlyQueuedIsCancelledByTheNext) {
     EXPECT_TRUE(log.contains("<n> cancel connecting...\n"));
 }
 
-TEST(ConnectStart, BehindACancelledOneItIsANewAttemptAtOnce) {
+TEST(ClientConnectStart, BehindACancelledOneItIsANewAttemptAtOnce) {
     LogCapture log;
     ClientRig rig;
     auto const first = rig.client.start(rig.option());
@@ -229,7 +229,7 @@ TEST(ConnectStart, BehindACancelledOneItIsANewAttemptAtOnce) {
     EXPECT_EQ(countOf(rig.events, "error "), 0u);
 }
 
-TEST(ConnectStart, OneThatWaitsGoesOnAsTheFirstIsCancelled) {
+TEST(ClientConnectStart, OneThatWaitsGoesOnAsTheFirstIsCancelled) {
     LogCapture log;
     ClientRig rig;
     auto const first = rig.client.start(rig.option());
@@ -245,7 +245,7 @@ TEST(ConnectStart, OneThatWaitsGoesOnAsTheFirstIsCancelled) {
     EXPECT_TRUE(rig.settle());
 }
 
-TEST(ConnectStart, AStartInACallbackDoesNotWaitForThePendingOne) {
+TEST(ClientConnectStart, AStartInACallbackDoesNotWaitForThePendingOne) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -264,7 +264,7 @@ TEST(ConnectStart, AStartInACallbackDoesNotWaitForThePendingOne) {
     EXPECT_EQ(resultOf(second), tls::result_ok);
 }
 
-TEST(ConnectStart, ATimeOutCallbackThatStartsIsNotHeldUp) {
+TEST(ClientConnectStart, ATimeOutCallbackThatStartsIsNotHeldUp) {
     LogCapture log;
     Events events;
     TlsPeer silent;
@@ -281,7 +281,7 @@ TEST(ConnectStart, ATimeOutCallbackThatStartsIsNotHeldUp) {
     rig.finish(second);
 }
 
-TEST(ConnectReuse, AConnectionToTheSameHostAndPortIsKept) {
+TEST(ClientConnectReuse, AConnectionToTheSameHostAndPortIsKept) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -300,7 +300,7 @@ TEST(ConnectReuse, AConnectionToTheSameHostAndPortIsKept) {
     EXPECT_TRUE(rig.settle());
 }
 
-TEST(ConnectReuse, AnotherAddressOrFalseMakesANewConnection) {
+TEST(ClientConnectReuse, AnotherAddressOrFalseMakesANewConnection) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -320,7 +320,7 @@ TEST(ConnectReuse, AnotherAddressOrFalseMakesANewConnection) {
     EXPECT_FALSE(log.contains("connected already"));
 }
 
-TEST(ConnectReuse, AClosedConnectionIsNotReused) {
+TEST(ClientConnectReuse, AClosedConnectionIsNotReused) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -330,7 +330,7 @@ TEST(ConnectReuse, AClosedConnectionIsNotReused) {
     EXPECT_EQ(rig.peer.connections(), 2u);
 }
 
-TEST(ConnectReconnect, UsesTheOptionOfTheLastStart) {
+TEST(ClientConnectReconnect, UsesTheOptionOfTheLastStart) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -344,7 +344,7 @@ TEST(ConnectReconnect, UsesTheOptionOfTheLastStart) {
                              "<n> close session\n", "<n> session construct\n", "<n> connect \n"}));
 }
 
-TEST(ConnectReconnect, AfterAnErrorBringsTheConnectionBack) {
+TEST(ClientConnectReconnect, AfterAnErrorBringsTheConnectionBack) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -356,7 +356,7 @@ TEST(ConnectReconnect, AfterAnErrorBringsTheConnectionBack) {
     EXPECT_TRUE(rig.settle());
 }
 
-TEST(ConnectReconnect, WithoutAStartThereIsNoAddressAndNothingIsReached) {
+TEST(ClientConnectReconnect, WithoutAStartThereIsNoAddressAndNothingIsReached) {
     LogCapture log;
     client c("n");
     auto const info = c.reconnect(tls::timedout_option());
@@ -366,7 +366,7 @@ TEST(ConnectReconnect, WithoutAStartThereIsNoAddressAndNothingIsReached) {
     EXPECT_FALSE(c.connected());
 }
 
-TEST(ConnectReconnect, WhileOneIsPendingIsBusyAndTheSame) {
+TEST(ClientConnectReconnect, WhileOneIsPendingIsBusyAndTheSame) {
     LogCapture log;
     ClientRig rig;
     auto const pending = rig.client.start(rig.option());
@@ -388,7 +388,7 @@ TEST(ConnectReconnect, WhileOneIsPendingIsBusyAndTheSame) {
     EXPECT_EQ(log.count(" on_reconnect..."), 0u);
 }
 
-TEST(ConnectReconnect, BehindACancelledAttemptItIsANewOne) {
+TEST(ClientConnectReconnect, BehindACancelledAttemptItIsANewOne) {
     LogCapture log;
     ClientRig rig;
     auto const cancelled = rig.client.start(rig.option());
@@ -404,7 +404,7 @@ TEST(ConnectReconnect, BehindACancelledAttemptItIsANewOne) {
     EXPECT_TRUE(rig.settle());
 }
 
-TEST(ConnectReconnect, BehindAnAttemptThatRanOutOfTimeItIsANewOne) {
+TEST(ClientConnectReconnect, BehindAnAttemptThatRanOutOfTimeItIsANewOne) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -416,7 +416,7 @@ TEST(ConnectReconnect, BehindAnAttemptThatRanOutOfTimeItIsANewOne) {
     EXPECT_TRUE(rig.settle());
 }
 
-TEST(ConnectReconnect, ASecondAttemptWithinThreeSecondsIsNotedAndGoesOnAtOnce) {
+TEST(ClientConnectReconnect, ASecondAttemptWithinThreeSecondsIsNotedAndGoesOnAtOnce) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -435,7 +435,7 @@ TEST(ConnectReconnect, ASecondAttemptWithinThreeSecondsIsNotedAndGoesOnAtOnce) {
                              "<n> on_start...\n", "<n> start too fast"}));
 }
 
-TEST(ConnectReconnect, AnAttemptJustThreeSecondsLaterIsNotTooFast) {
+TEST(ClientConnectReconnect, AnAttemptJustThreeSecondsLaterIsNotTooFast) {
     LogCapture log;
     TlsPeer peer;
     Events events;
@@ -457,7 +457,7 @@ TEST(ConnectReconnect, AnAttemptJustThreeSecondsLaterIsNotTooFast) {
     core->fini__();
 }
 
-TEST(ConnectTimeOut, FiresOnTheTimerAndLeavesTheAttempt) {
+TEST(ClientConnectTimeOut, FiresOnTheTimerAndLeavesTheAttempt) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -479,7 +479,7 @@ TEST(ConnectTimeOut, FiresOnTheTimerAndLeavesTheAttempt) {
     EXPECT_TRUE(rig.settle());
 }
 
-TEST(ConnectTimeOut, TheFunctionRunsBeforeTheResult) {
+TEST(ClientConnectTimeOut, TheFunctionRunsBeforeTheResult) {
     LogCapture log;
     ClientRig rig;
     Gate gate;
@@ -493,7 +493,7 @@ TEST(ConnectTimeOut, TheFunctionRunsBeforeTheResult) {
     EXPECT_EQ(resultOf(info), tls::result_timedout);
 }
 
-TEST(ConnectTimeOut, ASpentLimitLeavesAnEmptyReconnectWithoutOne) {
+TEST(ClientConnectTimeOut, ASpentLimitLeavesAnEmptyReconnectWithoutOne) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -517,7 +517,7 @@ TEST(ConnectTimeOut, ASpentLimitLeavesAnEmptyReconnectWithoutOne) {
     EXPECT_EQ(countOf(rig.events, "own timedout"), 1u);
 }
 
-TEST(ConnectTimeOut, AnEmptyReconnectOptionKeepsTheEarlierLimitInForce) {
+TEST(ClientConnectTimeOut, AnEmptyReconnectOptionKeepsTheEarlierLimitInForce) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -530,7 +530,7 @@ TEST(ConnectTimeOut, AnEmptyReconnectOptionKeepsTheEarlierLimitInForce) {
     EXPECT_TRUE(log.contains("on timedout #18446744073709551615 0xffffmax waiting 1500ms..."));
 }
 
-TEST(ConnectTimeOut, AThrowingFunctionDoesNotKeepTheResult) {
+TEST(ClientConnectTimeOut, AThrowingFunctionDoesNotKeepTheResult) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -540,7 +540,7 @@ TEST(ConnectTimeOut, AThrowingFunctionDoesNotKeepTheResult) {
     EXPECT_TRUE(log.waitFor("<<< EXCEPTION >>> from timed out\n    catch at "));
 }
 
-TEST(ConnectClose, EndsTheConnectionAndTheSendsWithoutAnEvent) {
+TEST(ClientConnectClose, EndsTheConnectionAndTheSendsWithoutAnEvent) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -561,7 +561,7 @@ TEST(ConnectClose, EndsTheConnectionAndTheSendsWithoutAnEvent) {
     EXPECT_EQ(log.find("<n> no session\n").level, tavLogger::ERROR);
 }
 
-TEST(ConnectClose, CancelsAPendingConnect) {
+TEST(ClientConnectClose, CancelsAPendingConnect) {
     LogCapture log;
     ClientRig rig;
     auto const info = rig.client.start(rig.option());
@@ -575,7 +575,7 @@ TEST(ConnectClose, CancelsAPendingConnect) {
     EXPECT_TRUE(log.inOrder({"<n> on_close...\n", "<n> cancel all\n", "<n> cancel connecting...\n"}));
 }
 
-TEST(ConnectClose, WithoutAConnectionIsHarmless) {
+TEST(ClientConnectClose, WithoutAConnectionIsHarmless) {
     LogCapture log;
     client c("n");
     c.close();
@@ -584,7 +584,7 @@ TEST(ConnectClose, WithoutAConnectionIsHarmless) {
     EXPECT_FALSE(log.contains(" close session"));
 }
 
-TEST(ConnectCancelAll, StopsSendingAndKeepsTheSocketOpen) {
+TEST(ClientConnectCancelAll, StopsSendingAndKeepsTheSocketOpen) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -604,7 +604,7 @@ TEST(ConnectCancelAll, StopsSendingAndKeepsTheSocketOpen) {
     EXPECT_TRUE(rig.server->waitClosed());
 }
 
-TEST(ConnectCancelAll, EndsAPendingConnectAndLetsTheAttemptGoOn) {
+TEST(ClientConnectCancelAll, EndsAPendingConnectAndLetsTheAttemptGoOn) {
     LogCapture log;
     ClientRig rig;
     auto const info = rig.client.start(rig.option());
@@ -619,7 +619,7 @@ TEST(ConnectCancelAll, EndsAPendingConnectAndLetsTheAttemptGoOn) {
     EXPECT_FALSE(rig.client.connected());
 }
 
-TEST(ConnectError, OfASocketThatTheProxyCallbackClosedIsTold) {
+TEST(ClientConnectError, OfASocketThatTheProxyCallbackClosedIsTold) {
     ClientRig rig;
     tls::connect_option option = rig.option();
     option.proxy_host = option.host;
@@ -636,7 +636,7 @@ TEST(ConnectError, OfASocketThatTheProxyCallbackClosedIsTold) {
     EXPECT_FALSE(rig.client.connected());
 }
 
-TEST(ConnectError, FoundAsTheErrorQueueHasEndedIsDropped) {
+TEST(ClientConnectError, FoundAsTheErrorQueueHasEndedIsDropped) {
     Gate found;
     Events told;
     {
@@ -658,7 +658,7 @@ TEST(ConnectError, FoundAsTheErrorQueueHasEndedIsDropped) {
     EXPECT_EQ(told.count(), 0u);
 }
 
-TEST(ConnectInfo, CancelByTheApplicationWakesWaitersOnly) {
+TEST(ClientConnectInfo, CancelByTheApplicationWakesWaitersOnly) {
     LogCapture log;
     ClientRig rig;
     auto const info = rig.client.start(rig.option());
@@ -674,7 +674,7 @@ TEST(ConnectInfo, CancelByTheApplicationWakesWaitersOnly) {
     EXPECT_EQ(info->result(), tls::result_cancelled);
 }
 
-TEST(ConnectInfo, CancelAfterTheEndChangesNothing) {
+TEST(ClientConnectInfo, CancelAfterTheEndChangesNothing) {
     LogCapture log;
     ClientRig rig;
     auto const info = rig.client.start(rig.option());
@@ -686,7 +686,7 @@ TEST(ConnectInfo, CancelAfterTheEndChangesNothing) {
     EXPECT_FALSE(log.contains(" on connect cancelled"));
 }
 
-TEST(ConnectInfo, EndsOnceWithTheFirstOutcome) {
+TEST(ClientConnectInfo, EndsOnceWithTheFirstOutcome) {
     LogCapture log;
     tls::impl::connect_info info("n", tls::timedout_option(7));
     EXPECT_EQ(info.result(), tls::result_pending);
@@ -711,7 +711,7 @@ TEST(ConnectInfo, EndsOnceWithTheFirstOutcome) {
     EXPECT_FALSE(done.error()) << done.error();
 }
 
-TEST(ConnectDropped, AStartThatIsStillQueuedAtTheEndIsCancelled) {
+TEST(ClientConnectDropped, AStartThatIsStillQueuedAtTheEndIsCancelled) {
     LogCapture log("clear(NONE)");
     TlsPeer peer;
     Events events;
@@ -739,7 +739,7 @@ TEST(ConnectDropped, AStartThatIsStillQueuedAtTheEndIsCancelled) {
     EXPECT_TRUE(server->waitClosed());
 }
 
-TEST(ConnectDropped, ACloseThatTheEndFindsInTheQueueIsDoneAsByTheQueue) {
+TEST(ClientConnectDropped, ACloseThatTheEndFindsInTheQueueIsDoneAsByTheQueue) {
     LogCapture log;
     auto const core = std::make_shared<tls::impl::Client>("n");
     core->init__();
@@ -766,7 +766,7 @@ TEST(ConnectDropped, ACloseThatTheEndFindsInTheQueueIsDoneAsByTheQueue) {
     EXPECT_EQ(otherwise, 0u);
 }
 
-TEST(ConnectDropped, AfterTheEndOfTheClientAStartEndsAtOnce) {
+TEST(ClientConnectDropped, AfterTheEndOfTheClientAStartEndsAtOnce) {
     LogCapture log("clear(NONE)");
     TlsPeer peer;
     Events events;
@@ -784,7 +784,7 @@ TEST(ConnectDropped, AfterTheEndOfTheClientAStartEndsAtOnce) {
     EXPECT_FALSE(peer.pending(0));
 }
 
-TEST(ConnectErrors, ABrokenConnectionIsToldOnTheErrorQueueAndEndsTheSends) {
+TEST(ClientConnectErrors, ABrokenConnectionIsToldOnTheErrorQueueAndEndsTheSends) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -800,7 +800,7 @@ TEST(ConnectErrors, ABrokenConnectionIsToldOnTheErrorQueueAndEndsTheSends) {
     EXPECT_FALSE(rig.client.connected());
 }
 
-TEST(ConnectErrors, AnExceptionOutOfACompletionIsErrorTen) {
+TEST(ClientConnectErrors, AnExceptionOutOfACompletionIsErrorTen) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -822,7 +822,7 @@ TEST(ConnectErrors, AnExceptionOutOfACompletionIsErrorTen) {
     EXPECT_EQ(rig.receive().code, 0x1234);
 }
 
-TEST(ConnectErrors, AThrowingErrorFunctionIsOnlyLogged) {
+TEST(ClientConnectErrors, AThrowingErrorFunctionIsOnlyLogged) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -840,7 +840,7 @@ TEST(ConnectErrors, AThrowingErrorFunctionIsOnlyLogged) {
     rig.reconnect();
 }
 
-TEST(ConnectErrors, SomethingElseThrownDoesNotEndTheLoop) {
+TEST(ClientConnectErrors, SomethingElseThrownDoesNotEndTheLoop) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -851,7 +851,7 @@ TEST(ConnectErrors, SomethingElseThrownDoesNotEndTheLoop) {
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> unknown exception"));
 }
 
-TEST(ConnectErrors, AThrowingCancelledSendDoesNotHoldUpTheOthers) {
+TEST(ClientConnectErrors, AThrowingCancelledSendDoesNotHoldUpTheOthers) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -875,7 +875,7 @@ TEST(ConnectErrors, AThrowingCancelledSendDoesNotHoldUpTheOthers) {
     EXPECT_TRUE(rig.settle());
 }
 
-TEST(ConnectSurvive, ANewStartKeepsRegistrationsAndReplacesTheOption) {
+TEST(ClientConnectSurvive, ANewStartKeepsRegistrationsAndReplacesTheOption) {
     LogCapture log;
     ClientRig rig;
     Events got;
@@ -904,7 +904,7 @@ TEST(ConnectSurvive, ANewStartKeepsRegistrationsAndReplacesTheOption) {
                                                    "old", "second"}));
 }
 
-TEST(ConnectSurvive, TrustAndCiphersOutliveTheSession) {
+TEST(ClientConnectSurvive, TrustAndCiphersOutliveTheSession) {
     LogCapture log;
     ClientRig rig;
     TempFile const ca(TlsIdentity::ecdsa().ca);
@@ -919,7 +919,7 @@ TEST(ConnectSurvive, TrustAndCiphersOutliveTheSession) {
     EXPECT_FALSE(log.contains(" context construct"));
 }
 
-TEST(ConnectSurvive, TheSessionValueAndTheSupervisionEnd) {
+TEST(ClientConnectSurvive, TheSessionValueAndTheSupervisionEnd) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -944,7 +944,7 @@ TEST(ConnectSurvive, TheSessionValueAndTheSupervisionEnd) {
     EXPECT_EQ(rig.receive().session, 0u);
 }
 
-TEST(ConnectSurvive, NothingIsSentAgain) {
+TEST(ClientConnectSurvive, NothingIsSentAgain) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
@@ -956,7 +956,7 @@ TEST(ConnectSurvive, NothingIsSentAgain) {
     EXPECT_EQ(rig.receive().code, 0x4001);
 }
 
-TEST(ConnectSession, EventsOfAnOldAttemptDoNotEndANewerOne) {
+TEST(ClientConnectSession, EventsOfAnOldAttemptDoNotEndANewerOne) {
     LogCapture log;
     ClientRig rig;
     // The first attempt is cancelled while it shakes hands; what happens to it later is not the second one's.
@@ -974,7 +974,7 @@ TEST(ConnectSession, EventsOfAnOldAttemptDoNotEndANewerOne) {
     EXPECT_EQ(countOf(rig.events, "error "), 0u);
 }
 
-TEST(ConnectSession, FramesThatWaitAtACloseAreHandledOnTheClosingThread) {
+TEST(ClientConnectSession, FramesThatWaitAtACloseAreHandledOnTheClosingThread) {
     LogCapture log;
     ClientRig rig;
     Events got;

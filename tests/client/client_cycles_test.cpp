@@ -150,7 +150,7 @@ protected:
     LogCapture log{"clear(NONE)"};
 };
 
-class ClientEnds : public ::testing::TestWithParam<int> {
+class ClientCyclesEnds : public ::testing::TestWithParam<int> {
 protected:
     static void SetUpTestSuite() {
         LogCapture const log("clear(NONE)");
@@ -249,7 +249,7 @@ TEST_F(ClientCycles, InstancesComeAndGo) {
     EXPECT_TRUE(before.back()) << before.print();
 }
 
-TEST_P(ClientEnds, CloseReturnsAndActs) {
+TEST_P(ClientCyclesEnds, CloseReturnsAndActs) {
     Scene scene(point());
     auto const c = std::make_shared<client>("n");
     scene.reach(*c, point());
@@ -259,7 +259,7 @@ TEST_P(ClientEnds, CloseReturnsAndActs) {
     EXPECT_TRUE(eventually([&] { return !c->connected(); }));
 }
 
-TEST_P(ClientEnds, DestructionReturnsAndLeavesNothing) {
+TEST_P(ClientCyclesEnds, DestructionReturnsAndLeavesNothing) {
     Holdings const before;
     {
         Scene scene(point());
@@ -272,7 +272,7 @@ TEST_P(ClientEnds, DestructionReturnsAndLeavesNothing) {
     EXPECT_TRUE(before.back()) << before.print();
 }
 
-TEST_P(ClientEnds, CloseAndDestructionFromOtherThreadsAtOnce) {
+TEST_P(ClientCyclesEnds, CloseAndDestructionFromOtherThreadsAtOnce) {
     Holdings const before;
     {
         Scene scene(point());
@@ -302,7 +302,7 @@ TEST_P(ClientEnds, CloseAndDestructionFromOtherThreadsAtOnce) {
     EXPECT_TRUE(before.back()) << before.print();
 }
 
-TEST_P(ClientEnds, FinalizeReturnsAndLeavesNothing) {
+TEST_P(ClientCyclesEnds, FinalizeReturnsAndLeavesNothing) {
     Holdings const before;
     {
         Scene scene(point());
@@ -315,7 +315,7 @@ TEST_P(ClientEnds, FinalizeReturnsAndLeavesNothing) {
     EXPECT_TRUE(before.back()) << before.print();
 }
 
-TEST_P(ClientEnds, DestroyBesideFinalizeIsSafe) {
+TEST_P(ClientCyclesEnds, DestroyBesideFinalizeIsSafe) {
     Scene scene(point());
     scene.reach(client::instance("both"), point());
     scene.release();
@@ -325,7 +325,7 @@ TEST_P(ClientEnds, DestroyBesideFinalizeIsSafe) {
     scene.expectEnded();
 }
 
-INSTANTIATE_TEST_SUITE_P(Points, ClientEnds, ::testing::Range(0, static_cast<int>(Point::last)),
+INSTANTIATE_TEST_SUITE_P(Points, ClientCyclesEnds, ::testing::Range(0, static_cast<int>(Point::last)),
                          [](::testing::TestParamInfo<int> const & each) {
                              return std::string(name(static_cast<Point>(each.param)));
                          });

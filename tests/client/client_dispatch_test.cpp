@@ -68,7 +68,7 @@ struct Recorder {
 };
 
 /// A client whose registered code is Ask's own, with recorders for the three levels.
-class Dispatch : public ::testing::Test {
+class ClientDispatch : public ::testing::Test {
 protected:
     void connect() { connect(rig.option()); }
     void connect(tls::connect_option const & option) { rig.connect(option); }
@@ -103,7 +103,7 @@ std::string const five = hex(bodyOf(5));
 
 } // namespace
 
-TEST_F(Dispatch, TheSendThatWaitsComesFirst) {
+TEST_F(ClientDispatch, TheSendThatWaitsComesFirst) {
     rig.client.on_nbr_msg(0x3001, type.nbr());
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
@@ -116,7 +116,7 @@ TEST_F(Dispatch, TheSendThatWaitsComesFirst) {
     EXPECT_EQ(settled().back(), "type nbr 7 12289 " + five);
 }
 
-TEST_F(Dispatch, TheTypeLevelComesBeforeTheGlobalOneAndStays) {
+TEST_F(ClientDispatch, TheTypeLevelComesBeforeTheGlobalOneAndStays) {
     rig.client.on_nbr_msg(0x3001, type.nbr());
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
@@ -128,7 +128,7 @@ TEST_F(Dispatch, TheTypeLevelComesBeforeTheGlobalOneAndStays) {
               (All{"type nbr 1 12289 " + five, "global nbr 2 12290 " + five, "type nbr 3 12289 " + five}));
 }
 
-TEST_F(Dispatch, AReplyOfAnotherCodeLeavesTheSendWaiting) {
+TEST_F(ClientDispatch, AReplyOfAnotherCodeLeavesTheSendWaiting) {
     rig.client.on_nbr_msg(0x3009, type.nbr());
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
@@ -144,7 +144,7 @@ TEST_F(Dispatch, AReplyOfAnotherCodeLeavesTheSendWaiting) {
     EXPECT_EQ(resultOf(info), tls::result_ok);
 }
 
-TEST_F(Dispatch, ALateReplyGoesToTheTypeOrGlobalLevel) {
+TEST_F(ClientDispatch, ALateReplyGoesToTheTypeOrGlobalLevel) {
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
     connect(option);
@@ -155,7 +155,7 @@ TEST_F(Dispatch, ALateReplyGoesToTheTypeOrGlobalLevel) {
     EXPECT_EQ(settled(), (All{"global nbr 7 12289 " + five}));
 }
 
-TEST_F(Dispatch, SendLevelGivesEachKindItsArguments) {
+TEST_F(ClientDispatch, SendLevelGivesEachKindItsArguments) {
     rig.client.register_message(0x3001, &Ask::create);
     connect();
     Pkt reply = mobile(0x3001, 1);
@@ -178,7 +178,7 @@ TEST_F(Dispatch, SendLevelGivesEachKindItsArguments) {
                              "<n> on send level json ack \n", "send level on json #5 0x3001 [4]"}));
 }
 
-TEST_F(Dispatch, TypeLevelGivesEachKindItsArguments) {
+TEST_F(ClientDispatch, TypeLevelGivesEachKindItsArguments) {
     rig.client.register_message(0x3001, &Ask::create);
     connect();
     Pkt msg = mobile(0x3001, 1);
@@ -207,7 +207,7 @@ TEST_F(Dispatch, TypeLevelGivesEachKindItsArguments) {
                              "type level on json #5 0x3001 [4]"}));
 }
 
-TEST_F(Dispatch, GlobalLevelGivesEachKindItsArguments) {
+TEST_F(ClientDispatch, GlobalLevelGivesEachKindItsArguments) {
     rig.client.register_message(0x3001, &Ask::create);
     Pkt msg = mobile(0x3001, 1);
     msg.version = 6;
@@ -237,7 +237,7 @@ TEST_F(Dispatch, GlobalLevelGivesEachKindItsArguments) {
                              "global level on json #5 0x3001 [4]"}));
 }
 
-TEST_F(Dispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheSendLevel) {
+TEST_F(ClientDispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheSendLevel) {
     rig.client.on_nbr_msg(0x3001, type.nbr());
     connect();
     auto const object = track(send.obj(), 0x3001, 7);
@@ -250,7 +250,7 @@ TEST_F(Dispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheSendLevel) {
     EXPECT_EQ(log.count("<n> on send level json ack \n"), 2u);
 }
 
-TEST_F(Dispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheTypeLevel) {
+TEST_F(ClientDispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheTypeLevel) {
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
     connect(option);
@@ -267,7 +267,7 @@ TEST_F(Dispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheTypeLevel) {
     EXPECT_EQ(settled(), All{});
 }
 
-TEST_F(Dispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheGlobalLevel) {
+TEST_F(ClientDispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheGlobalLevel) {
     tls::connect_option option = rig.option();
     option.set_obj_msg_callback(global.obj());
     connect(option);
@@ -282,7 +282,7 @@ TEST_F(Dispatch, AnObjectCallbackWithoutAClassLosesTheMessageAtTheGlobalLevel) {
     EXPECT_EQ(settled().size(), 1u);
 }
 
-TEST_F(Dispatch, AMessageThatIsLostForLackOfAClassIsToldAtEachLevel) {
+TEST_F(ClientDispatch, AMessageThatIsLostForLackOfAClassIsToldAtEachLevel) {
     std::string const rest = " is lost: its callback takes objects, and no class is registered for the code; "
                              "register one with register_message, or take the message as NBR or JSON\n";
     tls::connect_option option = rig.option();
@@ -301,7 +301,7 @@ TEST_F(Dispatch, AMessageThatIsLostForLackOfAClassIsToldAtEachLevel) {
     EXPECT_EQ(log.count(rest), 3u);
 }
 
-TEST_F(Dispatch, AMessageThatACallbackTakesOrNoneIsThereForIsNotToldAsLost) {
+TEST_F(ClientDispatch, AMessageThatACallbackTakesOrNoneIsThereForIsNotToldAsLost) {
     rig.client.register_message(0x3001, &Ask::create);
     rig.client.on_msg(0x3001, type.obj());
     rig.client.on_nbr_msg(0x3002, type.nbr());
@@ -314,7 +314,7 @@ TEST_F(Dispatch, AMessageThatACallbackTakesOrNoneIsThereForIsNotToldAsLost) {
     EXPECT_FALSE(log.contains(" is lost: "));
 }
 
-TEST_F(Dispatch, ASendWithoutACallbackEndsAllTheSame) {
+TEST_F(ClientDispatch, ASendWithoutACallbackEndsAllTheSame) {
     rig.client.on_nbr_msg(0x3001, type.nbr());
     connect();
     auto const info = track(tls::message_callback(), 0x3001, 7);
@@ -325,7 +325,7 @@ TEST_F(Dispatch, ASendWithoutACallbackEndsAllTheSame) {
         {"<n> use send level callback \n", "<n> on send level json ack \n", "<n> removed waiting msg #7"}));
 }
 
-TEST_F(Dispatch, TheSendEndsAfterItsCallback) {
+TEST_F(ClientDispatch, TheSendEndsAfterItsCallback) {
     connect();
     Gate gate;
     auto const info = track(tls::nbr_function([&](unsigned long long, unsigned short, unsigned char const *,
@@ -340,7 +340,7 @@ TEST_F(Dispatch, TheSendEndsAfterItsCallback) {
     EXPECT_TRUE(info->option().callback_.empty());
 }
 
-TEST_F(Dispatch, ACallbackThatSendsUnderItsOwnNumberGetsThatReplyToo) {
+TEST_F(ClientDispatch, ACallbackThatSendsUnderItsOwnNumberGetsThatReplyToo) {
     connect();
     std::shared_ptr<tls::send_info> second;
     tls::nbr_function const again = [&](unsigned long long sno, unsigned short, unsigned char const *,
@@ -363,7 +363,7 @@ TEST_F(Dispatch, ACallbackThatSendsUnderItsOwnNumberGetsThatReplyToo) {
     EXPECT_EQ(settled(), (All{"send nbr 7 12289 " + five}));
 }
 
-TEST_F(Dispatch, RepliesMatchBySixteenBitsInMobilePackets) {
+TEST_F(ClientDispatch, RepliesMatchBySixteenBitsInMobilePackets) {
     connect();
     auto const info = track(send.nbr(), 0x3001, 0x123457ull);
     EXPECT_EQ(info->sno(), 0x3457u);
@@ -372,7 +372,7 @@ TEST_F(Dispatch, RepliesMatchBySixteenBitsInMobilePackets) {
     EXPECT_EQ(settled(), (All{"send nbr 13399 12289 " + five}));
 }
 
-TEST_F(Dispatch, RepliesMatchByAllBitsInOldPackets) {
+TEST_F(ClientDispatch, RepliesMatchByAllBitsInOldPackets) {
     connect();
     tls::send_option option(20000, tls::timedout_function(), tls::error_function(), send.nbr(), 0x06, false,
                             4);
@@ -386,7 +386,7 @@ TEST_F(Dispatch, RepliesMatchByAllBitsInOldPackets) {
     EXPECT_EQ(settled(), (All{"type nbr 30600 6 " + five, "send nbr 1234605616436508552 6 " + five}));
 }
 
-TEST_F(Dispatch, OldMessagesGoToTheirOwnCallbackAndArriveWidened) {
+TEST_F(ClientDispatch, OldMessagesGoToTheirOwnCallbackAndArriveWidened) {
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
     connect(option);
@@ -402,7 +402,7 @@ TEST_F(Dispatch, OldMessagesGoToTheirOwnCallbackAndArriveWidened) {
     EXPECT_TRUE(log.inOrder({"<n> use global callback \n", "<n> on_old_nbr_msg_ not null\n"}));
 }
 
-TEST_F(Dispatch, OldMessagesWithoutTheirCallbackReachNobody) {
+TEST_F(ClientDispatch, OldMessagesWithoutTheirCallbackReachNobody) {
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
     connect(option);
@@ -415,7 +415,7 @@ TEST_F(Dispatch, OldMessagesWithoutTheirCallbackReachNobody) {
     EXPECT_EQ(settled(), All{});
 }
 
-TEST_F(Dispatch, OldMessagesAtTheTypeLevelKeepTheirCode) {
+TEST_F(ClientDispatch, OldMessagesAtTheTypeLevelKeepTheirCode) {
     connect();
     rig.client.set_old_msg_default_callback(Recorder{got, "old"}.nbr());
     rig.client.on_nbr_msg(0x91, type.nbr());
@@ -427,7 +427,7 @@ TEST_F(Dispatch, OldMessagesAtTheTypeLevelKeepTheirCode) {
     EXPECT_EQ(settled().back(), "type ptr 2 2 4660 5");
 }
 
-TEST_F(Dispatch, OldMessagesGiveNoExtension) {
+TEST_F(ClientDispatch, OldMessagesGiveNoExtension) {
     connect();
     rig.client.set_old_msg_default_callback(Recorder{got, "old"}.nbr());
     // A code below 0x100 in a packet that has an extension.
@@ -438,7 +438,7 @@ TEST_F(Dispatch, OldMessagesGiveNoExtension) {
     EXPECT_EQ(settled(), (All{"old nbr 1 65425 " + five}));
 }
 
-TEST_F(Dispatch, WithoutAnyCallbackTheMessageIsLostQuietly) {
+TEST_F(ClientDispatch, WithoutAnyCallbackTheMessageIsLostQuietly) {
     connect();
     push(mobile(0x3001, 1));
     EXPECT_EQ(settled(), All{});
@@ -447,7 +447,7 @@ TEST_F(Dispatch, WithoutAnyCallbackTheMessageIsLostQuietly) {
     EXPECT_FALSE(log.contains("EXCEPTION"));
 }
 
-TEST_F(Dispatch, TheServersSessionGoesIntoWhatIsSent) {
+TEST_F(ClientDispatch, TheServersSessionGoesIntoWhatIsSent) {
     connect();
     Events done;
     rig.client.on_nbr_msg(0x3001, [&](unsigned long long, unsigned short, unsigned char const *, unsigned,
@@ -467,7 +467,7 @@ TEST_F(Dispatch, TheServersSessionGoesIntoWhatIsSent) {
     EXPECT_EQ(rig.receive().session, 5u);
 }
 
-TEST_F(Dispatch, TheLogShowsAnObjectOrItsNbr) {
+TEST_F(ClientDispatch, TheLogShowsAnObjectOrItsNbr) {
     rig.client.register_message(0x3001, &Ask::create);
     connect();
     Pkt msg = mobile(0x3001, 7);
@@ -490,7 +490,7 @@ TEST_F(Dispatch, TheLogShowsAnObjectOrItsNbr) {
                              "<n> recv buf /\n", "<n> recv pkt #7 0x3002", "<n> use global callback \n"}));
 }
 
-TEST_F(Dispatch, AShortFrameIsDropped) {
+TEST_F(ClientDispatch, AShortFrameIsDropped) {
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
     connect(option);
@@ -505,7 +505,7 @@ TEST_F(Dispatch, AShortFrameIsDropped) {
     EXPECT_EQ(settled(), (All{"global nbr 1 12289 "}));
 }
 
-TEST_F(Dispatch, AnEmptyFrameReachesNoCallback) {
+TEST_F(ClientDispatch, AnEmptyFrameReachesNoCallback) {
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
     connect(option);
@@ -514,7 +514,7 @@ TEST_F(Dispatch, AnEmptyFrameReachesNoCallback) {
     EXPECT_EQ(log.count("<n> empty body\n"), 2u);
 }
 
-TEST_F(Dispatch, AnOldPacketWithAWrongHeadIsDroppedInOneLine) {
+TEST_F(ClientDispatch, AnOldPacketWithAWrongHeadIsDroppedInOneLine) {
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
     connect(option);
@@ -528,7 +528,7 @@ TEST_F(Dispatch, AnOldPacketWithAWrongHeadIsDroppedInOneLine) {
     EXPECT_FALSE(log.contains("recv pkt #1 "));
 }
 
-TEST_F(Dispatch, TheSecondByteSelectsTheLayout) {
+TEST_F(ClientDispatch, TheSecondByteSelectsTheLayout) {
     connect();
     rig.client.on_nbr_msg(0x3001, type.nbr());
     rig.client.on_nbr_msg(5, type.nbr());
@@ -539,7 +539,7 @@ TEST_F(Dispatch, TheSecondByteSelectsTheLayout) {
     EXPECT_EQ(settled(), (All{"type nbr 1 12289 " + five, "type nbr 2 5 " + five}));
 }
 
-TEST_F(Dispatch, ABodyThatIsNotNbrIsDroppedBeforeAnyCallback) {
+TEST_F(ClientDispatch, ABodyThatIsNotNbrIsDroppedBeforeAnyCallback) {
     rig.client.on_nbr_msg(0x3001, type.nbr());
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
@@ -563,7 +563,7 @@ TEST_F(Dispatch, ABodyThatIsNotNbrIsDroppedBeforeAnyCallback) {
     EXPECT_EQ(settled(), (All{"type nbr 2 12289 " + five}));
 }
 
-TEST_F(Dispatch, ARegisteredClassThatDoesNotFitIsDropped) {
+TEST_F(ClientDispatch, ARegisteredClassThatDoesNotFitIsDropped) {
     rig.client.register_message(0x3001, &Ask::create);
     rig.client.on_nbr_msg(0x3001, type.nbr());
     connect();
@@ -572,7 +572,7 @@ TEST_F(Dispatch, ARegisteredClassThatDoesNotFitIsDropped) {
     EXPECT_EQ(log.count("<<< EXCEPTION >>> "), 1u);
 }
 
-TEST_F(Dispatch, ACreatorOfNoMessageCountsAsNone) {
+TEST_F(ClientDispatch, ACreatorOfNoMessageCountsAsNone) {
     rig.client.register_message(0x3001, [] { return new tavMsgExt; });
     rig.client.register_message(0x3002, [] { return static_cast<tavObject *>(nullptr); });
     rig.client.on_msg(0x3001, type.ptr());
@@ -583,7 +583,7 @@ TEST_F(Dispatch, ACreatorOfNoMessageCountsAsNone) {
     EXPECT_EQ(settled(), (All{"type json 2 12290 null"}));
 }
 
-TEST_F(Dispatch, ACallbackThatThrowsLosesItsOwnMessageOnly) {
+TEST_F(ClientDispatch, ACallbackThatThrowsLosesItsOwnMessageOnly) {
     rig.client.register_message(0x3001, &Ask::create);
     connect();
     unsigned n = 0;
@@ -607,7 +607,7 @@ TEST_F(Dispatch, ACallbackThatThrowsLosesItsOwnMessageOnly) {
     EXPECT_TRUE(rig.client.connected());
 }
 
-TEST_F(Dispatch, ASendWhoseCallbackThrowsEndsByItsLimit) {
+TEST_F(ClientDispatch, ASendWhoseCallbackThrowsEndsByItsLimit) {
     rig.client.on_nbr_msg(0x3001, type.nbr());
     connect();
     auto const info = track(tls::nbr_function([&](unsigned long long, unsigned short, unsigned char const *,
@@ -621,7 +621,7 @@ TEST_F(Dispatch, ASendWhoseCallbackThrowsEndsByItsLimit) {
     EXPECT_EQ(resultOf(info), tls::result_timedout);
 }
 
-TEST_F(Dispatch, GlobalAndOldCallbacksMayThrowToo) {
+TEST_F(ClientDispatch, GlobalAndOldCallbacksMayThrowToo) {
     tls::connect_option option = rig.option();
     option.set_json_msg_callback([](unsigned long long, unsigned short, char const *, tavMsgExt) {
         throw std::runtime_error("from global");
@@ -637,7 +637,7 @@ TEST_F(Dispatch, GlobalAndOldCallbacksMayThrowToo) {
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> from old"));
 }
 
-TEST_F(Dispatch, MessagesComeOneAtATimeInTheirOrderOnTheReceiver) {
+TEST_F(ClientDispatch, MessagesComeOneAtATimeInTheirOrderOnTheReceiver) {
     std::atomic<int> inside{0};
     std::string threads;
     std::vector<unsigned long long> order;
@@ -663,7 +663,7 @@ TEST_F(Dispatch, MessagesComeOneAtATimeInTheirOrderOnTheReceiver) {
     EXPECT_EQ(threads, "<n>session.0.receiver");
 }
 
-TEST_F(Dispatch, ACallbackMayReplaceItselfAndRegister) {
+TEST_F(ClientDispatch, ACallbackMayReplaceItselfAndRegister) {
     connect();
     rig.client.on_nbr_msg(
         0x3001, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
@@ -679,7 +679,7 @@ TEST_F(Dispatch, ACallbackMayReplaceItselfAndRegister) {
     EXPECT_EQ(settled(), (All{"first", "type ptr 2 2 4660 5", "old nbr 3 5 " + five}));
 }
 
-TEST_F(Dispatch, RegistrationsBesideMessagesAreSafe) {
+TEST_F(ClientDispatch, RegistrationsBesideMessagesAreSafe) {
     connect();
     std::atomic<bool> done{false};
     std::thread other([&] {
@@ -699,7 +699,7 @@ TEST_F(Dispatch, RegistrationsBesideMessagesAreSafe) {
     other.join();
 }
 
-TEST_F(Dispatch, AFrameWithoutASessionOrWithoutBytesIsDropped) {
+TEST_F(ClientDispatch, AFrameWithoutASessionOrWithoutBytesIsDropped) {
     auto const core = std::make_shared<tls::impl::Client>("core");
     core->init__();
     core->on_recv(tavBytes(tav_istr("0123456789abcdef")));
@@ -717,7 +717,7 @@ TEST_F(Dispatch, AFrameWithoutASessionOrWithoutBytesIsDropped) {
     core->fini__();
 }
 
-TEST_F(Dispatch, HostileFramesNeverStopTheReceiver) {
+TEST_F(ClientDispatch, HostileFramesNeverStopTheReceiver) {
     tls::connect_option option = rig.option();
     option.set_nbr_msg_callback(global.nbr());
     rig.client.register_message(0x3001, &Ask::create);

@@ -50,7 +50,7 @@ static_assert(std::is_base_of<tavCodecInterface, client>::value, "a client can b
 static_assert(!std::is_copy_constructible<client>::value && !std::is_copy_assignable<client>::value,
               "a client is one connection");
 
-TEST(ClientLife, InstanceIsMadeOnceAndLogged) {
+TEST(ClientInterfaceLife, InstanceIsMadeOnceAndLogged) {
     LogCapture log;
     client & one = client::instance("life.once");
     EXPECT_EQ(log.count("<life.once> client instance creating...\n"), 1u);
@@ -61,7 +61,7 @@ TEST(ClientLife, InstanceIsMadeOnceAndLogged) {
     EXPECT_TRUE(client::destroy("life.other"));
 }
 
-TEST(ClientLife, DestroyEndsTheClientAndTheNextInstanceIsANewOne) {
+TEST(ClientInterfaceLife, DestroyEndsTheClientAndTheNextInstanceIsANewOne) {
     LogCapture log;
     client & first = client::instance("life.again");
     first.register_class("Plain", [] { return new Plain; });
@@ -74,13 +74,13 @@ TEST(ClientLife, DestroyEndsTheClientAndTheNextInstanceIsANewOne) {
     EXPECT_TRUE(client::destroy("life.again"));
 }
 
-TEST(ClientLife, DestroyOfAnUnknownNameIsFalseAndSilent) {
+TEST(ClientInterfaceLife, DestroyOfAnUnknownNameIsFalseAndSilent) {
     LogCapture log;
     EXPECT_FALSE(client::destroy("life.nobody"));
     EXPECT_TRUE(log.records().empty());
 }
 
-TEST(ClientLife, ConstructionAndDestructionLogInOrder) {
+TEST(ClientInterfaceLife, ConstructionAndDestructionLogInOrder) {
     LogCapture log;
     {
         client const c("a");
@@ -94,7 +94,7 @@ TEST(ClientLife, ConstructionAndDestructionLogInOrder) {
     EXPECT_EQ(log.find(" io context loop begin...").level, tavLogger::INFO);
 }
 
-TEST(ClientLife, SecondInitAndSecondFiniOnlyLog) {
+TEST(ClientInterfaceLife, SecondInitAndSecondFiniOnlyLog) {
     LogCapture log;
     client c("a");
     initClient(c, "b");
@@ -108,7 +108,7 @@ TEST(ClientLife, SecondInitAndSecondFiniOnlyLog) {
     EXPECT_EQ(log.count("<a> finalizing...\n"), 1u);
 }
 
-TEST(ClientLife, AnEndedClientCanBeInitialisedAgain) {
+TEST(ClientInterfaceLife, AnEndedClientCanBeInitialisedAgain) {
     LogCapture log;
     client c("a");
     endClient(c);
@@ -118,7 +118,7 @@ TEST(ClientLife, AnEndedClientCanBeInitialisedAgain) {
     EXPECT_TRUE(log.contains("<b> connected = 0\n"));
 }
 
-TEST(ClientLife, HundredClientsLeaveNoThreadAndNoDescriptor) {
+TEST(ClientInterfaceLife, HundredClientsLeaveNoThreadAndNoDescriptor) {
     LogCapture log("clear(NONE)");
     { client const warm("warm"); }
     Holdings const before;
@@ -128,13 +128,13 @@ TEST(ClientLife, HundredClientsLeaveNoThreadAndNoDescriptor) {
     EXPECT_TRUE(before.back()) << before.print();
 }
 
-TEST(ClientId, StandsInPointedBrackets) {
+TEST(ClientInterfaceId, StandsInPointedBrackets) {
     LogCapture log;
     client const c("name");
     EXPECT_EQ(c.id(), "<name>");
 }
 
-TEST(ClientId, AnonymousClientsHaveNumbersOfTheirOwn) {
+TEST(ClientInterfaceId, AnonymousClientsHaveNumbersOfTheirOwn) {
     LogCapture log;
     client const a("");
     client const b("");
@@ -154,14 +154,14 @@ TEST(ClientId, AnonymousClientsHaveNumbersOfTheirOwn) {
     EXPECT_TRUE(log.contains(a.id() + " Client init\n"));
 }
 
-TEST(ClientId, WithoutACoreItIsTheNameGiven) {
+TEST(ClientInterfaceId, WithoutACoreItIsTheNameGiven) {
     LogCapture log;
     client c("");
     endClient(c);
     EXPECT_EQ(c.id(), "<>");
 }
 
-TEST(ClientIo, DescribesItselfAsAClassWithItsMetaModel) {
+TEST(ClientInterfaceIo, DescribesItselfAsAClassWithItsMetaModel) {
     LogCapture log;
     ClientRig rig("a");
     RecordingStream::Calls before;
@@ -181,7 +181,7 @@ TEST(ClientIo, DescribesItselfAsAClassWithItsMetaModel) {
     EXPECT_EQ(after, before);
 }
 
-TEST(ClientNull, EveryMemberLogsTheFailedAssertionAndReturnsItsNullValue) {
+TEST(ClientInterfaceNull, EveryMemberLogsTheFailedAssertionAndReturnsItsNullValue) {
     LogCapture log;
     client c("a");
     endClient(c);
@@ -275,7 +275,7 @@ TEST(ClientNull, EveryMemberLogsTheFailedAssertionAndReturnsItsNullValue) {
     EXPECT_EQ(log.records().size(), n);
 }
 
-TEST(ClientNull, TheFailedAssertionStandsUnderTheDefaultTag) {
+TEST(ClientInterfaceNull, TheFailedAssertionStandsUnderTheDefaultTag) {
     LogCapture log("clear(NONE)TAV(ERROR)");
     client c("a");
     endClient(c);
@@ -283,7 +283,7 @@ TEST(ClientNull, TheFailedAssertionStandsUnderTheDefaultTag) {
     EXPECT_EQ(log.count("<ASSERT FAILURE> impl_ != nullptr\n"), 1u);
 }
 
-TEST(ClientLog, EachConnectionMemberSaysWhatItDoes) {
+TEST(ClientInterfaceLog, EachConnectionMemberSaysWhatItDoes) {
     LogCapture log;
     ClientRig rig("a");
     rig.connect();
@@ -311,7 +311,7 @@ TEST(ClientLog, EachConnectionMemberSaysWhatItDoes) {
     EXPECT_TRUE(log.contains("<a> closing...\n"));
 }
 
-TEST(ClientLog, EachRegistrationSaysWhatItDoes) {
+TEST(ClientInterfaceLog, EachRegistrationSaysWhatItDoes) {
     LogCapture log;
     client c("a");
     c.on_msg(0x12ab, tls::obj_function());
@@ -347,7 +347,7 @@ TEST(ClientLog, EachRegistrationSaysWhatItDoes) {
     EXPECT_TRUE(log.contains("<a> by class some.Class found msgcode 0xFFFF\n"));
 }
 
-TEST(ClientFactory, CreatesWhatIsRegistered) {
+TEST(ClientInterfaceFactory, CreatesWhatIsRegistered) {
     LogCapture log;
     client c("a");
     EXPECT_FALSE(c.createMessage(static_cast<unsigned short>(0x1234)));
@@ -361,7 +361,7 @@ TEST(ClientFactory, CreatesWhatIsRegistered) {
     c.unregister_message(0x1234);
 }
 
-TEST(ClientFactory, ASecondRegistrationReplacesTheFirst) {
+TEST(ClientInterfaceFactory, ASecondRegistrationReplacesTheFirst) {
     LogCapture log;
     client c("a");
     c.register_message(1, &Ask::create);
@@ -372,7 +372,7 @@ TEST(ClientFactory, ASecondRegistrationReplacesTheFirst) {
     EXPECT_TRUE(c.createObject("It")->classOf("Plain"));
 }
 
-TEST(ClientFactory, ATextWithALeadingDigitIsADecimalCode) {
+TEST(ClientInterfaceFactory, ATextWithALeadingDigitIsADecimalCode) {
     LogCapture log;
     client c("a");
     c.register_message(4660, &Ask::create);
@@ -383,7 +383,7 @@ TEST(ClientFactory, ATextWithALeadingDigitIsADecimalCode) {
     EXPECT_FALSE(c.createMessage("70196"));
 }
 
-TEST(ClientFactory, AnyOtherTextIsAClass) {
+TEST(ClientInterfaceFactory, AnyOtherTextIsAClass) {
     LogCapture log;
     client c("a");
     c.register_class("Ask", &Ask::create);
@@ -399,7 +399,7 @@ TEST(ClientFactory, AnyOtherTextIsAClass) {
     EXPECT_FALSE(c.createObject("Ask"));
 }
 
-TEST(ClientFactory, ACreatorOfNothingOrOfNoMessageGivesNull) {
+TEST(ClientInterfaceFactory, ACreatorOfNothingOrOfNoMessageGivesNull) {
     LogCapture log;
     unsigned const before = tavObject::counts();
     {
@@ -416,7 +416,7 @@ TEST(ClientFactory, ACreatorOfNothingOrOfNoMessageGivesNull) {
     EXPECT_EQ(tavObject::counts(), before);
 }
 
-TEST(ClientMeta, WithoutATemplateNothingIsKnown) {
+TEST(ClientInterfaceMeta, WithoutATemplateNothingIsKnown) {
     LogCapture log;
     client c("a");
     EXPECT_TRUE(c.find_class_by_code(0x1234).empty());
@@ -424,7 +424,7 @@ TEST(ClientMeta, WithoutATemplateNothingIsKnown) {
     EXPECT_EQ(c.find_code_by_class(nullptr), 0xffff);
 }
 
-TEST(ClientMeta, AnUnknownClassSetsItsJsonCallbackUnderAllOnes) {
+TEST(ClientInterfaceMeta, AnUnknownClassSetsItsJsonCallbackUnderAllOnes) {
     LogCapture log;
     ClientRig rig("a");
     Events got;
@@ -438,7 +438,7 @@ TEST(ClientMeta, AnUnknownClassSetsItsJsonCallbackUnderAllOnes) {
     EXPECT_EQ(got.all()[0], "9 65535null");
 }
 
-TEST(ClientSno, NextNumbersAreConsecutiveAndSkipOneZero) {
+TEST(ClientInterfaceSno, NextNumbersAreConsecutiveAndSkipOneZero) {
     LogCapture log;
     client c("a");
     unsigned short last = c.get_next_sno();
@@ -453,7 +453,7 @@ TEST(ClientSno, NextNumbersAreConsecutiveAndSkipOneZero) {
     EXPECT_EQ(zeros, 0u);
 }
 
-TEST(ClientStart, LongFormIsTheOptionInPieces) {
+TEST(ClientInterfaceStart, LongFormIsTheOptionInPieces) {
     LogCapture log;
     ClientRig rig("a");
     TempFile const ca(TlsIdentity::ecdsa().ca);
@@ -482,7 +482,7 @@ TEST(ClientStart, LongFormIsTheOptionInPieces) {
     EXPECT_EQ(events.all()[2], "error");
 }
 
-TEST(ClientStart, LongFormTakesTheProxyAndReuse) {
+TEST(ClientInterfaceStart, LongFormTakesTheProxyAndReuse) {
     LogCapture log;
     ClientRig rig("a");
     std::string asked;
@@ -502,7 +502,7 @@ TEST(ClientStart, LongFormTakesTheProxyAndReuse) {
     EXPECT_EQ(rig.peer.connections(), 1u);
 }
 
-TEST(ClientStart, LongFormTakesNullTextsAsEmpty) {
+TEST(ClientInterfaceStart, LongFormTakesNullTextsAsEmpty) {
     LogCapture log;
     client c("a");
     EXPECT_FALSE(c.start(nullptr, "1", nullptr, nullptr, tls::global_callback(), tls::timedout_option()));
@@ -512,7 +512,7 @@ TEST(ClientStart, LongFormTakesNullTextsAsEmpty) {
     EXPECT_TRUE(log.contains("<a> port is empty\n"));
 }
 
-TEST(ClientAddress, EmptyWithoutAConnection) {
+TEST(ClientInterfaceAddress, EmptyWithoutAConnection) {
     LogCapture log;
     client c("a");
     EXPECT_TRUE(c.get_local_addr().empty());
@@ -521,7 +521,7 @@ TEST(ClientAddress, EmptyWithoutAConnection) {
     EXPECT_EQ(log.find("<a> peer addr = ***:\n").level, tavLogger::DEBUG);
 }
 
-TEST(ClientAddress, TellsBothEnds) {
+TEST(ClientInterfaceAddress, TellsBothEnds) {
     LogCapture log;
     ClientRig rig("a");
     rig.connect();
@@ -533,7 +533,7 @@ TEST(ClientAddress, TellsBothEnds) {
     EXPECT_TRUE(log.contains("<a> self addr = 127.0.***:" + rig.client.get_local_addr().port + "\n"));
 }
 
-TEST(ClientAddress, ThrowsWhatTheSocketSaysWhenTheConnectionIsGone) {
+TEST(ClientInterfaceAddress, ThrowsWhatTheSocketSaysWhenTheConnectionIsGone) {
     LogCapture log;
     ClientRig rig("a");
     rig.connect();
@@ -553,14 +553,14 @@ TEST(ClientAddress, ThrowsWhatTheSocketSaysWhenTheConnectionIsGone) {
     }
 }
 
-TEST(ClientHeartbeat, WithoutAConnectionTheSwitchHasNoEffect) {
+TEST(ClientInterfaceHeartbeat, WithoutAConnectionTheSwitchHasNoEffect) {
     LogCapture log;
     client c("a");
     c.should_check_heartbeat(true);
     EXPECT_TRUE(log.contains("<a> check comm heartbeat = 1\n"));
 }
 
-TEST(ClientSurvive, WhatIsRegisteredBeforeStartServesTheConnection) {
+TEST(ClientInterfaceSurvive, WhatIsRegisteredBeforeStartServesTheConnection) {
     LogCapture log;
     ClientRig rig("a");
     Events got;
@@ -578,7 +578,7 @@ TEST(ClientSurvive, WhatIsRegisteredBeforeStartServesTheConnection) {
     EXPECT_EQ(got.all(), (std::vector<std::string>{"obj 8", "old 5"}));
 }
 
-TEST(ClientFinalize, EndsTheNamedClientsAndNamesTheOthers) {
+TEST(ClientInterfaceFinalize, EndsTheNamedClientsAndNamesTheOthers) {
     LogCapture log;
     client::instance("fin.a");
     client::instance("fin.b");
@@ -595,7 +595,7 @@ TEST(ClientFinalize, EndsTheNamedClientsAndNamesTheOthers) {
     EXPECT_EQ(tavIdGenerator::globalNextSno(), 1);
 }
 
-TEST(ClientFinalize, AClientThatTheApplicationHoldsGoesOn) {
+TEST(ClientInterfaceFinalize, AClientThatTheApplicationHoldsGoesOn) {
     LogCapture log("clear(NONE)");
     ClientRig rig("held");
     rig.connect();
@@ -605,7 +605,7 @@ TEST(ClientFinalize, AClientThatTheApplicationHoldsGoesOn) {
     EXPECT_TRUE(rig.server->waitClosed());
 }
 
-TEST(ClientFinalize, ACallbackOfAnEndingClientFindsThatClient) {
+TEST(ClientInterfaceFinalize, ACallbackOfAnEndingClientFindsThatClient) {
     LogCapture log("clear(NONE)");
     TlsPeer peer;
     Events events;
@@ -629,7 +629,7 @@ TEST(ClientFinalize, ACallbackOfAnEndingClientFindsThatClient) {
     EXPECT_EQ(send->result(), tls::result_cancelled);
 }
 
-TEST(ClientFinalize, CanBeFollowedByANewBeginning) {
+TEST(ClientInterfaceFinalize, CanBeFollowedByANewBeginning) {
     LogCapture log("clear(NONE)");
     client::instance("fin.next");
     client::finalize();

@@ -24,7 +24,7 @@ std::string repeated(std::string const & part, unsigned times) {
 }
 
 /// A client with a template, and nobody who reads its log.
-class Hostile : public ::testing::Test {
+class ClientJsonHostile : public ::testing::Test {
 protected:
     void SetUp() override {
         rig.client.on_json_msg(0x1f02, [this](unsigned long long sno, unsigned short, char const *,
@@ -59,7 +59,7 @@ protected:
 
 } // namespace
 
-TEST_F(Hostile, EveryCutOfAMessageIsSentOrRefused) {
+TEST_F(ClientJsonHostile, EveryCutOfAMessageIsSentOrRefused) {
     std::string const json = helloJson();
     unsigned refused = 0;
     for (std::size_t n = 0; n < json.size(); ++n) {
@@ -70,7 +70,7 @@ TEST_F(Hostile, EveryCutOfAMessageIsSentOrRefused) {
     EXPECT_TRUE(sends(json, ""));
 }
 
-TEST_F(Hostile, AnyTextIsSentOrRefused) {
+TEST_F(ClientJsonHostile, AnyTextIsSentOrRefused) {
     std::mt19937 random(11);
     std::string const alphabet = "{}[]:,\"'\\ \n0123456789-+.eEtruefalsenul_classcode\x7f\xff";
     for (int round = 0; round < 1500; ++round) {
@@ -84,7 +84,7 @@ TEST_F(Hostile, AnyTextIsSentOrRefused) {
     EXPECT_TRUE(sends(helloJson(), ""));
 }
 
-TEST_F(Hostile, DeepJsonCostsNoStack) {
+TEST_F(ClientJsonHostile, DeepJsonCostsNoStack) {
     sends(repeated("[", depth), "im.Deep");
     sends(repeated("{\"deep\":", depth), "im.Deep");
     sends("{\"user\":" + repeated("[", depth) + repeated("]", depth) + "}", "im.Hello");
@@ -97,7 +97,7 @@ TEST_F(Hostile, DeepJsonCostsNoStack) {
     EXPECT_TRUE(sends(helloJson(), ""));
 }
 
-TEST_F(Hostile, DeepBodiesCostNoStack) {
+TEST_F(ClientJsonHostile, DeepBodiesCostNoStack) {
     std::string const open = bytes("FF 01 28");
     std::string const close = bytes("FF 01 29");
     for (char const * tag : {"01", "02", "03"}) {
@@ -111,7 +111,7 @@ TEST_F(Hostile, DeepBodiesCostNoStack) {
     EXPECT_EQ(got.all().back(), "reply 2");
 }
 
-TEST_F(Hostile, AnyBodyIsToldOrDropped) {
+TEST_F(ClientJsonHostile, AnyBodyIsToldOrDropped) {
     std::mt19937 random(13);
     std::string const whole[] = {helloBody(), replyBody()};
     for (int round = 0; round < 1500; ++round) {

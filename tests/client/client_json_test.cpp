@@ -28,7 +28,7 @@ std::string fields(char const * text) {
 }
 
 /// A client with a template.
-class Json : public ::testing::Test {
+class ClientJson : public ::testing::Test {
 protected:
     tls::connect_option option() {
         tls::connect_option out = rig.option();
@@ -76,20 +76,20 @@ protected:
 
 } // namespace
 
-TEST_F(Json, SendsByClassName) {
+TEST_F(ClientJson, SendsByClassName) {
     connect();
     EXPECT_EQ(sent(R"({"user":"ann","seq":"5","tags":["a"],"mood":1})", "im.Hello"),
               "7937 " + hex(helloBody()));
 }
 
-TEST_F(Json, SendsByDecimalCode) {
+TEST_F(ClientJson, SendsByDecimalCode) {
     connect();
     EXPECT_EQ(sent(R"({"user":"ann","seq":"5","tags":["a"],"mood":1})", "7937"), "7937 " + hex(helloBody()));
     EXPECT_EQ(sent(R"({"note":"n"})", "4097"), "4097 " + fields("01 F1 01 6E"));
     EXPECT_EQ(sent(R"({"note":"n"})", "4097 and more"), "4097 " + fields("01 F1 01 6E"));
 }
 
-TEST_F(Json, SendsByWhatTheJsonNames) {
+TEST_F(ClientJson, SendsByWhatTheJsonNames) {
     connect();
     EXPECT_EQ(sent(helloJson(), ""), "7937 " + hex(helloBody()));
     EXPECT_EQ(sent(helloJson(), nullptr), "7937 " + hex(helloBody()));
@@ -97,14 +97,14 @@ TEST_F(Json, SendsByWhatTheJsonNames) {
     EXPECT_EQ(sent(R"({"__code__":"0x1001","note":"n"})", nullptr), "4097 " + fields("01 F1 01 6E"));
 }
 
-TEST_F(Json, WhatTheJsonNamesGoesAheadOfTheArgument) {
+TEST_F(ClientJson, WhatTheJsonNamesGoesAheadOfTheArgument) {
     connect();
     EXPECT_EQ(sent(helloJson(), "im.Push"), "7937 " + hex(helloBody()));
     EXPECT_EQ(sent(R"({"__code__":4097,"note":"n"})", "7937"), "4097 " + fields("01 F1 01 6E"));
     EXPECT_EQ(sent(R"({"__code__":4097,"note":"n"})", "im.Hello"), "4097 " + fields("01 F1 01 6E"));
 }
 
-TEST_F(Json, ACodeDropsTheClassText) {
+TEST_F(ClientJson, ACodeDropsTheClassText) {
     connect();
     EXPECT_TRUE(refused(R"({"note":"n"})", "65535", "meta class not found, maybe neither"));
     EXPECT_EQ(sent(R"({"__class__":"im.Push","note":"n"})", "65535"), "4097 " + fields("01 F1 01 6E"));
@@ -114,7 +114,7 @@ TEST_F(Json, ACodeDropsTheClassText) {
     EXPECT_TRUE(refused(R"({"note":"n"})", "0x1001", "meta class not found, maybe neither"));
 }
 
-TEST_F(Json, ATextThatBeginsWithADigitIsNeverAClass) {
+TEST_F(ClientJson, ATextThatBeginsWithADigitIsNeverAClass) {
     tls::connect_option odd = rig.option();
     odd.metainfo = "A:object(__class__(65535) __code__(1001) [1]n:int32?())"
                    "B:object(__class__(5im) __code__(1002) [1]n:int32?())";
@@ -126,7 +126,7 @@ TEST_F(Json, ATextThatBeginsWithADigitIsNeverAClass) {
     EXPECT_EQ(sent(R"({"__class__":"5im"})", ""), "4098 " + hex(bytes("FF 01 28 FF 01 29")));
 }
 
-TEST_F(Json, TheCodeCanBeGivenAsANumber) {
+TEST_F(ClientJson, TheCodeCanBeGivenAsANumber) {
     auto const core = std::make_shared<impl::Client>("core");
     core->init__();
     auto const info = core->start__(option(), false);
@@ -140,7 +140,7 @@ TEST_F(Json, TheCodeCanBeGivenAsANumber) {
     core->fini__();
 }
 
-TEST_F(Json, ThePacketTakesWhatTheOptionSays) {
+TEST_F(ClientJson, ThePacketTakesWhatTheOptionSays) {
     connect();
     tls::send_option how = tracked(0x1f02);
     how.sno = 0x123;
@@ -160,7 +160,7 @@ TEST_F(Json, ThePacketTakesWhatTheOptionSays) {
     EXPECT_EQ(info->result(), tls::result_unknown);
 }
 
-TEST_F(Json, WithoutASequenceNumberItGetsOne) {
+TEST_F(ClientJson, WithoutASequenceNumberItGetsOne) {
     connect();
     auto const first = send(helloJson(), "im.Hello");
     auto const second = send(helloJson(), "im.Hello");
@@ -170,14 +170,14 @@ TEST_F(Json, WithoutASequenceNumberItGetsOne) {
     EXPECT_EQ(rig.receive().sno, first->sno() & 0xffffu);
 }
 
-TEST_F(Json, WithoutAWaitItIsSentAndNotTracked) {
+TEST_F(ClientJson, WithoutAWaitItIsSentAndNotTracked) {
     connect();
     EXPECT_FALSE(send(helloJson(), "im.Hello", tls::send_option()));
     EXPECT_EQ(rig.receive().code, 0x1f01);
     EXPECT_TRUE(log.contains("<n> send result: empty\n"));
 }
 
-TEST_F(Json, AnOldCodeGoesInAnOldPacket) {
+TEST_F(ClientJson, AnOldCodeGoesInAnOldPacket) {
     tls::connect_option old = rig.option();
     old.metainfo = "Old:object(__class__(im.Old) __code__(91) [1]n:int32())";
     rig.connect(old);
@@ -187,7 +187,7 @@ TEST_F(Json, AnOldCodeGoesInAnOldPacket) {
     EXPECT_EQ(pkt.code, 0x91);
 }
 
-TEST_F(Json, SaysWhatItSends) {
+TEST_F(ClientJson, SaysWhatItSends) {
     connect();
     auto const info = send(R"({"__class__":"im.Reply","text":"hi","token":"tell nobody"})", "im.Reply");
     ASSERT_TRUE(info);
@@ -206,7 +206,7 @@ TEST_F(Json, SaysWhatItSends) {
     EXPECT_FALSE(log.contains(" nbr "));
 }
 
-TEST_F(Json, SaysWhatItCantSendToo) {
+TEST_F(ClientJson, SaysWhatItCantSendToo) {
     connect();
     EXPECT_FALSE(send("{}", "im.Hello"));
     EXPECT_TRUE(log.inOrder({"<n> send json msg @im.Hello\n", "<n> send json msg  0x1F01\n",
@@ -222,7 +222,7 @@ TEST_F(Json, SaysWhatItCantSendToo) {
     EXPECT_EQ(log.find("<n> send json msg  0x").level, tavLogger::VERBOSE);
 }
 
-TEST_F(Json, FailuresStandUnderTheDefaultTag) {
+TEST_F(ClientJson, FailuresStandUnderTheDefaultTag) {
     connect();
     tavLogger::setLogLevel("(clear(NONE)TAV(ERROR))");
     EXPECT_TRUE(refused("{}", "im.Hello", "missing necessary field name(s)"));
@@ -232,7 +232,7 @@ TEST_F(Json, FailuresStandUnderTheDefaultTag) {
     EXPECT_EQ(log.find("<<< EXCEPTION >>> missing necessary field id(s)").level, tavLogger::ERROR);
 }
 
-TEST_F(Json, AnyBodyOfAKnownCodeIsLoggedAsJson) {
+TEST_F(ClientJson, AnyBodyOfAKnownCodeIsLoggedAsJson) {
     connect();
     std::string const body = replyBody();
     ASSERT_TRUE(client().send_nbr_msg(0x1f02, reinterpret_cast<unsigned char const *>(body.data()),
@@ -245,7 +245,7 @@ TEST_F(Json, AnyBodyOfAKnownCodeIsLoggedAsJson) {
     EXPECT_FALSE(log.contains(" json "));
 }
 
-TEST_F(Json, WhatCantBeReadIsRefusedWithItsReason) {
+TEST_F(ClientJson, WhatCantBeReadIsRefusedWithItsReason) {
     connect();
     EXPECT_TRUE(
         refused("{}", "im.Nobody", "meta class not found, maybe neither __class__ nor __code__ given"));
@@ -264,7 +264,7 @@ TEST_F(Json, WhatCantBeReadIsRefusedWithItsReason) {
     EXPECT_EQ(sent(helloJson(), nullptr), "7937 " + hex(helloBody()));
 }
 
-TEST_F(Json, AnEmptyTextIsAnEmptyBodyOfTheCodeGiven) {
+TEST_F(ClientJson, AnEmptyTextIsAnEmptyBodyOfTheCodeGiven) {
     connect();
     EXPECT_EQ(sent("", "4097"), "4097 ");
     EXPECT_TRUE(log.contains(" / json \n"));
@@ -278,7 +278,7 @@ TEST_F(Json, AnEmptyTextIsAnEmptyBodyOfTheCodeGiven) {
     EXPECT_FALSE(log.contains("<<< EXCEPTION >>> "));
 }
 
-TEST_F(Json, WithoutATemplateNothingCanBeSent) {
+TEST_F(ClientJson, WithoutATemplateNothingCanBeSent) {
     rig.connect();
     EXPECT_TRUE(refused(helloJson(), "im.Hello", "meta class not found"));
     EXPECT_TRUE(refused(helloJson(), "7937", "meta class not found"));
@@ -286,7 +286,7 @@ TEST_F(Json, WithoutATemplateNothingCanBeSent) {
     EXPECT_TRUE(log.contains(" / json \n"));
 }
 
-TEST_F(Json, WithoutAConnectionItIsRefused) {
+TEST_F(ClientJson, WithoutAConnectionItIsRefused) {
     EXPECT_FALSE(send(helloJson(), "im.Hello"));
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> meta class not found"));
     connect();
@@ -296,7 +296,7 @@ TEST_F(Json, WithoutAConnectionItIsRefused) {
     EXPECT_TRUE(log.contains("<n> session not connected\n"));
 }
 
-TEST_F(Json, AReplyReachesTheSendAsJson) {
+TEST_F(ClientJson, AReplyReachesTheSendAsJson) {
     connect();
     tls::send_option how = tracked(0x1f02);
     how.set_json_ack_callback(json("send"));
@@ -312,7 +312,7 @@ TEST_F(Json, AReplyReachesTheSendAsJson) {
          "send level on json #" + textOf(reply.sno) + " 0x1f02 [" + textOf(replyRead().size()) + "]\n"}));
 }
 
-TEST_F(Json, ACodesMessagesReachItsCallback) {
+TEST_F(ClientJson, ACodesMessagesReachItsCallback) {
     client().on_json_msg(0x1f02, json("type"));
     connect();
     rig.server->send(mobile(0x1f02, 1, replyBody()).framed() + mobile(0x1f02, 2, replyBody()).framed());
@@ -320,7 +320,7 @@ TEST_F(Json, ACodesMessagesReachItsCallback) {
     EXPECT_EQ(got.all(), (All{"type 1 7938 " + replyRead(), "type 2 7938 " + replyRead()}));
 }
 
-TEST_F(Json, AClassesMessagesReachItsCallbackOnceTheTemplateIsKnown) {
+TEST_F(ClientJson, AClassesMessagesReachItsCallbackOnceTheTemplateIsKnown) {
     connect();
     client().on_json_msg("im.Reply", json("class"));
     EXPECT_TRUE(log.contains("<n> setup type level json msg callback, class = im.Reply\n"));
@@ -329,7 +329,7 @@ TEST_F(Json, AClassesMessagesReachItsCallbackOnceTheTemplateIsKnown) {
     EXPECT_EQ(got.all(), (All{"class 1 7938 " + replyRead()}));
 }
 
-TEST_F(Json, AClassSetBeforeTheStartCountsAsAllOnes) {
+TEST_F(ClientJson, AClassSetBeforeTheStartCountsAsAllOnes) {
     client().on_json_msg("im.Reply", json("class"));
     tls::connect_option with = option();
     with.set_json_msg_callback(json("global"));
@@ -339,7 +339,7 @@ TEST_F(Json, AClassSetBeforeTheStartCountsAsAllOnes) {
     EXPECT_EQ(got.all(), (All{"global 1 7938 " + replyRead(), "class 2 65535 null"}));
 }
 
-TEST_F(Json, AllOtherMessagesReachTheGlobalCallback) {
+TEST_F(ClientJson, AllOtherMessagesReachTheGlobalCallback) {
     tls::connect_option with = option();
     with.set_json_msg_callback(json("global"));
     rig.connect(with);
@@ -348,7 +348,7 @@ TEST_F(Json, AllOtherMessagesReachTheGlobalCallback) {
     EXPECT_EQ(got.all(), (All{"global 1 7937 " + helloRead(), "global 2 16384 null"}));
 }
 
-TEST_F(Json, AMessageWithACompiledClassReachesAJsonCallbackTooAsText) {
+TEST_F(ClientJson, AMessageWithACompiledClassReachesAJsonCallbackTooAsText) {
     client().register_message(0x1f01, &Compiled::create);
     tls::connect_option with = option();
     with.metainfo = "Msg:object(__class__(Msg) __code__(1F01) [1]number:int32() [2]text:string())";
@@ -373,7 +373,7 @@ TEST_F(Json, AMessageWithACompiledClassReachesAJsonCallbackTooAsText) {
     EXPECT_NE(log.find("<n> recv pkt #2 0x1F01").text.find(" obj "), std::string::npos);
 }
 
-TEST_F(Json, TheLogMasksWhatTheCallbackGetsPlain) {
+TEST_F(ClientJson, TheLogMasksWhatTheCallbackGetsPlain) {
     client().on_json_msg(0x1f02, json("type"));
     connect();
     rig.server->send(mobile(0x1f02, 1, replyBody()).framed());
@@ -387,7 +387,7 @@ TEST_F(Json, TheLogMasksWhatTheCallbackGetsPlain) {
     EXPECT_FALSE(log.contains("\"tell nobody\""));
 }
 
-TEST_F(Json, AReplyThatLacksAFieldLeavesTheSendToItsLimit) {
+TEST_F(ClientJson, AReplyThatLacksAFieldLeavesTheSendToItsLimit) {
     client().on_json_msg(0x1f01, json("type"));
     connect();
     tls::send_option how = tracked(0x1f02, 300);
@@ -404,7 +404,7 @@ TEST_F(Json, AReplyThatLacksAFieldLeavesTheSendToItsLimit) {
     EXPECT_TRUE(rig.server->quiet(20));
 }
 
-TEST_F(Json, AMessageThatLacksAFieldIsLostAloneAtTheOtherLevelsToo) {
+TEST_F(ClientJson, AMessageThatLacksAFieldIsLostAloneAtTheOtherLevelsToo) {
     client().on_json_msg(0x1f02, json("type"));
     tls::connect_option with = option();
     with.metainfo += "Cut:object(__class__(im.Cut) __code__(1F03) [1]text:string() [2]more:string())";
@@ -429,7 +429,7 @@ TEST_F(Json, AMessageThatLacksAFieldIsLostAloneAtTheOtherLevelsToo) {
     EXPECT_TRUE(rig.server->quiet(20));
 }
 
-TEST_F(Json, AJsonStepThatFailsLosesTheMessageEvenWithNobodyToTell) {
+TEST_F(ClientJson, AJsonStepThatFailsLosesTheMessageEvenWithNobodyToTell) {
     client().on_msg(0x1f02,
                     tls::obj_function([this](unsigned long long, tavMessage const &) { got.add("obj"); }));
     connect();
@@ -446,7 +446,7 @@ TEST_F(Json, AJsonStepThatFailsLosesTheMessageEvenWithNobodyToTell) {
                      "<n> on type level json msg \n"}));
 }
 
-TEST_F(Json, OldMessagesReachAJsonCallbackOfTheirCode) {
+TEST_F(ClientJson, OldMessagesReachAJsonCallbackOfTheirCode) {
     tls::connect_option with = rig.option();
     with.metainfo = "Old:object(__class__(im.Old) __code__(91) [1]n:int32())";
     with.set_json_msg_callback(json("global"));
@@ -460,7 +460,7 @@ TEST_F(Json, OldMessagesReachAJsonCallbackOfTheirCode) {
     EXPECT_EQ(got.all(), (All{R"(type 1 145 { "__class__":"im.Old", "n":5 })", "old"}));
 }
 
-TEST_F(Json, ABodyThatIsNotNbrIsDropped) {
+TEST_F(ClientJson, ABodyThatIsNotNbrIsDropped) {
     client().on_json_msg(0x1f02, json("type"));
     connect();
     rig.server->send(mobile(0x1f02, 1, "junk").framed() + mobile(0x1f02, 2, replyBody()).framed());
@@ -469,7 +469,7 @@ TEST_F(Json, ABodyThatIsNotNbrIsDropped) {
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> "));
 }
 
-TEST_F(Json, ABodyIsReadWhetherOrNotItIsLogged) {
+TEST_F(ClientJson, ABodyIsReadWhetherOrNotItIsLogged) {
     client().on_json_msg(0x1f02, json("type"));
     client().on_nbr_msg(0x4000, [this](unsigned long long sno, unsigned short, unsigned char const *,
                                        unsigned, tavMsgExt) { got.add("nbr " + textOf(sno)); });
@@ -484,7 +484,7 @@ TEST_F(Json, ABodyIsReadWhetherOrNotItIsLogged) {
     EXPECT_EQ(got.all(), (All{"nbr 2", json, "nbr 2", json}));
 }
 
-TEST_F(Json, AnEmptyBodyIsAnEmptyTextOfAnyCode) {
+TEST_F(ClientJson, AnEmptyBodyIsAnEmptyTextOfAnyCode) {
     client().on_json_msg(0x1f02, json("type"));
     client().on_json_msg(0x4000, json("type"));
     connect();
@@ -496,7 +496,7 @@ TEST_F(Json, AnEmptyBodyIsAnEmptyTextOfAnyCode) {
     EXPECT_EQ(log.find("nbr bytes is empty\n").level, tavLogger::VERBOSE);
 }
 
-TEST_F(Json, ACallbackThatThrowsLosesItsOwnMessageOnly) {
+TEST_F(ClientJson, ACallbackThatThrowsLosesItsOwnMessageOnly) {
     tls::json_function const record = json("type");
     client().on_json_msg(
         0x1f02, [record](unsigned long long sno, unsigned short code, char const * text, tavMsgExt ext) {
@@ -518,7 +518,7 @@ TEST_F(Json, ACallbackThatThrowsLosesItsOwnMessageOnly) {
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> no thanks"));
 }
 
-TEST_F(Json, ACallbackMaySendJsonItself) {
+TEST_F(ClientJson, ACallbackMaySendJsonItself) {
     client().on_json_msg(0x1f02, [this](unsigned long long, unsigned short, char const *, tavMsgExt) {
         send(helloJson(), "im.Hello");
     });
@@ -527,7 +527,7 @@ TEST_F(Json, ACallbackMaySendJsonItself) {
     EXPECT_EQ(rig.receive().code, 0x1f01);
 }
 
-TEST_F(Json, SendsReceivesAndNewTemplatesMayMeet) {
+TEST_F(ClientJson, SendsReceivesAndNewTemplatesMayMeet) {
     client().on_json_msg(0x1f02, json("type"));
     connect();
     std::atomic<bool> done{false};

@@ -175,7 +175,7 @@ TEST(ClientLookup, ManyThatHangEndByThemselvesLater) {
     EXPECT_TRUE(before.back()) << before.print();
 }
 
-TEST(ClientAddresses, OneThatDoesNotAnswerHoldsUpTheOthersASecondAtMost) {
+TEST(ClientLookupAddresses, OneThatDoesNotAnswerHoldsUpTheOthersASecondAtMost) {
     Names names;
     ClientRig rig;
     SilentAddress const silent("127.0.0.2", rig.peer.port());
@@ -188,7 +188,7 @@ TEST(ClientAddresses, OneThatDoesNotAnswerHoldsUpTheOthersASecondAtMost) {
     EXPECT_EQ(rig.events.count(), 1u) << "the address that was left behind tells nothing";
 }
 
-TEST(ClientAddresses, OneThatRefusesHoldsUpNothing) {
+TEST(ClientLookupAddresses, OneThatRefusesHoldsUpNothing) {
     Names names;
     ClientRig rig;
     std::vector<std::string> addresses;
@@ -203,7 +203,7 @@ TEST(ClientAddresses, OneThatRefusesHoldsUpNothing) {
     EXPECT_EQ(rig.events.count(), 1u);
 }
 
-TEST(ClientAddresses, TheLastThatAnswersIsNotGivenUpForOneThatIsSilent) {
+TEST(ClientLookupAddresses, TheLastThatAnswersIsNotGivenUpForOneThatIsSilent) {
     Names names;
     ClientRig rig;
     SilentAddress const silent("127.0.0.3", rig.peer.port());
@@ -212,7 +212,7 @@ TEST(ClientAddresses, TheLastThatAnswersIsNotGivenUpForOneThatIsSilent) {
     EXPECT_EQ(rig.client.get_remote_addr().host, "127.0.0.1");
 }
 
-TEST(ClientAddresses, AllThatRefuseAreOneError) {
+TEST(ClientLookupAddresses, AllThatRefuseAreOneError) {
     LogCapture log;
     Names names;
     ClientRig rig;
@@ -226,7 +226,7 @@ TEST(ClientAddresses, AllThatRefuseAreOneError) {
     EXPECT_TRUE(log.contains(" connecting to 127.0.0.2:" + port + ", 127.0.0.3:" + port));
 }
 
-TEST(ClientAddresses, AllThatAreSilentEndWithTheConnectAndLeaveNothing) {
+TEST(ClientLookupAddresses, AllThatAreSilentEndWithTheConnectAndLeaveNothing) {
     Names names;
     Holdings const before;
     {
@@ -243,7 +243,7 @@ TEST(ClientAddresses, AllThatAreSilentEndWithTheConnectAndLeaveNothing) {
     EXPECT_TRUE(before.back()) << before.print();
 }
 
-TEST(ClientPort, AboveTheLargestIsAnErrorAndConnectsToNothing) {
+TEST(ClientLookupPort, AboveTheLargestIsAnErrorAndConnectsToNothing) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -259,19 +259,19 @@ TEST(ClientPort, AboveTheLargestIsAnErrorAndConnectsToNothing) {
     EXPECT_TRUE(rig.settle());
 }
 
-TEST(ClientPort, TrailingLettersAndSignsAreErrors) {
+TEST(ClientLookupPort, TrailingLettersAndSignsAreErrors) {
     for (char const * port : {"443x", "1 ", " 80", "+80", "-1", "80.", "0x50", "99999999999999999999"}) {
         EXPECT_NE(errorOf(port).find(std::string("port ") + port + " is no number"), std::string::npos)
             << port << ": " << errorOf(port);
     }
 }
 
-TEST(ClientPort, TheLargestIsTried) {
+TEST(ClientLookupPort, TheLargestIsTried) {
     EXPECT_EQ(errorOf("65535").find("is no number"), std::string::npos);
     EXPECT_EQ(errorOf("065535").find("is no number"), std::string::npos);
 }
 
-TEST(ClientPort, BehindAProxyCountsToo) {
+TEST(ClientLookupPort, BehindAProxyCountsToo) {
     ClientRig rig;
     tls::connect_option option = rig.option();
     option.proxy_host = option.host;
@@ -284,7 +284,7 @@ TEST(ClientPort, BehindAProxyCountsToo) {
     EXPECT_FALSE(rig.peer.pending(0));
 }
 
-TEST(ClientPort, IsTellableFromAService) {
+TEST(ClientLookupPort, IsTellableFromAService) {
     unsigned short port = 7;
     for (char const * name : {"", "https", "x11", "no-such-service"}) {
         EXPECT_EQ(impl::read_port(name, port), impl::port_kind::name) << name;

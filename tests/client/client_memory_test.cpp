@@ -76,7 +76,7 @@ void operator delete[](void * p, std::nothrow_t const &) noexcept {
 namespace {
 
 /// A connected client, one of whose allocations fails.
-class Memory : public ::testing::Test {
+class ClientMemory : public ::testing::Test {
 protected:
     void SetUp() override {
         test_thread = true;
@@ -130,7 +130,7 @@ protected:
 
 } // namespace
 
-TEST_F(Memory, SendThatHasNoneSilencesNothing) {
+TEST_F(ClientMemory, SendThatHasNoneSilencesNothing) {
     TlsPeer peer;
     std::unique_ptr<TlsConnection> server;
     SessionRig sessions;
@@ -159,7 +159,7 @@ TEST_F(Memory, SendThatHasNoneSilencesNothing) {
     }
 }
 
-TEST_F(Memory, ThreadsOfTheClientThatHaveNoneSilenceNothing) {
+TEST_F(ClientMemory, ThreadsOfTheClientThatHaveNoneSilenceNothing) {
     bool more = true;
     for (long n = 0; more; ++n) {
         ASSERT_LT(n, 2000);
@@ -179,7 +179,7 @@ TEST_F(Memory, ThreadsOfTheClientThatHaveNoneSilenceNothing) {
     }
 }
 
-TEST_F(Memory, ConnectionThatBreaksWithoutAnyIsTold) {
+TEST_F(ClientMemory, ConnectionThatBreaksWithoutAnyIsTold) {
     bool more = true;
     for (long n = 0; more; ++n) {
         ASSERT_LT(n, 2000);
@@ -197,7 +197,7 @@ TEST_F(Memory, ConnectionThatBreaksWithoutAnyIsTold) {
     }
 }
 
-TEST_F(Memory, LookupWhoseThreadHasNoneIsAnswered) {
+TEST_F(ClientMemory, LookupWhoseThreadHasNoneIsAnswered) {
     asio::io_context io;
     auto const work = asio::make_work_guard(io);
     impl::resolver looked(io);
@@ -214,7 +214,7 @@ TEST_F(Memory, LookupWhoseThreadHasNoneIsAnswered) {
     }
 }
 
-TEST_F(Memory, LookupThatCanNotBeginLeavesNothing) {
+TEST_F(ClientMemory, LookupThatCanNotBeginLeavesNothing) {
     for (char const * service : {"443", "https"}) {
         asio::io_context io;
         auto const work = asio::make_work_guard(io);

@@ -21,14 +21,14 @@ namespace {
 unsigned short const none = 0xffff;
 
 /// The kinds of fields have names, as they have once there is a client.
-class Model : public ::testing::Test {
+class ClientMetainfoModel : public ::testing::Test {
 protected:
     tav::pml::field_type::Initializer const names;
     LogCapture log;
 };
 
 /// A client that is connected with templates.
-class Templates : public ::testing::Test {
+class ClientMetainfoTemplates : public ::testing::Test {
 protected:
     tls::connect_option option(std::string const & text) {
         tls::connect_option out = rig.option();
@@ -76,7 +76,7 @@ bool readable(std::string const & text) {
 static_assert(std::is_base_of<tavCodecInterface, metainfo>::value, "it can be described by a stream");
 static_assert(!std::is_copy_constructible<metainfo>::value, "its stream views its own text");
 
-TEST_F(Model, AnEmptyTextDescribesNothing) {
+TEST_F(ClientMetainfoModel, AnEmptyTextDescribesNothing) {
     metainfo const model((std::string()));
     EXPECT_TRUE(model.find_class_by_code(0).empty());
     EXPECT_TRUE(model.find_class_by_code(0x1f01).empty());
@@ -93,7 +93,7 @@ TEST_F(Model, AnEmptyTextDescribesNothing) {
               std::string::npos);
 }
 
-TEST_F(Model, FindsClassesByCodeAndCodesByClass) {
+TEST_F(ClientMetainfoModel, FindsClassesByCodeAndCodesByClass) {
     metainfo const model(helloTemplate());
     EXPECT_EQ(model.find_class_by_code(0x1f01), "im.Hello");
     EXPECT_EQ(model.find_class_by_code(0x1f02), "im.Reply");
@@ -106,7 +106,7 @@ TEST_F(Model, FindsClassesByCodeAndCodesByClass) {
     EXPECT_EQ(model.find_code_by_class("im.Push"), 4097);
 }
 
-TEST_F(Model, AClassWithoutACodeAndAnUnknownOneHaveNone) {
+TEST_F(ClientMetainfoModel, AClassWithoutACodeAndAnUnknownOneHaveNone) {
     metainfo const model(helloTemplate() + "None:object(__class__(im.None) __code__(FFFF))");
     EXPECT_EQ(model.find_code_by_class("im.Bare"), none);
     EXPECT_EQ(model.find_code_by_class("im.None"), none);
@@ -116,7 +116,7 @@ TEST_F(Model, AClassWithoutACodeAndAnUnknownOneHaveNone) {
     EXPECT_TRUE(model.find_class_by_code(none).empty());
 }
 
-TEST_F(Model, JsonBecomesABodyAndItsCode) {
+TEST_F(ClientMetainfoModel, JsonBecomesABodyAndItsCode) {
     metainfo const model(helloTemplate());
     tavBytes body;
     unsigned short code = none;
@@ -130,7 +130,7 @@ TEST_F(Model, JsonBecomesABodyAndItsCode) {
     EXPECT_EQ(code, 0x1001);
 }
 
-TEST_F(Model, FailuresLeaveTheBody) {
+TEST_F(ClientMetainfoModel, FailuresLeaveTheBody) {
     metainfo const model(helloTemplate());
     tavBytes body;
     body << 'x';
@@ -142,7 +142,7 @@ TEST_F(Model, FailuresLeaveTheBody) {
     EXPECT_EQ(hex(tav_istr(body)), "78");
 }
 
-TEST_F(Model, ABodyBecomesJsonForTheApplicationAndMaskedTextForTheLog) {
+TEST_F(ClientMetainfoModel, ABodyBecomesJsonForTheApplicationAndMaskedTextForTheLog) {
     metainfo const model(helloTemplate());
     EXPECT_EQ(model.message_to_json(tav_istr(helloBody()), 0x1f01, false), helloRead());
     EXPECT_EQ(model.message_to_json(tav_istr(helloBody()), 0x1f01, true), helloLogged());
@@ -150,7 +150,7 @@ TEST_F(Model, ABodyBecomesJsonForTheApplicationAndMaskedTextForTheLog) {
     EXPECT_EQ(model.message_to_json(tav_istr(replyBody()), 0x1f02, true), replyLogged());
 }
 
-TEST_F(Model, OnlyTheApplicationsFormMissesNecessaryFields) {
+TEST_F(ClientMetainfoModel, OnlyTheApplicationsFormMissesNecessaryFields) {
     metainfo const model(helloTemplate());
     EXPECT_NE(failureOf([&] {
                   model.message_to_json(tav_istr(replyCut()), 0x1f02, false);
@@ -159,7 +159,7 @@ TEST_F(Model, OnlyTheApplicationsFormMissesNecessaryFields) {
     EXPECT_EQ(model.message_to_json(tav_istr(replyCut()), 0x1f02, true), R"(@im.Reply{ [1]text:"hi" })");
 }
 
-TEST_F(Model, AnEmptyBodyIsAnEmptyTextAndOtherBytesFail) {
+TEST_F(ClientMetainfoModel, AnEmptyBodyIsAnEmptyTextAndOtherBytesFail) {
     metainfo const model(helloTemplate());
     EXPECT_EQ(model.message_to_json(tav_istr(), 0x1f01, false), "");
     EXPECT_EQ(model.message_to_json(tav_istr(), 0x1f03, true), "");
@@ -167,7 +167,7 @@ TEST_F(Model, AnEmptyBodyIsAnEmptyTextAndOtherBytesFail) {
     EXPECT_FALSE(failureOf([&] { model.message_to_json("junk", 0x1f03, true); }).empty());
 }
 
-TEST_F(Model, DescribesItselfWithTheFactory) {
+TEST_F(ClientMetainfoModel, DescribesItselfWithTheFactory) {
     metainfo model(helloTemplate());
     RecordingStream::Calls calls;
     RecordingStream out(calls, RecordingStream::Options());
@@ -184,7 +184,7 @@ TEST_F(Model, DescribesItselfWithTheFactory) {
     EXPECT_TRUE(code);
 }
 
-TEST_F(Model, AStreamThatReadsChangesNothing) {
+TEST_F(ClientMetainfoModel, AStreamThatReadsChangesNothing) {
     metainfo model(helloTemplate());
     RecordingStream::Calls calls;
     Node const empty = Node::object({});
@@ -194,12 +194,12 @@ TEST_F(Model, AStreamThatReadsChangesNothing) {
     EXPECT_EQ(model.find_code_by_class("im.Reply"), 0x1f02);
 }
 
-TEST_F(Model, ABadTemplateFailsWithItsReason) {
+TEST_F(ClientMetainfoModel, ABadTemplateFailsWithItsReason) {
     EXPECT_NE(failureOf([] { metainfo const model("Hello:object(__class__(im.Hello)"); }).find("throw at"),
               std::string::npos);
 }
 
-TEST_F(Model, AnyCutOfATemplateIsReadOrRefused) {
+TEST_F(ClientMetainfoModel, AnyCutOfATemplateIsReadOrRefused) {
     std::string const text = helloTemplate();
     for (std::size_t n = 0; n <= text.size(); ++n) {
         readable(text.substr(0, n));
@@ -208,7 +208,7 @@ TEST_F(Model, AnyCutOfATemplateIsReadOrRefused) {
     EXPECT_TRUE(readable(text));
 }
 
-TEST_F(Model, AnyBytesAreReadOrRefused) {
+TEST_F(ClientMetainfoModel, AnyBytesAreReadOrRefused) {
     std::mt19937 random(7);
     std::string const alphabet = "()[]{}:*\"'^ \n_,?.0x1FAabeitlmnorsu\x00\xff";
     for (int round = 0; round < 2000; ++round) {
@@ -222,7 +222,7 @@ TEST_F(Model, AnyBytesAreReadOrRefused) {
     }
 }
 
-TEST_F(Model, ClientsMayBeMadeWhileTemplatesAreRead) {
+TEST_F(ClientMetainfoModel, ClientsMayBeMadeWhileTemplatesAreRead) {
     std::thread makes([] {
         for (int i = 0; i < 20; ++i) {
             tls::client const made("made");
@@ -234,7 +234,7 @@ TEST_F(Model, ClientsMayBeMadeWhileTemplatesAreRead) {
     makes.join();
 }
 
-TEST_F(Model, DepthCostsNoStack) {
+TEST_F(ClientMetainfoModel, DepthCostsNoStack) {
     std::string open;
     for (unsigned i = 0; i < 100000; ++i) {
         open += "[1]a:object(__class__(A)";
@@ -254,12 +254,12 @@ TEST_F(Model, DepthCostsNoStack) {
     EXPECT_TRUE(readable(text + std::string(depth, ')')));
 }
 
-TEST_F(Templates, NothingIsKnownBeforeTheStart) {
+TEST_F(ClientMetainfoTemplates, NothingIsKnownBeforeTheStart) {
     EXPECT_EQ(classOf(0x1f01), "");
     EXPECT_EQ(codeOf("im.Hello"), none);
 }
 
-TEST_F(Templates, TheStartsTemplateIsKnownAndLogged) {
+TEST_F(ClientMetainfoTemplates, TheStartsTemplateIsKnownAndLogged) {
     rig.connect(option(helloTemplate()));
     EXPECT_EQ(classOf(0x1f01), "im.Hello");
     EXPECT_EQ(codeOf("im.Hello"), 0x1f01);
@@ -270,14 +270,14 @@ TEST_F(Templates, TheStartsTemplateIsKnownAndLogged) {
     EXPECT_TRUE(log.contains("<n> by class im.Nobody found msgcode 0xFFFF\n"));
 }
 
-TEST_F(Templates, TheLongStartTakesATemplateToo) {
+TEST_F(ClientMetainfoTemplates, TheLongStartTakesATemplateToo) {
     auto const info = rig.client.start("127.0.0.1", rig.peer.portText().c_str(), "", helloTemplate().c_str(),
                                        tls::global_callback(), tls::timedout_option());
     rig.finish(info);
     EXPECT_EQ(classOf(0x1f02), "im.Reply");
 }
 
-TEST_F(Templates, AReconnectKeepsTheTemplateAndAStartReplacesIt) {
+TEST_F(ClientMetainfoTemplates, AReconnectKeepsTheTemplateAndAStartReplacesIt) {
     rig.connect(option(helloTemplate()));
     rig.reconnect();
     EXPECT_EQ(codeOf("im.Hello"), 0x1f01);
@@ -288,7 +288,7 @@ TEST_F(Templates, AReconnectKeepsTheTemplateAndAStartReplacesIt) {
     EXPECT_EQ(codeOf("im.Other"), none);
 }
 
-TEST_F(Templates, AStartThatKeepsItsConnectionKeepsItsTemplate) {
+TEST_F(ClientMetainfoTemplates, AStartThatKeepsItsConnectionKeepsItsTemplate) {
     rig.connect(option(helloTemplate()));
     auto const info =
         rig.client.start(option("Other:object(__class__(im.Other) __code__(0a01) [1]n:int32())"), true);
@@ -298,7 +298,7 @@ TEST_F(Templates, AStartThatKeepsItsConnectionKeepsItsTemplate) {
     EXPECT_EQ(codeOf("im.Other"), none);
 }
 
-TEST_F(Templates, ACallbackByClassStaysWithTheCodeItHadThen) {
+TEST_F(ClientMetainfoTemplates, ACallbackByClassStaysWithTheCodeItHadThen) {
     rig.connect(option(helloTemplate()));
     Events got;
     rig.client.on_json_msg("im.Reply", [&](unsigned long long sno, unsigned short code, char const * json,
@@ -309,14 +309,14 @@ TEST_F(Templates, ACallbackByClassStaysWithTheCodeItHadThen) {
     EXPECT_EQ(got.all(), (std::vector<std::string>{"2 7938null"}));
 }
 
-TEST_F(Templates, AClosedClientStillKnowsItsTemplate) {
+TEST_F(ClientMetainfoTemplates, AClosedClientStillKnowsItsTemplate) {
     rig.connect(option(helloTemplate()));
     rig.client.close();
     ASSERT_TRUE(rig.server->waitClosed());
     EXPECT_EQ(classOf(0x1f01), "im.Hello");
 }
 
-TEST_F(Templates, TheClientDescribesTheModel) {
+TEST_F(ClientMetainfoTemplates, TheClientDescribesTheModel) {
     rig.connect(option(helloTemplate()));
     RecordingStream::Calls calls;
     RecordingStream out(calls, RecordingStream::Options());
@@ -325,7 +325,7 @@ TEST_F(Templates, TheClientDescribesTheModel) {
     EXPECT_NE(std::find(calls.begin(), calls.end(), "/1:metainfo/1:factory enter 'factory' ''"), calls.end());
 }
 
-TEST_F(Templates, ABadTemplateIsAnErrorOfTheConnect) {
+TEST_F(ClientMetainfoTemplates, ABadTemplateIsAnErrorOfTheConnect) {
     auto const info = rig.client.start(option("Hello:object(__class__(im.Hello)"));
     ASSERT_TRUE(info);
     EXPECT_EQ(info->wait(), tls::result_error);
@@ -341,7 +341,7 @@ TEST_F(Templates, ABadTemplateIsAnErrorOfTheConnect) {
     EXPECT_EQ(rig.events.count(), 1u);
 }
 
-TEST_F(Templates, AfterABadTemplateTheOldOneStaysAndAGoodOneServes) {
+TEST_F(ClientMetainfoTemplates, AfterABadTemplateTheOldOneStaysAndAGoodOneServes) {
     rig.connect(option(helloTemplate()));
     EXPECT_EQ(rig.client.start(option("x(("))->wait(), tls::result_error);
     EXPECT_EQ(codeOf("im.Hello"), 0x1f01);
@@ -350,7 +350,7 @@ TEST_F(Templates, AfterABadTemplateTheOldOneStaysAndAGoodOneServes) {
     EXPECT_EQ(codeOf("im.Reply"), 0x1f02);
 }
 
-TEST_F(Templates, AReconnectAfterABadTemplateGoesOnWithTheOldOne) {
+TEST_F(ClientMetainfoTemplates, AReconnectAfterABadTemplateGoesOnWithTheOldOne) {
     rig.connect(option(helloTemplate()));
     EXPECT_EQ(rig.client.start(option("x(("))->wait(), tls::result_error);
     rig.reconnect();
@@ -358,7 +358,7 @@ TEST_F(Templates, AReconnectAfterABadTemplateGoesOnWithTheOldOne) {
     EXPECT_EQ(codeOf("im.Hello"), 0x1f01);
 }
 
-TEST_F(Templates, AnAliasOfTheApplicationServesTheNextTemplate) {
+TEST_F(ClientMetainfoTemplates, AnAliasOfTheApplicationServesTheNextTemplate) {
     tav::pml::field_type::addAlias("wortzahl", tav::pml::field_type::int64_, false);
     rig.connect(option("A:object(__class__(im.A) __code__(0a01) [1]n:wortzahl())"));
     auto const info = rig.client.send_json_msg(

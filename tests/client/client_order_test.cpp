@@ -305,7 +305,7 @@ private:
 
 } // namespace
 
-TEST(ClientBreak, RepliesThatComeWithTheEndEndTheirSends) {
+TEST(ClientOrderBreak, RepliesThatComeWithTheEndEndTheirSends) {
     Asking it(2);
     it.ask(41);
     std::string const last_words = it.replies(40) + mobile(0x4000, 7).framed();
@@ -321,7 +321,7 @@ TEST(ClientBreak, RepliesThatComeWithTheEndEndTheirSends) {
     EXPECT_EQ(it.sends[40]->result(), tls::result_cancelled);
 }
 
-TEST(ClientBreak, RepliesThatComeAheadOfAFailedWriteEndTheirSends) {
+TEST(ClientOrderBreak, RepliesThatComeAheadOfAFailedWriteEndTheirSends) {
     Asking it(2);
     it.ask(40);
     std::string const last_words = it.replies(40);
@@ -340,7 +340,7 @@ TEST(ClientBreak, RepliesThatComeAheadOfAFailedWriteEndTheirSends) {
     EXPECT_EQ(it.events.all().back(), "error");
 }
 
-TEST(ClientBreak, ABacklogHoldsUpTheEndForAboutASecond) {
+TEST(ClientOrderBreak, ABacklogHoldsUpTheEndForAboutASecond) {
     Asking it(20);
     it.ask(501);
     it.rig.server->send(it.replies(500));
@@ -356,7 +356,7 @@ TEST(ClientBreak, ABacklogHoldsUpTheEndForAboutASecond) {
     }
 }
 
-TEST(ClientBreak, NoSendIsAcceptedWhileWhatCameIsHandled) {
+TEST(ClientOrderBreak, NoSendIsAcceptedWhileWhatCameIsHandled) {
     Asking it;
     Gate gate;
     std::atomic<bool> connected{true};
@@ -381,7 +381,7 @@ TEST(ClientBreak, NoSendIsAcceptedWhileWhatCameIsHandled) {
     EXPECT_FALSE(late);
 }
 
-TEST(ClientBreak, AReconnectInTheLastMessageTellsNoError) {
+TEST(ClientOrderBreak, AReconnectInTheLastMessageTellsNoError) {
     Asking it;
     std::shared_ptr<tls::connect_info> again;
     it.rig.client.on_nbr_msg(
@@ -401,7 +401,7 @@ TEST(ClientBreak, AReconnectInTheLastMessageTellsNoError) {
     EXPECT_EQ(it.events.all(), (std::vector<std::string>{"goodbye", "error"}));
 }
 
-TEST(ClientClose, TellsNoErrorAfterItHasReturned) {
+TEST(ClientOrderClose, TellsNoErrorAfterItHasReturned) {
     LogCapture log("clear(NONE)");
     for (int i = 0; i < 20; ++i) {
         ClientRig rig;
@@ -437,7 +437,7 @@ TEST(ClientClose, TellsNoErrorAfterItHasReturned) {
     }
 }
 
-TEST(ClientClose, AnErrorThatWaitsForItsTurnIsNotToldAfterwards) {
+TEST(ClientOrderClose, AnErrorThatWaitsForItsTurnIsNotToldAfterwards) {
     LogCapture log("clear(NONE)TLS.CLT(INFO)");
     ClientRig rig;
     Events told;
@@ -464,7 +464,7 @@ TEST(ClientClose, AnErrorThatWaitsForItsTurnIsNotToldAfterwards) {
     EXPECT_EQ(told.count(), 1u);
 }
 
-TEST(ClientClose, AnErrorThatTheLogHoldsUpIsNotToldAfterwards) {
+TEST(ClientOrderClose, AnErrorThatTheLogHoldsUpIsNotToldAfterwards) {
     LogCapture log("clear(NONE)TLS.CLT(INFO)");
     ClientRig rig;
     std::atomic<unsigned> told{0};
@@ -487,7 +487,7 @@ TEST(ClientClose, AnErrorThatTheLogHoldsUpIsNotToldAfterwards) {
     EXPECT_EQ(told, 0u);
 }
 
-TEST(ClientClose, TheNextStartTellsItsErrors) {
+TEST(ClientOrderClose, TheNextStartTellsItsErrors) {
     LogCapture log("clear(NONE)");
     ClientRig rig;
     rig.connect();

@@ -143,7 +143,7 @@ void expectRows(std::vector<Row> const & rows) {
 
 } // namespace
 
-TEST(PolicyMatrix, ChainsAreRefusedForTheirReasons) {
+TEST(ClientPolicyMatrix, ChainsAreRefusedForTheirReasons) {
     Pki const & pki = Pki::the();
     Identity const good{CertificateSpec(), &pki.root};
     Identity const expired{CertificateSpec().valid(-7200, -3600), &pki.root};
@@ -168,7 +168,7 @@ TEST(PolicyMatrix, ChainsAreRefusedForTheirReasons) {
     });
 }
 
-TEST(PolicyMatrix, WrongPurposeAndWeakKeysAreRefused) {
+TEST(ClientPolicyMatrix, WrongPurposeAndWeakKeysAreRefused) {
     Pki const & pki = Pki::the();
     Identity const usage{CertificateSpec().forPurpose("clientAuth"), &pki.root};
     Identity const weak{CertificateSpec().withRsa(1024), &pki.root};
@@ -183,7 +183,7 @@ TEST(PolicyMatrix, WrongPurposeAndWeakKeysAreRefused) {
     }
 }
 
-TEST(PolicyMatrix, NamesAreCheckedWithAPolicyOnly) {
+TEST(ClientPolicyMatrix, NamesAreCheckedWithAPolicyOnly) {
     Pki const & pki = Pki::the();
     Identity const other{CertificateSpec().withNames("DNS:other.example"), &pki.root};
     Identity const written{CertificateSpec().withNames("DNS:127.0.0.1"), &pki.root};
@@ -206,7 +206,7 @@ TEST(PolicyMatrix, NamesAreCheckedWithAPolicyOnly) {
     }
 }
 
-TEST(PolicyMatrix, RevokedIsRefusedAndAMissingListToo) {
+TEST(ClientPolicyMatrix, RevokedIsRefusedAndAMissingListToo) {
     Pki const & pki = Pki::the();
     Identity const gone{CertificateSpec(), &pki.root};
     TempFile const lists(pki.root.revocationList(gone.certificate()));
@@ -226,7 +226,7 @@ TEST(PolicyMatrix, RevokedIsRefusedAndAMissingListToo) {
 
 // A server of TLS 1.3 looks at the client's certificate when the client has finished, so that its refusal
 // comes behind the open connection.
-TEST(PolicyMatrix, ClientCertificateIsShownOrMissed) {
+TEST(ClientPolicyMatrix, ClientCertificateIsShownOrMissed) {
     Pki const & pki = Pki::the();
     Identity const own{CertificateSpec(), &pki.root};
     Identity const mine{CertificateSpec().named("me").forPurpose("clientAuth"), &pki.root};
@@ -273,7 +273,7 @@ TEST(PolicyMatrix, ClientCertificateIsShownOrMissed) {
     }
 }
 
-TEST(PolicyMatrix, ReportTellsWhatWasNegotiated) {
+TEST(ClientPolicyMatrix, ReportTellsWhatWasNegotiated) {
     Identity const own{CertificateSpec().named("gate"), &Pki::the().middle};
     for (int const version : {2, 3}) {
         Attempts attempts({&own, &Pki::the().middle}, version, {"-alpn", "im/2,im/1"});

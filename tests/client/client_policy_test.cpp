@@ -91,7 +91,7 @@ std::string firstHandshake(std::function<void(tls::connect_option &)> const & ch
 
 } // namespace
 
-TEST(PolicyWire, EmptyPolicyChangesNoByteOfTheFirstHandshake) {
+TEST(ClientPolicyWire, EmptyPolicyChangesNoByteOfTheFirstHandshake) {
     std::string const plain = firstHandshake([](tls::connect_option &) {});
     EXPECT_EQ(std::count(plain.begin(), plain.end(), '\n'), 4) << plain;
     EXPECT_EQ(plain.compare(0, 6, "160301"), 0) << plain;
@@ -108,7 +108,7 @@ TEST(PolicyWire, EmptyPolicyChangesNoByteOfTheFirstHandshake) {
         << "the comparison sees a difference";
 }
 
-TEST(PolicyWire, PolicyWithoutAWireOptionChangesNoByteEither) {
+TEST(ClientPolicyWire, PolicyWithoutAWireOptionChangesNoByteEither) {
     std::string const plain = firstHandshake([](tls::connect_option &) {});
     EXPECT_EQ(plain, firstHandshake([](tls::connect_option & o) {
                   tls_policy policy = trusting(TlsIdentity::ecdsa().ca);
@@ -117,7 +117,7 @@ TEST(PolicyWire, PolicyWithoutAWireOptionChangesNoByteEither) {
               }));
 }
 
-TEST(PolicyStart, WrongPolicyFailsTheStartByName) {
+TEST(ClientPolicyStart, WrongPolicyFailsTheStartByName) {
     LogCapture log;
     Events events;
     client c("n");
@@ -141,7 +141,7 @@ TEST(PolicyStart, WrongPolicyFailsTheStartByName) {
     EXPECT_EQ(events.count(), 1u);
 }
 
-TEST(PolicyStart, WrongPolicyLeavesTheClientFitForARightOne) {
+TEST(ClientPolicyStart, WrongPolicyLeavesTheClientFitForARightOne) {
     ClientRig rig;
     tls::connect_option option = rig.option();
     tls_policy policy;
@@ -155,7 +155,7 @@ TEST(PolicyStart, WrongPolicyLeavesTheClientFitForARightOne) {
     EXPECT_TRUE(rig.client.negotiated().verified);
 }
 
-TEST(PolicyStart, FilesAreReadAnewAtAReconnect) {
+TEST(ClientPolicyStart, FilesAreReadAnewAtAReconnect) {
     ClientRig rig;
     TempFile const list("no list");
     tls::connect_option option = rig.option();
@@ -176,7 +176,7 @@ TEST(PolicyStart, FilesAreReadAnewAtAReconnect) {
     EXPECT_TRUE(rig.client.connected());
 }
 
-TEST(PolicyStart, OneStartsTrustIsNotAnothers) {
+TEST(ClientPolicyStart, OneStartsTrustIsNotAnothers) {
     ClientRig rig;
     tls::connect_option option = rig.option();
     option.set_tls_policy(trusting(TlsIdentity::ecdsa().ca));
@@ -192,7 +192,7 @@ TEST(PolicyStart, OneStartsTrustIsNotAnothers) {
     EXPECT_FALSE(rig.client.negotiated().verified);
 }
 
-TEST(PolicyStart, ConnectionOfAnotherPolicyIsNotUsedAgain) {
+TEST(ClientPolicyStart, ConnectionOfAnotherPolicyIsNotUsedAgain) {
     LogCapture log;
     ClientRig rig;
     tls::connect_option option = rig.option();
@@ -210,7 +210,7 @@ TEST(PolicyStart, ConnectionOfAnotherPolicyIsNotUsedAgain) {
     EXPECT_EQ(log.count(" connected already, no need to start again"), 3u);
 }
 
-TEST(PolicyStart, HostIsToldUnlessItIsAnAddress) {
+TEST(ClientPolicyStart, HostIsToldUnlessItIsAnAddress) {
     tls_policy policy;
     policy.send_host_name = true;
     for (char const * host : {"localhost", "127.0.0.1"}) {
@@ -229,7 +229,7 @@ TEST(PolicyStart, HostIsToldUnlessItIsAnAddress) {
     EXPECT_EQ(rig.server->serverName(), "front.example");
 }
 
-TEST(PolicyStart, SystemWatchesOverTheConnectionOnlyIfAskedTo) {
+TEST(ClientPolicyStart, SystemWatchesOverTheConnectionOnlyIfAskedTo) {
     ClientRig rig;
     rig.connect();
     EXPECT_EQ(optionOfConnectionTo(rig.peer.port(), SOL_SOCKET, SO_KEEPALIVE), 0);
@@ -245,7 +245,7 @@ TEST(PolicyStart, SystemWatchesOverTheConnectionOnlyIfAskedTo) {
     EXPECT_EQ(optionOfConnectionTo(rig.peer.port(), IPPROTO_TCP, TCP_KEEPIDLE), 33);
 }
 
-TEST(PolicyStart, NameBehindAProxyIsTheHostsAndNotTheProxys) {
+TEST(ClientPolicyStart, NameBehindAProxyIsTheHostsAndNotTheProxys) {
     for (bool const right : {true, false}) {
         Identity const own{CertificateSpec().withNames(right ? "DNS:gate.example" : "IP:127.0.0.1"),
                            &Pki::the().root};
@@ -271,7 +271,7 @@ TEST(PolicyStart, NameBehindAProxyIsTheHostsAndNotTheProxys) {
     }
 }
 
-TEST(PolicyStart, BelievingAnybodyIsToldAtWarn) {
+TEST(ClientPolicyStart, BelievingAnybodyIsToldAtWarn) {
     LogCapture log;
     TempFile const system(named().ca);
     ::setenv("SSL_CERT_FILE", system.path().c_str(), 1);
@@ -305,7 +305,7 @@ TEST(PolicyStart, BelievingAnybodyIsToldAtWarn) {
     ::unsetenv("SSL_CERT_FILE");
 }
 
-TEST(PolicyStart, KeyLogIsGivenOutAndAnnouncedAtEachStart) {
+TEST(ClientPolicyStart, KeyLogIsGivenOutAndAnnouncedAtEachStart) {
     LogCapture log;
     auto const lines = std::make_shared<Events>();
     ClientRig rig;
@@ -322,7 +322,7 @@ TEST(PolicyStart, KeyLogIsGivenOutAndAnnouncedAtEachStart) {
     EXPECT_EQ(log.count("<n> key log is on: "), 2u);
 }
 
-TEST(PolicyStart, NameMismatchSaysWhichNameWasWanted) {
+TEST(ClientPolicyStart, NameMismatchSaysWhichNameWasWanted) {
     LogCapture log;
     TlsPeer peer(named());
     Events events;
@@ -339,7 +339,7 @@ TEST(PolicyStart, NameMismatchSaysWhichNameWasWanted) {
     EXPECT_NE(line.text.find("expected gate.example"), std::string::npos) << line.text;
 }
 
-TEST(PolicyTls13, CarriesMessagesBothWays) {
+TEST(ClientPolicyTls13, CarriesMessagesBothWays) {
     TlsPeer peer(named(), "", TLS1_3_VERSION);
     Events events;
     client c("n");
@@ -368,7 +368,7 @@ TEST(PolicyTls13, CarriesMessagesBothWays) {
     gateway.join();
 }
 
-TEST(Negotiated, IsEmptyWithoutAConnection) {
+TEST(ClientPolicyNegotiated, IsEmptyWithoutAConnection) {
     ClientRig rig;
     EXPECT_TRUE(rig.client.negotiated().empty());
     auto const info = rig.client.start(rig.option());
@@ -392,7 +392,7 @@ TEST(Negotiated, IsEmptyWithoutAConnection) {
     EXPECT_EQ(report.version, "TLSv1.2") << "a value stays";
 }
 
-TEST(Negotiated, CanBeAskedFromEverywhereWhileConnectionsComeAndGo) {
+TEST(ClientPolicyNegotiated, CanBeAskedFromEverywhereWhileConnectionsComeAndGo) {
     ClientRig rig;
     std::atomic<bool> done{false};
     std::thread reader([&] {

@@ -91,7 +91,7 @@ private:
     Events done_;
 };
 
-class Release : public ::testing::TestWithParam<int> {
+class ClientRelease : public ::testing::TestWithParam<int> {
 protected:
     static void SetUpTestSuite() {
         LogCapture const log("clear(NONE)");
@@ -121,7 +121,7 @@ std::string printed(::testing::TestParamInfo<int> const & each) {
 
 } // namespace
 
-TEST_P(Release, OfTheLastOwnerInACallbackEndsTheClientElsewhere) {
+TEST_P(ClientRelease, OfTheLastOwnerInACallbackEndsTheClientElsewhere) {
     Holdings const before;
     {
         auto owned = std::make_shared<tls::client>("n");
@@ -144,7 +144,7 @@ TEST_P(Release, OfTheLastOwnerInACallbackEndsTheClientElsewhere) {
     expectEnd(before, "client::~client");
 }
 
-TEST_P(Release, ByDestroyInACallbackEndsTheClientElsewhere) {
+TEST_P(ClientRelease, ByDestroyInACallbackEndsTheClientElsewhere) {
     Holdings const before;
     {
         Stage stage(place(), [] { EXPECT_TRUE(tls::client::destroy("n")); });
@@ -156,7 +156,7 @@ TEST_P(Release, ByDestroyInACallbackEndsTheClientElsewhere) {
     expectEnd(before, "client::destroy");
 }
 
-TEST_P(Release, ByFinalizeInACallbackEndsTheClientElsewhere) {
+TEST_P(ClientRelease, ByFinalizeInACallbackEndsTheClientElsewhere) {
     Holdings const before;
     unsigned const threads = threadsNow();
     {
@@ -171,10 +171,10 @@ TEST_P(Release, ByFinalizeInACallbackEndsTheClientElsewhere) {
     EXPECT_EQ(log.count("<n> client::finalize on the client's own thread "), 1u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Places, Release, ::testing::Range(0, static_cast<int>(Place::last)), printed);
+INSTANTIATE_TEST_SUITE_P(Places, ClientRelease, ::testing::Range(0, static_cast<int>(Place::last)), printed);
 
 // The name of a thread begins with its maker's, which makes it none of the client's.
-TEST_P(Release, OnAThreadThatACallbackHasMadeIsNoBusinessOfTheClients) {
+TEST_P(ClientRelease, OnAThreadThatACallbackHasMadeIsNoBusinessOfTheClients) {
     Holdings const before;
     {
         Events ended;
@@ -196,7 +196,7 @@ TEST_P(Release, OnAThreadThatACallbackHasMadeIsNoBusinessOfTheClients) {
     EXPECT_FALSE(log.contains(" the client is ended on another thread"));
 }
 
-TEST(ReleaseElsewhere, FinalizeWaitsForClientsThatEndOnOtherThreads) {
+TEST(ClientReleaseElsewhere, FinalizeWaitsForClientsThatEndOnOtherThreads) {
     LogCapture log("clear(INFO)");
     Gate gate;
     auto owned = std::make_shared<tls::client>("n");

@@ -53,7 +53,7 @@ tls::send_option tracked(int wait_ms = 20000, unsigned short ack = 0xffff) {
                             ack, false, 4);
 }
 
-class Send : public ::testing::Test {
+class ClientSend : public ::testing::Test {
 protected:
     void SetUp() override { rig.connect(); }
     tls::client & client() { return rig.client; }
@@ -95,7 +95,7 @@ unsigned char const * raw(std::string const & text) {
 
 } // namespace
 
-TEST_F(Send, AnObjectGoesOutAsItsNbr) {
+TEST_F(ClientSend, AnObjectGoesOutAsItsNbr) {
     Ask ask(5);
     ask.text = tavString("hi");
     auto const info = client().send_msg(ask, tracked());
@@ -111,7 +111,7 @@ TEST_F(Send, AnObjectGoesOutAsItsNbr) {
     EXPECT_EQ(info->option().wait_ms(), 20000);
 }
 
-TEST_F(Send, APointerGoesOutTheSameWay) {
+TEST_F(ClientSend, APointerGoesOutTheSameWay) {
     tavSharedPtr<tavMessage> const ask(new Ask(6));
     auto const info = client().send_msg(ask, tracked());
     ASSERT_TRUE(info);
@@ -119,13 +119,13 @@ TEST_F(Send, APointerGoesOutTheSameWay) {
     EXPECT_EQ(ask->sno, 0u);
 }
 
-TEST_F(Send, ANullPointerIsNotSent) {
+TEST_F(ClientSend, ANullPointerIsNotSent) {
     EXPECT_FALSE(client().send_msg(tavSharedPtr<tavMessage>(), tracked()));
     client().send_old_nbr_msg(5, "");
     EXPECT_EQ(rig.receive().code, 5);
 }
 
-TEST_F(Send, NbrGoesOutAsGiven) {
+TEST_F(ClientSend, NbrGoesOutAsGiven) {
     std::string const body = bodyOf(9);
     auto const info = client().send_nbr_msg(0x4321, raw(body), static_cast<unsigned>(body.size()), tracked());
     ASSERT_TRUE(info);
@@ -134,7 +134,7 @@ TEST_F(Send, NbrGoesOutAsGiven) {
     EXPECT_EQ(hex(got.body), hex(body));
 }
 
-TEST_F(Send, CodesUpToAByteMakeOldPackets) {
+TEST_F(ClientSend, CodesUpToAByteMakeOldPackets) {
     for (unsigned short const code : std::initializer_list<unsigned short>{0x00, 0x05, 0x90, 0xff}) {
         client().send_nbr_msg(code, nullptr, 0, tls::send_option());
         Pkt const got = rig.receive();
@@ -149,7 +149,7 @@ TEST_F(Send, CodesUpToAByteMakeOldPackets) {
     }
 }
 
-TEST_F(Send, TheTargetStandsInOldPackets) {
+TEST_F(ClientSend, TheTargetStandsInOldPackets) {
     client().send_nbr_msg(0x0005, nullptr, 0, tls::send_option(), "someone");
     auto const packet = tav::im::Packet::create(false, 0);
     std::string bytes = rig.server->receiveFrame();
@@ -167,7 +167,7 @@ TEST_F(Send, TheTargetStandsInOldPackets) {
     EXPECT_TRUE(log.contains(" {som***ne}"));
 }
 
-TEST_F(Send, AnOldMessageIsNeverTracked) {
+TEST_F(ClientSend, AnOldMessageIsNeverTracked) {
     EXPECT_FALSE(client().send_old_nbr_msg(0x91, bodyOf(1)));
     Pkt const got = rig.receive();
     EXPECT_EQ(got.code, 0x91);
@@ -176,7 +176,7 @@ TEST_F(Send, AnOldMessageIsNeverTracked) {
                              "<n> send pkt #", "<n> send result: empty\n"}));
 }
 
-TEST_F(Send, TheObjectsNumberCountsThenTheOptionsThenANewOne) {
+TEST_F(ClientSend, TheObjectsNumberCountsThenTheOptionsThenANewOne) {
     Ask ask(1);
     tls::send_option option = tracked();
     ask.sno = 17;
@@ -200,7 +200,7 @@ TEST_F(Send, TheObjectsNumberCountsThenTheOptionsThenANewOne) {
     EXPECT_EQ(rig.receive().sno, second->sno());
 }
 
-TEST_F(Send, NewNumbersAreOfSixtyFourBitsInOldPackets) {
+TEST_F(ClientSend, NewNumbersAreOfSixtyFourBitsInOldPackets) {
     long long const now = tavTime::currentTimeMillis();
     client().send_old_nbr_msg(5, "");
     auto const sno = static_cast<long long>(rig.receive().sno);
@@ -208,7 +208,7 @@ TEST_F(Send, NewNumbersAreOfSixtyFourBitsInOldPackets) {
     EXPECT_GT(sno, now - 60000);
 }
 
-TEST_F(Send, TheObjectsExtensionCountsThenTheOptions) {
+TEST_F(ClientSend, TheObjectsExtensionCountsThenTheOptions) {
     Ask ask(1);
     tls::send_option option = tracked();
     option.version = 6;
@@ -225,14 +225,14 @@ TEST_F(Send, TheObjectsExtensionCountsThenTheOptions) {
     EXPECT_EQ(std::string(tav_istr(got.ext.traceId.value())), "option");
 }
 
-TEST_F(Send, GreyAndVersionStandInThePacket) {
+TEST_F(ClientSend, GreyAndVersionStandInThePacket) {
     client().send_msg(Ask(1), tls::send_option(tls::timedout_option(0), true, 9));
     Pkt const got = rig.receive();
     EXPECT_TRUE(got.grey);
     EXPECT_EQ(got.version, 9);
 }
 
-TEST_F(Send, WithoutAWaitNothingIsTracked) {
+TEST_F(ClientSend, WithoutAWaitNothingIsTracked) {
     Events events;
     for (int wait : {0, -5}) {
         tls::send_option const option(
@@ -259,7 +259,7 @@ TEST_F(Send, WithoutAWaitNothingIsTracked) {
     EXPECT_EQ(log.count("<n> send result: empty\n"), 2u);
 }
 
-TEST_F(Send, TheOptionIsCopiedAtOnce) {
+TEST_F(ClientSend, TheOptionIsCopiedAtOnce) {
     Events events;
     tls::send_option option(
         20000,
@@ -276,7 +276,7 @@ TEST_F(Send, TheOptionIsCopiedAtOnce) {
     EXPECT_EQ(info->option().wait_ms(), -20000);
 }
 
-TEST_F(Send, EachMemberLogsWhatItSendsAndTheResult) {
+TEST_F(ClientSend, EachMemberLogsWhatItSendsAndTheResult) {
     tls::send_option option = tracked();
     option.sno = 7;
     client().send_msg(Ask(1), option);
@@ -300,7 +300,7 @@ TEST_F(Send, EachMemberLogsWhatItSendsAndTheResult) {
     rig.receive();
 }
 
-TEST_F(Send, ThePacketIsLoggedWithTheObjectOrItsNbr) {
+TEST_F(ClientSend, ThePacketIsLoggedWithTheObjectOrItsNbr) {
     client().send_msg(Ask(5), tracked());
     LogCapture::Record const object = log.find("<n> send pkt #");
     EXPECT_EQ(object.level, tavLogger::INFO);
@@ -317,7 +317,7 @@ TEST_F(Send, ThePacketIsLoggedWithTheObjectOrItsNbr) {
     rig.receive();
 }
 
-TEST_F(Send, ABodyThatIsNotNbrIsNotSent) {
+TEST_F(ClientSend, ABodyThatIsNotNbrIsNotSent) {
     std::string const bad = "hello";
     EXPECT_FALSE(client().send_nbr_msg(0x4000, raw(bad), 5, tracked()));
     EXPECT_FALSE(client().send_old_nbr_msg(5, bad));
@@ -329,7 +329,7 @@ TEST_F(Send, ABodyThatIsNotNbrIsNotSent) {
     EXPECT_EQ(rig.receive().code, 0x4001);
 }
 
-TEST_F(Send, AnEncodingThatFailsGivesNull) {
+TEST_F(ClientSend, AnEncodingThatFailsGivesNull) {
     EXPECT_FALSE(client().send_msg(Broken(0), tracked()));
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> can't encode\n    catch at "));
     EXPECT_FALSE(client().send_msg(tavSharedPtr<tavMessage>(new Broken(1)), tracked()));
@@ -339,7 +339,7 @@ TEST_F(Send, AnEncodingThatFailsGivesNull) {
     EXPECT_EQ(rig.receive().code, 0x4001);
 }
 
-TEST(SendAlone, WithoutASessionItIsNull) {
+TEST(ClientSendAlone, WithoutASessionItIsNull) {
     LogCapture log;
     tls::client c("n");
     EXPECT_FALSE(c.send_msg(Ask(1), tracked()));
@@ -350,7 +350,7 @@ TEST(SendAlone, WithoutASessionItIsNull) {
     EXPECT_EQ(log.count("<n> send result: empty\n"), 1u);
 }
 
-TEST(SendAlone, WhileConnectingItIsNull) {
+TEST(ClientSendAlone, WhileConnectingItIsNull) {
     LogCapture log;
     ClientRig rig;
     auto const info = rig.client.start(rig.option());
@@ -362,7 +362,7 @@ TEST(SendAlone, WhileConnectingItIsNull) {
     resultOf(info);
 }
 
-TEST(SendAlone, AMessageThatDoesNotFitAFrameIsNotSent) {
+TEST(ClientSendAlone, AMessageThatDoesNotFitAFrameIsNotSent) {
     LogCapture log("clear(ERROR)");
     Events events;
     ClientRig rig;
@@ -403,7 +403,7 @@ TEST(SendAlone, AMessageThatDoesNotFitAFrameIsNotSent) {
     EXPECT_EQ(events.count(), 0u);
 }
 
-TEST_F(Send, FromManyThreadsEachArrivesOnce) {
+TEST_F(ClientSend, FromManyThreadsEachArrivesOnce) {
     constexpr unsigned threads = 4;
     constexpr unsigned each = 50;
     std::vector<std::thread> senders;
@@ -433,7 +433,7 @@ TEST_F(Send, FromManyThreadsEachArrivesOnce) {
     }
 }
 
-TEST_F(Send, TimeOutIsToldOnceAndEndsTheSend) {
+TEST_F(ClientSend, TimeOutIsToldOnceAndEndsTheSend) {
     Events events;
     auto const info = client().send_msg(
         Ask(1), tls::send_option(
@@ -449,7 +449,7 @@ TEST_F(Send, TimeOutIsToldOnceAndEndsTheSend) {
     EXPECT_EQ(events.all(), (std::vector<std::string>{textOf(sno) + " 4660 t"}));
 }
 
-TEST_F(Send, ACallbackSlowerThanTheLimitIsNeverToldATimeOutToo) {
+TEST_F(ClientSend, ACallbackSlowerThanTheLimitIsNeverToldATimeOutToo) {
     Events events;
     Gate gate;
     auto const info =
@@ -476,7 +476,7 @@ TEST_F(Send, ACallbackSlowerThanTheLimitIsNeverToldATimeOutToo) {
     EXPECT_EQ(events.all(), std::vector<std::string>{"reply"});
 }
 
-TEST_F(Send, ALimitBeginsWithTheSendHoweverLateTheTickIs) {
+TEST_F(ClientSend, ALimitBeginsWithTheSendHoweverLateTheTickIs) {
     Events events;
     auto const slow =
         client().send_msg(Ask(1), tls::send_option(
@@ -495,7 +495,7 @@ TEST_F(Send, ALimitBeginsWithTheSendHoweverLateTheTickIs) {
     EXPECT_EQ(slow->wait(), tls::result_timedout);
 }
 
-TEST_F(Send, ATimeOutFunctionKeepsNobodyFromAReply) {
+TEST_F(ClientSend, ATimeOutFunctionKeepsNobodyFromAReply) {
     Gate gate;
     auto const slow = client().send_msg(
         Ask(1), tls::send_option(
@@ -511,7 +511,7 @@ TEST_F(Send, ATimeOutFunctionKeepsNobodyFromAReply) {
     EXPECT_EQ(slow->wait(), tls::result_timedout);
 }
 
-TEST_F(Send, ANumberThatIsUsedAgainLeavesTheFirstSendItsLimit) {
+TEST_F(ClientSend, ANumberThatIsUsedAgainLeavesTheFirstSendItsLimit) {
     tls::send_option option = tracked(200);
     option.sno = 7;
     auto const first = client().send_msg(Ask(1), option);
@@ -524,7 +524,7 @@ TEST_F(Send, ANumberThatIsUsedAgainLeavesTheFirstSendItsLimit) {
     EXPECT_EQ(resultOf(second), tls::result_ok);
 }
 
-TEST_F(Send, ACancelAfterTheEndChangesNothing) {
+TEST_F(ClientSend, ACancelAfterTheEndChangesNothing) {
     Events events;
     auto const info = client().send_msg(
         Ask(1), tls::send_option(
@@ -547,7 +547,7 @@ TEST_F(Send, ACancelAfterTheEndChangesNothing) {
     EXPECT_TRUE(client().connected());
 }
 
-TEST_F(Send, EachSendThatWasAcceptedIsToldItsEnd) {
+TEST_F(ClientSend, EachSendThatWasAcceptedIsToldItsEnd) {
     for (int round = 0; round < 10; ++round) {
         std::atomic<unsigned> told{0};
         tls::send_option const option(
@@ -570,7 +570,7 @@ TEST_F(Send, EachSendThatWasAcceptedIsToldItsEnd) {
     }
 }
 
-TEST_F(Send, CancelCompletesEvenIfItsFunctionThrows) {
+TEST_F(ClientSend, CancelCompletesEvenIfItsFunctionThrows) {
     auto const info = client().send_msg(
         Ask(1), tls::send_option(
                     20000, [](unsigned long long, unsigned short, bool) { throw std::runtime_error("own"); },
@@ -580,7 +580,7 @@ TEST_F(Send, CancelCompletesEvenIfItsFunctionThrows) {
     EXPECT_EQ(info->result(), tls::result_cancelled);
 }
 
-TEST_F(Send, ASendInfoOutlivesTheClient) {
+TEST_F(ClientSend, ASendInfoOutlivesTheClient) {
     auto other = std::make_unique<ClientRig>("m");
     other->connect();
     auto const info = other->client.send_msg(Ask(1), tracked());
@@ -592,7 +592,7 @@ TEST_F(Send, ASendInfoOutlivesTheClient) {
     EXPECT_EQ(info->msgcode(), 0x1234);
 }
 
-TEST_F(Send, AndWaitFillsTheAnswer) {
+TEST_F(ClientSend, AndWaitFillsTheAnswer) {
     Answer answer(1);
     Asking asking([&] { return client().send_and_wait(Ask(3), answer, 20000); });
     Pkt const got = rig.receive();
@@ -616,7 +616,7 @@ TEST_F(Send, AndWaitFillsTheAnswer) {
                              "<n> send and wait result = ok\n"}));
 }
 
-TEST_F(Send, AndWaitTakesAPointer) {
+TEST_F(ClientSend, AndWaitTakesAPointer) {
     tavSharedPtr<tavMessage> const answer(new Answer(1));
     Asking asking([&] { return client().send_and_wait(Ask(3), answer, 20000, true, 6); });
     Pkt const got = rig.receive();
@@ -629,7 +629,7 @@ TEST_F(Send, AndWaitTakesAPointer) {
         log.contains("<n> send arg 0x1234, expect ack ptr 0x1235, wait 20000ms, grey 1, version 6\n"));
 }
 
-TEST_F(Send, AndWaitNeedsAnAnswerObject) {
+TEST_F(ClientSend, AndWaitNeedsAnAnswerObject) {
     EXPECT_EQ(client().send_and_wait(Ask(3), tavSharedPtr<tavMessage>(), 1000), tls::result_error);
     Single single;
     EXPECT_EQ(client().send_and_wait(Ask(3), single, 1000), tls::result_error);
@@ -637,7 +637,7 @@ TEST_F(Send, AndWaitNeedsAnAnswerObject) {
     EXPECT_EQ(rig.receive().code, 0x4001);
 }
 
-TEST_F(Send, AndWaitWithoutALimitSendsAndReturnsErrorAtOnce) {
+TEST_F(ClientSend, AndWaitWithoutALimitSendsAndReturnsErrorAtOnce) {
     Answer answer(1);
     EXPECT_EQ(client().send_and_wait(Ask(3), answer, 0), tls::result_error);
     EXPECT_EQ(client().send_and_wait(Ask(4), answer, -1), tls::result_error);
@@ -647,7 +647,7 @@ TEST_F(Send, AndWaitWithoutALimitSendsAndReturnsErrorAtOnce) {
     EXPECT_EQ(log.count("<n> send and wait result = error\n"), 2u);
 }
 
-TEST_F(Send, AndWaitEndsByItsLimitAndNothingIsWrittenLater) {
+TEST_F(ClientSend, AndWaitEndsByItsLimitAndNothingIsWrittenLater) {
     Answer answer(1);
     EXPECT_EQ(client().send_and_wait(Ask(3), answer, 200), tls::result_timedout);
     EXPECT_EQ(answer.number, 1);
@@ -662,7 +662,7 @@ TEST_F(Send, AndWaitEndsByItsLimitAndNothingIsWrittenLater) {
     EXPECT_EQ(answer.number, 1);
 }
 
-TEST_F(Send, AndWaitIgnoresAReplyOfAnotherCode) {
+TEST_F(ClientSend, AndWaitIgnoresAReplyOfAnotherCode) {
     Answer answer(1);
     Asking asking([&] { return client().send_and_wait(Ask(3), answer, 20000); });
     Pkt const got = rig.receive();
@@ -674,7 +674,7 @@ TEST_F(Send, AndWaitIgnoresAReplyOfAnotherCode) {
     EXPECT_EQ(answer.number, 42);
 }
 
-TEST_F(Send, AndWaitIsCancelledWithTheSession) {
+TEST_F(ClientSend, AndWaitIsCancelledWithTheSession) {
     Answer answer(1);
     Asking asking([&] { return client().send_and_wait(Ask(3), answer, 20000); });
     Pkt const got = rig.receive();
@@ -684,7 +684,7 @@ TEST_F(Send, AndWaitIsCancelledWithTheSession) {
     EXPECT_TRUE(log.contains("<n> #" + textOf(got.sno) + " 0x1234 cancelled\n"));
 }
 
-TEST_F(Send, AndWaitHandsOutTheSendForAnotherThreadToCancel) {
+TEST_F(ClientSend, AndWaitHandsOutTheSendForAnotherThreadToCancel) {
     Answer answer(1);
     std::shared_ptr<tls::send_info> out;
     Asking asking([&] { return client().send_and_wait(&out, Ask(3), answer, 20000); });
@@ -698,7 +698,7 @@ TEST_F(Send, AndWaitHandsOutTheSendForAnotherThreadToCancel) {
     EXPECT_EQ(answer.number, 1);
 }
 
-TEST_F(Send, AndWaitClearsOutOnlyIfItWasSet) {
+TEST_F(ClientSend, AndWaitClearsOutOnlyIfItWasSet) {
     client().close();
     ASSERT_TRUE(log.waitFor("<n> session destruct\n"));
     Answer answer(1);
@@ -707,7 +707,7 @@ TEST_F(Send, AndWaitClearsOutOnlyIfItWasSet) {
     EXPECT_FALSE(out);
 }
 
-TEST_F(Send, AndWaitWithAReplyThatDoesNotFitEndsByItsLimit) {
+TEST_F(ClientSend, AndWaitWithAReplyThatDoesNotFitEndsByItsLimit) {
     Answer answer(1);
     Asking asking([&] { return client().send_and_wait(Ask(3), answer, 400); });
     Pkt const got = rig.receive();
@@ -716,7 +716,7 @@ TEST_F(Send, AndWaitWithAReplyThatDoesNotFitEndsByItsLimit) {
     EXPECT_EQ(answer.number, 1);
 }
 
-TEST_F(Send, AndWaitWithAReplyInHandAsItsLimitPassesIsAnswered) {
+TEST_F(ClientSend, AndWaitWithAReplyInHandAsItsLimitPassesIsAnswered) {
     Gate gate;
     tavSharedPtr<tavMessage> const answer(new Held(gate));
     Asking asking([&] { return client().send_and_wait(Ask(3), answer, 200); });
@@ -732,7 +732,7 @@ TEST_F(Send, AndWaitWithAReplyInHandAsItsLimitPassesIsAnswered) {
     EXPECT_FALSE(log.contains("<n> #" + textOf(got.sno) + " 0x1234 timedout\n"));
 }
 
-TEST_F(Send, AndWaitBesideItsOwnLimitNeverWritesLater) {
+TEST_F(ClientSend, AndWaitBesideItsOwnLimitNeverWritesLater) {
     // Replies that come just as the limit ends: whatever the result, the answer is the caller's again.
     for (int i = 0; i < 5; ++i) {
         tavSharedPtr<tavMessage> const answer(new Answer(1));
@@ -758,7 +758,7 @@ TEST_F(Send, AndWaitBesideItsOwnLimitNeverWritesLater) {
     }
 }
 
-TEST_F(Send, AndWaitOnTheReceiverEndsByItsLimit) {
+TEST_F(ClientSend, AndWaitOnTheReceiverEndsByItsLimit) {
     Events events;
     client().on_nbr_msg(0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned,
                                     tavMsgExt) {
@@ -772,7 +772,7 @@ TEST_F(Send, AndWaitOnTheReceiverEndsByItsLimit) {
     EXPECT_EQ(events.all()[0], "timedout");
 }
 
-TEST_F(Send, ManyCanWaitAtOnce) {
+TEST_F(ClientSend, ManyCanWaitAtOnce) {
     constexpr int n = 8;
     std::vector<std::thread> waiting;
     std::atomic<int> good{0};

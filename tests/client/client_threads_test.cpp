@@ -17,7 +17,7 @@ tls::send_option waiting(int wait_ms, tls::timedout_function f) {
     return tls::send_option(wait_ms, std::move(f), false, 4);
 }
 
-class Threads : public ::testing::Test {
+class ClientThreads : public ::testing::Test {
 protected:
     /// All calls that a callback may make that must not wait.  They only queue, so each returns at once; what
     /// the last of them asks for is a new connection.
@@ -76,7 +76,7 @@ protected:
 
 } // namespace
 
-TEST_F(Threads, OnOpenRunsOnTheIoThread) {
+TEST_F(ClientThreads, OnOpenRunsOnTheIoThread) {
     tls::connect_option option = rig.option();
     option.set_on_open([&] { note("open"); });
     auto const info = rig.client.start(option);
@@ -85,7 +85,7 @@ TEST_F(Threads, OnOpenRunsOnTheIoThread) {
     expectNote("open on <n>io.context");
 }
 
-TEST_F(Threads, TheProxyCallbackRunsOnTheIoThreadAndMayBlockOnItsSocket) {
+TEST_F(ClientThreads, TheProxyCallbackRunsOnTheIoThreadAndMayBlockOnItsSocket) {
     tls::connect_option option = rig.option();
     option.proxy_host = "127.0.0.1";
     option.proxy_port = rig.peer.portText();
@@ -106,7 +106,7 @@ TEST_F(Threads, TheProxyCallbackRunsOnTheIoThreadAndMayBlockOnItsSocket) {
     EXPECT_EQ(rig.events.all()[0], "proxy on <n>io.context");
 }
 
-TEST_F(Threads, OnErrorRunsOnItsQueueAndMayDoEverything) {
+TEST_F(ClientThreads, OnErrorRunsOnItsQueueAndMayDoEverything) {
     tls::connect_option option = rig.option();
     Events events;
     option.set_on_error([&](unsigned long long, unsigned short, int, char const *) {
@@ -131,7 +131,7 @@ TEST_F(Threads, OnErrorRunsOnItsQueueAndMayDoEverything) {
               (std::vector<std::string>{"error on <n>global.on_error.0", "connected", "answered"}));
 }
 
-TEST_F(Threads, OnErrorMayWaitForAPendingStart) {
+TEST_F(ClientThreads, OnErrorMayWaitForAPendingStart) {
     tls::connect_option option = rig.option();
     Events events;
     Gate pending;
@@ -153,7 +153,7 @@ TEST_F(Threads, OnErrorMayWaitForAPendingStart) {
     EXPECT_GE(first->result(), tls::result_ok);
 }
 
-TEST_F(Threads, ErrorTenRunsOnTheIoThread) {
+TEST_F(ClientThreads, ErrorTenRunsOnTheIoThread) {
     tls::connect_option option = rig.option();
     option.set_on_error([&](unsigned long long, unsigned short, int code, char const *) {
         if (code == 10) {
@@ -165,7 +165,7 @@ TEST_F(Threads, ErrorTenRunsOnTheIoThread) {
     expectNote("error 10 on <n>io.context");
 }
 
-TEST_F(Threads, ErrorTenDoesNotWaitForAPendingStart) {
+TEST_F(ClientThreads, ErrorTenDoesNotWaitForAPendingStart) {
     tls::connect_option option = rig.option();
     Events events;
     std::shared_ptr<tls::connect_info> second;
@@ -188,7 +188,7 @@ TEST_F(Threads, ErrorTenDoesNotWaitForAPendingStart) {
     EXPECT_EQ(resultOf(second), tls::result_ok);
 }
 
-TEST_F(Threads, SendLevelCallbacksRunOnTheReceiver) {
+TEST_F(ClientThreads, SendLevelCallbacksRunOnTheReceiver) {
     rig.connect();
     tls::send_option option(20000, tls::timedout_function(), tls::error_function(),
                             tls::nbr_function([&](unsigned long long, unsigned short, unsigned char const *,
@@ -199,7 +199,7 @@ TEST_F(Threads, SendLevelCallbacksRunOnTheReceiver) {
     expectNote("send level on <n>session.0.receiver");
 }
 
-TEST_F(Threads, TypeLevelCallbacksRunOnTheReceiver) {
+TEST_F(ClientThreads, TypeLevelCallbacksRunOnTheReceiver) {
     rig.client.on_json_msg(
         0x3001, [&](unsigned long long, unsigned short, char const *, tavMsgExt) { note("type level"); });
     rig.connect();
@@ -207,7 +207,7 @@ TEST_F(Threads, TypeLevelCallbacksRunOnTheReceiver) {
     expectNote("type level on <n>session.0.receiver");
 }
 
-TEST_F(Threads, GlobalCallbacksRunOnTheReceiver) {
+TEST_F(ClientThreads, GlobalCallbacksRunOnTheReceiver) {
     tls::connect_option option = rig.option();
     option.set_json_msg_callback(
         [&](unsigned long long, unsigned short, char const *, tavMsgExt) { note("global level"); });
@@ -216,7 +216,7 @@ TEST_F(Threads, GlobalCallbacksRunOnTheReceiver) {
     expectNote("global level on <n>session.0.receiver");
 }
 
-TEST_F(Threads, OldMessageCallbacksRunOnTheReceiver) {
+TEST_F(ClientThreads, OldMessageCallbacksRunOnTheReceiver) {
     rig.client.set_old_msg_default_callback(
         [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) { note("old"); });
     rig.connect();
@@ -224,7 +224,7 @@ TEST_F(Threads, OldMessageCallbacksRunOnTheReceiver) {
     expectNote("old on <n>session.0.receiver");
 }
 
-TEST_F(Threads, ASendsTimeOutRunsOnTheTimer) {
+TEST_F(ClientThreads, ASendsTimeOutRunsOnTheTimer) {
     rig.connect();
     rig.client.send_msg(Ask(1), waiting(100, [&](unsigned long long, unsigned short, bool cancelled) {
                             note(cancelled ? "cancelled" : "timedout");
@@ -232,7 +232,7 @@ TEST_F(Threads, ASendsTimeOutRunsOnTheTimer) {
     expectNote("timedout on <n>session.0.timer");
 }
 
-TEST_F(Threads, ASendCancelledByItsInfoRunsOnTheCaller) {
+TEST_F(ClientThreads, ASendCancelledByItsInfoRunsOnTheCaller) {
     rig.connect();
     auto const info =
         rig.client.send_msg(Ask(1), waiting(20000, [&](unsigned long long, unsigned short, bool c) {
@@ -246,7 +246,7 @@ TEST_F(Threads, ASendCancelledByItsInfoRunsOnTheCaller) {
     expectNote("cancelled on main");
 }
 
-TEST_F(Threads, ASendCancelledByCloseRunsOnTheQueue) {
+TEST_F(ClientThreads, ASendCancelledByCloseRunsOnTheQueue) {
     rig.connect();
     rig.client.send_msg(Ask(1), waiting(20000, [&](unsigned long long, unsigned short, bool c) {
                             note(c ? "cancelled" : "timedout");
@@ -256,7 +256,7 @@ TEST_F(Threads, ASendCancelledByCloseRunsOnTheQueue) {
     expectNote("cancelled on <n>session.0");
 }
 
-TEST_F(Threads, ASendCancelledByCancelAllRunsOnTheQueue) {
+TEST_F(ClientThreads, ASendCancelledByCancelAllRunsOnTheQueue) {
     rig.connect();
     rig.client.send_msg(Ask(1), waiting(20000, [&](unsigned long long, unsigned short, bool c) {
                             note(c ? "cancelled" : "timedout");
@@ -266,7 +266,7 @@ TEST_F(Threads, ASendCancelledByCancelAllRunsOnTheQueue) {
     expectNote("cancelled on <n>session.0");
 }
 
-TEST_F(Threads, ASendCancelledByReconnectRunsOnTheQueue) {
+TEST_F(ClientThreads, ASendCancelledByReconnectRunsOnTheQueue) {
     rig.connect();
     rig.client.send_msg(Ask(1), waiting(20000, [&](unsigned long long, unsigned short, bool c) {
                             note(c ? "cancelled" : "timedout");
@@ -276,7 +276,7 @@ TEST_F(Threads, ASendCancelledByReconnectRunsOnTheQueue) {
     expectNote("cancelled on <n>session.0");
 }
 
-TEST_F(Threads, ASendCancelledByABrokenConnectionRunsOnTheIoThread) {
+TEST_F(ClientThreads, ASendCancelledByABrokenConnectionRunsOnTheIoThread) {
     rig.connect();
     rig.client.send_msg(Ask(1), waiting(20000, [&](unsigned long long, unsigned short, bool c) {
                             note(c ? "cancelled" : "timedout");
@@ -286,7 +286,7 @@ TEST_F(Threads, ASendCancelledByABrokenConnectionRunsOnTheIoThread) {
     expectNote("cancelled on <n>io.context");
 }
 
-TEST_F(Threads, AConnectsTimeOutRunsOnTheTimer) {
+TEST_F(ClientThreads, AConnectsTimeOutRunsOnTheTimer) {
     tls::connect_option option = rig.option();
     option.timedout = tls::timedout_option(
         200, [&](unsigned long long, unsigned short, bool c) { note(c ? "cancelled" : "timedout"); });
@@ -295,7 +295,7 @@ TEST_F(Threads, AConnectsTimeOutRunsOnTheTimer) {
     expectNote("timedout on <n>session.0.timer");
 }
 
-TEST_F(Threads, OnHeartbeatTimedoutRunsOnTheTimer) {
+TEST_F(ClientThreads, OnHeartbeatTimedoutRunsOnTheTimer) {
     // The core is used alone here, with a clock that can be moved on.
     std::atomic<long long> ahead{0};
     auto const core = std::make_shared<tls::impl::Client>(
@@ -327,7 +327,7 @@ TEST_F(Threads, OnHeartbeatTimedoutRunsOnTheTimer) {
     EXPECT_EQ(events.count(), 3u);
 }
 
-TEST_F(Threads, TheThreadsOfAClientAreSix) {
+TEST_F(ClientThreads, TheThreadsOfAClientAreSix) {
     Holdings const without;
     unsigned const before = threadsNow();
     {
@@ -342,7 +342,7 @@ TEST_F(Threads, TheThreadsOfAClientAreSix) {
     EXPECT_TRUE(without.back()) << without.print();
 }
 
-TEST_F(Threads, NamesCarryTheCreatorsName) {
+TEST_F(ClientThreads, NamesCarryTheCreatorsName) {
     Events events;
     std::thread const * made = nullptr;
     auto const thread = tav_async_run(
@@ -365,7 +365,7 @@ TEST_F(Threads, NamesCarryTheCreatorsName) {
     EXPECT_NE(events.all()[1].find(" on app.<n>global.on_error.0: "), std::string::npos) << events.all()[1];
 }
 
-TEST_F(Threads, EachMemberMayBeCalledFromManyThreadsAtOnce) {
+TEST_F(ClientThreads, EachMemberMayBeCalledFromManyThreadsAtOnce) {
     rig.connect();
     acceptAll();
     std::vector<std::thread> callers;

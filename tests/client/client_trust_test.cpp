@@ -54,7 +54,7 @@ bool endsWith(std::string const & text, std::string const & end) {
 
 } // namespace
 
-TEST(RefusedCertificate, TellsItsReasonAndSubjectToTheApplication) {
+TEST(ClientTrustRefusedCertificate, TellsItsReasonAndSubjectToTheApplication) {
     TlsIdentity const & good = TlsIdentity::ecdsa();
     std::string const system = "certificate verify failed (SSL routines): ";
     EXPECT_EQ(errorOf(good, TlsIdentity::stranger().ca),
@@ -68,7 +68,7 @@ TEST(RefusedCertificate, TellsItsReasonAndSubjectToTheApplication) {
     EXPECT_TRUE(endsWith(own, ", subject /CN=Stranger CA")) << own;
 }
 
-TEST(RefusedCertificate, IsOneErrorLineWithAllThatIsKnown) {
+TEST(ClientTrustRefusedCertificate, IsOneErrorLineWithAllThatIsKnown) {
     LogCapture log;
     TlsIdentity const old = TlsIdentity::valid(-7200, -3600);
     errorOf(old, old.ca);
@@ -83,7 +83,7 @@ TEST(RefusedCertificate, IsOneErrorLineWithAllThatIsKnown) {
     EXPECT_EQ(log.count(" Handshake failed: "), 1u);
 }
 
-TEST(RefusedCertificate, OfAnotherKindOfFailureSaysNothing) {
+TEST(ClientTrustRefusedCertificate, OfAnotherKindOfFailureSaysNothing) {
     Events events;
     TlsPeer peer;
     client c("n");
@@ -94,7 +94,7 @@ TEST(RefusedCertificate, OfAnotherKindOfFailureSaysNothing) {
     EXPECT_EQ(events.all()[0].find("subject"), std::string::npos);
 }
 
-TEST(CertificatePath, ThatCannotBeUsedIsToldWithTheReason) {
+TEST(ClientTrustCertificatePath, ThatCannotBeUsedIsToldWithTheReason) {
     Folder const folder;
     EXPECT_TRUE(endsWith(troubleOf("/nowhere/ca.pem"), ": No such file or directory\n"));
     EXPECT_TRUE(endsWith(troubleOf("/nowhere/at/all/"), ": No such file or directory\n"));
@@ -111,7 +111,7 @@ TEST(CertificatePath, ThatCannotBeUsedIsToldWithTheReason) {
 }
 
 // As another user, since nothing is forbidden to the first one; and so in a process of its own.
-TEST(CertificatePathDeathTest, WithoutPermissionIsToldSo) {
+TEST(ClientTrustCertificatePathDeathTest, WithoutPermissionIsToldSo) {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {
@@ -127,7 +127,7 @@ TEST(CertificatePathDeathTest, WithoutPermissionIsToldSo) {
         ::testing::ExitedWithCode(0), "");
 }
 
-TEST(CertificatePath, InTroubleIsToldAtEachStartAndReadOnce) {
+TEST(ClientTrustCertificatePath, InTroubleIsToldAtEachStartAndReadOnce) {
     LogCapture log;
     context c("<c>");
     c.init("/nowhere/ca.pem", "");
@@ -136,7 +136,7 @@ TEST(CertificatePath, InTroubleIsToldAtEachStartAndReadOnce) {
     EXPECT_EQ(log.count("<c> load_verify_file "), 1u);
 }
 
-TEST(CertificatePath, ThatHasChangedIsReadAgain) {
+TEST(ClientTrustCertificatePath, ThatHasChangedIsReadAgain) {
     LogCapture log;
     Folder const folder;
     context c("<c>");
@@ -153,7 +153,7 @@ TEST(CertificatePath, ThatHasChangedIsReadAgain) {
     EXPECT_EQ(troubles(log), 1u);
 }
 
-TEST(CertificatePath, FolderThatHasChangedIsReadAgain) {
+TEST(ClientTrustCertificatePath, FolderThatHasChangedIsReadAgain) {
     LogCapture log;
     Folder const folder;
     std::string const path = folder.path() + "/";
@@ -175,7 +175,7 @@ TEST(CertificatePath, FolderThatHasChangedIsReadAgain) {
     EXPECT_EQ(troubles(log), 1u);
 }
 
-TEST(CertificatePath, ThatWasMendedServesTheNextReconnect) {
+TEST(ClientTrustCertificatePath, ThatWasMendedServesTheNextReconnect) {
     LogCapture log;
     Folder const folder;
     ClientRig rig;
@@ -189,7 +189,7 @@ TEST(CertificatePath, ThatWasMendedServesTheNextReconnect) {
     EXPECT_TRUE(rig.settle());
 }
 
-TEST(CertificatePath, ThatIsNotGivenIsOneWarningForEachStart) {
+TEST(ClientTrustCertificatePath, ThatIsNotGivenIsOneWarningForEachStart) {
     LogCapture log;
     ClientRig rig;
     rig.connect();

@@ -13,10 +13,10 @@ tls::send_option waiting(int wait_ms, tls::timedout_function f = tls::timedout_f
     return tls::send_option(wait_ms, std::move(f), false, 4);
 }
 
-/// Waits in callbacks, where each kind would hold the thread that it needs.
-class Waits : public ::testing::Test {
+/// ClientWaits in callbacks, where each kind would hold the thread that it needs.
+class ClientWaits : public ::testing::Test {
 protected:
-    /// Waits for a connect that is under way, once.
+    /// ClientWaits for a connect that is under way, once.
     void waitForConnect() {
         if (!waited_.exchange(true)) {
             thread_ = threadName();
@@ -25,7 +25,8 @@ protected:
             done_.add("done");
         }
     }
-    /// Waits for a send that has no answer, a new one if none is given, and for another one as a whole, once.
+    /// ClientWaits for a send that has no answer, a new one if none is given, and for another one as a whole,
+    /// once.
     void waitForSend(std::shared_ptr<tls::send_info> info = nullptr) {
         if (!waited_.exchange(true)) {
             thread_ = threadName();
@@ -42,7 +43,7 @@ protected:
     void expectConnectRefused(std::string const & thread) {
         ASSERT_TRUE(done_.wait(1));
         EXPECT_EQ(thread_, thread);
-        EXPECT_EQ(result_, tls::result_error);
+        EXPECT_EQ(tls::result_error, result_);
         LogCapture::Record const line = log.find("<n> a wait for a connect on the thread " + thread + ",");
         EXPECT_EQ(line.level, tavLogger::ERROR);
         EXPECT_NE(line.text.find("on_error"), std::string::npos) << line.text;
@@ -52,7 +53,7 @@ protected:
     void expectSendRefused(std::string const & thread) {
         ASSERT_TRUE(done_.wait(1));
         EXPECT_EQ(thread_, thread);
-        EXPECT_EQ(result_, tls::result_error);
+        EXPECT_EQ(tls::result_error, result_);
         EXPECT_EQ(both_, tls::result_error);
         std::string const words = "<n> a wait for a send on the thread " + thread + ",";
         EXPECT_EQ(log.find(words).level, tavLogger::ERROR);
@@ -75,14 +76,14 @@ private:
 
 } // namespace
 
-TEST_F(Waits, ForAConnectOnTheIoThreadEndsAtOnce) {
+TEST_F(ClientWaits, ForAConnectOnTheIoThreadEndsAtOnce) {
     tls::connect_option option = rig.option();
     option.set_on_open([&] { waitForConnect(); });
     rig.connect(option);
     expectConnectRefused("<n>io.context");
 }
 
-TEST_F(Waits, ForAConnectAfterAFailedCompletionEndsAtOnce) {
+TEST_F(ClientWaits, ForAConnectAfterAFailedCompletionEndsAtOnce) {
     tls::connect_option option = rig.option();
     option.set_on_error([&](unsigned long long, unsigned short, int, char const *) { waitForConnect(); });
     rig.connect(option);
@@ -90,7 +91,7 @@ TEST_F(Waits, ForAConnectAfterAFailedCompletionEndsAtOnce) {
     expectConnectRefused("<n>io.context");
 }
 
-TEST_F(Waits, ForAConnectOnTheReceiverEndsAtOnce) {
+TEST_F(ClientWaits, ForAConnectOnTheReceiverEndsAtOnce) {
     rig.client.on_nbr_msg(0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned,
                                       tavMsgExt) { waitForConnect(); });
     rig.connect();
@@ -98,14 +99,14 @@ TEST_F(Waits, ForAConnectOnTheReceiverEndsAtOnce) {
     expectConnectRefused("<n>session.0.receiver");
 }
 
-TEST_F(Waits, ForAConnectOnTheTimerEndsAtOnce) {
+TEST_F(ClientWaits, ForAConnectOnTheTimerEndsAtOnce) {
     rig.connect();
     rig.client.send_msg(Ask(1),
                         waiting(100, [&](unsigned long long, unsigned short, bool) { waitForConnect(); }));
     expectConnectRefused("<n>session.0.timer");
 }
 
-TEST_F(Waits, ForAConnectOnTheQueueEndsAtOnce) {
+TEST_F(ClientWaits, ForAConnectOnTheQueueEndsAtOnce) {
     rig.connect();
     rig.client.send_msg(Ask(1),
                         waiting(20000, [&](unsigned long long, unsigned short, bool) { waitForConnect(); }));
@@ -114,21 +115,21 @@ TEST_F(Waits, ForAConnectOnTheQueueEndsAtOnce) {
     expectConnectRefused("<n>session.0");
 }
 
-TEST_F(Waits, ForASendOnTheIoThreadEndsAtOnce) {
+TEST_F(ClientWaits, ForASendOnTheIoThreadEndsAtOnce) {
     tls::connect_option option = rig.option();
     option.set_on_open([&] { waitForSend(); });
     rig.connect(option);
     expectSendRefused("<n>io.context");
 }
 
-TEST_F(Waits, ForASendOnTheTimerEndsAtOnce) {
+TEST_F(ClientWaits, ForASendOnTheTimerEndsAtOnce) {
     rig.connect();
     rig.client.send_msg(Ask(1),
                         waiting(100, [&](unsigned long long, unsigned short, bool) { waitForSend(); }));
     expectSendRefused("<n>session.0.timer");
 }
 
-TEST_F(Waits, ForASendOnTheQueueEndsAtOnce) {
+TEST_F(ClientWaits, ForASendOnTheQueueEndsAtOnce) {
     rig.connect();
     // Whichever is told first waits for the other one, which is told behind it.
     std::shared_ptr<tls::send_info> sends[2];
@@ -144,7 +145,7 @@ TEST_F(Waits, ForASendOnTheQueueEndsAtOnce) {
     EXPECT_EQ(resultOf(sends[1]), tls::result_cancelled);
 }
 
-TEST_F(Waits, ForASendOnTheSenderEndsAtOnce) {
+TEST_F(ClientWaits, ForASendOnTheSenderEndsAtOnce) {
     rig.connect();
     // The first holds "sender" until the connection is gone, so that those behind it are ended there.
     tavLogger::setLogLevel("TLS.CLT", tavLogger::DEBUG);
@@ -165,7 +166,7 @@ TEST_F(Waits, ForASendOnTheSenderEndsAtOnce) {
     log.at(std::string(), nullptr);
 }
 
-TEST_F(Waits, ForASendInItsOwnFunctionEndsAtOnce) {
+TEST_F(ClientWaits, ForASendInItsOwnFunctionEndsAtOnce) {
     rig.connect();
     std::shared_ptr<tls::send_info> info;
     int result = tls::result_pending;
@@ -179,7 +180,7 @@ TEST_F(Waits, ForASendInItsOwnFunctionEndsAtOnce) {
     EXPECT_EQ(log.find("<n> a wait for the send #").level, tavLogger::ERROR);
 }
 
-TEST_F(Waits, ForASendOnTheReceiverEndsByItsLimit) {
+TEST_F(ClientWaits, ForASendOnTheReceiverEndsByItsLimit) {
     Events events;
     rig.client.on_nbr_msg(
         0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
@@ -193,7 +194,7 @@ TEST_F(Waits, ForASendOnTheReceiverEndsByItsLimit) {
     EXPECT_FALSE(log.contains(" would never end"));
 }
 
-TEST_F(Waits, ForWhatHasEndedReturnItOnAnyThread) {
+TEST_F(ClientWaits, ForWhatHasEndedReturnItOnAnyThread) {
     tls::connect_option option = rig.option();
     std::shared_ptr<tls::connect_info> connect;
     std::shared_ptr<tls::send_info> send;
@@ -209,7 +210,7 @@ TEST_F(Waits, ForWhatHasEndedReturnItOnAnyThread) {
     EXPECT_EQ(events.all()[0], "ok");
 }
 
-TEST_F(Waits, OnAThreadOfAnotherClientAreAllowed) {
+TEST_F(ClientWaits, OnAThreadOfAnotherClientAreAllowed) {
     ClientRig other("other");
     Events events;
     std::unique_ptr<Acceptor> others;

@@ -175,7 +175,7 @@ TEST(ConnectOption, CopiesHaveEverything) {
 }
 
 template <class Option>
-class OptionEvents : public testing::Test {};
+class ConnectOptionEvents : public testing::Test {};
 
 struct OptionNames {
     template <class Option>
@@ -185,9 +185,9 @@ struct OptionNames {
 };
 
 typedef testing::Types<connect_option, global_callback> OptionTypes;
-TYPED_TEST_SUITE(OptionEvents, OptionTypes, OptionNames);
+TYPED_TEST_SUITE(ConnectOptionEvents, OptionTypes, OptionNames);
 
-TYPED_TEST(OptionEvents, NothingIsTakenWithoutFunctions) {
+TYPED_TEST(ConnectOptionEvents, NothingIsTakenWithoutFunctions) {
     LogCapture log;
     TypeParam option;
     EXPECT_FALSE(option.on_open());
@@ -199,7 +199,7 @@ TYPED_TEST(OptionEvents, NothingIsTakenWithoutFunctions) {
     EXPECT_TRUE(log.records().empty());
 }
 
-TYPED_TEST(OptionEvents, OpenIsLoggedAndCalled) {
+TYPED_TEST(ConnectOptionEvents, OpenIsLoggedAndCalled) {
     LogCapture log;
     TypeParam option;
     int count = 0;
@@ -216,7 +216,7 @@ TYPED_TEST(OptionEvents, OpenIsLoggedAndCalled) {
     EXPECT_TRUE(log.inOrder({" channel open ok", "open called", " channel open ok", "open called"}));
 }
 
-TYPED_TEST(OptionEvents, HeartbeatIsLoggedAndCalled) {
+TYPED_TEST(ConnectOptionEvents, HeartbeatIsLoggedAndCalled) {
     LogCapture log;
     TypeParam option;
     int count = 0;
@@ -227,7 +227,7 @@ TYPED_TEST(OptionEvents, HeartbeatIsLoggedAndCalled) {
     EXPECT_EQ(log.find("heartbeat timedout").level, tavLogger::INFO);
 }
 
-TYPED_TEST(OptionEvents, ErrorIsLoggedAndCalledWithThePositiveCode) {
+TYPED_TEST(ConnectOptionEvents, ErrorIsLoggedAndCalledWithThePositiveCode) {
     LogCapture log;
     TypeParam option;
     std::string got;
@@ -242,7 +242,7 @@ TYPED_TEST(OptionEvents, ErrorIsLoggedAndCalledWithThePositiveCode) {
     EXPECT_NE(line.find(") global level on error #7 0x1234 <-10> broken\n"), std::string::npos) << line;
 }
 
-TYPED_TEST(OptionEvents, ErrorOfCode0CallsNothing) {
+TYPED_TEST(ConnectOptionEvents, ErrorOfCode0CallsNothing) {
     LogCapture log;
     TypeParam option;
     int count = 0;
@@ -253,7 +253,7 @@ TYPED_TEST(OptionEvents, ErrorOfCode0CallsNothing) {
     EXPECT_EQ(log.count("level on error"), 0u);
 }
 
-TYPED_TEST(OptionEvents, ProxyIsLoggedMaskedAndItsResultReturned) {
+TYPED_TEST(ConnectOptionEvents, ProxyIsLoggedMaskedAndItsResultReturned) {
     LogCapture log;
     TypeParam option;
     std::string got;
@@ -267,7 +267,7 @@ TYPED_TEST(OptionEvents, ProxyIsLoggedMaskedAndItsResultReturned) {
     EXPECT_EQ(log.find("http proxy tcp").level, tavLogger::INFO);
 }
 
-TYPED_TEST(OptionEvents, FunctionsMayReplaceThemselves) {
+TYPED_TEST(ConnectOptionEvents, FunctionsMayReplaceThemselves) {
     TypeParam option;
     auto const owned = std::make_shared<int>(0);
     option.set_on_open([&option, owned] {
@@ -296,7 +296,7 @@ TYPED_TEST(OptionEvents, FunctionsMayReplaceThemselves) {
     EXPECT_FALSE(option.on_heartbeat_timedout());
 }
 
-TYPED_TEST(OptionEvents, LastMessageFunctionSetIsTheOnlyOne) {
+TYPED_TEST(ConnectOptionEvents, LastMessageFunctionSetIsTheOnlyOne) {
     Seen seen;
     TypeParam option;
     option.set_json_msg_callback(seen.json());
@@ -310,7 +310,7 @@ TYPED_TEST(OptionEvents, LastMessageFunctionSetIsTheOnlyOne) {
     EXPECT_EQ(seen.kinds, "json nbr obj ptr ");
 }
 
-TYPED_TEST(OptionEvents, FunctionGetsAllArguments) {
+TYPED_TEST(ConnectOptionEvents, FunctionGetsAllArguments) {
     Seen seen;
     TypeParam option;
     option.set_json_msg_callback(seen.json());
@@ -331,7 +331,7 @@ TYPED_TEST(OptionEvents, FunctionGetsAllArguments) {
     EXPECT_EQ(seen.message, shared.get());
 }
 
-TYPED_TEST(OptionEvents, MessagesAreLoggedWithTheGlobalLevel) {
+TYPED_TEST(ConnectOptionEvents, MessagesAreLoggedWithTheGlobalLevel) {
     LogCapture log;
     Seen seen;
     TypeParam option;
@@ -349,7 +349,7 @@ TYPED_TEST(OptionEvents, MessagesAreLoggedWithTheGlobalLevel) {
                      ") global level on obj #3 0x1234\n", ") global level on ptr #4 0x1234\n"}));
 }
 
-TYPED_TEST(OptionEvents, NoRecordIsWrittenUnderAnotherTag) {
+TYPED_TEST(ConnectOptionEvents, NoRecordIsWrittenUnderAnotherTag) {
     LogCapture log("TLS.CLT(OUT)");
     Seen seen;
     TypeParam option;
@@ -367,11 +367,11 @@ TYPED_TEST(OptionEvents, NoRecordIsWrittenUnderAnotherTag) {
     EXPECT_TRUE(log.records().empty());
 }
 
-TYPED_TEST(OptionEvents, LevelWordIsGlobal) {
+TYPED_TEST(ConnectOptionEvents, LevelWordIsGlobal) {
     EXPECT_STREQ(TypeParam::global_level_, "global");
 }
 
-TEST(GlobalCallback, StartsEmpty) {
+TEST(ConnectOptionGlobalCallback, StartsEmpty) {
     global_callback const callback;
     EXPECT_TRUE(callback.empty());
     EXPECT_EQ(callback.type(), callback_none);
@@ -382,7 +382,7 @@ TEST(GlobalCallback, StartsEmpty) {
     EXPECT_FALSE(callback.on_http_proxy_connect_);
 }
 
-TEST(GlobalCallback, GivesItsMessageFunctionOn) {
+TEST(ConnectOptionGlobalCallback, GivesItsMessageFunctionOn) {
     Seen seen;
     global_callback callback;
     callback.set_nbr_msg_callback(seen.nbr());

@@ -361,7 +361,7 @@ public:
     c.set_old_msg_default_callback([](U64, U16, unsigned char const *, unsigned, tavMsgExt const &) {});
 }
 
-TEST(VadInterface, TheLastFunctionsMayBeLeftOut) {
+TEST(InterfaceClientVadInterface, TheLastFunctionsMayBeLeftOut) {
     vad::client::init();
     vad::client client;
     client.open("host", 1, 2, [](void *) { return true; });
@@ -383,7 +383,7 @@ TEST(VadInterface, TheLastFunctionsMayBeLeftOut) {
     EXPECT_EQ(vad::ip_port("host", 80).port, 80);
 }
 
-TEST(OptionsInterface, TakeWhatCanBeCalled) {
+TEST(InterfaceClientOptionsInterface, TakeWhatCanBeCalled) {
     int calls = 0;
     Timed const timed(100, [&calls](U64, U16, bool) { ++calls; });
     Send send(
@@ -426,7 +426,7 @@ TEST(OptionsInterface, TakeWhatCanBeCalled) {
     EXPECT_EQ(calls, 5);
 }
 
-TEST(OptionsInterface, ResultsAreLockedAndPrintedThroughTheirBase) {
+TEST(InterfaceClientOptionsInterface, ResultsAreLockedAndPrintedThroughTheirBase) {
     OwnSend own;
     future_obj & result = own;
     result.lock();
@@ -440,7 +440,7 @@ TEST(OptionsInterface, ResultsAreLockedAndPrintedThroughTheirBase) {
     EXPECT_EQ(ip_port("host", "80").port, ip_port("host", 80).port);
 }
 
-TEST(ClientInterface, ClassesAreRegisteredByCreatorsOfAnyMessage) {
+TEST(InterfaceClient, ClassesAreRegisteredByCreatorsOfAnyMessage) {
     client c("interface.client");
     c.register_class("Note", [] { return new Note; });
     c.register_message(0x1f01, [] { return new Note; });

@@ -365,7 +365,7 @@ TEST(MessageCallbackThreads, AssignmentsInBothDirectionsDoNotBlock) {
     EXPECT_FALSE(b->empty());
 }
 
-TEST(MsgTypeCallback, HandsEverythingOnAndLogsItsLevel) {
+TEST(MessageCallbackMsgTypeCallback, HandsEverythingOnAndLogsItsLevel) {
     LogCapture log;
     Seen seen;
     EXPECT_TRUE(msg_type_callback(seen.json()).on_json(1, 2, "{}", traced()));
@@ -385,7 +385,7 @@ TEST(MsgTypeCallback, HandsEverythingOnAndLogsItsLevel) {
                              ") type level on obj #5 0x1234\n", ") type level on ptr #6 0x1234\n"}));
 }
 
-TEST(MsgTypeCallback, TakesItsOwnKindOnly) {
+TEST(MessageCallbackMsgTypeCallback, TakesItsOwnKindOnly) {
     EXPECT_STREQ(msg_type_callback::type_level_, "type");
     Seen seen;
     msg_type_callback none;

@@ -61,7 +61,7 @@ struct ErrorSeen {
 
 } // namespace
 
-TEST(ResultType, HasItsValues) {
+TEST(ResultPrintType, HasItsValues) {
     EXPECT_EQ(static_cast<int>(result_pending), -3);
     EXPECT_EQ(static_cast<int>(result_busy), -2);
     EXPECT_EQ(static_cast<int>(result_unknown), -1);
@@ -71,7 +71,7 @@ TEST(ResultType, HasItsValues) {
     EXPECT_EQ(static_cast<int>(result_cancelled), 3);
 }
 
-TEST(ResultType, PrintsItsWord) {
+TEST(ResultPrintType, PrintsItsWord) {
     struct {
         int value;
         char const * word;
@@ -82,7 +82,7 @@ TEST(ResultType, PrintsItsWord) {
     }
 }
 
-TEST(CallbackType, HasItsValues) {
+TEST(ResultPrintCallbackType, HasItsValues) {
     EXPECT_EQ(static_cast<int>(callback_none), -1);
     EXPECT_EQ(static_cast<int>(callback_json), 0);
     EXPECT_EQ(static_cast<int>(callback_nbr), 1);
@@ -90,7 +90,7 @@ TEST(CallbackType, HasItsValues) {
     EXPECT_EQ(static_cast<int>(callback_ptr), 3);
 }
 
-TEST(OnErrorCall, GivesTheAbsoluteCode) {
+TEST(ResultPrintOnErrorCall, GivesTheAbsoluteCode) {
     ErrorSeen seen;
     on_error_call(seen.function(), 7, 0x1234, -10, "text");
     EXPECT_EQ(seen.count, 1);
@@ -106,7 +106,7 @@ TEST(OnErrorCall, GivesTheAbsoluteCode) {
     EXPECT_EQ(seen.code, 0);
 }
 
-TEST(OnErrorCall, ExtremeCodesAreDefined) {
+TEST(ResultPrintOnErrorCall, ExtremeCodesAreDefined) {
     ErrorSeen seen;
     on_error_call(seen.function(), 1, 1, -std::numeric_limits<int>::max(), "");
     EXPECT_EQ(seen.code, std::numeric_limits<int>::max());
@@ -114,18 +114,18 @@ TEST(OnErrorCall, ExtremeCodesAreDefined) {
     EXPECT_EQ(seen.code, std::numeric_limits<int>::min());
 }
 
-TEST(OnErrorCall, WithoutFunctionDoesNothing) {
+TEST(ResultPrintOnErrorCall, WithoutFunctionDoesNothing) {
     EXPECT_NO_THROW(on_error_call(error_function(), 1, 1, 1, ""));
 }
 
-TEST(IpPort, StartsEmpty) {
+TEST(ResultPrintIpPort, StartsEmpty) {
     ip_port const v;
     EXPECT_TRUE(v.empty());
     EXPECT_EQ(v.host, "");
     EXPECT_EQ(v.port, "");
 }
 
-TEST(IpPort, ConstructorsStoreTexts) {
+TEST(ResultPrintIpPort, ConstructorsStoreTexts) {
     ip_port const text("host", std::string("443"));
     EXPECT_EQ(text.host, "host");
     EXPECT_EQ(text.port, "443");
@@ -136,7 +136,7 @@ TEST(IpPort, ConstructorsStoreTexts) {
     EXPECT_EQ(ip_port("h", zero).port, "0");
 }
 
-TEST(IpPort, IsEmptyWithoutHostAndPort) {
+TEST(ResultPrintIpPort, IsEmptyWithoutHostAndPort) {
     unsigned short const zero = 0;
     unsigned short const eighty = 80;
     EXPECT_TRUE(ip_port("", zero).empty());
@@ -148,7 +148,7 @@ TEST(IpPort, IsEmptyWithoutHostAndPort) {
     EXPECT_FALSE(ip_port("h", zero).empty());
 }
 
-TEST(IpPort, LogFormMasksTheHost) {
+TEST(ResultPrintIpPort, LogFormMasksTheHost) {
     struct {
         char const * host;
         char const * shown;
@@ -160,7 +160,7 @@ TEST(IpPort, LogFormMasksTheHost) {
     EXPECT_EQ(printed(ip_port("192.168.1.20", std::string())), "192.168.1***:");
 }
 
-TEST(MsgInfo, StartsEmpty) {
+TEST(ResultPrintMsgInfo, StartsEmpty) {
     msginfo const v;
     EXPECT_TRUE(v.empty());
     EXPECT_EQ(v.sno, 0xFFFFFFFFFFFFFFFFull);
@@ -168,7 +168,7 @@ TEST(MsgInfo, StartsEmpty) {
     EXPECT_EQ(v.size, -1);
 }
 
-TEST(MsgInfo, IsEmptyOnlyWhenAllThreeAreNone) {
+TEST(ResultPrintMsgInfo, IsEmptyOnlyWhenAllThreeAreNone) {
     unsigned long long const none = 0xFFFFFFFFFFFFFFFFull;
     EXPECT_TRUE(msginfo(none, 0xffff, -1).empty());
     EXPECT_FALSE(msginfo(0, 0xffff, -1).empty());
@@ -176,7 +176,7 @@ TEST(MsgInfo, IsEmptyOnlyWhenAllThreeAreNone) {
     EXPECT_FALSE(msginfo(none, 0xffff, 0).empty());
 }
 
-TEST(MsgInfo, LogForm) {
+TEST(ResultPrintMsgInfo, LogForm) {
     EXPECT_EQ(printed(msginfo(7, 0x1234, 12)), "#7 0x1234 [12]");
     EXPECT_EQ(printed(msginfo(7, 0x0a, 1)), "#7 0x000a [1]");
     EXPECT_EQ(printed(msginfo(7, 0xABCD, 0)), "#7 0xabcd");
@@ -184,19 +184,19 @@ TEST(MsgInfo, LogForm) {
     EXPECT_EQ(printed(msginfo()), "#18446744073709551615 0xffff");
 }
 
-TEST(MsgInfo, NeitherTakesNorLeavesStreamFlags) {
+TEST(ResultPrintMsgInfo, NeitherTakesNorLeavesStreamFlags) {
     std::ostringstream out;
     out << std::hex << std::uppercase << msginfo(255, 0xab, 255) << ' ' << 255;
     EXPECT_EQ(out.str(), "#255 0x00ab [255] FF");
 }
 
-TEST(SendInfo, Prints) {
+TEST(ResultPrintSendInfo, Prints) {
     EXPECT_EQ(printed(Send(7, result_ok)), "sno = #7, send result = ok");
     EXPECT_EQ(printed(Send(0xFFFFFFFFFFFFFFFFull, result_unknown)),
               "sno = #18446744073709551615, send result = unknown");
 }
 
-TEST(FutureObj, LockKeepsOthersOut) {
+TEST(ResultPrintFutureObj, LockKeepsOthersOut) {
     Connect info;
     future_obj const & base = info;
     int total = 0;
@@ -214,7 +214,7 @@ TEST(FutureObj, LockKeepsOthersOut) {
     EXPECT_EQ(total, 4000);
 }
 
-TEST(FutureObj, LockIsRecursive) {
+TEST(ResultPrintFutureObj, LockIsRecursive) {
     auto const info = std::make_shared<Connect>();
     EXPECT_TRUE(endsOnAnotherThread([info] {
         info->lock();
@@ -229,7 +229,7 @@ TEST(FutureObj, LockIsRecursive) {
     }));
 }
 
-TEST(FutureObj, HasAVirtualDestructor) {
+TEST(ResultPrintFutureObj, HasAVirtualDestructor) {
     EXPECT_TRUE(std::has_virtual_destructor<future_obj>::value);
     EXPECT_TRUE(std::has_virtual_destructor<connect_info>::value);
     EXPECT_TRUE(std::has_virtual_destructor<send_info>::value);

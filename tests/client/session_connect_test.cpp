@@ -23,7 +23,7 @@ constexpr unsigned long long all_ones = ~0ull;
 
 } // namespace
 
-TEST(SessionLife, NewSessionIsCreatedAndNothingElse) {
+TEST(SessionConnectLife, NewSessionIsCreatedAndNothingElse) {
     LogCapture log;
     SessionRig rig("<a>");
     auto const s = rig.make(rig.option("127.0.0.1", "1"));
@@ -36,7 +36,7 @@ TEST(SessionLife, NewSessionIsCreatedAndNothingElse) {
     EXPECT_EQ(log.find("<a> session construct\n").level, tavLogger::INFO);
 }
 
-TEST(SessionLife, DestructorClosesAndCancels) {
+TEST(SessionConnectLife, DestructorClosesAndCancels) {
     LogCapture log;
     SessionRig rig("<a>");
     {
@@ -50,7 +50,7 @@ TEST(SessionLife, DestructorClosesAndCancels) {
     EXPECT_EQ(log.find(" socket closed.").level, tavLogger::INFO);
 }
 
-TEST(SessionLife, OpenStartsTimerThenReceiver) {
+TEST(SessionConnectLife, OpenStartsTimerThenReceiver) {
     LogCapture log;
     SessionRig rig("<a>");
     auto const s = rig.make(rig.option("127.0.0.1", "1"));
@@ -382,7 +382,7 @@ TEST(SessionConnect, EndpointsAreReadWhileTheSocketIsOpen) {
     }
 }
 
-TEST(SessionProxy, TunnelIsMadeBeforeTheHandshake) {
+TEST(SessionConnectProxy, TunnelIsMadeBeforeTheHandshake) {
     LogCapture log;
     TlsPeer peer;
     SessionRig rig("<a>");
@@ -427,7 +427,7 @@ TEST(SessionProxy, TunnelIsMadeBeforeTheHandshake) {
     EXPECT_EQ(log.find(" http proxy connect ok").level, tavLogger::INFO);
 }
 
-TEST(SessionProxy, RefusalIsSilentAndLeavesTheSocketOpen) {
+TEST(SessionConnectProxy, RefusalIsSilentAndLeavesTheSocketOpen) {
     LogCapture log;
     TlsPeer peer;
     SessionRig rig("<a>");
@@ -451,7 +451,7 @@ TEST(SessionProxy, RefusalIsSilentAndLeavesTheSocketOpen) {
     EXPECT_EQ(rig.events.all(), std::vector<std::string>{"timedout"});
 }
 
-TEST(SessionProxy, CloseEndsABlockedTunnel) {
+TEST(SessionConnectProxy, CloseEndsABlockedTunnel) {
     TlsPeer peer;
     SessionRig rig;
     tav::tls::connect_option option = rig.option("real.example.org", "443");

@@ -43,14 +43,14 @@ using Texts = std::vector<std::string>;
 
 } // namespace
 
-TEST(Framing, HeadIsABigEndianLength) {
+TEST(SessionFraming, HeadIsABigEndianLength) {
     EXPECT_EQ(frame(std::string(0x10203, 'x')).substr(0, 4), std::string("\x00\x01\x02\x03", 4));
     Pair p;
     p.server->send(std::string("\x00\x00\x00\x02hi", 6));
     EXPECT_EQ(p.bodies(1), Texts{"hi"});
 }
 
-TEST(Framing, FrameInAnyTwoPieces) {
+TEST(SessionFraming, FrameInAnyTwoPieces) {
     Pair p;
     std::string const bytes = frame("0123456789");
     std::size_t expected = 0;
@@ -63,25 +63,25 @@ TEST(Framing, FrameInAnyTwoPieces) {
     EXPECT_EQ(p.rig.bodies.count(), bytes.size() - 1);
 }
 
-TEST(Framing, SingleBytes) {
+TEST(SessionFraming, SingleBytes) {
     Pair p;
     p.server->sendInRecords(frame("abc") + frame("") + frame("defgh"), 1);
     EXPECT_EQ(p.bodies(2), (Texts{"abc", "defgh"}));
 }
 
-TEST(Framing, RecordsInSingleSegments) {
+TEST(SessionFraming, RecordsInSingleSegments) {
     Pair p;
     p.server->sendInSegments(frame("abc") + frame("de"), 1);
     EXPECT_EQ(p.bodies(2), (Texts{"abc", "de"}));
 }
 
-TEST(Framing, SeveralFramesInOneRecord) {
+TEST(SessionFraming, SeveralFramesInOneRecord) {
     Pair p;
     p.server->send(frame("1") + frame("22") + frame("") + frame("333"));
     EXPECT_EQ(p.bodies(3), (Texts{"1", "22", "333"}));
 }
 
-TEST(Framing, TwoFramesCutAtEveryPlace) {
+TEST(SessionFraming, TwoFramesCutAtEveryPlace) {
     Pair p;
     std::string const bytes = frame("first") + frame("second!");
     std::size_t expected = 0;
@@ -96,7 +96,7 @@ TEST(Framing, TwoFramesCutAtEveryPlace) {
     }
 }
 
-TEST(Framing, RandomFramesInRandomPieces) {
+TEST(SessionFraming, RandomFramesInRandomPieces) {
     for (unsigned seed = 1; seed <= 5; ++seed) {
         Pair p;
         std::mt19937 random(seed);
@@ -118,9 +118,9 @@ TEST(Framing, RandomFramesInRandomPieces) {
     }
 }
 
-class FramingSize : public testing::TestWithParam<unsigned> {};
+class SessionFramingSize : public testing::TestWithParam<unsigned> {};
 
-TEST_P(FramingSize, BodyArrivesWhole) {
+TEST_P(SessionFramingSize, BodyArrivesWhole) {
     Pair p;
     std::string const body = filled(GetParam());
     p.server->send(frame(body) + frame("next"));
@@ -130,11 +130,11 @@ TEST_P(FramingSize, BodyArrivesWhole) {
     EXPECT_EQ(all[1], "next");
 }
 
-INSTANTIATE_TEST_SUITE_P(AroundARecord, FramingSize,
+INSTANTIATE_TEST_SUITE_P(AroundARecord, SessionFramingSize,
                          testing::Values(1u, 2u, 255u, 256u, 16379u, 16380u, 16381u, 16383u, 16384u, 16385u,
                                          32764u, 32768u, 32769u, 65535u, 65536u, 1000000u));
 
-TEST(Framing, LargestBodyIsRead) {
+TEST(SessionFraming, LargestBodyIsRead) {
     Pair p;
     std::string const body = filled(0xffffff);
     ASSERT_TRUE(p.server->send(frame(body)));
@@ -144,9 +144,9 @@ TEST(Framing, LargestBodyIsRead) {
     EXPECT_EQ(p.rig.exceptions.count(), 0u);
 }
 
-class FramingHostileSize : public testing::TestWithParam<std::string> {};
+class SessionFramingHostileSize : public testing::TestWithParam<std::string> {};
 
-TEST_P(FramingHostileSize, RaisesTheAssertionAndEndsReading) {
+TEST_P(SessionFramingHostileSize, RaisesTheAssertionAndEndsReading) {
     LogCapture log;
     Pair p;
     p.server->send(frame("before") + GetParam() + frame("after"));
@@ -172,13 +172,13 @@ TEST_P(FramingHostileSize, RaisesTheAssertionAndEndsReading) {
     EXPECT_EQ(p.rig.events.all()[1], "heartbeat timedout");
 }
 
-INSTANTIATE_TEST_SUITE_P(AboveTheLimit, FramingHostileSize,
+INSTANTIATE_TEST_SUITE_P(AboveTheLimit, SessionFramingHostileSize,
                          testing::Values(std::string("\x01\x00\x00\x00", 4),
                                          std::string("\x7f\xff\xff\xff", 4),
                                          std::string("\x80\x00\x00\x00", 4),
                                          std::string("\xff\xff\xff\xff", 4)));
 
-TEST(Framing, RandomBytesDoNoHarm) {
+TEST(SessionFraming, RandomBytesDoNoHarm) {
     for (unsigned seed = 1; seed <= 8; ++seed) {
         Pair p;
         std::string bytes = filled(50000, seed);
@@ -189,7 +189,7 @@ TEST(Framing, RandomBytesDoNoHarm) {
     }
 }
 
-TEST(Framing, EmptyFrameIsLoggedAndDropped) {
+TEST(SessionFraming, EmptyFrameIsLoggedAndDropped) {
     LogCapture log;
     Pair p;
     p.server->send(frame("") + frame("x"));
@@ -198,14 +198,14 @@ TEST(Framing, EmptyFrameIsLoggedAndDropped) {
     EXPECT_EQ(log.find(" empty body").level, tavLogger::DEBUG);
 }
 
-TEST(Framing, ManyEmptyFramesAreAFlatLoop) {
+TEST(SessionFraming, ManyEmptyFramesAreAFlatLoop) {
     LogCapture log("clear(NONE)");
     Pair p;
     p.server->send(std::string(400000, '\0') + frame("end"));
     EXPECT_EQ(p.bodies(1), Texts{"end"});
 }
 
-TEST(Framing, EachPartIsLoggedWithTheQueue) {
+TEST(SessionFraming, EachPartIsLoggedWithTheQueue) {
     LogCapture log;
     Pair p;
     Gate gate;
@@ -229,7 +229,7 @@ TEST(Framing, EachPartIsLoggedWithTheQueue) {
     EXPECT_EQ(p.bodies(4).size(), 4u);
 }
 
-TEST(Framing, HeaderInTwoRecordsIsOneRead) {
+TEST(SessionFraming, HeaderInTwoRecordsIsOneRead) {
     LogCapture log;
     Pair p;
     p.server->send(std::string("\x00\x00", 2));
@@ -241,7 +241,7 @@ TEST(Framing, HeaderInTwoRecordsIsOneRead) {
     EXPECT_EQ(log.count(" received "), 2u);
 }
 
-TEST(Framing, EndInsideAHeader) {
+TEST(SessionFraming, EndInsideAHeader) {
     LogCapture log;
     Pair p;
     p.server->send(std::string("\x00\x00\x00", 3));
@@ -251,7 +251,7 @@ TEST(Framing, EndInsideAHeader) {
     EXPECT_FALSE(log.contains(" Read body failed: "));
 }
 
-TEST(Framing, EndInsideABody) {
+TEST(SessionFraming, EndInsideABody) {
     LogCapture log;
     Pair p;
     p.server->send(frame("abcdef").substr(0, 7));
@@ -261,7 +261,7 @@ TEST(Framing, EndInsideABody) {
     EXPECT_FALSE(log.contains(" Read header failed: "));
 }
 
-TEST(Framing, EndInsideALongBody) {
+TEST(SessionFraming, EndInsideALongBody) {
     LogCapture log;
     Pair p;
     p.server->send(frame(filled(200000)).substr(0, 150000));
@@ -271,7 +271,7 @@ TEST(Framing, EndInsideALongBody) {
     EXPECT_EQ(p.rig.bodies.count(), 0u);
 }
 
-TEST(Framing, BodiesAreHandledOnTheReceiverInOrder) {
+TEST(SessionFraming, BodiesAreHandledOnTheReceiverInOrder) {
     Pair p;
     std::atomic<bool> own{true};
     p.rig.on_body = [&](std::string const &) {
@@ -288,7 +288,7 @@ TEST(Framing, BodiesAreHandledOnTheReceiverInOrder) {
     EXPECT_TRUE(own);
 }
 
-TEST(Framing, ExceptionOfTheReceiverLosesOneBodyOnly) {
+TEST(SessionFraming, ExceptionOfTheReceiverLosesOneBodyOnly) {
     LogCapture log;
     Pair p;
     p.rig.on_body = [](std::string const & body) {
@@ -301,7 +301,7 @@ TEST(Framing, ExceptionOfTheReceiverLosesOneBodyOnly) {
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> bad body"));
 }
 
-TEST(Framing, SessionThatClosesOnTheWayTakesNoMore) {
+TEST(SessionFraming, SessionThatClosesOnTheWayTakesNoMore) {
     TlsPeer peer;
     std::unique_ptr<TlsConnection> server;
     SessionRig rig;

@@ -111,7 +111,7 @@ private:
 
 } // namespace
 
-TEST(Send, PacketGoesOutAsOneFrame) {
+TEST(SessionSend, PacketGoesOutAsOneFrame) {
     LogCapture log;
     Pair p;
     EXPECT_EQ(p.s->send_pkt(packet(7, "hello"), send_option()), nullptr)
@@ -124,7 +124,7 @@ TEST(Send, PacketGoesOutAsOneFrame) {
     EXPECT_FALSE(log.contains(" add sending #"));
 }
 
-TEST(Send, LibrarysPacketsGoOutAsTheyEncode) {
+TEST(SessionSend, LibrarysPacketsGoOutAsTheyEncode) {
     Pair p;
     PacketPtr const pkt = tav::im::Packet::create(true, 4);
     pkt->setCode(0x1234);
@@ -137,7 +137,7 @@ TEST(Send, LibrarysPacketsGoOutAsTheyEncode) {
               std::string(reinterpret_cast<char const *>(expected.data()), expected.size()));
 }
 
-TEST(Send, RawBytesGoOutAsOneFrame) {
+TEST(SessionSend, RawBytesGoOutAsOneFrame) {
     Pair p;
     unsigned char const bytes[] = {1, 0, 255};
     EXPECT_TRUE(p.s->send_raw(bytes, 3));
@@ -145,7 +145,7 @@ TEST(Send, RawBytesGoOutAsOneFrame) {
     EXPECT_EQ(p.server->receive(11), std::string("\0\0\0\3\1\0\xff\0\0\0\0", 11));
 }
 
-TEST(Send, TrackedSendIsPending) {
+TEST(SessionSend, TrackedSendIsPending) {
     LogCapture log;
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
@@ -160,7 +160,7 @@ TEST(Send, TrackedSendIsPending) {
     EXPECT_EQ(log.find("<a> add sending #7, total = 1\n").level, tavLogger::DEBUG);
 }
 
-TEST(Send, WaitOfZeroOrLessIsNotTracked) {
+TEST(SessionSend, WaitOfZeroOrLessIsNotTracked) {
     Pair p;
     EXPECT_EQ(p.s->send_pkt(packet(1), p.limited(0)), nullptr);
     EXPECT_EQ(p.s->send_pkt(packet(2), p.limited(-5)), nullptr);
@@ -170,7 +170,7 @@ TEST(Send, WaitOfZeroOrLessIsNotTracked) {
     EXPECT_EQ(p.timeouts.count(), 0u);
 }
 
-TEST(Send, NotConnected) {
+TEST(SessionSend, NotConnected) {
     LogCapture log;
     TlsPeer peer;
     SessionRig rig("<a>");
@@ -184,7 +184,7 @@ TEST(Send, NotConnected) {
     EXPECT_EQ(log.count(" not connected"), 2u);
 }
 
-TEST(Send, CancelledOrClosedSessionRefuses) {
+TEST(SessionSend, CancelledOrClosedSessionRefuses) {
     LogCapture log;
     Pair p;
     p.s->cancel_all();
@@ -195,7 +195,7 @@ TEST(Send, CancelledOrClosedSessionRefuses) {
     EXPECT_EQ(p.timeouts.count(), 0u);
 }
 
-TEST(Send, FromOnOpenGoesOut) {
+TEST(SessionSend, FromOnOpenGoesOut) {
     TlsPeer peer;
     SessionRig rig;
     session * made = nullptr;
@@ -213,7 +213,7 @@ TEST(Send, FromOnOpenGoesOut) {
     EXPECT_EQ(server->receiveFrame(), "early");
 }
 
-TEST(Send, LargestFrameGoesOutWhole) {
+TEST(SessionSend, LargestFrameGoesOutWhole) {
     Pair p;
     std::string body(0xffffff, 'x');
     body.front() = 'a';
@@ -224,7 +224,7 @@ TEST(Send, LargestFrameGoesOutWhole) {
     EXPECT_EQ(p.server->receiveFrame(), "behind");
 }
 
-TEST(SendQueue, FramesPostedTogetherAreLoggedOneByOne) {
+TEST(SessionSendQueue, FramesPostedTogetherAreLoggedOneByOne) {
     LogCapture log;
     Pair p;
     Gate gate;
@@ -242,7 +242,7 @@ TEST(SendQueue, FramesPostedTogetherAreLoggedOneByOne) {
                              "<a> sent 5 bytes, remaining 1 msgs.\n"}));
 }
 
-TEST(SendQueue, OrderHoldsAcrossSizes) {
+TEST(SessionSendQueue, OrderHoldsAcrossSizes) {
     Pair p;
     Texts expected;
     for (unsigned i = 0; i < 400; ++i) {
@@ -255,7 +255,7 @@ TEST(SendQueue, OrderHoldsAcrossSizes) {
     }
 }
 
-TEST(SendQueue, FramesPostedDuringAWriteFollowItInOrder) {
+TEST(SessionSendQueue, FramesPostedDuringAWriteFollowItInOrder) {
     Pair p;
     std::string const large(8000000, 'L');
     p.s->send_pkt(packet(1, large), send_option());
@@ -267,7 +267,7 @@ TEST(SendQueue, FramesPostedDuringAWriteFollowItInOrder) {
     EXPECT_EQ(p.server->receiveFrame(), "third");
 }
 
-TEST(SendQueue, FailedWriteKeepsItsFramesAndIsAnError) {
+TEST(SessionSendQueue, FailedWriteKeepsItsFramesAndIsAnError) {
     LogCapture log;
     Pair p;
     unsigned char const small[] = {'s'};
@@ -286,7 +286,7 @@ TEST(SendQueue, FailedWriteKeepsItsFramesAndIsAnError) {
     EXPECT_EQ(p.s->state(), 5);
 }
 
-TEST(SendQueue, CancelLogsWhatWaitsAndKeepsIt) {
+TEST(SessionSendQueue, CancelLogsWhatWaitsAndKeepsIt) {
     LogCapture log;
     Pair p;
     std::string const large(8000000, 'L');
@@ -301,7 +301,7 @@ TEST(SendQueue, CancelLogsWhatWaitsAndKeepsIt) {
     EXPECT_EQ(p.server->receiveFrame(), "s");
 }
 
-TEST(SendQueue, ManyThreadsSendEverything) {
+TEST(SessionSendQueue, ManyThreadsSendEverything) {
     LogCapture log("clear(NONE)");
     Pair p;
     std::vector<std::thread> threads;
@@ -329,7 +329,7 @@ TEST(SendQueue, ManyThreadsSendEverything) {
     EXPECT_EQ(p.timeouts.count(), 600u);
 }
 
-TEST(SendTimeout, FiresOnceWithFiveMillisecondsOfSlack) {
+TEST(SessionSendTimeout, FiresOnceWithFiveMillisecondsOfSlack) {
     LogCapture log;
     Pair p;
     p.rig.freeze();
@@ -355,7 +355,7 @@ TEST(SendTimeout, FiresOnceWithFiveMillisecondsOfSlack) {
     EXPECT_EQ(info->result(), 2);
 }
 
-TEST(SendTimeout, CountsFromTheSendAndNotFromTheLastTick) {
+TEST(SessionSendTimeout, CountsFromTheSendAndNotFromTheLastTick) {
     Pair p(true);
     p.s->on_timer(false);
     long long const tick = p.rig.frozen_at;
@@ -367,7 +367,7 @@ TEST(SendTimeout, CountsFromTheSendAndNotFromTheLastTick) {
     EXPECT_EQ(info->result(), 2);
 }
 
-TEST(SendTimeout, FunctionRunsWithoutTheSendsLock) {
+TEST(SessionSendTimeout, FunctionRunsWithoutTheSendsLock) {
     Pair p;
     p.rig.freeze();
     std::thread helper;
@@ -390,14 +390,14 @@ TEST(SendTimeout, FunctionRunsWithoutTheSendsLock) {
     EXPECT_TRUE(done);
 }
 
-TEST(SendTimeout, ReachesAWaiterThroughTheTimer) {
+TEST(SessionSendTimeout, ReachesAWaiterThroughTheTimer) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(1));
     EXPECT_EQ(info->wait(), tav::tls::result_timedout);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 timedout"});
 }
 
-TEST(SendTimeout, IsToldInTheOrderOfSequences) {
+TEST(SessionSendTimeout, IsToldInTheOrderOfSequences) {
     Pair p;
     p.rig.freeze();
     for (unsigned long long sno : {9ull, 3ull, 12ull, 5ull}) {
@@ -411,7 +411,7 @@ TEST(SendTimeout, IsToldInTheOrderOfSequences) {
               (Texts{"3 4660 timedout", "5 4660 timedout", "9 4660 timedout", "12 4660 timedout"}));
 }
 
-TEST(SendTimeout, FunctionMayEndAndAddSends) {
+TEST(SessionSendTimeout, FunctionMayEndAndAddSends) {
     Pair p;
     p.rig.freeze();
     std::shared_ptr<impl::send_info> last;
@@ -441,7 +441,7 @@ TEST(SendTimeout, FunctionMayEndAndAddSends) {
     EXPECT_EQ(p.s->sending(), 0u);
 }
 
-TEST(SendReply, IsFoundByNumberAndCodeTogether) {
+TEST(SessionSendReply, IsFoundByNumberAndCodeTogether) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000, 0x4321));
     ASSERT_TRUE(p.tracked(1));
@@ -452,7 +452,7 @@ TEST(SendReply, IsFoundByNumberAndCodeTogether) {
     EXPECT_EQ(p.s->find_sending(7, 0x4321), nullptr) << "a late reply finds nothing";
 }
 
-TEST(SendReply, ClaimKeepsAllOthersFromEndingIt) {
+TEST(SessionSendReply, ClaimKeepsAllOthersFromEndingIt) {
     Pair p;
     p.rig.freeze();
     auto const info = p.s->send_pkt(packet(7), p.limited(1000));
@@ -469,7 +469,7 @@ TEST(SendReply, ClaimKeepsAllOthersFromEndingIt) {
     EXPECT_EQ(info->wait(), 0);
 }
 
-TEST(SendReply, ClaimThatIsGivenBackLeavesItToItsLimit) {
+TEST(SessionSendReply, ClaimThatIsGivenBackLeavesItToItsLimit) {
     Pair p;
     p.rig.freeze();
     auto const info = p.s->send_pkt(packet(7), p.limited(1000));
@@ -481,7 +481,7 @@ TEST(SendReply, ClaimThatIsGivenBackLeavesItToItsLimit) {
     EXPECT_EQ(info->wait(), 2);
 }
 
-TEST(SendReply, ClaimThatIsGivenBackAfterTheEndOfAllIsCancelled) {
+TEST(SessionSendReply, ClaimThatIsGivenBackAfterTheEndOfAllIsCancelled) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     ASSERT_TRUE(p.tracked(1));
@@ -492,7 +492,7 @@ TEST(SendReply, ClaimThatIsGivenBackAfterTheEndOfAllIsCancelled) {
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
 
-TEST(SendReply, CompleteWakesAllWaiters) {
+TEST(SessionSendReply, CompleteWakesAllWaiters) {
     LogCapture log;
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
@@ -518,7 +518,7 @@ TEST(SendReply, CompleteWakesAllWaiters) {
     EXPECT_EQ(p.timeouts.count(), 0u) << "nothing fires after the end";
 }
 
-TEST(SendReply, WaitForgetsTheSend) {
+TEST(SessionSendReply, WaitForgetsTheSend) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     ASSERT_TRUE(p.tracked(1));
@@ -529,7 +529,7 @@ TEST(SendReply, WaitForgetsTheSend) {
     EXPECT_EQ(p.timeouts.count(), 0u);
 }
 
-TEST(SendReply, RemoveTellsWhetherThereWasOne) {
+TEST(SessionSendReply, RemoveTellsWhetherThereWasOne) {
     LogCapture log;
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
@@ -547,7 +547,7 @@ TEST(SendReply, RemoveTellsWhetherThereWasOne) {
     info->complete(tav::tls::result_ok);
 }
 
-TEST(SendCancel, OneSendIsToldAndForgotten) {
+TEST(SessionSendCancel, OneSendIsToldAndForgotten) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     auto const other = p.s->send_pkt(packet(8), p.limited(60000));
@@ -566,7 +566,7 @@ TEST(SendCancel, OneSendIsToldAndForgotten) {
     EXPECT_EQ(p.timeouts.count(), 1u);
 }
 
-TEST(SendCancel, AllAreToldInOrder) {
+TEST(SessionSendCancel, AllAreToldInOrder) {
     LogCapture log;
     Pair p;
     std::vector<std::shared_ptr<impl::send_info>> infos;
@@ -588,7 +588,7 @@ TEST(SendCancel, AllAreToldInOrder) {
     EXPECT_FALSE(log.contains(" cancel all sending..."));
 }
 
-TEST(SendCancel, FunctionThatThrowsKeepsNoSendFromItsEnd) {
+TEST(SessionSendCancel, FunctionThatThrowsKeepsNoSendFromItsEnd) {
     LogCapture log;
     Pair p;
     auto const bad = send_option(
@@ -607,7 +607,7 @@ TEST(SendCancel, FunctionThatThrowsKeepsNoSendFromItsEnd) {
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> from on_timedout"));
 }
 
-TEST(SendTimeout, FunctionThatThrowsKeepsNoSendFromItsEnd) {
+TEST(SessionSendTimeout, FunctionThatThrowsKeepsNoSendFromItsEnd) {
     Pair p;
     auto const first = p.s->send_pkt(
         packet(1),
@@ -620,7 +620,7 @@ TEST(SendTimeout, FunctionThatThrowsKeepsNoSendFromItsEnd) {
     EXPECT_EQ(p.timeouts.all(), Texts{"2 4660 timedout"});
 }
 
-TEST(SendCancel, FunctionRunsWithoutTheSendsLock) {
+TEST(SessionSendCancel, FunctionRunsWithoutTheSendsLock) {
     Pair p;
     std::thread helper;
     bool done = false;
@@ -642,7 +642,7 @@ TEST(SendCancel, FunctionRunsWithoutTheSendsLock) {
     EXPECT_EQ(info->result(), 3);
 }
 
-TEST(SendCancel, EndOfTheConnectionEndsAllSends) {
+TEST(SessionSendCancel, EndOfTheConnectionEndsAllSends) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     ASSERT_TRUE(p.tracked(1));
@@ -651,7 +651,7 @@ TEST(SendCancel, EndOfTheConnectionEndsAllSends) {
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
 
-TEST(SendCancel, CloseEndsAllSends) {
+TEST(SessionSendCancel, CloseEndsAllSends) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     ASSERT_TRUE(p.tracked(1));
@@ -660,7 +660,7 @@ TEST(SendCancel, CloseEndsAllSends) {
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
 
-TEST(SendCancel, QueuedSendThatIsRefusedAfterwardsIsToldAsCancelled) {
+TEST(SessionSendCancel, QueuedSendThatIsRefusedAfterwardsIsToldAsCancelled) {
     LogCapture log;
     Pair p;
     Gate gate;
@@ -680,7 +680,7 @@ TEST(SendCancel, QueuedSendThatIsRefusedAfterwardsIsToldAsCancelled) {
     EXPECT_EQ(first->result(), 3);
 }
 
-TEST(SendCancel, CloseEndsTheSendsThatSenderNeverCameTo) {
+TEST(SessionSendCancel, CloseEndsTheSendsThatSenderNeverCameTo) {
     LogCapture log;
     Pair p;
     Gate gate;
@@ -699,7 +699,7 @@ TEST(SendCancel, CloseEndsTheSendsThatSenderNeverCameTo) {
     EXPECT_EQ(p.timeouts.all(), (Texts{"1 4660 cancelled", "3 4660 cancelled", "2 4660 cancelled"}));
 }
 
-TEST(SendCancel, SendThatIsCancelledAheadOfSenderIsNotTracked) {
+TEST(SessionSendCancel, SendThatIsCancelledAheadOfSenderIsNotTracked) {
     Pair p;
     Gate gate;
     p.s->send_pkt(heldUp(gate, 1), send_option());
@@ -714,7 +714,7 @@ TEST(SendCancel, SendThatIsCancelledAheadOfSenderIsNotTracked) {
     EXPECT_EQ(p.s->sending(), 0u);
 }
 
-TEST(SendReplace, FirstOfTwoWithOneNumberEndsByItsOwnLimit) {
+TEST(SessionSendReplace, FirstOfTwoWithOneNumberEndsByItsOwnLimit) {
     Pair p;
     p.rig.freeze();
     auto const first = p.s->send_pkt(packet(7, "1"), p.limited(1000, 0x1111));
@@ -731,7 +731,7 @@ TEST(SendReplace, FirstOfTwoWithOneNumberEndsByItsOwnLimit) {
     EXPECT_EQ(p.s->find_sending(7, 0x2222), second);
 }
 
-TEST(SendReplace, FirstOfTwoEndsWithTheSessionAheadOfItsLimit) {
+TEST(SessionSendReplace, FirstOfTwoEndsWithTheSessionAheadOfItsLimit) {
     Pair p;
     auto const first = p.s->send_pkt(packet(7, "1"), p.limited(60000, 0x1111));
     auto const second = p.s->send_pkt(packet(7, "2"), p.limited(60000, 0x2222));
@@ -745,7 +745,7 @@ TEST(SendReplace, FirstOfTwoEndsWithTheSessionAheadOfItsLimit) {
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
 
-TEST(SendReplace, CancelOfTheFirstLeavesTheSecondAlone) {
+TEST(SessionSendReplace, CancelOfTheFirstLeavesTheSecondAlone) {
     Pair p;
     auto const first = p.s->send_pkt(packet(7, "1"), p.limited(60000));
     auto const second = p.s->send_pkt(packet(7, "2"), p.limited(60000));
@@ -758,7 +758,7 @@ TEST(SendReplace, CancelOfTheFirstLeavesTheSecondAlone) {
     EXPECT_EQ(p.timeouts.count(), 2u);
 }
 
-TEST(SendFailure, BrokenPacketIsLoggedAndTheNextGoesOut) {
+TEST(SessionSendFailure, BrokenPacketIsLoggedAndTheNextGoesOut) {
     LogCapture log;
     Pair p;
     auto * const broken = new TestPacket(7, 0x1234, "");
@@ -770,7 +770,7 @@ TEST(SendFailure, BrokenPacketIsLoggedAndTheNextGoesOut) {
     EXPECT_EQ(info->wait(), 2) << "its time-out ends it";
 }
 
-TEST(SendFailure, BrokenPacketBehindOthersStopsNothing) {
+TEST(SessionSendFailure, BrokenPacketBehindOthersStopsNothing) {
     Pair p;
     Gate gate;
     p.s->send_pkt(heldUp(gate, 1), send_option());
@@ -788,7 +788,7 @@ TEST(SendFailure, BrokenPacketBehindOthersStopsNothing) {
     }
 }
 
-TEST(SendFailure, FrameThatIsTooLargeIsNotSentAndItsSendIsCancelled) {
+TEST(SessionSendFailure, FrameThatIsTooLargeIsNotSentAndItsSendIsCancelled) {
     LogCapture log("clear(ERROR)");
     Pair p;
     auto const info = p.s->send_pkt(packet(7, std::string(0x1000000, 'x')), p.limited(60000));
@@ -799,7 +799,7 @@ TEST(SendFailure, FrameThatIsTooLargeIsNotSentAndItsSendIsCancelled) {
     EXPECT_EQ(p.server->receiveFrame(), "next");
 }
 
-TEST(SendInfo, EndedSendLetsTheSessionGo) {
+TEST(SessionSendInfo, EndedSendLetsTheSessionGo) {
     LogCapture log;
     std::shared_ptr<impl::send_info> info;
     {
@@ -816,7 +816,7 @@ TEST(SendInfo, EndedSendLetsTheSessionGo) {
     EXPECT_EQ(info->wait(), 3);
 }
 
-TEST(SendInfo, FunctionsGoWithTheEnd) {
+TEST(SessionSendInfo, FunctionsGoWithTheEnd) {
     Pair p;
     auto const witness = std::make_shared<int>(0);
     auto const info = p.s->send_pkt(
@@ -831,7 +831,7 @@ TEST(SendInfo, FunctionsGoWithTheEnd) {
     EXPECT_EQ(witness.use_count(), 1);
 }
 
-TEST(SendInfo, EndsMayRaceInAnyNumber) {
+TEST(SessionSendInfo, EndsMayRaceInAnyNumber) {
     LogCapture log("clear(NONE)");
     for (int round = 0; round < 30; ++round) {
         Pair p(true);

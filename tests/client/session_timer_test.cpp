@@ -66,7 +66,7 @@ tav::tls::connect_option limited(SessionRig & rig, TlsPeer const & peer, int wai
 
 } // namespace
 
-TEST(ConnectTimeout, FiresOnceAndClosesNothing) {
+TEST(SessionTimerConnectTimeout, FiresOnceAndClosesNothing) {
     LogCapture log;
     TlsPeer peer;
     SessionRig rig("<a>");
@@ -93,7 +93,7 @@ TEST(ConnectTimeout, FiresOnceAndClosesNothing) {
     EXPECT_TRUE(s->connected());
 }
 
-TEST(ConnectTimeout, CountsWhileTheAddressIsResolvedToo) {
+TEST(SessionTimerConnectTimeout, CountsWhileTheAddressIsResolvedToo) {
     TlsPeer peer;
     SessionRig rig;
     rig.freeze();
@@ -107,7 +107,7 @@ TEST(ConnectTimeout, CountsWhileTheAddressIsResolvedToo) {
     gate.open();
 }
 
-TEST(ConnectTimeout, StartsWithTheConnectAndNotWithTheSession) {
+TEST(SessionTimerConnectTimeout, StartsWithTheConnectAndNotWithTheSession) {
     TlsPeer peer;
     SessionRig rig;
     rig.freeze();
@@ -121,7 +121,7 @@ TEST(ConnectTimeout, StartsWithTheConnectAndNotWithTheSession) {
     EXPECT_EQ(rig.events.count(), 0u);
 }
 
-TEST(ConnectTimeout, NoLimitNeverFires) {
+TEST(SessionTimerConnectTimeout, NoLimitNeverFires) {
     TlsPeer peer;
     SessionRig rig;
     rig.freeze();
@@ -132,7 +132,7 @@ TEST(ConnectTimeout, NoLimitNeverFires) {
     EXPECT_EQ(rig.events.count(), 0u);
 }
 
-TEST(ConnectTimeout, ConnectedSessionHasNone) {
+TEST(SessionTimerConnectTimeout, ConnectedSessionHasNone) {
     TlsPeer peer;
     SessionRig rig;
     std::unique_ptr<TlsConnection> server;
@@ -143,7 +143,7 @@ TEST(ConnectTimeout, ConnectedSessionHasNone) {
     EXPECT_EQ(rig.events.all(), std::vector<std::string>{"open"});
 }
 
-TEST(ConnectTimeout, IsTheTimersWork) {
+TEST(SessionTimerConnectTimeout, IsTheTimersWork) {
     TlsPeer peer;
     SessionRig rig;
     tavSharedPtr<session> s;
@@ -161,7 +161,7 @@ TEST(ConnectTimeout, IsTheTimersWork) {
     EXPECT_TRUE(own);
 }
 
-TEST(Tick, StoppingDoesNothingAndGoesOn) {
+TEST(SessionTimerTick, StoppingDoesNothingAndGoesOn) {
     Beating b;
     b.rig.advance(100000);
     EXPECT_TRUE(b.s->on_timer(true));
@@ -171,7 +171,7 @@ TEST(Tick, StoppingDoesNothingAndGoesOn) {
     EXPECT_TRUE(b.s->on_timer(false));
 }
 
-TEST(Heartbeat, LeavesStrictlyAfterThirtySeconds) {
+TEST(SessionTimerHeartbeat, LeavesStrictlyAfterThirtySeconds) {
     Beating b;
     b.tickAfter(30000);
     EXPECT_TRUE(b.server->quiet(0));
@@ -179,7 +179,7 @@ TEST(Heartbeat, LeavesStrictlyAfterThirtySeconds) {
     EXPECT_EQ(b.server->receive(4), heartbeat);
 }
 
-TEST(Heartbeat, LeavesOnceAnInterval) {
+TEST(SessionTimerHeartbeat, LeavesOnceAnInterval) {
     Beating b;
     b.tickAfter(30100);
     EXPECT_EQ(b.server->receive(4), heartbeat);
@@ -190,7 +190,7 @@ TEST(Heartbeat, LeavesOnceAnInterval) {
     EXPECT_EQ(b.server->receive(4), heartbeat);
 }
 
-TEST(Heartbeat, IsNotRepeatedWhileTheFirstStillWaits) {
+TEST(SessionTimerHeartbeat, IsNotRepeatedWhileTheFirstStillWaits) {
     Beating b;
     Gate gate;
     b.rig.context()->post([&] { gate.pass(); });
@@ -205,7 +205,7 @@ TEST(Heartbeat, IsNotRepeatedWhileTheFirstStillWaits) {
     EXPECT_TRUE(b.server->quiet(0));
 }
 
-TEST(Heartbeat, CompletedWritePostponesIt) {
+TEST(SessionTimerHeartbeat, CompletedWritePostponesIt) {
     Beating b;
     b.rig.advance(20000);
     unsigned char const byte = 'x';
@@ -218,7 +218,7 @@ TEST(Heartbeat, CompletedWritePostponesIt) {
     EXPECT_EQ(b.server->receive(4), heartbeat);
 }
 
-TEST(Heartbeat, OffByDefault) {
+TEST(SessionTimerHeartbeat, OffByDefault) {
     Beating b;
     b.s->check_heartbeat(false);
     b.tickAfter(10000000);
@@ -227,7 +227,7 @@ TEST(Heartbeat, OffByDefault) {
     EXPECT_EQ(b.rig.events.count(), 1u);
 }
 
-TEST(Heartbeat, NoneBeforeTheConnection) {
+TEST(SessionTimerHeartbeat, NoneBeforeTheConnection) {
     TlsPeer peer;
     SessionRig rig;
     rig.freeze();
@@ -240,7 +240,7 @@ TEST(Heartbeat, NoneBeforeTheConnection) {
     EXPECT_EQ(rig.events.count(), 0u);
 }
 
-TEST(HeartbeatTimeout, ComesStrictlyAfterNinetySeconds) {
+TEST(SessionTimerHeartbeatTimeout, ComesStrictlyAfterNinetySeconds) {
     LogCapture log;
     Beating b;
     b.tickAfter(90000);
@@ -257,7 +257,7 @@ TEST(HeartbeatTimeout, ComesStrictlyAfterNinetySeconds) {
     EXPECT_FALSE(log.contains(" global level on error "));
 }
 
-TEST(HeartbeatTimeout, OwnHeartbeatsDoNotCount) {
+TEST(SessionTimerHeartbeatTimeout, OwnHeartbeatsDoNotCount) {
     Beating b;
     b.tickAfter(30001);
     b.tickAfter(30001);
@@ -266,7 +266,7 @@ TEST(HeartbeatTimeout, OwnHeartbeatsDoNotCount) {
     EXPECT_EQ(b.rig.events.all().back(), "heartbeat timedout");
 }
 
-TEST(HeartbeatTimeout, HeartbeatOfThePeerCounts) {
+TEST(SessionTimerHeartbeatTimeout, HeartbeatOfThePeerCounts) {
     LogCapture log;
     Beating b;
     b.rig.advance(50000);
@@ -278,7 +278,7 @@ TEST(HeartbeatTimeout, HeartbeatOfThePeerCounts) {
     EXPECT_FALSE(b.s->connected());
 }
 
-TEST(HeartbeatTimeout, HeaderAloneCounts) {
+TEST(SessionTimerHeartbeatTimeout, HeaderAloneCounts) {
     LogCapture log;
     Beating b;
     b.rig.advance(50000);
@@ -291,7 +291,7 @@ TEST(HeartbeatTimeout, HeaderAloneCounts) {
     EXPECT_FALSE(b.s->connected());
 }
 
-TEST(HeartbeatTimeout, EachPieceOfABodyCounts) {
+TEST(SessionTimerHeartbeatTimeout, EachPieceOfABodyCounts) {
     Beating b;
     std::string const bytes = frame(std::string(100000, 'x'));
     for (std::size_t at = 0; at < bytes.size(); at += 25000) {
@@ -306,7 +306,7 @@ TEST(HeartbeatTimeout, EachPieceOfABodyCounts) {
     EXPECT_FALSE(b.s->connected());
 }
 
-TEST(HeartbeatTimeout, EachPieceOfATlsRecordCounts) {
+TEST(SessionTimerHeartbeatTimeout, EachPieceOfATlsRecordCounts) {
     Beating b;
     b.tickAfter(1);
     auto const come = [&] {
@@ -332,7 +332,7 @@ TEST(HeartbeatTimeout, EachPieceOfATlsRecordCounts) {
     EXPECT_EQ(b.rig.events.all().back(), "heartbeat timedout");
 }
 
-TEST(HeartbeatTimeout, ComesAfterARecordThatNeverEnds) {
+TEST(SessionTimerHeartbeatTimeout, ComesAfterARecordThatNeverEnds) {
     Beating b;
     b.tickAfter(1);
     bool began = false;
@@ -353,14 +353,14 @@ TEST(HeartbeatTimeout, ComesAfterARecordThatNeverEnds) {
     EXPECT_EQ(b.rig.events.all().back(), "heartbeat timedout");
 }
 
-TEST(HeartbeatTimeout, TellsNothingIfSomeoneElseClosed) {
+TEST(SessionTimerHeartbeatTimeout, TellsNothingIfSomeoneElseClosed) {
     Beating b;
     b.rig.onIoThread([&] { b.s->active_close(); });
     b.tickAfter(200000);
     EXPECT_EQ(b.rig.events.count(), 1u);
 }
 
-TEST(HeartbeatTimeout, IsTheTimersWork) {
+TEST(SessionTimerHeartbeatTimeout, IsTheTimersWork) {
     TlsPeer peer;
     SessionRig rig;
     std::unique_ptr<TlsConnection> server;
@@ -373,14 +373,14 @@ TEST(HeartbeatTimeout, IsTheTimersWork) {
     EXPECT_TRUE(server->waitClosed());
 }
 
-TEST(Heartbeat, ClockThatStepsBackDoesNoHarm) {
+TEST(SessionTimerHeartbeat, ClockThatStepsBackDoesNoHarm) {
     Beating b;
     b.tickAfter(-50000);
     EXPECT_TRUE(b.server->quiet(0));
     EXPECT_TRUE(b.s->connected());
 }
 
-TEST(Heartbeat, OnesThatGoOutAndAnEndBySilenceAreCounted) {
+TEST(SessionTimerHeartbeat, OnesThatGoOutAndAnEndBySilenceAreCounted) {
     Beating b;
     b.tickAfter(session::HEARTBEAT_INTERVAL_MS + 1);
     EXPECT_EQ(b.server->receiveFrame(), "");
@@ -392,7 +392,7 @@ TEST(Heartbeat, OnesThatGoOutAndAnEndBySilenceAreCounted) {
     EXPECT_EQ(b.rig.counted->copy().closes, 0u);
 }
 
-TEST(Heartbeat, SilenceOfAPeerThatIsHeldBackEndsNothing) {
+TEST(SessionTimerHeartbeat, SilenceOfAPeerThatIsHeldBackEndsNothing) {
     Gate gate;
     TlsPeer peer;
     std::unique_ptr<TlsConnection> server;

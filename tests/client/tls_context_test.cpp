@@ -275,7 +275,7 @@ TEST(TlsContext, CloseDropsResolvesUncalled) {
     EXPECT_FALSE(called);
 }
 
-TEST(TlsSocket, InitFollowsTheContext) {
+TEST(TlsContextSocket, InitFollowsTheContext) {
     LogCapture log;
     Folder const folder;
     auto const c = std::make_shared<context>("c");
@@ -291,7 +291,7 @@ TEST(TlsSocket, InitFollowsTheContext) {
     EXPECT_NE(SSL_get_verify_callback(socket.native_handle()), nullptr);
 }
 
-TEST(TlsSocket, VerifyWithoutCheckingIsTrueAndSilent) {
+TEST(TlsContextSocket, VerifyWithoutCheckingIsTrueAndSilent) {
     LogCapture log;
     auto const c = std::make_shared<context>("c");
     impl::tls_socket socket(c, "<s>");
@@ -300,7 +300,7 @@ TEST(TlsSocket, VerifyWithoutCheckingIsTrueAndSilent) {
     EXPECT_FALSE(log.contains(" Verifying "));
 }
 
-TEST(TlsSocket, VerifyWithCheckingAnswersWhatTheChainSays) {
+TEST(TlsContextSocket, VerifyWithCheckingAnswersWhatTheChainSays) {
     LogCapture log;
     auto const c = std::make_shared<context>("c");
     impl::tls_socket socket(c, "<s>");
@@ -322,7 +322,7 @@ TEST(TlsSocket, VerifyWithCheckingAnswersWhatTheChainSays) {
     EXPECT_EQ(log.find(" Verifying /CN").level, tavLogger::INFO);
 }
 
-TEST(TlsVerification, TrustedChainConnectsWhateverTheHostsName) {
+TEST(TlsContextVerification, TrustedChainConnectsWhateverTheHostsName) {
     LogCapture log;
     Folder const folder;
     Outcomes outcome;
@@ -330,7 +330,7 @@ TEST(TlsVerification, TrustedChainConnectsWhateverTheHostsName) {
     EXPECT_TRUE(log.contains(" Verifying /CN=localhost, preverified true"));
 }
 
-TEST(TlsVerification, UntrustedChainFailsTheHandshake) {
+TEST(TlsContextVerification, UntrustedChainFailsTheHandshake) {
     LogCapture log;
     Folder const folder;
     Outcomes outcome;
@@ -340,20 +340,20 @@ TEST(TlsVerification, UntrustedChainFailsTheHandshake) {
     EXPECT_EQ(log.find(" Handshake failed: ").level, tavLogger::ERROR);
 }
 
-TEST(TlsVerification, EmptyDirectoryFailsEveryHandshake) {
+TEST(TlsContextVerification, EmptyDirectoryFailsEveryHandshake) {
     Folder const folder;
     Outcomes outcome;
     EXPECT_NE(outcome.with(folder.path() + "/").find("certificate verify failed"), std::string::npos);
 }
 
-TEST(TlsVerification, WithoutAPathAnyCertificateDoes) {
+TEST(TlsContextVerification, WithoutAPathAnyCertificateDoes) {
     LogCapture log;
     Outcomes outcome(TlsIdentity::rsa());
     EXPECT_EQ(outcome.with(""), "open");
     EXPECT_FALSE(log.contains(" Verifying "));
 }
 
-TEST(TlsVerification, FailedFileStillConnectsAgainstTheStoreAsItIs) {
+TEST(TlsContextVerification, FailedFileStillConnectsAgainstTheStoreAsItIs) {
     Folder const folder;
     Outcomes outcome;
     EXPECT_NE(outcome.with("/nowhere/ca.pem").find("certificate verify failed"), std::string::npos);

@@ -49,7 +49,7 @@ std::string verdictOnNames(std::string const & host, std::string const & names,
 
 } // namespace
 
-TEST(TlsPolicyName, DnsNamesAreCompared) {
+TEST(TlsPolicyVerifyName, DnsNamesAreCompared) {
     std::string const names = "DNS:a.example,DNS:B.Example,DNS:xn--bcher-kva.example";
     EXPECT_EQ(verdictOnNames("a.example", names), "ok");
     EXPECT_EQ(verdictOnNames("b.example", names), "ok");
@@ -61,7 +61,7 @@ TEST(TlsPolicyName, DnsNamesAreCompared) {
     }
 }
 
-TEST(TlsPolicyName, WildcardStandsForOneWholeLabel) {
+TEST(TlsPolicyVerifyName, WildcardStandsForOneWholeLabel) {
     std::string const names = "DNS:*.a.example";
     EXPECT_EQ(verdictOnNames("x.a.example", names), "ok");
     EXPECT_EQ(verdictOnNames("X-1.A.example", names), "ok");
@@ -74,7 +74,7 @@ TEST(TlsPolicyName, WildcardStandsForOneWholeLabel) {
     EXPECT_EQ(verdictOnNames("x", "DNS:*"), "hostname mismatch");
 }
 
-TEST(TlsPolicyName, AddressesAreCompared) {
+TEST(TlsPolicyVerifyName, AddressesAreCompared) {
     std::string const names = "IP:192.0.2.7,IP:2001:db8::7";
     EXPECT_EQ(verdictOnNames("192.0.2.7", names), "ok");
     EXPECT_EQ(verdictOnNames("2001:db8::7", names), "ok");
@@ -85,18 +85,18 @@ TEST(TlsPolicyName, AddressesAreCompared) {
     EXPECT_EQ(verdictOnNames("::ffff:192.0.2.7", names), "IP address mismatch");
 }
 
-TEST(TlsPolicyName, AddressWrittenAsANameIsNoAddress) {
+TEST(TlsPolicyVerifyName, AddressWrittenAsANameIsNoAddress) {
     EXPECT_EQ(verdictOnNames("192.0.2.7", "DNS:192.0.2.7"), "IP address mismatch");
     EXPECT_EQ(verdictOnNames("192.0.2.7", "DNS:*.0.2.7"), "IP address mismatch");
     EXPECT_EQ(verdictOnNames("192.0.2.7", "", "192.0.2.7"), "IP address mismatch");
 }
 
-TEST(TlsPolicyName, CommonNameCountsForNothing) {
+TEST(TlsPolicyVerifyName, CommonNameCountsForNothing) {
     EXPECT_EQ(verdictOnNames("a.example", "", "a.example"), "hostname mismatch");
     EXPECT_EQ(verdictOnNames("a.example", "DNS:b.example", "a.example"), "hostname mismatch");
 }
 
-TEST(TlsPolicyName, NameWithAZeroByteIsNotTheNameAheadOfIt) {
+TEST(TlsPolicyVerifyName, NameWithAZeroByteIsNotTheNameAheadOfIt) {
     EXPECT_EQ(verdictOnNames("a.example", "otherName:1.2.3;UTF8:a.example"), "hostname mismatch");
     std::string const cut = std::string("a.example") + '\0' + ".evil.example";
     Identity const own{CertificateSpec().named(cut).withNames(""), &Pki::the().root};
@@ -105,7 +105,7 @@ TEST(TlsPolicyName, NameWithAZeroByteIsNotTheNameAheadOfIt) {
     EXPECT_EQ(verdict("a.example", trustingTheRoot(), server), "hostname mismatch");
 }
 
-TEST(TlsPolicyName, GivenNameStandsInForTheHost) {
+TEST(TlsPolicyVerifyName, GivenNameStandsInForTheHost) {
     Identity const own{CertificateSpec().withNames("DNS:a.example"), &Pki::the().root};
     ServerSpec server;
     server.own = &own;
@@ -120,7 +120,7 @@ TEST(TlsPolicyName, GivenNameStandsInForTheHost) {
     EXPECT_EQ(verdict("b.example", policy, server), "ok") << "not checked";
 }
 
-TEST(TlsPolicyChain, FaultsHaveTheirReasonsInBothVersions) {
+TEST(TlsPolicyVerifyChain, FaultsHaveTheirReasonsInBothVersions) {
     Pki const & pki = Pki::the();
     Identity const good{CertificateSpec(), &pki.root};
     Identity const expired{CertificateSpec().valid(-7200, -3600), &pki.root};
@@ -161,7 +161,7 @@ TEST(TlsPolicyChain, FaultsHaveTheirReasonsInBothVersions) {
     }
 }
 
-TEST(TlsPolicyChain, RevocationListsDecide) {
+TEST(TlsPolicyVerifyChain, RevocationListsDecide) {
     Pki const & pki = Pki::the();
     Identity const good{CertificateSpec(), &pki.root};
     Identity const gone{CertificateSpec(), &pki.root};
@@ -191,7 +191,7 @@ TEST(TlsPolicyChain, RevocationListsDecide) {
     EXPECT_EQ(with(ofMiddle + againstMiddle, below, true), "certificate revoked");
 }
 
-TEST(TlsPolicyChain, EarlierPoliciesLeaveNothingBehind) {
+TEST(TlsPolicyVerifyChain, EarlierPoliciesLeaveNothingBehind) {
     Identity const own{CertificateSpec(), &Pki::the().root};
     ServerSpec server;
     server.own = &own;
@@ -201,7 +201,7 @@ TEST(TlsPolicyChain, EarlierPoliciesLeaveNothingBehind) {
     EXPECT_EQ(verdict("localhost", other, server), "unable to get local issuer certificate");
 }
 
-TEST(TlsPolicyIdentity, ClientShowsItsCertificateAndItsChain) {
+TEST(TlsPolicyVerifyIdentity, ClientShowsItsCertificateAndItsChain) {
     Pki const & pki = Pki::the();
     Identity const own{CertificateSpec(), &pki.root};
     Identity const mine{CertificateSpec().named("me").forPurpose("clientAuth"), &pki.middle};
@@ -229,7 +229,7 @@ TEST(TlsPolicyIdentity, ClientShowsItsCertificateAndItsChain) {
     }
 }
 
-TEST(TlsPolicyWire, ServerIsToldNameAndProtocols) {
+TEST(TlsPolicyVerifyWire, ServerIsToldNameAndProtocols) {
     Identity const own{CertificateSpec(), &Pki::the().root};
     ServerSpec server;
     server.own = &own;
@@ -244,7 +244,7 @@ TEST(TlsPolicyWire, ServerIsToldNameAndProtocols) {
     EXPECT_EQ(impl::report_of(ends.client(), true).alpn, "im/2");
 }
 
-TEST(TlsPolicyWire, SafeOffersForwardSecrecyOnly) {
+TEST(TlsPolicyVerifyWire, SafeOffersForwardSecrecyOnly) {
     auto const made = setup("localhost", trustingTheRoot());
     STACK_OF(SSL_CIPHER) * const all = SSL_CTX_get_ciphers(made->ssl_context().native_handle());
     ASSERT_GT(sk_SSL_CIPHER_num(all), 6);
@@ -255,7 +255,7 @@ TEST(TlsPolicyWire, SafeOffersForwardSecrecyOnly) {
     EXPECT_EQ(SSL_CTX_get_security_level(made->ssl_context().native_handle()), 2);
 }
 
-TEST(TlsPolicyKeyLog, GivesTheSecretsOfBothVersions) {
+TEST(TlsPolicyVerifyKeyLog, GivesTheSecretsOfBothVersions) {
     Identity const own{CertificateSpec(), &Pki::the().root};
     std::map<int, std::vector<std::string>> const expected = {
         {TLS1_2_VERSION, {"CLIENT_RANDOM "}},
@@ -280,7 +280,7 @@ TEST(TlsPolicyKeyLog, GivesTheSecretsOfBothVersions) {
     }
 }
 
-TEST(PeerReport, TellsWhatWasNegotiated) {
+TEST(TlsPolicyVerifyPeerReport, TellsWhatWasNegotiated) {
     Pki const & pki = Pki::the();
     Identity const own{CertificateSpec().named("me").withNames("DNS:localhost,IP:127.0.0.1,IP:::1,DNS:b c"),
                        &pki.middle};
@@ -317,7 +317,7 @@ TEST(PeerReport, TellsWhatWasNegotiated) {
     EXPECT_TRUE(tls::tls_report().empty());
 }
 
-TEST(PeerReport, DescribesValidityAndFingerprint) {
+TEST(TlsPolicyVerifyPeerReport, DescribesValidityAndFingerprint) {
     long long const now = tavTime::currentTimeMillis();
     Identity const own{CertificateSpec().valid(-3600, 7200)};
     tls::peer_certificate const described = impl::describe(own.certificate());
@@ -337,7 +337,7 @@ TEST(PeerReport, DescribesValidityAndFingerprint) {
     EXPECT_EQ(described.fingerprint.size(), 64u);
 }
 
-TEST(PeerReport, TellsWhatAnUncheckedCertificateWouldHaveCome) {
+TEST(TlsPolicyVerifyPeerReport, TellsWhatAnUncheckedCertificateWouldHaveCome) {
     Identity const alone{CertificateSpec().named("a\nb")};
     tls_policy policy;
     policy.send_host_name = true;

@@ -167,7 +167,7 @@ TEST(TavCodecMeta, PrintsDecimalOnAHexadecimalStream) {
     EXPECT_EQ(out.str(), "{28, true, m, true}");
 }
 
-TEST(TavFieldMeta, DefaultHasNoId) {
+TEST(CodecMetaFieldMeta, DefaultHasNoId) {
     tavFieldMeta const field;
     EXPECT_EQ(field.id, -1);
     EXPECT_TRUE(field.name.empty());
@@ -175,7 +175,7 @@ TEST(TavFieldMeta, DefaultHasNoId) {
     EXPECT_EQ(field.meta.type, -1);
 }
 
-TEST(TavFieldMeta, TakesCopiesOfItsParts) {
+TEST(CodecMetaFieldMeta, TakesCopiesOfItsParts) {
     std::set<int> values{1, 2};
     tavFieldMeta const field(9, "kind", values, tavCodecMeta(18, false, "1,2", true));
     values.clear();
@@ -187,7 +187,7 @@ TEST(TavFieldMeta, TakesCopiesOfItsParts) {
     EXPECT_FALSE(field.meta.checkRange(3));
 }
 
-TEST(TavFieldMeta, MovesWithoutACopyOfItsValues) {
+TEST(CodecMetaFieldMeta, MovesWithoutACopyOfItsValues) {
     EXPECT_TRUE(std::is_nothrow_move_constructible<tavFieldMeta>::value);
     std::set<int> const values{1, 2, 3};
     tavFieldMeta field(9, "kind", values, tavCodecMeta(18));
@@ -198,13 +198,13 @@ TEST(TavFieldMeta, MovesWithoutACopyOfItsValues) {
     EXPECT_EQ(moved.meta.type, 18);
 }
 
-TEST(TavInterface, IsTheRootOfTheOthers) {
+TEST(CodecMetaInterface, IsTheRootOfTheOthers) {
     EXPECT_TRUE((std::is_base_of<tavInterface, tavCodecInterface>::value));
     EXPECT_TRUE((std::is_base_of<tavInterface, tavMsgInterface>::value));
     EXPECT_TRUE(std::has_virtual_destructor<tavInterface>::value);
 }
 
-TEST(TavCodecInterface, IsNotEmptyByItself) {
+TEST(CodecMetaInterface, IsNotEmptyByItself) {
     struct Plain : tavCodecInterface {
         void io(tavCodecStream &) override {}
     } plain;
@@ -212,14 +212,14 @@ TEST(TavCodecInterface, IsNotEmptyByItself) {
     EXPECT_TRUE((std::is_base_of<tavInterface, Plain>::value));
 }
 
-TEST(TavMsgInterface, AnswersAMessageCode) {
+TEST(CodecMetaMsgInterface, AnswersAMessageCode) {
     struct Coded : tavMsgInterface {
         unsigned short msgcode() const override { return 0xFFFE; }
     } coded;
     EXPECT_EQ(static_cast<tavMsgInterface const &>(coded).msgcode(), 0xFFFE);
 }
 
-TEST(TavCodecStream, DefaultsDoNothing) {
+TEST(CodecMetaStream, DefaultsDoNothing) {
     tav_test::RecordingStream::Calls calls;
     tav_test::RecordingStream stream(calls, {});
     tavCodecStream & s = stream;
@@ -233,7 +233,7 @@ TEST(TavCodecStream, DefaultsDoNothing) {
     EXPECT_TRUE(calls.empty());
 }
 
-class TavCodecStreamAdapters : public ::testing::Test {
+class CodecMetaStreamAdapters : public ::testing::Test {
 protected:
     template <class T>
     std::vector<std::string> write(T v) {
@@ -252,13 +252,13 @@ protected:
     }
 };
 
-TEST_F(TavCodecStreamAdapters, TextIsWrittenAsTavStringWithItsMeta) {
+TEST_F(CodecMetaStreamAdapters, TextIsWrittenAsTavStringWithItsMeta) {
     EXPECT_EQ(write(std::string("abc")), std::vector<std::string>{"io tavString abc {13, true, *, true}"});
     EXPECT_EQ(write(std::string("a\0b", 3)),
               (std::vector<std::string>{"io tavString " + std::string("a\0b", 3) + " {13, true, *, true}"}));
 }
 
-TEST_F(TavCodecStreamAdapters, TextIsReadIntoAFreshTavStringWithADefaultMeta) {
+TEST_F(CodecMetaStreamAdapters, TextIsReadIntoAFreshTavStringWithADefaultMeta) {
     std::string v = "old";
     EXPECT_EQ(read(v, "new"), std::vector<std::string>{"io tavString ? {-1, false, , false}"});
     EXPECT_EQ(v, "new");
@@ -266,7 +266,7 @@ TEST_F(TavCodecStreamAdapters, TextIsReadIntoAFreshTavStringWithADefaultMeta) {
     EXPECT_EQ(v, "");
 }
 
-TEST_F(TavCodecStreamAdapters, WideTextGoesThroughUtf8) {
+TEST_F(CodecMetaStreamAdapters, WideTextGoesThroughUtf8) {
     EXPECT_EQ(write(tavWstring(L"a\u00e4\u20ac")),
               std::vector<std::string>{"io tavString a\xC3\xA4\xE2\x82\xAC {13, true, *, true}"});
     tavWstring v(L"old");
@@ -276,26 +276,26 @@ TEST_F(TavCodecStreamAdapters, WideTextGoesThroughUtf8) {
     EXPECT_TRUE(v.empty());
 }
 
-TEST_F(TavCodecStreamAdapters, WideCharacterIsATextOfOne) {
+TEST_F(CodecMetaStreamAdapters, WideCharacterIsATextOfOne) {
     EXPECT_EQ(write(L'\u00e4'), std::vector<std::string>{"io tavString \xC3\xA4 {13, true, *, true}"});
     wchar_t v = L'x';
     EXPECT_EQ(read(v, "\xE2\x82\xACzz"), std::vector<std::string>{"io tavString ? {-1, false, , false}"});
     EXPECT_EQ(v, L'\u20ac');
 }
 
-TEST_F(TavCodecStreamAdapters, NoWideCharacterLeavesTheTarget) {
+TEST_F(CodecMetaStreamAdapters, NoWideCharacterLeavesTheTarget) {
     wchar_t v = L'x';
     read(v, "");
     EXPECT_EQ(v, L'x');
 }
 
-TEST_F(TavCodecStreamAdapters, ZeroWideCharacterIsReadAsNone) {
+TEST_F(CodecMetaStreamAdapters, ZeroWideCharacterIsReadAsNone) {
     wchar_t v = L'x';
     read(v, std::string(1, '\0'));
     EXPECT_EQ(v, L'x');
 }
 
-TEST_F(TavCodecStreamAdapters, ZeroWideCharacterGoesOutAsOneNul) {
+TEST_F(CodecMetaStreamAdapters, ZeroWideCharacterGoesOutAsOneNul) {
     std::vector<std::string> const calls = write(L'\0');
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0], std::string("io tavString \0 {13, true, *, true}", 34));

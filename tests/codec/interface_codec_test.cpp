@@ -472,7 +472,7 @@ Full full() {
     return v;
 }
 
-TEST(CodecInterface, EachKindOfFieldIsWalkedByOneUnqualifiedName) {
+TEST(InterfaceCodec, EachKindOfFieldIsWalkedByOneUnqualifiedName) {
     Full const v = full();
     Full read;
     read.decode(v.encode(false));
@@ -484,7 +484,7 @@ TEST(CodecInterface, EachKindOfFieldIsWalkedByOneUnqualifiedName) {
     EXPECT_EQ(read.encodeJson(true), v.encodeJson(true));
 }
 
-TEST(CodecInterface, ObjectsAreUsedThroughTheirBases) {
+TEST(InterfaceCodec, ObjectsAreUsedThroughTheirBases) {
     tavSharedPtr<tavMessage> const message(new Full(full()));
     tavObject const & object = *message;
     tavSharedPtr<tavObject> const copy(object.clone());
@@ -506,7 +506,7 @@ TEST(CodecInterface, ObjectsAreUsedThroughTheirBases) {
     EXPECT_TRUE(LeastObject().empty());
 }
 
-TEST(CodecInterface, WrappersStandInForTheirValues) {
+TEST(InterfaceCodec, WrappersStandInForTheirValues) {
     tavEnum<Colour>::add(red, "red");
     tavEnum<Colour>::add(green, "green");
     tavEnum<Colour> colour = red;
@@ -539,7 +539,7 @@ TEST(CodecInterface, WrappersStandInForTheirValues) {
     EXPECT_FALSE(maybe.has_value());
 }
 
-TEST(CodecInterface, AStreamOfAProgramNeedsOnlyWhatIsPure) {
+TEST(InterfaceCodec, AStreamOfAProgramNeedsOnlyWhatIsPure) {
     Least stream;
     tavCodecStream & base = stream;
     std::string standard = "s";
@@ -556,7 +556,7 @@ TEST(CodecInterface, AStreamOfAProgramNeedsOnlyWhatIsPure) {
     EXPECT_FALSE(base.hideEmpty());
 }
 
-TEST(ContainersInterface, NodesAreFilledByListsOfValues) {
+TEST(InterfaceCodecContainersInterface, NodesAreFilledByListsOfValues) {
     tav_pair pair = {1, 2};
     tav_map const leaf = {&pair, nullptr, nullptr, nullptr, tav_any_compare};
     EXPECT_TRUE(tav_map_is_leaf(&leaf));

@@ -43,7 +43,7 @@ struct EnumDefault<Late> {
 };
 } // namespace tav
 
-TEST(TavOptional, IsUnsetAndValueInitialisedAtFirst) {
+TEST(OptionalNumberEnumOptional, IsUnsetAndValueInitialisedAtFirst) {
     tavOptional<long long> const v;
     EXPECT_FALSE(v.has_value());
     EXPECT_FALSE(static_cast<bool>(v));
@@ -52,7 +52,7 @@ TEST(TavOptional, IsUnsetAndValueInitialisedAtFirst) {
     EXPECT_EQ(*tavOptional<tavString>()->data(), '\0');
 }
 
-TEST(TavOptional, ConstructionAndAssignmentSetIt) {
+TEST(OptionalNumberEnumOptional, ConstructionAndAssignmentSetIt) {
     tavOptional<int> v(5);
     EXPECT_TRUE(v.has_value());
     EXPECT_EQ(*v, 5);
@@ -68,7 +68,7 @@ TEST(TavOptional, ConstructionAndAssignmentSetIt) {
     EXPECT_EQ(text->size(), 2u);
 }
 
-TEST(TavOptional, CopyKeepsWhetherItIsSet) {
+TEST(OptionalNumberEnumOptional, CopyKeepsWhetherItIsSet) {
     tavOptional<int> const set(3);
     tavOptional<int> const unset;
     tavOptional<int> v(set);
@@ -79,31 +79,31 @@ TEST(TavOptional, CopyKeepsWhetherItIsSet) {
     EXPECT_EQ(*v, 0);
 }
 
-TEST(TavOptional, WritingToTheValueDoesNotSetIt) {
+TEST(OptionalNumberEnumOptional, WritingToTheValueDoesNotSetIt) {
     tavOptional<int> v;
     v.value() = 9;
     EXPECT_FALSE(v.has_value());
     EXPECT_EQ(v.value(), 9);
 }
 
-TEST(TavOptional, ResetValueInitialises) {
+TEST(OptionalNumberEnumOptional, ResetValueInitialises) {
     tavOptional<tavString> v(tavString("x"));
     v.reset();
     EXPECT_FALSE(v.has_value());
     EXPECT_TRUE(v.value().empty());
 }
 
-TEST(TavOptional, TruthIsExplicit) {
+TEST(OptionalNumberEnumOptional, TruthIsExplicit) {
     EXPECT_FALSE((std::is_convertible<tavOptional<int>, bool>::value));
     EXPECT_TRUE((std::is_constructible<bool, tavOptional<int>>::value));
 }
 
-TEST(TavOptional, IsTheValueAndATruthValue) {
+TEST(OptionalNumberEnumOptional, IsTheValueAndATruthValue) {
     EXPECT_EQ(sizeof(tavOptional<char>), sizeof(char) + sizeof(bool));
     EXPECT_EQ(sizeof(tavOptional<long long>), 2 * sizeof(long long));
 }
 
-TEST(TavNumber, StartsOutWithItsDefault) {
+TEST(OptionalNumberEnumNumber, StartsOutWithItsDefault) {
     EXPECT_EQ((tavNumber<int, 7>()), 7);
     EXPECT_EQ((tavNumber<int, -3>()), -3);
     EXPECT_EQ((tavNumber<bool, 1>()), true);
@@ -112,7 +112,7 @@ TEST(TavNumber, StartsOutWithItsDefault) {
     EXPECT_EQ((tavNumber<unsigned long long, 1>()), 1ull);
 }
 
-TEST(TavNumber, TakesAndGivesPlainNumbers) {
+TEST(OptionalNumberEnumNumber, TakesAndGivesPlainNumbers) {
     tavNumber<int, 7> v(3);
     EXPECT_EQ(v, 3);
     v = 9;
@@ -122,25 +122,25 @@ TEST(TavNumber, TakesAndGivesPlainNumbers) {
     EXPECT_EQ(v + 1, 10);
 }
 
-TEST(TavEnum, DerivesFromTheEnumBaseAndStartsWithZero) {
+TEST(OptionalNumberEnum, DerivesFromTheEnumBaseAndStartsWithZero) {
     EXPECT_TRUE((std::is_base_of<tavEnumBase, tavEnum<Bare>>::value));
     EXPECT_EQ(tavEnum<Bare>().value(), 0);
     EXPECT_EQ(tavEnum<Bare>(), Bare::none);
 }
 
-TEST(TavEnum, HoldsOneInt) {
+TEST(OptionalNumberEnum, HoldsOneInt) {
     struct Int : tavEnumBase {
         int value;
     };
     EXPECT_EQ(sizeof(tavEnum<Bare>), sizeof(Int));
 }
 
-TEST(TavEnum, DefaultOfAnEnumMayBeAnother) {
+TEST(OptionalNumberEnum, DefaultOfAnEnumMayBeAnother) {
     EXPECT_EQ(tavEnum<Late>().value(), 127);
     EXPECT_EQ(tavEnum<Late>(), Late::none);
 }
 
-TEST(TavEnum, TakesAnyIntWhileNothingIsRegistered) {
+TEST(OptionalNumberEnum, TakesAnyIntWhileNothingIsRegistered) {
     tavEnum<Bare> v(99);
     EXPECT_EQ(v.value(), 99);
     v = -4;
@@ -153,7 +153,7 @@ TEST(TavEnum, TakesAnyIntWhileNothingIsRegistered) {
     EXPECT_EQ(printed(v), "7");
 }
 
-TEST(TavEnum, RefusesAnIntThatIsNotRegistered) {
+TEST(OptionalNumberEnum, RefusesAnIntThatIsNotRegistered) {
     tavEnum<Color>::add(Color::red, "red");
     tavEnum<Color>::add(Color::green, "green");
     tavEnum<Color> v(Color::red);
@@ -169,7 +169,7 @@ TEST(TavEnum, RefusesAnIntThatIsNotRegistered) {
     EXPECT_EQ(tavEnum<Color>::values(), (std::set<int>{1, 2}));
 }
 
-TEST(TavEnum, ValueAlreadyHeldIsNotChecked) {
+TEST(OptionalNumberEnum, ValueAlreadyHeldIsNotChecked) {
     tavEnum<Color>::add(Color::red, "red");
     tavEnum<Color> v;
     EXPECT_NO_THROW(v = 0);
@@ -179,7 +179,7 @@ TEST(TavEnum, ValueAlreadyHeldIsNotChecked) {
     EXPECT_EQ(v.value(), 5);
 }
 
-TEST(TavEnum, PrintsItsNameOrItsNumber) {
+TEST(OptionalNumberEnum, PrintsItsNameOrItsNumber) {
     tavEnum<Color>::add(Color::green, "green");
     EXPECT_EQ(printed(tavEnum<Color>(Color::green)), "green");
     EXPECT_EQ(printed(tavEnum<Color>(Color::blue)), "5");
@@ -187,14 +187,14 @@ TEST(TavEnum, PrintsItsNameOrItsNumber) {
     EXPECT_EQ(tavEnum<Color>(Color::blue).name().data(), nullptr);
 }
 
-TEST(TavEnum, WrapsUnscopedEnumsToo) {
+TEST(OptionalNumberEnum, WrapsUnscopedEnumsToo) {
     tavEnum<Plain> v(plain_a);
     EXPECT_TRUE(v == plain_a);
     v = plain_b;
     EXPECT_EQ(v.value(), 4);
 }
 
-TEST(TavEnum, LaterNameReplacesAndOldViewsStayGood) {
+TEST(OptionalNumberEnum, LaterNameReplacesAndOldViewsStayGood) {
     tavEnum<Renamed>::add(Renamed::a, "first");
     tav_istr const old = tavEnum<Renamed>(Renamed::a).name();
     tavEnum<Renamed>::add(Renamed::a, "second");
@@ -205,7 +205,7 @@ TEST(TavEnum, LaterNameReplacesAndOldViewsStayGood) {
               (std::map<tavString, int>{{tavString("first"), 2}, {tavString("second"), 1}}));
 }
 
-TEST(TavEnum, EntryThatIsThereAlreadyChangesNothing) {
+TEST(OptionalNumberEnum, EntryThatIsThereAlreadyChangesNothing) {
     tavEnum<Again>::add(Again::one, "one");
     tavEnum<Again>::add(Again::two, "two");
     std::set<int> const & values = tav::detail::FieldAccess::valuesOf<Again>();
@@ -220,7 +220,7 @@ TEST(TavEnum, EntryThatIsThereAlreadyChangesNothing) {
     EXPECT_EQ(values, (std::set<int>{1, 2}));
 }
 
-TEST(TavEnum, NullNameIsAnEmptyOne) {
+TEST(OptionalNumberEnum, NullNameIsAnEmptyOne) {
     enum class Unnamed { one = 1 };
     tavEnum<Unnamed>::add(Unnamed::one, nullptr);
     EXPECT_NE(tavEnum<Unnamed>(Unnamed::one).name().data(), nullptr);
@@ -228,7 +228,7 @@ TEST(TavEnum, NullNameIsAnEmptyOne) {
     EXPECT_THROW(tavEnum<Unnamed>(2), tavInvalidEnumValue);
 }
 
-TEST(EnumRegistry, IsOneForATypeWhoeverAsks) {
+TEST(OptionalNumberEnumRegistry, IsOneForATypeWhoeverAsks) {
     using tav::detail::EnumRegistry;
     EnumRegistry & registry = EnumRegistry::of(typeid(tav_test::SharedByAll));
     EXPECT_EQ(&EnumRegistry::of(typeid(tav_test::SharedByAll)), &registry);
@@ -237,7 +237,7 @@ TEST(EnumRegistry, IsOneForATypeWhoeverAsks) {
     EXPECT_FALSE(registry.permits(2));
 }
 
-TEST(EnumRegistry, IsOneForEachSourceFileOfATypeOfAnUnnamedNamespace) {
+TEST(OptionalNumberEnumRegistry, IsOneForEachSourceFileOfATypeOfAnUnnamedNamespace) {
     using tav::detail::EnumRegistry;
     EnumRegistry & registry = EnumRegistry::of(typeid(Color));
     EnumRegistry & other = EnumRegistry::of(typeid(Color));
@@ -246,7 +246,7 @@ TEST(EnumRegistry, IsOneForEachSourceFileOfATypeOfAnUnnamedNamespace) {
     EXPECT_EQ(other.name(77).data(), nullptr);
 }
 
-TEST(TavEnum, IsAKeyOfBothKindsOfMap) {
+TEST(OptionalNumberEnum, IsAKeyOfBothKindsOfMap) {
     std::map<tavEnum<Plain>, int> ordered;
     ordered[plain_b] = 1;
     ordered[plain_a] = 2;
@@ -256,7 +256,7 @@ TEST(TavEnum, IsAKeyOfBothKindsOfMap) {
     EXPECT_EQ(hashed.at(plain_b), 1);
 }
 
-TEST(TavEnum, RegistryIsSafeForThreads) {
+TEST(OptionalNumberEnum, RegistryIsSafeForThreads) {
     std::atomic<bool> stop{false};
     std::vector<std::thread> readers;
     for (int i = 0; i < 3; ++i) {
@@ -281,7 +281,7 @@ TEST(TavEnum, RegistryIsSafeForThreads) {
     EXPECT_EQ(tavEnum<Threaded>::values().size(), 100u);
 }
 
-TEST(EnumValues, FindsBothWays) {
+TEST(OptionalNumberEnumValues, FindsBothWays) {
     tav::vinta::EnumValues v;
     v.add(1, "one");
     v.add(-2, "minus two");
@@ -291,7 +291,7 @@ TEST(EnumValues, FindsBothWays) {
     EXPECT_EQ(v.getValue(tav_istr("minus two!", 9)), -2);
 }
 
-TEST(EnumValues, UnknownNameIsMinusOneAndUnknownValueANullView) {
+TEST(OptionalNumberEnumValues, UnknownNameIsMinusOneAndUnknownValueANullView) {
     tav::vinta::EnumValues v;
     v.add(1, "one");
     EXPECT_EQ(v.getValue("two"), -1);
@@ -299,7 +299,7 @@ TEST(EnumValues, UnknownNameIsMinusOneAndUnknownValueANullView) {
     EXPECT_EQ(v.getName(2).size(), 0u);
 }
 
-TEST(EnumValues, NullNameIsTheEmptyOne) {
+TEST(OptionalNumberEnumValues, NullNameIsTheEmptyOne) {
     tav::vinta::EnumValues v;
     EXPECT_EQ(v.getValue(tav_istr()), -1);
     v.add(4, nullptr);
@@ -309,7 +309,7 @@ TEST(EnumValues, NullNameIsTheEmptyOne) {
     EXPECT_EQ(v.getName(4).size(), 0u);
 }
 
-TEST(EnumValues, RepeatedEntriesReplaceInTheirMapOnly) {
+TEST(OptionalNumberEnumValues, RepeatedEntriesReplaceInTheirMapOnly) {
     tav::vinta::EnumValues v;
     v.add(1, "one");
     v.add(1, "eins");
@@ -320,7 +320,7 @@ TEST(EnumValues, RepeatedEntriesReplaceInTheirMapOnly) {
     EXPECT_EQ(v.getName(1), "eins");
 }
 
-TEST(EnumValues, ClearEmptiesBothMaps) {
+TEST(OptionalNumberEnumValues, ClearEmptiesBothMaps) {
     tav::vinta::EnumValues v;
     v.add(1, "one");
     v.clear();
@@ -328,7 +328,7 @@ TEST(EnumValues, ClearEmptiesBothMaps) {
     EXPECT_EQ(v.getName(1).data(), nullptr);
 }
 
-TEST(EnumObject, IsAssignedAndHoldsNothing) {
+TEST(OptionalNumberEnumObject, IsAssignedAndHoldsNothing) {
     tav::vinta::EnumObject a;
     tav::vinta::EnumObject const b;
     EXPECT_EQ(&(a = b), &a);

@@ -43,54 +43,54 @@ void onThreads(int count, F const & run) {
 
 } // namespace
 
-TEST(TavAtomicInt, StartsAtZeroOrTheValueOrTheOthersValue) {
-    EXPECT_EQ(0u, tavAtomicInt().get());
+TEST(AtomicsInt, StartsAtZeroOrTheValueOrTheOthersValue) {
+    EXPECT_EQ(tavAtomicInt().get(), 0u);
     tavAtomicInt const a(7);
-    EXPECT_EQ(7u, a.get());
+    EXPECT_EQ(a.get(), 7u);
     tavAtomicInt const b(a);
-    EXPECT_EQ(7u, b.get());
+    EXPECT_EQ(b.get(), 7u);
 }
 
-TEST(TavAtomicInt, CopyIsACounterOfItsOwn) {
+TEST(AtomicsInt, CopyIsACounterOfItsOwn) {
     tavAtomicInt a(7);
     tavAtomicInt b(a);
     ++b;
-    EXPECT_EQ(7u, a.get());
-    EXPECT_EQ(8u, b.get());
+    EXPECT_EQ(a.get(), 7u);
+    EXPECT_EQ(b.get(), 8u);
 }
 
-TEST(TavAtomicInt, SetAndAssignmentWrite) {
+TEST(AtomicsInt, SetAndAssignmentWrite) {
     tavAtomicInt a;
     a.set(3);
-    EXPECT_EQ(3u, a.get());
+    EXPECT_EQ(a.get(), 3u);
     EXPECT_EQ(&a, &(a = 4u));
-    EXPECT_EQ(4u, a.get());
+    EXPECT_EQ(a.get(), 4u);
     tavAtomicInt b(9);
     EXPECT_EQ(&a, &(a = b));
-    EXPECT_EQ(9u, a.get());
+    EXPECT_EQ(a.get(), 9u);
     tavAtomicInt & same = a;
     a = same;
-    EXPECT_EQ(9u, a.get());
+    EXPECT_EQ(a.get(), 9u);
 }
 
-TEST(TavAtomicInt, OperatorsReturnTheNewValue) {
+TEST(AtomicsInt, OperatorsReturnTheNewValue) {
     tavAtomicInt a(5);
-    EXPECT_EQ(6u, ++a);
-    EXPECT_EQ(5u, --a);
-    EXPECT_EQ(15u, a += 10);
-    EXPECT_EQ(12u, a -= 3);
-    EXPECT_EQ(12u, a.get());
+    EXPECT_EQ(++a, 6u);
+    EXPECT_EQ(--a, 5u);
+    EXPECT_EQ(a += 10, 15u);
+    EXPECT_EQ(a -= 3, 12u);
+    EXPECT_EQ(a.get(), 12u);
 }
 
-TEST(TavAtomicInt, WrapsAround) {
+TEST(AtomicsInt, WrapsAround) {
     tavAtomicInt a;
-    EXPECT_EQ(0xFFFFFFFFu, --a);
-    EXPECT_EQ(0u, ++a);
-    EXPECT_EQ(0xFFFFFFFEu, a -= 2);
-    EXPECT_EQ(1u, a += 3);
+    EXPECT_EQ(--a, 0xFFFFFFFFu);
+    EXPECT_EQ(++a, 0u);
+    EXPECT_EQ(a -= 2, 0xFFFFFFFEu);
+    EXPECT_EQ(a += 3, 1u);
 }
 
-TEST(TavAtomicInt, CountsOnManyThreads) {
+TEST(AtomicsInt, CountsOnManyThreads) {
     tavAtomicInt a;
     onThreads(4, [&] {
         for (int i = 0; i < 5000; ++i) {
@@ -100,10 +100,10 @@ TEST(TavAtomicInt, CountsOnManyThreads) {
             a -= 1;
         }
     });
-    EXPECT_EQ(40000u, a.get());
+    EXPECT_EQ(a.get(), 40000u);
 }
 
-TEST(TavAtomicInt, CrossedAssignmentsNeverLockEachOther) {
+TEST(AtomicsInt, CrossedAssignmentsNeverLockEachOther) {
     tavAtomicInt a(1);
     tavAtomicInt b(1);
     onThreads(2, [&] {
@@ -112,11 +112,11 @@ TEST(TavAtomicInt, CrossedAssignmentsNeverLockEachOther) {
             b = a;
         }
     });
-    EXPECT_EQ(1u, a.get());
-    EXPECT_EQ(1u, b.get());
+    EXPECT_EQ(a.get(), 1u);
+    EXPECT_EQ(b.get(), 1u);
 }
 
-TEST(TavAtomicInt, ManyMayLiveAndEndOnOtherThreads) {
+TEST(AtomicsInt, ManyMayLiveAndEndOnOtherThreads) {
     constexpr unsigned count = 10000;
     std::vector<std::unique_ptr<tavAtomicInt>> made;
     std::thread([&] {
@@ -130,13 +130,13 @@ TEST(TavAtomicInt, ManyMayLiveAndEndOnOtherThreads) {
     made.clear();
     for (unsigned i = 0; i < count; ++i) {
         made.push_back(std::make_unique<tavAtomicInt>());
-        ASSERT_EQ(0u, made.back()->get());
+        ASSERT_EQ(made.back()->get(), 0u);
     }
     std::thread([&] { made.clear(); }).join();
     EXPECT_TRUE(made.empty());
 }
 
-TEST(TavAtomicInt, OutlivesTheThreadsOwnObjects) {
+TEST(AtomicsInt, OutlivesTheThreadsOwnObjects) {
     static tavAtomicInt seen;
     seen.set(0);
     struct AtTheEnd {
@@ -152,37 +152,37 @@ TEST(TavAtomicInt, OutlivesTheThreadsOwnObjects) {
         last = std::make_unique<AtTheEnd>();
         tavAtomicInt first;
     }).join();
-    EXPECT_EQ(3u, seen.get());
+    EXPECT_EQ(seen.get(), 3u);
 }
 
-TEST(TavAtomicInt64, HasTheSameOperationsWithSixtyFourBits) {
-    EXPECT_EQ(0u, tavAtomicInt64().get());
+TEST(AtomicsInt64, HasTheSameOperationsWithSixtyFourBits) {
+    EXPECT_EQ(tavAtomicInt64().get(), 0u);
     tavAtomicInt64 a(0x1'0000'0000ull);
-    EXPECT_EQ(0xFFFFFFFFull, --a);
-    EXPECT_EQ(0x1'0000'0000ull, ++a);
-    EXPECT_EQ(0x3'0000'0000ull, a += 0x2'0000'0000ull);
+    EXPECT_EQ(--a, 0xFFFFFFFFull);
+    EXPECT_EQ(++a, 0x1'0000'0000ull);
+    EXPECT_EQ(a += 0x2'0000'0000ull, 0x3'0000'0000ull);
     EXPECT_EQ(0x2'FFFF'FFFFull, a -= 1);
     tavAtomicInt64 b(a);
     EXPECT_EQ(0x2'FFFF'FFFFull, b.get());
     b.set(5);
-    EXPECT_EQ(5u, b.get());
+    EXPECT_EQ(b.get(), 5u);
     a = b;
-    EXPECT_EQ(5u, a.get());
+    EXPECT_EQ(a.get(), 5u);
     a = 6ull;
-    EXPECT_EQ(6u, a.get());
-    EXPECT_EQ(5u, b.get());
+    EXPECT_EQ(a.get(), 6u);
+    EXPECT_EQ(b.get(), 5u);
     tavAtomicInt64 & same = a;
     a = same;
-    EXPECT_EQ(6u, a.get());
+    EXPECT_EQ(a.get(), 6u);
 }
 
-TEST(TavAtomicInt64, WrapsAround) {
+TEST(AtomicsInt64, WrapsAround) {
     tavAtomicInt64 a;
-    EXPECT_EQ(0xFFFFFFFFFFFFFFFFull, --a);
-    EXPECT_EQ(0u, ++a);
+    EXPECT_EQ(--a, 0xFFFFFFFFFFFFFFFFull);
+    EXPECT_EQ(++a, 0u);
 }
 
-TEST(TavAtomicInt64, CountsOnManyThreads) {
+TEST(AtomicsInt64, CountsOnManyThreads) {
     tavAtomicInt64 a(0xFFFFFFF0ull);
     onThreads(4, [&] {
         for (int i = 0; i < 5000; ++i) {
@@ -192,37 +192,37 @@ TEST(TavAtomicInt64, CountsOnManyThreads) {
     EXPECT_EQ(0xFFFFFFF0ull + 20000, a.get());
 }
 
-TEST(TavAtomicLong, StartsAtZeroAndReturnsTheNewValue) {
+TEST(AtomicsLong, StartsAtZeroAndReturnsTheNewValue) {
     tavAtomicLong a;
-    EXPECT_EQ(0u, a.get());
-    EXPECT_EQ(1u, ++a);
-    EXPECT_EQ(11u, a += 10);
-    EXPECT_EQ(11u, a.get());
+    EXPECT_EQ(a.get(), 0u);
+    EXPECT_EQ(++a, 1u);
+    EXPECT_EQ(a += 10, 11u);
+    EXPECT_EQ(a.get(), 11u);
 }
 
-TEST(TavAtomicLong, CarriesIntoTheHighWord) {
+TEST(AtomicsLong, CarriesIntoTheHighWord) {
     tavAtomicLong a;
-    EXPECT_EQ(0x7FFFFFFFull, a += 0x7FFFFFFF);
-    EXPECT_EQ(0xFFFFFFFEull, a += 0x7FFFFFFF);
-    EXPECT_EQ(0xFFFFFFFFull, ++a);
-    EXPECT_EQ(0x1'0000'0000ull, ++a);
-    EXPECT_EQ(0x1'0000'0001ull, ++a);
+    EXPECT_EQ(a += 0x7FFFFFFF, 0x7FFFFFFFull);
+    EXPECT_EQ(a += 0x7FFFFFFF, 0xFFFFFFFEull);
+    EXPECT_EQ(++a, 0xFFFFFFFFull);
+    EXPECT_EQ(++a, 0x1'0000'0000ull);
+    EXPECT_EQ(++a, 0x1'0000'0001ull);
 }
 
-TEST(TavAtomicLong, NegativeAdditionCarriesToo) {
+TEST(AtomicsLong, NegativeAdditionCarriesToo) {
     tavAtomicLong a;
     a += 5;
-    EXPECT_EQ(0x1'0000'0004ull, a += -1);
-    EXPECT_EQ(0x1'0000'0004ull, a.get());
+    EXPECT_EQ(a += -1, 0x1'0000'0004ull);
+    EXPECT_EQ(a.get(), 0x1'0000'0004ull);
 }
 
-TEST(TavAtomicLong, NegativeAdditionToZeroDoesNotCarry) {
+TEST(AtomicsLong, NegativeAdditionToZeroDoesNotCarry) {
     tavAtomicLong a;
-    EXPECT_EQ(0xFFFFFFFFull, a += -1);
+    EXPECT_EQ(a += -1, 0xFFFFFFFFull);
 }
 
-TEST(TavAtomicLong, AdditionOfZeroChangesNothing) {
+TEST(AtomicsLong, AdditionOfZeroChangesNothing) {
     tavAtomicLong a;
     ++a;
-    EXPECT_EQ(1u, a += 0);
+    EXPECT_EQ(a += 0, 1u);
 }

@@ -72,7 +72,7 @@ std::string textOf(tavString const & s) {
 
 } // namespace
 
-TEST(TavBase64Encode, PadsToWholeGroups) {
+TEST(Base64HexEncode, PadsToWholeGroups) {
     EXPECT_EQ(encoded("abc"), "YWJj");
     EXPECT_EQ(encoded("ab"), "YWI=");
     EXPECT_EQ(encoded("a"), "YQ==");
@@ -81,7 +81,7 @@ TEST(TavBase64Encode, PadsToWholeGroups) {
     EXPECT_EQ(encoded("\xFF\xFF\xFE"), "///+");
 }
 
-TEST(TavBase64Encode, UsesTheWholeAlphabet) {
+TEST(Base64HexEncode, UsesTheWholeAlphabet) {
     std::string bytes;
     for (unsigned v = 0; v < 64; v += 4) {
         unsigned const group = v << 18 | (v + 1) << 12 | (v + 2) << 6 | (v + 3);
@@ -92,7 +92,7 @@ TEST(TavBase64Encode, UsesTheWholeAlphabet) {
     EXPECT_EQ(encoded(bytes), "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/");
 }
 
-TEST(TavBase64Encode, EmptyInputLeavesTheTargetAlone) {
+TEST(Base64HexEncode, EmptyInputLeavesTheTargetAlone) {
     EXPECT_EQ(encoded(""), "stale");
     EXPECT_EQ(encoded("", true), "stale");
     std::string out("stale");
@@ -102,19 +102,19 @@ TEST(TavBase64Encode, EmptyInputLeavesTheTargetAlone) {
     EXPECT_EQ(out, "stale");
 }
 
-TEST(TavBase64Encode, TakesAVector) {
+TEST(Base64HexEncode, TakesAVector) {
     std::string out("stale");
     tavBase64::encode(std::vector<unsigned char>{'a', 'b'}, out, false);
     EXPECT_EQ(out, "YWI=");
 }
 
-TEST(TavBase64Encode, MayReplaceItsOwnInput) {
+TEST(Base64HexEncode, MayReplaceItsOwnInput) {
     std::string text("abc");
     tavBase64::encode(tav_istr(text), text, false);
     EXPECT_EQ(text, "YWJj");
 }
 
-TEST(TavBase64Encode, BreaksLinesBetweenPiecesOnly) {
+TEST(Base64HexEncode, BreaksLinesBetweenPiecesOnly) {
     EXPECT_EQ(encoded(std::string(57, 'x'), true), encoded(std::string(57, 'x')));
     EXPECT_EQ(encoded(std::string(57, 'x'), true).size(), 76u);
     std::string const two = encoded(std::string(58, 'x'), true);
@@ -124,7 +124,7 @@ TEST(TavBase64Encode, BreaksLinesBetweenPiecesOnly) {
     EXPECT_EQ(encoded("abc", true), "YWJj");
 }
 
-TEST(TavBase64Encode, PiecesTogetherAreTheUnbrokenText) {
+TEST(Base64HexEncode, PiecesTogetherAreTheUnbrokenText) {
     std::mt19937 random(7u);
     for (std::size_t size = 1; size < 400; ++size) {
         std::string const bytes = randomBytes(random, size);
@@ -137,7 +137,7 @@ TEST(TavBase64Encode, PiecesTogetherAreTheUnbrokenText) {
     }
 }
 
-TEST(TavBase64Decode, UndoesTheEncoding) {
+TEST(Base64HexDecode, UndoesTheEncoding) {
     std::mt19937 random(11u);
     for (std::size_t size = 1; size < 300; ++size) {
         std::string const bytes = randomBytes(random, size);
@@ -146,14 +146,14 @@ TEST(TavBase64Decode, UndoesTheEncoding) {
     }
 }
 
-TEST(TavBase64Decode, MissingCharactersCountAsA) {
+TEST(Base64HexDecode, MissingCharactersCountAsA) {
     EXPECT_EQ(decoded("QQ=="), "\x41");
     EXPECT_EQ(decoded("QQ"), std::string("\x41\0\0", 3));
     EXPECT_EQ(decoded("Q"), std::string("\x40\0\0", 3));
     EXPECT_EQ(decoded("QUI"), std::string("AB\0", 3));
 }
 
-TEST(TavBase64Decode, PadsAreLookedAtSinglyAndWeigh63Elsewhere) {
+TEST(Base64HexDecode, PadsAreLookedAtSinglyAndWeigh63Elsewhere) {
     EXPECT_EQ(decoded("QQ="), "\x41\xC0");
     EXPECT_EQ(decoded("QQ=A"), "\x41\xC0");
     EXPECT_EQ(decoded("QQA="), std::string("\x41\0", 2));
@@ -164,7 +164,7 @@ TEST(TavBase64Decode, PadsAreLookedAtSinglyAndWeigh63Elsewhere) {
     EXPECT_EQ(decoded("YQ==YWJj"), "aabc");
 }
 
-TEST(TavBase64Decode, ForeignCharactersAreDropped) {
+TEST(Base64HexDecode, ForeignCharactersAreDropped) {
     EXPECT_EQ(decoded("YW\r\nJj"), "abc");
     EXPECT_EQ(decoded(" Y-W_J\x80j!"), "abc");
     EXPECT_EQ(decoded("Y\0W\0J\0j"), decoded("Y"));
@@ -172,14 +172,14 @@ TEST(TavBase64Decode, ForeignCharactersAreDropped) {
     EXPECT_EQ(decoded("-- \r\n"), "");
 }
 
-TEST(TavBase64Decode, EmptyTextEmptiesTheTarget) {
+TEST(Base64HexDecode, EmptyTextEmptiesTheTarget) {
     EXPECT_EQ(decoded(""), "");
     tavBytes out(tav_istr("stale"));
     tavBase64::decode(tav_istr(static_cast<char const *>(nullptr), 5u), out);
     EXPECT_EQ(out.size(), 0u);
 }
 
-TEST(TavBase64Decode, AgreesWithThePlainRulesOnAnyText) {
+TEST(Base64HexDecode, AgreesWithThePlainRulesOnAnyText) {
     std::mt19937 random(13u);
     std::string const likely = "ABCxyz019+/== \r\n";
     for (int round = 0; round < 20000; ++round) {
@@ -192,7 +192,7 @@ TEST(TavBase64Decode, AgreesWithThePlainRulesOnAnyText) {
     }
 }
 
-TEST(TavBase64Decode, MayReplaceItsOwnText) {
+TEST(Base64HexDecode, MayReplaceItsOwnText) {
     tavBytes b(tav_istr("YWJjZGVm"));
     tavBase64::decode(b, b);
     EXPECT_EQ(contentOf(b), "abcdef");
@@ -204,7 +204,7 @@ TEST(TavBase64Decode, MayReplaceItsOwnText) {
     EXPECT_EQ(std::string(v.begin(), v.end()), "abc");
 }
 
-TEST(TavBase64, KnowsItsCharacters) {
+TEST(Base64Hex, KnowsItsCharacters) {
     std::string const all = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
     for (int c = -128; c < 128; ++c) {
         char const character = static_cast<char>(c);
@@ -212,7 +212,7 @@ TEST(TavBase64, KnowsItsCharacters) {
     }
 }
 
-TEST(TavBytesBase64, WritesWithoutLineBreaks) {
+TEST(Base64HexBytesBase64, WritesWithoutLineBreaks) {
     tavString out("stale");
     tavBytes(tav_istr("abc")).toBase64(out);
     EXPECT_EQ(textOf(out), "YWJj");
@@ -221,13 +221,13 @@ TEST(TavBytesBase64, WritesWithoutLineBreaks) {
     EXPECT_EQ(out.size(), 136u);
 }
 
-TEST(TavBytesBase64, EmptyBufferMakesEmptyText) {
+TEST(Base64HexBytesBase64, EmptyBufferMakesEmptyText) {
     tavString out("stale");
     tavBytes().toBase64(out);
     EXPECT_TRUE(out.empty());
 }
 
-TEST(TavBytesBase64, ReadsInPlaceOfItsContent) {
+TEST(Base64HexBytesBase64, ReadsInPlaceOfItsContent) {
     tavBytes b(tav_istr("stale"));
     b.fromBase64("YWJj");
     EXPECT_EQ(contentOf(b), "abc");
@@ -235,7 +235,7 @@ TEST(TavBytesBase64, ReadsInPlaceOfItsContent) {
     EXPECT_EQ(b.size(), 0u);
 }
 
-TEST(TavHex16, EncodesInGroupsOfFourBytes) {
+TEST(Base64HexHex16, EncodesInGroupsOfFourBytes) {
     EXPECT_EQ(textOf(tavHex16::encode("")), "");
     EXPECT_EQ(textOf(tavHex16::encode(tav_istr(static_cast<char const *>(nullptr), 5u))), "");
     EXPECT_EQ(textOf(tavHex16::encode("\x01")), "01");
@@ -245,7 +245,7 @@ TEST(TavHex16, EncodesInGroupsOfFourBytes) {
               "00ABCDEF 10203040 99");
 }
 
-TEST(TavHex16, DecodesDigitsOfEitherCaseInPairs) {
+TEST(Base64HexHex16, DecodesDigitsOfEitherCaseInPairs) {
     EXPECT_EQ(contentOf(tavHex16::decode("abCDeF09")), "\xAB\xCD\xEF\x09");
     EXPECT_EQ(contentOf(tavHex16::decode("0 1:0a")), "\x01\x0A");
     EXPECT_EQ(contentOf(tavHex16::decode("gh`@G/:")), "");
@@ -255,7 +255,7 @@ TEST(TavHex16, DecodesDigitsOfEitherCaseInPairs) {
               "A");
 }
 
-TEST(TavHex16, SingleDigitAtTheEndIsDropped) {
+TEST(Base64HexHex16, SingleDigitAtTheEndIsDropped) {
     EXPECT_EQ(contentOf(tavHex16::decode("414")), "A");
     EXPECT_EQ(contentOf(tavHex16::decode("4")), "");
     EXPECT_EQ(contentOf(tavHex16::decode("4 ")), "");
@@ -263,7 +263,7 @@ TEST(TavHex16, SingleDigitAtTheEndIsDropped) {
     EXPECT_EQ(contentOf(tavHex16::decode(tav_istr(static_cast<char const *>(nullptr), 5u))), "");
 }
 
-TEST(TavHex16, DecodeUndoesEncode) {
+TEST(Base64HexHex16, DecodeUndoesEncode) {
     std::mt19937 random(17u);
     for (std::size_t size = 0; size < 100; ++size) {
         std::string const bytes = randomBytes(random, size);

@@ -503,7 +503,7 @@ TEST(TavBytes, SizeIsPrintedInDecimalWhateverTheStreamsFlags) {
     EXPECT_EQ(out.str().substr(0, 5), "[16][");
 }
 
-TEST(TavHash16, KeepsShortNumbers) {
+TEST(BytesHash16, KeepsShortNumbers) {
     EXPECT_EQ(tavHash16().value(), 0);
     EXPECT_EQ(tavHash16(true).value(), 1);
     EXPECT_EQ(tavHash16(false).value(), 0);
@@ -514,7 +514,7 @@ TEST(TavHash16, KeepsShortNumbers) {
     EXPECT_EQ(tavHash16(static_cast<unsigned short>(0x8001)).value(), 0x8001);
 }
 
-TEST(TavHash16, FoldsHalvesAndQuarters) {
+TEST(BytesHash16, FoldsHalvesAndQuarters) {
     EXPECT_EQ(tavHash16(0x12345678).value(), 0x444C);
     EXPECT_EQ(tavHash16(0x12345678u).value(), 0x444C);
     EXPECT_EQ(tavHash16(-1).value(), 0);

@@ -47,7 +47,7 @@ std::string behindTime(std::string const & text) {
 }
 
 template <class Stream>
-class LineStream : public testing::Test {};
+class ConsoleLineStream : public testing::Test {};
 
 struct Names {
     template <class T>
@@ -57,11 +57,11 @@ struct Names {
 };
 
 typedef testing::Types<tav::console, tav::debugger> Streams;
-TYPED_TEST_SUITE(LineStream, Streams, Names);
+TYPED_TEST_SUITE(ConsoleLineStream, Streams, Names);
 
 } // namespace
 
-TYPED_TEST(LineStream, WritesPrefixTextAndLineFeedAtItsEnd) {
+TYPED_TEST(ConsoleLineStream, WritesPrefixTextAndLineFeedAtItsEnd) {
     std::string const out = written([] {
         TypeParam line;
         line << "x=" << 5 << std::string(" y") << ' ' << 1.5;
@@ -71,27 +71,28 @@ TYPED_TEST(LineStream, WritesPrefixTextAndLineFeedAtItsEnd) {
     EXPECT_TRUE(tav_test::hasShape(out, tav_test::timeShape() + "{$.$} --- x=5 y 1.5\n")) << out;
 }
 
-TYPED_TEST(LineStream, WritesNothingAheadOfItsEnd) {
+TYPED_TEST(ConsoleLineStream, WritesNothingAheadOfItsEnd) {
     TypeParam * line = nullptr;
-    EXPECT_EQ("", written([&line] {
+    EXPECT_EQ(written([&line] {
                   line = new TypeParam();
                   *line << "x";
-              }));
+              }),
+              "");
     EXPECT_EQ(ids() + "x\n", behindTime(written([&line] { delete line; })));
 }
 
-TYPED_TEST(LineStream, CanBeUsedAsATemporary) {
+TYPED_TEST(ConsoleLineStream, CanBeUsedAsATemporary) {
     EXPECT_EQ(ids() + "12\n", behindTime(written([] { TypeParam() << 1 << 2; })));
     EXPECT_EQ(ids() + "\n", behindTime(written([] { TypeParam(); })));
 }
 
-TYPED_TEST(LineStream, TakesManipulatorsAndWritesHexadecimalInUpperCase) {
+TYPED_TEST(ConsoleLineStream, TakesManipulatorsAndWritesHexadecimalInUpperCase) {
     EXPECT_EQ(ids() + "255 FF  7\n",
               behindTime(written([] { TypeParam() << 255 << ' ' << std::hex << 255 << std::setw(3) << 7; })));
     EXPECT_EQ(ids() + "a\nb\n", behindTime(written([] { TypeParam() << "a" << std::endl << "b"; })));
 }
 
-TYPED_TEST(LineStream, CarriesTheIdOfItsThread) {
+TYPED_TEST(ConsoleLineStream, CarriesTheIdOfItsThread) {
     std::string expected;
     std::string const out = written([&expected] {
         std::thread([&expected] {
@@ -103,7 +104,7 @@ TYPED_TEST(LineStream, CarriesTheIdOfItsThread) {
     EXPECT_EQ(expected + "x\n", behindTime(out));
 }
 
-TYPED_TEST(LineStream, LinesOfManyThreadsStayWhole) {
+TYPED_TEST(ConsoleLineStream, LinesOfManyThreadsStayWhole) {
     std::string const out = written([] {
         std::vector<std::thread> threads;
         for (int t = 0; t < 4; ++t) {
@@ -122,23 +123,24 @@ TYPED_TEST(LineStream, LinesOfManyThreadsStayWhole) {
     for (std::string line; std::getline(in, line); ++count) {
         ASSERT_TRUE(tav_test::hasShape(behindTime(line), "{$.$} --- " + std::string(200, 'x'))) << line;
     }
-    EXPECT_EQ(200u, count);
+    EXPECT_EQ(count, 200u);
 }
 
 TEST(Console, PrintWritesTheTextAlone) {
-    EXPECT_EQ("a b", written([] { tav::console::print("a b"); }));
-    EXPECT_EQ("a b\n", written([] { tav::console::println("a b"); }));
-    EXPECT_EQ(std::string("a\0b\n", 4), written([] { tav::console::println(std::string("a\0b", 3)); }));
-    EXPECT_EQ("", written([] { tav::console::print(""); }));
+    EXPECT_EQ(written([] { tav::console::print("a b"); }), "a b");
+    EXPECT_EQ(written([] { tav::console::println("a b"); }), "a b\n");
+    EXPECT_EQ(written([] { tav::console::println(std::string("a\0b", 3)); }), std::string("a\0b\n", 4));
+    EXPECT_EQ(written([] { tav::console::print(""); }), "");
 }
 
 TEST(Console, WritesThroughTheStandardStreamInOrder) {
-    EXPECT_EQ("1 2 3 4\n", written([] {
+    EXPECT_EQ(written([] {
                   std::cout << "1 ";
                   tav::console::print("2 ");
                   std::cout << "3 ";
                   tav::console::println("4");
-              }));
+              }),
+              "1 2 3 4\n");
 }
 
 TEST(Console, FlushesTheStandardOutput) {
@@ -146,9 +148,9 @@ TEST(Console, FlushesTheStandardOutput) {
                                  [] { tav::console() << "now"; }, [] { tav::debugger() << "now"; }};
     for (auto const write : writers) {
         int ends[2];
-        ASSERT_EQ(0, ::pipe(ends));
+        ASSERT_EQ(::pipe(ends), 0);
         pid_t const child = ::fork();
-        ASSERT_NE(-1, child);
+        ASSERT_NE(child, -1);
         if (child == 0) {
             ::dup2(ends[1], STDOUT_FILENO);
             std::setvbuf(stdout, nullptr, _IOFBF, 4096);
@@ -168,7 +170,7 @@ TEST(Console, FlushesTheStandardOutput) {
 
 TEST(Console, OutputThatNobodyReadsRaisesNoSignal) {
     pid_t const child = ::fork();
-    ASSERT_NE(-1, child);
+    ASSERT_NE(child, -1);
     if (child == 0) {
         int ends[2];
         std::signal(SIGPIPE, SIG_DFL);
@@ -189,12 +191,13 @@ TEST(Console, OutputThatNobodyReadsRaisesNoSignal) {
     int status = -1;
     ASSERT_EQ(child, ::waitpid(child, &status, 0));
     EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
-TEST(Debugger, PrintLeavesOutputAndErrorUntouched) {
-    EXPECT_EQ("", written([] {
+TEST(ConsoleDebugger, PrintLeavesOutputAndErrorUntouched) {
+    EXPECT_EQ(written([] {
                   tav::debugger::print("a b");
                   tav::debugger::println("a b");
-              }));
+              }),
+              "");
 }

@@ -48,89 +48,89 @@ void note(tav_any word) {
 
 } // namespace
 
-TEST(TavAny, ComparesUnsignedOverTheWholeWord) {
-    EXPECT_EQ(-1, tav_any_compare(1, 2));
-    EXPECT_EQ(0, tav_any_compare(2, 2));
-    EXPECT_EQ(1, tav_any_compare(2, 1));
-    EXPECT_EQ(1, tav_any_compare(static_cast<tav_any>(-1), 1));
-    EXPECT_EQ(1, tav_any_compare(tav_any(1) << 32, 0xffffffffu));
-    EXPECT_EQ(8u, sizeof(tav_any));
+TEST(ContainersListAny, ComparesUnsignedOverTheWholeWord) {
+    EXPECT_EQ(tav_any_compare(1, 2), -1);
+    EXPECT_EQ(tav_any_compare(2, 2), 0);
+    EXPECT_EQ(tav_any_compare(2, 1), 1);
+    EXPECT_EQ(tav_any_compare(static_cast<tav_any>(-1), 1), 1);
+    EXPECT_EQ(tav_any_compare(tav_any(1) << 32, 0xffffffffu), 1);
+    EXPECT_EQ(sizeof(tav_any), 8u);
 }
 
-TEST(TavAny, DeleteFreesAndClears) {
+TEST(ContainersListAny, DeleteFreesAndClears) {
     auto word = reinterpret_cast<tav_any>(std::malloc(5));
     tav_any_delete(&word);
-    EXPECT_EQ(0u, word);
+    EXPECT_EQ(word, 0u);
     tav_any_delete(&word);
-    EXPECT_EQ(0u, word);
+    EXPECT_EQ(word, 0u);
     word = 7;
     tav_any_delete_none(&word);
-    EXPECT_EQ(0u, word);
+    EXPECT_EQ(word, 0u);
 }
 
-TEST(TavAny, SwapExchanges) {
+TEST(ContainersListAny, SwapExchanges) {
     tav_any a = 1;
     tav_any b = 2;
     tav_any_swap(&a, &b);
-    EXPECT_EQ(2u, a);
-    EXPECT_EQ(1u, b);
+    EXPECT_EQ(a, 2u);
+    EXPECT_EQ(b, 1u);
 }
 
-TEST(TavPair, IsMadeWithItsWords) {
+TEST(ContainersListPair, IsMadeWithItsWords) {
     tav_pair * p = tav_pair_new();
-    EXPECT_EQ(0u, p->first);
-    EXPECT_EQ(0u, p->second);
+    EXPECT_EQ(p->first, 0u);
+    EXPECT_EQ(p->second, 0u);
     EXPECT_EQ(p, tav_pair_init(p, 0, 0));
     tav_pair_delete(&p);
-    EXPECT_EQ(nullptr, p);
+    EXPECT_EQ(p, nullptr);
     tav_pair_delete(&p);
     p = tav_pair_new_(0, reinterpret_cast<tav_any>(std::malloc(3)));
     tav_pair_delete(&p);
-    EXPECT_EQ(nullptr, p);
+    EXPECT_EQ(p, nullptr);
 }
 
-TEST(TavPair, FiniFreesBothWordsAndClearsThem) {
+TEST(ContainersListPair, FiniFreesBothWordsAndClearsThem) {
     tav_pair p =
         tav_pair_(reinterpret_cast<tav_any>(std::malloc(1)), reinterpret_cast<tav_any>(std::malloc(1)));
     tav_pair_fini(&p);
-    EXPECT_EQ(0u, p.first);
-    EXPECT_EQ(0u, p.second);
+    EXPECT_EQ(p.first, 0u);
+    EXPECT_EQ(p.second, 0u);
 }
 
-TEST(TavList, ValueConstructorsSetTheFieldsAndGiveTheirArgument) {
+TEST(ContainersList, ValueConstructorsSetTheFieldsAndGiveTheirArgument) {
     tav_list a;
     tav_list b;
     tav_list c;
     EXPECT_EQ(&a, tav_list_(&a, 1, &b, &c, &a, &countDeletion));
-    EXPECT_EQ(1u, a.data);
+    EXPECT_EQ(a.data, 1u);
     EXPECT_EQ(&b, a.head);
     EXPECT_EQ(&c, a.prev);
     EXPECT_EQ(&a, a.next);
     EXPECT_EQ(&countDeletion, a.deleter);
     EXPECT_EQ(&b, tav_list_init(&b, 2, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(2u, b.data);
-    EXPECT_EQ(nullptr, b.deleter);
+    EXPECT_EQ(b.data, 2u);
+    EXPECT_EQ(b.deleter, nullptr);
     tav_list * const made = tav_list_new_(3, &a, &b, &c, &countDeletion);
-    EXPECT_EQ(3u, made->data);
+    EXPECT_EQ(made->data, 3u);
     EXPECT_EQ(&a, made->head);
     EXPECT_EQ(&b, made->prev);
     EXPECT_EQ(&c, made->next);
     std::free(made);
 }
 
-TEST(TavList, NewOneIsEmptyAndDeletesNothing) {
+TEST(ContainersList, NewOneIsEmptyAndDeletesNothing) {
     tav_list * list = tav_list_new();
     EXPECT_TRUE(tav_list_empty(list));
-    EXPECT_EQ(0u, tav_list_size(list));
+    EXPECT_EQ(tav_list_size(list), 0u);
     EXPECT_EQ(&tav_any_delete_none, list->deleter);
     EXPECT_EQ(list, tav_list_push_back(list, 5));
-    EXPECT_EQ(1u, tav_list_size(list));
-    EXPECT_EQ(5u, list->data);
+    EXPECT_EQ(tav_list_size(list), 1u);
+    EXPECT_EQ(list->data, 5u);
     tav_list_delete(&list);
-    EXPECT_EQ(nullptr, list);
+    EXPECT_EQ(list, nullptr);
 }
 
-TEST(TavList, OneElementPointsToItself) {
+TEST(ContainersList, OneElementPointsToItself) {
     tav_list node;
     tav_list_(&node, 0, nullptr, nullptr, nullptr, &countDeletion);
     EXPECT_EQ(&node, tav_list_init_first(&node, 4));
@@ -139,26 +139,26 @@ TEST(TavList, OneElementPointsToItself) {
     EXPECT_EQ(&node, node.next);
     EXPECT_EQ(&countDeletion, node.deleter);
     tav_list_reset(&node);
-    EXPECT_EQ(0u, node.data);
-    EXPECT_EQ(nullptr, node.head);
-    EXPECT_EQ(nullptr, node.prev);
-    EXPECT_EQ(nullptr, node.next);
+    EXPECT_EQ(node.data, 0u);
+    EXPECT_EQ(node.head, nullptr);
+    EXPECT_EQ(node.prev, nullptr);
+    EXPECT_EQ(node.next, nullptr);
     EXPECT_EQ(&countDeletion, node.deleter);
 }
 
-TEST(TavList, PushBackAppends) {
+TEST(ContainersList, PushBackAppends) {
     List list;
     tav_list_push_back(&list.node, 1);
     tav_list * const second = tav_list_push_back(&list.node, 2);
-    EXPECT_EQ(2u, second->data);
+    EXPECT_EQ(second->data, 2u);
     tav_list_push_back(second, 3);
     EXPECT_EQ((Words{1, 2, 3}), elements(list.node));
-    EXPECT_EQ(3u, tav_list_size(&list.node));
-    EXPECT_EQ(3u, tav_list_size(second));
+    EXPECT_EQ(tav_list_size(&list.node), 3u);
+    EXPECT_EQ(tav_list_size(second), 3u);
     EXPECT_EQ(list.node.deleter, second->deleter);
 }
 
-TEST(TavList, PushFrontKeepsTheFirstNodesAddress) {
+TEST(ContainersList, PushFrontKeepsTheFirstNodesAddress) {
     List list;
     EXPECT_EQ(&list.node, tav_list_push_front(&list.node, 1));
     EXPECT_EQ(&list.node, tav_list_push_front(&list.node, 2));
@@ -168,11 +168,11 @@ TEST(TavList, PushFrontKeepsTheFirstNodesAddress) {
     EXPECT_EQ(&list.node, list.node.head);
 }
 
-TEST(TavList, InsertsBeforeAndAfter) {
+TEST(ContainersList, InsertsBeforeAndAfter) {
     List list;
     EXPECT_EQ(&list.node, tav_list_insert_before(&list.node, 2));
     tav_list * const four = tav_list_insert_after(&list.node, 4);
-    EXPECT_EQ(3u, tav_list_insert_before(four, 3)->data);
+    EXPECT_EQ(tav_list_insert_before(four, 3)->data, 3u);
     EXPECT_EQ(&list.node, tav_list_insert_before(&list.node, 1));
     EXPECT_EQ((Words{1, 2, 3, 4}), elements(list.node));
     List other;
@@ -180,7 +180,7 @@ TEST(TavList, InsertsBeforeAndAfter) {
     EXPECT_EQ((Words{1}), elements(other.node));
 }
 
-TEST(TavList, EndsAreFoundFromAnyNode) {
+TEST(ContainersList, EndsAreFoundFromAnyNode) {
     List list;
     EXPECT_EQ(&list.node, tav_list_begin(&list.node));
     EXPECT_EQ(&list.node, tav_list_back(&list.node));
@@ -193,12 +193,12 @@ TEST(TavList, EndsAreFoundFromAnyNode) {
         EXPECT_EQ(&list.node, tav_list_home(node));
         EXPECT_EQ(last, tav_list_back(node));
     }
-    EXPECT_EQ(nullptr, tav_list_end());
+    EXPECT_EQ(tav_list_end(), nullptr);
     EXPECT_EQ(middle, tav_list_next(&list.node));
     EXPECT_EQ(&list.node, tav_list_next(last));
 }
 
-TEST(TavList, EraseCallsTheDeleterUnlinksAndFrees) {
+TEST(ContainersList, EraseCallsTheDeleterUnlinksAndFrees) {
     deletions = 0;
     List list(&countDeletion);
     EXPECT_FALSE(tav_list_erase(&list.node));
@@ -206,37 +206,37 @@ TEST(TavList, EraseCallsTheDeleterUnlinksAndFrees) {
     tav_list * const middle = tav_list_push_back(&list.node, 2);
     tav_list_push_back(&list.node, 3);
     EXPECT_TRUE(tav_list_erase(middle));
-    EXPECT_EQ(1, deletions);
+    EXPECT_EQ(deletions, 1);
     EXPECT_EQ((Words{1, 3}), elements(list.node));
     EXPECT_TRUE(tav_list_erase(list.node.next));
     EXPECT_TRUE(tav_list_erase(&list.node));
-    EXPECT_EQ(3, deletions);
+    EXPECT_EQ(deletions, 3);
     EXPECT_TRUE(tav_list_empty(&list.node));
-    EXPECT_EQ(nullptr, list.node.prev);
-    EXPECT_EQ(nullptr, list.node.next);
-    EXPECT_EQ(0u, list.node.data);
+    EXPECT_EQ(list.node.prev, nullptr);
+    EXPECT_EQ(list.node.next, nullptr);
+    EXPECT_EQ(list.node.data, 0u);
     EXPECT_EQ(&countDeletion, list.node.deleter);
 }
 
-TEST(TavList, EraseCallsTheDeleterAlsoForANullWord) {
+TEST(ContainersList, EraseCallsTheDeleterAlsoForANullWord) {
     deletions = 0;
     List list(&countDeletion);
     tav_list_push_back(&list.node, 0);
     tav_list_delete_data(&list.node);
-    EXPECT_EQ(0, deletions);
+    EXPECT_EQ(deletions, 0);
     tav_list_erase(&list.node);
-    EXPECT_EQ(1, deletions);
+    EXPECT_EQ(deletions, 1);
     tav_list_push_back(&list.node, 1);
     tav_list_delete_data(&list.node);
-    EXPECT_EQ(2, deletions);
+    EXPECT_EQ(deletions, 2);
     list.node.deleter = nullptr;
     list.node.data = 1;
     tav_list_delete_data(&list.node);
     EXPECT_TRUE(tav_list_erase(&list.node));
-    EXPECT_EQ(2, deletions);
+    EXPECT_EQ(deletions, 2);
 }
 
-TEST(TavList, ErasingTheFirstOfSeveralFreesIt) {
+TEST(ContainersList, ErasingTheFirstOfSeveralFreesIt) {
     tav_list * const first = tav_list_new();
     tav_list_push_back(first, 1);
     tav_list * const second = tav_list_push_back(first, 2);
@@ -249,59 +249,59 @@ TEST(TavList, ErasingTheFirstOfSeveralFreesIt) {
     tav_list_delete(&list);
 }
 
-TEST(TavList, RemoveErasesAllEqualWords) {
+TEST(ContainersList, RemoveErasesAllEqualWords) {
     List list;
     for (tav_any const word : {7u, 1u, 7u, 7u, 2u}) {
         tav_list_push_back(&list.node, word);
     }
-    EXPECT_EQ(0u, tav_list_remove(&list.node, 9));
-    EXPECT_EQ(1u, tav_list_remove(list.node.next, 2));
+    EXPECT_EQ(tav_list_remove(&list.node, 9), 0u);
+    EXPECT_EQ(tav_list_remove(list.node.next, 2), 1u);
     list.node.data = 3;
-    EXPECT_EQ(2u, tav_list_remove(&list.node, 7));
+    EXPECT_EQ(tav_list_remove(&list.node, 7), 2u);
     EXPECT_EQ((Words{3, 1}), elements(list.node));
-    EXPECT_EQ(1u, tav_list_remove(&list.node, 1));
-    EXPECT_EQ(1u, tav_list_remove(&list.node, 3));
+    EXPECT_EQ(tav_list_remove(&list.node, 1), 1u);
+    EXPECT_EQ(tav_list_remove(&list.node, 3), 1u);
     EXPECT_TRUE(tav_list_empty(&list.node));
-    EXPECT_EQ(0u, tav_list_remove(&list.node, 0));
+    EXPECT_EQ(tav_list_remove(&list.node, 0), 0u);
 }
 
-TEST(TavList, RemoveOfTheFirstFreesItWhileOthersStay) {
+TEST(ContainersList, RemoveOfTheFirstFreesItWhileOthersStay) {
     tav_list * const first = tav_list_new();
     tav_list_push_back(first, 7);
     tav_list * second = tav_list_push_back(first, 8);
     tav_list_push_back(first, 7);
-    EXPECT_EQ(2u, tav_list_remove(first, 7));
+    EXPECT_EQ(tav_list_remove(first, 7), 2u);
     EXPECT_EQ(second, second->next);
     second->head = second;
     tav_list_delete(&second);
 }
 
-TEST(TavList, ClearGivesTheCountAndKeepsTheFirstNode) {
+TEST(ContainersList, ClearGivesTheCountAndKeepsTheFirstNode) {
     deletions = 0;
     List list(&countDeletion);
-    EXPECT_EQ(0u, tav_list_clear(&list.node));
+    EXPECT_EQ(tav_list_clear(&list.node), 0u);
     for (tav_any const word : {1u, 2u, 3u}) {
         tav_list_push_back(&list.node, word);
     }
-    EXPECT_EQ(3u, tav_list_clear(&list.node));
-    EXPECT_EQ(3, deletions);
+    EXPECT_EQ(tav_list_clear(&list.node), 3u);
+    EXPECT_EQ(deletions, 3);
     EXPECT_TRUE(tav_list_empty(&list.node));
     tav_list_push_back(&list.node, 1);
     tav_list_push_back(&list.node, 2);
-    EXPECT_EQ(2u, tav_list_fini(list.node.next));
+    EXPECT_EQ(tav_list_fini(list.node.next), 2u);
     EXPECT_TRUE(tav_list_empty(&list.node));
 }
 
-TEST(TavList, OwnedWordsAreFreed) {
+TEST(ContainersList, OwnedWordsAreFreed) {
     List list(&tav_any_delete);
     for (int i = 0; i < 5; ++i) {
         tav_list_push_back(&list.node, reinterpret_cast<tav_any>(std::malloc(8)));
     }
-    EXPECT_EQ(1u, tav_list_remove(&list.node, list.node.next->data));
-    EXPECT_EQ(4u, tav_list_clear(&list.node));
+    EXPECT_EQ(tav_list_remove(&list.node, list.node.next->data), 1u);
+    EXPECT_EQ(tav_list_clear(&list.node), 4u);
 }
 
-TEST(TavList, ForeachWalksAnOpenChain) {
+TEST(ContainersList, ForeachWalksAnOpenChain) {
     tav_list c;
     tav_list b;
     tav_list a;
@@ -317,42 +317,42 @@ TEST(TavList, ForeachWalksAnOpenChain) {
     EXPECT_EQ((Words{1, 2, 3}), walked);
 }
 
-TEST(TavList, SwapExchangesAllButTheDeletersAndMendsNothing) {
+TEST(ContainersList, SwapExchangesAllButTheDeletersAndMendsNothing) {
     tav_list a;
     tav_list b;
     tav_list_(&a, 1, &a, &a, &a, &countDeletion);
     tav_list_(&b, 2, nullptr, nullptr, nullptr, nullptr);
     tav_list_swap(&a, &b);
-    EXPECT_EQ(2u, a.data);
-    EXPECT_EQ(nullptr, a.head);
+    EXPECT_EQ(a.data, 2u);
+    EXPECT_EQ(a.head, nullptr);
     EXPECT_EQ(&countDeletion, a.deleter);
-    EXPECT_EQ(1u, b.data);
+    EXPECT_EQ(b.data, 1u);
     EXPECT_EQ(&a, b.head);
     EXPECT_EQ(&a, b.prev);
     EXPECT_EQ(&a, b.next);
-    EXPECT_EQ(nullptr, b.deleter);
+    EXPECT_EQ(b.deleter, nullptr);
 }
 
-TEST(TavList, NullGivesNullOrZero) {
-    EXPECT_EQ(nullptr, tav_list_(nullptr, 1, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(nullptr, tav_list_init(nullptr, 1, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(nullptr, tav_list_init_first(nullptr, 1));
+TEST(ContainersList, NullGivesNullOrZero) {
+    EXPECT_EQ(tav_list_(nullptr, 1, nullptr, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(tav_list_init(nullptr, 1, nullptr, nullptr, nullptr, nullptr), nullptr);
+    EXPECT_EQ(tav_list_init_first(nullptr, 1), nullptr);
     tav_list_reset(nullptr);
     EXPECT_TRUE(tav_list_empty(nullptr));
-    EXPECT_EQ(nullptr, tav_list_begin(nullptr));
-    EXPECT_EQ(nullptr, tav_list_front(nullptr));
-    EXPECT_EQ(nullptr, tav_list_home(nullptr));
-    EXPECT_EQ(nullptr, tav_list_back(nullptr));
-    EXPECT_EQ(nullptr, tav_list_next(nullptr));
-    EXPECT_EQ(0u, tav_list_size(nullptr));
-    EXPECT_EQ(nullptr, tav_list_push_back(nullptr, 1));
-    EXPECT_EQ(nullptr, tav_list_push_front(nullptr, 1));
-    EXPECT_EQ(nullptr, tav_list_insert_after(nullptr, 1));
-    EXPECT_EQ(nullptr, tav_list_insert_before(nullptr, 1));
+    EXPECT_EQ(tav_list_begin(nullptr), nullptr);
+    EXPECT_EQ(tav_list_front(nullptr), nullptr);
+    EXPECT_EQ(tav_list_home(nullptr), nullptr);
+    EXPECT_EQ(tav_list_back(nullptr), nullptr);
+    EXPECT_EQ(tav_list_next(nullptr), nullptr);
+    EXPECT_EQ(tav_list_size(nullptr), 0u);
+    EXPECT_EQ(tav_list_push_back(nullptr, 1), nullptr);
+    EXPECT_EQ(tav_list_push_front(nullptr, 1), nullptr);
+    EXPECT_EQ(tav_list_insert_after(nullptr, 1), nullptr);
+    EXPECT_EQ(tav_list_insert_before(nullptr, 1), nullptr);
     EXPECT_FALSE(tav_list_erase(nullptr));
-    EXPECT_EQ(0u, tav_list_remove(nullptr, 1));
-    EXPECT_EQ(0u, tav_list_clear(nullptr));
-    EXPECT_EQ(0u, tav_list_fini(nullptr));
+    EXPECT_EQ(tav_list_remove(nullptr, 1), 0u);
+    EXPECT_EQ(tav_list_clear(nullptr), 0u);
+    EXPECT_EQ(tav_list_fini(nullptr), 0u);
     tav_list * none = nullptr;
     tav_list_delete(&none);
     tav_list_delete(nullptr);
@@ -363,36 +363,36 @@ TEST(TavList, NullGivesNullOrZero) {
     tav_any_swap(nullptr, nullptr);
     tav_pair_fini(nullptr);
     tav_pair_delete(nullptr);
-    EXPECT_EQ(nullptr, tav_pair_init(nullptr, 1, 2));
+    EXPECT_EQ(tav_pair_init(nullptr, 1, 2), nullptr);
 }
 
-TEST(TavValues, AreMadeFromTheirArguments) {
+TEST(ContainersListValues, AreMadeFromTheirArguments) {
     char bytes[4] = "abc";
     wchar_t wide[2] = L"w";
     tav_array array;
     EXPECT_EQ(&array, tav_array_(&array, bytes, 3));
     EXPECT_EQ(bytes, array.data);
-    EXPECT_EQ(3u, array.size);
-    EXPECT_EQ(3u, array.capacity);
-    EXPECT_EQ(nullptr, tav_array_(nullptr, bytes, 3));
+    EXPECT_EQ(array.size, 3u);
+    EXPECT_EQ(array.capacity, 3u);
+    EXPECT_EQ(tav_array_(nullptr, bytes, 3), nullptr);
     EXPECT_EQ(bytes, tav_bytes_(bytes, 3).data);
-    EXPECT_EQ(3u, tav_bytes_(bytes, 3).size);
-    EXPECT_EQ(nullptr, tav_bytes_(bytes, 0).data);
-    EXPECT_EQ(0u, tav_bytes_(nullptr, 3).size);
+    EXPECT_EQ(tav_bytes_(bytes, 3).size, 3u);
+    EXPECT_EQ(tav_bytes_(bytes, 0).data, nullptr);
+    EXPECT_EQ(tav_bytes_(nullptr, 3).size, 0u);
     EXPECT_EQ(bytes, tav_slice_(bytes, 0).data);
-    EXPECT_EQ(3u, tav_slice_(nullptr, 3).size);
-    EXPECT_EQ(9u, tav_optional_(9, 1).value);
-    EXPECT_EQ(1, tav_optional_(9, 1).present);
-    EXPECT_EQ(8u, tav_pair_(8, 9).first);
-    EXPECT_EQ(9u, tav_pair_(8, 9).second);
-    EXPECT_EQ(-5, tav_enum_(-5));
+    EXPECT_EQ(tav_slice_(nullptr, 3).size, 3u);
+    EXPECT_EQ(tav_optional_(9, 1).value, 9u);
+    EXPECT_EQ(tav_optional_(9, 1).present, 1);
+    EXPECT_EQ(tav_pair_(8, 9).first, 8u);
+    EXPECT_EQ(tav_pair_(8, 9).second, 9u);
+    EXPECT_EQ(tav_enum_(-5), -5);
     EXPECT_EQ(bytes, tav_string_(bytes));
     EXPECT_EQ(bytes, tav_u8string_(bytes));
     EXPECT_EQ(wide, tav_wstring_(wide));
 }
 
-TEST(TavValues, DatetimeTakesTheLowHalvesOfItsWords) {
-    EXPECT_EQ(0x0000000200000001ll, tav_datetime_(1, 2));
-    EXPECT_EQ(0x0000000200000001ll, tav_datetime_(tav_any(0xff) << 32 | 1, 2));
-    EXPECT_EQ(-1ll, tav_datetime_(0xffffffffu, 0xffffffffu));
+TEST(ContainersListValues, DatetimeTakesTheLowHalvesOfItsWords) {
+    EXPECT_EQ(tav_datetime_(1, 2), 0x0000000200000001ll);
+    EXPECT_EQ(tav_datetime_(tav_any(0xff) << 32 | 1, 2), 0x0000000200000001ll);
+    EXPECT_EQ(tav_datetime_(0xffffffffu, 0xffffffffu), -1ll);
 }

@@ -54,7 +54,7 @@ public:
     }
     ~Map() { tav_map_delete(&root); }
 
-    void insert(int key) { ASSERT_NE(nullptr, tav_map_insert(root, boxed(key), boxed(key * 10))); }
+    void insert(int key) { ASSERT_NE(tav_map_insert(root, boxed(key), boxed(key * 10)), nullptr); }
     tav_map * find(int key) const {
         int k = key;
         return tav_map_find(root, reinterpret_cast<tav_any>(&k));
@@ -104,7 +104,7 @@ void note(tav_pair * pair) {
 
 } // namespace
 
-TEST(TavMap, ValueConstructorsSetTheFields) {
+TEST(ContainersMap, ValueConstructorsSetTheFields) {
     tav_map a;
     tav_map b;
     tav_pair pair = tav_pair_(1, 2);
@@ -115,7 +115,7 @@ TEST(TavMap, ValueConstructorsSetTheFields) {
     EXPECT_EQ(&b, a.right);
     EXPECT_EQ(&tav_any_compare, a.compare);
     EXPECT_EQ(&b, tav_map_init(&b, nullptr, nullptr, nullptr, nullptr, nullptr));
-    EXPECT_EQ(nullptr, b.pair);
+    EXPECT_EQ(b.pair, nullptr);
     tav_map * const made = tav_map_new_(&pair, &a, &b, &a, nullptr);
     EXPECT_EQ(&pair, made->pair);
     EXPECT_EQ(&a, made->parent);
@@ -126,46 +126,46 @@ TEST(TavMap, ValueConstructorsSetTheFields) {
     EXPECT_TRUE(tav_map_empty(empty));
     EXPECT_EQ(&tav_any_compare, empty->compare);
     tav_map_delete(&empty);
-    EXPECT_EQ(nullptr, empty);
+    EXPECT_EQ(empty, nullptr);
 }
 
-TEST(TavMap, FirstPairGoesIntoTheNodeItself) {
+TEST(ContainersMap, FirstPairGoesIntoTheNodeItself) {
     Plain map;
     EXPECT_EQ(&map.root, tav_map_insert(&map.root, 5, 50));
-    EXPECT_EQ(5u, map.root.pair->first);
-    EXPECT_EQ(50u, map.root.pair->second);
+    EXPECT_EQ(map.root.pair->first, 5u);
+    EXPECT_EQ(map.root.pair->second, 50u);
 }
 
-TEST(TavMap, InsertOfAKeyThatIsThereChangesNothing) {
+TEST(ContainersMap, InsertOfAKeyThatIsThereChangesNothing) {
     Plain map;
     tav_map_insert(&map.root, 5, 50);
-    EXPECT_EQ(nullptr, tav_map_insert(&map.root, 5, 51));
-    EXPECT_EQ(50u, map.root.pair->second);
-    EXPECT_EQ(1u, tav_map_size(&map.root));
+    EXPECT_EQ(tav_map_insert(&map.root, 5, 51), nullptr);
+    EXPECT_EQ(map.root.pair->second, 50u);
+    EXPECT_EQ(tav_map_size(&map.root), 1u);
 }
 
-TEST(TavMap, UpdateGivesTheFormerValue) {
+TEST(ContainersMap, UpdateGivesTheFormerValue) {
     Plain map;
-    EXPECT_EQ(0u, tav_map_update(&map.root, 5, 50));
-    EXPECT_EQ(50u, tav_map_update(&map.root, 5, 51));
-    EXPECT_EQ(51u, map.root.pair->second);
-    EXPECT_EQ(0u, tav_map_update(&map.root, 6, 60));
-    EXPECT_EQ(2u, tav_map_size(&map.root));
+    EXPECT_EQ(tav_map_update(&map.root, 5, 50), 0u);
+    EXPECT_EQ(tav_map_update(&map.root, 5, 51), 50u);
+    EXPECT_EQ(map.root.pair->second, 51u);
+    EXPECT_EQ(tav_map_update(&map.root, 6, 60), 0u);
+    EXPECT_EQ(tav_map_size(&map.root), 2u);
 }
 
-TEST(TavMap, KeysInOrderMakeAChain) {
+TEST(ContainersMap, KeysInOrderMakeAChain) {
     Plain map;
     for (tav_any const key : {1u, 2u, 3u}) {
         tav_map_insert(&map.root, key, key);
     }
-    EXPECT_EQ(3u, tav_map_size(&map.root));
+    EXPECT_EQ(tav_map_size(&map.root), 3u);
     tav_map * const last = tav_map_rightest(&map.root);
-    EXPECT_EQ(3u, last->pair->first);
+    EXPECT_EQ(last->pair->first, 3u);
     EXPECT_EQ(last, map.root.right->right);
-    EXPECT_EQ(2u, tav_map_size(map.root.right));
+    EXPECT_EQ(tav_map_size(map.root.right), 2u);
 }
 
-TEST(TavMap, ParentIsTheNodeThatTheCallWasGiven) {
+TEST(ContainersMap, ParentIsTheNodeThatTheCallWasGiven) {
     Plain map;
     tav_map_insert(&map.root, 1, 0);
     tav_map * const two = tav_map_insert(&map.root, 2, 0);
@@ -180,45 +180,45 @@ TEST(TavMap, ParentIsTheNodeThatTheCallWasGiven) {
     EXPECT_EQ(&tav_any_compare, four->compare);
 }
 
-TEST(TavMap, FindsAndGivesTheNearest) {
+TEST(ContainersMap, FindsAndGivesTheNearest) {
     Plain map;
-    EXPECT_EQ(nullptr, tav_map_find(&map.root, 1));
-    EXPECT_EQ(nullptr, tav_map_nearest(&map.root, 1));
+    EXPECT_EQ(tav_map_find(&map.root, 1), nullptr);
+    EXPECT_EQ(tav_map_nearest(&map.root, 1), nullptr);
     for (tav_any const key : {50u, 30u, 70u, 60u}) {
         tav_map_insert(&map.root, key, key);
     }
-    EXPECT_EQ(60u, tav_map_find(&map.root, 60)->pair->first);
-    EXPECT_EQ(nullptr, tav_map_find(&map.root, 61));
-    EXPECT_EQ(nullptr, tav_map_find(map.root.right, 30));
-    EXPECT_EQ(60u, tav_map_nearest(&map.root, 61)->pair->first);
-    EXPECT_EQ(60u, tav_map_nearest(&map.root, 60)->pair->first);
-    EXPECT_EQ(30u, tav_map_nearest(&map.root, 1)->pair->first);
-    EXPECT_EQ(70u, tav_map_nearest(&map.root, 99)->pair->first);
+    EXPECT_EQ(tav_map_find(&map.root, 60)->pair->first, 60u);
+    EXPECT_EQ(tav_map_find(&map.root, 61), nullptr);
+    EXPECT_EQ(tav_map_find(map.root.right, 30), nullptr);
+    EXPECT_EQ(tav_map_nearest(&map.root, 61)->pair->first, 60u);
+    EXPECT_EQ(tav_map_nearest(&map.root, 60)->pair->first, 60u);
+    EXPECT_EQ(tav_map_nearest(&map.root, 1)->pair->first, 30u);
+    EXPECT_EQ(tav_map_nearest(&map.root, 99)->pair->first, 70u);
 }
 
-TEST(TavMap, ComparesTheKeyWithTheNodes) {
+TEST(ContainersMap, ComparesTheKeyWithTheNodes) {
     Plain map;
-    EXPECT_EQ(-1, tav_map_compare(&map.root, 5));
+    EXPECT_EQ(tav_map_compare(&map.root, 5), -1);
     tav_map_insert(&map.root, 5, 0);
-    EXPECT_EQ(0, tav_map_compare(&map.root, 5));
-    EXPECT_EQ(-1, tav_map_compare(&map.root, 4));
-    EXPECT_EQ(1, tav_map_compare(&map.root, 6));
+    EXPECT_EQ(tav_map_compare(&map.root, 5), 0);
+    EXPECT_EQ(tav_map_compare(&map.root, 4), -1);
+    EXPECT_EQ(tav_map_compare(&map.root, 6), 1);
     map.root.compare = nullptr;
-    EXPECT_EQ(-1, tav_map_compare(&map.root, 6));
+    EXPECT_EQ(tav_map_compare(&map.root, 6), -1);
 }
 
-TEST(TavMap, WithoutAFunctionAllGoesLeft) {
+TEST(ContainersMap, WithoutAFunctionAllGoesLeft) {
     Plain map;
     map.root.compare = nullptr;
     for (tav_any const key : {1u, 2u, 2u}) {
-        EXPECT_NE(nullptr, tav_map_insert(&map.root, key, 0));
+        EXPECT_NE(tav_map_insert(&map.root, key, 0), nullptr);
     }
-    EXPECT_EQ(3u, tav_map_size(&map.root));
-    EXPECT_EQ(2u, map.root.left->left->pair->first);
-    EXPECT_EQ(nullptr, tav_map_find(&map.root, 1));
+    EXPECT_EQ(tav_map_size(&map.root), 3u);
+    EXPECT_EQ(map.root.left->left->pair->first, 2u);
+    EXPECT_EQ(tav_map_find(&map.root, 1), nullptr);
 }
 
-TEST(TavMap, LinksAreTold) {
+TEST(ContainersMap, LinksAreTold) {
     Plain map;
     for (tav_any const key : {2u, 1u, 3u}) {
         tav_map_insert(&map.root, key, 0);
@@ -240,20 +240,20 @@ TEST(TavMap, LinksAreTold) {
     EXPECT_EQ(left, tav_map_leftest(&map.root));
     EXPECT_EQ(right, tav_map_rightest(&map.root));
     EXPECT_EQ(left, tav_map_begin(right));
-    EXPECT_EQ(nullptr, tav_map_end());
+    EXPECT_EQ(tav_map_end(), nullptr);
 }
 
-TEST(TavMap, NextIsTheSuccessor) {
+TEST(ContainersMap, NextIsTheSuccessor) {
     Plain map;
     for (tav_any const key : {2u, 1u, 3u}) {
         tav_map_insert(&map.root, key, 0);
     }
     EXPECT_EQ(&map.root, tav_map_next(map.root.left));
     EXPECT_EQ(map.root.right, tav_map_next(&map.root));
-    EXPECT_EQ(nullptr, tav_map_next(map.root.right));
+    EXPECT_EQ(tav_map_next(map.root.right), nullptr);
 }
 
-TEST(TavMap, ForeachGoesInKeyOrderWhereParentsAreTrue) {
+TEST(ContainersMap, ForeachGoesInKeyOrderWhereParentsAreTrue) {
     Plain map;
     tav_map_insert(&map.root, 50, 0);
     tav_map * const left = tav_map_insert(&map.root, 30, 0);
@@ -267,7 +267,7 @@ TEST(TavMap, ForeachGoesInKeyOrderWhereParentsAreTrue) {
     EXPECT_EQ((std::vector<tav_any>{20, 30, 40, 50, 60, 70, 80}), walked);
 }
 
-TEST(TavMap, ForeachSkipsAncestorsThatParentsSkip) {
+TEST(ContainersMap, ForeachSkipsAncestorsThatParentsSkip) {
     Plain map;
     for (tav_any const key : {5u, 3u, 1u, 2u}) {
         tav_map_insert(&map.root, key, 0);
@@ -277,7 +277,7 @@ TEST(TavMap, ForeachSkipsAncestorsThatParentsSkip) {
     EXPECT_EQ((std::vector<tav_any>{1, 2, 5}), walked);
 }
 
-TEST(TavMap, ForeachEndsWhereAParentLiesBehind) {
+TEST(ContainersMap, ForeachEndsWhereAParentLiesBehind) {
     Plain map;
     for (tav_any const key : {1u, 2u, 3u}) {
         tav_map_insert(&map.root, key, 0);
@@ -287,58 +287,58 @@ TEST(TavMap, ForeachEndsWhereAParentLiesBehind) {
     EXPECT_EQ((std::vector<tav_any>{1, 2, 3}), walked);
     Plain empty;
     tav_map_foreach(&empty.root, &note);
-    EXPECT_EQ(3u, walked.size());
+    EXPECT_EQ(walked.size(), 3u);
 }
 
-TEST(TavMap, RemoveGivesTheValueAndTheKeyIsGone) {
+TEST(ContainersMap, RemoveGivesTheValueAndTheKeyIsGone) {
     Map map({50, 30, 70});
-    EXPECT_EQ(-1, map.remove(99));
-    EXPECT_EQ(300, map.remove(30));
-    EXPECT_EQ(nullptr, map.find(30));
+    EXPECT_EQ(map.remove(99), -1);
+    EXPECT_EQ(map.remove(30), 300);
+    EXPECT_EQ(map.find(30), nullptr);
     EXPECT_EQ((Keys{50, 70}), keys(map.root));
-    EXPECT_EQ(nullptr, map.root->left);
+    EXPECT_EQ(map.root->left, nullptr);
 }
 
-TEST(TavMap, LoneRootIsEmptiedAndStays) {
+TEST(ContainersMap, LoneRootIsEmptiedAndStays) {
     Map map({5});
     tav_map * const root = map.root;
-    EXPECT_EQ(50, map.remove(5));
+    EXPECT_EQ(map.remove(5), 50);
     EXPECT_EQ(root, map.root);
     EXPECT_TRUE(tav_map_empty(map.root));
-    EXPECT_EQ(0u, tav_map_size(map.root));
+    EXPECT_EQ(tav_map_size(map.root), 0u);
     map.insert(6);
-    EXPECT_EQ(60, map.remove(6));
+    EXPECT_EQ(map.remove(6), 60);
 }
 
-TEST(TavMap, RemoveFindsItsKeyFromAnyNode) {
+TEST(ContainersMap, RemoveFindsItsKeyFromAnyNode) {
     Map map({50, 30, 70});
     int key = 70;
     tav_any const value = tav_map_remove(map.root->left, reinterpret_cast<tav_any>(&key));
-    ASSERT_NE(0u, value);
+    ASSERT_NE(value, 0u);
     std::free(reinterpret_cast<void *>(value));
     EXPECT_EQ((Keys{30, 50}), keys(map.root));
 }
 
-TEST(TavMap, RemovingARootWithChildrenLeavesOneNodeAllocatedAndNoMore) {
+TEST(ContainersMap, RemovingARootWithChildrenLeavesOneNodeAllocatedAndNoMore) {
     Map map({50, 30, 70});
     tav_map * const root = map.root;
     tav_map * const moved = root->right;
     tav_map * const left = root->left;
-    EXPECT_EQ(500, map.remove(50));
+    EXPECT_EQ(map.remove(50), 500);
     EXPECT_EQ(root, map.root);
     EXPECT_EQ((Keys{30, 70}), keys(root));
-    EXPECT_EQ(70, unboxed(root->pair->first));
+    EXPECT_EQ(unboxed(root->pair->first), 70);
     EXPECT_EQ(left, root->left);
     EXPECT_EQ(root, left->parent);
-    EXPECT_EQ(nullptr, root->parent);
+    EXPECT_EQ(root->parent, nullptr);
     std::free(moved);
 }
 
-TEST(TavMap, RemovingARootWithOneChildMovesTheChildIn) {
+TEST(ContainersMap, RemovingARootWithOneChildMovesTheChildIn) {
     for (int const other : {30, 70}) {
         Map map({50, other, other + 5, other - 5});
         tav_map * const moved = other < 50 ? map.root->left : map.root->right;
-        EXPECT_EQ(500, map.remove(50));
+        EXPECT_EQ(map.remove(50), 500);
         EXPECT_EQ((Keys{other - 5, other, other + 5}), keys(map.root));
         EXPECT_EQ(map.root, map.root->left->parent);
         EXPECT_EQ(map.root, map.root->right->parent);
@@ -346,84 +346,84 @@ TEST(TavMap, RemovingARootWithOneChildMovesTheChildIn) {
     }
 }
 
-TEST(TavMap, OneChildTakesTheNodesPlace) {
+TEST(ContainersMap, OneChildTakesTheNodesPlace) {
     Map map({50, 30, 20, 10, 70, 80, 90});
-    EXPECT_EQ(300, map.remove(30));
-    EXPECT_EQ(800, map.remove(80));
+    EXPECT_EQ(map.remove(30), 300);
+    EXPECT_EQ(map.remove(80), 800);
     EXPECT_EQ((Keys{10, 20, 50, 70, 90}), keys(map.root));
-    EXPECT_EQ(20, unboxed(map.root->left->pair->first));
+    EXPECT_EQ(unboxed(map.root->left->pair->first), 20);
     EXPECT_EQ(map.root, map.root->left->parent);
     EXPECT_EQ(map.root->right, map.root->right->right->parent);
 }
 
-TEST(TavMap, RightChildWithTwoChildrenIsReplacedByTheRightestOfItsLeft) {
+TEST(ContainersMap, RightChildWithTwoChildrenIsReplacedByTheRightestOfItsLeft) {
     Map map({50, 70, 60, 80, 55, 65, 62});
-    EXPECT_EQ(700, map.remove(70));
+    EXPECT_EQ(map.remove(70), 700);
     tav_map const * const in_place = map.root->right;
-    EXPECT_EQ(65, unboxed(in_place->pair->first));
-    EXPECT_EQ(80, unboxed(in_place->right->pair->first));
-    EXPECT_EQ(62, unboxed(in_place->left->pair->first));
-    EXPECT_EQ(60, unboxed(in_place->left->left->pair->first));
+    EXPECT_EQ(unboxed(in_place->pair->first), 65);
+    EXPECT_EQ(unboxed(in_place->right->pair->first), 80);
+    EXPECT_EQ(unboxed(in_place->left->pair->first), 62);
+    EXPECT_EQ(unboxed(in_place->left->left->pair->first), 60);
     EXPECT_EQ((Keys{50, 55, 60, 62, 65, 80}), keys(map.root));
     EXPECT_EQ(map.root, in_place->parent);
     EXPECT_EQ(in_place, in_place->right->parent);
     EXPECT_EQ(in_place->left, in_place->left->left->parent);
 }
 
-TEST(TavMap, LeftChildWithTwoChildrenIsReplacedByTheLeftestOfItsRight) {
+TEST(ContainersMap, LeftChildWithTwoChildrenIsReplacedByTheLeftestOfItsRight) {
     Map map({50, 30, 20, 40, 35, 45, 37});
-    EXPECT_EQ(300, map.remove(30));
+    EXPECT_EQ(map.remove(30), 300);
     tav_map const * const in_place = map.root->left;
-    EXPECT_EQ(35, unboxed(in_place->pair->first));
-    EXPECT_EQ(20, unboxed(in_place->left->pair->first));
-    EXPECT_EQ(37, unboxed(in_place->right->pair->first));
+    EXPECT_EQ(unboxed(in_place->pair->first), 35);
+    EXPECT_EQ(unboxed(in_place->left->pair->first), 20);
+    EXPECT_EQ(unboxed(in_place->right->pair->first), 37);
     EXPECT_EQ((Keys{20, 35, 37, 40, 45, 50}), keys(map.root));
 }
 
-TEST(TavMap, ReplacementThatIsTheChildKeepsItsOwnSide) {
+TEST(ContainersMap, ReplacementThatIsTheChildKeepsItsOwnSide) {
     Map map({50, 70, 60, 55, 80});
-    EXPECT_EQ(700, map.remove(70));
-    EXPECT_EQ(60, unboxed(map.root->right->pair->first));
+    EXPECT_EQ(map.remove(70), 700);
+    EXPECT_EQ(unboxed(map.root->right->pair->first), 60);
     EXPECT_EQ((Keys{50, 55, 60, 80}), keys(map.root));
 }
 
-TEST(TavMap, GrandchildOfTheReplacementIsLost) {
+TEST(ContainersMap, GrandchildOfTheReplacementIsLost) {
     Map map({50, 70, 60, 80, 65, 63, 62});
     tav_map * lost = map.find(62);
-    EXPECT_EQ(700, map.remove(70));
+    EXPECT_EQ(map.remove(70), 700);
     EXPECT_EQ((Keys{50, 60, 63, 65, 80}), keys(map.root));
     tav_map_delete(&lost);
 }
 
-TEST(TavMap, SplitGivesTheNodeWithItsContent) {
+TEST(ContainersMap, SplitGivesTheNodeWithItsContent) {
     Map map({50, 30, 70});
     tav_map * taken = tav_map_split(map.root->left);
-    ASSERT_NE(nullptr, taken);
-    EXPECT_EQ(30, unboxed(taken->pair->first));
-    EXPECT_EQ(300, unboxed(taken->pair->second));
-    EXPECT_EQ(nullptr, taken->parent);
+    ASSERT_NE(taken, nullptr);
+    EXPECT_EQ(unboxed(taken->pair->first), 30);
+    EXPECT_EQ(unboxed(taken->pair->second), 300);
+    EXPECT_EQ(taken->parent, nullptr);
     EXPECT_EQ((Keys{50, 70}), keys(map.root));
     tav_map_delete(&taken);
     Map lone({5});
     EXPECT_EQ(lone.root, tav_map_split(lone.root));
-    EXPECT_EQ(50, unboxed(lone.root->pair->second));
+    EXPECT_EQ(unboxed(lone.root->pair->second), 50);
     Map empty;
-    EXPECT_EQ(nullptr, tav_map_split(empty.root));
+    EXPECT_EQ(tav_map_split(empty.root), nullptr);
 }
 
-TEST(TavMap, SplitOfARootWithChildrenGivesNull) {
+TEST(ContainersMap, SplitOfARootWithChildrenGivesNull) {
     Map map({50, 70});
     tav_map * const moved = map.root->right;
-    EXPECT_EQ(nullptr, tav_map_split(map.root));
+    EXPECT_EQ(tav_map_split(map.root), nullptr);
     EXPECT_EQ((Keys{70}), keys(map.root));
     std::free(moved);
 }
 
-TEST(TavMap, EraseFreesTheValueTooAndClearsOnlyAFreedNodesPointer) {
+TEST(ContainersMap, EraseFreesTheValueTooAndClearsOnlyAFreedNodesPointer) {
     Map map({50, 30, 70});
     tav_map * node = map.root->left;
     tav_map_erase(&node);
-    EXPECT_EQ(nullptr, node);
+    EXPECT_EQ(node, nullptr);
     EXPECT_EQ((Keys{50, 70}), keys(map.root));
     tav_map * const moved = map.root->right;
     tav_map * root = map.root;
@@ -438,13 +438,13 @@ TEST(TavMap, EraseFreesTheValueTooAndClearsOnlyAFreedNodesPointer) {
     EXPECT_TRUE(tav_map_empty(map.root));
 }
 
-TEST(TavMap, EraseThroughTheTreesOwnLinkKeepsTheReplacement) {
+TEST(ContainersMap, EraseThroughTheTreesOwnLinkKeepsTheReplacement) {
     Map map({50, 30, 20});
     tav_map_erase(&map.root->left);
     EXPECT_EQ((Keys{20, 50}), keys(map.root));
 }
 
-TEST(TavMap, FiniFreesAllBelowAndItsOwnPair) {
+TEST(ContainersMap, FiniFreesAllBelowAndItsOwnPair) {
     Map map({50, 30, 70, 20, 40, 60, 80});
     tav_map_fini(map.root);
     EXPECT_TRUE(tav_map_empty(map.root));
@@ -453,7 +453,7 @@ TEST(TavMap, FiniFreesAllBelowAndItsOwnPair) {
     EXPECT_EQ((Keys{1}), keys(map.root));
 }
 
-TEST(TavMap, MillionKeysInOrderAreCountedAndFreedInBoundedStack) {
+TEST(ContainersMap, MillionKeysInOrderAreCountedAndFreedInBoundedStack) {
     tav_map * root = tav_map_new();
     tav_map * at = tav_map_insert(root, boxed(0), 0);
     for (int i = 1; i < 1000000; ++i) {
@@ -461,37 +461,37 @@ TEST(TavMap, MillionKeysInOrderAreCountedAndFreedInBoundedStack) {
         (i % 2 == 0 ? at->left : at->right) = next;
         at = next;
     }
-    EXPECT_EQ(1000000u, tav_map_size(root));
-    EXPECT_EQ(1000000u, tav_map_size(root));
+    EXPECT_EQ(tav_map_size(root), 1000000u);
+    EXPECT_EQ(tav_map_size(root), 1000000u);
     tav_map_delete(&root);
-    EXPECT_EQ(nullptr, root);
+    EXPECT_EQ(root, nullptr);
 }
 
-TEST(TavMap, NullGivesNullOrZero) {
-    EXPECT_EQ(nullptr, tav_map_(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
+TEST(ContainersMap, NullGivesNullOrZero) {
+    EXPECT_EQ(tav_map_(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), nullptr);
     EXPECT_TRUE(tav_map_empty(nullptr));
-    EXPECT_EQ(nullptr, tav_map_root(nullptr));
+    EXPECT_EQ(tav_map_root(nullptr), nullptr);
     EXPECT_FALSE(tav_map_is_root(nullptr));
     EXPECT_FALSE(tav_map_is_leaf(nullptr));
     EXPECT_FALSE(tav_map_is_branch(nullptr));
     EXPECT_FALSE(tav_map_is_left(nullptr));
     EXPECT_FALSE(tav_map_is_right(nullptr));
     EXPECT_FALSE(tav_map_single(nullptr));
-    EXPECT_EQ(nullptr, tav_map_leftest(nullptr));
-    EXPECT_EQ(nullptr, tav_map_rightest(nullptr));
-    EXPECT_EQ(nullptr, tav_map_begin(nullptr));
-    EXPECT_EQ(nullptr, tav_map_next(nullptr));
+    EXPECT_EQ(tav_map_leftest(nullptr), nullptr);
+    EXPECT_EQ(tav_map_rightest(nullptr), nullptr);
+    EXPECT_EQ(tav_map_begin(nullptr), nullptr);
+    EXPECT_EQ(tav_map_next(nullptr), nullptr);
     tav_map_foreach(nullptr, &note);
-    EXPECT_EQ(-1, tav_map_compare(nullptr, 1));
-    EXPECT_EQ(nullptr, tav_map_find(nullptr, 1));
-    EXPECT_EQ(nullptr, tav_map_nearest(nullptr, 1));
-    EXPECT_EQ(nullptr, tav_map_insert(nullptr, 1, 2));
-    EXPECT_EQ(0u, tav_map_update(nullptr, 1, 2));
-    EXPECT_EQ(0u, tav_map_remove(nullptr, 1));
+    EXPECT_EQ(tav_map_compare(nullptr, 1), -1);
+    EXPECT_EQ(tav_map_find(nullptr, 1), nullptr);
+    EXPECT_EQ(tav_map_nearest(nullptr, 1), nullptr);
+    EXPECT_EQ(tav_map_insert(nullptr, 1, 2), nullptr);
+    EXPECT_EQ(tav_map_update(nullptr, 1, 2), 0u);
+    EXPECT_EQ(tav_map_remove(nullptr, 1), 0u);
     tav_map_erase(nullptr);
-    EXPECT_EQ(0u, tav_map_size(nullptr));
+    EXPECT_EQ(tav_map_size(nullptr), 0u);
     tav_map_fini(nullptr);
     tav_map_delete(nullptr);
-    EXPECT_EQ(nullptr, tav_map_split(nullptr));
-    EXPECT_EQ(nullptr, tav_map_replace_root(nullptr, nullptr));
+    EXPECT_EQ(tav_map_split(nullptr), nullptr);
+    EXPECT_EQ(tav_map_replace_root(nullptr, nullptr), nullptr);
 }

@@ -65,7 +65,7 @@ std::string encoded(T const & v) {
 
 } // namespace
 
-TEST(ContainersThroughNbr, MapOfTextIsAListOfTwoMembers) {
+TEST(ContainersWalkThroughNbr, MapOfTextIsAListOfTwoMembers) {
     std::map<tavString, int> const v{{tavString("k"), 9}};
     EXPECT_EQ(encoded(v),
               bytes({0xFF, 0x01, 0x28, 0x04, 0xFF, 0x01, 0x28, 0x00, 0xFF, 0x01, 0x28, 0x01, 0xF1, 0x01,
@@ -73,13 +73,13 @@ TEST(ContainersThroughNbr, MapOfTextIsAListOfTwoMembers) {
     expectSame(v);
 }
 
-TEST(ContainersThroughNbr, ListOfNumbersHasATagOfZeroForEach) {
+TEST(ContainersWalkThroughNbr, ListOfNumbersHasATagOfZeroForEach) {
     EXPECT_EQ(encoded(std::list<unsigned short>{7, 300}),
               bytes({0xFF, 0x01, 0x28, 0x04, 0xFF, 0x01, 0x28, 0x00, 0x01, 0x01, 0x07,
                      0x00, 0x01, 0x02, 0x2C, 0x01, 0xFF, 0x01, 0x29, 0xFF, 0x01, 0x29}));
 }
 
-TEST(ContainersThroughNbr, VectorsOfEverySimpleType) {
+TEST(ContainersWalkThroughNbr, VectorsOfEverySimpleType) {
     expectSame(std::vector<tavTime>{tavTime(), tavTime::milliseconds(1654052969007)});
     expectSame(std::vector<tavBytes>{tavBytes(tav_istr("a\0b", 3)), tavBytes()});
     expectSame(std::vector<tavString>{tavString(""), tavString("abc")});
@@ -101,7 +101,7 @@ TEST(ContainersThroughNbr, VectorsOfEverySimpleType) {
     expectSame(std::vector<wchar_t>{L'\u20ac', L'a'});
 }
 
-TEST(ContainersThroughNbr, EverySequence) {
+TEST(ContainersWalkThroughNbr, EverySequence) {
     expectSame(std::list<int>{1, 2, 3});
     expectSame(std::deque<int>{1, 2, 3});
     expectSame(std::set<int>{3, 1, 2});
@@ -112,7 +112,7 @@ TEST(ContainersThroughNbr, EverySequence) {
     expectSame(std::vector<int>());
 }
 
-TEST(ContainersThroughNbr, WrappersAsElements) {
+TEST(ContainersWalkThroughNbr, WrappersAsElements) {
     tavEnum<Level>::add(Level::low, "low");
     tavEnum<Level>::add(Level::high, "high");
     expectSame(std::vector<tavEnum<Level>>{Level::low, Level::high});
@@ -127,14 +127,14 @@ TEST(ContainersThroughNbr, WrappersAsElements) {
     EXPECT_FALSE(read[2].has_value());
 }
 
-TEST(ContainersThroughNbr, UnregisteredEnumElementFails) {
+TEST(ContainersWalkThroughNbr, UnregisteredEnumElementFails) {
     tavEnum<Level>::add(Level::low, "low");
     tavEnum<Level>::add(Level::high, "high");
     EXPECT_THROW((Box<std::vector<tavEnum<Level>>>().decode(Box<std::vector<int>>({1, 6}).encode(false))),
                  std::invalid_argument);
 }
 
-TEST(ContainersThroughNbr, ObjectsAsElements) {
+TEST(ContainersWalkThroughNbr, ObjectsAsElements) {
     expectSame(std::vector<Box<int>>{Box<int>(1), Box<int>(2)});
     expectSame(std::list<Box<tavString>>{Box<tavString>(tavString("a"))});
     expectSame(std::deque<Box<int>>{Box<int>(1)});
@@ -147,7 +147,7 @@ TEST(ContainersThroughNbr, ObjectsAsElements) {
     EXPECT_FALSE(read[1]);
 }
 
-TEST(ContainersThroughNbr, EveryKindOfKey) {
+TEST(ContainersWalkThroughNbr, EveryKindOfKey) {
     tavEnum<Level>::add(Level::low, "low");
     tavEnum<Level>::add(Level::high, "high");
     expectSame(std::map<tavString, int>{{tavString("a"), 1}, {tavString(""), 2}});
@@ -168,13 +168,13 @@ TEST(ContainersThroughNbr, EveryKindOfKey) {
     expectSame(std::map<tavEnum<Level>, int>{{Level::low, 1}, {Level::high, 2}});
 }
 
-TEST(ContainersThroughNbr, UnorderedMaps) {
+TEST(ContainersWalkThroughNbr, UnorderedMaps) {
     expectSame(std::unordered_map<int, tavString>{{1, tavString("a")}, {-2, tavString("b")}});
     expectSame(std::unordered_map<std::string, int>{{"a", 1}, {"b", 2}});
     expectSame(std::unordered_map<tavEnum<Level>, int>{{Level::low, 1}});
 }
 
-TEST(ContainersThroughNbr, Optionals) {
+TEST(ContainersWalkThroughNbr, Optionals) {
     auto const back = [](auto const & v) {
         auto const read = roundTrip(v);
         EXPECT_TRUE(read.has_value());
@@ -192,7 +192,7 @@ TEST(ContainersThroughNbr, Optionals) {
     EXPECT_FALSE(roundTrip(tavOptional<Box<int>>()).has_value());
 }
 
-TEST(ContainersThroughNbr, NestedToAnyDepth) {
+TEST(ContainersWalkThroughNbr, NestedToAnyDepth) {
     expectSame(std::vector<std::vector<std::vector<int>>>{{{1}, {}}, {}, {{2, 3}}});
     expectSame(std::map<tavString, std::map<int, std::list<tavString>>>{
         {tavString("a"), {{1, {tavString("x")}}, {2, {}}}}, {tavString("b"), {}}});
@@ -203,14 +203,14 @@ TEST(ContainersThroughNbr, NestedToAnyDepth) {
     expectSame(std::set<std::vector<int>>{{1}, {2, 3}});
 }
 
-TEST(ContainersThroughNbr, NullMembersAreDefaultElements) {
+TEST(ContainersWalkThroughNbr, NullMembersAreDefaultElements) {
     Box<std::vector<int>> list;
     list.decode(bytes({0xFF, 0x01, 0x28, 0x04, 0xFF, 0x01, 0x28, 0x00, 0x00, 0x00, 0x01, 0x01, 0x05, 0xFF,
                        0x01, 0x29, 0xFF, 0x01, 0x29}));
     EXPECT_EQ(list.value, (std::vector<int>{0, 5}));
 }
 
-TEST(ContainersThroughNbr, RoomForElementsIsMadeOnce) {
+TEST(ContainersWalkThroughNbr, RoomForElementsIsMadeOnce) {
     std::vector<int> const v(1000, 7);
     Box<std::vector<int>> box;
     box.decode(Box<std::vector<int>>(v).encode(false));
@@ -218,7 +218,7 @@ TEST(ContainersThroughNbr, RoomForElementsIsMadeOnce) {
     EXPECT_EQ(box.value.capacity(), 1000u);
 }
 
-TEST(ContainersThroughNbr, ListsOfListsOfManySizes) {
+TEST(ContainersWalkThroughNbr, ListsOfListsOfManySizes) {
     std::vector<std::vector<int>> v;
     for (unsigned i = 0; i < 40; ++i) {
         v.emplace_back(i * i, static_cast<int>(i));
@@ -227,7 +227,7 @@ TEST(ContainersThroughNbr, ListsOfListsOfManySizes) {
     expectSame(std::vector<std::vector<std::vector<int>>>{v, {}, v});
 }
 
-TEST(ContainersThroughNbr, FailureInAListLeavesTheNextOneWhole) {
+TEST(ContainersWalkThroughNbr, FailureInAListLeavesTheNextOneWhole) {
     tavEnum<Level>::add(Level::low, "low");
     tavEnum<Level>::add(Level::high, "high");
     std::string const bad = encoded(std::vector<std::vector<int>>{{1, 2}, {1, 6}});
@@ -239,13 +239,13 @@ TEST(ContainersThroughNbr, FailureInAListLeavesTheNextOneWhole) {
     }
 }
 
-TEST(ContainersThroughNbr, SimpleValueInPlaceOfAListEmptiesIt) {
+TEST(ContainersWalkThroughNbr, SimpleValueInPlaceOfAListEmptiesIt) {
     Box<std::vector<int>> list({1, 2});
     list.decode(Box<int>(5).encode(false));
     EXPECT_TRUE(list.value.empty());
 }
 
-TEST(ContainersThroughNbr, RandomBytesNeverCrash) {
+TEST(ContainersWalkThroughNbr, RandomBytesNeverCrash) {
     std::mt19937 random(20240607);
     std::vector<std::map<tavString, std::vector<tavOptional<int>>>> const seed{
         {{tavString("abc"), {tavOptional<int>(1), tavOptional<int>()}}, {tavString("d"), {}}}, {}};

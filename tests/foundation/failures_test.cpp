@@ -21,7 +21,7 @@ std::string printed(T const & v) {
     return out.str();
 }
 
-TEST(CurrentInfo, DefaultHasAllThreeZero) {
+TEST(FailuresCurrentInfo, DefaultHasAllThreeZero) {
     tavCurrentInfo const none;
     EXPECT_EQ(none.file, nullptr);
     EXPECT_EQ(none.line, 0u);
@@ -29,7 +29,7 @@ TEST(CurrentInfo, DefaultHasAllThreeZero) {
     EXPECT_EQ(printed(none), "(:0)");
 }
 
-TEST(CurrentInfo, KeepsWhatItWasGiven) {
+TEST(FailuresCurrentInfo, KeepsWhatItWasGiven) {
     char const * const file = "/src/x.cpp";
     char const * const func = "a::b";
     tavCurrentInfo const info(file, 4000000000u, func);
@@ -39,7 +39,7 @@ TEST(CurrentInfo, KeepsWhatItWasGiven) {
     EXPECT_EQ(printed(info), "a::b(x.cpp:4000000000)");
 }
 
-TEST(CurrentInfo, DumpWritesTheShortForm) {
+TEST(FailuresCurrentInfo, DumpWritesTheShortForm) {
     tavCurrentInfo const info("d:/src/vinta_tls_client", 120, "tav::tls::impl::Client::start");
     std::ostringstream out;
     info.dump(out);
@@ -47,13 +47,13 @@ TEST(CurrentInfo, DumpWritesTheShortForm) {
     EXPECT_EQ(printed(info), out.str());
 }
 
-TEST(CurrentInfo, LineStaysDecimalOnAHexadecimalStream) {
+TEST(FailuresCurrentInfo, LineStaysDecimalOnAHexadecimalStream) {
     std::ostringstream out;
     out << std::hex << tavCurrentInfo("f", 255, "g");
     EXPECT_EQ(out.str(), "g(f:255)");
 }
 
-TEST(Exception, TextHasMarkMessageAndPlace) {
+TEST(FailuresException, TextHasMarkMessageAndPlace) {
     tav::Exception const e("c:/x/y", 7, "ns::Class::name", "bad");
     EXPECT_STREQ(e.what(), "(tav::Exception) bad\n    throw at Class::name(y:7)");
     EXPECT_EQ(e.message(), "bad");
@@ -62,18 +62,18 @@ TEST(Exception, TextHasMarkMessageAndPlace) {
     EXPECT_STREQ(e.position_info().func, "ns::Class::name");
 }
 
-TEST(Exception, NullMessageIsEmpty) {
+TEST(FailuresException, NullMessageIsEmpty) {
     tav::Exception const e("y", 7, "f", tav_istr());
     EXPECT_EQ(e.message(), "");
     EXPECT_STREQ(e.what(), "(tav::Exception) \n    throw at f(y:7)");
 }
 
-TEST(Exception, MessageOfNullViewWithACountIsEmpty) {
+TEST(FailuresException, MessageOfNullViewWithACountIsEmpty) {
     tav::Exception const e("y", 7, "f", tav_istr(static_cast<char const *>(nullptr), 5u));
     EXPECT_EQ(e.message(), "");
 }
 
-TEST(Exception, IsAStandardExceptionAndCopies) {
+TEST(FailuresException, IsAStandardExceptionAndCopies) {
     try {
         throw tav::Exception("y", 7, "a::b::c", "bad");
     } catch (std::exception const & e) {
@@ -90,26 +90,26 @@ TEST(Exception, IsAStandardExceptionAndCopies) {
     EXPECT_STREQ(copy.what(), "(tav::Exception) bad\n    throw at b::c(y:7)");
 }
 
-TEST(DecodeException, PositionStandsInTheMessage) {
+TEST(FailuresDecodeException, PositionStandsInTheMessage) {
     tav::DecodeException const e("c:/x/y", 7, "ns::Class::name", "bad", 12);
     EXPECT_EQ(e.message(), "bad(12)");
     EXPECT_EQ(e.position(), 12);
     EXPECT_STREQ(e.what(), "(tav::Exception) bad(12)\n    throw at Class::name(y:7)");
 }
 
-TEST(DecodeException, PositionZeroStillStandsInTheMessage) {
+TEST(FailuresDecodeException, PositionZeroStillStandsInTheMessage) {
     EXPECT_EQ(tav::DecodeException("y", 7, "f", "bad", 0).message(), "bad(0)");
     EXPECT_EQ(tav::DecodeException("y", 7, "f", "bad", -3).message(), "bad(-3)");
 }
 
-TEST(DecodeException, WithoutPositionTheMessageStays) {
+TEST(FailuresDecodeException, WithoutPositionTheMessageStays) {
     tav::DecodeException const e("c:/x/y", 7, "ns::Class::name", "bad");
     EXPECT_EQ(e.message(), "bad");
     EXPECT_EQ(e.position(), 0);
     EXPECT_STREQ(e.what(), "(tav::Exception) bad\n    throw at Class::name(y:7)");
 }
 
-TEST(DecodeException, IsCaughtAsItsBaseAndCopies) {
+TEST(FailuresDecodeException, IsCaughtAsItsBaseAndCopies) {
     try {
         throw tav::DecodeException("y", 7, "f", "bad", 12);
     } catch (tav::Exception const & e) {
@@ -121,7 +121,7 @@ TEST(DecodeException, IsCaughtAsItsBaseAndCopies) {
     EXPECT_STREQ(copy.what(), e.what());
 }
 
-TEST(InvalidEnumValue, KeepsMessageAndValue) {
+TEST(FailuresInvalidEnumValue, KeepsMessageAndValue) {
     tavInvalidEnumValue const fromLiteral("no such colour", -7);
     EXPECT_STREQ(fromLiteral.what(), "no such colour");
     EXPECT_EQ(fromLiteral.value(), -7);
@@ -132,54 +132,54 @@ TEST(InvalidEnumValue, KeepsMessageAndValue) {
     EXPECT_TRUE((std::is_base_of<std::exception, tavInvalidEnumValue>::value));
 }
 
-TEST(NotSupported, KeepsMessage) {
+TEST(FailuresNotSupported, KeepsMessage) {
     EXPECT_STREQ(tavNotSupported("not here").what(), "not here");
     EXPECT_STREQ(tavNotSupported(std::string("nor there")).what(), "nor there");
     EXPECT_STREQ(tavNotSupported(static_cast<char const *>(nullptr)).what(), "");
     EXPECT_TRUE((std::is_base_of<std::exception, tavNotSupported>::value));
 }
 
-TEST(EnumBase, ToStringJoinsPairsInOrderOfNumbers) {
+TEST(FailuresEnumBase, ToStringJoinsPairsInOrderOfNumbers) {
     std::string out = "what was there";
     tavEnumBase::toString_i({{3, "three"}, {-1, "none"}, {0, "zero"}}, out);
     EXPECT_EQ(out, "none=-1,zero=0,three=3");
 }
 
-TEST(EnumBase, ToStringOfOnePairHasNoComma) {
+TEST(FailuresEnumBase, ToStringOfOnePairHasNoComma) {
     std::string out;
     tavEnumBase::toString_i({{7, "seven"}}, out);
     EXPECT_EQ(out, "seven=7");
 }
 
-TEST(EnumBase, ToStringKeepsEmptyNames) {
+TEST(FailuresEnumBase, ToStringKeepsEmptyNames) {
     std::string out;
     tavEnumBase::toString_i({{1, ""}, {2, ""}}, out);
     EXPECT_EQ(out, "=1,=2");
 }
 
-TEST(EnumBase, ToStringOfEmptyMapEmptiesOut) {
+TEST(FailuresEnumBase, ToStringOfEmptyMapEmptiesOut) {
     std::string out = "what was there";
     tavEnumBase::toString_i({}, out);
     EXPECT_EQ(out, "");
 }
 
-TEST(EnumBase, FromStringDoesNothing) {
+TEST(FailuresEnumBase, FromStringDoesNothing) {
     std::map<int, std::string> names = {{1, "one"}};
     tavEnumBase::fromString_i(names, {{"two", 2}});
     EXPECT_EQ(names, (std::map<int, std::string>{{1, "one"}}));
 }
 
-TEST(EnumBase, HasAVirtualDestructor) {
+TEST(FailuresEnumBase, HasAVirtualDestructor) {
     EXPECT_TRUE(std::has_virtual_destructor<tavEnumBase>::value);
 }
 
-TEST(Version, ReleaseIsThatOfTheHeaders) {
+TEST(FailuresVersion, ReleaseIsThatOfTheHeaders) {
     std::ostringstream expected;
     expected << TAV_VERSION_MAJOR << '.' << TAV_VERSION_MINOR << '.' << TAV_VERSION_PATCH;
     EXPECT_EQ(std::string(tav::version_t::release()), expected.str());
 }
 
-TEST(Version, StampIsSecondsPointAndEightHexadecimalDigitsOrTheVersion) {
+TEST(FailuresVersion, StampIsSecondsPointAndEightHexadecimalDigitsOrTheVersion) {
     std::string const stamp = tav::version_t::str();
     std::size_t const point = stamp.find('.');
     ASSERT_NE(point, std::string::npos);
@@ -196,17 +196,17 @@ TEST(Version, StampIsSecondsPointAndEightHexadecimalDigitsOrTheVersion) {
     EXPECT_EQ(stamp, TAV_BUILD_STAMP);
 }
 
-TEST(Version, UnderscoreFormDiffersOnlyInThePoint) {
+TEST(FailuresVersion, UnderscoreFormDiffersOnlyInThePoint) {
     std::string stamp = tav::version_t::str();
     stamp[stamp.find('.')] = '_';
     EXPECT_EQ(stamp, TAV_BUILD_STAMP_UNDERSCORE);
 }
 
-TEST(Version, MarkerIsPresentUnderItsStampedName) {
+TEST(FailuresVersion, MarkerIsPresentUnderItsStampedName) {
     EXPECT_EQ(std::string(TAV_BUILD_MARKER), tav::version_t::str());
 }
 
-TEST(Config, GroupsStandSideBySideInOrder) {
+TEST(FailuresConfig, GroupsStandSideBySideInOrder) {
     std::string const text = printed(tav_config_t());
     std::string const fixed = "(OS: Linux)(Bits: 64)(Release)(Endian: Little)(CPU: x86-64)(Compiler: ";
     EXPECT_EQ(text.substr(0, fixed.size()), fixed);

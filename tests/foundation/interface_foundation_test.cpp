@@ -315,7 +315,7 @@ static_assert(exact<void (*)()>(&tavMemLeakCheck::leave), "");
 static_assert(exact<void (*)()>(&tav_init) && exact<void (*)()>(&tav_fini), "");
 static_assert(exact<void (*)(unsigned)>(&tav_sleep) && exact<bool (*)()>(&tav_kbhit), "");
 
-TEST(FoundationInterface, BytesTakeTextAndNumbersInOneChain) {
+TEST(InterfaceFoundation, BytesTakeTextAndNumbersInOneChain) {
     tavBytes bytes(0);
     bytes << "ab" << tavString("c") << std::string("d") << 'e' << Byte{0x66};
     bytes += "g";
@@ -330,14 +330,14 @@ TEST(FoundationInterface, BytesTakeTextAndNumbersInOneChain) {
     EXPECT_EQ(bytes.size(), 1u);
 }
 
-TEST(FoundationInterface, HashesTakeEveryNumberAndPointers) {
+TEST(InterfaceFoundation, HashesTakeEveryNumberAndPointers) {
     EXPECT_EQ(tavHash16(5).value(), 5);
     EXPECT_EQ(tavHash16(5LL).value(), 5);
     EXPECT_EQ(tavHash16(true).value(), 1);
     EXPECT_EQ(tavHash16("").value(), tavHash16(static_cast<void const *>("")).value());
 }
 
-TEST(FoundationInterface, FailuresAreCaughtByTheirBases) {
+TEST(InterfaceFoundation, FailuresAreCaughtByTheirBases) {
     try {
         throw tav::DecodeException("/a/b.cpp", 7, "x::y", "text", 3);
     } catch (tav::Exception const & caught) {
@@ -353,7 +353,7 @@ TEST(FoundationInterface, FailuresAreCaughtByTheirBases) {
     EXPECT_NE(std::string(tavNotSupported("text").what()).find("text"), std::string::npos);
 }
 
-TEST(FoundationInterface, TextIsBuiltOfValuesAndManipulators) {
+TEST(InterfaceFoundation, TextIsBuiltOfValuesAndManipulators) {
     tav::stringger built;
     built << 1 << "a" << tavString("b") << std::setw(3) << 2 << std::hex << 255 << std::endl;
     EXPECT_EQ(built.str(), "1ab  2ff\n");
@@ -364,7 +364,7 @@ TEST(FoundationInterface, TextIsBuiltOfValuesAndManipulators) {
     EXPECT_NE(out.str().find("b" + tav::version_t::str()), std::string::npos) << out.str();
 }
 
-TEST(FoundationInterface, TimesCountWithEveryIntegerType) {
+TEST(InterfaceFoundation, TimesCountWithEveryIntegerType) {
     tavTime const time = tavTime::milliseconds(5000);
     EXPECT_TRUE(time + 1 > time && time + 1LL == time + std::int64_t{1} && time + 1u >= time);
     EXPECT_EQ((time + 1) - time, 1);
@@ -378,7 +378,7 @@ TEST(FoundationInterface, TimesCountWithEveryIntegerType) {
     EXPECT_FALSE(check.expired(time, 1000));
 }
 
-TEST(FoundationInterface, ZonesAreMadeOfPartsAndOfAnOffset) {
+TEST(InterfaceFoundation, ZonesAreMadeOfPartsAndOfAnOffset) {
     EXPECT_EQ(tavTimeZone('+', 8, 0).offset(), tavTimeZone::east(8).offset());
     EXPECT_EQ((-tavTimeZone::east(8)).offset(), tavTimeZone::west(8).offset());
     tavTimeZone zone;
@@ -386,7 +386,7 @@ TEST(FoundationInterface, ZonesAreMadeOfPartsAndOfAnOffset) {
     EXPECT_STREQ(zone.str(), tavTimeZone(zone.offset()).str());
 }
 
-TEST(FoundationInterface, ArgumentsOfBothKindsAreTaken) {
+TEST(InterfaceFoundation, ArgumentsOfBothKindsAreTaken) {
     char program[] = "program";
     char word[] = "word";
     char * plain[] = {program, word, nullptr};
@@ -399,7 +399,7 @@ TEST(FoundationInterface, ArgumentsOfBothKindsAreTaken) {
     EXPECT_EQ(b.option("none", "fallback"), "fallback");
 }
 
-TEST(FoundationInterface, NumbersFollowTheirStart) {
+TEST(InterfaceFoundation, NumbersFollowTheirStart) {
     tavIdGenerator ids(5);
     long long const first = ids.nextSno();
     EXPECT_EQ(ids.nextSno(), first + 1);

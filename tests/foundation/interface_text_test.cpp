@@ -364,7 +364,7 @@ static_assert(exact<bool (*)(Wides)>(&tav_wstring_is_empty), "");
 static_assert(exact<int (*)(Wides, Wides)>(&tav_wstring_compare), "");
 static_assert(exact<unsigned (*)(Wides, wchar_t *, unsigned)>(&tav_wstring_to_array), "");
 
-TEST(TextInterface, ViewsAreMadeOfNullAndOfLiteralCounts) {
+TEST(InterfaceText, ViewsAreMadeOfNullAndOfLiteralCounts) {
     char const * const text = "abc";
     EXPECT_EQ(tav_istr(text, 0).data(), text);
     EXPECT_EQ(tav_istr(nullptr).data(), nullptr);
@@ -376,7 +376,7 @@ TEST(TextInterface, ViewsAreMadeOfNullAndOfLiteralCounts) {
     EXPECT_EQ(tav_istr(tav_istr(text), tav_istr(text + 1)), "a");
 }
 
-TEST(TextInterface, ViewsMoveByCountsOfEveryIntegerType) {
+TEST(InterfaceText, ViewsMoveByCountsOfEveryIntegerType) {
     tav_istr view = "abcdefghij";
     view.advance(1).advance(1u).advance(std::size_t{1}).advance(short{1});
     EXPECT_EQ(view, "efghij");
@@ -394,7 +394,7 @@ TEST(TextInterface, ViewsMoveByCountsOfEveryIntegerType) {
     EXPECT_EQ(view[0], 'e');
 }
 
-TEST(TextInterface, LiteralsCompareAsTextOnEitherSide) {
+TEST(InterfaceText, LiteralsCompareAsTextOnEitherSide) {
     std::string const other = "ab";
     tav_istr const view = other;
     tavString const string = view;
@@ -406,7 +406,7 @@ TEST(TextInterface, LiteralsCompareAsTextOnEitherSide) {
     EXPECT_TRUE(tavU8string("ab") == "ab" && tavWstring(L"ab") != L"ac");
 }
 
-TEST(TextInterface, ViewsAreConditions) {
+TEST(InterfaceText, ViewsAreConditions) {
     tav_istr const full = "a";
     EXPECT_TRUE(full ? true : false);
     EXPECT_FALSE(tav_istr() ? true : false);
@@ -414,7 +414,7 @@ TEST(TextInterface, ViewsAreConditions) {
     EXPECT_TRUE(tav_utf8("a") && full);
 }
 
-TEST(TextInterface, StringsAreBuiltOfEveryPieceOfText) {
+TEST(InterfaceText, StringsAreBuiltOfEveryPieceOfText) {
     tavString string;
     string << 'a' << "b" << tav_istr("c") << std::string("d") << tavString("e");
     string.write('f')
@@ -444,13 +444,13 @@ TEST(TextInterface, StringsAreBuiltOfEveryPieceOfText) {
     EXPECT_EQ(copy, L"abcdefg");
 }
 
-TEST(TextInterface, NumbersAreWrittenWithDefaults) {
+TEST(InterfaceText, NumbersAreWrittenWithDefaults) {
     EXPECT_EQ(tavString::from(255), "255");
     EXPECT_EQ(tavString::from(255, true), tavString::from(255, true, 0));
     EXPECT_EQ(tavString::from(7).indexOf("7"), 0);
 }
 
-TEST(TextInterface, CharactersStandForThemselves) {
+TEST(InterfaceText, CharactersStandForThemselves) {
     tavChar const none;
     tavChar const one = 'a';
     tavWchar const wide = L'b';

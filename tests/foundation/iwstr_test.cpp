@@ -217,7 +217,7 @@ TEST(TavIwstr, StreamsAsUtf8) {
     EXPECT_EQ(out.str(), "a\xC3\xA9\xE2\x82\xAC");
 }
 
-TEST(TavUtf8, IsAReadOnlyView) {
+TEST(IwstrUtf8, IsAReadOnlyView) {
     tav_utf8 const none;
     EXPECT_EQ(none.data(), nullptr);
     EXPECT_EQ(none.begin(), none.end());
@@ -245,7 +245,7 @@ TEST(TavUtf8, IsAReadOnlyView) {
     EXPECT_EQ(static_cast<std::string>(tav_utf8(text)), text);
 }
 
-TEST(TavUtf8, HollowViewNeverTouchesBytes) {
+TEST(IwstrUtf8, HollowViewNeverTouchesBytes) {
     tav_utf8 const v(nullptr, 5u);
     EXPECT_TRUE(v.empty());
     EXPECT_EQ(v.size(), 5u);
@@ -254,7 +254,7 @@ TEST(TavUtf8, HollowViewNeverTouchesBytes) {
     EXPECT_EQ(static_cast<std::string>(v), "");
 }
 
-TEST(TavOstr, ConstructorsKeepPointerAndSize) {
+TEST(IwstrOstr, ConstructorsKeepPointerAndSize) {
     char text[4] = "abc";
     unsigned char raw[2] = {1, 2};
     void * const any = raw;
@@ -272,7 +272,7 @@ TEST(TavOstr, ConstructorsKeepPointerAndSize) {
     EXPECT_EQ(tav_ostr().size(), 0u);
 }
 
-TEST(TavOstr, FreeReleasesAndKeepsTheSize) {
+TEST(IwstrOstr, FreeReleasesAndKeepsTheSize) {
     char text[4] = "abc";
     char * released = nullptr;
     int calls = 0;
@@ -288,7 +288,7 @@ TEST(TavOstr, FreeReleasesAndKeepsTheSize) {
     EXPECT_EQ(v.max_size(), 3u);
 }
 
-TEST(TavOstr, FreeCallsTheFunctionWithNullToo) {
+TEST(IwstrOstr, FreeCallsTheFunctionWithNullToo) {
     char text[2] = "a";
     std::vector<char *> seen;
     tav_ostr v(text, 1, [&](char * data) { seen.push_back(data); });
@@ -302,7 +302,7 @@ TEST(TavOstr, FreeCallsTheFunctionWithNullToo) {
     EXPECT_EQ(seen[2], nullptr);
 }
 
-TEST(TavOstr, FreeWithoutAFunctionOnlyForgets) {
+TEST(IwstrOstr, FreeWithoutAFunctionOnlyForgets) {
     char text[2] = "a";
     tav_ostr v(text, 1, nullptr);
     v.free();
@@ -311,7 +311,7 @@ TEST(TavOstr, FreeWithoutAFunctionOnlyForgets) {
     EXPECT_STREQ(text, "a");
 }
 
-TEST(TavOstr, DestructorReleasesNothing) {
+TEST(IwstrOstr, DestructorReleasesNothing) {
     char text[2] = "a";
     int calls = 0;
     {
@@ -320,7 +320,7 @@ TEST(TavOstr, DestructorReleasesNothing) {
     EXPECT_EQ(calls, 0);
 }
 
-TEST(TavOstr, CopiesAndMovesCarryAllThreeFields) {
+TEST(IwstrOstr, CopiesAndMovesCarryAllThreeFields) {
     char text[2] = "a";
     int calls = 0;
     tav_ostr first(text, 1, [&](char *) { ++calls; });

@@ -112,12 +112,12 @@ static_assert(std::is_empty<tavNullMutex>::value, "");
 
 } // namespace
 
-TEST(TavMutex, IsNotMadeWithoutMemory) {
+TEST(LocksMutex, IsNotMadeWithoutMemory) {
     tav_test::FailingAllocation const failing(1);
     EXPECT_THROW(tavMutex(), std::bad_alloc);
 }
 
-TEST(TavMutex, StaticOneIsMadeWhenThereIsMemoryAgain) {
+TEST(LocksMutex, StaticOneIsMadeWhenThereIsMemoryAgain) {
     auto const get = []() -> tavMutex const & {
         static tavMutex const the;
         return the;
@@ -130,7 +130,7 @@ TEST(TavMutex, StaticOneIsMadeWhenThereIsMemoryAgain) {
     get().unlock();
 }
 
-TEST(TavMutex, IsRecursiveAndFreeAfterAsManyUnlocks) {
+TEST(LocksMutex, IsRecursiveAndFreeAfterAsManyUnlocks) {
     tavMutex const mutex;
     int value = 0;
     mutex.lock();
@@ -142,13 +142,13 @@ TEST(TavMutex, IsRecursiveAndFreeAfterAsManyUnlocks) {
     });
     value = 1;
     std::this_thread::yield();
-    EXPECT_EQ(1, value);
+    EXPECT_EQ(value, 1);
     mutex.unlock();
     other.join();
-    EXPECT_EQ(2, value);
+    EXPECT_EQ(value, 2);
 }
 
-TEST(TavMutex, ExcludesOtherThreads) {
+TEST(LocksMutex, ExcludesOtherThreads) {
     tavMutex mutex;
     unsigned count = 0;
     std::vector<std::thread> threads;
@@ -163,10 +163,10 @@ TEST(TavMutex, ExcludesOtherThreads) {
     for (std::thread & thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(20000u, count);
+    EXPECT_EQ(count, 20000u);
 }
 
-TEST(TavNullMutex, LocksNothing) {
+TEST(LocksNullMutex, LocksNothing) {
     tavNullMutex const mutex;
     mutex.lock();
     mutex.lock();
@@ -175,7 +175,7 @@ TEST(TavNullMutex, LocksNothing) {
     SUCCEED();
 }
 
-TEST(TavMonitor, WaitOfZeroWithoutSignalIsFalseAtOnce) {
+TEST(LocksMonitor, WaitOfZeroWithoutSignalIsFalseAtOnce) {
     tavMonitor const monitor;
     Clock::time_point const start = Clock::now();
     EXPECT_FALSE(monitor.wait(0));
@@ -185,7 +185,7 @@ TEST(TavMonitor, WaitOfZeroWithoutSignalIsFalseAtOnce) {
     EXPECT_LT(millisSince(start), 5000);
 }
 
-TEST(TavMonitor, WaitOfZeroReleasesAndRegainsTheLock) {
+TEST(LocksMonitor, WaitOfZeroReleasesAndRegainsTheLock) {
     tavMonitor monitor;
     monitor.lock();
     EXPECT_FALSE(monitor.waitInLock(0));
@@ -201,21 +201,21 @@ TEST(TavMonitor, WaitOfZeroReleasesAndRegainsTheLock) {
     EXPECT_TRUE(entered);
 }
 
-TEST(TavMonitor, WaitRunsOutWithFalseAfterItsTime) {
+TEST(LocksMonitor, WaitRunsOutWithFalseAfterItsTime) {
     tavMonitor const monitor;
     Clock::time_point const start = Clock::now();
     EXPECT_FALSE(monitor.wait(30));
     EXPECT_GE(millisSince(start), 30);
 }
 
-TEST(TavMonitor, SignalBeforeTheWaitIsNotKept) {
+TEST(LocksMonitor, SignalBeforeTheWaitIsNotKept) {
     tavMonitor const monitor;
     monitor.signal();
     monitor.signalAll();
     EXPECT_FALSE(monitor.wait(5));
 }
 
-TEST(TavMonitor, WaitOfMinusOneIsWokenWithTrue) {
+TEST(LocksMonitor, WaitOfMinusOneIsWokenWithTrue) {
     Waiters waiters(1, -1);
     {
         MonitorGuard guard(waiters.monitor);
@@ -227,7 +227,7 @@ TEST(TavMonitor, WaitOfMinusOneIsWokenWithTrue) {
     EXPECT_TRUE(waiters.lastResult);
 }
 
-TEST(TavMonitor, WaitOfAnyNegativeTimeIsUnsigned) {
+TEST(LocksMonitor, WaitOfAnyNegativeTimeIsUnsigned) {
     Waiters waiters(1, static_cast<int>(0x80000000u));
     {
         MonitorGuard guard(waiters.monitor);
@@ -239,7 +239,7 @@ TEST(TavMonitor, WaitOfAnyNegativeTimeIsUnsigned) {
     EXPECT_TRUE(waiters.lastResult);
 }
 
-TEST(TavMonitor, PlainWaitIsWokenBySignal) {
+TEST(LocksMonitor, PlainWaitIsWokenBySignal) {
     tavMonitor monitor;
     std::atomic<bool> done{false};
     bool result = false;
@@ -255,7 +255,7 @@ TEST(TavMonitor, PlainWaitIsWokenBySignal) {
     EXPECT_TRUE(result);
 }
 
-TEST(TavMonitor, EachSignalWakesOneWaiter) {
+TEST(LocksMonitor, EachSignalWakesOneWaiter) {
     Waiters waiters(3);
     for (unsigned left = 3; left > 0; --left) {
         waiters.awaitWaiting(left);
@@ -268,7 +268,7 @@ TEST(TavMonitor, EachSignalWakesOneWaiter) {
     }
 }
 
-TEST(TavMonitor, SignalAllWakesAllWaiters) {
+TEST(LocksMonitor, SignalAllWakesAllWaiters) {
     Waiters waiters(3);
     {
         MonitorGuard guard(waiters.monitor);
@@ -278,7 +278,7 @@ TEST(TavMonitor, SignalAllWakesAllWaiters) {
     waiters.awaitWaiting(0);
 }
 
-TEST(TavMonitor, SignalAllInLockWakesAllWaiters) {
+TEST(LocksMonitor, SignalAllInLockWakesAllWaiters) {
     Waiters waiters(3);
     {
         MonitorGuard guard(waiters.monitor);
@@ -288,7 +288,7 @@ TEST(TavMonitor, SignalAllInLockWakesAllWaiters) {
     waiters.awaitWaiting(0);
 }
 
-TEST(TavMonitor, LockIsRecursive) {
+TEST(LocksMonitor, LockIsRecursive) {
     tavMonitor const monitor;
     monitor.lock();
     monitor.lock();
@@ -302,7 +302,7 @@ TEST(TavMonitor, LockIsRecursive) {
     }).join();
 }
 
-TEST(TavMonitor, WhoHoldsItTwiceWaitsAndHoldsItTwiceAfter) {
+TEST(LocksMonitor, WhoHoldsItTwiceWaitsAndHoldsItTwiceAfter) {
     tavMonitor const monitor;
     monitor.lock();
     monitor.lock();
@@ -320,7 +320,7 @@ TEST(TavMonitor, WhoHoldsItTwiceWaitsAndHoldsItTwiceAfter) {
     EXPECT_TRUE(entered);
 }
 
-TEST(TavMonitor, NoSignalIsLostBetweenTwoThreads) {
+TEST(LocksMonitor, NoSignalIsLostBetweenTwoThreads) {
     tavMonitor monitor;
     constexpr int rounds = 3000;
     int turn = 0;
@@ -340,7 +340,7 @@ TEST(TavMonitor, NoSignalIsLostBetweenTwoThreads) {
     EXPECT_EQ(2 * rounds, turn);
 }
 
-TEST(TavMonitor, MayBeDestroyedOnceTheStateIsSeen) {
+TEST(LocksMonitor, MayBeDestroyedOnceTheStateIsSeen) {
     for (int i = 0; i < 200; ++i) {
         bool entered = false;
         auto monitor = std::make_unique<tavMonitor>();

@@ -70,7 +70,7 @@ void expectLikeStream(std::string const & input) {
     T expected = 5;
     T read = 5;
     EXPECT_EQ(extract(input, expected), readDecimal(input, read)) << '[' << input << ']';
-    EXPECT_EQ(expected, read) << '[' << input << ']';
+    EXPECT_EQ(read, expected) << '[' << input << ']';
 }
 
 template <class T>
@@ -78,7 +78,7 @@ void expectFloatLikeStream(std::string const & input) {
     T expected = 5;
     T read = 5;
     EXPECT_EQ(extract(input, expected), readFloating(input, read)) << '[' << input << ']';
-    EXPECT_EQ(expected, read) << '[' << input << ']';
+    EXPECT_EQ(read, expected) << '[' << input << ']';
     EXPECT_EQ(std::signbit(expected), std::signbit(read)) << '[' << input << ']';
 }
 
@@ -93,12 +93,12 @@ std::string randomText(std::mt19937 & random, std::string const & letters, unsig
 } // namespace
 
 TEST(NumberText, IntegerInDecimal) {
-    EXPECT_EQ(0, integer("0"));
-    EXPECT_EQ(42, integer("42"));
-    EXPECT_EQ(-42, integer("-42"));
-    EXPECT_EQ(42, integer("+42"));
-    EXPECT_EQ(42, integer(" \t\n\v\f\r42"));
-    EXPECT_EQ(42, integer(" +42"));
+    EXPECT_EQ(integer("0"), 0);
+    EXPECT_EQ(integer("42"), 42);
+    EXPECT_EQ(integer("-42"), -42);
+    EXPECT_EQ(integer("+42"), 42);
+    EXPECT_EQ(integer(" \t\n\v\f\r42"), 42);
+    EXPECT_EQ(integer(" +42"), 42);
     EXPECT_EQ(LLONG_MAX, integer("9223372036854775807"));
     EXPECT_EQ(LLONG_MIN, integer("-9223372036854775808"));
 }
@@ -141,61 +141,61 @@ TEST(NumberText, TextThatIsNoIntegerFails) {
 }
 
 TEST(NumberText, HexadecimalBehindPrefix) {
-    EXPECT_EQ(16, integer("0x10"));
-    EXPECT_EQ(16, integer("0X10"));
-    EXPECT_EQ(0xabcdef, integer("0xabCDEF"));
-    EXPECT_EQ(0, integer("0x0"));
-    EXPECT_EQ(-1, integer("0xFFFFFFFFFFFFFFFF"));
-    EXPECT_EQ(-1, integer("0x000FFFFFFFFFFFFFFFF"));
+    EXPECT_EQ(integer("0x10"), 16);
+    EXPECT_EQ(integer("0X10"), 16);
+    EXPECT_EQ(integer("0xabCDEF"), 0xabcdef);
+    EXPECT_EQ(integer("0x0"), 0);
+    EXPECT_EQ(integer("0xFFFFFFFFFFFFFFFF"), -1);
+    EXPECT_EQ(integer("0x000FFFFFFFFFFFFFFFF"), -1);
     EXPECT_EQ(untouched, integer("0x10000000000000000"));
 }
 
 TEST(NumberText, BinaryBehindPrefix) {
-    EXPECT_EQ(5, integer("0b101"));
-    EXPECT_EQ(5, integer("0B101"));
-    EXPECT_EQ(-1, integer("0b" + std::string(64, '1')));
+    EXPECT_EQ(integer("0b101"), 5);
+    EXPECT_EQ(integer("0B101"), 5);
+    EXPECT_EQ(integer("0b" + std::string(64, '1')), -1);
     EXPECT_EQ(untouched, integer("0b1" + std::string(64, '0')));
 }
 
 TEST(NumberText, OctalComesBeforeDecimal) {
-    EXPECT_EQ(8, integer("010"));
-    EXPECT_EQ(0, integer("00"));
-    EXPECT_EQ(8, integer("0010"));
-    EXPECT_EQ(-1, integer("01777777777777777777777"));
-    EXPECT_EQ(1234567, integer("04553207"));
+    EXPECT_EQ(integer("010"), 8);
+    EXPECT_EQ(integer("00"), 0);
+    EXPECT_EQ(integer("0010"), 8);
+    EXPECT_EQ(integer("01777777777777777777777"), -1);
+    EXPECT_EQ(integer("04553207"), 1234567);
 }
 
 TEST(NumberText, OctalThatFailsIsDecimal) {
-    EXPECT_EQ(8, integer("08"));
-    EXPECT_EQ(19, integer("019"));
+    EXPECT_EQ(integer("08"), 8);
+    EXPECT_EQ(integer("019"), 19);
     // Does not fit 64 bits in octal, and reads in decimal no better.
     EXPECT_EQ(untouched, integer("02000000000000000000000"));
-    EXPECT_EQ(3000000000000000008, integer("03000000000000000008"));
+    EXPECT_EQ(integer("03000000000000000008"), 3000000000000000008);
 }
 
 TEST(NumberText, PrefixedFormIsCutToTheTarget) {
-    EXPECT_EQ(0x2345, integer<short>("0x12345"));
-    EXPECT_EQ(-1, integer<short>("0xFFFF"));
-    EXPECT_EQ(0xFFFF, integer<unsigned short>("0xFFFFF"));
-    EXPECT_EQ(-1, integer<int>("0xFFFFFFFFFFFFFFFF"));
+    EXPECT_EQ(integer<short>("0x12345"), 0x2345);
+    EXPECT_EQ(integer<short>("0xFFFF"), -1);
+    EXPECT_EQ(integer<unsigned short>("0xFFFFF"), 0xFFFF);
+    EXPECT_EQ(integer<int>("0xFFFFFFFFFFFFFFFF"), -1);
 }
 
 TEST(NumberText, DecimalMustFitTheTarget) {
-    EXPECT_EQ(32767, integer<short>("32767"));
+    EXPECT_EQ(integer<short>("32767"), 32767);
     EXPECT_EQ(untouched, integer<short>("32768"));
-    EXPECT_EQ(-32768, integer<short>("-32768"));
+    EXPECT_EQ(integer<short>("-32768"), -32768);
     EXPECT_EQ(untouched, integer<short>("-32769"));
     EXPECT_EQ(ULLONG_MAX, integer<unsigned long long>("18446744073709551615"));
-    EXPECT_EQ(static_cast<unsigned long long>(untouched),
-              integer<unsigned long long>("18446744073709551616"));
+    EXPECT_EQ(integer<unsigned long long>("18446744073709551616"),
+              static_cast<unsigned long long>(untouched));
 }
 
 TEST(NumberText, MinusWrapsAnUnsignedTarget) {
     EXPECT_EQ(ULLONG_MAX, integer<unsigned long long>("-1"));
-    EXPECT_EQ(1u, integer<unsigned short>("-65535"));
-    EXPECT_EQ(static_cast<unsigned short>(untouched), integer<unsigned short>("-65536"));
-    EXPECT_EQ(static_cast<unsigned short>(untouched), integer<unsigned short>("--1"));
-    EXPECT_EQ(static_cast<unsigned short>(untouched), integer<unsigned short>("-"));
+    EXPECT_EQ(integer<unsigned short>("-65535"), 1u);
+    EXPECT_EQ(integer<unsigned short>("-65536"), static_cast<unsigned short>(untouched));
+    EXPECT_EQ(integer<unsigned short>("--1"), static_cast<unsigned short>(untouched));
+    EXPECT_EQ(integer<unsigned short>("-"), static_cast<unsigned short>(untouched));
 }
 
 TEST(NumberText, RadixTakesDigitsAlone) {
@@ -204,9 +204,9 @@ TEST(NumberText, RadixTakesDigitsAlone) {
     EXPECT_FALSE(readRadix("-1", 16, value));
     EXPECT_FALSE(readRadix("0x1", 16, value));
     EXPECT_FALSE(readRadix("8", 8, value));
-    EXPECT_EQ(5u, value);
+    EXPECT_EQ(value, 5u);
     EXPECT_TRUE(readRadix("ff", 16, value));
-    EXPECT_EQ(255u, value);
+    EXPECT_EQ(value, 255u);
 }
 
 TEST(NumberText, PrefixedNeedsTheLeadingZero) {
@@ -214,7 +214,7 @@ TEST(NumberText, PrefixedNeedsTheLeadingZero) {
     EXPECT_FALSE(readPrefixed("", value));
     EXPECT_FALSE(readPrefixed("0", value));
     EXPECT_FALSE(readPrefixed("10", value));
-    EXPECT_EQ(5u, value);
+    EXPECT_EQ(value, 5u);
 }
 
 TEST(NumberText, DecimalIsReadAsAStreamReadsIt) {
@@ -237,13 +237,13 @@ TEST(NumberText, DecimalIsReadAsAStreamReadsIt) {
 }
 
 TEST(NumberText, FloatingNeedsAllOfTheText) {
-    EXPECT_EQ(1.5, floating("1.5"));
-    EXPECT_EQ(-1.5, floating(" -1.5"));
-    EXPECT_EQ(1.5, floating("+1.5"));
-    EXPECT_EQ(0.5, floating(".5"));
-    EXPECT_EQ(5.0, floating("5."));
-    EXPECT_EQ(1500.0, floating("1.5e3"));
-    EXPECT_EQ(10.0, floating("010"));
+    EXPECT_EQ(floating("1.5"), 1.5);
+    EXPECT_EQ(floating(" -1.5"), -1.5);
+    EXPECT_EQ(floating("+1.5"), 1.5);
+    EXPECT_EQ(floating(".5"), 0.5);
+    EXPECT_EQ(floating("5."), 5.0);
+    EXPECT_EQ(floating("1.5e3"), 1500.0);
+    EXPECT_EQ(floating("010"), 10.0);
     for (char const * bad :
          {"",     "-",   ".",   "e5",  ".e5",  "1e",       "1e+",  "1.5 ",  "1.5x", "1.5.2", "1e5e3",
           "1e5.", "+-1", "inf", "nan", "-inf", "infinity", "0x10", "0x1p3", "1,5",  "1e999", "-1e999"}) {
@@ -252,18 +252,18 @@ TEST(NumberText, FloatingNeedsAllOfTheText) {
 }
 
 TEST(NumberText, FloatingThatIsTooSmallIsZero) {
-    EXPECT_EQ(0.0, floating("1e-999"));
+    EXPECT_EQ(floating("1e-999"), 0.0);
     EXPECT_TRUE(std::signbit(floating("-1e-999")));
-    EXPECT_EQ(0.0, floating("0e999999999999999999999"));
-    EXPECT_EQ(0.0, floating("0." + std::string(500, '0') + "1"));
-    EXPECT_EQ(0.0, floating("1000e-99999999999999999999"));
+    EXPECT_EQ(floating("0e999999999999999999999"), 0.0);
+    EXPECT_EQ(floating("0." + std::string(500, '0') + "1"), 0.0);
+    EXPECT_EQ(floating("1000e-99999999999999999999"), 0.0);
     EXPECT_EQ(untouched, floating("0.001e99999999999999999999"));
     EXPECT_EQ(untouched, floating("1" + std::string(500, '0')));
     float value = 1;
     EXPECT_TRUE(readFloating("1e-60", value));
-    EXPECT_EQ(0.0f, value);
+    EXPECT_EQ(value, 0.0f);
     EXPECT_FALSE(readFloating("1e60", value));
-    EXPECT_EQ(0.0f, value);
+    EXPECT_EQ(value, 0.0f);
 }
 
 TEST(NumberText, FloatingIsReadAsAStreamReadsIt) {
@@ -283,58 +283,58 @@ TEST(NumberText, FloatingIsReadAsAStreamReadsIt) {
 }
 
 TEST(NumberText, FloatingPartStopsWhereTheNumberEnds) {
-    EXPECT_EQ(1.5, floatingPart("1.5x"));
-    EXPECT_EQ(1.5, floatingPart(" +1.5 2"));
-    EXPECT_EQ(0.0, floatingPart("0x10"));
-    EXPECT_EQ(1.5, floatingPart("1.5.2"));
+    EXPECT_EQ(floatingPart("1.5x"), 1.5);
+    EXPECT_EQ(floatingPart(" +1.5 2"), 1.5);
+    EXPECT_EQ(floatingPart("0x10"), 0.0);
+    EXPECT_EQ(floatingPart("1.5.2"), 1.5);
     EXPECT_EQ(untouched, floatingPart("1e"));
     EXPECT_EQ(untouched, floatingPart("1e+x"));
     EXPECT_EQ(untouched, floatingPart("x1"));
     EXPECT_EQ(untouched, floatingPart("1e999"));
     float value = 0;
     EXPECT_TRUE(readFloatingPart("2.5;", value));
-    EXPECT_EQ(2.5f, value);
+    EXPECT_EQ(value, 2.5f);
 }
 
 TEST(NumberText, HexCode) {
-    EXPECT_EQ(0, readHexCode(""));
-    EXPECT_EQ(0, readHexCode("0x"));
-    EXPECT_EQ(0x1F01, readHexCode("1F01"));
-    EXPECT_EQ(0x1f01, readHexCode("0x1f01"));
-    EXPECT_EQ(0xFFFF, readHexCode("ffff"));
-    EXPECT_EQ(0x2345, readHexCode("12345"));
-    EXPECT_EQ(0x41, readHexCode("0x41"));
+    EXPECT_EQ(readHexCode(""), 0);
+    EXPECT_EQ(readHexCode("0x"), 0);
+    EXPECT_EQ(readHexCode("1F01"), 0x1F01);
+    EXPECT_EQ(readHexCode("0x1f01"), 0x1f01);
+    EXPECT_EQ(readHexCode("ffff"), 0xFFFF);
+    EXPECT_EQ(readHexCode("12345"), 0x2345);
+    EXPECT_EQ(readHexCode("0x41"), 0x41);
 }
 
 TEST(NumberText, StrayDigitOfAHexCodeCountsAsMinusOne) {
-    EXPECT_EQ(0xFFFF, readHexCode("g"));
-    EXPECT_EQ(0x000F, readHexCode("1g"));
-    EXPECT_EQ(0xFFF1, readHexCode("g1"));
-    EXPECT_EQ(0xFFEF, readHexCode("zz"));
+    EXPECT_EQ(readHexCode("g"), 0xFFFF);
+    EXPECT_EQ(readHexCode("1g"), 0x000F);
+    EXPECT_EQ(readHexCode("g1"), 0xFFF1);
+    EXPECT_EQ(readHexCode("zz"), 0xFFEF);
     // Only a small x makes a prefix, and only one is stepped over.
-    EXPECT_EQ(0xFFF1, readHexCode("0X1"));
-    EXPECT_EQ(0xFFF1, readHexCode("0x0x1"));
+    EXPECT_EQ(readHexCode("0X1"), 0xFFF1);
+    EXPECT_EQ(readHexCode("0x0x1"), 0xFFF1);
 }
 
 TEST(NumberText, IntegersToDecimal) {
-    EXPECT_EQ("0", text(0));
-    EXPECT_EQ("-1", text(static_cast<short>(-1)));
-    EXPECT_EQ("-9223372036854775808", text(LLONG_MIN));
-    EXPECT_EQ("18446744073709551615", text(ULLONG_MAX));
+    EXPECT_EQ(text(0), "0");
+    EXPECT_EQ(text(static_cast<short>(-1)), "-1");
+    EXPECT_EQ(text(LLONG_MIN), "-9223372036854775808");
+    EXPECT_EQ(text(ULLONG_MAX), "18446744073709551615");
     std::string out("n=");
     tav::detail::appendNumber(out, 65535u);
-    EXPECT_EQ("n=65535", out);
+    EXPECT_EQ(out, "n=65535");
 }
 
 TEST(NumberText, FloatingToSixDigits) {
-    EXPECT_EQ("0", text(0.0));
-    EXPECT_EQ("-0", text(-0.0));
-    EXPECT_EQ("0.1", text(0.1));
-    EXPECT_EQ("3.14159", text(3.14159265358979));
-    EXPECT_EQ("123457", text(123456.7));
-    EXPECT_EQ("1.23457e+06", text(1234567.0));
-    EXPECT_EQ("1e-05", text(0.00001));
-    EXPECT_EQ("0.5", text(static_cast<double>(0.5f)));
+    EXPECT_EQ(text(0.0), "0");
+    EXPECT_EQ(text(-0.0), "-0");
+    EXPECT_EQ(text(0.1), "0.1");
+    EXPECT_EQ(text(3.14159265358979), "3.14159");
+    EXPECT_EQ(text(123456.7), "123457");
+    EXPECT_EQ(text(1234567.0), "1.23457e+06");
+    EXPECT_EQ(text(0.00001), "1e-05");
+    EXPECT_EQ(text(static_cast<double>(0.5f)), "0.5");
 }
 
 TEST(NumberText, FloatingIsWrittenAsAStreamWritesIt) {

@@ -71,30 +71,30 @@ static_assert(
 
 } // namespace
 
-TEST(TavRefCountObject, StartsAtZeroAndIsNotFreedUncounted) {
+TEST(SharedPtrRefCountObject, StartsAtZeroAndIsNotFreedUncounted) {
     int alive = 0;
     {
         Counted object(alive);
-        EXPECT_EQ(0u, object.getRefCount());
-        EXPECT_EQ(1, alive);
+        EXPECT_EQ(object.getRefCount(), 0u);
+        EXPECT_EQ(alive, 1);
     }
-    EXPECT_EQ(0, alive);
+    EXPECT_EQ(alive, 0);
 }
 
-TEST(TavRefCountObject, IsDeletedWhenTheCountFallsToZero) {
+TEST(SharedPtrRefCountObject, IsDeletedWhenTheCountFallsToZero) {
     int alive = 0;
     Counted * const object = new Counted(alive);
     object->incRefCount();
     object->incRefCount();
-    EXPECT_EQ(2u, object->getRefCount());
+    EXPECT_EQ(object->getRefCount(), 2u);
     object->decRefCount();
-    EXPECT_EQ(1u, object->getRefCount());
-    EXPECT_EQ(1, alive);
+    EXPECT_EQ(object->getRefCount(), 1u);
+    EXPECT_EQ(alive, 1);
     object->decRefCount();
-    EXPECT_EQ(0, alive);
+    EXPECT_EQ(alive, 0);
 }
 
-TEST(TavRefCountObject, IsMadeCopiedAndCountedWithoutAnAllocation) {
+TEST(SharedPtrRefCountObject, IsMadeCopiedAndCountedWithoutAnAllocation) {
     long const failed = tav_test::eachAllocationFails([] {
         int alive = 0;
         Counted object(alive, 1);
@@ -102,13 +102,13 @@ TEST(TavRefCountObject, IsMadeCopiedAndCountedWithoutAnAllocation) {
         Ptr const pointer(&object, false);
         object.incRefCount();
         Ptr const counted(&object);
-        EXPECT_EQ(2u, object.getRefCount());
-        EXPECT_EQ(0u, copy.getRefCount());
+        EXPECT_EQ(object.getRefCount(), 2u);
+        EXPECT_EQ(copy.getRefCount(), 0u);
     });
-    EXPECT_EQ(0, failed);
+    EXPECT_EQ(failed, 0);
 }
 
-TEST(TavRefCountObject, ManyThreadsMayTakeTheFirstReference) {
+TEST(SharedPtrRefCountObject, ManyThreadsMayTakeTheFirstReference) {
     for (int round = 0; round < 200; ++round) {
         int alive = 0;
         Counted object(alive);
@@ -120,31 +120,31 @@ TEST(TavRefCountObject, ManyThreadsMayTakeTheFirstReference) {
         for (std::thread & thread : threads) {
             thread.join();
         }
-        ASSERT_EQ(3u, object.getRefCount());
+        ASSERT_EQ(object.getRefCount(), 3u);
     }
 }
 
-TEST(TavRefCountObject, CopyStartsAtZero) {
+TEST(SharedPtrRefCountObject, CopyStartsAtZero) {
     int alive = 0;
     Ptr const first(new Counted(alive, 4));
     Counted const copy(*first);
-    EXPECT_EQ(0u, copy.getRefCount());
-    EXPECT_EQ(1u, first->getRefCount());
-    EXPECT_EQ(4, copy.value);
+    EXPECT_EQ(copy.getRefCount(), 0u);
+    EXPECT_EQ(first->getRefCount(), 1u);
+    EXPECT_EQ(copy.value, 4);
 }
 
-TEST(TavRefCountObject, AssignmentLeavesBothCounts) {
+TEST(SharedPtrRefCountObject, AssignmentLeavesBothCounts) {
     int alive = 0;
     Ptr const a(new Counted(alive, 1));
     Ptr const more(a);
     Ptr const b(new Counted(alive, 2));
     *b = *a;
-    EXPECT_EQ(2u, a->getRefCount());
-    EXPECT_EQ(1u, b->getRefCount());
-    EXPECT_EQ(1, b->value);
+    EXPECT_EQ(a->getRefCount(), 2u);
+    EXPECT_EQ(b->getRefCount(), 1u);
+    EXPECT_EQ(b->value, 1);
 }
 
-TEST(TavRefCountObject, SwapExchangesTheCountsOnly) {
+TEST(SharedPtrRefCountObject, SwapExchangesTheCountsOnly) {
     int alive = 0;
     Counted a(alive, 1);
     Counted b(alive, 2);
@@ -153,27 +153,27 @@ TEST(TavRefCountObject, SwapExchangesTheCountsOnly) {
     a.incRefCount();
     b.incRefCount();
     a.swap(b);
-    EXPECT_EQ(1u, a.getRefCount());
-    EXPECT_EQ(3u, b.getRefCount());
-    EXPECT_EQ(1, a.value);
-    EXPECT_EQ(2, b.value);
+    EXPECT_EQ(a.getRefCount(), 1u);
+    EXPECT_EQ(b.getRefCount(), 3u);
+    EXPECT_EQ(a.value, 1);
+    EXPECT_EQ(b.value, 2);
     a.swap(a);
-    EXPECT_EQ(1u, a.getRefCount());
+    EXPECT_EQ(a.getRefCount(), 1u);
 }
 
-TEST(TavSharedObject, SeveralPathsToTheRootHaveOneCount) {
+TEST(SharedPtrObject, SeveralPathsToTheRootHaveOneCount) {
     int alive = 0;
     {
         tavSharedPtr<Both> const both(new Both(alive));
         tavSharedPtr<Left> const left(both);
         tavSharedPtr<Right> const right(both);
         tavSharedPtr<tavRefCountObject> const root(both);
-        EXPECT_EQ(4u, both->getRefCount());
-        EXPECT_EQ(4u, root->getRefCount());
+        EXPECT_EQ(both->getRefCount(), 4u);
+        EXPECT_EQ(root->getRefCount(), 4u);
         EXPECT_TRUE(left == both);
         EXPECT_TRUE(right == root);
     }
-    EXPECT_EQ(0, alive);
+    EXPECT_EQ(alive, 0);
 }
 
 TEST(TavSharedPtr, DefaultAndNullAreEmpty) {
@@ -181,7 +181,7 @@ TEST(TavSharedPtr, DefaultAndNullAreEmpty) {
     Ptr const b(nullptr);
     Ptr const c(static_cast<Counted *>(nullptr));
     for (Ptr const * p : {&a, &b, &c}) {
-        EXPECT_EQ(nullptr, p->get());
+        EXPECT_EQ(p->get(), nullptr);
         EXPECT_FALSE(static_cast<bool>(*p));
         EXPECT_TRUE(!*p);
         EXPECT_TRUE(p->counted());
@@ -194,23 +194,23 @@ TEST(TavSharedPtr, CountsAndFreesWithTheLast) {
     {
         Ptr a(new Counted(alive, 3));
         EXPECT_TRUE(a.counted());
-        EXPECT_EQ(1u, a->getRefCount());
+        EXPECT_EQ(a->getRefCount(), 1u);
         {
             Ptr const b(a);
-            EXPECT_EQ(2u, a->getRefCount());
+            EXPECT_EQ(a->getRefCount(), 2u);
             EXPECT_EQ(a.get(), b.get());
-            EXPECT_EQ(3, (*b).value);
+            EXPECT_EQ((*b).value, 3);
             EXPECT_TRUE(static_cast<bool>(b));
             EXPECT_FALSE(!b);
         }
-        EXPECT_EQ(1u, a->getRefCount());
-        EXPECT_EQ(1, alive);
+        EXPECT_EQ(a->getRefCount(), 1u);
+        EXPECT_EQ(alive, 1);
         a.reset();
-        EXPECT_EQ(0, alive);
+        EXPECT_EQ(alive, 0);
         EXPECT_FALSE(a);
         a.reset();
     }
-    EXPECT_EQ(0, alive);
+    EXPECT_EQ(alive, 0);
 }
 
 TEST(TavSharedPtr, UncountedLeavesAStackObjectAlone) {
@@ -226,11 +226,11 @@ TEST(TavSharedPtr, UncountedLeavesAStackObjectAlone) {
         EXPECT_FALSE(b.counted());
         EXPECT_FALSE(c.counted());
         EXPECT_FALSE(base.counted());
-        EXPECT_EQ(0u, object.getRefCount());
+        EXPECT_EQ(object.getRefCount(), 0u);
         c.reset();
     }
-    EXPECT_EQ(0u, object.getRefCount());
-    EXPECT_EQ(1, alive);
+    EXPECT_EQ(object.getRefCount(), 0u);
+    EXPECT_EQ(alive, 1);
 }
 
 TEST(TavSharedPtr, TheFlagMayBeGiven) {
@@ -238,14 +238,14 @@ TEST(TavSharedPtr, TheFlagMayBeGiven) {
     {
         Ptr const counted(new Counted(alive), true);
         EXPECT_TRUE(counted.counted());
-        EXPECT_EQ(1u, counted->getRefCount());
+        EXPECT_EQ(counted->getRefCount(), 1u);
         {
             Ptr const uncounted(counted.get(), false);
-            EXPECT_EQ(1u, counted->getRefCount());
+            EXPECT_EQ(counted->getRefCount(), 1u);
         }
-        EXPECT_EQ(1, alive);
+        EXPECT_EQ(alive, 1);
     }
-    EXPECT_EQ(0, alive);
+    EXPECT_EQ(alive, 0);
 }
 
 TEST(TavSharedPtr, AssignmentCountsNewAndReleasesOld) {
@@ -253,18 +253,18 @@ TEST(TavSharedPtr, AssignmentCountsNewAndReleasesOld) {
     Ptr a(new Counted(alive, 1));
     Ptr b(new Counted(alive, 2));
     a = b;
-    EXPECT_EQ(1, alive);
-    EXPECT_EQ(2u, b->getRefCount());
-    EXPECT_EQ(2, a->value);
+    EXPECT_EQ(alive, 1);
+    EXPECT_EQ(b->getRefCount(), 2u);
+    EXPECT_EQ(a->value, 2);
     Ptr & same = a;
     a = same;
-    EXPECT_EQ(2u, b->getRefCount());
+    EXPECT_EQ(b->getRefCount(), 2u);
     a = nullptr;
     EXPECT_FALSE(a);
-    EXPECT_EQ(1u, b->getRefCount());
+    EXPECT_EQ(b->getRefCount(), 1u);
     b = new Counted(alive, 5);
-    EXPECT_EQ(1, alive);
-    EXPECT_EQ(5, b->value);
+    EXPECT_EQ(alive, 1);
+    EXPECT_EQ(b->value, 5);
 }
 
 TEST(TavSharedPtr, MoveTransfersWithoutCounting) {
@@ -273,18 +273,18 @@ TEST(TavSharedPtr, MoveTransfersWithoutCounting) {
     Counted * const object = a.get();
     Ptr b(std::move(a));
     EXPECT_EQ(object, b.get());
-    EXPECT_EQ(1u, b->getRefCount());
-    EXPECT_EQ(nullptr, a.get()); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(b->getRefCount(), 1u);
+    EXPECT_EQ(a.get(), nullptr); // NOLINT(bugprone-use-after-move)
     Ptr c(new Counted(alive));
     c = std::move(b);
     EXPECT_EQ(object, c.get());
-    EXPECT_EQ(1u, c->getRefCount());
-    EXPECT_EQ(nullptr, b.get()); // NOLINT(bugprone-use-after-move)
-    EXPECT_EQ(1, alive);
+    EXPECT_EQ(c->getRefCount(), 1u);
+    EXPECT_EQ(b.get(), nullptr); // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(alive, 1);
     Ptr & same = c;
     c = std::move(same);
     EXPECT_EQ(object, c.get());
-    EXPECT_EQ(1, alive);
+    EXPECT_EQ(alive, 1);
 }
 
 TEST(TavSharedPtr, MoveKeepsTheFlag) {
@@ -303,17 +303,17 @@ TEST(TavSharedPtr, ConvertsToABasePointee) {
     {
         tavSharedPtr<Derived> d(new Derived(alive, 8));
         Ptr base(d);
-        EXPECT_EQ(2u, base->getRefCount());
-        EXPECT_EQ(8, base->value);
+        EXPECT_EQ(base->getRefCount(), 2u);
+        EXPECT_EQ(base->value, 8);
         base = d;
-        EXPECT_EQ(2u, base->getRefCount());
+        EXPECT_EQ(base->getRefCount(), 2u);
         Ptr moved(std::move(d));
-        EXPECT_EQ(2u, base->getRefCount());
-        EXPECT_EQ(nullptr, d.get()); // NOLINT(bugprone-use-after-move)
+        EXPECT_EQ(base->getRefCount(), 2u);
+        EXPECT_EQ(d.get(), nullptr); // NOLINT(bugprone-use-after-move)
         tavSharedPtr<Counted const> const readable(moved);
-        EXPECT_EQ(3u, base->getRefCount());
+        EXPECT_EQ(base->getRefCount(), 3u);
     }
-    EXPECT_EQ(0, alive);
+    EXPECT_EQ(alive, 0);
 }
 
 TEST(TavSharedPtr, SwapExchangesBothFields) {
@@ -323,10 +323,10 @@ TEST(TavSharedPtr, SwapExchangesBothFields) {
     Ptr b(new Counted(alive, 2));
     a.swap(b);
     EXPECT_TRUE(a.counted());
-    EXPECT_EQ(2, a->value);
+    EXPECT_EQ(a->value, 2);
     EXPECT_FALSE(b.counted());
-    EXPECT_EQ(1, b->value);
-    EXPECT_EQ(1u, a->getRefCount());
+    EXPECT_EQ(b->value, 1);
+    EXPECT_EQ(a->getRefCount(), 1u);
 }
 
 TEST(TavSharedPtr, ComparesAddresses) {
@@ -351,7 +351,7 @@ TEST(TavSharedPtr, ComparesAddresses) {
     EXPECT_TRUE((a < other) != (other < a));
     EXPECT_FALSE(a < same);
     std::set<Ptr> const set{a, same, other};
-    EXPECT_EQ(2u, set.size());
+    EXPECT_EQ(set.size(), 2u);
 }
 
 TEST(TavSharedPtr, AnOwnerMayDropItselfInTheMiddleOfAReset) {
@@ -361,7 +361,7 @@ TEST(TavSharedPtr, AnOwnerMayDropItselfInTheMiddleOfAReset) {
     tavSharedPtr<Node> first(new Node);
     first->next = new Node;
     first = tavSharedPtr<Node>(first->next);
-    EXPECT_EQ(1u, first->getRefCount());
+    EXPECT_EQ(first->getRefCount(), 1u);
     first = first->next;
     EXPECT_FALSE(first);
 }
@@ -375,16 +375,16 @@ TEST(TavSharedPtr, IsSharedBetweenThreads) {
             threads.emplace_back([copy = shared] {
                 for (int k = 0; k < 3000; ++k) {
                     Ptr const again(copy);
-                    ASSERT_EQ(0, again->value);
+                    ASSERT_EQ(again->value, 0);
                 }
             });
         }
         for (std::thread & thread : threads) {
             thread.join();
         }
-        EXPECT_EQ(1u, shared->getRefCount());
+        EXPECT_EQ(shared->getRefCount(), 1u);
     }
-    EXPECT_EQ(0, alive);
+    EXPECT_EQ(alive, 0);
 }
 
 TEST(TavSharedPtr, TheLastOfManyThreadsFreesOnce) {
@@ -395,6 +395,6 @@ TEST(TavSharedPtr, TheLastOfManyThreadsFreesOnce) {
         std::thread b([copy = std::move(shared)]() mutable { copy.reset(); });
         a.join();
         b.join();
-        ASSERT_EQ(0, alive);
+        ASSERT_EQ(alive, 0);
     }
 }

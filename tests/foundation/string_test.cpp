@@ -835,18 +835,18 @@ TEST(TavWstring, ComparesAndConverts) {
     EXPECT_EQ(out, L"a");
 }
 
-TEST(TavChar, ConvertsBothWays) {
+TEST(StringChar, ConvertsBothWays) {
     tavChar const none;
     tavChar const c = 'x';
     EXPECT_EQ(static_cast<char>(none), '\0');
     EXPECT_EQ(static_cast<char>(c), 'x');
     tavWchar const wnone;
     tavWchar const w = L'\u20AC';
-    EXPECT_EQ(static_cast<wchar_t>(wnone), L'\0');
-    EXPECT_EQ(static_cast<wchar_t>(w), L'\u20AC');
+    EXPECT_EQ(L'\0', static_cast<wchar_t>(wnone));
+    EXPECT_EQ(L'\u20AC', static_cast<wchar_t>(w));
 }
 
-TEST(TextStreams, WriteBytesAsTheyAre) {
+TEST(StringTextStreams, WriteBytesAsTheyAre) {
     std::ostringstream out;
     out.width(10);
     out << tavString("a\0b", 3) << tavU8string("\xFF") << tavChar('c');
@@ -855,13 +855,13 @@ TEST(TextStreams, WriteBytesAsTheyAre) {
                                      5));
 }
 
-TEST(TextStreams, EncodeWideText) {
+TEST(StringTextStreams, EncodeWideText) {
     std::ostringstream out;
     out << tavWstring(L"\u00E9") << tavWchar(L'\u20AC') << tavWchar(static_cast<wchar_t>(0x1F600));
     EXPECT_EQ(out.str(), "\xC3\xA9\xE2\x82\xAC\xED\xA0\xBD\xED\xB8\x80");
 }
 
-TEST(TextParsing, MakesValuesOfText) {
+TEST(StringTextParsing, MakesValuesOfText) {
     std::string const text("\xC3\xA9z\0q", 5);
     tavString s("old");
     text >> s;
@@ -877,10 +877,10 @@ TEST(TextParsing, MakesValuesOfText) {
     EXPECT_EQ(static_cast<char>(c), '\xC3');
     tavWchar wc = L'o';
     text >> wc;
-    EXPECT_EQ(static_cast<wchar_t>(wc), L'\u00E9');
+    EXPECT_EQ(L'\u00E9', static_cast<wchar_t>(wc));
 }
 
-TEST(TextParsing, EmptyTextGivesZero) {
+TEST(StringTextParsing, EmptyTextGivesZero) {
     std::string const text;
     tavString s("old");
     text >> s;
@@ -893,5 +893,5 @@ TEST(TextParsing, EmptyTextGivesZero) {
     EXPECT_EQ(static_cast<char>(c), '\0');
     tavWchar wc = L'o';
     text >> wc;
-    EXPECT_EQ(static_cast<wchar_t>(wc), L'\0');
+    EXPECT_EQ(L'\0', static_cast<wchar_t>(wc));
 }

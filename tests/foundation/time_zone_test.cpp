@@ -112,29 +112,29 @@ TEST(TimeZone, IntToCharIsTheLastDigit) {
     EXPECT_EQ(tavTimeZone::intToChar(std::numeric_limits<int>::min()), '8');
 }
 
-TEST(LocalZone, EastReadsTheClockOfMidnight) {
+TEST(TimeZoneLocalZone, EastReadsTheClockOfMidnight) {
     EXPECT_EQ(localZoneAt("CST-8"), "+0800 -28800");
     EXPECT_EQ(localZoneAt("IST-5:30"), "+0530 -19800");
 }
 
-TEST(LocalZone, GreenwichReadsPlusZero) {
+TEST(TimeZoneLocalZone, GreenwichReadsPlusZero) {
     EXPECT_EQ(localZoneAt("UTC0"), "+0000 0");
 }
 
-TEST(LocalZone, WestReadsTheEveningBefore) {
+TEST(TimeZoneLocalZone, WestReadsTheEveningBefore) {
     EXPECT_EQ(localZoneAt("EST5"), "+1900 -68400");
     EXPECT_EQ(localZoneAt("NST3:30"), "+2030 -73800");
 }
 
-TEST(LocalZone, NorthernSummerTimeIsNotSeen) {
+TEST(TimeZoneLocalZone, NorthernSummerTimeIsNotSeen) {
     EXPECT_EQ(localZoneAt("CET-1CEST,M3.5.0,M10.5.0/3"), "+0100 -3600");
 }
 
-TEST(LocalZone, SouthernJanuaryReadsItsSummerTime) {
+TEST(TimeZoneLocalZone, SouthernJanuaryReadsItsSummerTime) {
     EXPECT_EQ(localZoneAt("NZST-12NZDT,M9.5.0,M4.1.0/3"), "+1300 -46800");
 }
 
-TEST(LocalZone, StaysFixedForTheProcess) {
+TEST(TimeZoneLocalZone, StaysFixedForTheProcess) {
     EXPECT_EQ(tav_test::inZone("CST-8",
                                [] {
                                    std::string const first = shown(tavLocalZone::get());
@@ -146,7 +146,7 @@ TEST(LocalZone, StaysFixedForTheProcess) {
               "+0800 -28800, +0800 -28800, +0800 -28800");
 }
 
-TEST(LocalZone, FirstUseByManyThreadsAgrees) {
+TEST(TimeZoneLocalZone, FirstUseByManyThreadsAgrees) {
     EXPECT_EQ(tav_test::inZone("CST-8",
                                [] {
                                    std::vector<std::string> zones(4);
@@ -167,12 +167,12 @@ constexpr long long example = 1654052969007;
 
 constexpr char const * summerZone = "EST5EDT,M3.2.0,M11.1.0";
 
-TEST(TavTimeInSummer, ClockFollowsSummerTimeAndTheZoneTextDoesNot) {
+TEST(TimeZoneInSummer, ClockFollowsSummerTimeAndTheZoneTextDoesNot) {
     EXPECT_EQ(tav_test::inZone(summerZone, [] { return text(tavTime::milliseconds(example).str()); }),
               "2022-05-31~23:09:29.007+1900");
 }
 
-TEST(TavTimeInSummer, TextComesBackAnHourLater) {
+TEST(TimeZoneInSummer, TextComesBackAnHourLater) {
     EXPECT_EQ(tav_test::inZone(summerZone,
                                [] {
                                    tavTime const t = tavTime::milliseconds(example);
@@ -181,7 +181,7 @@ TEST(TavTimeInSummer, TextComesBackAnHourLater) {
               "3600000");
 }
 
-TEST(TavTimeInSummer, WinterTextComesBackTheSame) {
+TEST(TimeZoneInSummer, WinterTextComesBackTheSame) {
     EXPECT_EQ(tav_test::inZone(summerZone,
                                [] {
                                    tavTime const t = tavTime::seconds(1640995200);
@@ -190,7 +190,7 @@ TEST(TavTimeInSummer, WinterTextComesBackTheSame) {
               "0");
 }
 
-TEST(TavTimeInGreenwich, TextEndsInPlusZero) {
+TEST(TimeZoneInGreenwich, TextEndsInPlusZero) {
     EXPECT_EQ(tav_test::inZone("UTC0", [] { return text(tavTime().str()); }), "1970-01-01~00:00:00.000+0000");
 }
 

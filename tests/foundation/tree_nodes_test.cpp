@@ -57,7 +57,7 @@ std::vector<Node> made(std::size_t count, unsigned seed) {
 TEST(TreeNodes, AreAlignedAsPointersAre) {
     NodeScope const scope;
     for (Node & node : made(500, 1)) {
-        EXPECT_EQ(0u, reinterpret_cast<std::uintptr_t>(node.memory) % alignof(void *)) << node.size;
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(node.memory) % alignof(void *), 0u) << node.size;
         EXPECT_TRUE(node.end());
     }
 }

@@ -284,7 +284,7 @@ TEST(UtilBytes, IntIsStoredBigEndianWithoutTouchingTheSize) {
     EXPECT_EQ(tavUtil::bytes2int(tav_istr(dst.buffer(), 4u), 0), -2);
 }
 
-TEST(IdGenerator, FirstNumberFollowsTheStart) {
+TEST(UtilIdGenerator, FirstNumberFollowsTheStart) {
     tavIdGenerator ids(10);
     EXPECT_EQ(ids.nextSno(), 11);
     EXPECT_EQ(ids.nextSno(), 12);
@@ -292,7 +292,7 @@ TEST(IdGenerator, FirstNumberFollowsTheStart) {
     EXPECT_FALSE((std::is_convertible<long long, tavIdGenerator>::value));
 }
 
-TEST(IdGenerator, GlobalNumbersStartAtOneAndAgainAfterFinalize) {
+TEST(UtilIdGenerator, GlobalNumbersStartAtOneAndAgainAfterFinalize) {
     tavIdGenerator::finalize();
     EXPECT_EQ(tavIdGenerator::globalNextSno(), 1);
     EXPECT_EQ(tavIdGenerator::globalNextSno(), 2);
@@ -302,7 +302,7 @@ TEST(IdGenerator, GlobalNumbersStartAtOneAndAgainAfterFinalize) {
     EXPECT_EQ(tavIdGenerator::globalNextSno(), 1);
 }
 
-TEST(IdGenerator, NumbersAreUniqueAcrossThreads) {
+TEST(UtilIdGenerator, NumbersAreUniqueAcrossThreads) {
     tavIdGenerator::finalize();
     tavIdGenerator ids(0);
     std::vector<std::vector<long long>> own(4);
@@ -330,7 +330,7 @@ TEST(IdGenerator, NumbersAreUniqueAcrossThreads) {
     }
 }
 
-TEST(IdGenerator, FinalizeMayMeetOtherThreads) {
+TEST(UtilIdGenerator, FinalizeMayMeetOtherThreads) {
     std::thread ending([] {
         for (int i = 0; i < 1000; ++i) {
             tavIdGenerator::finalize();
@@ -344,7 +344,7 @@ TEST(IdGenerator, FinalizeMayMeetOtherThreads) {
     EXPECT_GE(lowest, 1);
 }
 
-TEST(ModuleFunctions, InitAndFiniLeaveTheNumbersAlone) {
+TEST(UtilModuleFunctions, InitAndFiniLeaveTheNumbersAlone) {
     tavIdGenerator::finalize();
     EXPECT_EQ(tavIdGenerator::globalNextSno(), 1);
     tav_init();
@@ -355,7 +355,7 @@ TEST(ModuleFunctions, InitAndFiniLeaveTheNumbersAlone) {
     EXPECT_EQ(tavIdGenerator::globalNextSno(), 2);
 }
 
-TEST(ModuleFunctions, SleepBlocksForItsTime) {
+TEST(UtilModuleFunctions, SleepBlocksForItsTime) {
     auto const start = std::chrono::steady_clock::now();
     tav_sleep(30);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(30));
@@ -375,7 +375,7 @@ private:
     int saved_;
 };
 
-TEST(KeyHit, PipeIsNoConsole) {
+TEST(UtilKeyHit, PipeIsNoConsole) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     ASSERT_EQ(write(ends[1], "x", 1), 1);
@@ -387,7 +387,7 @@ TEST(KeyHit, PipeIsNoConsole) {
     close(ends[1]);
 }
 
-TEST(KeyHit, TerminalTellsOfAWaitingKey) {
+TEST(UtilKeyHit, TerminalTellsOfAWaitingKey) {
     int const keyboard = posix_openpt(O_RDWR | O_NOCTTY);
     ASSERT_GE(keyboard, 0);
     ASSERT_EQ(grantpt(keyboard), 0);

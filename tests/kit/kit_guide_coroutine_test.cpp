@@ -28,7 +28,7 @@ struct Said : tav::kit::message<Said, Say> {
     static constexpr unsigned short type_code = 0x3002;
 };
 
-TEST(Messages, AreSound) {
+TEST(KitGuideCoroutineMessages, AreSound) {
     EXPECT_EQ(tav::kit::check<Say>(), "");
 }
 
@@ -103,7 +103,7 @@ void pushes(tav::tls::client & client) {
 
 } // namespace
 
-TEST(KitGuide, TalksToAGateway) {
+TEST(KitGuideCoroutine, TalksToAGateway) {
     tav_test::GatewayRig gateway;
     tav::tls::client client("guide");
     ASSERT_EQ(tav_test::resultOf(client.start(gateway.option())), tav::tls::result_ok);

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,17 @@ Lines brokenBy(std::string const & path, std::string const & text) {
     return brokenRules({File{path, text}});
 }
 
+/// Lower case, without underscores.
+std::string plain(std::string const & name) {
+    std::string out;
+    for (char const c : name) {
+        if (c != '_') {
+            out += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        }
+    }
+    return out;
+}
+
 } // namespace
 
 TEST(Layout, TheTreeKeepsEveryRule) {
@@ -28,6 +41,26 @@ TEST(Layout, TheTreeKeepsEveryRule) {
     for (std::string const & line : brokenRules(files)) {
         ADD_FAILURE() << line;
     }
+}
+
+TEST(Layout, SuitesAreNamedAfterTheirFile) {
+    std::regex const suite("(^|\n)(TYPED_)?TEST(_F|_P)?\\((\\w+),");
+    unsigned files = 0;
+    for (auto const & entry : std::filesystem::recursive_directory_iterator(TAV_SOURCE_DIR "/tests")) {
+        std::string const name = entry.path().filename().string();
+        std::string const ending = "_test.cpp";
+        if (name.size() <= ending.size() || name.substr(name.size() - ending.size()) != ending) {
+            continue;
+        }
+        ++files;
+        std::string const stem = plain(name.substr(0, name.size() - ending.size()));
+        std::ifstream in(entry.path(), std::ios::binary);
+        std::string const text(std::istreambuf_iterator<char>(in), {});
+        for (std::sregex_iterator each(text.begin(), text.end(), suite), end; each != end; ++each) {
+            EXPECT_NE(plain((*each)[4]).find(stem), std::string::npos) << name << ": " << (*each)[4];
+        }
+    }
+    EXPECT_GT(files, 100u);
 }
 
 TEST(Layout, LowerFolderMayNotIncludeAHigherOne) {

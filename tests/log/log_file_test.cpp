@@ -57,7 +57,7 @@ protected:
     void SetUp() override {
         tavLogger::finalize();
         std::string pattern = testing::TempDir() + "tav_log_XXXXXX";
-        ASSERT_NE(nullptr, ::mkdtemp(&pattern[0]));
+        ASSERT_NE(::mkdtemp(&pattern[0]), nullptr);
         folder_ = pattern;
         path_ = folder_ + "/app.log";
     }
@@ -84,19 +84,19 @@ protected:
 TEST_F(LogFile, BannerIsTheFirstRecordAndHasNineLines) {
     open(123456);
     std::vector<std::string> const banner = lines(content(path_));
-    ASSERT_EQ(10u, banner.size());
-    EXPECT_EQ("", banner[0]);
+    ASSERT_EQ(banner.size(), 10u);
+    EXPECT_EQ(banner[0], "");
     EXPECT_EQ(rule, banner[1]);
-    EXPECT_EQ("app version 1.2", banner[2]);
+    EXPECT_EQ(banner[2], "app version 1.2");
     EXPECT_EQ("TAV(Tandem Application Vehicle) " + tav::version_t::str() + "(release)", banner[3]);
-    EXPECT_EQ("This software comes without any warranty.", banner[4]);
+    EXPECT_EQ(banner[4], "This software comes without any warranty.");
     EXPECT_TRUE(tav_test::hasShape(banner[5], "Compiled on: @@@ ## #### ##:##:##") ||
                 tav_test::hasShape(banner[5], "Compiled on: @@@  # #### ##:##:##"))
         << banner[5];
     EXPECT_TRUE(tav_test::hasShape(banner[6], "Log started: " + tav_test::timeShape())) << banner[6];
-    EXPECT_EQ("Log file max size: 123456", banner[7]);
+    EXPECT_EQ(banner[7], "Log file max size: 123456");
     EXPECT_EQ(rule, banner[8]);
-    EXPECT_EQ("", banner[9]);
+    EXPECT_EQ(banner[9], "");
 }
 
 TEST_F(LogFile, BannerIsARecordAtInfoWithoutALineFormat) {
@@ -104,8 +104,8 @@ TEST_F(LogFile, BannerIsARecordAtInfoWithoutALineFormat) {
     got.clear();
     tavLogger::setCallback([](int level, char const * text) { got.emplace_back(level, text); });
     open(1000000);
-    ASSERT_EQ(1u, got.size());
-    EXPECT_EQ(tavLogger::INFO, got[0].first);
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_EQ(got[0].first, tavLogger::INFO);
     EXPECT_EQ(content(path_), got[0].second);
 }
 
@@ -115,11 +115,11 @@ TEST_F(LogFile, BannerIsPostedAheadOfTheNewCallback) {
     former = fresh = 0;
     tavLogger::setCallback([](int, char const *) { ++former; });
     open(1000000, [](int, char const *) { ++fresh; });
-    EXPECT_EQ(1, former);
-    EXPECT_EQ(0, fresh);
+    EXPECT_EQ(former, 1);
+    EXPECT_EQ(fresh, 0);
     write("x\n");
-    EXPECT_EQ(1, former);
-    EXPECT_EQ(1, fresh);
+    EXPECT_EQ(former, 1);
+    EXPECT_EQ(fresh, 1);
 }
 
 TEST_F(LogFile, RecordsAreAppendedAsTheyAre) {
@@ -133,9 +133,9 @@ TEST_F(LogFile, RecordsAreAppendedAsTheyAre) {
     std::string const got = content(path_).substr(before.size());
     EXPECT_EQ(banner, before.substr(0, banner.size()));
     EXPECT_EQ(3 * size + 4 + 3 + 6, got.size());
-    EXPECT_EQ(" one\n", got.substr(size - 1, 5));
-    EXPECT_EQ(" two", got.substr(2 * size + 4 - 1, 4));
-    EXPECT_EQ(" three\n", got.substr(got.size() - 7));
+    EXPECT_EQ(got.substr(size - 1, 5), " one\n");
+    EXPECT_EQ(got.substr(2 * size + 4 - 1, 4), " two");
+    EXPECT_EQ(got.substr(got.size() - 7), " three\n");
 }
 
 TEST_F(LogFile, TextWithNulIsWrittenWhole) {
@@ -143,19 +143,19 @@ TEST_F(LogFile, TextWithNulIsWrittenWhole) {
     std::string const before = content(path_);
     write(std::string("a\0b\n", 4));
     std::string const got = content(path_).substr(before.size());
-    EXPECT_EQ(std::string(" a\0b\n", 5), got.substr(got.size() - 5));
+    EXPECT_EQ(got.substr(got.size() - 5), std::string(" a\0b\n", 5));
 }
 
 TEST_F(LogFile, RecordThatJustFillsTheFileDoesNotMoveIt) {
     std::size_t const size = frame();
     open(20000);
     write(std::string(20000 - content(path_).size() - size, 'x'));
-    EXPECT_EQ(20000u, content(path_).size());
+    EXPECT_EQ(content(path_).size(), 20000u);
     EXPECT_FALSE(fs::exists(path_ + ".bak"));
     testing::internal::CaptureStdout();
     write("");
     testing::internal::GetCapturedStdout();
-    EXPECT_EQ(20000u, content(path_ + ".bak").size());
+    EXPECT_EQ(content(path_ + ".bak").size(), 20000u);
 }
 
 TEST_F(LogFile, RecordOneByteTooLongMovesTheFile) {
@@ -189,11 +189,11 @@ TEST_F(LogFile, LimitOfZeroMovesTheFileForEveryRecord) {
     testing::internal::CaptureStdout();
     open(0);
     std::string const first = content(path_);
-    ASSERT_EQ(1u, first.size() % 2);
+    ASSERT_EQ(first.size() % 2, 1u);
     std::string const banner = first.substr(0, first.size() / 2);
     EXPECT_EQ(banner + "\n" + banner, first);
     EXPECT_TRUE(fs::exists(path_ + ".bak"));
-    EXPECT_EQ("", content(path_ + ".bak"));
+    EXPECT_EQ(content(path_ + ".bak"), "");
     write("one\n");
     EXPECT_EQ(first, content(path_ + ".bak"));
     std::string const second = content(path_);
@@ -218,8 +218,8 @@ TEST_F(LogFile, MoveIsReportedOnTheDebugger) {
     std::string const out = testing::internal::GetCapturedStdout();
     std::string const expected = " --- logfile " + path_ + " moved to " + path_ + ".bak\n";
     ASSERT_LT(expected.size(), out.size());
-    EXPECT_EQ(expected, out.substr(out.size() - expected.size()));
-    EXPECT_EQ(1, std::count(out.begin(), out.end(), '\n'));
+    EXPECT_EQ(out.substr(out.size() - expected.size()), expected);
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1);
 }
 
 TEST_F(LogFile, FileThatCannotBeSetAsideGoesOn) {
@@ -231,12 +231,12 @@ TEST_F(LogFile, FileThatCannotBeSetAsideGoesOn) {
     open(10);
     std::string const middle = content(path_);
     write("still here\n");
-    EXPECT_EQ("", testing::internal::GetCapturedStdout());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     std::string const got = content(path_);
     EXPECT_EQ(before, middle.substr(0, before.size()));
     EXPECT_EQ(middle, got.substr(0, middle.size()));
-    EXPECT_EQ(" still here\n", got.substr(got.size() - 12));
-    EXPECT_EQ(1u, lines(got.substr(middle.size())).size() - 1);
+    EXPECT_EQ(got.substr(got.size() - 12), " still here\n");
+    EXPECT_EQ(lines(got.substr(middle.size())).size() - 1, 1u);
 }
 
 TEST_F(LogFile, NoPathMeansNoFile) {
@@ -244,7 +244,7 @@ TEST_F(LogFile, NoPathMeansNoFile) {
     calls = 0;
     open("", 0, [](int, char const *) { ++calls; });
     write("x\n");
-    EXPECT_EQ(1, calls);
+    EXPECT_EQ(calls, 1);
     EXPECT_TRUE(fs::is_empty(folder_));
 }
 
@@ -258,14 +258,14 @@ TEST_F(LogFile, FileThatCannotBeOpenedDropsItsRecordsAndIsToldOnce) {
     open(folder_, 1000, [](int, char const *) { ++calls; });
     write("x\n");
     std::vector<std::string> const told = lines(testing::internal::GetCapturedStdout());
-    ASSERT_EQ(3u, told.size());
+    ASSERT_EQ(told.size(), 3u);
     EXPECT_EQ(" --- logfile " + folder_ + "/none/app.log can't be opened: No such file or directory",
               told[0].substr(told[0].find(" --- ")));
     EXPECT_EQ(" --- logfile " + folder_ + " can't be opened: Is a directory",
               told[1].substr(told[1].find(" --- ")));
-    EXPECT_EQ("", testing::internal::GetCapturedStderr());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     // The second banner goes to the first callback.
-    EXPECT_EQ(3, calls);
+    EXPECT_EQ(calls, 3);
     EXPECT_TRUE(fs::is_empty(folder_));
 }
 
@@ -279,7 +279,7 @@ TEST_F(LogFile, FileThatIsLostAgainIsToldAgain) {
     write("two\n");
     write("three\n");
     std::string const told = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(2, std::count(told.begin(), told.end(), '\n')) << told;
+    EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 2) << told;
 }
 
 TEST_F(LogFile, BytesOfThePathReachTheFileSystemUnchanged) {
@@ -306,7 +306,7 @@ TEST_F(LogFile, FileMayBeRemovedOrMovedBetweenRecords) {
     open(1000000);
     fs::remove(path_);
     write("one\n");
-    EXPECT_EQ(1u, lines(content(path_)).size() - 1);
+    EXPECT_EQ(lines(content(path_)).size() - 1, 1u);
     fs::rename(path_, folder_ + "/other");
     write("two\n");
     EXPECT_NE(std::string::npos, content(folder_ + "/other").find("one"));
@@ -336,7 +336,7 @@ TEST_F(LogFile, TextAndBannerAreInTheFileWhenTheCallbackGetsTheRecord) {
     write("now\n");
     testing::internal::GetCapturedStdout();
     EXPECT_EQ("\n" + rule, seen.substr(0, 79));
-    EXPECT_EQ(" now\n", seen.substr(seen.size() - 5));
+    EXPECT_EQ(seen.substr(seen.size() - 5), " now\n");
 }
 
 TEST_F(LogFile, SecondOpenPutsItsBannerInTheNewFileOnce) {
@@ -348,9 +348,9 @@ TEST_F(LogFile, SecondOpenPutsItsBannerInTheNewFileOnce) {
                     tavLogger::WARN);
     tavLogger::close();
     EXPECT_EQ(former, content(path_));
-    EXPECT_EQ(10u, lines(content(path)).size());
+    EXPECT_EQ(lines(content(path)).size(), 10u);
     EXPECT_NE(std::string::npos, content(path).find("other version 3\n"));
-    EXPECT_EQ(10u, lines(content(path + "2")).size());
+    EXPECT_EQ(lines(content(path + "2")).size(), 10u);
     EXPECT_NE(std::string::npos, content(path + "2").find("third version 3\n"));
 }
 
@@ -369,7 +369,7 @@ TEST_F(LogFile, CFunctionSetupWritesTheStateAtOut) {
     std::string const before = content(path_);
     tav_log_setup("(default(WARN)net(DEBUG))");
     std::string const got = content(path_).substr(before.size());
-    EXPECT_EQ(0, calls);
+    EXPECT_EQ(calls, 0);
     std::size_t const place = got.find("[OUT]{main}[TAV]tav_log_setup(vinta_log.cpp:");
     ASSERT_NE(std::string::npos, place) << got;
     std::string const tail = ") (default(WARN)net(DEBUG)__console(1)__vip(5))\n";
@@ -379,7 +379,7 @@ TEST_F(LogFile, CFunctionSetupWritesTheStateAtOut) {
 TEST_F(LogFile, CFunctionSetupTakesNullForNoLevels) {
     tavLogger::setup("(net(DEBUG))", nullptr, false, tavLogger::OUT);
     tav_log_setup(nullptr);
-    EXPECT_EQ("(default(INFO)net(DEBUG)__console(1)__vip(5))", std::string(tav_istr(tavLogger::str())));
+    EXPECT_EQ(std::string(tav_istr(tavLogger::str())), "(default(INFO)net(DEBUG)__console(1)__vip(5))");
 }
 
 TEST_F(LogFile, CFunctionSetupWritesNothingWhereOutIsNotLoggable) {
@@ -387,13 +387,13 @@ TEST_F(LogFile, CFunctionSetupWritesNothingWhereOutIsNotLoggable) {
     std::string const before = content(path_);
     tav_log_setup("(TAV(NONE))");
     EXPECT_EQ(before, content(path_));
-    EXPECT_EQ("(default(NONE)TAV(NONE)__console(1)__vip(5))", std::string(tav_istr(tavLogger::str())));
+    EXPECT_EQ(std::string(tav_istr(tavLogger::str())), "(default(NONE)TAV(NONE)__console(1)__vip(5))");
     tav_log_setup("(TAV(OUT))");
     EXPECT_LT(before.size(), content(path_).size());
 }
 
 TEST_F(LogFile, PipeIsWrittenToAndNeverSetAside) {
-    ASSERT_EQ(0, ::mkfifo(path_.c_str(), 0600));
+    ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
     int const reader = ::open(path_.c_str(), O_RDONLY | O_NONBLOCK);
     ASSERT_LE(0, reader);
     open(0);
@@ -401,8 +401,8 @@ TEST_F(LogFile, PipeIsWrittenToAndNeverSetAside) {
     char buffer[4096];
     ssize_t const got = ::read(reader, buffer, sizeof buffer);
     ASSERT_LT(7, got);
-    EXPECT_EQ(" hello\n",
-              std::string(buffer, static_cast<std::size_t>(got)).substr(static_cast<std::size_t>(got) - 7));
+    EXPECT_EQ(std::string(buffer, static_cast<std::size_t>(got)).substr(static_cast<std::size_t>(got) - 7),
+              " hello\n");
     EXPECT_TRUE(fs::is_fifo(path_));
     EXPECT_FALSE(fs::exists(path_ + ".bak"));
     tavLogger::finalize();

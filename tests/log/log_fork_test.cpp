@@ -44,7 +44,7 @@ protected:
     void SetUp() override {
         tavLogger::finalize();
         std::string pattern = testing::TempDir() + "tav_log_XXXXXX";
-        ASSERT_NE(nullptr, ::mkdtemp(&pattern[0]));
+        ASSERT_NE(::mkdtemp(&pattern[0]), nullptr);
         folder_ = pattern;
         path_ = folder_ + "/app.log";
     }
@@ -96,8 +96,8 @@ TEST_F(LogFork, ChildWritesItsLinesItselfAndAtOnceWhileTheParentsThreadsLog) {
     tavLogger::close();
     std::string const log = content(path_);
     for (int i = 0; i < children; ++i) {
-        EXPECT_EQ(1u, countOf(log, " child warns " + std::to_string(i) + ".\n"));
-        EXPECT_EQ(1u, countOf(log, " child " + std::to_string(i) + ".\n"));
+        EXPECT_EQ(countOf(log, " child warns " + std::to_string(i) + ".\n"), 1u);
+        EXPECT_EQ(countOf(log, " child " + std::to_string(i) + ".\n"), 1u);
     }
     EXPECT_EQ(written.load(), countOf(log, " parent "));
 }
@@ -122,9 +122,9 @@ TEST_F(LogFork, ChildEndsItsLoggerWithoutTheParentsLines) {
     gate = true;
     tavLogger::close();
     std::string const log = content(path_);
-    EXPECT_EQ(1u, countOf(log, " in hand.\n"));
-    EXPECT_EQ(1u, countOf(log, " waits.\n"));
-    EXPECT_EQ(1u, countOf(log, " child.\n"));
+    EXPECT_EQ(countOf(log, " in hand.\n"), 1u);
+    EXPECT_EQ(countOf(log, " waits.\n"), 1u);
+    EXPECT_EQ(countOf(log, " child.\n"), 1u);
 }
 
 TEST_F(LogFork, ACallbackMayFork) {
@@ -142,8 +142,8 @@ TEST_F(LogFork, ACallbackMayFork) {
     write(tavLogger::INFO, "behind");
     tavLogger::close();
     EXPECT_TRUE(good);
-    EXPECT_EQ(1u, countOf(content(path_), " child.\n"));
-    EXPECT_EQ(1u, countOf(content(path_), " behind.\n"));
+    EXPECT_EQ(countOf(content(path_), " child.\n"), 1u);
+    EXPECT_EQ(countOf(content(path_), " behind.\n"), 1u);
 }
 
 TEST_F(LogFork, GrandchildLogsToo) {
@@ -158,7 +158,7 @@ TEST_F(LogFork, GrandchildLogsToo) {
     }));
     tavLogger::close();
     for (char const * line : {" parent.\n", " child.\n", " grandchild.\n"}) {
-        EXPECT_EQ(1u, countOf(content(path_), line)) << line;
+        EXPECT_EQ(countOf(content(path_), line), 1u) << line;
     }
 }
 
@@ -184,7 +184,7 @@ TEST_F(LogFork, ChildMayOpenALogOfItsOwn) {
     }
     stop = true;
     starter.join();
-    EXPECT_EQ(5u, countOf(content(own), " child.\n"));
-    EXPECT_EQ(0u, countOf(content(path_), " child.\n"));
+    EXPECT_EQ(countOf(content(own), " child.\n"), 5u);
+    EXPECT_EQ(countOf(content(path_), " child.\n"), 0u);
 }
 #endif

@@ -41,8 +41,8 @@ TEST(LogFormat, WholeLine) {
     LogCapture log;
     tavLogger::writeLog("net", tavLogger::INFO, "text\n", "/src/x/client.cpp", 120,
                         "tav::tls::Client::start");
-    ASSERT_EQ(1u, log.records().size());
-    EXPECT_EQ(tavLogger::INFO, log.records()[0].level);
+    ASSERT_EQ(log.records().size(), 1u);
+    EXPECT_EQ(log.records()[0].level, tavLogger::INFO);
     EXPECT_EQ(ids() + stamp() + "[INFO]{main}[net]Client::start(client.cpp:120) text\n", behindTime(log));
     EXPECT_TRUE(tav_test::hasShape(log.records()[0].text.substr(0, timeSize), tav_test::timeShape()));
 }
@@ -60,7 +60,7 @@ TEST(LogFormat, LineIsFormattedAtTheTimeOfTheCall) {
     std::string const before(tav_istr(tavTime::now().str()));
     tavLogger::writeLog("t", tavLogger::INFO, "x\n", "f", 1, "g");
     std::string const after(tav_istr(tavTime::now().str()));
-    ASSERT_EQ(1u, log.records().size());
+    ASSERT_EQ(log.records().size(), 1u);
     std::string const time = log.records()[0].text.substr(0, timeSize);
     EXPECT_LE(before, time);
     EXPECT_LE(time, after);
@@ -132,7 +132,7 @@ TEST(LogFormat, AForkedChildLogsItsOwnIds) {
     tavLogger::writeLog("t", tavLogger::INFO, "x\n", "f", 1, "g");
     EXPECT_EQ(ids() + stamp() + "[INFO]{main}[t]g(f:1) x\n", behindTime(log));
     pid_t const child = ::fork();
-    ASSERT_NE(-1, child);
+    ASSERT_NE(child, -1);
     if (child == 0) {
         log.clear();
         tavLogger::writeLog("t", tavLogger::INFO, "x\n", "f", 1, "g");
@@ -141,7 +141,7 @@ TEST(LogFormat, AForkedChildLogsItsOwnIds) {
     int status = -1;
     ASSERT_EQ(child, ::waitpid(child, &status, 0));
     EXPECT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(0, WEXITSTATUS(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST(LogFormat, CFunctionsWriteTextAndLineFeedUnderTheDefaultTag) {
@@ -167,7 +167,7 @@ TEST(LogFormat, CFunctionsWriteTextAndLineFeedUnderTheDefaultTag) {
         EXPECT_TRUE(log.records().empty());
         tavLogger::setLogLevel("TAV", entry.level);
         entry.write("hello", "a/b.c", 9, "ns::f");
-        EXPECT_EQ(1u, log.records().size());
+        EXPECT_EQ(log.records().size(), 1u);
         tavLogger::setLogLevel("clear", tavLogger::TRACE);
     }
 }
@@ -190,11 +190,11 @@ TEST(LogFormat, CallbackGetsTheLineAsACString) {
         false, tavLogger::WARN);
     tavLogger::writeLog("t", tavLogger::OUT, "x\n", "f", 1, "g");
     tavLogger::setCallback(nullptr);
-    EXPECT_EQ(tavLogger::OUT, gotLevel);
+    EXPECT_EQ(gotLevel, tavLogger::OUT);
     EXPECT_EQ(ids() + stamp() + "[OUT]{main}[t]g(f:1) x\n", got.substr(timeSize));
     got.clear();
     tavLogger::writeLog("t", tavLogger::OUT, "x\n", "f", 1, "g");
-    EXPECT_EQ("", got);
+    EXPECT_EQ(got, "");
 }
 
 TEST(LogFormat, CallbackThatThrowsReachesTheCallerWithoutAThread) {
@@ -219,7 +219,7 @@ TEST(LogFormat, CallbackMayChangeTheLogger) {
         false, tavLogger::WARN);
     tavLogger::writeLog("t", tavLogger::OUT, "x\n", "f", 1, "g");
     tavLogger::writeLog("t", tavLogger::OUT, "x\n", "f", 1, "g");
-    EXPECT_EQ(1, calls);
+    EXPECT_EQ(calls, 1);
     EXPECT_TRUE(tavLogger::isLoggable("t", tavLogger::TRACE));
     tavLogger::finalize();
 }

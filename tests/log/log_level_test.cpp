@@ -83,7 +83,7 @@ TEST_F(LogLevel, ValuesOfTheLevels) {
 }
 
 TEST_F(LogLevel, DefaultTagIsTav) {
-    EXPECT_EQ("TAV", std::string(tavLogger::DEFAULT_TAG()));
+    EXPECT_EQ(std::string(tavLogger::DEFAULT_TAG()), "TAV");
 }
 
 TEST_F(LogLevel, DefaultsPassInfoAndAboveUnderAnyTag) {
@@ -94,7 +94,7 @@ TEST_F(LogLevel, DefaultsPassInfoAndAboveUnderAnyTag) {
     }
     EXPECT_FALSE(tavLogger::isLoggable(tav_istr(), tavLogger::DEBUG));
     EXPECT_TRUE(tavLogger::isLoggable(tav_istr(), tavLogger::INFO));
-    EXPECT_EQ("(default(INFO)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, ThresholdItselfPasses) {
@@ -151,12 +151,12 @@ TEST_F(LogLevel, ManyTagsAreKeptApart) {
 TEST_F(LogLevel, ClearForgetsTheTagsAndSetsTheDefault) {
     tavLogger::setLogLevel("net", tavLogger::TRACE);
     tavLogger::setLogLevel("clear", tavLogger::WARN);
-    EXPECT_EQ("(default(WARN)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(WARN)__console(0)__vip(5))");
     EXPECT_FALSE(tavLogger::isLoggable("net", tavLogger::INFO));
     tavLogger::setLogLevel(tavLogger::TRACE);
     EXPECT_TRUE(tavLogger::isLoggable("net", tavLogger::TRACE));
     tavLogger::setLogLevel("net", tavLogger::ERROR);
-    EXPECT_EQ("(default(TRACE)net(ERROR)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(TRACE)net(ERROR)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, AllSetsTheTagsKnownByNowAndTheDefault) {
@@ -165,7 +165,7 @@ TEST_F(LogLevel, AllSetsTheTagsKnownByNowAndTheDefault) {
     tavLogger::setLogLevel("a", tavLogger::WARN);
     tavLogger::setLogLevel("b", tavLogger::TRACE);
     tavLogger::setLogLevel("all", tavLogger::DEBUG);
-    EXPECT_EQ("(default(DEBUG)a(DEBUG)b(DEBUG)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(DEBUG)a(DEBUG)b(DEBUG)__console(0)__vip(5))");
     EXPECT_FALSE(tavLogger::isLoggable("b", tavLogger::TRACE));
     EXPECT_TRUE(tavLogger::isLoggable("a", tavLogger::DEBUG));
     EXPECT_TRUE(tavLogger::isLoggable("c", tavLogger::DEBUG));
@@ -177,38 +177,38 @@ TEST_F(LogLevel, AllSetsTheTagsKnownByNowAndTheDefault) {
 TEST_F(LogLevel, DefaultSetsTheDefaultOnly) {
     tavLogger::setLogLevel("a", tavLogger::WARN);
     tavLogger::setLogLevel("default", tavLogger::TRACE);
-    EXPECT_EQ("(default(TRACE)a(WARN)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(TRACE)a(WARN)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, LevelTextSetsEachChildInOrder) {
     tavLogger::setLogLevel("(net(DEBUG)default(WARN)tls(OUT))");
-    EXPECT_EQ("(default(WARN)net(DEBUG)tls(OUT)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(WARN)net(DEBUG)tls(OUT)__console(0)__vip(5))");
     tavLogger::setLogLevel("levels(all(ERROR)new(TRACE))");
-    EXPECT_EQ("(default(ERROR)net(ERROR)new(TRACE)tls(ERROR)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(ERROR)net(ERROR)new(TRACE)tls(ERROR)__console(0)__vip(5))");
     tavLogger::setLogLevel("(clear(INFO)x(ALL))");
-    EXPECT_EQ("(default(INFO)x(ALL)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)x(ALL)__console(0)__vip(5))");
     tavLogger::setLogLevel("(x(ALL)clear(NONE))");
-    EXPECT_EQ("(default(NONE)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(NONE)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, LevelTextLooksAtTheChildrenOfTheFirstUnitOnly) {
     for (char const * text : {"net(DEBUG)", "clear(TRACE)net(DEBUG)", "()(net(DEBUG))", "(DEBUG)"}) {
         tavLogger::setLogLevel(text);
-        EXPECT_EQ("(default(INFO)__console(0)__vip(5))", state()) << text;
+        EXPECT_EQ(state(), "(default(INFO)__console(0)__vip(5))") << text;
     }
     tavLogger::setLogLevel("(a(b(TRACE)DEBUG))(c(ALL))");
-    EXPECT_EQ("(default(INFO)a(DEBUG)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)a(DEBUG)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, LevelTextTakesAllThatItsFormatAllows) {
     tavLogger::setLogLevel(" (*c*) levels : t ( net tls (\"DEBUG\") (*d*) x:int('WARN') )");
-    EXPECT_EQ("(default(INFO)net tls(DEBUG)x(WARN)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)net tls(DEBUG)x(WARN)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, LevelTextWithClearRemovesAllTags) {
     tavLogger::setLogLevel("(a(TRACE)b(ERROR))");
     tavLogger::setLogLevel("(clear(WARN))");
-    EXPECT_EQ("(default(WARN)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(WARN)__console(0)__vip(5))");
     EXPECT_FALSE(tavLogger::isLoggable("a", tavLogger::INFO));
     EXPECT_TRUE(tavLogger::isLoggable("b", tavLogger::WARN));
 }
@@ -227,7 +227,7 @@ TEST_F(LogLevel, LevelTextWithAnUnknownNamePassesEverything) {
         tavLogger::setLogLevel("t", tavLogger::ERROR);
         tavLogger::setLogLevel(text);
         EXPECT_TRUE(tavLogger::isLoggable("t", tavLogger::ALL)) << text;
-        EXPECT_EQ("(default(INFO)t(UNKNOWN)__console(0)__vip(5))", state()) << text;
+        EXPECT_EQ(state(), "(default(INFO)t(UNKNOWN)__console(0)__vip(5))") << text;
     }
 }
 
@@ -235,18 +235,18 @@ TEST_F(LogLevel, EmptyLevelTextChangesNothing) {
     tavLogger::setLogLevel("t", tavLogger::ERROR);
     tavLogger::setLogLevel("");
     tavLogger::setLogLevel(tav_istr());
-    EXPECT_EQ("(default(INFO)t(ERROR)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)t(ERROR)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, BadLevelTextRaisesOutOfEveryEntry) {
     tavLogger::setLogLevel("t", tavLogger::ERROR);
     std::string const before = state();
-    EXPECT_EQ("empty after pml name", failure([] { tavLogger::setLogLevel("t"); }));
-    EXPECT_EQ("invalid pml: extra )",
-              failure([] { tavLogger::setup(")", nullptr, true, tavLogger::ERROR); }));
-    EXPECT_EQ("no pml value end tag",
-              failure([] { tavLogger::open("", "n", "(t(INFO)", nullptr, "1", 1, true, tavLogger::ERROR); }));
-    EXPECT_EQ("no pml type", failure([] { tav_log_setup("t:"); }));
+    EXPECT_EQ(failure([] { tavLogger::setLogLevel("t"); }), "empty after pml name");
+    EXPECT_EQ(failure([] { tavLogger::setup(")", nullptr, true, tavLogger::ERROR); }),
+              "invalid pml: extra )");
+    EXPECT_EQ(failure([] { tavLogger::open("", "n", "(t(INFO)", nullptr, "1", 1, true, tavLogger::ERROR); }),
+              "no pml value end tag");
+    EXPECT_EQ(failure([] { tav_log_setup("t:"); }), "no pml type");
     EXPECT_EQ(before, state());
     // No lock was left behind.
     std::thread([] {
@@ -259,43 +259,43 @@ TEST_F(LogLevel, BadLevelTextRaisesOutOfEveryEntry) {
 TEST_F(LogLevel, RaisedFailureOfALevelTextIsLoggedWithoutDeadlock) {
     calls = 0;
     tavLogger::setCallback(&count);
-    EXPECT_EQ("empty after pml name",
-              failure([] { tavLogger::open("", "n", "t", nullptr, "1", 1, true, tavLogger::ERROR); }));
+    EXPECT_EQ(failure([] { tavLogger::open("", "n", "t", nullptr, "1", 1, true, tavLogger::ERROR); }),
+              "empty after pml name");
     // The banner and the failure.
-    EXPECT_EQ(2, calls);
+    EXPECT_EQ(calls, 2);
 }
 
 TEST_F(LogLevel, UnlistedLevelPrintsAnEmptyName) {
     tavLogger::setLogLevel("X", static_cast<tavLogger::LogLevel>(42));
     tavLogger::setLogLevel(static_cast<tavLogger::LogLevel>(8));
-    EXPECT_EQ("(default()X()__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default()X()__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, StrListsTagsInByteOrder) {
     tavLogger::setLogLevel("(b(INFO)a(WARN)B(OUT)ab(ALL))");
     tavLogger::setLogLevel("\xff", tavLogger::NONE);
-    EXPECT_EQ("(default(INFO)B(OUT)a(WARN)ab(ALL)b(INFO)\xff(NONE)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)B(OUT)a(WARN)ab(ALL)b(INFO)\xff(NONE)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, StrShowsConsoleAndVip) {
     tavLogger::setup("", nullptr, true, tavLogger::OUT);
-    EXPECT_EQ("(default(INFO)__console(1)__vip(100))", state());
+    EXPECT_EQ(state(), "(default(INFO)__console(1)__vip(100))");
     tavLogger::setup("", nullptr, false, tavLogger::UNKNOWN);
-    EXPECT_EQ("(default(INFO)__console(0)__vip(-1))", state());
+    EXPECT_EQ(state(), "(default(INFO)__console(0)__vip(-1))");
 }
 
 TEST_F(LogLevel, OpenSetsLevelsConsoleAndVip) {
     tavLogger::open("", "n", "(net(OUT))", nullptr, "1", 1, true, tavLogger::ERROR);
-    EXPECT_EQ("(default(INFO)net(OUT)__console(1)__vip(6))", state());
+    EXPECT_EQ(state(), "(default(INFO)net(OUT)__console(1)__vip(6))");
     tavLogger::open("", "n", "", nullptr, "1", 1, false, tavLogger::NONE);
-    EXPECT_EQ("(default(INFO)net(OUT)__console(0)__vip(255))", state());
+    EXPECT_EQ(state(), "(default(INFO)net(OUT)__console(0)__vip(255))");
 }
 
 TEST_F(LogLevel, InsertionPrintsTheState) {
     tavLogger::setLogLevel("(a(WARN))");
     std::ostringstream out;
     out << tavLogger();
-    EXPECT_EQ("(default(INFO)a(WARN)__console(0)__vip(5))", out.str());
+    EXPECT_EQ(out.str(), "(default(INFO)a(WARN)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, SetupTextOfTheStateCanBeReadBack) {
@@ -311,9 +311,9 @@ TEST_F(LogLevel, FinalizeBringsBackTheDefaults) {
     tavLogger::setup("(default(TRACE)a(WARN))", &count, true, tavLogger::OUT);
     calls = 0;
     tavLogger::finalize();
-    EXPECT_EQ("(default(INFO)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)__console(0)__vip(5))");
     tav_log_error_("x", "f", 1, "g");
-    EXPECT_EQ(0, calls);
+    EXPECT_EQ(calls, 0);
 }
 
 TEST_F(LogLevel, LookUpFollowsASetOfTheSameThreadAtOnce) {
@@ -333,7 +333,7 @@ TEST_F(LogLevel, LookUpFollowsASetOfTheSameThreadAtOnce) {
     for (std::thread & thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(0, wrong.load());
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST_F(LogLevel, ReadersSeeEachRuleAsAWhole) {
@@ -362,7 +362,7 @@ TEST_F(LogLevel, ReadersSeeEachRuleAsAWhole) {
     for (std::thread & reader : readers) {
         reader.join();
     }
-    EXPECT_EQ(0, wrong.load());
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST_F(LogLevel, ReadersAndWritersMeetWithoutHarm) {
@@ -390,7 +390,7 @@ TEST_F(LogLevel, ReadersAndWritersMeetWithoutHarm) {
     for (std::thread & reader : readers) {
         reader.join();
     }
-    EXPECT_EQ(0, wrong.load());
+    EXPECT_EQ(wrong.load(), 0);
 }
 
 namespace {
@@ -414,7 +414,7 @@ std::string const shape = "; a level text looks like (default(INFO)net(DEBUG))\n
 TEST_F(LogLevel, GoodTextTellsNothing) {
     for (char const * text : {"", "()", "(net(DEBUG))", "(default(INFO)net(UNKNOWN))", "levels(net(OUT))",
                               "(default(INFO)net(DEBUG)__console(0)__vip(5))"}) {
-        EXPECT_EQ("", told(text)) << text;
+        EXPECT_EQ(told(text), "") << text;
     }
 }
 
@@ -423,9 +423,9 @@ TEST_F(LogLevel, TextWithoutBracketsIsToldAndSetsNothing) {
     for (std::string const text : {"net(DEBUG)", "default(WARN)net(DEBUG)", "(DEBUG)"}) {
         EXPECT_EQ("log levels " + text + ": " + why, told(text));
     }
-    EXPECT_EQ("(default(INFO)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)__console(0)__vip(5))");
     EXPECT_EQ("log levels (net(WARN))x(DEBUG): " + why, told("(net(WARN))x(DEBUG)"));
-    EXPECT_EQ("(default(INFO)net(WARN)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)net(WARN)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, UnknownLevelsAreToldInOneLine) {
@@ -434,17 +434,17 @@ TEST_F(LogLevel, UnknownLevelsAreToldInOneLine) {
         "level \"\", so all of ui passes" +
             shape,
         told("(net(DEBG)ui()ok(WARN))"));
-    EXPECT_EQ("(default(INFO)net(UNKNOWN)ok(WARN)ui(UNKNOWN)__console(0)__vip(5))", state());
+    EXPECT_EQ(state(), "(default(INFO)net(UNKNOWN)ok(WARN)ui(UNKNOWN)__console(0)__vip(5))");
 }
 
 TEST_F(LogLevel, MalformedTextIsToldAndRaises) {
     EXPECT_EQ("log levels DEBUG: it is no level text" + shape, told("DEBUG"));
-    EXPECT_EQ("empty after pml name", failure([] { tavLogger::setLogLevel("DEBUG"); }));
+    EXPECT_EQ(failure([] { tavLogger::setLogLevel("DEBUG"); }), "empty after pml name");
 }
 
 TEST_F(LogLevel, SetupTellsABadTextOnce) {
     testing::internal::CaptureStdout();
     tavLogger::setup("net(DEBUG)", nullptr, false, tavLogger::WARN);
     std::string const out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(1, std::count(out.begin(), out.end(), '\n'));
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1);
 }

@@ -122,10 +122,10 @@ TEST_F(LogThread, RecordsAreHandledInOrderOnTheThreadNamedLogger) {
         write(tavLogger::INFO, "n" + std::to_string(i) + ".");
     }
     tavLogger::flush();
-    ASSERT_EQ(100u, gotTexts().size());
+    ASSERT_EQ(gotTexts().size(), 100u);
     for (unsigned i = 0; i < 100; ++i) {
         EXPECT_NE(std::string::npos, gotTexts()[i].find(" n" + std::to_string(i) + ".\n"));
-        EXPECT_EQ("logger", names[i]);
+        EXPECT_EQ(names[i], "logger");
     }
 }
 
@@ -133,7 +133,7 @@ TEST_F(LogThread, LineShowsTheThreadThatLogsAndNotTheWriter) {
     open();
     write(tavLogger::ERROR, "x");
     tavLogger::close();
-    EXPECT_EQ(1u, countOf("[ERROR]{main}[t]"));
+    EXPECT_EQ(countOf("[ERROR]{main}[t]"), 1u);
 }
 
 TEST_F(LogThread, WithoutOpenRecordsAreHandledByTheCaller) {
@@ -142,7 +142,7 @@ TEST_F(LogThread, WithoutOpenRecordsAreHandledByTheCaller) {
     tavLogger::setup("(clear(NONE))", &callback, false, tavLogger::WARN);
     write(tavLogger::INFO, "x");
     EXPECT_EQ(std::this_thread::get_id(), caller);
-    EXPECT_EQ(1, gotCount);
+    EXPECT_EQ(gotCount, 1);
 }
 
 TEST_F(LogThread, RecordsBelowVipDoNotWaitForTheWriter) {
@@ -155,10 +155,10 @@ TEST_F(LogThread, RecordsBelowVipDoNotWaitForTheWriter) {
     }
     ASSERT_TRUE(gate.waitEntered());
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(10));
-    EXPECT_EQ(1, gotCount);
+    EXPECT_EQ(gotCount, 1);
     gate.open();
     tavLogger::close();
-    EXPECT_EQ(10, gotCount);
+    EXPECT_EQ(gotCount, 10);
 }
 
 TEST_F(LogThread, RecordsAtVipHaveReachedTheSinksWhenTheCallReturns) {
@@ -175,7 +175,7 @@ TEST_F(LogThread, RecordsAtVipHaveReachedTheSinksWhenTheCallReturns) {
         EXPECT_EQ(2 * i, done);
     }
     write(tavLogger::ERROR, "x");
-    EXPECT_EQ(11, done);
+    EXPECT_EQ(done, 11);
 }
 
 TEST_F(LogThread, VipLevelIsTheOneThatWasGiven) {
@@ -189,7 +189,7 @@ TEST_F(LogThread, VipLevelIsTheOneThatWasGiven) {
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(10));
     gate.open();
     tavLogger::close();
-    EXPECT_EQ(20, gotCount);
+    EXPECT_EQ(gotCount, 20);
 }
 
 TEST_F(LogThread, WaitForAStuckWriterEndsAfterAboutASecond) {
@@ -212,7 +212,7 @@ TEST_F(LogThread, FlushWaitsForWhatWasPosted) {
         write(tavLogger::INFO, "x");
     }
     tavLogger::flush();
-    EXPECT_EQ(10, gotCount);
+    EXPECT_EQ(gotCount, 10);
 }
 
 TEST_F(LogThread, FlushWithoutAThreadDoesNothing) {
@@ -220,7 +220,7 @@ TEST_F(LogThread, FlushWithoutAThreadDoesNothing) {
     open();
     tavLogger::close();
     tavLogger::flush();
-    EXPECT_EQ(0, gotCount);
+    EXPECT_EQ(gotCount, 0);
 }
 
 TEST_F(LogThread, VipRecordOnTheWritersOwnThreadIsNotWaitedFor) {
@@ -250,13 +250,13 @@ TEST_F(LogThread, CloseDeliversWhatWasPostedAndLaterRecordsGoStraight) {
         write(tavLogger::INFO, "x");
     }
     tavLogger::close();
-    EXPECT_EQ(1000, gotCount);
+    EXPECT_EQ(gotCount, 1000);
     write(tavLogger::INFO, "later");
-    EXPECT_EQ(1001, gotCount);
+    EXPECT_EQ(gotCount, 1001);
     EXPECT_EQ(std::this_thread::get_id(), last);
     tavLogger::close();
     tavLogger::close();
-    EXPECT_EQ(1001, gotCount);
+    EXPECT_EQ(gotCount, 1001);
 }
 
 TEST_F(LogThread, WholeLifeIsLoggedInOrder) {
@@ -268,7 +268,7 @@ TEST_F(LogThread, WholeLifeIsLoggedInOrder) {
     for (char const * once : {"thead init ", "thead starting... ", "thead run ", "thead started. ",
                               "thead closing... ", "thead break running ", "thead on_stop ", "thead closed. ",
                               "join thread begin...", "join thread end...", "thead fini "}) {
-        EXPECT_EQ(1u, countOf(once)) << once;
+        EXPECT_EQ(countOf(once), 1u) << once;
     }
 }
 
@@ -276,9 +276,9 @@ TEST_F(LogThread, WholeLifeIsLoggedWhenEachRecordIsWaitedFor) {
     auto const before = std::chrono::steady_clock::now();
     open("(clear(TRACE))", tavLogger::ALL);
     write(tavLogger::TRACE, "x");
-    EXPECT_EQ(1u, countOf(" x\n"));
+    EXPECT_EQ(countOf(" x\n"), 1u);
     tavLogger::close();
-    EXPECT_EQ(1u, countOf("thead fini "));
+    EXPECT_EQ(countOf("thead fini "), 1u);
     EXPECT_GT(std::chrono::seconds(10), std::chrono::steady_clock::now() - before);
 }
 
@@ -291,7 +291,7 @@ TEST_F(LogThread, SecondOpenClosesTheFormerThread) {
     EXPECT_TRUE(
         inOrder({" one\n", "app version 1\n", "thead closing... {logger.", "thead starting... {logger}",
                  "thead started. {logger.", " two\n", "thead closing... {logger."}));
-    EXPECT_EQ(2u, countOf("thead closing... "));
+    EXPECT_EQ(countOf("thead closing... "), 2u);
 }
 
 TEST_F(LogThread, FinalizeClosesTheThreadAndDropsTheSinks) {
@@ -300,16 +300,16 @@ TEST_F(LogThread, FinalizeClosesTheThreadAndDropsTheSinks) {
         write(tavLogger::INFO, "posted");
     }
     tavLogger::finalize();
-    EXPECT_EQ(100u, countOf(" posted\n"));
-    EXPECT_EQ(1u, countOf("thead fini "));
-    EXPECT_EQ("(default(INFO)__console(0)__vip(5))", std::string(tav_istr(tavLogger::str())));
+    EXPECT_EQ(countOf(" posted\n"), 100u);
+    EXPECT_EQ(countOf("thead fini "), 1u);
+    EXPECT_EQ(std::string(tav_istr(tavLogger::str())), "(default(INFO)__console(0)__vip(5))");
     int const before = gotCount;
     write(tavLogger::ERROR, "x");
     EXPECT_EQ(before, gotCount);
     tavLogger::finalize();
     open();
     write(tavLogger::ERROR, "again");
-    EXPECT_EQ(1u, countOf(" again\n"));
+    EXPECT_EQ(countOf(" again\n"), 1u);
 }
 
 TEST_F(LogThread, LoggingGoesOnWhileOpenIsHeldUp) {
@@ -328,7 +328,7 @@ TEST_F(LogThread, LoggingGoesOnWhileOpenIsHeldUp) {
     tavLogger::setLogLevel("t", tavLogger::TRACE);
     tavLogger::str();
     EXPECT_GT(std::chrono::seconds(30), std::chrono::steady_clock::now() - before);
-    EXPECT_EQ(1u, countOf(" meanwhile\n"));
+    EXPECT_EQ(countOf(" meanwhile\n"), 1u);
     gate.open();
     opener.join();
     tavLogger::close(); // ahead of the gate's end: the writer may still be inside it
@@ -346,9 +346,9 @@ TEST_F(LogThread, FinalizeLetsTheCallbackUseTheLogger) {
             write(tavLogger::INFO, "x");
         }
         tavLogger::finalize();
-        EXPECT_EQ("(default(INFO)__console(0)__vip(5))", std::string(tav_istr(tavLogger::str())));
+        EXPECT_EQ(std::string(tav_istr(tavLogger::str())), "(default(INFO)__console(0)__vip(5))");
     }
-    EXPECT_EQ(100u, countOf(" x\n"));
+    EXPECT_EQ(countOf(" x\n"), 100u);
 }
 
 TEST_F(LogThread, CallbackThatThrowsLeavesTheThreadAlive) {
@@ -361,8 +361,8 @@ TEST_F(LogThread, CallbackThatThrowsLeavesTheThreadAlive) {
     write(tavLogger::INFO, "bad");
     write(tavLogger::ERROR, "good");
     tavLogger::close();
-    EXPECT_EQ(1u, countOf(" bad\n"));
-    EXPECT_EQ(1u, countOf(" good\n"));
+    EXPECT_EQ(countOf(" bad\n"), 1u);
+    EXPECT_EQ(countOf(" good\n"), 1u);
 }
 
 TEST_F(LogThread, LevelsAndCallbackMayBeSetFromTheCallback) {
@@ -373,13 +373,13 @@ TEST_F(LogThread, LevelsAndCallbackMayBeSetFromTheCallback) {
     open();
     write(tavLogger::ERROR, "x");
     write(tavLogger::ERROR, "y");
-    EXPECT_EQ(1, gotCount);
+    EXPECT_EQ(gotCount, 1);
     EXPECT_TRUE(tavLogger::isLoggable("seen", tavLogger::TRACE));
 }
 
 TEST_F(LogThread, ErrorsAreInTheFileWhenTheCallReturnsAndLinesStayWhole) {
     std::string folder = testing::TempDir() + "tav_log_XXXXXX";
-    ASSERT_NE(nullptr, ::mkdtemp(&folder[0]));
+    ASSERT_NE(::mkdtemp(&folder[0]), nullptr);
     std::string const path = folder + "/app.log";
     open("(clear(NONE))", tavLogger::WARN, path);
     auto const content = [&path] {
@@ -436,7 +436,7 @@ TEST_F(LogThread, RecordsThatRaceWithOpenAndCloseAreDeliveredOnce) {
     tavLogger::close();
     for (int t = 0; t < 3; ++t) {
         for (int i = 0; i < 300; ++i) {
-            EXPECT_EQ(1u, countOf(" R" + std::to_string(t * 1000 + i) + "\n"));
+            EXPECT_EQ(countOf(" R" + std::to_string(t * 1000 + i) + "\n"), 1u);
         }
     }
 }
@@ -465,5 +465,5 @@ TEST_F(LogThread, LoggingRacesWithEverythingWithoutHarm) {
     for (std::thread & thread : threads) {
         thread.join();
     }
-    EXPECT_EQ("(default(INFO)__console(0)__vip(5))", std::string(tav_istr(tavLogger::str())));
+    EXPECT_EQ(std::string(tav_istr(tavLogger::str())), "(default(INFO)__console(0)__vip(5))");
 }

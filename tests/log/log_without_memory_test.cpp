@@ -55,7 +55,7 @@ TEST_F(LogWithoutMemory, ALineIsWholeOrSaysThatItIsCutOrIsToldAsLost) {
         if (got.empty()) {
             ASSERT_TRUE(happened);
             tellLong();
-            ASSERT_EQ(2u, got.size());
+            ASSERT_EQ(got.size(), 2u);
             EXPECT_TRUE(endsWith(got[0], ") 1 log lines lost, as memory was short\n")) << got[0];
             EXPECT_NE(std::string::npos, got[0].find("[WARN]{main}[TAV]"));
             ++lost;
@@ -75,10 +75,10 @@ TEST_F(LogWithoutMemory, LostLinesAreCountedUpToTheNextOne) {
         tav::detail::countLostLine();
     }
     tellLong();
-    ASSERT_EQ(2u, got.size());
+    ASSERT_EQ(got.size(), 2u);
     EXPECT_TRUE(endsWith(got[0], ") 3 log lines lost, as memory was short\n"));
     tellLong();
-    EXPECT_EQ(3u, got.size());
+    EXPECT_EQ(got.size(), 3u);
 }
 
 TEST_F(LogWithoutMemory, OpeningWritingAndClosingSurviveEachFailedAllocation) {
@@ -96,5 +96,5 @@ TEST_F(LogWithoutMemory, OpeningWritingAndClosingSurviveEachFailedAllocation) {
     got.clear();
     tavLogger::writeLog("t", tavLogger::ERROR, "line\n", "f", 1, "g");
     tavLogger::close();
-    EXPECT_EQ(1u, got.size());
+    EXPECT_EQ(got.size(), 1u);
 }

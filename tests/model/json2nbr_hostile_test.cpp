@@ -31,15 +31,15 @@ namespace {
 /// Runs `work` on a thread with a stack of 256 kB.
 void onSmallStack(std::function<void()> work) {
     pthread_attr_t attributes;
-    ASSERT_EQ(0, pthread_attr_init(&attributes));
-    ASSERT_EQ(0, pthread_attr_setstacksize(&attributes, 256 * 1024));
+    ASSERT_EQ(pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
     pthread_t thread;
     auto const run = [](void * p) -> void * {
         (*static_cast<std::function<void()> *>(p))();
         return nullptr;
     };
-    ASSERT_EQ(0, pthread_create(&thread, &attributes, run, &work));
-    ASSERT_EQ(0, pthread_join(thread, nullptr));
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
     pthread_attr_destroy(&attributes);
 }
 
@@ -78,7 +78,7 @@ bool writesOrFails(MetaFactory const & factory, std::string const & json) {
         tav::json2nbr::write(tav_istr(json), out, code, factory, "M");
         return true;
     } catch (std::invalid_argument const &) {
-        EXPECT_EQ("6F 6C 64", tav_test::hex(out));
+        EXPECT_EQ(tav_test::hex(out), "6F 6C 64");
         return false;
     }
 }
@@ -90,7 +90,7 @@ bool readsOrFails(MetaFactory const & factory, std::string const & nbr) {
         try {
             tav::json2nbr::read(json, tav_istr(nbr), tavString("M"), factory, dump);
         } catch (std::invalid_argument const &) {
-            EXPECT_EQ("old", json);
+            EXPECT_EQ(json, "old");
             fine = false;
         }
     }
@@ -255,18 +255,18 @@ TEST(Json2NbrHostile, DeepTextThatNoFieldTakes) {
     onSmallStack([&] {
         std::size_t const n = levels / 2;
         std::string const objects = repeated("{x:", n) + "{}" + repeated("}", n);
-        EXPECT_EQ("FF 01 28 FF 01 29", wrote(factory, objects));
+        EXPECT_EQ(wrote(factory, objects), "FF 01 28 FF 01 29");
         std::string const arrays = "{f:" + repeated("[", n) + "x" + repeated("]", n) + "}";
-        EXPECT_EQ("field f in class M should not be json string type, expected type unknown",
-                  wrote(factory, arrays));
+        EXPECT_EQ(wrote(factory, arrays),
+                  "field f in class M should not be json string type, expected type unknown");
     });
 }
 
 TEST(Json2NbrHostile, DeepTextThatIsNotClosed) {
     MetaFactory const factory = factoryOf({metaClass("M", {field(1, "f", k::list_, k::list_)})});
     onSmallStack([&] {
-        EXPECT_EQ("array value no end : ", wrote(factory, "{f:" + repeated("[", levels)));
-        EXPECT_EQ("pair value no end : ", wrote(factory, repeated("{f:", levels / 2) + "1"));
+        EXPECT_EQ(wrote(factory, "{f:" + repeated("[", levels)), "array value no end : ");
+        EXPECT_EQ(wrote(factory, repeated("{f:", levels / 2) + "1"), "pair value no end : ");
     });
 }
 
@@ -282,20 +282,20 @@ TEST(Json2NbrHostile, DeepBytesThatNoFieldTakes) {
 
 TEST(Json2NbrHostile, ClassThatIsItsOwnBase) {
     MetaFactory const factory = factoryOf({metaClass("M", {field(1, "f", k::int32_)}, "M")});
-    EXPECT_EQ("01 01 01 05", wroteMembers(factory, "{f:5,g:1}"));
-    EXPECT_EQ("missing necessary field name(s) { f } in class M", wrote(factory, "{g:1}"));
-    EXPECT_EQ("missing necessary field id(s) { 1 } in class M",
-              tav_test::readMembers(factory, "09 01 01 05"));
+    EXPECT_EQ(wroteMembers(factory, "{f:5,g:1}"), "01 01 01 05");
+    EXPECT_EQ(wrote(factory, "{g:1}"), "missing necessary field name(s) { f } in class M");
+    EXPECT_EQ(tav_test::readMembers(factory, "09 01 01 05"),
+              "missing necessary field id(s) { 1 } in class M");
 }
 
 TEST(Json2NbrHostile, BasesThatGoRoundInACircle) {
     MetaFactory const factory = factoryOf({metaClass("M", {field(1, "m", k::int32_)}, "A"),
                                            metaClass("A", {field(2, "a", k::int32_)}, "B"),
                                            metaClass("B", {field(3, "b", k::int32_)}, "A")});
-    EXPECT_EQ("02 01 01 02 03 01 01 03 01 01 01 01", wroteMembers(factory, "{m:1,a:2,b:3,x:4}"));
-    EXPECT_EQ("missing necessary field name(s) { b a m } in class M", wrote(factory, "{x:1}"));
-    EXPECT_EQ("missing necessary field id(s) { 3 2 1 } in class M",
-              tav_test::readMembers(factory, "09 01 01 05"));
+    EXPECT_EQ(wroteMembers(factory, "{m:1,a:2,b:3,x:4}"), "02 01 01 02 03 01 01 03 01 01 01 01");
+    EXPECT_EQ(wrote(factory, "{x:1}"), "missing necessary field name(s) { b a m } in class M");
+    EXPECT_EQ(tav_test::readMembers(factory, "09 01 01 05"),
+              "missing necessary field id(s) { 3 2 1 } in class M");
 }
 
 TEST(Json2NbrHostile, LongLineOfBases) {
@@ -308,8 +308,8 @@ TEST(Json2NbrHostile, LongLineOfBases) {
     classes.push_back(metaClass(("C" + std::to_string(n)).c_str(), {field(7, "last", k::int32_)}));
     MetaFactory const factory = factoryOf(std::move(classes));
     onSmallStack([&] {
-        EXPECT_EQ("07 01 01 05", wroteMembers(factory, "{last:5}", "C0"));
-        EXPECT_EQ("missing necessary field name(s) { last } in class C0", wrote(factory, "{}", "C0"));
+        EXPECT_EQ(wroteMembers(factory, "{last:5}", "C0"), "07 01 01 05");
+        EXPECT_EQ(wrote(factory, "{}", "C0"), "missing necessary field name(s) { last } in class C0");
     });
 }
 
@@ -333,6 +333,6 @@ TEST(Json2NbrHostile, ManyUnknownMembersTakeLittleTime) {
         json += "m" + std::to_string(i) + ":1,";
     }
     auto const begin = std::chrono::steady_clock::now();
-    EXPECT_EQ("FF 01 28 FF 01 29", wrote(factory, json));
+    EXPECT_EQ(wrote(factory, json), "FF 01 28 FF 01 29");
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }

@@ -118,7 +118,7 @@ Outcome transcoderWrites(MetaFactory const & factory, std::string const & json, 
         outcome.result = hex(out);
     } catch (std::invalid_argument const & e) {
         outcome.result = messageOf(e);
-        EXPECT_EQ("6F 6C 64", hex(out));
+        EXPECT_EQ(hex(out), "6F 6C 64");
     }
     outcome.lines = captured(log);
     joinFailure(outcome);
@@ -150,7 +150,7 @@ Outcome transcoderReads(MetaFactory const & factory, std::string const & nbr, bo
         outcome.result = text(json);
     } catch (std::invalid_argument const & e) {
         outcome.result = messageOf(e);
-        EXPECT_EQ("old", json);
+        EXPECT_EQ(json, "old");
     }
     outcome.lines = captured(log);
     joinFailure(outcome);
@@ -361,7 +361,7 @@ TEST(Json2NbrModel, WritesAgree) {
         std::string const json = texts.message();
         auto const code = static_cast<unsigned short>(i % 3 != 0 ? 0xFFFF : i % 9);
         Outcome const expected = modelWrites(factory, json, code);
-        ASSERT_EQ(expected, transcoderWrites(factory, json, code, log)) << json;
+        ASSERT_EQ(transcoderWrites(factory, json, code, log), expected) << json;
         results.insert(expected.result);
     }
     EXPECT_LT(800u, results.size());
@@ -428,7 +428,7 @@ TEST(Json2NbrModel, ReadsAgree) {
         std::string const nbr = documents.message();
         for (bool const dump : {false, true}) {
             Outcome const expected = modelReads(factory, nbr, dump);
-            ASSERT_EQ(expected, transcoderReads(factory, nbr, dump, log)) << hex(tav_istr(nbr));
+            ASSERT_EQ(transcoderReads(factory, nbr, dump, log), expected) << hex(tav_istr(nbr));
             results.insert(expected.result);
         }
     }

@@ -65,38 +65,38 @@ TEST(Json2NbrRead, EmptyBytesChangeNothingAndAreTold) {
     LogCapture log("clear(VERBOSE)");
     tavString json("old");
     tav::json2nbr::read(json, tav_istr(), tavString("M"), message({}), false);
-    EXPECT_EQ("old", json);
+    EXPECT_EQ(json, "old");
     tav::json2nbr::read(json, tav_istr(), static_cast<unsigned short>(1), message({}), false);
-    EXPECT_EQ("old", json);
-    EXPECT_EQ(2u, log.count("nbr bytes is empty\n"));
+    EXPECT_EQ(json, "old");
+    EXPECT_EQ(log.count("nbr bytes is empty\n"), 2u);
     LogCapture::Record const line = log.find("nbr bytes is empty");
-    EXPECT_EQ(tavLogger::VERBOSE, line.level);
+    EXPECT_EQ(line.level, tavLogger::VERBOSE);
     EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
 }
 
 TEST(Json2NbrRead, UnknownClassGivesNull) {
-    EXPECT_EQ("null", readOut(message({}), "FF 01 28 FF 01 29", false, "X"));
-    EXPECT_EQ("null", readOut(message({}), "FF 01 28 FF 01 29", true, "X"));
-    EXPECT_EQ("null", readOut(message({}), "FF 01 28 FF 01 29", false, ""));
-    EXPECT_EQ("null", readWithCode(message({}), "FF 01 28 FF 01 29", 5));
+    EXPECT_EQ(readOut(message({}), "FF 01 28 FF 01 29", false, "X"), "null");
+    EXPECT_EQ(readOut(message({}), "FF 01 28 FF 01 29", true, "X"), "null");
+    EXPECT_EQ(readOut(message({}), "FF 01 28 FF 01 29", false, ""), "null");
+    EXPECT_EQ(readWithCode(message({}), "FF 01 28 FF 01 29", 5), "null");
 }
 
 TEST(Json2NbrRead, CodeOfAClassThatIsNotThereGivesNull) {
     MetaFactory factory = message({});
     factory.code2class[5] = "Gone";
-    EXPECT_EQ("null", readWithCode(factory, "FF 01 28 FF 01 29", 5));
+    EXPECT_EQ(readWithCode(factory, "FF 01 28 FF 01 29", 5), "null");
 }
 
 TEST(Json2NbrRead, MemberClassIsTheNameOfTheClassItself) {
     MetaFactory factory = message({});
     factory.classes["Other"] = metaClass("Own", {});
-    EXPECT_EQ("{ \"__class__\":\"Own\" }", readOut(factory, "FF 01 28 FF 01 29", false, "Other"));
-    EXPECT_EQ("@Own{ }", readOut(factory, "FF 01 28 FF 01 29", true, "Other"));
+    EXPECT_EQ(readOut(factory, "FF 01 28 FF 01 29", false, "Other"), "{ \"__class__\":\"Own\" }");
+    EXPECT_EQ(readOut(factory, "FF 01 28 FF 01 29", true, "Other"), "@Own{ }");
 }
 
 TEST(Json2NbrRead, FieldNamedClassTakesThePlaceOfTheName) {
-    EXPECT_EQ("{ \"__class__\":\"a\" }",
-              readMembers(message({field(1, "__class__", k::string_)}), "01 F1 01 61"));
+    EXPECT_EQ(readMembers(message({field(1, "__class__", k::string_)}), "01 F1 01 61"),
+              "{ \"__class__\":\"a\" }");
 }
 
 TEST(Json2NbrRead, WhatIsNotNbrFailsAndLeavesTheText) {
@@ -107,11 +107,12 @@ TEST(Json2NbrRead, WhatIsNotNbrFailsAndLeavesTheText) {
             tav::json2nbr::read(json, tav_istr(data), tavString(cls), message({}), false);
             FAIL() << "nothing raised";
         } catch (std::invalid_argument const & e) {
-            EXPECT_EQ(0u, std::string(e.what()).find(
-                              "DecodeException: maybe not nbr: invalid high part of lengthOfSize 28\n"))
+            EXPECT_EQ(std::string(e.what()).find(
+                          "DecodeException: maybe not nbr: invalid high part of lengthOfSize 28\n"),
+                      0u)
                 << e.what();
         }
-        EXPECT_EQ("old", json);
+        EXPECT_EQ(json, "old");
     }
 }
 
@@ -120,9 +121,9 @@ TEST(Json2NbrRead, MissingFieldsFailByTheirIdsAndLeaveTheText) {
         message({field(1, "a", k::int32_), field(200, "b", k::int32_), optional(field(3, "c", k::int32_)),
                  field(4, "l", k::list_), field(5, "r", k::ref_list_), field(6, "m", k::map_),
                  field(7, "o", k::optional_), field(-2, "n", k::int32_)});
-    EXPECT_EQ("missing necessary field id(s) { 1 200 -2 } in class M", readMembers(factory, ""));
-    EXPECT_EQ("missing necessary field id(s) { 200 } in class M",
-              readMembers(factory, "01 01 01 05 FE 00 C8 00"));
+    EXPECT_EQ(readMembers(factory, ""), "missing necessary field id(s) { 1 200 -2 } in class M");
+    EXPECT_EQ(readMembers(factory, "01 01 01 05 FE 00 C8 00"),
+              "missing necessary field id(s) { 200 } in class M");
     tavString json("old");
     std::string const data = bytes("FF 01 28 FF 01 29");
     try {
@@ -133,16 +134,16 @@ TEST(Json2NbrRead, MissingFieldsFailByTheirIdsAndLeaveTheText) {
                   std::string(e.what()).find("throw at json2nbr::checkNecessaryFields(vinta_json2nbr.cpp:"))
             << e.what();
     }
-    EXPECT_EQ("old", json);
+    EXPECT_EQ(json, "old");
 }
 
 TEST(Json2NbrRead, MissingFieldsOfBasesComeFirst) {
     MetaFactory const factory = factoryOf({metaClass("M", {field(1, "m", k::int32_)}, "B"),
                                            metaClass("B", {field(2, "b", k::int32_)}, "C"),
                                            metaClass("C", {field(3, "c", k::int32_)}, "Nowhere")});
-    EXPECT_EQ("missing necessary field id(s) { 3 2 1 } in class M", readMembers(factory, ""));
-    EXPECT_EQ("{ \"__class__\":\"M\", \"b\":2, \"c\":3, \"m\":1 }",
-              readMembers(factory, "03 01 01 03 02 01 01 02 01 01 01 01"));
+    EXPECT_EQ(readMembers(factory, ""), "missing necessary field id(s) { 3 2 1 } in class M");
+    EXPECT_EQ(readMembers(factory, "03 01 01 03 02 01 01 02 01 01 01 01"),
+              "{ \"__class__\":\"M\", \"b\":2, \"c\":3, \"m\":1 }");
 }
 
 TEST(Json2NbrRead, NullMemberCountsAsPresent) {
@@ -150,15 +151,15 @@ TEST(Json2NbrRead, NullMemberCountsAsPresent) {
 }
 
 TEST(Json2NbrRead, DocumentWithoutAValueIsNotChecked) {
-    EXPECT_EQ("{ \"__class__\":\"M\" }", readOut(message({field(1, "f", k::int32_)}), "00"));
-    EXPECT_EQ("{ \"__class__\":\"M\" }", readOut(message({field(1, "f", k::int32_)}), "00 00"));
+    EXPECT_EQ(readOut(message({field(1, "f", k::int32_)}), "00"), "{ \"__class__\":\"M\" }");
+    EXPECT_EQ(readOut(message({field(1, "f", k::int32_)}), "00 00"), "{ \"__class__\":\"M\" }");
 }
 
 TEST(Json2NbrRead, SimpleValueHasNoMembersAndIsChecked) {
-    EXPECT_EQ("missing necessary field id(s) { 1 } in class M",
-              readOut(message({field(1, "f", k::int32_)}), "01 01 05"));
-    EXPECT_EQ("{ \"__class__\":\"M\" }", readOut(message({}), "01 01 05"));
-    EXPECT_EQ("@M{ }", readOut(message({field(1, "f", k::int32_)}), "01 01 05", true));
+    EXPECT_EQ(readOut(message({field(1, "f", k::int32_)}), "01 01 05"),
+              "missing necessary field id(s) { 1 } in class M");
+    EXPECT_EQ(readOut(message({}), "01 01 05"), "{ \"__class__\":\"M\" }");
+    EXPECT_EQ(readOut(message({field(1, "f", k::int32_)}), "01 01 05", true), "@M{ }");
 }
 
 TEST(Json2NbrRead, OnlyTheFirstValueOfADocumentIsRead) {
@@ -171,7 +172,7 @@ TEST(Json2NbrRead, UnknownTagIsToldAndCountsAsSeen) {
     MetaFactory const factory = message({field(1, "f", k::int32_)});
     EXPECT_EQ(withMember("\"f\":5"), readMembers(factory, "09 01 01 01 01 01 01 05"));
     LogCapture::Record const line = log.find("not found field id [9] in class M\n");
-    EXPECT_EQ(tavLogger::INFO, line.level);
+    EXPECT_EQ(line.level, tavLogger::INFO);
     EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
     EXPECT_NE(std::string::npos, line.text.find("json2nbr::read(")) << line.text;
 }
@@ -179,8 +180,8 @@ TEST(Json2NbrRead, UnknownTagIsToldAndCountsAsSeen) {
 TEST(Json2NbrRead, IdAbove127IsWrittenAndNeverFound) {
     LogCapture log("clear(INFO)");
     MetaFactory const factory = message({optional(field(200, "f", k::int32_))});
-    EXPECT_EQ("C8 01 01 05", tav_test::wroteMembers(factory, "{f:5}"));
-    EXPECT_EQ("{ \"__class__\":\"M\" }", readMembers(factory, "C8 01 01 05"));
+    EXPECT_EQ(tav_test::wroteMembers(factory, "{f:5}"), "C8 01 01 05");
+    EXPECT_EQ(readMembers(factory, "C8 01 01 05"), "{ \"__class__\":\"M\" }");
     EXPECT_TRUE(log.contains("not found field id [-56] in class M"));
 }
 
@@ -191,9 +192,9 @@ TEST(Json2NbrRead, NegativeIdIsFound) {
 }
 
 TEST(Json2NbrRead, MembersComeInTheOrderOfNames) {
-    EXPECT_EQ("{ \"__class__\":\"M\", \"a\":1, \"b\":2 }",
-              readMembers(message({field(1, "b", k::int32_), field(2, "a", k::int32_)}),
-                          "01 01 01 02 02 01 01 01"));
+    EXPECT_EQ(
+        readMembers(message({field(1, "b", k::int32_), field(2, "a", k::int32_)}), "01 01 01 02 02 01 01 01"),
+        "{ \"__class__\":\"M\", \"a\":1, \"b\":2 }");
 }
 
 TEST(Json2NbrRead, LastOfTwoMembersOfOneTagStands) {
@@ -268,7 +269,7 @@ TEST(Json2NbrRead, ValueWithoutDataGivesZeroOrEmptyText) {
             } else if (one.kind >= k::char_ && one.kind <= k::bytes_) {
                 expected = "\"\"";
             }
-            EXPECT_EQ(expected, value(one.kind, nbr)) << one.name << " " << nbr;
+            EXPECT_EQ(value(one.kind, nbr), expected) << one.name << " " << nbr;
         }
     }
 }
@@ -276,9 +277,9 @@ TEST(Json2NbrRead, ValueWithoutDataGivesZeroOrEmptyText) {
 TEST(Json2NbrRead, NullIsNullForEveryKind) {
     LogCapture log("clear(INFO)");
     for (tav_test::NamedKind const & one : tav_test::allKinds()) {
-        EXPECT_EQ("null", value(one.kind, "00")) << one.name;
+        EXPECT_EQ(value(one.kind, "00"), "null") << one.name;
     }
-    EXPECT_EQ(0u, log.count("JSON2NBR"));
+    EXPECT_EQ(log.count("JSON2NBR"), 0u);
 }
 
 TEST(Json2NbrRead, OtherKindsAreToldAndStayNull) {
@@ -291,8 +292,8 @@ TEST(Json2NbrRead, OtherKindsAreToldAndStayNull) {
         std::string const line = std::string("<ERROR> not yet supported field type: ") + one.name + "\n";
         EXPECT_EQ(other ? 1u : 0u, log.count("not yet supported")) << one.name;
         if (other) {
-            EXPECT_EQ("null", got) << one.name;
-            EXPECT_EQ(tavLogger::ERROR, log.find(line).level) << one.name;
+            EXPECT_EQ(got, "null") << one.name;
+            EXPECT_EQ(log.find(line).level, tavLogger::ERROR) << one.name;
             EXPECT_NE(std::string::npos, log.find(line).text.find("JSON2NBR"));
             EXPECT_NE(std::string::npos, log.find(line).text.find("readFrom"));
         }
@@ -314,7 +315,7 @@ TEST(Json2NbrRead, ListOfReferencesGivesNullElementsAndTellsOfEach) {
                                            metaClass("Sub", {field(7, "x", k::int32_)})});
     EXPECT_EQ(withMember("\"f\":[ null, null ]"),
               readMembers(factory, "01 FF 01 28 00 FF 01 28 07 01 01 01 FF 01 29 00 01 01 01 FF 01 29"));
-    EXPECT_EQ(2u, log.count("<ERROR> not yet supported field type: unknown\n"));
+    EXPECT_EQ(log.count("<ERROR> not yet supported field type: unknown\n"), 2u);
 }
 
 TEST(Json2NbrRead, MapEntriesBecomeMembers) {
@@ -390,7 +391,7 @@ TEST(Json2NbrRead, ObjectsByTheirClass) {
                    metaClass("Sub", {field(7, "x", k::int32_), field(8, "y", k::int32_)})});
     EXPECT_EQ(withMember("\"f\":{ \"x\":5 }"),
               readMembers(factory, "01 FF 01 28 07 01 01 05 09 01 01 01 FF 01 29"));
-    EXPECT_EQ(tavLogger::INFO, log.find("not found field id [9] in class Sub\n").level);
+    EXPECT_EQ(log.find("not found field id [9] in class Sub\n").level, tavLogger::INFO);
     EXPECT_EQ(withMember("\"f\":{ }"), readMembers(factory, "01 FF 01 28 FF 01 29"));
     EXPECT_EQ(withMember("\"f\":{ }"), readMembers(factory, "01 01 01 05"));
 }
@@ -409,7 +410,7 @@ TEST(Json2NbrRead, SimpleValueOfAMissingClassIsToldToo) {
     LogCapture log("clear(INFO)");
     MetaFactory const factory = message({field(1, "f", k::ref_, k::unknown_, "Nowhere")});
     EXPECT_EQ(withMember("\"f\":{ }"), readMembers(factory, "01 01 01 05"));
-    EXPECT_EQ(1u, log.count("not found class Nowhere\n"));
+    EXPECT_EQ(log.count("not found class Nowhere\n"), 1u);
     EXPECT_NE(std::string::npos, log.find("not found class").text.find("json2nbr::readFrom("));
 }
 
@@ -418,7 +419,7 @@ TEST(Json2NbrRead, ClassWithinABaseIsNotSeenFromTheObjectsClass) {
     base.classes.push_back(metaClass("Within", {field(7, "x", k::int32_)}));
     MetaFactory const factory = factoryOf({metaClass("M", {}, "B"), base});
     char const * const nbr = "02 FF 01 28 07 01 01 05 FF 01 29";
-    EXPECT_EQ("{ \"__class__\":\"B\", \"b\":{ \"x\":5 } }", readMembers(factory, nbr, false, "B"));
+    EXPECT_EQ(readMembers(factory, nbr, false, "B"), "{ \"__class__\":\"B\", \"b\":{ \"x\":5 } }");
     EXPECT_EQ(withMember("\"b\":{ }"), readMembers(factory, nbr));
 }
 
@@ -440,8 +441,8 @@ TEST(Json2NbrRead, MissingNestedClassIsToldOnceAndTheObjectStaysEmpty) {
     LogCapture log("clear(INFO)");
     MetaFactory const factory = message({field(1, "f", k::ref_, k::unknown_, "Nowhere")});
     EXPECT_EQ(withMember("\"f\":{ }"), readMembers(factory, "01 FF 01 28 01 01 01 05 02 01 01 05 FF 01 29"));
-    EXPECT_EQ(1u, log.count("not found class Nowhere\n"));
-    EXPECT_EQ(tavLogger::ERROR, log.find("not found class Nowhere").level);
+    EXPECT_EQ(log.count("not found class Nowhere\n"), 1u);
+    EXPECT_EQ(log.find("not found class Nowhere").level, tavLogger::ERROR);
     EXPECT_NE(std::string::npos, log.find("not found class").text.find("JSON2NBR"));
 }
 
@@ -450,11 +451,11 @@ TEST(Json2NbrRead, ListsAndMapsOfObjects) {
         {metaClass("M", {field(1, "l", k::list_, k::object_, "Sub"), field(2, "m", k::map_, k::ref_, "Sub")}),
          metaClass("Sub", {field(7, "x", k::int32_)})});
     EXPECT_EQ(
-        "{ \"__class__\":\"M\", \"l\":[ { \"x\":1 }, { \"x\":2 } ], \"m\":{ \"a\":{ \"x\":3 } } }",
         readMembers(factory,
                     "01 FF 01 28 00 FF 01 28 07 01 01 01 FF 01 29 00 FF 01 28 07 01 01 02 FF 01 29 FF 01 "
                     "29 02 FF 01 28 00 FF 01 28 01 F1 01 61 02 FF 01 28 07 01 01 03 FF 01 29 FF 01 29 "
-                    "FF 01 29"));
+                    "FF 01 29"),
+        "{ \"__class__\":\"M\", \"l\":[ { \"x\":1 }, { \"x\":2 } ], \"m\":{ \"a\":{ \"x\":3 } } }");
 }
 
 TEST(Json2NbrRead, ObjectWithinTheMapOfAMapKeepsItsElements) {

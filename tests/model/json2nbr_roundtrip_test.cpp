@@ -300,11 +300,11 @@ TEST(Json2NbrRoundTrip, ClassReadsWhatTheTranscoderWrites) {
     All got;
     got.decode(transcoded(factory, allJson));
     EXPECT_EQ(hex(sample().encode(false)), hex(got.encode(false)));
-    EXPECT_EQ(-5, got.tiny);
-    EXPECT_EQ(18446744073709551615ull, got.ularge);
+    EXPECT_EQ(got.tiny, -5);
+    EXPECT_EQ(got.ularge, 18446744073709551615ull);
     EXPECT_EQ(blue, got.color);
-    ASSERT_EQ(2u, got.parts.size());
-    EXPECT_EQ("v", got.parts[1].label);
+    ASSERT_EQ(got.parts.size(), 2u);
+    EXPECT_EQ(got.parts[1].label, "v");
 }
 
 TEST(Json2NbrRoundTrip, TranscoderReadsWhatTheClassWrites) {
@@ -350,13 +350,13 @@ TEST(Json2NbrRoundTrip, TimeAndNegativeLargeIntegersReadAsTextsThatWriteRefuses)
         tav_test::message({tav_test::optional(tav_test::field(1, "when", tav::pml::field_type::time_)),
                            tav_test::optional(tav_test::field(2, "large", tav::pml::field_type::int64_))});
     std::string const text = textOf(factory, transcoded(factory, "{when:5}", "M"), "M");
-    EXPECT_EQ("{ \"__class__\":\"M\", \"when\":\"5\" }", text);
-    EXPECT_EQ("field when in class M should not be json string type, expected type time",
-              tav_test::wrote(factory, text));
+    EXPECT_EQ(text, "{ \"__class__\":\"M\", \"when\":\"5\" }");
+    EXPECT_EQ(tav_test::wrote(factory, text),
+              "field when in class M should not be json string type, expected type time");
     std::string const negative = textOf(factory, transcoded(factory, "{large:-5}", "M"), "M");
-    EXPECT_EQ("{ \"__class__\":\"M\", \"large\":\"-5\" }", negative);
-    EXPECT_EQ("field large in class M not all digits for large integer -5",
-              tav_test::wrote(factory, negative));
+    EXPECT_EQ(negative, "{ \"__class__\":\"M\", \"large\":\"-5\" }");
+    EXPECT_EQ(tav_test::wrote(factory, negative),
+              "field large in class M not all digits for large integer -5");
 }
 
 TEST(Json2NbrRoundTrip, ManyThreadsShareAFactory) {

@@ -308,7 +308,7 @@ TEST(Json2NbrTree, TextAndLogAreThoseOfTheTree) {
             log.clear();
             tavString json;
             tav::json2nbr::read(json, tav_istr(nbr), tavString("M"), factory, dump);
-            ASSERT_EQ(expected, std::string(json.data(), json.size())) << i << " " << tav_test::hex(nbr);
+            ASSERT_EQ(std::string(json.data(), json.size()), expected) << i << " " << tav_test::hex(nbr);
             ASSERT_EQ(tree.told(), toldTo(log)) << i << " " << tav_test::hex(nbr);
             lists += expected.find("], ") != std::string::npos ? 1u : 0u;
             lines += tree.told().size();
@@ -344,9 +344,9 @@ TEST(Json2NbrTree, ClassOfAMapIsShownAheadOfIt) {
         "00 FF 01 28 01 F1 09 5F 5F 63 6C 61 73 73 5F 5F 02 FF 01 28 00 FF 01 28 01 F1 01 61 "
         "02 00 FF 01 29 FF 01 29 FF 01 29";
     std::string const members = std::string("01 FF 01 28 ") + inner + " FF 01 29";
-    EXPECT_EQ("@M{ [1]f:@{ \"a\":null }{ } }", tav_test::readMembers(factory, members, true));
-    EXPECT_EQ("{ \"__class__\":\"M\", \"f\":{ \"__class__\":{ \"a\":null } } }",
-              tav_test::readMembers(factory, members));
+    EXPECT_EQ(tav_test::readMembers(factory, members, true), "@M{ [1]f:@{ \"a\":null }{ } }");
+    EXPECT_EQ(tav_test::readMembers(factory, members),
+              "{ \"__class__\":\"M\", \"f\":{ \"__class__\":{ \"a\":null } } }");
 }
 
 TEST(Json2NbrTree, FieldsOfOneNameAreOneMember) {
@@ -354,11 +354,11 @@ TEST(Json2NbrTree, FieldsOfOneNameAreOneMember) {
         tav_test::message({field(1, "f", k::list_, k::int32_), optional(field(2, "f", k::list_, k::string_)),
                            optional(field(3, "f", k::int32_)), optional(field(4, "__class__", k::int32_))});
     std::string const lists = "01 FF 01 28 00 01 01 01 FF 01 29 02 FF 01 28 00 F1 01 61 FF 01 29";
-    EXPECT_EQ("{ \"__class__\":\"M\", \"f\":[ 1, \"a\" ] }", tav_test::readMembers(factory, lists));
-    EXPECT_EQ("{ \"__class__\":7, \"f\":5 }",
-              tav_test::readMembers(factory, lists + " 03 01 01 05 04 01 01 07"));
-    EXPECT_EQ("@M{ [1]f:[ 1 ], [2]f:[ \"a\" ], [4]__class__:7 }",
-              tav_test::readMembers(factory, lists + " 04 01 01 07", true));
+    EXPECT_EQ(tav_test::readMembers(factory, lists), "{ \"__class__\":\"M\", \"f\":[ 1, \"a\" ] }");
+    EXPECT_EQ(tav_test::readMembers(factory, lists + " 03 01 01 05 04 01 01 07"),
+              "{ \"__class__\":7, \"f\":5 }");
+    EXPECT_EQ(tav_test::readMembers(factory, lists + " 04 01 01 07", true),
+              "@M{ [1]f:[ 1 ], [2]f:[ \"a\" ], [4]__class__:7 }");
 }
 
 TEST(Json2NbrTree, LastOfManyEntriesOfOneKeyStands) {
@@ -369,7 +369,6 @@ TEST(Json2NbrTree, LastOfManyEntriesOfOneKeyStands) {
         entries += std::string("\0\xFF\x01\x28\x01\xF1\x01", 7) + key + std::string("\x02\x01\x01", 3) + i +
                    std::string("\xFF\x01\x29", 3);
     }
-    EXPECT_EQ(
-        "{ \"__class__\":\"M\", \"f\":{ \"a\":119, \"b\":118 } }",
-        tav_test::readMembers(factory, "01 FF 01 28 " + tav_test::hex(tav_istr(entries)) + " FF 01 29"));
+    EXPECT_EQ(tav_test::readMembers(factory, "01 FF 01 28 " + tav_test::hex(tav_istr(entries)) + " FF 01 29"),
+              "{ \"__class__\":\"M\", \"f\":{ \"a\":119, \"b\":118 } }");
 }

@@ -69,9 +69,9 @@ TEST(Json2NbrWrite, WorkedExampleByteForByte) {
     Outcome const got = writeWith(
         factory, "{\"__class__\":\"im.Hello\",\"user\":\"ann\",\"seq\":\"5\",\"tags\":[\"a\"],\"mood\":1}",
         0xFFFF, "");
-    EXPECT_EQ("FF 01 28 04 01 01 01 02 01 01 05 03 FF 01 28 00 F1 01 61 FF 01 29 01 F1 03 61 6E 6E FF 01 29",
-              got.text);
-    EXPECT_EQ(0x1F01u, got.code);
+    EXPECT_EQ(got.text,
+              "FF 01 28 04 01 01 01 02 01 01 05 03 FF 01 28 00 F1 01 61 FF 01 29 01 F1 03 61 6E 6E FF 01 29");
+    EXPECT_EQ(got.code, 0x1F01u);
 }
 
 TEST(Json2NbrWrite, EmptyTextChangesNothingAndIsTold) {
@@ -79,10 +79,10 @@ TEST(Json2NbrWrite, EmptyTextChangesNothingAndIsTold) {
     tavBytes out(tav_istr("old"));
     unsigned short code = 7;
     tav::json2nbr::write(tav_istr(), out, code, MetaFactory(), "M");
-    EXPECT_EQ("6F 6C 64", hex(out));
-    EXPECT_EQ(7, code);
+    EXPECT_EQ(hex(out), "6F 6C 64");
+    EXPECT_EQ(code, 7);
     LogCapture::Record const line = log.find("json string is empty\n");
-    EXPECT_EQ(tavLogger::VERBOSE, line.level);
+    EXPECT_EQ(line.level, tavLogger::VERBOSE);
     EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
     EXPECT_NE(std::string::npos, line.text.find("vinta_json2nbr")) << line.text;
 }
@@ -91,22 +91,22 @@ TEST(Json2NbrWrite, OldBytesAreReplaced) {
     tavBytes out(tav_istr("old"));
     unsigned short code = 0xFFFF;
     tav::json2nbr::write("{}", out, code, message({}), "M");
-    EXPECT_EQ("FF 01 28 FF 01 29", hex(out));
+    EXPECT_EQ(hex(out), "FF 01 28 FF 01 29");
 }
 
 TEST(Json2NbrWrite, TextMayLieInTheOutput) {
     tavBytes out(tav_istr("{\"f\":\"text\"}"));
     unsigned short code = 0xFFFF;
     tav::json2nbr::write(out, out, code, message({field(1, "f", k::string_)}), "M");
-    EXPECT_EQ("FF 01 28 01 F1 04 74 65 78 74 FF 01 29", hex(out));
+    EXPECT_EQ(hex(out), "FF 01 28 01 F1 04 74 65 78 74 FF 01 29");
 }
 
 TEST(Json2NbrWrite, EmptyObjectOfAClassWithoutNecessaryFieldsIsSixBytes) {
     MetaClass m = metaClass("M", {});
     m.code = "1F02";
     Outcome const got = writeWith(factoryOf({m}), "{}", 0xFFFF, "M");
-    EXPECT_EQ("FF 01 28 FF 01 29", got.text);
-    EXPECT_EQ(0x1F02u, got.code);
+    EXPECT_EQ(got.text, "FF 01 28 FF 01 29");
+    EXPECT_EQ(got.code, 0x1F02u);
 }
 
 TEST(Json2NbrWrite, ParserFailurePassesThroughAndLeavesTheOutput) {
@@ -116,12 +116,12 @@ TEST(Json2NbrWrite, ParserFailurePassesThroughAndLeavesTheOutput) {
         tav::json2nbr::write("{\"a\":1", out, code, message({}), "M");
         FAIL() << "nothing raised";
     } catch (std::invalid_argument const & e) {
-        EXPECT_EQ(0u, std::string(e.what()).find("pair value no end : ")) << e.what();
+        EXPECT_EQ(std::string(e.what()).find("pair value no end : "), 0u) << e.what();
         EXPECT_NE(std::string::npos, std::string(e.what()).find("vinta_json_parser")) << e.what();
     }
-    EXPECT_EQ("6F 6C 64", hex(out));
-    EXPECT_EQ(7, code);
-    EXPECT_EQ("not object or array", wrote(message({}), "123"));
+    EXPECT_EQ(hex(out), "6F 6C 64");
+    EXPECT_EQ(code, 7);
+    EXPECT_EQ(wrote(message({}), "123"), "not object or array");
 }
 
 TEST(Json2NbrWrite, FailureLeavesTheOutputAndNamesItsPlace) {
@@ -133,17 +133,18 @@ TEST(Json2NbrWrite, FailureLeavesTheOutputAndNamesItsPlace) {
         FAIL() << "nothing raised";
     } catch (std::invalid_argument const & e) {
         std::string const text = e.what();
-        EXPECT_EQ(0u, text.find("field f in class M should not be json boolean type, expected type string\n"
-                                "    throw at json2nbr::writeToSimple(vinta_json2nbr.cpp:"))
+        EXPECT_EQ(text.find("field f in class M should not be json boolean type, expected type string\n"
+                            "    throw at json2nbr::writeToSimple(vinta_json2nbr.cpp:"),
+                  0u)
             << text;
     }
-    EXPECT_EQ("6F 6C 64", hex(out));
+    EXPECT_EQ(hex(out), "6F 6C 64");
     LogCapture::Record const line =
         log.find("<EXCEPTION> field f in class M should not be json boolean type, "
                  "expected type string\n");
-    EXPECT_EQ(tavLogger::ERROR, line.level);
+    EXPECT_EQ(line.level, tavLogger::ERROR);
     EXPECT_NE(std::string::npos, line.text.find("TAV")) << line.text;
-    EXPECT_EQ(1u, log.records().size());
+    EXPECT_EQ(log.records().size(), 1u);
 }
 
 TEST(Json2NbrWrite, TextThatIsNoJsonIsToldOnce) {
@@ -151,8 +152,8 @@ TEST(Json2NbrWrite, TextThatIsNoJsonIsToldOnce) {
     for (char const * json : {"123", "{\"a\":1", "{\"a\":1]", "[1", "{a", "{\"a\":\"x\"y}", " "}) {
         log.clear();
         wrote(message({}), json);
-        EXPECT_EQ(1u, log.records().size()) << json;
-        EXPECT_EQ(1u, log.count("<EXCEPTION> ")) << json;
+        EXPECT_EQ(log.records().size(), 1u) << json;
+        EXPECT_EQ(log.count("<EXCEPTION> "), 1u) << json;
     }
 }
 
@@ -163,43 +164,43 @@ TEST(Json2NbrWrite, NoClassAndNoCodeFails) {
 
 TEST(Json2NbrWrite, ArgumentNameGivesTheClassAndItsCode) {
     Outcome const got = writeWith(twoClasses(), "{\"f\":7}", 0xFFFF, "B");
-    EXPECT_EQ(asB, got.text);
-    EXPECT_EQ(2u, got.code);
+    EXPECT_EQ(got.text, asB);
+    EXPECT_EQ(got.code, 2u);
 }
 
 TEST(Json2NbrWrite, MemberClassTakesThePlaceOfTheArgument) {
-    EXPECT_EQ(asB, writeWith(twoClasses(), "{\"__class__\":\"B\",\"f\":7}", 0xFFFF, "A").text);
-    EXPECT_EQ(asB, writeWith(twoClasses(), "{__class__:B,f:7}", 0xFFFF, "A").text);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__class__\":\"B\",\"f\":7}", 0xFFFF, "A").text, asB);
+    EXPECT_EQ(writeWith(twoClasses(), "{__class__:B,f:7}", 0xFFFF, "A").text, asB);
     EXPECT_EQ(noClass, writeWith(twoClasses(), "{\"__class__\":\"\",\"f\":7}", 0xFFFF, "A").text);
 }
 
 TEST(Json2NbrWrite, MemberClassThatIsNoStringLeavesTheArgument) {
-    EXPECT_EQ(asA, writeWith(twoClasses(), "{\"__class__\":5,\"f\":7}", 0xFFFF, "A").text);
-    EXPECT_EQ(asA, writeWith(twoClasses(), "{\"__class__\":null,\"f\":7}", 0xFFFF, "A").text);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__class__\":5,\"f\":7}", 0xFFFF, "A").text, asA);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__class__\":null,\"f\":7}", 0xFFFF, "A").text, asA);
 }
 
 TEST(Json2NbrWrite, CodeDecidesOverTheName) {
     Outcome const got = writeWith(twoClasses(), "{\"f\":7}", 2, "A");
-    EXPECT_EQ(asB, got.text);
-    EXPECT_EQ(2u, got.code);
+    EXPECT_EQ(got.text, asB);
+    EXPECT_EQ(got.code, 2u);
 }
 
 TEST(Json2NbrWrite, UnknownCodeFailsThoughTheNameIsKnown) {
     Outcome const got = writeWith(twoClasses(), "{\"f\":7}", 3, "A");
     EXPECT_EQ(noClass, got.text);
-    EXPECT_EQ(3u, got.code);
+    EXPECT_EQ(got.code, 3u);
 }
 
 TEST(Json2NbrWrite, MemberCodeTakesThePlaceOfTheArgument) {
     Outcome const got = writeWith(twoClasses(), "{\"__code__\":2,\"f\":7}", 1, "A");
-    EXPECT_EQ(asB, got.text);
-    EXPECT_EQ(2u, got.code);
+    EXPECT_EQ(got.text, asB);
+    EXPECT_EQ(got.code, 2u);
 }
 
 TEST(Json2NbrWrite, MemberCodeDecidesOverMemberClass) {
     Outcome const got = writeWith(twoClasses(), "{\"__class__\":\"A\",\"__code__\":2,\"f\":7}", 0xFFFF, "A");
-    EXPECT_EQ(asB, got.text);
-    EXPECT_EQ(2u, got.code);
+    EXPECT_EQ(got.text, asB);
+    EXPECT_EQ(got.code, 2u);
     EXPECT_EQ(noClass, writeWith(twoClasses(), "{\"__class__\":\"A\",\"__code__\":3,\"f\":7}", 1, "A").text);
 }
 
@@ -213,19 +214,19 @@ TEST(Json2NbrWrite, GivenCodeIsNotReplacedByTheClassesOwn) {
     MetaFactory factory = twoClasses();
     factory.code2class[9] = "B";
     Outcome const got = writeWith(factory, "{\"f\":7}", 9, "");
-    EXPECT_EQ(asB, got.text);
-    EXPECT_EQ(9u, got.code);
+    EXPECT_EQ(got.text, asB);
+    EXPECT_EQ(got.code, 9u);
 }
 
 TEST(Json2NbrWrite, CodeIsSettledAheadOfTheMembersAndStaysAfterAFailure) {
     Outcome got = writeWith(twoClasses(), "{\"f\":\"x\"}", 0xFFFF, "B");
-    EXPECT_EQ("field f in class B should not be json string type, expected type int32", got.text);
-    EXPECT_EQ(2u, got.code);
+    EXPECT_EQ(got.text, "field f in class B should not be json string type, expected type int32");
+    EXPECT_EQ(got.code, 2u);
     got = writeWith(twoClasses(), "{\"__code__\":1}", 2, "");
-    EXPECT_EQ("missing necessary field name(s) { f } in class A", got.text);
-    EXPECT_EQ(1u, got.code);
-    EXPECT_EQ(3u, writeWith(twoClasses(), "{\"__code__\":3}", 2, "A").code);
-    EXPECT_EQ(0xFFFFu, writeWith(twoClasses(), "{\"__code__\":65535}", 2, "C").code);
+    EXPECT_EQ(got.text, "missing necessary field name(s) { f } in class A");
+    EXPECT_EQ(got.code, 1u);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__code__\":3}", 2, "A").code, 3u);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__code__\":65535}", 2, "C").code, 0xFFFFu);
 }
 
 TEST(Json2NbrWrite, MemberCodeFollowsTheIntegerRule) {
@@ -234,30 +235,30 @@ TEST(Json2NbrWrite, MemberCodeFollowsTheIntegerRule) {
     for (char const * code : {"\"0x1F01\"", "7937", "\"7937\"", "0x1f01", "017401", "73473"}) {
         SCOPED_TRACE(code);
         Outcome const got = writeWith(factory, std::string("{__code__:") + code + rest, 0xFFFF, "");
-        EXPECT_EQ("FF 01 28 04 01 01 00 02 01 01 05 01 F1 03 61 6E 6E FF 01 29", got.text);
-        EXPECT_EQ(0x1F01u, got.code);
+        EXPECT_EQ(got.text, "FF 01 28 04 01 01 00 02 01 01 05 01 F1 03 61 6E 6E FF 01 29");
+        EXPECT_EQ(got.code, 0x1F01u);
     }
 }
 
 TEST(Json2NbrWrite, MemberCodeThatIsNoNumberCountsAsZeroOrNotAtAll) {
-    EXPECT_EQ(0u, writeWith(twoClasses(), "{\"__code__\":\"x\",\"f\":7}", 0xFFFF, "A").code);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__code__\":\"x\",\"f\":7}", 0xFFFF, "A").code, 0u);
     EXPECT_EQ(noClass, writeWith(twoClasses(), "{\"__code__\":\"x\",\"f\":7}", 0xFFFF, "A").text);
-    EXPECT_EQ(asA, writeWith(twoClasses(), "{\"__code__\":true,\"f\":7}", 0xFFFF, "A").text);
-    EXPECT_EQ(asA, writeWith(twoClasses(), "{\"__code__\":null,\"f\":7}", 0xFFFF, "A").text);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__code__\":true,\"f\":7}", 0xFFFF, "A").text, asA);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__code__\":null,\"f\":7}", 0xFFFF, "A").text, asA);
 }
 
 TEST(Json2NbrWrite, MemberCodeFFFFMeansByName) {
     Outcome const got = writeWith(twoClasses(), "{\"__code__\":65535,\"f\":7}", 2, "A");
-    EXPECT_EQ(asA, got.text);
-    EXPECT_EQ(1u, got.code);
-    EXPECT_EQ(asA, writeWith(twoClasses(), "{\"__code__\":\"0xffff\",\"f\":7}", 2, "A").text);
-    EXPECT_EQ(asA, writeWith(twoClasses(), "{\"__code__\":-1,\"f\":7}", 2, "A").text);
+    EXPECT_EQ(got.text, asA);
+    EXPECT_EQ(got.code, 1u);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__code__\":\"0xffff\",\"f\":7}", 2, "A").text, asA);
+    EXPECT_EQ(writeWith(twoClasses(), "{\"__code__\":-1,\"f\":7}", 2, "A").text, asA);
 }
 
 TEST(Json2NbrWrite, ClassWithoutCodeGivesZero) {
     Outcome const got = writeWith(message({}), "{}", 0xFFFF, "M");
-    EXPECT_EQ("FF 01 28 FF 01 29", got.text);
-    EXPECT_EQ(0u, got.code);
+    EXPECT_EQ(got.text, "FF 01 28 FF 01 29");
+    EXPECT_EQ(got.code, 0u);
 }
 
 TEST(Json2NbrWrite, ClassCodeIsReadByTheRuleOfMessageCodes) {
@@ -270,50 +271,50 @@ TEST(Json2NbrWrite, ClassCodeIsReadByTheRuleOfMessageCodes) {
 }
 
 TEST(Json2NbrWrite, TopLevelArrayIsAnObjectWithoutMembers) {
-    EXPECT_EQ("FF 01 28 FF 01 29", wrote(message({}), "[1,2]"));
-    EXPECT_EQ("missing necessary field name(s) { f } in class M",
-              wrote(message({field(1, "f", k::int32_)}), "[1]"));
+    EXPECT_EQ(wrote(message({}), "[1,2]"), "FF 01 28 FF 01 29");
+    EXPECT_EQ(wrote(message({field(1, "f", k::int32_)}), "[1]"),
+              "missing necessary field name(s) { f } in class M");
 }
 
 TEST(Json2NbrWrite, TagsGoInTheOrderOfNamesAndNotOfTheClass) {
     MetaFactory const factory =
         message({field(1, "c", k::int32_), field(2, "a", k::int32_), field(3, "b", k::int32_)});
-    EXPECT_EQ("02 01 01 01 03 01 01 02 01 01 01 03", wroteMembers(factory, "{c:3,a:1,b:2}"));
+    EXPECT_EQ(wroteMembers(factory, "{c:3,a:1,b:2}"), "02 01 01 01 03 01 01 02 01 01 01 03");
 }
 
 TEST(Json2NbrWrite, NamesAreOrderedByTheirBytes) {
     MetaFactory const factory =
         message({field(1, "\xC3\xA4", k::int32_), field(2, "ab", k::int32_), field(3, "a", k::int32_),
                  field(4, "Z", k::int32_), field(5, "\x7F", k::int32_)});
-    EXPECT_EQ("04 01 01 04 03 01 01 03 02 01 01 02 05 01 01 05 01 01 01 01",
-              wroteMembers(factory, "{\"\xC3\xA4\":1,\"ab\":2,\"a\":3,\"Z\":4,\"\x7F\":5}"));
+    EXPECT_EQ(wroteMembers(factory, "{\"\xC3\xA4\":1,\"ab\":2,\"a\":3,\"Z\":4,\"\x7F\":5}"),
+              "04 01 01 04 03 01 01 03 02 01 01 02 05 01 01 05 01 01 01 01");
 }
 
 TEST(Json2NbrWrite, TagIsTheLowByteOfTheId) {
     MetaFactory const factory =
         message({field(300, "a", k::int32_), field(200, "b", k::int32_), field(-1, "c", k::int32_)});
-    EXPECT_EQ("2C 01 01 01 C8 01 01 02 FF 01 01 03", wroteMembers(factory, "{a:1,b:2,c:3}"));
+    EXPECT_EQ(wroteMembers(factory, "{a:1,b:2,c:3}"), "2C 01 01 01 C8 01 01 02 FF 01 01 03");
 }
 
 TEST(Json2NbrWrite, LastOfTwoMembersOfOneNameStands) {
-    EXPECT_EQ("01 01 01 02", wroteMembers(message({field(1, "f", k::int32_)}), "{f:1,f:2}"));
+    EXPECT_EQ(wroteMembers(message({field(1, "f", k::int32_)}), "{f:1,f:2}"), "01 01 01 02");
 }
 
 TEST(Json2NbrWrite, UnknownMemberIsToldAndDropped) {
     LogCapture log("clear(INFO)");
-    EXPECT_EQ("01 01 01 01", wroteMembers(message({field(1, "f", k::int32_)}), "{\"f\":1,\"g\":2}"));
+    EXPECT_EQ(wroteMembers(message({field(1, "f", k::int32_)}), "{\"f\":1,\"g\":2}"), "01 01 01 01");
     LogCapture::Record const line = log.find("not found field name [g] in class M\n");
-    EXPECT_EQ(tavLogger::INFO, line.level);
+    EXPECT_EQ(line.level, tavLogger::INFO);
     EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
     EXPECT_NE(std::string::npos, line.text.find("json2nbr::write(")) << line.text;
-    EXPECT_EQ(1u, log.count("not found field name"));
+    EXPECT_EQ(log.count("not found field name"), 1u);
 }
 
 TEST(Json2NbrWrite, UnknownMemberThatBeginsWithTwoUnderscoresIsDroppedInSilence) {
     LogCapture log("clear(INFO)");
-    EXPECT_EQ("01 01 01 01",
-              wroteMembers(message({field(1, "f", k::int32_)}), "{\"__x\":1,\"__\":2,\"_y\":3,\"f\":1}"));
-    EXPECT_EQ(1u, log.count("not found field name"));
+    EXPECT_EQ(wroteMembers(message({field(1, "f", k::int32_)}), "{\"__x\":1,\"__\":2,\"_y\":3,\"f\":1}"),
+              "01 01 01 01");
+    EXPECT_EQ(log.count("not found field name"), 1u);
     EXPECT_TRUE(log.contains("not found field name [_y] in class M"));
 }
 
@@ -321,14 +322,15 @@ TEST(Json2NbrWrite, MemberCodeIsAMemberLikeAnyOtherAndMemberClassIsNot) {
     MetaFactory factory =
         message({field(1, "__code__", k::int32_), optional(field(2, "__class__", k::string_))});
     factory.code2class[5] = "M";
-    EXPECT_EQ("01 01 01 05", wroteMembers(factory, "{\"__class__\":\"M\",\"__code__\":5}"));
-    EXPECT_EQ("missing necessary field name(s) { __class__ } in class M",
-              wrote(message({field(2, "__class__", k::string_)}), "{\"__class__\":\"M\"}"));
+    EXPECT_EQ(wroteMembers(factory, "{\"__class__\":\"M\",\"__code__\":5}"), "01 01 01 05");
+    EXPECT_EQ(wrote(message({field(2, "__class__", k::string_)}), "{\"__class__\":\"M\"}"),
+              "missing necessary field name(s) { __class__ } in class M");
 }
 
 TEST(Json2NbrWrite, NullIsANullValueAndCountsAsPresent) {
-    EXPECT_EQ("01 00 02 00", wroteMembers(message({field(1, "f", k::int32_), field(2, "g", k::object_)}),
-                                          "{\"f\":null,\"g\":null}"));
+    EXPECT_EQ(wroteMembers(message({field(1, "f", k::int32_), field(2, "g", k::object_)}),
+                           "{\"f\":null,\"g\":null}"),
+              "01 00 02 00");
 }
 
 TEST(Json2NbrWrite, MissingNecessaryFieldsAreListedInTheOrderOfTheClass) {
@@ -336,10 +338,10 @@ TEST(Json2NbrWrite, MissingNecessaryFieldsAreListedInTheOrderOfTheClass) {
         message({field(1, "user", k::string_), field(2, "mood", k::int32_), field(3, "seq", k::int64_),
                  optional(field(4, "opt", k::int32_)), field(5, "wrapped", k::optional_),
                  field(6, "list", k::list_), field(7, "refs", k::ref_list_), field(8, "map", k::map_)});
-    EXPECT_EQ("missing necessary field name(s) { user seq } in class M", wrote(factory, "{mood:1}"));
-    EXPECT_EQ("missing necessary field name(s) { user mood seq } in class M", wrote(factory, "{}"));
-    EXPECT_EQ("missing necessary field name(s) { seq } in class M", wrote(factory, "{user:a,mood:1,x:5}"));
-    EXPECT_EQ("02 01 01 01 03 01 01 02 01 F1 01 61", wroteMembers(factory, "{user:a,mood:1,seq:2}"));
+    EXPECT_EQ(wrote(factory, "{mood:1}"), "missing necessary field name(s) { user seq } in class M");
+    EXPECT_EQ(wrote(factory, "{}"), "missing necessary field name(s) { user mood seq } in class M");
+    EXPECT_EQ(wrote(factory, "{user:a,mood:1,x:5}"), "missing necessary field name(s) { seq } in class M");
+    EXPECT_EQ(wroteMembers(factory, "{user:a,mood:1,seq:2}"), "02 01 01 01 03 01 01 02 01 F1 01 61");
 }
 
 TEST(Json2NbrWrite, EveryKindButTheOpenOnesIsNecessary) {
@@ -349,15 +351,15 @@ TEST(Json2NbrWrite, EveryKindButTheOpenOnesIsNecessary) {
         EXPECT_EQ(open ? "FF 01 28 FF 01 29" : "missing necessary field name(s) { f } in class M",
                   wrote(message({field(1, "f", one.kind)}), "{}"))
             << one.name;
-        EXPECT_EQ("FF 01 28 FF 01 29", wrote(message({optional(field(1, "f", one.kind))}), "{}")) << one.name;
+        EXPECT_EQ(wrote(message({optional(field(1, "f", one.kind))}), "{}"), "FF 01 28 FF 01 29") << one.name;
     }
 }
 
 TEST(Json2NbrWrite, MissingFieldsAreToldAfterAllValuesPassed) {
     MetaFactory const factory = message({field(1, "a", k::int32_), field(2, "b", k::int32_)});
-    EXPECT_EQ("field b in class M should not be json string type, expected type int32",
-              wrote(factory, "{b:x}"));
-    EXPECT_EQ("missing necessary field name(s) { a } in class M", wrote(factory, "{b:1}"));
+    EXPECT_EQ(wrote(factory, "{b:x}"),
+              "field b in class M should not be json string type, expected type int32");
+    EXPECT_EQ(wrote(factory, "{b:1}"), "missing necessary field name(s) { a } in class M");
 }
 
 TEST(Json2NbrWrite, MissingFieldsNameTheirPlace) {
@@ -385,9 +387,9 @@ TEST(Json2NbrWrite, FieldsOfBasesAreFoundAndNecessaryBasesFirst) {
     MetaFactory const factory = factoryOf({metaClass("M", {field(1, "m", k::int32_)}, "B"),
                                            metaClass("B", {field(2, "b", k::int32_)}, "C"),
                                            metaClass("C", {field(3, "c", k::int32_)}, "Nowhere")});
-    EXPECT_EQ("02 01 01 02 03 01 01 03 01 01 01 01", wroteMembers(factory, "{m:1,b:2,c:3}"));
-    EXPECT_EQ("missing necessary field name(s) { c b m } in class M", wrote(factory, "{}"));
-    EXPECT_EQ("missing necessary field name(s) { c m } in class M", wrote(factory, "{b:2}"));
+    EXPECT_EQ(wroteMembers(factory, "{m:1,b:2,c:3}"), "02 01 01 02 03 01 01 03 01 01 01 01");
+    EXPECT_EQ(wrote(factory, "{}"), "missing necessary field name(s) { c b m } in class M");
+    EXPECT_EQ(wrote(factory, "{b:2}"), "missing necessary field name(s) { c m } in class M");
     LogCapture log("clear(INFO)");
     wrote(factory, "{m:1,b:2,c:3,d:4}");
     EXPECT_TRUE(log.contains("not found field name [d] in class M\n"));
@@ -396,13 +398,13 @@ TEST(Json2NbrWrite, FieldsOfBasesAreFoundAndNecessaryBasesFirst) {
 TEST(Json2NbrWrite, NearestFieldOfANameIsTaken) {
     MetaFactory const factory = factoryOf(
         {metaClass("M", {field(1, "f", k::int32_)}, "B"), metaClass("B", {field(2, "f", k::string_)})});
-    EXPECT_EQ("01 01 01 05", wroteMembers(factory, "{f:5}"));
+    EXPECT_EQ(wroteMembers(factory, "{f:5}"), "01 01 01 05");
 }
 
 TEST(Json2NbrWrite, NameOfAFieldTwiceMissingIsToldTwice) {
     MetaFactory const factory = factoryOf(
         {metaClass("M", {field(1, "f", k::int32_)}, "B"), metaClass("B", {field(2, "f", k::string_)})});
-    EXPECT_EQ("missing necessary field name(s) { f f } in class M", wrote(factory, "{}"));
+    EXPECT_EQ(wrote(factory, "{}"), "missing necessary field name(s) { f f } in class M");
 }
 
 TEST(Json2NbrWrite, ManyFieldsAreAllLookedFor) {
@@ -415,17 +417,17 @@ TEST(Json2NbrWrite, ManyFieldsAreAllLookedFor) {
     }
     MetaFactory const factory = message(fields);
     EXPECT_EQ(100u * 4 * 3 - 1, wroteMembers(factory, json + "}").size());
-    EXPECT_EQ("missing necessary field name(s) { f99 } in class M",
-              wrote(factory, json.substr(0, json.rfind(',')) + "}"));
-    EXPECT_EQ("missing necessary field name(s) { f0 } in class M",
-              wrote(factory, "{" + json.substr(json.find(',') + 1) + "}"));
+    EXPECT_EQ(wrote(factory, json.substr(0, json.rfind(',')) + "}"),
+              "missing necessary field name(s) { f99 } in class M");
+    EXPECT_EQ(wrote(factory, "{" + json.substr(json.find(',') + 1) + "}"),
+              "missing necessary field name(s) { f0 } in class M");
 }
 
 TEST(Json2NbrWrite, NestedMembersGoInTheOrderOfTheirNamesToo) {
     MetaFactory const factory = factoryOf({metaClass("M", {optional(field(1, "z", k::int32_)),
                                                            optional(field(2, "m", k::ref_, k::unknown_, "M")),
                                                            field(3, "a", k::list_, k::object_, "M")})});
-    EXPECT_EQ("03 FF 01 28 00 FF 01 28 02 FF 01 28 01 01 01 02 FF 01 29 01 01 01 03 FF 01 29 "
-              "00 FF 01 28 01 01 01 05 FF 01 29 FF 01 29 02 FF 01 28 01 01 01 06 FF 01 29 01 01 01 09",
-              wroteMembers(factory, "{z:9,m:{z:7,z:6},a:[{z:3,m:{z:2}},{z:4,z:5}]}"));
+    EXPECT_EQ(wroteMembers(factory, "{z:9,m:{z:7,z:6},a:[{z:3,m:{z:2}},{z:4,z:5}]}"),
+              "03 FF 01 28 00 FF 01 28 02 FF 01 28 01 01 01 02 FF 01 29 01 01 01 03 FF 01 29 "
+              "00 FF 01 28 01 01 01 05 FF 01 29 FF 01 29 02 FF 01 28 01 01 01 06 FF 01 29 01 01 01 09");
 }

@@ -30,80 +30,80 @@ ValueComment valueComment(char const * text) {
     return ValueComment(tav_istr(text));
 }
 
-TEST(IdName, StartsWithoutIdAndName) {
+TEST(MetaFieldIdName, StartsWithoutIdAndName) {
     IdName const v;
-    EXPECT_EQ(0, v.id);
-    EXPECT_EQ("", v.name);
+    EXPECT_EQ(v.id, 0);
+    EXPECT_EQ(v.name, "");
     static_assert(std::is_same<short, decltype(v.id)>::value, "the tag has 16 bits and a sign");
 }
 
-TEST(IdName, TakesTheTagOff) {
+TEST(MetaFieldIdName, TakesTheTagOff) {
     IdName const v(tav_istr("[3]tags"));
-    EXPECT_EQ(3, v.id);
-    EXPECT_EQ("tags", v.name);
+    EXPECT_EQ(v.id, 3);
+    EXPECT_EQ(v.name, "tags");
 }
 
-TEST(IdName, KeepsATextWithoutTag) {
-    EXPECT_EQ("tags", IdName(tav_istr("tags")).name);
-    EXPECT_EQ("", IdName(tav_istr("")).name);
-    EXPECT_EQ("a[3]", IdName(tav_istr("a[3]")).name);
-    EXPECT_EQ("[3tags", IdName(tav_istr("[3tags")).name);
-    EXPECT_EQ("]3[", IdName(tav_istr("]3[")).name);
-    EXPECT_EQ(0, IdName(tav_istr("a[3]")).id);
-    EXPECT_EQ(0, IdName(tav_istr("[3tags")).id);
+TEST(MetaFieldIdName, KeepsATextWithoutTag) {
+    EXPECT_EQ(IdName(tav_istr("tags")).name, "tags");
+    EXPECT_EQ(IdName(tav_istr("")).name, "");
+    EXPECT_EQ(IdName(tav_istr("a[3]")).name, "a[3]");
+    EXPECT_EQ(IdName(tav_istr("[3tags")).name, "[3tags");
+    EXPECT_EQ(IdName(tav_istr("]3[")).name, "]3[");
+    EXPECT_EQ(IdName(tav_istr("a[3]")).id, 0);
+    EXPECT_EQ(IdName(tav_istr("[3tags")).id, 0);
 }
 
-TEST(IdName, ReadsTheTagByTheIntegerRule) {
-    EXPECT_EQ(31, IdName(tav_istr("[0x1F]a")).id);
-    EXPECT_EQ(5, IdName(tav_istr("[0b101]a")).id);
-    EXPECT_EQ(8, IdName(tav_istr("[010]a")).id);
-    EXPECT_EQ(-5, IdName(tav_istr("[-5]a")).id);
-    EXPECT_EQ(32767, IdName(tav_istr("[32767]a")).id);
+TEST(MetaFieldIdName, ReadsTheTagByTheIntegerRule) {
+    EXPECT_EQ(IdName(tav_istr("[0x1F]a")).id, 31);
+    EXPECT_EQ(IdName(tav_istr("[0b101]a")).id, 5);
+    EXPECT_EQ(IdName(tav_istr("[010]a")).id, 8);
+    EXPECT_EQ(IdName(tav_istr("[-5]a")).id, -5);
+    EXPECT_EQ(IdName(tav_istr("[32767]a")).id, 32767);
 }
 
-TEST(IdName, CutsATagInARadixFormTo16Bits) {
-    EXPECT_EQ(3, IdName(tav_istr("[0x10003]a")).id);
-    EXPECT_EQ(-1, IdName(tav_istr("[0xFFFF]a")).id);
+TEST(MetaFieldIdName, CutsATagInARadixFormTo16Bits) {
+    EXPECT_EQ(IdName(tav_istr("[0x10003]a")).id, 3);
+    EXPECT_EQ(IdName(tav_istr("[0xFFFF]a")).id, -1);
 }
 
-TEST(IdName, CountsATagThatCannotBeReadAsNone) {
+TEST(MetaFieldIdName, CountsATagThatCannotBeReadAsNone) {
     for (char const * text : {"[]a", "[x]a", "[1x]a", "[32768]a", "[1 ]a"}) {
         IdName const v{tav_istr(text)};
-        EXPECT_EQ(0, v.id) << text;
-        EXPECT_EQ("a", v.name) << text;
+        EXPECT_EQ(v.id, 0) << text;
+        EXPECT_EQ(v.name, "a") << text;
     }
 }
 
-TEST(IdName, TakesTheNameBehindTheFirstClosingBracket) {
+TEST(MetaFieldIdName, TakesTheNameBehindTheFirstClosingBracket) {
     IdName const v(tav_istr("[1]a]b"));
-    EXPECT_EQ(1, v.id);
-    EXPECT_EQ("a]b", v.name);
-    EXPECT_EQ("", IdName(tav_istr("[1]")).name);
+    EXPECT_EQ(v.id, 1);
+    EXPECT_EQ(v.name, "a]b");
+    EXPECT_EQ(IdName(tav_istr("[1]")).name, "");
 }
 
-TEST(IdName, PrintsWithAndWithoutItsTag) {
+TEST(MetaFieldIdName, PrintsWithAndWithoutItsTag) {
     IdName const v(tav_istr("[3]tags"));
-    EXPECT_EQ("[3]tags", v.toString(true));
-    EXPECT_EQ("tags", v.toString(false));
-    EXPECT_EQ("[0]tags", IdName(tav_istr("tags")).toString(true));
+    EXPECT_EQ(v.toString(true), "[3]tags");
+    EXPECT_EQ(v.toString(false), "tags");
+    EXPECT_EQ(IdName(tav_istr("tags")).toString(true), "[0]tags");
 }
 
-TEST(IdName, WritesItsTagUnlessThatIsZero) {
+TEST(MetaFieldIdName, WritesItsTagUnlessThatIsZero) {
     IdName tagged(tav_istr("[3]tags"));
     IdName plain(tav_istr("[0]tags"));
-    EXPECT_EQ("([3]tags)", written(tagged));
-    EXPECT_EQ("(tags)", written(plain));
+    EXPECT_EQ(written(tagged), "([3]tags)");
+    EXPECT_EQ(written(plain), "(tags)");
 }
 
-TEST(IdName, IsReadAsItIsWritten) {
+TEST(MetaFieldIdName, IsReadAsItIsWritten) {
     tavPmlInStream in(tav_istr("([3]tags)"));
     IdName v;
     v.io(in);
-    EXPECT_EQ(3, v.id);
-    EXPECT_EQ("tags", v.name);
+    EXPECT_EQ(v.id, 3);
+    EXPECT_EQ(v.name, "tags");
 }
 
-TEST(IdName, IsNeverEmptyForTheWalk) {
+TEST(MetaFieldIdName, IsNeverEmptyForTheWalk) {
     EXPECT_FALSE(IdName().empty());
     EXPECT_FALSE(ValueComment().empty());
     EXPECT_FALSE(MetaField().empty());
@@ -112,82 +112,82 @@ TEST(IdName, IsNeverEmptyForTheWalk) {
     EXPECT_FALSE(tav::pml::MetaFactory().empty());
 }
 
-TEST(ValueComment, KeepsAPlainTextAsValue) {
-    EXPECT_EQ("18", valueComment("18").value);
-    EXPECT_EQ("", valueComment("18").comment);
-    EXPECT_EQ("", valueComment("").value);
-    EXPECT_EQ("18{0..150}", valueComment("18{0..150}").value);
-    EXPECT_EQ("a*}", valueComment("a*}").value);
+TEST(MetaFieldValueComment, KeepsAPlainTextAsValue) {
+    EXPECT_EQ(valueComment("18").value, "18");
+    EXPECT_EQ(valueComment("18").comment, "");
+    EXPECT_EQ(valueComment("").value, "");
+    EXPECT_EQ(valueComment("18{0..150}").value, "18{0..150}");
+    EXPECT_EQ(valueComment("a*}").value, "a*}");
 }
 
-TEST(ValueComment, TakesTheCommentOff) {
+TEST(MetaFieldValueComment, TakesTheCommentOff) {
     ValueComment const v = valueComment("18{*years*}");
-    EXPECT_EQ("18", v.value);
-    EXPECT_EQ("years", v.comment);
+    EXPECT_EQ(v.value, "18");
+    EXPECT_EQ(v.comment, "years");
 }
 
-TEST(ValueComment, TakesBlanksOffBothEndsOfTheCommentOnly) {
+TEST(MetaFieldValueComment, TakesBlanksOffBothEndsOfTheCommentOnly) {
     ValueComment const v = valueComment("18 {*  in years \t*}");
-    EXPECT_EQ("18 ", v.value);
-    EXPECT_EQ("in years", v.comment);
+    EXPECT_EQ(v.value, "18 ");
+    EXPECT_EQ(v.comment, "in years");
 }
 
-TEST(ValueComment, TakesWhatFollowsTheFirstMarkUpToTheEnd) {
-    EXPECT_EQ("years", valueComment("18{*years").comment);
-    EXPECT_EQ("a*}b", valueComment("18{*a*}b").comment);
-    EXPECT_EQ("a{*b", valueComment("18{*a{*b*}").comment);
-    EXPECT_EQ("", valueComment("{*note*}").value);
-    EXPECT_EQ("note", valueComment("{*note*}").comment);
-    EXPECT_EQ("", valueComment("1{**}").comment);
-    EXPECT_EQ("}", valueComment("1{*}").comment);
+TEST(MetaFieldValueComment, TakesWhatFollowsTheFirstMarkUpToTheEnd) {
+    EXPECT_EQ(valueComment("18{*years").comment, "years");
+    EXPECT_EQ(valueComment("18{*a*}b").comment, "a*}b");
+    EXPECT_EQ(valueComment("18{*a{*b*}").comment, "a{*b");
+    EXPECT_EQ(valueComment("{*note*}").value, "");
+    EXPECT_EQ(valueComment("{*note*}").comment, "note");
+    EXPECT_EQ(valueComment("1{**}").comment, "");
+    EXPECT_EQ(valueComment("1{*}").comment, "}");
 }
 
-TEST(ValueComment, TakesTheMaskForAValue) {
-    EXPECT_EQ("{***}", valueComment("{***}").value);
-    EXPECT_EQ("", valueComment("{***}").comment);
-    EXPECT_EQ("", valueComment("{***} ").value);
-    EXPECT_EQ("**}", valueComment("{***} ").comment);
-    EXPECT_EQ("18", valueComment("18{***}").value);
-    EXPECT_EQ("*", valueComment("18{***}").comment);
+TEST(MetaFieldValueComment, TakesTheMaskForAValue) {
+    EXPECT_EQ(valueComment("{***}").value, "{***}");
+    EXPECT_EQ(valueComment("{***}").comment, "");
+    EXPECT_EQ(valueComment("{***} ").value, "");
+    EXPECT_EQ(valueComment("{***} ").comment, "**}");
+    EXPECT_EQ(valueComment("18{***}").value, "18");
+    EXPECT_EQ(valueComment("18{***}").comment, "*");
     EXPECT_FALSE(fieldOf("a:int32(18{***})").isProtected);
 }
 
-TEST(ValueComment, WritesValueAndComment) {
+TEST(MetaFieldValueComment, WritesValueAndComment) {
     ValueComment both = valueComment("18{* years *}");
-    EXPECT_EQ("(\"18{*years*}\")", written(both));
+    EXPECT_EQ(written(both), "(\"18{*years*}\")");
     ValueComment plain = valueComment("18");
-    EXPECT_EQ("(18)", written(plain));
+    EXPECT_EQ(written(plain), "(18)");
     ValueComment mask = valueComment("{***}");
     mask.comment = "secret";
-    EXPECT_EQ("(\"{***}\")", written(mask));
+    EXPECT_EQ(written(mask), "(\"{***}\")");
 }
 
-TEST(ValueComment, IsReadAsItIsWritten) {
+TEST(MetaFieldValueComment, IsReadAsItIsWritten) {
     tavPmlInStream in(tav_istr("(\"18{*years*}\")"));
     ValueComment v;
     v.io(in);
-    EXPECT_EQ("18", v.value);
-    EXPECT_EQ("years", v.comment);
+    EXPECT_EQ(v.value, "18");
+    EXPECT_EQ(v.comment, "years");
 }
 
 TEST(MetaField, StartsWithoutAnything) {
     MetaField const v;
-    EXPECT_EQ(0, v.idName.id);
+    EXPECT_EQ(v.idName.id, 0);
     EXPECT_EQ(field_type::unknown_, v.classType.type);
     EXPECT_FALSE(v.isProtected);
-    EXPECT_EQ("", v.spec);
+    EXPECT_EQ(v.spec, "");
     EXPECT_TRUE(v.validValues.empty());
     EXPECT_TRUE(v.range.empty());
 }
 
 TEST(MetaField, ReadsTagNameAndType) {
     MetaField const v = fieldOf("[2]seq:int64()");
-    EXPECT_EQ(2, v.idName.id);
-    EXPECT_EQ("seq", v.idName.name);
+    EXPECT_EQ(v.idName.id, 2);
+    EXPECT_EQ(v.idName.name, "seq");
     EXPECT_EQ(field_type::int64_, v.classType.type);
-    EXPECT_EQ("int64", v.classType.name);
+    EXPECT_EQ(v.classType.name, "int64");
     EXPECT_FALSE(v.classType.optional);
-    EXPECT_EQ("", v.valueComment.value);
+    EXPECT_EQ(v.valueComment.value, "");
     EXPECT_FALSE(v.isProtected);
     EXPECT_TRUE(v.range.empty());
 }
@@ -201,50 +201,50 @@ TEST(MetaField, WithoutTypeTextIsAnOptionalString) {
 TEST(MetaField, OfAClassIsAReference) {
     MetaField const v = fieldOf("[2]owner:User()");
     EXPECT_EQ(field_type::ref_, v.classType.type);
-    EXPECT_EQ("User", v.classType.name);
+    EXPECT_EQ(v.classType.name, "User");
     EXPECT_TRUE(v.classType.isRef);
 }
 
 TEST(MetaField, TakesLanguageNamesFromTheConfiguration) {
     MetaField const v(unitOf("[2]seq:int64()"), unitOf("(types(int64(long)))"));
-    EXPECT_EQ("long", v.classType.name);
+    EXPECT_EQ(v.classType.name, "long");
 }
 
 TEST(MetaField, HasADefaultAndAComment) {
     MetaField const v = fieldOf("[2]age:int32(\"18{*years*}\")");
-    EXPECT_EQ("18", v.valueComment.value);
-    EXPECT_EQ("years", v.valueComment.comment);
-    EXPECT_EQ("years", fieldOf("[2]age:int32(18{*years*})").valueComment.comment);
+    EXPECT_EQ(v.valueComment.value, "18");
+    EXPECT_EQ(v.valueComment.comment, "years");
+    EXPECT_EQ(fieldOf("[2]age:int32(18{*years*})").valueComment.comment, "years");
 }
 
 TEST(MetaField, WithChildrenHasNoDefault) {
     MetaField const v = fieldOf("[2]age:int32(a(1) {***})");
-    EXPECT_EQ("", v.valueComment.value);
+    EXPECT_EQ(v.valueComment.value, "");
     EXPECT_FALSE(v.isProtected);
 }
 
 TEST(MetaField, WithATruthValueIsABool) {
     MetaField const yes = fieldOf("[3]flag:int32(true)");
     EXPECT_EQ(field_type::bool_, yes.classType.type);
-    EXPECT_EQ("bool", yes.classType.name);
-    EXPECT_EQ("true", yes.valueComment.value);
+    EXPECT_EQ(yes.classType.name, "bool");
+    EXPECT_EQ(yes.valueComment.value, "true");
     MetaField const no = fieldOf("[3]flag:int32(false)");
     EXPECT_EQ(field_type::bool_, no.classType.type);
-    EXPECT_EQ("false", no.valueComment.value);
+    EXPECT_EQ(no.valueComment.value, "false");
     EXPECT_FALSE(no.classType.optional);
 }
 
 TEST(MetaField, WithATruthValueIsABoolWhateverItsType) {
     MetaField const v = fieldOf("[3]flag:map{string,int32}[4](true)");
     EXPECT_EQ(field_type::bool_, v.classType.type);
-    EXPECT_EQ("", v.classType.keyName);
+    EXPECT_EQ(v.classType.keyName, "");
     EXPECT_EQ(field_type::unknown_, v.classType.elementType);
     EXPECT_EQ(field_type::unknown_, v.classType.keyType);
-    ASSERT_EQ(1u, v.classType.dimensions.size());
+    ASSERT_EQ(v.classType.dimensions.size(), 1u);
     EXPECT_FALSE(fieldOf("flag:Foo(true)").classType.isRef);
     EXPECT_TRUE(fieldOf("flag(true)").classType.optional);
-    EXPECT_EQ("boolean?",
-              MetaField(unitOf("flag:int32?(true)"), unitOf("(types(bool?('boolean?')))")).classType.name);
+    EXPECT_EQ(MetaField(unitOf("flag:int32?(true)"), unitOf("(types(bool?('boolean?')))")).classType.name,
+              "boolean?");
 }
 
 TEST(MetaField, ReadsTruthValuesLetterForLetter) {
@@ -257,126 +257,126 @@ TEST(MetaField, WithNullIsOptionalAndHasNoDefault) {
     MetaField const v = fieldOf("[3]nick:string(null)");
     EXPECT_TRUE(v.classType.optional);
     EXPECT_EQ(field_type::string_, v.classType.type);
-    EXPECT_EQ("", v.valueComment.value);
+    EXPECT_EQ(v.valueComment.value, "");
     MetaField const noted = fieldOf("[3]nick:string(null{*or a name*})");
     EXPECT_TRUE(noted.classType.optional);
-    EXPECT_EQ("or a name", noted.valueComment.comment);
+    EXPECT_EQ(noted.valueComment.comment, "or a name");
 }
 
 TEST(MetaField, WithTheMaskIsProtected) {
     MetaField const v = fieldOf("[2]pwd:string({***})");
     EXPECT_TRUE(v.isProtected);
-    EXPECT_EQ("***", v.spec);
-    EXPECT_EQ("", v.valueComment.value);
+    EXPECT_EQ(v.spec, "***");
+    EXPECT_EQ(v.valueComment.value, "");
     EXPECT_TRUE(v.range.empty());
 }
 
 TEST(MetaField, WithAMaskOfItsOwnIsProtected) {
     MetaField const v = fieldOf("[2]phone:string({...***..})");
     EXPECT_TRUE(v.isProtected);
-    EXPECT_EQ("...***..", v.spec);
-    EXPECT_EQ("", v.valueComment.value);
-    EXPECT_EQ("..", fieldOf("a:string({..}tail)").spec);
-    EXPECT_EQ("", fieldOf("a:string({..}tail)").valueComment.value);
-    EXPECT_EQ("..**", fieldOf("a:string({..**)").spec);
-    EXPECT_EQ(".", fieldOf("a:string({.})").spec);
+    EXPECT_EQ(v.spec, "...***..");
+    EXPECT_EQ(v.valueComment.value, "");
+    EXPECT_EQ(fieldOf("a:string({..}tail)").spec, "..");
+    EXPECT_EQ(fieldOf("a:string({..}tail)").valueComment.value, "");
+    EXPECT_EQ(fieldOf("a:string({..**)").spec, "..**");
+    EXPECT_EQ(fieldOf("a:string({.})").spec, ".");
 }
 
 TEST(MetaField, WithAMaskBehindATextIsNotProtected) {
     MetaField const v = fieldOf("a:string(x{...})");
     EXPECT_FALSE(v.isProtected);
-    EXPECT_EQ("x", v.valueComment.value);
+    EXPECT_EQ(v.valueComment.value, "x");
 }
 
 TEST(MetaField, ReadsTheRangeBehindTheDefault) {
     MetaField const v = fieldOf("[2]age:int32(18{0..150})");
-    EXPECT_EQ("18", v.valueComment.value);
-    EXPECT_EQ("{ 0:150 }", rangeOf(v));
+    EXPECT_EQ(v.valueComment.value, "18");
+    EXPECT_EQ(rangeOf(v), "{ 0:150 }");
     EXPECT_TRUE(v.range.check(150));
     EXPECT_FALSE(v.range.check(151));
     EXPECT_FALSE(v.isProtected);
 }
 
 TEST(MetaField, ReadsTheRangeUpToTheNextBrace) {
-    EXPECT_EQ("{ 1:1 5:6 }", rangeOf(fieldOf("a:int32({1,5..6}7{8})")));
-    EXPECT_EQ("", fieldOf("a:int32({1,5..6}7{8})").valueComment.value);
-    EXPECT_EQ("{ 1:3 }", rangeOf(fieldOf("a:int32(2{1..3)")));
-    EXPECT_EQ("{ }", rangeOf(fieldOf("a:int32(2{})")));
-    EXPECT_EQ("2", fieldOf("a:int32(2{})").valueComment.value);
-    EXPECT_EQ("{ }", rangeOf(fieldOf("a:int32(2)")));
+    EXPECT_EQ(rangeOf(fieldOf("a:int32({1,5..6}7{8})")), "{ 1:1 5:6 }");
+    EXPECT_EQ(fieldOf("a:int32({1,5..6}7{8})").valueComment.value, "");
+    EXPECT_EQ(rangeOf(fieldOf("a:int32(2{1..3)")), "{ 1:3 }");
+    EXPECT_EQ(rangeOf(fieldOf("a:int32(2{})")), "{ }");
+    EXPECT_EQ(fieldOf("a:int32(2{})").valueComment.value, "2");
+    EXPECT_EQ(rangeOf(fieldOf("a:int32(2)")), "{ }");
 }
 
 TEST(MetaField, ReadsARangeAndAComment) {
     MetaField const v = fieldOf("a:int32(18{0..150}{*years*})");
-    EXPECT_EQ("18", v.valueComment.value);
-    EXPECT_EQ("years", v.valueComment.comment);
-    EXPECT_EQ("{ 0:150 }", rangeOf(v));
+    EXPECT_EQ(v.valueComment.value, "18");
+    EXPECT_EQ(v.valueComment.comment, "years");
+    EXPECT_EQ(rangeOf(v), "{ 0:150 }");
 }
 
 TEST(MetaField, TellsABadRangeToTheLogOnly) {
     tav_test::LogCapture log;
     MetaField const v = fieldOf("a:int32(1{1.5})");
-    EXPECT_EQ("1", v.valueComment.value);
+    EXPECT_EQ(v.valueComment.value, "1");
     EXPECT_TRUE(log.contains("invalid pattern: 1.5"));
 }
 
 TEST(MetaField, WritesOneText) {
     MetaField plain = fieldOf("[1]user:string()");
-    EXPECT_EQ("(\"[1]user:string()\")", written(plain));
+    EXPECT_EQ(written(plain), "(\"[1]user:string()\")");
     MetaField untagged = fieldOf("user:int32?(5{*a note*})");
-    EXPECT_EQ("(\"user:int32?(5{*a note*})\")", written(untagged));
+    EXPECT_EQ(written(untagged), "(\"user:int32?(5{*a note*})\")");
     MetaField hidden = fieldOf("[2]pwd:string({***})");
-    EXPECT_EQ("(\"[2]pwd:string(***)\")", written(hidden));
+    EXPECT_EQ(written(hidden), "(\"[2]pwd:string(***)\")");
     MetaField list = fieldOf("[3]tags:list{string}()");
-    EXPECT_EQ("(\"[3]tags:list{string}()\")", written(list));
+    EXPECT_EQ(written(list), "(\"[3]tags:list{string}()\")");
     MetaField map = fieldOf("[4]m:map{string,int64}()");
-    EXPECT_EQ("(\"[4]m:map{string,int64}()\")", written(map));
+    EXPECT_EQ(written(map), "(\"[4]m:map{string,int64}()\")");
     MetaField ref = fieldOf("[5]owner:User[2](nobody)");
-    EXPECT_EQ("(\"[5]owner:ref{User}[2](nobody)\")", written(ref));
+    EXPECT_EQ(written(ref), "(\"[5]owner:ref{User}[2](nobody)\")");
     MetaField both = fieldOf("[5]pin:int32({..}{*hidden*})");
-    EXPECT_EQ("(\"[5]pin:int32({*hidden*}..)\")", written(both));
+    EXPECT_EQ(written(both), "(\"[5]pin:int32({*hidden*}..)\")");
 }
 
 TEST(MetaField, LeavesItselfAloneOnAnInputStream) {
     MetaField v = fieldOf("[1]user:string(ann)");
     tavPmlInStream in(tav_istr("(\"[2]x:int32()\")"));
     v.io(in);
-    EXPECT_EQ("user", v.idName.name);
-    EXPECT_EQ("ann", v.valueComment.value);
+    EXPECT_EQ(v.idName.name, "user");
+    EXPECT_EQ(v.valueComment.value, "ann");
 }
 
-TEST(MetaEnum, HoldsACopyOfItsUnit) {
+TEST(MetaFieldEnum, HoldsACopyOfItsUnit) {
     Unit unit = unitOf("mood:enum{Mood}(good(0)bad(1))");
     MetaEnum const v(tav_istr("Mood"), unit);
     unit.clear();
-    EXPECT_EQ("Mood", v.name);
-    ASSERT_EQ(2u, v.values.size());
-    EXPECT_EQ("bad", v.values.at(1).name());
-    EXPECT_EQ("1", v.values.at(1).value());
-    EXPECT_EQ("mood", v.values.name());
+    EXPECT_EQ(v.name, "Mood");
+    ASSERT_EQ(v.values.size(), 2u);
+    EXPECT_EQ(v.values.at(1).name(), "bad");
+    EXPECT_EQ(v.values.at(1).value(), "1");
+    EXPECT_EQ(v.values.name(), "mood");
 }
 
-TEST(MetaEnum, SharesTheChildrenOfItsUnit) {
+TEST(MetaFieldEnum, SharesTheChildrenOfItsUnit) {
     Unit const unit = unitOf("mood:enum{Mood}(good(0))");
     MetaEnum const v(tav_istr("Mood"), unit);
     EXPECT_EQ(unit.findAt(0), v.values.findAt(0));
 }
 
-TEST(MetaEnum, StartsWithoutAnything) {
-    EXPECT_EQ("", MetaEnum().name);
+TEST(MetaFieldEnum, StartsWithoutAnything) {
+    EXPECT_EQ(MetaEnum().name, "");
     EXPECT_TRUE(MetaEnum().values.empty());
 }
 
-TEST(MetaEnum, WritesATextForEachChild) {
+TEST(MetaFieldEnum, WritesATextForEachChild) {
     MetaEnum v(tav_istr("Mood"), unitOf("mood(__default__(good)good(0)bad())"));
-    EXPECT_EQ(":enum{Mood}(__default__(good)good(0)bad())", written(v));
+    EXPECT_EQ(written(v), ":enum{Mood}(__default__(good)good(0)bad())");
 }
 
-TEST(MetaEnum, LeavesItselfAloneOnAnInputStream) {
+TEST(MetaFieldEnum, LeavesItselfAloneOnAnInputStream) {
     MetaEnum v(tav_istr("Mood"), unitOf("mood(good(0))"));
     tavPmlInStream in(tav_istr("(good(7))"));
     v.io(in);
-    EXPECT_EQ("0", v.values.at(0).value());
+    EXPECT_EQ(v.values.at(0).value(), "0");
 }
 
 } // namespace

@@ -31,13 +31,14 @@ void onSmallStack(std::function<void()> const & body) {
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, 256 * 1024);
     pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, &attributes,
-                     [](void * argument) -> void * {
-                         (*static_cast<std::function<void()> const *>(argument))();
-                         return nullptr;
-                     },
-                     const_cast<std::function<void()> *>(&body)));
+    ASSERT_EQ(pthread_create(
+                  &thread, &attributes,
+                  [](void * argument) -> void * {
+                      (*static_cast<std::function<void()> const *>(argument))();
+                      return nullptr;
+                  },
+                  const_cast<std::function<void()> *>(&body)),
+              0);
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attributes);
 }
@@ -93,7 +94,7 @@ TEST(MetaHostile, ReadsCopiesMovesAndDestroysDeepClasses) {
         EXPECT_EQ(deep, depthOf(copy));
         MetaClass moved(std::move(copy));
         EXPECT_EQ(deep, depthOf(moved));
-        EXPECT_EQ(0u, depthOf(copy));
+        EXPECT_EQ(depthOf(copy), 0u);
         copy = moved;
         copy = std::move(copy.classes.front());
         EXPECT_EQ(deep - 1, depthOf(copy));
@@ -112,7 +113,7 @@ TEST(MetaHostile, WritesDeepClasses) {
         std::string const text = tav_test::written(factory);
         EXPECT_NE(std::string::npos, text.find("[1]x:int32()"));
         tav::pml::Unit const again = tav_test::unitOf(text);
-        EXPECT_EQ("factory", again.type());
+        EXPECT_EQ(again.type(), "factory");
     });
 }
 
@@ -126,7 +127,7 @@ TEST(MetaHostile, ReadsDeepListsAndMapsInLinearTime) {
             auto const closing = static_cast<unsigned>(std::count(brackets.begin(), brackets.end(), '('));
             MetaFactory const factory = loadTemplate("t:T(" + repeated(open, each) + "x:int32()" +
                                                      repeated(")", each * closing) + ")");
-            EXPECT_EQ(1u, factory.findClass("T")->fields.size()) << open;
+            EXPECT_EQ(factory.findClass("T")->fields.size(), 1u) << open;
         }
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(100));
     });
@@ -138,11 +139,11 @@ TEST(MetaHostile, ReadsWideTemplates) {
         text += "c:C" + std::to_string(i) + "(__code__(" + std::to_string(i % 9999) + ")a:A(x:int32())) ";
     }
     MetaFactory const factory = loadTemplate(text);
-    EXPECT_EQ(20000u, factory.classes.size());
-    EXPECT_EQ(9999u, factory.code2class.size());
+    EXPECT_EQ(factory.classes.size(), 20000u);
+    EXPECT_EQ(factory.code2class.size(), 9999u);
     MetaFactory const wide = loadTemplate("t:T(" + repeated("a:A(x:int32())", 20000) + ")");
-    EXPECT_EQ(20000u, wide.findClass("T")->classes.size());
-    EXPECT_EQ(20000u, wide.findClass("T")->fields.size());
+    EXPECT_EQ(wide.findClass("T")->classes.size(), 20000u);
+    EXPECT_EQ(wide.findClass("T")->fields.size(), 20000u);
 }
 
 TEST(MetaHostile, ReadsALongChainOfBases) {
@@ -152,8 +153,8 @@ TEST(MetaHostile, ReadsALongChainOfBases) {
     }
     MetaFactory const factory = loadTemplate(text);
     tav::detail::ClassChain chain(*factory.findClass("C0"), factory);
-    EXPECT_EQ(nullptr, chain.findField("g"));
-    EXPECT_EQ(4999u, chain.bases().size());
+    EXPECT_EQ(chain.findField("g"), nullptr);
+    EXPECT_EQ(chain.bases().size(), 4999u);
 }
 
 TEST(MetaHostile, AnyTextIsAModelOrAFailureOfTheText) {
@@ -181,7 +182,7 @@ TEST(MetaHostile, AnyTextIsAModelOrAFailureOfTheText) {
             for (auto const & entry : factory.classes) {
                 EXPECT_EQ(entry.first, entry.second.className) << text;
                 tav::detail::ClassChain chain(entry.second, factory);
-                EXPECT_EQ(nullptr, chain.findField("\x01"));
+                EXPECT_EQ(chain.findField("\x01"), nullptr);
             }
         } catch (std::invalid_argument const & e) {
             EXPECT_NE(std::string::npos, std::string(e.what()).find("pml")) << text;

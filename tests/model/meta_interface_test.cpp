@@ -117,23 +117,23 @@ MetaClass full() {
 }
 
 void expectFull(MetaClass const & c) {
-    EXPECT_EQ("[1]u", c.unit.name());
-    EXPECT_EQ("v", c.unit.child("member").value());
-    EXPECT_EQ("u", c.name);
-    EXPECT_EQ("im.U", c.typeText);
-    EXPECT_EQ("im$U", c.className);
-    EXPECT_EQ("Base", c.superName);
-    EXPECT_EQ("1F01", c.code);
+    EXPECT_EQ(c.unit.name(), "[1]u");
+    EXPECT_EQ(c.unit.child("member").value(), "v");
+    EXPECT_EQ(c.name, "u");
+    EXPECT_EQ(c.typeText, "im.U");
+    EXPECT_EQ(c.className, "im$U");
+    EXPECT_EQ(c.superName, "Base");
+    EXPECT_EQ(c.code, "1F01");
     EXPECT_EQ(field_type::ref_list_, c.kind);
     EXPECT_TRUE(c.isList);
     EXPECT_TRUE(c.isRef);
     EXPECT_EQ((std::set<tavString>{"a", "b"}), c.imports);
-    ASSERT_EQ(2u, c.classes.size());
-    EXPECT_EQ("Nested", c.classes[1].className);
-    ASSERT_EQ(1u, c.enums.size());
-    EXPECT_EQ("E", c.enums[0].name);
-    ASSERT_EQ(1u, c.fields.size());
-    EXPECT_EQ(7, c.fields[0].idName.id);
+    ASSERT_EQ(c.classes.size(), 2u);
+    EXPECT_EQ(c.classes[1].className, "Nested");
+    ASSERT_EQ(c.enums.size(), 1u);
+    EXPECT_EQ(c.enums[0].name, "E");
+    ASSERT_EQ(c.fields.size(), 1u);
+    EXPECT_EQ(c.fields[0].idName.id, 7);
     EXPECT_FALSE(c.fields[0].range.check(10));
     EXPECT_EQ((std::set<int>{3}), c.fields[0].validValues);
 }
@@ -165,11 +165,11 @@ TEST(MetaInterface, MovesOfAClassCountNothing) {
     Unit const * const member = &c.unit.at(0);
     MetaClass made(std::move(c));
     EXPECT_EQ(member, &made.unit.at(0));
-    EXPECT_EQ(1u, member->getRefCount());
+    EXPECT_EQ(member->getRefCount(), 1u);
     MetaClass assigned;
     assigned = std::move(made);
     EXPECT_EQ(member, &assigned.unit.at(0));
-    EXPECT_EQ(1u, member->getRefCount());
+    EXPECT_EQ(member->getRefCount(), 1u);
 }
 
 } // namespace

@@ -65,44 +65,43 @@ TEST(MetaIo, WritesTheExample) {
 
 TEST(MetaIo, WritesAnEmptyFactory) {
     MetaFactory factory;
-    EXPECT_EQ(":factory(code2class()classes()enums())", written(factory));
+    EXPECT_EQ(written(factory), ":factory(code2class()classes()enums())");
 }
 
 TEST(MetaIo, WritesEnumsByTheirNames) {
     MetaFactory factory = loadTemplate("b:enum{B}(one(1)two(2))");
-    EXPECT_EQ(":factory(code2class()classes()enums(B:enum{B}(one(1)two(2))))", written(factory));
+    EXPECT_EQ(written(factory), ":factory(code2class()classes()enums(B:enum{B}(one(1)two(2))))");
 }
 
 TEST(MetaIo, WritesWhatIsDumpedAsPmlThatCanBeRead) {
     MetaFactory factory = loadTemplate(tav_test::helloTemplate);
     Unit const again = unitOf(written(factory));
-    EXPECT_EQ("factory", again.type());
+    EXPECT_EQ(again.type(), "factory");
     Unit const & hello = again.child("classes").child("im.Hello");
-    EXPECT_EQ("im.Hello", hello.type());
-    EXPECT_EQ("[2]seq:int64()", hello.child("fields").at(1).value());
-    EXPECT_EQ("im.Hello", again.child("code2class").child("7937").value());
+    EXPECT_EQ(hello.type(), "im.Hello");
+    EXPECT_EQ(hello.child("fields").at(1).value(), "[2]seq:int64()");
+    EXPECT_EQ(again.child("code2class").child("7937").value(), "im.Hello");
 }
 
 TEST(MetaIo, LeavesOutWhatAClassDoesNotHave) {
     MetaClass none;
     none.className = "X";
-    EXPECT_EQ(":X()", written(none));
+    EXPECT_EQ(written(none), ":X()");
     MetaClass plain = classOf("t:T(__super__(null)x:int32())");
-    EXPECT_EQ(":T(fields((\"x:int32()\")))", written(plain));
+    EXPECT_EQ(written(plain), ":T(fields((\"x:int32()\")))");
 }
 
 TEST(MetaIo, WritesImportsAsFields) {
     MetaClass c = classOf("t:T(__super__(null)__import__(im.A))");
-    EXPECT_EQ(":T(__import__(im/A))", written(c));
+    EXPECT_EQ(written(c), ":T(__import__(im/A))");
     MetaClass two = classOf("t:T(__super__(null)__import__(a)__import__(b))");
-    EXPECT_EQ(":T(__import__(ab))", written(two));
+    EXPECT_EQ(written(two), ":T(__import__(ab))");
 }
 
 TEST(MetaIo, WritesNestedClassesAheadOfEnumsAndFields) {
     MetaClass c = classOf("t:T(__super__(null)m:enum{M}(a(1))n:N(x:int32()))");
-    EXPECT_EQ(":T(classes(:N(__super__(DataObject)fields((\"x:int32()\"))))"
-              "enums(:enum{M}(a(1)))fields((\"m:enum{M}()\")(\"n:object{N}()\")))",
-              written(c));
+    EXPECT_EQ(written(c), ":T(classes(:N(__super__(DataObject)fields((\"x:int32()\"))))"
+                          "enums(:enum{M}(a(1)))fields((\"m:enum{M}()\")(\"n:object{N}()\")))");
 }
 
 TEST(MetaIo, BracketsEveryClassAndList) {
@@ -110,12 +109,11 @@ TEST(MetaIo, BracketsEveryClassAndList) {
     std::string calls;
     CallStream s(calls);
     c.io(s);
-    EXPECT_EQ("<T,B 1=__code__ '1' 2=__super__ 'B' 3=__import__ 'i' 4=classes <, [] "
-              "- <N, 4=classes <, [] - <K,DataObject 2=__super__ 'DataObject' "
-              "6=fields <, [] - 'x:int32()' > > > "
-              "6=fields <, [] - 'k:object{K}()' > > > "
-              "6=fields <, [] - 'n:object{N}()' > > ",
-              calls);
+    EXPECT_EQ(calls, "<T,B 1=__code__ '1' 2=__super__ 'B' 3=__import__ 'i' 4=classes <, [] "
+                     "- <N, 4=classes <, [] - <K,DataObject 2=__super__ 'DataObject' "
+                     "6=fields <, [] - 'x:int32()' > > > "
+                     "6=fields <, [] - 'k:object{K}()' > > > "
+                     "6=fields <, [] - 'n:object{N}()' > > ");
     EXPECT_FALSE(s.isEmpty());
 }
 
@@ -135,10 +133,11 @@ TEST(MetaIo, BracketsAFactoryAndAnEnum) {
     std::string calls;
     CallStream s(calls);
     factory.io(s);
-    EXPECT_EQ(0u, calls.find("<factory, 1=code2class <, [] - <, 1=key 2=value 'B' > > 2=classes <, [] > "
-                             "3=enums <, [] - <, 1=key 'B' 2=value <enum{B}, 1=__code__ '2' 2=one '1' > "))
+    EXPECT_EQ(calls.find("<factory, 1=code2class <, [] - <, 1=key 2=value 'B' > > 2=classes <, [] > "
+                         "3=enums <, [] - <, 1=key 'B' 2=value <enum{B}, 1=__code__ '2' 2=one '1' > "),
+              0u)
         << calls;
-    EXPECT_EQ("> > > ", calls.substr(calls.size() - 6));
+    EXPECT_EQ(calls.substr(calls.size() - 6), "> > > ");
 }
 
 TEST(MetaIo, PassesOverStreamsThatGiveNoChildren) {

@@ -16,7 +16,7 @@ using tav_test::loadTemplate;
 
 namespace {
 
-TEST(MetaFindClass, LooksInNestedClassesFirst) {
+TEST(MetaLookupFindClass, LooksInNestedClassesFirst) {
     MetaFactory const factory =
         loadTemplate("a:A(n:B(x:int32())m:A(y:int32())) b:B(z:int32()) c:C(w:int32())");
     MetaClass const & a = *factory.findClass("A");
@@ -24,22 +24,22 @@ TEST(MetaFindClass, LooksInNestedClassesFirst) {
     EXPECT_EQ(&a.classes[1], findClass("A", a, factory));
     EXPECT_EQ(factory.findClass("C"), findClass("C", a, factory));
     EXPECT_EQ(factory.findClass("B"), findClass("B", *factory.findClass("C"), factory));
-    EXPECT_EQ(nullptr, findClass("D", a, factory));
+    EXPECT_EQ(findClass("D", a, factory), nullptr);
 }
 
-TEST(MetaFindClass, LooksAtTheClassItselfAheadOfTheFactory) {
+TEST(MetaLookupFindClass, LooksAtTheClassItselfAheadOfTheFactory) {
     MetaFactory const factory = loadTemplate("a:A(n:B(x:int32())) b:B(z:int32())");
     MetaClass const & nested = factory.findClass("A")->classes.at(0);
     EXPECT_EQ(&nested, findClass("B", nested, factory));
     EXPECT_EQ(factory.findClass("A"), findClass("A", nested, factory));
 }
 
-TEST(MetaFindClass, TakesTheFirstOfTwoNestedClasses) {
+TEST(MetaLookupFindClass, TakesTheFirstOfTwoNestedClasses) {
     MetaFactory const factory = loadTemplate("a:A(n:B(x:int32())m:B(y:int32()))");
-    EXPECT_EQ("n", findClass("B", *factory.findClass("A"), factory)->name);
+    EXPECT_EQ(findClass("B", *factory.findClass("A"), factory)->name, "n");
 }
 
-TEST(ClassChain, FindsFieldsUpTheBases) {
+TEST(MetaLookupClassChain, FindsFieldsUpTheBases) {
     MetaFactory const factory = loadTemplate("a:A(__super__(B)[1]x:int32())"
                                              "b:B(__super__(C)[1]hidden:int32()[2]y:int32())"
                                              "c:C([2]x:int64()[3]z:int32())");
@@ -51,47 +51,47 @@ TEST(ClassChain, FindsFieldsUpTheBases) {
     EXPECT_EQ(&a.fields[0], chain.findField("x"));
     EXPECT_EQ(&b.fields[1], chain.findField("y"));
     EXPECT_EQ(&c.fields[1], chain.findField("z"));
-    EXPECT_EQ(nullptr, chain.findField("w"));
+    EXPECT_EQ(chain.findField("w"), nullptr);
     EXPECT_EQ(&a.fields[0], chain.findField(1));
     EXPECT_EQ(&b.fields[1], chain.findField(2));
     EXPECT_EQ(&c.fields[1], chain.findField(3));
-    EXPECT_EQ(nullptr, chain.findField(4));
+    EXPECT_EQ(chain.findField(4), nullptr);
     EXPECT_EQ((std::vector<MetaClass const *>{&b, &c}), chain.bases());
     EXPECT_EQ(&c.fields[1], findField("z", a, factory));
     EXPECT_EQ(&b.fields[1], findField(2, a, factory));
-    EXPECT_EQ(nullptr, findField("y", c, factory));
+    EXPECT_EQ(findField("y", c, factory), nullptr);
 }
 
-TEST(ClassChain, EndsAtABaseWithoutClass) {
+TEST(MetaLookupClassChain, EndsAtABaseWithoutClass) {
     MetaFactory const factory = loadTemplate("a:A(__super__(B)x:int32()) b:B(y:int32())");
     ClassChain chain(*factory.findClass("A"), factory);
-    EXPECT_EQ("DataObject", factory.findClass("B")->superName);
-    EXPECT_EQ(nullptr, chain.findField("z"));
-    EXPECT_EQ(1u, chain.bases().size());
+    EXPECT_EQ(factory.findClass("B")->superName, "DataObject");
+    EXPECT_EQ(chain.findField("z"), nullptr);
+    EXPECT_EQ(chain.bases().size(), 1u);
 }
 
-TEST(ClassChain, EndsWithoutBase) {
+TEST(MetaLookupClassChain, EndsWithoutBase) {
     MetaFactory const factory = loadTemplate("a:A(__super__(null)n:object(x:int32()))");
     ClassChain chain(*factory.findClass("A"), factory);
     EXPECT_TRUE(chain.bases().empty());
-    EXPECT_EQ(nullptr, chain.findField("x"));
+    EXPECT_EQ(chain.findField("x"), nullptr);
 }
 
-TEST(ClassChain, SeesTheRootIfItIsDeclared) {
+TEST(MetaLookupClassChain, SeesTheRootIfItIsDeclared) {
     MetaFactory const factory = loadTemplate("r:DataObject([1]id:int64()) a:A(x:int32())");
     ClassChain chain(*factory.findClass("A"), factory);
     EXPECT_EQ(&factory.findClass("DataObject")->fields[0], chain.findField("id"));
-    EXPECT_EQ(1u, chain.bases().size());
+    EXPECT_EQ(chain.bases().size(), 1u);
 }
 
-TEST(ClassChain, LooksForEachBaseAsSeenFromTheClassBelowIt) {
+TEST(MetaLookupClassChain, LooksForEachBaseAsSeenFromTheClassBelowIt) {
     MetaFactory const factory = loadTemplate("a:A(__super__(B)n:B(__super__(C)[1]x:int32()))"
                                              "b:B([1]y:int32()) c:C([1]z:int32())");
     MetaClass const & a = *factory.findClass("A");
     ClassChain chain(a, factory);
     EXPECT_EQ((std::vector<MetaClass const *>{&a.classes[0], factory.findClass("C")}), chain.bases());
-    EXPECT_EQ(nullptr, chain.findField("y"));
-    EXPECT_NE(nullptr, chain.findField("z"));
+    EXPECT_EQ(chain.findField("y"), nullptr);
+    EXPECT_NE(chain.findField("z"), nullptr);
 
     MetaFactory const other = loadTemplate("a:A(__super__(B)x:int32()) d:D(y:int32())"
                                            "b:B(__super__(D)n:D(z:int32()))");
@@ -99,22 +99,22 @@ TEST(ClassChain, LooksForEachBaseAsSeenFromTheClassBelowIt) {
     EXPECT_EQ(&other.findClass("B")->classes[0], through.bases().at(1));
 }
 
-TEST(ClassChain, EndsWhereBasesGoRoundInACircle) {
+TEST(MetaLookupClassChain, EndsWhereBasesGoRoundInACircle) {
     MetaFactory const factory = loadTemplate("a:A(__super__(B)x:int32()) b:B(__super__(A)y:int32())"
                                              "s:S(__super__(S)z:int32()) t:T(__super__(A)w:int32())");
     ClassChain a(*factory.findClass("A"), factory);
-    EXPECT_EQ(nullptr, a.findField("z"));
-    EXPECT_NE(nullptr, a.findField("y"));
-    EXPECT_EQ(1u, a.bases().size());
+    EXPECT_EQ(a.findField("z"), nullptr);
+    EXPECT_NE(a.findField("y"), nullptr);
+    EXPECT_EQ(a.bases().size(), 1u);
     ClassChain self(*factory.findClass("S"), factory);
-    EXPECT_EQ(nullptr, self.findField(99));
+    EXPECT_EQ(self.findField(99), nullptr);
     EXPECT_TRUE(self.bases().empty());
     ClassChain into(*factory.findClass("T"), factory);
-    EXPECT_EQ(nullptr, into.findField("z"));
-    EXPECT_EQ(2u, into.bases().size());
+    EXPECT_EQ(into.findField("z"), nullptr);
+    EXPECT_EQ(into.bases().size(), 2u);
 }
 
-TEST(ClassChain, EndsAtALongCircle) {
+TEST(MetaLookupClassChain, EndsAtALongCircle) {
     for (unsigned const length : {15u, 16u, 17u, 18u, 1000u}) {
         std::string text;
         for (unsigned i = 0; i < length; ++i) {
@@ -123,13 +123,13 @@ TEST(ClassChain, EndsAtALongCircle) {
         }
         MetaFactory const factory = loadTemplate(text);
         ClassChain chain(*factory.findClass("C0"), factory);
-        EXPECT_EQ(nullptr, chain.findField("none"));
+        EXPECT_EQ(chain.findField("none"), nullptr);
         EXPECT_EQ(length - 1, chain.bases().size());
-        EXPECT_NE(nullptr, chain.findField(tav_istr("f" + std::to_string(length - 1))));
+        EXPECT_NE(chain.findField(tav_istr("f" + std::to_string(length - 1))), nullptr);
     }
 }
 
-TEST(ClassChain, EndsAtALongCircleThatBeginsFarUp) {
+TEST(MetaLookupClassChain, EndsAtALongCircleThatBeginsFarUp) {
     for (unsigned const entry : {14u, 15u, 16u, 17u, 18u, 30u}) {
         std::string text;
         for (unsigned i = 0; i < 40; ++i) {
@@ -138,11 +138,11 @@ TEST(ClassChain, EndsAtALongCircleThatBeginsFarUp) {
         }
         MetaFactory const factory = loadTemplate(text);
         ClassChain chain(*factory.findClass("C0"), factory);
-        EXPECT_EQ(39u, chain.bases().size()) << entry;
+        EXPECT_EQ(chain.bases().size(), 39u) << entry;
     }
 }
 
-TEST(ClassChain, FindsTheSameLateAndEarly) {
+TEST(MetaLookupClassChain, FindsTheSameLateAndEarly) {
     MetaFactory const factory = loadTemplate("a:A(__super__(B)[1]x:int32()) b:B([2]y:int32())");
     ClassChain eager(*factory.findClass("A"), factory);
     eager.bases();

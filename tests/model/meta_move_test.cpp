@@ -14,7 +14,7 @@ TEST(MetaMove, OfAClassAllocatesNothing) {
         tav_istr("Hello:object(__class__(im.Hello)__code__(1F01)__import__(a/b)[1]user:string()"
                  "[2]tags:list{string}()[3]inner:object{Inner}([1]x:int32(1{0..9})))"));
     tav::pml::MetaFactory const factory(in);
-    ASSERT_NE(nullptr, factory.findClass("im.Hello"));
+    ASSERT_NE(factory.findClass("im.Hello"), nullptr);
     MetaClass const & read = *factory.findClass("im.Hello");
     MetaClass from(read);
     ASSERT_LT(0u, from.fields.size());
@@ -24,5 +24,5 @@ TEST(MetaMove, OfAClassAllocatesNothing) {
     made = std::move(assigned);
     EXPECT_FALSE(FailingAllocation::happened());
     EXPECT_EQ(read.fields.size(), made.fields.size());
-    EXPECT_EQ("im.Hello", made.className);
+    EXPECT_EQ(made.className, "im.Hello");
 }

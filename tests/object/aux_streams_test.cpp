@@ -73,7 +73,7 @@ void expectUntouched(tavCodecStream & s, T const & held) {
 
 } // namespace
 
-TEST(TavNullStream, IsAnOutputStreamThatHidesNothing) {
+TEST(AuxStreamsNullStream, IsAnOutputStreamThatHidesNothing) {
     tavNullStream s;
     EXPECT_FALSE(s.isNull());
     EXPECT_FALSE(s.hideEmpty());
@@ -82,7 +82,7 @@ TEST(TavNullStream, IsAnOutputStreamThatHidesNothing) {
     EXPECT_TRUE(s.isEmpty());
 }
 
-TEST(TavNullStream, GivesNoStreams) {
+TEST(AuxStreamsNullStream, GivesNoStreams) {
     tavNullStream s;
     EXPECT_FALSE(s.child(1, "a"));
     EXPECT_FALSE(s.getOutputChild());
@@ -94,7 +94,7 @@ TEST(TavNullStream, GivesNoStreams) {
     EXPECT_TRUE(map.empty());
 }
 
-TEST(TavNullStream, TouchesNoValue) {
+TEST(AuxStreamsNullStream, TouchesNoValue) {
     tavNullStream s;
     expectUntouched(s, tavTime::milliseconds(7));
     expectUntouched(s, tavBytes(tav_istr("b")));
@@ -124,7 +124,7 @@ TEST(TavNullStream, TouchesNoValue) {
     EXPECT_TRUE(s.isEmpty());
 }
 
-TEST(TavNullStream, WalkShowsWhetherAFieldWasMet) {
+TEST(AuxStreamsNullStream, WalkShowsWhetherAFieldWasMet) {
     tavNullStream with;
     Outer().io(with);
     EXPECT_FALSE(with.isEmpty());
@@ -133,21 +133,21 @@ TEST(TavNullStream, WalkShowsWhetherAFieldWasMet) {
     EXPECT_TRUE(without.isEmpty());
 }
 
-TEST(TavNullStream, NestedObjectsAreNotEntered) {
+TEST(AuxStreamsNullStream, NestedObjectsAreNotEntered) {
     Inner::visits = 0;
     tavNullStream s;
     Outer().io(s);
     EXPECT_EQ(Inner::visits, 0);
 }
 
-TEST(TavCollectMetaStream, IsANullStream) {
+TEST(AuxStreamsCollectMetaStream, IsANullStream) {
     EXPECT_TRUE((std::is_base_of<tavNullStream, tavCollectMetaStream>::value));
     tavCollectMetaStream s;
     EXPECT_TRUE(s.isOutputStream());
     EXPECT_TRUE(s.fields().empty());
 }
 
-TEST(TavCollectMetaStream, GathersTheFieldsOfTheTopLevelInOrder) {
+TEST(AuxStreamsCollectMetaStream, GathersTheFieldsOfTheTopLevelInOrder) {
     tavEnum<Mode>::add(Mode::off, "off");
     tavEnum<Mode>::add(Mode::on, "on");
     tavCollectMetaStream s;
@@ -170,7 +170,7 @@ TEST(TavCollectMetaStream, GathersTheFieldsOfTheTopLevelInOrder) {
     EXPECT_EQ(fields[5].name, "list");
 }
 
-TEST(TavCollectMetaStream, CopiesTheValuesAndTheMeta) {
+TEST(AuxStreamsCollectMetaStream, CopiesTheValuesAndTheMeta) {
     tavCollectMetaStream s;
     {
         std::set<int> const values{1};
@@ -180,7 +180,7 @@ TEST(TavCollectMetaStream, CopiesTheValuesAndTheMeta) {
     EXPECT_EQ(s.fields().at(0).meta.type, 18);
 }
 
-TEST(TavCollectMetaStream, CallsAFunctionForEachFieldInOrder) {
+TEST(AuxStreamsCollectMetaStream, CallsAFunctionForEachFieldInOrder) {
     tavCollectMetaStream s;
     Outer object;
     object.io(s);
@@ -189,7 +189,7 @@ TEST(TavCollectMetaStream, CallsAFunctionForEachFieldInOrder) {
     EXPECT_EQ(names, "number secret maybe mode inner list ");
 }
 
-TEST(TavCollectMetaStream, EmptyFunctionFailsOnlyIfThereIsAField) {
+TEST(AuxStreamsCollectMetaStream, EmptyFunctionFailsOnlyIfThereIsAField) {
     tavCollectMetaStream s;
     std::function<void(tavFieldMeta const &)> const nothing;
     EXPECT_NO_THROW(s.for_each_field(nothing));

@@ -307,14 +307,14 @@ TEST(TavDumper, OnlyTextAndBytesAreMasked) {
     EXPECT_EQ(written(true, meta), "true");
 }
 
-TEST(ProtectedValue, UnprotectedValueIsWholeWithItsLength) {
+TEST(DumperProtectedValue, UnprotectedValueIsWholeWithItsLength) {
     EXPECT_EQ(tavDumper::protectedValue("hello world", tavCodecMeta()), "hello world[11]");
     EXPECT_EQ(tavDumper::protectedValue("hello world", tavCodecMeta(-1, false, "..*..", true)),
               "hello world[11]");
     EXPECT_EQ(tavDumper::protectedValue(tav_istr(), tavCodecMeta()), "[0]");
 }
 
-TEST(ProtectedValue, MaskTellsHeadStarsAndTail) {
+TEST(DumperProtectedValue, MaskTellsHeadStarsAndTail) {
     EXPECT_EQ(masked("hello world", "...***..."), "hel***rld[11]");
     EXPECT_EQ(masked("hello world", "***"), "***[11]");
     EXPECT_EQ(masked("hello world", nullptr), "***[11]");
@@ -324,13 +324,13 @@ TEST(ProtectedValue, MaskTellsHeadStarsAndTail) {
     EXPECT_EQ(masked("hello world", ".."), "he[11]");
 }
 
-TEST(ProtectedValue, WhatFollowsTheMaskIsIgnored) {
+TEST(DumperProtectedValue, WhatFollowsTheMaskIsIgnored) {
     EXPECT_EQ(masked("hello world", ".*.x..."), "h*d[11]");
     EXPECT_EQ(masked("hello world", ".*.*."), "h*d[11]");
     EXPECT_EQ(masked("hello world", "x.*."), "[11]");
 }
 
-TEST(ProtectedValue, ShortValueNeverRepeatsBytes) {
+TEST(DumperProtectedValue, ShortValueNeverRepeatsBytes) {
     EXPECT_EQ(masked("ab", "...***..."), "ab***[2]");
     EXPECT_EQ(masked("abc", "...***..."), "abc***[3]");
     EXPECT_EQ(masked("abcde", "...***..."), "abc***de[5]");

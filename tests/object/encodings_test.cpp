@@ -216,7 +216,7 @@ TEST_P(Encodings, CarryAMessageOfNothing) {
     GetParam().carry(from, to);
     EXPECT_EQ(from.text, to.text);
     EXPECT_EQ(from.at, to.at);
-    EXPECT_EQ(5, to.retries);
+    EXPECT_EQ(to.retries, 5);
     EXPECT_TRUE(to.numbers.empty());
     EXPECT_TRUE(to.votes.empty());
     EXPECT_FALSE(to.absent.has_value());

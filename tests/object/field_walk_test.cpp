@@ -97,13 +97,13 @@ int Shared::destroyed = 0;
 
 } // namespace
 
-TEST(IoField, TellsTheStreamOfTheFieldThenAsksForAChildThenForTheValue) {
+TEST(FieldWalkIoField, TellsTheStreamOfTheFieldThenAsksForAChildThenForTheValue) {
     EXPECT_EQ(write(5, tavCodecMeta(3, false, "1..9", false)),
               (Calls{"field 1:a ( ) {3, false, 1..9, false}", "child 1:a",
                      "/1:a io int 5 {3, false, 1..9, false}"}));
 }
 
-TEST(IoField, MetaIsTheDefaultOneIfNoneIsGiven) {
+TEST(FieldWalkIoField, MetaIsTheDefaultOneIfNoneIsGiven) {
     Calls calls;
     RecordingStream s(calls, Options());
     int value = 3;
@@ -112,7 +112,7 @@ TEST(IoField, MetaIsTheDefaultOneIfNoneIsGiven) {
                             std::string("/-1:z io int 3 ") + none}));
 }
 
-TEST(IoField, MarksTheStreamAsFilledBeforeItAsksForAChild) {
+TEST(FieldWalkIoField, MarksTheStreamAsFilledBeforeItAsksForAChild) {
     Calls calls;
     RecordingStream s(calls, Options());
     int value = 0;
@@ -122,7 +122,7 @@ TEST(IoField, MarksTheStreamAsFilledBeforeItAsksForAChild) {
     EXPECT_EQ(calls[1], "child 1:a");
 }
 
-TEST(IoField, MarksTheStreamAsFilledEvenWithoutAChild) {
+TEST(FieldWalkIoField, MarksTheStreamAsFilledEvenWithoutAChild) {
     Options options;
     options.givesChildren = false;
     Calls calls;
@@ -133,7 +133,7 @@ TEST(IoField, MarksTheStreamAsFilledEvenWithoutAChild) {
     EXPECT_EQ(calls.size(), 2u);
 }
 
-TEST(IoField, FieldLeftOutIsToldAndLeavesTheStreamEmpty) {
+TEST(FieldWalkIoField, FieldLeftOutIsToldAndLeavesTheStreamEmpty) {
     Calls calls;
     RecordingStream s(calls, hiding());
     int value = 0;
@@ -142,21 +142,21 @@ TEST(IoField, FieldLeftOutIsToldAndLeavesTheStreamEmpty) {
     EXPECT_TRUE(s.isEmpty());
 }
 
-TEST(IoField, LeavesOutOnlyIfOptionalHidingAndEmpty) {
+TEST(FieldWalkIoField, LeavesOutOnlyIfOptionalHidingAndEmpty) {
     EXPECT_TRUE(isLeftOut(0, true, true));
     EXPECT_FALSE(isLeftOut(0, false, true));
     EXPECT_FALSE(isLeftOut(0, true, false));
     EXPECT_FALSE(isLeftOut(1, true, true));
 }
 
-TEST(IoField, NothingIsLeftOutOnInput) {
+TEST(FieldWalkIoField, NothingIsLeftOutOnInput) {
     int value = 0;
     Calls const calls = read(value, Node::of(4), tavCodecMeta(3, false, nullptr, true), hiding());
     EXPECT_EQ(value, 4);
     EXPECT_EQ(calls.size(), 3u);
 }
 
-TEST(IoField, EmptyMeansZeroFalseOrNoBytes) {
+TEST(FieldWalkIoField, EmptyMeansZeroFalseOrNoBytes) {
     EXPECT_TRUE(isLeftOut(tavTime()));
     EXPECT_FALSE(isLeftOut(tavTime::milliseconds(1)));
     EXPECT_TRUE(isLeftOut(tavBytes()));
@@ -196,14 +196,14 @@ TEST(IoField, EmptyMeansZeroFalseOrNoBytes) {
     EXPECT_FALSE(isLeftOut(L'x'));
 }
 
-TEST(IoField, EmptyMeansForWrappersThatTheirValueIsZero) {
+TEST(FieldWalkIoField, EmptyMeansForWrappersThatTheirValueIsZero) {
     EXPECT_TRUE(isLeftOut(tavNumber<int, 7>(0)));
     EXPECT_FALSE(isLeftOut(tavNumber<int, 7>()));
     EXPECT_TRUE(isLeftOut(tavEnum<Color>()));
     EXPECT_FALSE(isLeftOut(tavEnum<Color>(Color::red)));
 }
 
-TEST(IoField, EmptyMeansForObjectsWhatTheySay) {
+TEST(FieldWalkIoField, EmptyMeansForObjectsWhatTheySay) {
     Point point;
     EXPECT_FALSE(isLeftOut(point));
     point.callsItselfEmpty = true;
@@ -216,7 +216,7 @@ TEST(IoField, EmptyMeansForObjectsWhatTheySay) {
     EXPECT_TRUE(isLeftOut(pointer));
 }
 
-TEST(IoField, EmptyMeansForContainersThatTheyHoldNothing) {
+TEST(FieldWalkIoField, EmptyMeansForContainersThatTheyHoldNothing) {
     EXPECT_TRUE(isLeftOut(std::vector<int>()));
     EXPECT_FALSE(isLeftOut(std::vector<int>{0}));
     EXPECT_TRUE(isLeftOut(std::vector<bool>()));
@@ -233,7 +233,7 @@ TEST(IoField, EmptyMeansForContainersThatTheyHoldNothing) {
     EXPECT_FALSE((isLeftOut(std::unordered_map<int, int>{{0, 0}})));
 }
 
-TEST(IoField, EachSimpleTypeGoesToItsOwnIo) {
+TEST(FieldWalkIoField, EachSimpleTypeGoesToItsOwnIo) {
     auto const io = [](Calls const & calls) { return calls.at(2).substr(0, calls.at(2).find(" {")); };
     EXPECT_EQ(io(write(tavTime::milliseconds(9))), "/1:a io tavTime 9");
     EXPECT_EQ(io(write(tavBytes(tav_istr("b")))), "/1:a io tavBytes b");
@@ -253,20 +253,20 @@ TEST(IoField, EachSimpleTypeGoesToItsOwnIo) {
     EXPECT_EQ(io(write(true)), "/1:a io bool true");
 }
 
-TEST(IoField, AdapterTypesGoToTavString) {
+TEST(FieldWalkIoField, AdapterTypesGoToTavString) {
     EXPECT_EQ(body(write(std::string("s"))), Calls{std::string("/1:a io tavString s ") + none});
     EXPECT_EQ(body(write(tavWstring(L"w"))), Calls{std::string("/1:a io tavString w ") + none});
     EXPECT_EQ(body(write(L'c')), Calls{std::string("/1:a io tavString c ") + none});
 }
 
-TEST(IoField, InputFillsTheValueWithTheFieldsMeta) {
+TEST(FieldWalkIoField, InputFillsTheValueWithTheFieldsMeta) {
     int value = 1;
     EXPECT_EQ(read(value, Node::of(42), tavCodecMeta(3, false, nullptr, true)),
               (Calls{"field 1:a ( ) {3, false, , true}", "child 1:a", "/1:a io int ? {3, false, , true}"}));
     EXPECT_EQ(value, 42);
 }
 
-TEST(IoField, MissingFieldKeepsItsValue) {
+TEST(FieldWalkIoField, MissingFieldKeepsItsValue) {
     Calls calls;
     Node const nothing;
     RecordingStream s(calls, Options(), nothing);
@@ -293,19 +293,19 @@ TEST(IoField, MissingFieldKeepsItsValue) {
     EXPECT_EQ(calls.size(), 12u);
 }
 
-TEST(IoField, NumberKeepsEveryBitOfItsPlainType) {
+TEST(FieldWalkIoField, NumberKeepsEveryBitOfItsPlainType) {
     tavNumber<double, 0> const negativeZero(-0.0);
     EXPECT_EQ(body(write(negativeZero)), Calls{std::string("/1:a io double -0 ") + none});
 }
 
-TEST(IoField, NumberTravelsAsItsPlainType) {
+TEST(FieldWalkIoField, NumberTravelsAsItsPlainType) {
     EXPECT_EQ(body(write(tavNumber<short, 4>())), Calls{std::string("/1:a io short 4 ") + none});
     tavNumber<short, 4> value;
     read(value, Node::of(-2));
     EXPECT_EQ(value, -2);
 }
 
-TEST(IoField, EnumTravelsAsOneIntWithItsRegisteredValues) {
+TEST(FieldWalkIoField, EnumTravelsAsOneIntWithItsRegisteredValues) {
     registerColors();
     EXPECT_EQ(
         write(tavEnum<Color>(Color::green), tavCodecMeta(18)),
@@ -315,13 +315,13 @@ TEST(IoField, EnumTravelsAsOneIntWithItsRegisteredValues) {
     EXPECT_EQ(value, Color::green);
 }
 
-TEST(IoField, OptionalEnumDeclaresItsRegisteredValuesToo) {
+TEST(FieldWalkIoField, OptionalEnumDeclaresItsRegisteredValuesToo) {
     registerColors();
     EXPECT_EQ(write(tavOptional<tavEnum<Color>>())[0], std::string("field 1:a ( 1 2 ) ") + none);
     EXPECT_EQ(write(std::vector<tavEnum<Color>>())[0], std::string("field 1:a ( ) ") + none);
 }
 
-TEST(IoField, InvalidEnumValueNamesTheFieldAndTheValue) {
+TEST(FieldWalkIoField, InvalidEnumValueNamesTheFieldAndTheValue) {
     registerColors();
     tav_test::LogCapture log;
     tavEnum<Color> value(Color::red);
@@ -337,14 +337,14 @@ TEST(IoField, InvalidEnumValueNamesTheFieldAndTheValue) {
     EXPECT_EQ(log.count("<EXCEPTION> invalid enum field name a value -3"), 1u);
 }
 
-TEST(IoField, UnregisteredEnumDefaultSurvivesARoundTrip) {
+TEST(FieldWalkIoField, UnregisteredEnumDefaultSurvivesARoundTrip) {
     registerColors();
     tavEnum<Color> value;
     EXPECT_NO_THROW(read(value, Node::of(0)));
     EXPECT_EQ(value.value(), 0);
 }
 
-TEST(IoField, InvalidEnumElementsNameTheirField) {
+TEST(FieldWalkIoField, InvalidEnumElementsNameTheirField) {
     registerColors();
     std::vector<tavEnum<Color>> list;
     EXPECT_THROW(read(list, Node::list({Node::of(1), Node::of(77)})), std::invalid_argument);
@@ -355,19 +355,19 @@ TEST(IoField, InvalidEnumElementsNameTheirField) {
     EXPECT_THROW(read(optional, Node::of(66)), std::invalid_argument);
 }
 
-TEST(IoField, UnsetOptionalIsWrittenAsNullUnlessItsMetaIsOptional) {
+TEST(FieldWalkIoField, UnsetOptionalIsWrittenAsNullUnlessItsMetaIsOptional) {
     EXPECT_EQ(write(tavOptional<int>(), tavCodecMeta(), hiding()),
               (Calls{std::string("field 1:a ( ) ") + none, "child 1:a", "/1:a writeNull"}));
     EXPECT_EQ(write(tavOptional<int>(), tavCodecMeta(3, false, nullptr, true)),
               Calls{"field 1:a ( ) {3, false, , true}"});
 }
 
-TEST(IoField, SetOptionalIsWrittenWithTheFieldsMetaWhateverIsHidden) {
+TEST(FieldWalkIoField, SetOptionalIsWrittenWithTheFieldsMetaWhateverIsHidden) {
     EXPECT_EQ(write(tavOptional<int>(0), tavCodecMeta(3, true, "*", true), hiding()),
               (Calls{"field 1:a ( ) {3, true, *, true}", "child 1:a", "/1:a io int 0 {3, true, *, true}"}));
 }
 
-TEST(IoField, OptionalLeftOutLeavesTheStreamEmpty) {
+TEST(FieldWalkIoField, OptionalLeftOutLeavesTheStreamEmpty) {
     Calls calls;
     RecordingStream s(calls, Options());
     tavOptional<int> value;
@@ -375,7 +375,7 @@ TEST(IoField, OptionalLeftOutLeavesTheStreamEmpty) {
     EXPECT_TRUE(s.isEmpty());
 }
 
-TEST(IoField, OptionalIsReadWithADefaultMeta) {
+TEST(FieldWalkIoField, OptionalIsReadWithADefaultMeta) {
     tavOptional<int> value;
     EXPECT_EQ(read(value, Node::of(5), tavCodecMeta(3, true, "*", true)),
               (Calls{"field 1:a ( ) {3, true, *, true}", "child 1:a", std::string("/1:a io int ? ") + none}));
@@ -383,7 +383,7 @@ TEST(IoField, OptionalIsReadWithADefaultMeta) {
     EXPECT_EQ(*value, 5);
 }
 
-TEST(IoField, OptionalStaysAsItIsForANull) {
+TEST(FieldWalkIoField, OptionalStaysAsItIsForANull) {
     tavOptional<int> value(4);
     EXPECT_EQ(body(read(value, Node::nullValue())), Calls{});
     EXPECT_TRUE(value.has_value());
@@ -393,7 +393,7 @@ TEST(IoField, OptionalStaysAsItIsForANull) {
     EXPECT_FALSE(unset.has_value());
 }
 
-TEST(IoField, OptionalsHoldEveryKindOfValue) {
+TEST(FieldWalkIoField, OptionalsHoldEveryKindOfValue) {
     registerColors();
     tavOptional<std::vector<int>> list;
     read(list, Node::list({Node::of(1), Node::of(2)}));
@@ -419,7 +419,7 @@ TEST(IoField, OptionalsHoldEveryKindOfValue) {
     EXPECT_EQ(body(write(list)).size(), 7u);
 }
 
-TEST(IoField, NestedObjectBracketsItself) {
+TEST(FieldWalkIoField, NestedObjectBracketsItself) {
     Point point;
     point.x = 4;
     EXPECT_EQ(write(point),
@@ -434,14 +434,14 @@ TEST(IoField, NestedObjectBracketsItself) {
     EXPECT_EQ(target.x, 1);
 }
 
-TEST(IoField, SharedObjectIsWrittenAsItsObjectOrAsNull) {
+TEST(FieldWalkIoField, SharedObjectIsWrittenAsItsObjectOrAsNull) {
     tavSharedPtr<Shared> pointer;
     EXPECT_EQ(body(write(pointer)), Calls{"/1:a writeNull"});
     pointer = new Shared();
     EXPECT_EQ(body(write(pointer)).front(), "/1:a enter 'Point' 'tavObject'");
 }
 
-TEST(IoField, SharedObjectIsMadeOnceAndThenFilled) {
+TEST(FieldWalkIoField, SharedObjectIsMadeOnceAndThenFilled) {
     Shared::destroyed = 0;
     {
         tavSharedPtr<Shared> pointer;
@@ -459,7 +459,7 @@ TEST(IoField, SharedObjectIsMadeOnceAndThenFilled) {
     EXPECT_EQ(Shared::destroyed, 1);
 }
 
-TEST(IoFieldOfLists, EachElementHasAStreamBetweenEnterAndLeave) {
+TEST(FieldWalkIoFieldOfLists, EachElementHasAStreamBetweenEnterAndLeave) {
     Calls const expected{"/1:a enter '' ''",    "/1:a makeArrayValue",
                          "/1:a getOutputChild", std::string("/1:a/* io int 7 ") + none,
                          "/1:a getOutputChild", std::string("/1:a/* io int 300 ") + none,
@@ -471,12 +471,12 @@ TEST(IoFieldOfLists, EachElementHasAStreamBetweenEnterAndLeave) {
     EXPECT_EQ(body(write(std::set<int>{300, 7}, meta)), expected);
 }
 
-TEST(IoFieldOfLists, EmptyListIsStillMarkedAsOne) {
+TEST(FieldWalkIoFieldOfLists, EmptyListIsStillMarkedAsOne) {
     EXPECT_EQ(body(write(std::vector<int>())),
               (Calls{"/1:a enter '' ''", "/1:a makeArrayValue", "/1:a leave"}));
 }
 
-TEST(IoFieldOfLists, ProtectedFieldsStayProtectedInTheirElements) {
+TEST(FieldWalkIoFieldOfLists, ProtectedFieldsStayProtectedInTheirElements) {
     tavCodecMeta const meta(26, true, "...***...", false);
     EXPECT_EQ(body(write(std::vector<tavString>{tavString("secret")}, meta))[3],
               "/1:a/* io tavString secret {26, true, ...***..., false}");
@@ -484,7 +484,7 @@ TEST(IoFieldOfLists, ProtectedFieldsStayProtectedInTheirElements) {
               "/1:a/0:1 io int 2 {26, true, ...***..., false}");
 }
 
-TEST(IoFieldOfLists, InputReplacesWhatWasHeld) {
+TEST(FieldWalkIoFieldOfLists, InputReplacesWhatWasHeld) {
     std::vector<int> value{9, 9, 9};
     EXPECT_EQ(body(read(value, Node::list({Node::of(1), Node::of(2)}), tavCodecMeta(26, true, "x", true))),
               (Calls{"/1:a getInputChildren", std::string("/1:a/* io int ? ") + none,
@@ -503,7 +503,7 @@ TEST(IoFieldOfLists, InputReplacesWhatWasHeld) {
     EXPECT_EQ(set, (std::set<int>{1, 3}));
 }
 
-TEST(IoFieldOfLists, AbsentAndNullElementsAreDefaultOnes) {
+TEST(FieldWalkIoFieldOfLists, AbsentAndNullElementsAreDefaultOnes) {
     std::vector<int> numbers;
     read(numbers, Node::list({Node::of(1), Node::absentValue(), Node::nullValue(), Node::of(2)}));
     EXPECT_EQ(numbers, (std::vector<int>{1, 0, 0, 2}));
@@ -520,7 +520,7 @@ TEST(IoFieldOfLists, AbsentAndNullElementsAreDefaultOnes) {
     EXPECT_TRUE(static_cast<bool>(pointers[1]));
 }
 
-TEST(IoFieldOfLists, BitsGoThroughALocal) {
+TEST(FieldWalkIoFieldOfLists, BitsGoThroughALocal) {
     EXPECT_EQ(body(write(std::vector<bool>{true, false})),
               (Calls{"/1:a enter '' ''", "/1:a makeArrayValue", "/1:a getOutputChild",
                      std::string("/1:a/* io bool true ") + none, "/1:a getOutputChild",
@@ -530,7 +530,7 @@ TEST(IoFieldOfLists, BitsGoThroughALocal) {
     EXPECT_EQ(value, (std::vector<bool>{false, true, false}));
 }
 
-TEST(IoFieldOfLists, OptionalElementsWriteNulls) {
+TEST(FieldWalkIoFieldOfLists, OptionalElementsWriteNulls) {
     std::vector<tavOptional<int>> value(2);
     value[1] = 3;
     EXPECT_EQ(body(write(value)),
@@ -542,12 +542,12 @@ TEST(IoFieldOfLists, OptionalElementsWriteNulls) {
     EXPECT_FALSE(value[1].has_value());
 }
 
-TEST(IoFieldOfLists, SharedElementsWriteNulls) {
+TEST(FieldWalkIoFieldOfLists, SharedElementsWriteNulls) {
     std::vector<tavSharedPtr<Shared>> value(1);
     EXPECT_EQ(body(write(value))[3], "/1:a/* writeNull");
 }
 
-TEST(IoFieldOfLists, ListsNestInLists) {
+TEST(FieldWalkIoFieldOfLists, ListsNestInLists) {
     std::vector<std::list<int>> value{{1}, {}};
     EXPECT_EQ(body(write(value)),
               (Calls{"/1:a enter '' ''", "/1:a makeArrayValue", "/1:a getOutputChild", "/1:a/* enter '' ''",
@@ -559,7 +559,7 @@ TEST(IoFieldOfLists, ListsNestInLists) {
     EXPECT_EQ(target, (std::vector<std::list<int>>{{}, {3, 4}}));
 }
 
-TEST(IoFieldOfMaps, CombinedEntryIsAChildNamedByItsKey) {
+TEST(FieldWalkIoFieldOfMaps, CombinedEntryIsAChildNamedByItsKey) {
     std::map<tavString, int> const value{{tavString("k"), 9}, {tavString("b"), 8}};
     EXPECT_EQ(body(write(value, tavCodecMeta(28), combined())),
               (Calls{"/1:a enter '' ''", "/1:a makeObjectValue", "/1:a child 0:b empty",
@@ -567,7 +567,7 @@ TEST(IoFieldOfMaps, CombinedEntryIsAChildNamedByItsKey) {
                      std::string("/1:a/0:k io int 9 ") + none, "/1:a leave"}));
 }
 
-TEST(IoFieldOfMaps, ListedEntryIsAnObjectOfKeyAndValue) {
+TEST(FieldWalkIoFieldOfMaps, ListedEntryIsAnObjectOfKeyAndValue) {
     std::map<tavString, int> const value{{tavString("k"), 9}};
     EXPECT_EQ(body(write(value, tavCodecMeta(28))),
               (Calls{"/1:a enter '' ''", "/1:a makeArrayValue", "/1:a getOutputChild", "/1:a/* enter '' ''",
@@ -576,14 +576,14 @@ TEST(IoFieldOfMaps, ListedEntryIsAnObjectOfKeyAndValue) {
                      "/1:a/* leave", "/1:a leave"}));
 }
 
-TEST(IoFieldOfMaps, EmptyMapIsStillMarkedAsOne) {
+TEST(FieldWalkIoFieldOfMaps, EmptyMapIsStillMarkedAsOne) {
     EXPECT_EQ(body(write(std::map<int, int>(), tavCodecMeta(), combined())),
               (Calls{"/1:a enter '' ''", "/1:a makeObjectValue", "/1:a leave"}));
     EXPECT_EQ(body(write(std::map<int, int>())),
               (Calls{"/1:a enter '' ''", "/1:a makeArrayValue", "/1:a leave"}));
 }
 
-TEST(IoFieldOfMaps, CombinedInputComesByKey) {
+TEST(FieldWalkIoFieldOfMaps, CombinedInputComesByKey) {
     std::map<tavString, int> value{{tavString("old"), 1}};
     EXPECT_EQ(body(read(value, Node::object({{"x", Node::of(4)}, {"y", Node::nullValue()}}),
                         tavCodecMeta(28, true, "x", true), combined())),
@@ -591,7 +591,7 @@ TEST(IoFieldOfMaps, CombinedInputComesByKey) {
     EXPECT_EQ(value, (std::map<tavString, int>{{tavString("x"), 4}, {tavString("y"), 0}}));
 }
 
-TEST(IoFieldOfMaps, ListedInputComesByMembersOneAndTwo) {
+TEST(FieldWalkIoFieldOfMaps, ListedInputComesByMembersOneAndTwo) {
     std::map<tavString, int> value{{tavString("old"), 1}};
     Node const entry = Node::object({{"1:key", Node::of("x")}, {"2:value", Node::of(4)}});
     EXPECT_EQ(body(read(value, Node::list({entry}))),
@@ -601,7 +601,7 @@ TEST(IoFieldOfMaps, ListedInputComesByMembersOneAndTwo) {
     EXPECT_EQ(value, (std::map<tavString, int>{{tavString("x"), 4}}));
 }
 
-TEST(IoFieldOfMaps, LastEntryOfAKeyStays) {
+TEST(FieldWalkIoFieldOfMaps, LastEntryOfAKeyStays) {
     std::map<int, int> value;
     auto const entry = [](long long k, long long v) {
         return Node::object({{"1:key", Node::of(k)}, {"2:value", Node::of(v)}});
@@ -610,7 +610,7 @@ TEST(IoFieldOfMaps, LastEntryOfAKeyStays) {
     EXPECT_EQ(value, (std::map<int, int>{{1, 30}, {2, 20}}));
 }
 
-TEST(IoFieldOfMaps, EntryWithoutMembersHasDefaults) {
+TEST(FieldWalkIoFieldOfMaps, EntryWithoutMembersHasDefaults) {
     std::map<int, int> value;
     read(value, Node::list({Node::object({{"1:key", Node::of(5)}}), Node::nullValue()}));
     EXPECT_EQ(value, (std::map<int, int>{{0, 0}, {5, 0}}));
@@ -637,7 +637,7 @@ K keyOfName(std::string const & name) {
 
 } // namespace
 
-TEST(IoFieldOfMaps, IntegerKeysAreDecimalNames) {
+TEST(FieldWalkIoFieldOfMaps, IntegerKeysAreDecimalNames) {
     EXPECT_EQ(nameOfKey(-12), "-12");
     EXPECT_EQ(nameOfKey(18446744073709551615ull), "18446744073709551615");
     EXPECT_EQ(nameOfKey(std::numeric_limits<long long>::min()), "-9223372036854775808");
@@ -651,7 +651,7 @@ TEST(IoFieldOfMaps, IntegerKeysAreDecimalNames) {
     EXPECT_EQ(keyOfName<char>("65"), 'A');
 }
 
-TEST(IoFieldOfMaps, NamesThatAreNoNumbersGiveZero) {
+TEST(FieldWalkIoFieldOfMaps, NamesThatAreNoNumbersGiveZero) {
     EXPECT_EQ(keyOfName<int>(""), 0);
     EXPECT_EQ(keyOfName<int>("-"), 0);
     EXPECT_EQ(keyOfName<int>("12x"), 0);
@@ -659,7 +659,7 @@ TEST(IoFieldOfMaps, NamesThatAreNoNumbersGiveZero) {
     EXPECT_EQ(keyOfName<short>("65537"), 1);
 }
 
-TEST(IoFieldOfMaps, TextAndEnumKeys) {
+TEST(FieldWalkIoFieldOfMaps, TextAndEnumKeys) {
     registerColors();
     EXPECT_EQ(nameOfKey(std::string("s")), "s");
     EXPECT_EQ(nameOfKey(tavWstring(L"\u20ac")), "\xE2\x82\xAC");
@@ -672,7 +672,7 @@ TEST(IoFieldOfMaps, TextAndEnumKeys) {
     EXPECT_EQ(keyOfName<tavEnum<Color>>("2"), Color::green);
 }
 
-TEST(IoFieldOfMaps, UnorderedMapsTravelAlike) {
+TEST(FieldWalkIoFieldOfMaps, UnorderedMapsTravelAlike) {
     std::unordered_map<int, tavString> value{{4, tavString("v")}};
     EXPECT_EQ(body(write(value, tavCodecMeta(), combined()))[3],
               std::string("/1:a/0:4 io tavString v ") + none);
@@ -681,7 +681,7 @@ TEST(IoFieldOfMaps, UnorderedMapsTravelAlike) {
     EXPECT_TRUE(value.at(5) == "w");
 }
 
-TEST(IoFieldOfMaps, NoChildNoEntry) {
+TEST(FieldWalkIoFieldOfMaps, NoChildNoEntry) {
     Options options;
     options.givesChildren = false;
     Calls calls;
@@ -694,7 +694,7 @@ TEST(IoFieldOfMaps, NoChildNoEntry) {
                             "makeArrayValue", "getOutputChild", "leave"}));
 }
 
-TEST(IoFieldOfMaps, MapsNestInMapsAndLists) {
+TEST(FieldWalkIoFieldOfMaps, MapsNestInMapsAndLists) {
     std::map<tavString, std::vector<std::map<int, Point>>> value;
     value[tavString("k")].resize(1);
     value[tavString("k")][0][3].x = 5;

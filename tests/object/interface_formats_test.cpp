@@ -446,7 +446,7 @@ static_assert(exact<ConstOp<Gate, void, tavBytes &>>(&Gate::encode) &&
 static_assert(exact<ConstOp<Gate, void, std::ostream &>>(&Gate::dump) &&
               exact<void (*)(std::ostream &, Byte, tavBytes const &)>(&Gate::dump_str));
 
-TEST(PmlInterface, TakesTextsOfEachFormWithoutACast) {
+TEST(InterfaceFormatsPmlInterface, TakesTextsOfEachFormWithoutACast) {
     Text const standard = "b";
     tavString const own = standard;
     Unit unit("a");
@@ -472,7 +472,7 @@ TEST(PmlInterface, TakesTextsOfEachFormWithoutACast) {
     EXPECT_EQ(stream.name(), "n");
 }
 
-TEST(XmlInterface, TakesTextsOfEachFormWithoutACast) {
+TEST(InterfaceFormatsXmlInterface, TakesTextsOfEachFormWithoutACast) {
     Text const standard = "b";
     tavString const own = standard;
     Node node("a");
@@ -501,7 +501,7 @@ TEST(XmlInterface, TakesTextsOfEachFormWithoutACast) {
     EXPECT_EQ(printed.str(), "<a/>");
 }
 
-TEST(PacketInterface, PacketsAreUsedThroughTheirBase) {
+TEST(InterfaceFormatsPacketInterface, PacketsAreUsedThroughTheirBase) {
     for (bool const mobile : {false, true}) {
         tavSharedPtr<Packet> const packet = Packet::create(mobile, 4);
         packet->setCode(0x1f01);
@@ -516,7 +516,7 @@ TEST(PacketInterface, PacketsAreUsedThroughTheirBase) {
     }
 }
 
-TEST(GateInterface, EachFormOfTextChoosesTextAndAViewBytes) {
+TEST(InterfaceFormatsGateInterface, EachFormOfTextChoosesTextAndAViewBytes) {
     Byte const text = Gate::createArg(1, "t").protocol();
     Byte const binary = Gate::createArg(1, tav_istr("t")).protocol();
     EXPECT_NE(text, binary);
@@ -529,7 +529,7 @@ TEST(GateInterface, EachFormOfTextChoosesTextAndAViewBytes) {
     EXPECT_EQ(Gate::from(bytes).domain(), 2);
 }
 
-TEST(TranscoderInterface, TheClassIsNamedByTextOrCode) {
+TEST(InterfaceFormatsTranscoderInterface, TheClassIsNamedByTextOrCode) {
     pml::field_type::Initializer const kinds;
     pml::PmlInputStream source("M:object(__class__(im.M) __code__(1F01) [1]n:int32())");
     Model const model(source);

@@ -329,7 +329,7 @@ TEST(TavObject, OperationsHaveTheirPlaces) {
     EXPECT_EQ(placeOf(&tavObject::assignFrom), io + 6);
 }
 
-TEST(TavCodecStream, OperationsHaveTheirPlaces) {
+TEST(ObjectCodecStream, OperationsHaveTheirPlaces) {
     using S = tavCodecStream;
     using M = tavCodecMeta const &;
     std::size_t const places[] = {placeOf(&S::isNull),
@@ -657,14 +657,14 @@ TEST(TavObject, ThreadsEncodeObjectsOfOneClassAtOnce) {
     EXPECT_EQ(tavObject::counts(), objects);
 }
 
-TEST(TavMsgExt, NamesItsClass) {
+TEST(ObjectMsgExt, NamesItsClass) {
     EXPECT_EQ(tavMsgExt().className(), "tavMsgExt");
     EXPECT_EQ(tavMsgExt().baseName(), "tavObject");
     std::unique_ptr<tavObject> const made(tavMsgExt().newInstance());
     EXPECT_TRUE(made->classOf("tavMsgExt"));
 }
 
-TEST(TavMsgExt, IsEmptyUntilOneOfTheThreeIsSet) {
+TEST(ObjectMsgExt, IsEmptyUntilOneOfTheThreeIsSet) {
     EXPECT_TRUE(tavMsgExt().empty());
     tavMsgExt a;
     a.serverTime = 0;
@@ -677,7 +677,7 @@ TEST(TavMsgExt, IsEmptyUntilOneOfTheThreeIsSet) {
     EXPECT_FALSE(c.empty());
 }
 
-TEST(TavMsgExt, UnsetFieldsTravelAsNulls) {
+TEST(ObjectMsgExt, UnsetFieldsTravelAsNulls) {
     EXPECT_EQ(hex(tavMsgExt().encode(false)), "FF 01 28 01 00 02 00 03 00 FF 01 29");
     EXPECT_EQ(hex(tavMsgExt().encode(true)), "FF 01 28 01 00 02 00 03 00 FF 01 29");
     tavMsgExt ext;
@@ -692,7 +692,7 @@ TEST(TavMsgExt, UnsetFieldsTravelAsNulls) {
     EXPECT_TRUE(*read.traceId == "t");
 }
 
-TEST(TavMsgExt, MemberWithoutDataSetsTheOptionalAndLeavesItsValue) {
+TEST(ObjectMsgExt, MemberWithoutDataSetsTheOptionalAndLeavesItsValue) {
     tavMsgExt ext;
     *ext.clientTime = 9;
     *ext.traceId = "t";
@@ -705,7 +705,7 @@ TEST(TavMsgExt, MemberWithoutDataSetsTheOptionalAndLeavesItsValue) {
     EXPECT_TRUE(*ext.traceId == "t");
 }
 
-TEST(TavMsgExt, FieldNamesAreFixed) {
+TEST(ObjectMsgExt, FieldNamesAreFixed) {
     tavCollectMetaStream s;
     tavMsgExt ext;
     ext.io(s);
@@ -719,7 +719,7 @@ TEST(TavMsgExt, FieldNamesAreFixed) {
     }
 }
 
-TEST(TavMsgExt, CopiesByValueAndFromItsOwnClassOnly) {
+TEST(ObjectMsgExt, CopiesByValueAndFromItsOwnClassOnly) {
     tavMsgExt ext;
     ext.traceId = tavString("t");
     tavMsgExt const copy = ext;
@@ -731,7 +731,7 @@ TEST(TavMsgExt, CopiesByValueAndFromItsOwnClassOnly) {
     EXPECT_TRUE(*assigned.traceId == "t");
 }
 
-TEST(TavMessage, HasASequenceAndAnExtensionBlock) {
+TEST(ObjectMessage, HasASequenceAndAnExtensionBlock) {
     Note note;
     EXPECT_EQ(note.sno, 0u);
     EXPECT_TRUE(note.ext.empty());
@@ -747,7 +747,7 @@ TEST(TavMessage, HasASequenceAndAnExtensionBlock) {
     EXPECT_EQ(*assigned.ext.clientTime, 5);
 }
 
-TEST(TavMessage, SequenceAndExtensionBlockAreNoFields) {
+TEST(ObjectMessage, SequenceAndExtensionBlockAreNoFields) {
     Note note;
     note.sno = 1;
     note.ext.clientTime = 5;
@@ -755,7 +755,7 @@ TEST(TavMessage, SequenceAndExtensionBlockAreNoFields) {
     EXPECT_EQ(note.dump(true, 0), Note().dump(true, 0));
 }
 
-TEST(TavMessage, CountsTwiceAsObjects) {
+TEST(ObjectMessage, CountsTwiceAsObjects) {
     unsigned const objects = tavObject::counts();
     unsigned const messages = tavMessage::counts();
     struct Bare : tavMessage {

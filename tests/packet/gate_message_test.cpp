@@ -60,7 +60,7 @@ TEST(GateMessage, WithoutArgumentsIsEmpty) {
     expectSame(tavGateMessage(255, 0, 0, 255, 0, 0, 0, "", ""), m);
     EXPECT_TRUE(m.isEmpty());
     EXPECT_FALSE(m.isHeartbeat());
-    EXPECT_EQ(12u, m.size());
+    EXPECT_EQ(m.size(), 12u);
 }
 
 TEST(GateMessage, IsEmptyOnlyIfBothProtocolAndDirectionAre255) {
@@ -75,22 +75,22 @@ TEST(GateMessage, ConstructorsSetTheirFieldsAndLeaveTheRestZero) {
     expectSame(tavGateMessage(9, 1, 2, 8, -3, 0, 0, "", "b"), tavGateMessage(9, 1, 2, 8, -3, "b"));
     expectSame(tavGateMessage(9, 0x12, 0x34, 8, -3, 0, 0, "", "b"), tavGateMessage(9, 0x1234, 8, -3, "b"));
     tavGateMessage const m = full();
-    EXPECT_EQ(2, m.protocol());
-    EXPECT_EQ(3, m.domain());
-    EXPECT_EQ(4, m.code());
-    EXPECT_EQ(0, m.direction());
-    EXPECT_EQ(5, m.sequence());
-    EXPECT_EQ(6, m.extra1());
-    EXPECT_EQ(7, m.extra2());
-    EXPECT_EQ("head", text(m.head()));
-    EXPECT_EQ("body!", text(m.body()));
+    EXPECT_EQ(m.protocol(), 2);
+    EXPECT_EQ(m.domain(), 3);
+    EXPECT_EQ(m.code(), 4);
+    EXPECT_EQ(m.direction(), 0);
+    EXPECT_EQ(m.sequence(), 5);
+    EXPECT_EQ(m.extra1(), 6);
+    EXPECT_EQ(m.extra2(), 7);
+    EXPECT_EQ(text(m.head()), "head");
+    EXPECT_EQ(text(m.body()), "body!");
 }
 
 TEST(GateMessage, HeartbeatIsANotice) {
     tavGateMessage const m = tavGateMessage::HEARTBEAT_MESSAGE();
     expectSame(tavGateMessage(8, 0, 0, 2, 0, ""), m);
     EXPECT_TRUE(m.isHeartbeat());
-    EXPECT_EQ("080000020000000000000000", hex(encoded(m)));
+    EXPECT_EQ(hex(encoded(m)), "080000020000000000000000");
 }
 
 TEST(GateMessage, FactoriesOfTextUseTheProtocolText) {
@@ -124,16 +124,16 @@ TEST(GateMessage, AnswerToOtherDirectionsIsTheEmptyMessage) {
 }
 
 TEST(GateMessage, TypeIsDomainTimes256PlusCode) {
-    EXPECT_EQ(0x1234, tavGateMessage::make_type(0x12, 0x34));
-    EXPECT_EQ(0xffff, tavGateMessage::make_type(0xff, 0xff));
-    EXPECT_EQ(0x34, tavGateMessage::get_type_domain(0x123456));
-    EXPECT_EQ(0x56, tavGateMessage::get_type_code(0x123456));
-    EXPECT_EQ(0xff, tavGateMessage::get_type_domain(-1));
+    EXPECT_EQ(tavGateMessage::make_type(0x12, 0x34), 0x1234);
+    EXPECT_EQ(tavGateMessage::make_type(0xff, 0xff), 0xffff);
+    EXPECT_EQ(tavGateMessage::get_type_domain(0x123456), 0x34);
+    EXPECT_EQ(tavGateMessage::get_type_code(0x123456), 0x56);
+    EXPECT_EQ(tavGateMessage::get_type_domain(-1), 0xff);
     tavGateMessage m;
     EXPECT_EQ(&m, &m.setType(0x0a0b));
-    EXPECT_EQ(0x0a, m.domain());
-    EXPECT_EQ(0x0b, m.code());
-    EXPECT_EQ(0x0a0b, m.type());
+    EXPECT_EQ(m.domain(), 0x0a);
+    EXPECT_EQ(m.code(), 0x0b);
+    EXPECT_EQ(m.type(), 0x0a0b);
 }
 
 TEST(GateMessage, ProtocolsHaveNames) {
@@ -160,7 +160,7 @@ TEST(GateMessage, DirectionsHaveNames) {
 
 TEST(GateMessage, WireHasTheFieldsInOrderBigEndian) {
     EXPECT_EQ("020304000000000506070004" + hex(tav_istr("headbody!")), hex(encoded(full())));
-    EXPECT_EQ("01FF00FFFFFFFFFE00000000", hex(encoded(tavGateMessage(1, 255, 0, 255, -2, ""))));
+    EXPECT_EQ(hex(encoded(tavGateMessage(1, 255, 0, 255, -2, ""))), "01FF00FFFFFFFFFE00000000");
 }
 
 TEST(GateMessage, EncodingAppendsAndIntoAnEmptyBufferFitsExactly) {
@@ -170,9 +170,9 @@ TEST(GateMessage, EncodingAppendsAndIntoAnEmptyBufferFitsExactly) {
     EXPECT_EQ(out.size(), out.maxSize());
     tavBytes fresh;
     full().encode(fresh);
-    EXPECT_EQ(21u, fresh.size());
-    EXPECT_EQ(21u, fresh.maxSize());
-    EXPECT_EQ(21u, full().size());
+    EXPECT_EQ(fresh.size(), 21u);
+    EXPECT_EQ(fresh.maxSize(), 21u);
+    EXPECT_EQ(full().size(), 21u);
 }
 
 TEST(GateMessage, DecodingReadsWhatEncodingWrote) {
@@ -197,11 +197,11 @@ TEST(GateMessage, ElevenBytesFailAndChangeNothing) {
             m.decode(tav_istr(encoded(full("other", "one"))).leftstr(n));
             ADD_FAILURE() << n;
         } catch (std::invalid_argument const & e) {
-            EXPECT_STREQ("IllegalArgumentException", e.what());
+            EXPECT_STREQ(e.what(), "IllegalArgumentException");
         }
     }
     expectSame(full(), m);
-    EXPECT_EQ(0u, log.records().size());
+    EXPECT_EQ(log.records().size(), 0u);
 }
 
 TEST(GateMessage, TwelveBytesWithAHeadSizeGiveNeitherHeadNorBody) {
@@ -232,8 +232,8 @@ TEST(GateMessage, FromLogsAFailureAndGivesTheEmptyMessage) {
     tavGateMessage const m = tavGateMessage::from(tav_istr("eleven byte"));
     EXPECT_TRUE(m.isEmpty());
     expectSame(tavGateMessage(), m);
-    ASSERT_EQ(1u, log.records().size());
-    EXPECT_EQ(tavLogger::ERROR, log.records()[0].level);
+    ASSERT_EQ(log.records().size(), 1u);
+    EXPECT_EQ(log.records()[0].level, tavLogger::ERROR);
     EXPECT_NE(std::string::npos, log.records()[0].text.find("IllegalArgumentException\n"));
     EXPECT_EQ(std::string::npos, log.records()[0].text.find("EXCEPTION>"));
 }
@@ -241,26 +241,26 @@ TEST(GateMessage, FromLogsAFailureAndGivesTheEmptyMessage) {
 TEST(GateMessage, SizesAreCutTo16BitsWhileAllBytesAreWritten) {
     std::string const big(65536 + 3, 'x');
     tavGateMessage const m(2, 0, 0, 0, 0, 0, 0, tav_istr(big), "body");
-    EXPECT_EQ(3u, m.headSize());
-    EXPECT_EQ(4u, m.bodySize());
-    EXPECT_EQ(19u, m.size());
+    EXPECT_EQ(m.headSize(), 3u);
+    EXPECT_EQ(m.bodySize(), 4u);
+    EXPECT_EQ(m.size(), 19u);
     EXPECT_EQ(12u + 65539u + 4u, encoded(m).size());
-    EXPECT_EQ("0003", hex(encoded(m).substr(10, 2)));
+    EXPECT_EQ(hex(encoded(m).substr(10, 2)), "0003");
     tavGateMessage const whole(2, 0, 0, 0, 0, 0, 0, tav_istr(std::string(65536, 'x')), "");
-    EXPECT_EQ(12u, whole.size());
-    EXPECT_EQ("0000", hex(encoded(whole).substr(10, 2)));
+    EXPECT_EQ(whole.size(), 12u);
+    EXPECT_EQ(hex(encoded(whole).substr(10, 2)), "0000");
 }
 
 TEST(GateMessage, DumpIsOneLine) {
-    EXPECT_EQ("TEXT 3 4 ARG -5 6 7 [4]head [5]body!",
-              dumped(tavGateMessage(1, 3, 4, 0, -5, 6, 7, "head", "body!")));
+    EXPECT_EQ(dumped(tavGateMessage(1, 3, 4, 0, -5, 6, 7, "head", "body!")),
+              "TEXT 3 4 ARG -5 6 7 [4]head [5]body!");
 }
 
 TEST(GateMessage, DumpAlwaysHasTheHeadsSizeAndTheBodysOnlyWithBytes) {
-    EXPECT_EQ("UNKNOWN 0 0 UNKNOWN 0 0 0 [0]", dumped(tavGateMessage()));
-    EXPECT_EQ("XML 0 0 NOTIFY 0 0 0 [0] [1]x", dumped(tavGateMessage(6, 0, 2, 0, "x")));
-    EXPECT_EQ("PROTOCOL~-56 200 201 DIRECTION~3 0 202 203 [0]",
-              dumped(tavGateMessage(200, 200, 201, 3, 0, 202, 203, "", "")));
+    EXPECT_EQ(dumped(tavGateMessage()), "UNKNOWN 0 0 UNKNOWN 0 0 0 [0]");
+    EXPECT_EQ(dumped(tavGateMessage(6, 0, 2, 0, "x")), "XML 0 0 NOTIFY 0 0 0 [0] [1]x");
+    EXPECT_EQ(dumped(tavGateMessage(200, 200, 201, 3, 0, 202, 203, "", "")),
+              "PROTOCOL~-56 200 201 DIRECTION~3 0 202 203 [0]");
 }
 
 TEST(GateMessage, DumpPrintsDecimalWhateverTheStreamIsSetTo) {
@@ -297,7 +297,7 @@ TEST(GateMessage, MalformedNbrBodyRaisesAndPrintsNothing) {
     std::ostringstream out;
     EXPECT_THROW(tavGateMessage(3, 1, 1, 0, tav_istr(unhex("FF0128 012800"))).dump(out),
                  std::invalid_argument);
-    EXPECT_EQ("", out.str());
+    EXPECT_EQ(out.str(), "");
 }
 
 TEST(GateMessage, AnyBytesDecodeOrFail) {
@@ -315,7 +315,7 @@ TEST(GateMessage, AnyBytesDecodeOrFail) {
         try {
             dumped(m);
         } catch (std::invalid_argument const &) {
-            ASSERT_EQ(3, m.protocol());
+            ASSERT_EQ(m.protocol(), 3);
         }
     }
 }

@@ -355,7 +355,7 @@ TEST(PacketMobile, EveryCutOfAPacketDecodes) {
     }
 }
 
-TEST(PacketFactory, MakesTheFormatAskedFor) {
+TEST(PacketMobileFactory, MakesTheFormatAskedFor) {
     tavSharedPtr<Packet> const mobile = Packet::create(true, 4);
     ASSERT_NE(dynamic_cast<PacketMobile *>(mobile.get()), nullptr);
     EXPECT_EQ(mobile->version(), 4);

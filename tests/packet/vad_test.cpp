@@ -29,24 +29,24 @@ struct Channel : channel {
 
 TEST(VadIpPort, DefaultIsAnEmptyHostAndPortZero) {
     ip_port const p;
-    EXPECT_EQ("", p.host);
-    EXPECT_EQ(0, p.port);
+    EXPECT_EQ(p.host, "");
+    EXPECT_EQ(p.port, 0);
 }
 
 TEST(VadIpPort, CopiesAndMovesAsAValueAndAMovedFromHostIsEmpty) {
     ip_port a("a-host-name-that-does-not-fit-into-the-string", 65535);
     ip_port const copy(a);
     EXPECT_EQ(a.host, copy.host);
-    EXPECT_EQ(65535, copy.port);
+    EXPECT_EQ(copy.port, 65535);
     ip_port moved(std::move(a));
     EXPECT_EQ(copy.host, moved.host);
-    EXPECT_EQ("", a.host);
+    EXPECT_EQ(a.host, "");
     ip_port small("h", 1);
     ip_port target;
     target = std::move(small);
-    EXPECT_EQ("h", target.host);
-    EXPECT_EQ(1, target.port);
-    EXPECT_EQ("", small.host);
+    EXPECT_EQ(target.host, "h");
+    EXPECT_EQ(target.port, 1);
+    EXPECT_EQ(small.host, "");
     target = copy;
     EXPECT_EQ(copy.host, target.host);
     ip_port & self = target;
@@ -56,22 +56,22 @@ TEST(VadIpPort, CopiesAndMovesAsAValueAndAMovedFromHostIsEmpty) {
 
 TEST(VadHeader, HasTheConstantAndItsArguments) {
     header const h(static_cast<channel_type>(7), 9);
-    EXPECT_EQ(0x00020140u, h.magic);
-    EXPECT_EQ(7, h.type);
-    EXPECT_EQ(9, h.flags);
-    EXPECT_EQ(0u, h.length);
+    EXPECT_EQ(h.magic, 0x00020140u);
+    EXPECT_EQ(h.type, 7);
+    EXPECT_EQ(h.flags, 9);
+    EXPECT_EQ(h.length, 0u);
     header const several[2];
-    EXPECT_EQ(0x00020140u, several[1].magic);
-    EXPECT_EQ(0, several[1].type);
-    EXPECT_EQ(0, several[1].flags);
+    EXPECT_EQ(several[1].magic, 0x00020140u);
+    EXPECT_EQ(several[1].type, 0);
+    EXPECT_EQ(several[1].flags, 0);
 }
 
 TEST(VadHeader, HasFourFieldsInNaturalAlignment) {
-    EXPECT_EQ(0u, offsetof(header, magic));
-    EXPECT_EQ(4u, offsetof(header, type));
-    EXPECT_EQ(5u, offsetof(header, flags));
-    EXPECT_EQ(8u, offsetof(header, length));
-    EXPECT_EQ(1u, sizeof(channel_type));
+    EXPECT_EQ(offsetof(header, magic), 0u);
+    EXPECT_EQ(offsetof(header, type), 4u);
+    EXPECT_EQ(offsetof(header, flags), 5u);
+    EXPECT_EQ(offsetof(header, length), 8u);
+    EXPECT_EQ(sizeof(channel_type), 1u);
 }
 
 TEST(VadChannel, HasTenPureOperations) {
@@ -81,7 +81,7 @@ TEST(VadChannel, HasTenPureOperations) {
     channel & base = c;
     base.operation_1();
     base.operation_10();
-    EXPECT_EQ(2, c.calls);
+    EXPECT_EQ(c.calls, 2);
 }
 
 TEST(VadClient, IsNotCopyable) {
@@ -98,13 +98,13 @@ TEST(VadClient, OpenDestroysItsCallbackWithoutACall) {
             ++*token;
             return true;
         });
-        EXPECT_EQ(1, token.use_count());
+        EXPECT_EQ(token.use_count(), 1);
         c.reopen("host");
         c.close();
         c.close();
     }
     client::fini();
-    EXPECT_EQ(0, *token);
+    EXPECT_EQ(*token, 0);
 }
 
 TEST(VadClient, ChannelsAreNone) {
@@ -112,12 +112,12 @@ TEST(VadClient, ChannelsAreNone) {
     client c;
     auto const onData = [token](std::shared_ptr<channel>, tav_ostr) { ++*token; };
     auto const onEvent = [token](std::shared_ptr<channel>) { ++*token; };
-    EXPECT_EQ(nullptr, c.create_channel("host", 80, channel_none, 0, onData));
-    EXPECT_EQ(nullptr,
-              c.create_channel("", 0, static_cast<channel_type>(255), 255, onData, onEvent, onEvent));
-    EXPECT_EQ(nullptr, c.create_channel("", 0, channel_none, 0, nullptr));
+    EXPECT_EQ(c.create_channel("host", 80, channel_none, 0, onData), nullptr);
+    EXPECT_EQ(c.create_channel("", 0, static_cast<channel_type>(255), 255, onData, onEvent, onEvent),
+              nullptr);
+    EXPECT_EQ(c.create_channel("", 0, channel_none, 0, nullptr), nullptr);
     EXPECT_TRUE(c.create_channels("host", 80, channel_none, 0).empty());
     EXPECT_TRUE(c.create_channels("host", 80, channel_none, 0, onData, onEvent, onEvent).empty());
-    EXPECT_EQ(0, *token);
-    EXPECT_EQ(3, token.use_count());
+    EXPECT_EQ(*token, 0);
+    EXPECT_EQ(token.use_count(), 3);
 }

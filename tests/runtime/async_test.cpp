@@ -45,8 +45,8 @@ TEST(TavAsyncRun, RunsTheFunctionOnANamedThread) {
     EXPECT_TRUE(thread->joinable());
     std::string const expected = tavThread::getThreadId(thread->get_id());
     thread->join();
-    EXPECT_EQ("job", name);
-    EXPECT_EQ(expected, id);
+    EXPECT_EQ(name, "job");
+    EXPECT_EQ(id, expected);
     EXPECT_FALSE(object);
 }
 
@@ -54,14 +54,14 @@ TEST(TavAsyncRun, NamesCarryTheCreators) {
     std::string name;
     tav_async_run([&] { tav_async_run([&] { name = currentName(); }, "inner", 0)->join(); }, "outer", 0)
         ->join();
-    EXPECT_EQ("outer.inner", name);
+    EXPECT_EQ(name, "outer.inner");
 }
 
 TEST(TavAsyncRun, HasEnteredWhenItReturns) {
     for (int i = 0; i < 50; ++i) {
         LogCapture log;
         std::shared_ptr<std::thread> const thread = tav_async_run([] {}, "in", 0);
-        EXPECT_EQ(1u, log.count("enter thread {in."));
+        EXPECT_EQ(log.count("enter thread {in."), 1u);
         thread->join();
     }
 }
@@ -83,7 +83,7 @@ TEST(TavAsyncRun, LogsItsSteps) {
           Row{"enter thread {", "[TAV]tav_async_run_entry("}, Row{"delay 1ms {", "[TAV]tav_async_run_entry("},
           Row{"leave thread {", "[TAV]tav_async_run_entry("}}) {
         LogCapture::Record const record = log.find(row.text);
-        EXPECT_EQ(tavLogger::DEBUG, record.level) << row.text;
+        EXPECT_EQ(record.level, tavLogger::DEBUG) << row.text;
         EXPECT_NE(std::string::npos, record.text.find(row.func)) << record.text;
     }
     for (char const * text : {"enter thread {", "delay 1ms {", "leave thread {"}) {
@@ -94,7 +94,7 @@ TEST(TavAsyncRun, LogsItsSteps) {
 TEST(TavAsyncRun, WithoutDelayLogsNone) {
     LogCapture log;
     tav_async_run([] {}, "quick", 0)->join();
-    EXPECT_EQ(0u, log.count("delay "));
+    EXPECT_EQ(log.count("delay "), 0u);
 }
 
 TEST(TavAsyncRun, DelayComesBeforeTheFunctionAndAfterTheReturn) {
@@ -111,20 +111,20 @@ TEST(TavAsyncRun, DelayComesBeforeTheFunctionAndAfterTheReturn) {
 TEST(TavAsyncRun, EmptyFunctionIsAllowed) {
     LogCapture log;
     tav_async_run(nullptr, "nothing", 0)->join();
-    EXPECT_EQ(1u, log.count("leave thread {nothing."));
+    EXPECT_EQ(log.count("leave thread {nothing."), 1u);
 }
 
 TEST(TavAsyncRun, IsForgottenAfterTheEnd) {
     tav_async_run([] {}, "over", 0)->join();
     LogCapture log;
     tavThread::printThreads();
-    EXPECT_EQ(0u, log.count("thread not closed"));
+    EXPECT_EQ(log.count("thread not closed"), 0u);
 }
 
 TEST(TavAsyncRun, FunctionGoesWithTheThread) {
     auto const kept = std::make_shared<int>(0);
     tav_async_run([kept] {}, "kept", 0)->join();
-    EXPECT_EQ(1, kept.use_count());
+    EXPECT_EQ(kept.use_count(), 1);
 }
 
 TEST(TavAsyncRunDeathTest, ExceptionOfTheFunctionEndsTheProcess) {
@@ -142,13 +142,13 @@ TEST(TavAsyncRun, ManyAtOnce) {
     for (std::shared_ptr<std::thread> const & thread : threads) {
         thread->join();
     }
-    EXPECT_EQ(32, ran);
+    EXPECT_EQ(ran, 32);
 }
 
 TEST(TavAsyncCall, RunsDetached) {
     std::promise<std::string> name;
     tav_async_call([&] { name.set_value(currentName()); }, "call", 0);
-    EXPECT_EQ("call", tav_test::got(name.get_future()));
+    EXPECT_EQ(tav_test::got(name.get_future()), "call");
 }
 
 TEST(TavAsyncCall, LogsTheDetachingWithTheRegisteredName) {
@@ -163,7 +163,7 @@ TEST(TavAsyncCall, LogsTheDetachingWithTheRegisteredName) {
         "loose", 0);
     LogCapture::Record const record =
         log.find(") detach thread {loose." + tav_test::got(id.get_future()) + "}\n");
-    EXPECT_EQ(tavLogger::DEBUG, record.level);
+    EXPECT_EQ(record.level, tavLogger::DEBUG);
     EXPECT_NE(std::string::npos, record.text.find("[TAV]tav_async_call("));
     gate.set_value();
     EXPECT_TRUE(log.waitFor("leave thread {loose."));

@@ -287,7 +287,7 @@ constexpr bool printer =
 
 static_assert(printer<tav::console> && printer<tav::debugger>, "");
 
-TEST(ThreadsInterface, LocksWorkWithTheGuardsOfTheLibrary) {
+TEST(InterfaceThreads, LocksWorkWithTheGuardsOfTheLibrary) {
     tavMutex const mutex;
     tavMonitor const monitor;
     tavNullMutex const none;
@@ -297,7 +297,7 @@ TEST(ThreadsInterface, LocksWorkWithTheGuardsOfTheLibrary) {
     EXPECT_TRUE(b.owns_lock());
 }
 
-TEST(ThreadsInterface, AtomicsAreAssignedNumbersOfEveryKind) {
+TEST(InterfaceThreads, AtomicsAreAssignedNumbersOfEveryKind) {
     tavAtomicInt small = 3;
     small = 5;
     small += 2;
@@ -307,7 +307,7 @@ TEST(ThreadsInterface, AtomicsAreAssignedNumbersOfEveryKind) {
     EXPECT_EQ(++wide, 8u);
 }
 
-TEST(ThreadsInterface, PointersCompareConvertAndSort) {
+TEST(InterfaceThreads, PointersCompareConvertAndSort) {
     Pointer const base = new Derived;
     DerivedPointer const derived(static_cast<Derived *>(base.get()));
     ConstPointer const constant = derived;
@@ -323,7 +323,7 @@ TEST(ThreadsInterface, PointersCompareConvertAndSort) {
     EXPECT_EQ(sorted[derived], 1);
 }
 
-TEST(ThreadsInterface, QueuesTakeCopiesAndTemporaries) {
+TEST(InterfaceThreads, QueuesTakeCopiesAndTemporaries) {
     std::string got;
     {
         tavSharedPtr<Queue> queue(new Queue("queue", 1, [&got](std::string const & item) { got += item; }));
@@ -336,7 +336,7 @@ TEST(ThreadsInterface, QueuesTakeCopiesAndTemporaries) {
     EXPECT_EQ(got, "abc");
 }
 
-TEST(ThreadsInterface, ThreadsAreWrittenInAClassOrWithFunctions) {
+TEST(InterfaceThreads, ThreadsAreWrittenInAClassOrWithFunctions) {
     tavSharedPtr<tavThread> idle(new Idle("idle"));
     idle->start();
     idle->close();
@@ -352,7 +352,7 @@ TEST(ThreadsInterface, ThreadsAreWrittenInAClassOrWithFunctions) {
     EXPECT_EQ(tavThread::currentId(), tavThread::getThreadId(std::this_thread::get_id()));
 }
 
-TEST(ThreadsInterface, PrintersAreTemporariesAndTakeManipulators) {
+TEST(InterfaceThreads, PrintersAreTemporariesAndTakeManipulators) {
     std::string const line =
         (tav::debugger() << 1 << "a" << std::setw(3) << tavString("b").size() << std::hex << 16 << std::endl)
             .str();

@@ -94,7 +94,7 @@ TEST(TavMsgQueueThread, TakesConstantAndMovedItems) {
             "single", -1, [&](std::unique_ptr<int> const & p) { seen.push_back(std::to_string(*p)); }));
     single->put(std::make_unique<int>(7));
     single->flush();
-    EXPECT_EQ("7", seen.back());
+    EXPECT_EQ(seen.back(), "7");
 }
 
 TEST(TavMsgQueueThread, ManyProducersLoseNothingAndKeepTheirOrder) {
@@ -155,10 +155,10 @@ TEST(TavMsgQueueThread, SlowHandlerBlocksNoProducer) {
     for (int i = 1; i < 100; ++i) {
         queue->put(i);
     }
-    EXPECT_EQ(0, handled);
+    EXPECT_EQ(handled, 0);
     gate.set_value();
     queue->flush();
-    EXPECT_EQ(100, handled);
+    EXPECT_EQ(handled, 100);
     queue->close();
 }
 
@@ -361,7 +361,7 @@ TEST(TavMsgQueueThread, PutsAndFlushesOfManyThreadsLoseNoWakeUp) {
     for (std::thread & thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(1200, handled);
+    EXPECT_EQ(handled, 1200);
     EXPECT_FALSE(late);
     queue->close();
 }
@@ -450,7 +450,7 @@ TEST(TavMsgQueueThread, DestructorSurvivesAThrowingHandler) {
         }
     }
     EXPECT_EQ(numbers(4), seen);
-    EXPECT_EQ(2u, log.count("<<< EXCEPTION >>> in the destructor\n    catch at tavThread::onLoop("));
+    EXPECT_EQ(log.count("<<< EXCEPTION >>> in the destructor\n    catch at tavThread::onLoop("), 2u);
 }
 
 TEST(TavMsgQueueThread, ThrowingHandlerLosesItsOwnItemOnly) {
@@ -472,7 +472,7 @@ TEST(TavMsgQueueThread, ThrowingHandlerLosesItsOwnItemOnly) {
         queue->close();
     }
     EXPECT_EQ((std::vector<int>{0, 2, 3, 4, 5}), seen);
-    EXPECT_EQ(1u, log.count("<<< EXCEPTION >>> handler failed"));
+    EXPECT_EQ(log.count("<<< EXCEPTION >>> handler failed"), 1u);
 }
 
 TEST(TavMsgQueueThread, FlushGivesTheCallerTheHandlersException) {
@@ -497,7 +497,7 @@ TEST(TavMsgQueueThread, EmptyHandlerDropsItems) {
         queue->close();
         queue->put(2);
     }
-    EXPECT_EQ(0u, log.count("EXCEPTION"));
+    EXPECT_EQ(log.count("EXCEPTION"), 0u);
 }
 
 TEST(TavMsgQueueThread, OneRoundTakesTheWholeQueue) {
@@ -526,7 +526,7 @@ TEST(TavMsgQueueThread, RoundAfterAStopWaitsNoMoreButHandlesWhatIsThere) {
     EXPECT_TRUE(queue->on_loop());
     queue->put(1);
     EXPECT_TRUE(queue->on_loop());
-    EXPECT_EQ(1, handled);
+    EXPECT_EQ(handled, 1);
 }
 
 TEST(TavMsgQueueThread, ShortTimeoutDoesNotEndTheThread) {

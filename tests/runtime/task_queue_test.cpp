@@ -78,7 +78,7 @@ TEST(TavTaskQueue, NamesCarryTheStarters) {
         name.set_value(tav_test::got(inside.get_future()));
         inner.close();
     });
-    EXPECT_EQ("net.0.q.0", tav_test::got(name.get_future()));
+    EXPECT_EQ(tav_test::got(name.get_future()), "net.0.q.0");
     outer.close();
 }
 
@@ -94,7 +94,7 @@ TEST(TavTaskQueue, OneThreadKeepsTheOrder) {
     }
     drain(queue);
     queue.close();
-    ASSERT_EQ(1000u, seen.size());
+    ASSERT_EQ(seen.size(), 1000u);
     EXPECT_TRUE(std::is_sorted(seen.begin(), seen.end()));
 }
 
@@ -129,7 +129,7 @@ TEST(TavTaskQueue, TasksMayPut) {
     queue.start();
     std::promise<int> result;
     queue.put([&] { queue.put([&] { queue.put([&] { result.set_value(3); }); }); });
-    EXPECT_EQ(3, tav_test::got(result.get_future()));
+    EXPECT_EQ(tav_test::got(result.get_future()), 3);
     queue.close();
 }
 
@@ -163,10 +163,10 @@ TEST(TavTaskQueue, ExceptionsHurtNoOtherTask) {
         queue.put([&] { ++ran; });
         drain(queue);
         queue.close();
-        EXPECT_EQ(1, ran);
+        EXPECT_EQ(ran, 1);
     }
-    EXPECT_EQ(1u, log.count("<<< EXCEPTION >>> task failed\n    catch at tavThread::onLoop("));
-    EXPECT_EQ(1u, log.count("<<< EXCEPTION >>> unknown exception\n"));
+    EXPECT_EQ(log.count("<<< EXCEPTION >>> task failed\n    catch at tavThread::onLoop("), 1u);
+    EXPECT_EQ(log.count("<<< EXCEPTION >>> unknown exception\n"), 1u);
 }
 
 TEST(TavTaskQueue, EmptyTaskDoesNothing) {
@@ -178,7 +178,7 @@ TEST(TavTaskQueue, EmptyTaskDoesNothing) {
         drain(queue);
         queue.close();
     }
-    EXPECT_EQ(0u, log.count("EXCEPTION"));
+    EXPECT_EQ(log.count("EXCEPTION"), 0u);
 }
 
 TEST(TavTaskQueue, CloseKeepsRemainingTasksUnrunUntilDestroyed) {
@@ -198,10 +198,10 @@ TEST(TavTaskQueue, CloseKeepsRemainingTasksUnrunUntilDestroyed) {
             queue.put([&ran, kept] { ++ran; });
         }
         queue.close();
-        EXPECT_EQ(0, ran);
-        EXPECT_EQ(6, kept.use_count());
+        EXPECT_EQ(ran, 0);
+        EXPECT_EQ(kept.use_count(), 6);
     }
-    EXPECT_EQ(1, kept.use_count());
+    EXPECT_EQ(kept.use_count(), 1);
 }
 
 TEST(TavTaskQueue, CloseTellsAllBeforeItClosesTheFirst) {
@@ -216,8 +216,8 @@ TEST(TavTaskQueue, CloseTellsAllBeforeItClosesTheFirst) {
                      "break running {q.0.", "on_stop {q.0.", "join thread end...q.0", "closing... {q.1.",
                      "break running {q.1.", "on_stop {q.1.", "join thread end...q.1", "closing... {q.2.",
                      "break running {q.2.", "on_stop {q.2.", "join thread end...q.2"}));
-    EXPECT_EQ(6u, log.count("thead break running "));
-    EXPECT_EQ(3u, log.count("thead closing... "));
+    EXPECT_EQ(log.count("thead break running "), 6u);
+    EXPECT_EQ(log.count("thead closing... "), 3u);
 }
 
 TEST(TavTaskQueue, NoWakeUpIsLostAtTheClose) {
@@ -247,14 +247,14 @@ TEST(TavTaskQueue, WithoutThreadsNothingStarts) {
         queue.put([&] { ran = true; });
         queue.close();
         EXPECT_FALSE(ran);
-        EXPECT_EQ(0u, log.count("thead"));
+        EXPECT_EQ(log.count("thead"), 0u);
     }
 }
 
 TEST(TavTaskQueue, CreationStartsNothing) {
     LogCapture log;
     tavTaskQueue const queue("q", 2);
-    EXPECT_EQ(0u, log.count("thead"));
+    EXPECT_EQ(log.count("thead"), 0u);
 }
 
 TEST(TavTaskQueue, OnLoopByHandRunsOneTask) {
@@ -263,9 +263,9 @@ TEST(TavTaskQueue, OnLoopByHandRunsOneTask) {
     queue.put([&] { ++ran; });
     queue.put([&] { ++ran; });
     EXPECT_TRUE(queue.on_loop());
-    EXPECT_EQ(1, ran);
+    EXPECT_EQ(ran, 1);
     EXPECT_TRUE(queue.on_loop());
-    EXPECT_EQ(2, ran);
+    EXPECT_EQ(ran, 2);
 }
 
 TEST(TavTaskQueue, OnLoopByHandWaitsForATask) {

@@ -150,9 +150,9 @@ TEST(TavThread, IsCreatedUnstarted) {
     EXPECT_FALSE(thread->running());
     EXPECT_FALSE(thread->broken());
     EXPECT_FALSE(thread->loopRunning());
-    EXPECT_EQ("", thread->id());
+    EXPECT_EQ(thread->id(), "");
     EXPECT_TRUE(thread->name() == "made");
-    EXPECT_EQ("{made}", text(*thread));
+    EXPECT_EQ(text(*thread), "{made}");
 }
 
 TEST(TavThread, RunsUntilClosed) {
@@ -216,7 +216,7 @@ TEST(TavThread, LogsItsLifeInOrder) {
                              ") leave thread " + named, ") join thread end...life\n"}));
     EXPECT_TRUE(log.inOrder({") enter thread " + named, ") started thread " + named}));
     for (char const * all : {"thead init", "starting thread", "leave thread", "join thread begin..."}) {
-        EXPECT_EQ(1u, log.count(all)) << all;
+        EXPECT_EQ(log.count(all), 1u) << all;
     }
 }
 
@@ -268,8 +268,8 @@ TEST(TavThread, RefusedOpenEndsWithoutLoop) {
     EXPECT_FALSE(thread->running());
     EXPECT_TRUE(eventually([&] { return thread->broken(); }));
     thread->close();
-    EXPECT_EQ(0, loops);
-    EXPECT_EQ(1, closes);
+    EXPECT_EQ(loops, 0);
+    EXPECT_EQ(closes, 1);
 }
 
 TEST(TavThread, RunningStaysWhenTheLoopEndsItself) {
@@ -308,7 +308,7 @@ TEST(TavThread, CallbacksRunOnTheThreadButOnStop) {
         },
         [&] { ids.push_back(std::this_thread::get_id()); });
     runOut(*thread);
-    ASSERT_EQ(3u, ids.size());
+    ASSERT_EQ(ids.size(), 3u);
     EXPECT_TRUE(ids[0] == ids[1] && ids[1] == ids[2]);
     EXPECT_NE(std::this_thread::get_id(), ids[0]);
     EXPECT_EQ(std::this_thread::get_id(), stopper);
@@ -355,7 +355,7 @@ TEST(TavThread, ExceptionsOfOnOpenAndOnClosePassOut) {
         } catch (std::runtime_error const & e) {
             EXPECT_STREQ(atOpen ? "open" : "close", e.what());
         }
-        EXPECT_EQ("main", text(tavThread::currentName()));
+        EXPECT_EQ(text(tavThread::currentName()), "main");
         EXPECT_FALSE(tavThread::current());
     }
 }
@@ -380,11 +380,11 @@ TEST(TavThread, ExceptionsDoNotEndTheLoop) {
         });
         runOut(*thread);
     }
-    EXPECT_EQ(3, loops);
+    EXPECT_EQ(loops, 3);
     LogCapture::Record const first = log.find("<<< EXCEPTION >>> bad luck\n    catch at tavThread::onLoop(");
-    EXPECT_EQ(tavLogger::ERROR, first.level);
+    EXPECT_EQ(first.level, tavLogger::ERROR);
     LogCapture::Record const second = log.find(") <<< EXCEPTION >>> unknown exception\n");
-    EXPECT_EQ(tavLogger::ERROR, second.level);
+    EXPECT_EQ(second.level, tavLogger::ERROR);
     EXPECT_NE(std::string::npos, second.text.find("[TAV]tavThread::onLoop("));
 }
 
@@ -394,9 +394,9 @@ TEST(TavThread, StopRunningEndsWithoutWaiting) {
     thread->stopRunning();
     EXPECT_FALSE(thread->running());
     EXPECT_TRUE(eventually([&] { return thread->broken(); }));
-    EXPECT_EQ(0, thread->stops);
+    EXPECT_EQ(thread->stops, 0);
     thread->close();
-    EXPECT_EQ(1, thread->stops);
+    EXPECT_EQ(thread->stops, 1);
 }
 
 TEST(TavThread, NoStopIsLostAroundTheWait) {
@@ -430,7 +430,7 @@ TEST(TavThread, StopDuringOnOpenIsNotLost) {
     goOn.set_value();
     starter.join();
     thread->close();
-    EXPECT_EQ(0, loops);
+    EXPECT_EQ(loops, 0);
     EXPECT_TRUE(thread->started());
 }
 
@@ -455,13 +455,13 @@ TEST(TavThread, CloseWithoutStartOnlyCallsOnStop) {
     LogCapture log;
     tavSharedPtr<Waiting> thread(new Waiting("never"));
     thread->close();
-    EXPECT_EQ(1, thread->stops);
+    EXPECT_EQ(thread->stops, 1);
     EXPECT_FALSE(thread->started());
     EXPECT_TRUE(
         log.inOrder({"thead closing... {never}", "thead break running {never}", "thead on_stop {never}"}));
-    EXPECT_EQ(0u, log.count("join thread"));
+    EXPECT_EQ(log.count("join thread"), 0u);
     thread.reset();
-    EXPECT_EQ(1u, log.count("thead fini {never}"));
+    EXPECT_EQ(log.count("thead fini {never}"), 1u);
 }
 
 TEST(TavThread, StopBeforeTheStartDoesNotCount) {
@@ -487,11 +487,11 @@ TEST(TavThread, SecondCloseCallsOnStopAgainAndJoinsNothing) {
         thread->start();
         thread->close();
         thread->close();
-        EXPECT_EQ(2, thread->stops);
+        EXPECT_EQ(thread->stops, 2);
     }
-    EXPECT_EQ(2u, log.count("thead closing... "));
-    EXPECT_EQ(1u, log.count("join thread begin...twice"));
-    EXPECT_EQ(1u, log.count("join thread end...twice"));
+    EXPECT_EQ(log.count("thead closing... "), 2u);
+    EXPECT_EQ(log.count("join thread begin...twice"), 1u);
+    EXPECT_EQ(log.count("join thread end...twice"), 1u);
 }
 
 TEST(TavThread, OfTwoClosersOneJoinsAndBothReturnAfterTheEnd) {
@@ -517,7 +517,7 @@ TEST(TavThread, OfTwoClosersOneJoinsAndBothReturnAfterTheEnd) {
         goOn.set_value();
         a.join();
         b.join();
-        ASSERT_EQ(0, early);
+        ASSERT_EQ(early, 0);
     }
 }
 
@@ -578,7 +578,7 @@ TEST(TavThread, CloseFromItsOwnBodyWhileAnotherJoinsIsADeadlockErrorToo) {
         thread->close();
         EXPECT_TRUE(tav_test::got(result.get_future()));
     }
-    EXPECT_EQ(1u, log.count("join thread end...own"));
+    EXPECT_EQ(log.count("join thread end...own"), 1u);
 }
 
 TEST(TavThread, DetachedThreadEndsByItselfAndKeepsItself) {
@@ -590,25 +590,25 @@ TEST(TavThread, DetachedThreadEndsByItselfAndKeepsItself) {
         id = thread->id();
         thread->detach();
         thread->close();
-        EXPECT_EQ(0u, log.count("join thread"));
+        EXPECT_EQ(log.count("join thread"), 0u);
     }
     EXPECT_TRUE(log.waitFor("thead fini {free." + id + "}"));
     LogCapture::Record const record = log.find(") thead detach {free." + id + "}\n");
-    EXPECT_EQ(tavLogger::INFO, record.level);
+    EXPECT_EQ(record.level, tavLogger::INFO);
     EXPECT_NE(std::string::npos, record.text.find("[TAV]tavThread::detach("));
 }
 
 TEST(TavThread, DetachOfAnUnstartedThreadOnlyLogs) {
     LogCapture log;
     ThreadPtr(new Waiting("none"))->detach();
-    EXPECT_EQ(1u, log.count("thead detach {none}"));
+    EXPECT_EQ(log.count("thead detach {none}"), 1u);
 }
 
 TEST(TavThread, DroppedWithoutCloseItRunsOut) {
     LogCapture log;
     make("drop", [] { return false; })->start();
     EXPECT_TRUE(log.waitFor("thead fini {drop."));
-    EXPECT_EQ(0u, log.count("join thread"));
+    EXPECT_EQ(log.count("join thread"), 0u);
 }
 
 TEST(TavThread, KeepsItselfAliveWhileItRuns) {
@@ -621,7 +621,7 @@ TEST(TavThread, KeepsItselfAliveWhileItRuns) {
         });
         thread->start();
     }
-    EXPECT_EQ(0u, log.count("thead fini"));
+    EXPECT_EQ(log.count("thead fini"), 0u);
     goOn.set_value();
     EXPECT_TRUE(log.waitFor("thead fini {kept."));
     EXPECT_TRUE(log.inOrder({"thead closed. ", "thead fini "}));
@@ -646,29 +646,29 @@ TEST(TavThread, RunInternallyUsesTheCallersThread) {
         thread->close();
     }
     EXPECT_EQ(std::this_thread::get_id(), where);
-    EXPECT_EQ("inner", name);
-    EXPECT_EQ("main", text(tavThread::currentName()));
-    EXPECT_EQ(0u, log.count("starting thread"));
-    EXPECT_EQ(0u, log.count("join thread"));
+    EXPECT_EQ(name, "inner");
+    EXPECT_EQ(text(tavThread::currentName()), "main");
+    EXPECT_EQ(log.count("starting thread"), 0u);
+    EXPECT_EQ(log.count("join thread"), 0u);
     EXPECT_TRUE(log.inOrder({"thead run {inner.", "thead started. {inner.", "thead closed. {inner."}));
 }
 
 TEST(TavThread, UnregisteredThreadIsMain) {
-    EXPECT_EQ("main", text(tavThread::currentName()));
-    EXPECT_EQ("x", text(tavThread::createThreadName("x")));
+    EXPECT_EQ(text(tavThread::currentName()), "main");
+    EXPECT_EQ(text(tavThread::createThreadName("x")), "x");
     EXPECT_FALSE(tavThread::current());
-    std::thread([] { EXPECT_EQ("main", text(tavThread::currentName())); }).join();
+    std::thread([] { EXPECT_EQ(text(tavThread::currentName()), "main"); }).join();
 }
 
 TEST(TavThread, NamesShowTheirCreators) {
     runNamed("net", [] {
-        EXPECT_EQ("net", text(tavThread::currentName()));
-        EXPECT_EQ("net.x", text(tavThread::createThreadName("x")));
+        EXPECT_EQ(text(tavThread::currentName()), "net");
+        EXPECT_EQ(text(tavThread::createThreadName("x")), "net.x");
         runNamed("work", [] {
-            EXPECT_EQ("net.work", text(tavThread::currentName()));
+            EXPECT_EQ(text(tavThread::currentName()), "net.work");
             EXPECT_TRUE(tavThread::current()->name() == "net.work");
         });
-        EXPECT_EQ("net", text(tavThread::currentName()));
+        EXPECT_EQ(text(tavThread::currentName()), "net");
     });
 }
 
@@ -693,8 +693,8 @@ TEST(TavThread, IsHeldWhileItIsRegistered) {
     });
     thread->run_internally();
     // This test, the run itself, and the table of the running threads.
-    EXPECT_EQ(3u, inside);
-    EXPECT_EQ(1u, thread->getRefCount());
+    EXPECT_EQ(inside, 3u);
+    EXPECT_EQ(thread->getRefCount(), 1u);
 }
 
 TEST(TavThread, RunInsideAnotherTakesItsPlaceAndLeavesNothing) {
@@ -710,10 +710,10 @@ TEST(TavThread, RunInsideAnotherTakesItsPlaceAndLeavesNothing) {
         after = text(tavThread::currentName()) + (tavThread::current() ? "!" : ".");
         EXPECT_EQ("outer.inner{outer.inner." + inner->id() + "}=", inside);
     });
-    EXPECT_EQ("main.", after);
+    EXPECT_EQ(after, "main.");
     LogCapture log;
     tavThread::printThreads();
-    EXPECT_EQ(0u, log.count("thread not closed"));
+    EXPECT_EQ(log.count("thread not closed"), 0u);
 }
 
 TEST(TavThread, IdsAreDecimalAndAgree) {
@@ -722,34 +722,34 @@ TEST(TavThread, IdsAreDecimalAndAgree) {
     EXPECT_EQ(out.str(), tavThread::currentId());
     EXPECT_EQ(out.str(), tavThread::getThreadId(std::this_thread::get_id()));
     EXPECT_EQ(std::string::npos, tavThread::currentId().find_first_not_of("0123456789"));
-    EXPECT_EQ("0", tavThread::getThreadId(std::thread::id()));
+    EXPECT_EQ(tavThread::getThreadId(std::thread::id()), "0");
 }
 
 TEST(TavThread, GetThreadNameKnowsRegisteredThreads) {
-    EXPECT_EQ("", text(tavThread::getThreadName(nullptr)));
+    EXPECT_EQ(text(tavThread::getThreadName(nullptr)), "");
     auto const foreign = std::make_shared<std::thread>([] {});
-    EXPECT_EQ("", text(tavThread::getThreadName(foreign)));
+    EXPECT_EQ(text(tavThread::getThreadName(foreign)), "");
     foreign->join();
     std::promise<void> goOn;
     std::shared_ptr<std::thread> const named =
         tav_async_run([&] { tav_test::await(goOn.get_future()); }, "known", 0);
-    EXPECT_EQ("known", text(tavThread::getThreadName(named)));
+    EXPECT_EQ(text(tavThread::getThreadName(named)), "known");
     goOn.set_value();
     named->join();
-    EXPECT_EQ("", text(tavThread::getThreadName(named)));
+    EXPECT_EQ(text(tavThread::getThreadName(named)), "");
 }
 
 TEST(TavThread, DebuggerSeesFifteenBytes) {
     runNamed("a_name_of_twenty_two", [] {
         char name[32] = {};
-        EXPECT_EQ(0, pthread_getname_np(pthread_self(), name, sizeof name));
-        EXPECT_STREQ("a_name_of_twent", name);
+        EXPECT_EQ(pthread_getname_np(pthread_self(), name, sizeof name), 0);
+        EXPECT_STREQ(name, "a_name_of_twent");
         tavThread::setCurrentName("short");
-        EXPECT_EQ(0, pthread_getname_np(pthread_self(), name, sizeof name));
-        EXPECT_STREQ("short", name);
+        EXPECT_EQ(pthread_getname_np(pthread_self(), name, sizeof name), 0);
+        EXPECT_STREQ(name, "short");
         tavThread::setCurrentName(nullptr);
-        EXPECT_EQ(0, pthread_getname_np(pthread_self(), name, sizeof name));
-        EXPECT_STREQ("short", name);
+        EXPECT_EQ(pthread_getname_np(pthread_self(), name, sizeof name), 0);
+        EXPECT_STREQ(name, "short");
     });
 }
 
@@ -763,18 +763,18 @@ TEST(TavThread, PrintThreadsListsWhoIsRegistered) {
         LogCapture log;
         tavThread::printThreads();
         LogCapture::Record const record = log.find(") thread not closed: " + thread->id() + ".listed\n");
-        EXPECT_EQ(tavLogger::INFO, record.level);
+        EXPECT_EQ(record.level, tavLogger::INFO);
         EXPECT_NE(std::string::npos, record.text.find("[TAV]tavThreadManager::print("));
-        EXPECT_EQ(1u,
-                  log.count(") thread not closed: " + tavThread::getThreadId(bare->get_id()) + ".bare\n"));
-        EXPECT_EQ(2u, log.count("thread not closed"));
+        EXPECT_EQ(log.count(") thread not closed: " + tavThread::getThreadId(bare->get_id()) + ".bare\n"),
+                  1u);
+        EXPECT_EQ(log.count("thread not closed"), 2u);
     }
     goOn.set_value();
     bare->join();
     thread->close();
     LogCapture log;
     tavThread::printThreads();
-    EXPECT_EQ(0u, log.count("thread not closed"));
+    EXPECT_EQ(log.count("thread not closed"), 0u);
 }
 
 TEST(TavThread, FinalizeForgetsThreadsThatRunOn) {
@@ -790,12 +790,12 @@ TEST(TavThread, FinalizeForgetsThreadsThatRunOn) {
     tavThread::finalize();
     tavThread::finalize();
     finalized.set_value();
-    EXPECT_EQ("mainx.", tav_test::got(names.get_future()));
+    EXPECT_EQ(tav_test::got(names.get_future()), "mainx.");
     thread->close();
     LogCapture log;
     tavThread::printThreads();
-    EXPECT_EQ(0u, log.count("thread not closed"));
-    runNamed("fresh", [] { EXPECT_EQ("fresh", text(tavThread::currentName())); });
+    EXPECT_EQ(log.count("thread not closed"), 0u);
+    runNamed("fresh", [] { EXPECT_EQ(text(tavThread::currentName()), "fresh"); });
 }
 
 TEST(TavThread, MonitorIsTheSubclassesOwn) {
@@ -848,7 +848,7 @@ TEST(TavThread, BaseCallbacksOpenAndDoNothing) {
     };
     tavSharedPtr<Once> const thread(new Once);
     runOut(*thread);
-    EXPECT_EQ(1, thread->loops);
+    EXPECT_EQ(thread->loops, 1);
 }
 
 TEST(TavThread, ManyLiveAtOnce) {
@@ -875,7 +875,7 @@ TEST(TavThreadIds, AreTheSystems) {
 TEST(TavThreadIds, FollowAFork) {
     unsigned const before = tav_get_pid();
     int ends[2] = {};
-    ASSERT_EQ(0, ::pipe(ends));
+    ASSERT_EQ(::pipe(ends), 0);
     pid_t const child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -888,8 +888,8 @@ TEST(TavThreadIds, FollowAFork) {
     ::close(ends[0]);
     int status = -1;
     EXPECT_EQ(child, ::waitpid(child, &status, 0));
-    EXPECT_EQ(0, status);
-    EXPECT_EQ(static_cast<unsigned>(child), ids[0]);
-    EXPECT_EQ(static_cast<unsigned>(child), ids[1]);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(ids[0], static_cast<unsigned>(child));
+    EXPECT_EQ(ids[1], static_cast<unsigned>(child));
     EXPECT_NE(before, ids[0]);
 }

@@ -114,7 +114,7 @@ TEST(ThreadWithoutMemory, AThreadThatStartedIsRegistered) {
             "alone", nullptr, nullptr,
             [] {
                 SparedAllocations const spared;
-                EXPECT_EQ("alone", std::string(tav_istr(tavThread::currentName())));
+                EXPECT_EQ(std::string(tav_istr(tavThread::currentName())), "alone");
                 EXPECT_EQ(tavThread::currentId(), tavThread::current()->id());
                 return false;
             },
@@ -122,7 +122,7 @@ TEST(ThreadWithoutMemory, AThreadThatStartedIsRegistered) {
     });
 }
 
-TEST(ThreadClose, ALineThatRaisesLeavesTheNextCloseToJoin) {
+TEST(ThreadWithoutMemoryClose, ALineThatRaisesLeavesTheNextCloseToJoin) {
     static std::atomic<int> calls{0};
     calls = 0;
     tavSharedPtr<tavThread> const thread(new tavThread_(
@@ -139,11 +139,11 @@ TEST(ThreadClose, ALineThatRaisesLeavesTheNextCloseToJoin) {
     EXPECT_THROW(thread->close(), std::runtime_error);
     thread->close();
     EXPECT_TRUE(thread->broken());
-    EXPECT_EQ(2, calls);
+    EXPECT_EQ(calls, 2);
     tavLogger::setup("(clear(INFO))", nullptr, false, tavLogger::WARN);
 }
 
-TEST(ThreadLife, ACallbackThatRaisesOnTheThreadEndsNothing) {
+TEST(ThreadWithoutMemoryLife, ACallbackThatRaisesOnTheThreadEndsNothing) {
     tavLogger::setup(
         "(clear(TRACE))",
         [](int, char const *) {

@@ -72,7 +72,7 @@ TEST(TavTimerThread, CountIsTheMostFirings) {
     timer->start();
     EXPECT_TRUE(eventually([&] { return timer->broken(); }));
     timer->close();
-    EXPECT_EQ(4, fired);
+    EXPECT_EQ(fired, 4);
 }
 
 TEST(TavTimerThread, CountOfZeroFiresOnce) {
@@ -87,7 +87,7 @@ TEST(TavTimerThread, CountOfZeroFiresOnce) {
     timer->start();
     EXPECT_TRUE(eventually([&] { return timer->broken(); }));
     timer->close();
-    EXPECT_EQ(1, fired);
+    EXPECT_EQ(fired, 1);
 }
 
 TEST(TavTimerThread, NegativeCountRepeatsUntilTheFunctionSaysNo) {
@@ -97,7 +97,7 @@ TEST(TavTimerThread, NegativeCountRepeatsUntilTheFunctionSaysNo) {
     timer->start();
     EXPECT_TRUE(eventually([&] { return timer->broken(); }));
     timer->close();
-    EXPECT_EQ(20, fired);
+    EXPECT_EQ(fired, 20);
     EXPECT_FALSE(timer->running());
 }
 
@@ -115,7 +115,7 @@ TEST(TavTimerThread, IntervalOfZeroOrLessNeverWaits) {
         timer->start();
         EXPECT_TRUE(eventually([&] { return timer->broken(); }));
         timer->close();
-        EXPECT_EQ(100, fired);
+        EXPECT_EQ(fired, 100);
     }
 }
 
@@ -277,7 +277,7 @@ TEST(TavTimerThread, ThrowingFunctionMayFireOnceMore) {
     timer->start();
     EXPECT_TRUE(eventually([&] { return timer->broken(); }));
     timer->close();
-    EXPECT_EQ(3, fired);
+    EXPECT_EQ(fired, 3);
 }
 
 TEST(TavTimerThread, CancelIsCalledOnTheClosingThreadWhileItRuns) {
@@ -291,7 +291,7 @@ TEST(TavTimerThread, CancelIsCalledOnTheClosingThreadWhileItRuns) {
         });
     timer->start();
     timer->close();
-    EXPECT_EQ(1, cancelled);
+    EXPECT_EQ(cancelled, 1);
     EXPECT_EQ(std::this_thread::get_id(), canceller);
 }
 
@@ -303,10 +303,10 @@ TEST(TavTimerThread, CancelIsCalledHoweverFastTheStopEndsIt) {
             never, [](bool) { return true; }, -1, [&] { ++cancelled; });
         timer->start();
         timer->close();
-        ASSERT_EQ(1, cancelled);
+        ASSERT_EQ(cancelled, 1);
         timer->close();
         timer->on_stop();
-        ASSERT_EQ(1, cancelled);
+        ASSERT_EQ(cancelled, 1);
     }
 }
 
@@ -318,7 +318,7 @@ TEST(TavTimerThread, CancelIsNotCalledAfterAStopThatHasEndedIt) {
     timer->stopRunning();
     EXPECT_TRUE(eventually([&] { return timer->broken(); }));
     timer->close();
-    EXPECT_EQ(0, cancelled);
+    EXPECT_EQ(cancelled, 0);
 }
 
 TEST(TavTimerThread, CancelIsCalledAlsoIfItWasNeverStarted) {
@@ -326,9 +326,9 @@ TEST(TavTimerThread, CancelIsCalledAlsoIfItWasNeverStarted) {
     TimerPtr const timer = make(
         never, [](bool) { return true; }, -1, [&] { ++cancelled; });
     timer->close();
-    EXPECT_EQ(1, cancelled);
+    EXPECT_EQ(cancelled, 1);
     timer->on_stop();
-    EXPECT_EQ(2, cancelled);
+    EXPECT_EQ(cancelled, 2);
 }
 
 TEST(TavTimerThread, CancelIsNotCalledAfterTheEnd) {
@@ -338,7 +338,7 @@ TEST(TavTimerThread, CancelIsNotCalledAfterTheEnd) {
     timer->start();
     EXPECT_TRUE(eventually([&] { return timer->broken(); }));
     timer->close();
-    EXPECT_EQ(0, cancelled);
+    EXPECT_EQ(cancelled, 0);
 }
 
 TEST(TavTimerThread, EmptyFunctionsAreAllowed) {
@@ -369,7 +369,7 @@ TEST(TavTimerThread, LogsItsLife) {
                             Row{") cancel timer tick\n", "[TAV]tavTimerThread::on_stop("},
                             Row{") closed timer tick\n", "[TAV]tavTimerThread::on_close("}}) {
         LogCapture::Record const record = log.find(row.text);
-        EXPECT_EQ(tavLogger::INFO, record.level) << row.text;
+        EXPECT_EQ(record.level, tavLogger::INFO) << row.text;
         EXPECT_NE(std::string::npos, record.text.find(row.func)) << record.text;
     }
     EXPECT_TRUE(log.inOrder(
@@ -386,6 +386,6 @@ TEST(TavTimerThread, FinishedTimerLogsNoCancel) {
         EXPECT_TRUE(eventually([&] { return timer->broken(); }));
         timer->close();
     }
-    EXPECT_EQ(0u, log.count("cancel timer"));
-    EXPECT_EQ(1u, log.count("closed timer tick"));
+    EXPECT_EQ(log.count("cancel timer"), 0u);
+    EXPECT_EQ(log.count("closed timer tick"), 1u);
 }

@@ -171,14 +171,14 @@ void registerMoods() {
 
 } // namespace
 
-TEST(ObjectAsJson, FieldsAreMembersInTheOrderOfTheirNames) {
+TEST(JsonCodecObjectAsJson, FieldsAreMembersInTheOrderOfTheirNames) {
     EXPECT_EQ(text(Leaf(5, "x").encodeJson(false)), "{ \"name\":\"x\", \"number\":5 }");
     Leaf leaf;
     leaf.decodeJson("{\"number\":0x10,\"unknown\":[1,{}],\"name\":\"y\"}");
     EXPECT_TRUE(leaf == Leaf(16, "y"));
 }
 
-TEST(ObjectAsJson, SkipNullLeavesOutNullMembers) {
+TEST(JsonCodecObjectAsJson, SkipNullLeavesOutNullMembers) {
     Box<tavOptional<int>> const box{tavOptional<int>()};
     EXPECT_EQ(text(box.encodeJson(false)), "{ \"v\":null }");
     EXPECT_EQ(text(box.encodeJson(true)), "{ }");
@@ -186,14 +186,14 @@ TEST(ObjectAsJson, SkipNullLeavesOutNullMembers) {
     EXPECT_EQ(text(optional.encodeJson(false)), "null");
 }
 
-TEST(ObjectAsJson, IsMadeWithoutConstancyInTheWay) {
+TEST(JsonCodecObjectAsJson, IsMadeWithoutConstancyInTheWay) {
     Leaf const leaf(1, "a");
     std::string const first = text(leaf.encodeJson(false));
     EXPECT_EQ(text(leaf.encodeJson(false)), first);
     EXPECT_TRUE(leaf == Leaf(1, "a"));
 }
 
-TEST(ObjectAsJson, ClassWithoutFieldsIsNull) {
+TEST(JsonCodecObjectAsJson, ClassWithoutFieldsIsNull) {
     EXPECT_EQ(text(Fieldless().encodeJson(false)), "null");
     EXPECT_EQ(encoded(Fieldless()), "{ \"v\":null }");
     EXPECT_EQ(encoded(std::vector<Fieldless>(1)), "{ \"v\":[ null ] }");
@@ -203,7 +203,7 @@ TEST(ObjectAsJson, ClassWithoutFieldsIsNull) {
     EXPECT_THROW(object.decodeJson("null"), std::invalid_argument);
 }
 
-TEST(ObjectAsJson, TextThatIsNoJsonRaisesAndLeavesTheObject) {
+TEST(JsonCodecObjectAsJson, TextThatIsNoJsonRaisesAndLeavesTheObject) {
     Leaf leaf(5, "x");
     for (char const * const bad : {"", "5", "\"x\"", "null", "{\"number\":1", "{number}:"}) {
         EXPECT_THROW(leaf.decodeJson(bad), std::invalid_argument) << bad;
@@ -211,13 +211,13 @@ TEST(ObjectAsJson, TextThatIsNoJsonRaisesAndLeavesTheObject) {
     EXPECT_TRUE(leaf == Leaf(5, "x"));
 }
 
-TEST(ObjectAsJson, WhatWasReadAheadOfAFailureStays) {
+TEST(JsonCodecObjectAsJson, WhatWasReadAheadOfAFailureStays) {
     Leaf leaf(5, "x");
     EXPECT_THROW(leaf.decodeJson("{\"number\":6}"), std::invalid_argument);
     EXPECT_TRUE(leaf == Leaf(6, "x"));
 }
 
-TEST(FieldsAsJson, SimpleTypes) {
+TEST(JsonCodecFieldsAsJson, SimpleTypes) {
     EXPECT_EQ(encoded(true), "{ \"v\":true }");
     EXPECT_EQ(encoded(static_cast<char>(-1)), "{ \"v\":-1 }");
     EXPECT_EQ(encoded(static_cast<unsigned char>(255)), "{ \"v\":255 }");
@@ -239,7 +239,7 @@ TEST(FieldsAsJson, SimpleTypes) {
     EXPECT_EQ(encoded(L'x'), "{ \"v\":\"x\" }");
 }
 
-TEST(FieldsAsJson, SimpleTypesComeBack) {
+TEST(JsonCodecFieldsAsJson, SimpleTypesComeBack) {
     expectSame(true, 0);
     expectSame(static_cast<char>(-128), 1);
     expectSame(static_cast<unsigned char>(255), 5);
@@ -262,7 +262,7 @@ TEST(FieldsAsJson, SimpleTypesComeBack) {
     EXPECT_EQ(tav_istr(roundTrip(bytes, 16)), tav_istr(bytes));
 }
 
-TEST(FieldsAsJson, EnumsAndNumbers) {
+TEST(JsonCodecFieldsAsJson, EnumsAndNumbers) {
     registerMoods();
     EXPECT_EQ(encoded(tavEnum<Mood>(Mood::glad)), "{ \"v\":2 }");
     EXPECT_EQ(encoded(tavNumber<int, 7>()), "{ \"v\":7 }");
@@ -272,7 +272,7 @@ TEST(FieldsAsJson, EnumsAndNumbers) {
     expectSame(tavNumber<unsigned long long, 7>(3), 8);
 }
 
-TEST(FieldsAsJson, UnregisteredEnumValueRaises) {
+TEST(JsonCodecFieldsAsJson, UnregisteredEnumValueRaises) {
     registerMoods();
     Box<tavEnum<Mood>> box(Mood::calm, 18);
     try {
@@ -284,7 +284,7 @@ TEST(FieldsAsJson, UnregisteredEnumValueRaises) {
     EXPECT_EQ(box.value.value(), 1);
 }
 
-TEST(FieldsAsJson, OptionalIsItsValueOrNull) {
+TEST(JsonCodecFieldsAsJson, OptionalIsItsValueOrNull) {
     EXPECT_EQ(encoded(tavOptional<int>(5)), "{ \"v\":5 }");
     EXPECT_EQ(encoded(tavOptional<long long>(5)), "{ \"v\":\"5\" }");
     EXPECT_EQ(encoded(tavOptional<tavString>()), "{ \"v\":null }");
@@ -304,14 +304,14 @@ TEST(FieldsAsJson, OptionalIsItsValueOrNull) {
     EXPECT_TRUE(*leaf.value == Leaf(1, "a"));
 }
 
-TEST(FieldsAsJson, OptionalWithADatalessMemberIsSet) {
+TEST(JsonCodecFieldsAsJson, OptionalWithADatalessMemberIsSet) {
     Box<tavOptional<int>> box(tavOptional<int>(), 3, true);
     box.decodeJson("{v:true}");
     EXPECT_TRUE(box.value.has_value());
     EXPECT_EQ(box.value.value(), 0);
 }
 
-TEST(FieldsAsJson, SharedObjectIsFilledOrMade) {
+TEST(JsonCodecFieldsAsJson, SharedObjectIsFilledOrMade) {
     typedef Box<tavSharedPtr<Leaf>> Holder;
     EXPECT_EQ(text(Holder().encodeJson(false)), "{ \"v\":null }");
     Holder holder(nullptr, 22, true);
@@ -326,7 +326,7 @@ TEST(FieldsAsJson, SharedObjectIsFilledOrMade) {
     EXPECT_EQ(text(holder.encodeJson(false)), "{ \"v\":{ \"name\":\"b\", \"number\":2 } }");
 }
 
-TEST(ListsAsJson, OfEverySimpleType) {
+TEST(JsonCodecListsAsJson, OfEverySimpleType) {
     registerMoods();
     EXPECT_EQ(encoded(std::vector<int>{1, -2}), "{ \"v\":[ 1, -2 ] }");
     EXPECT_EQ(encoded(std::vector<int>()), "{ \"v\":[ ] }");
@@ -358,7 +358,7 @@ TEST(ListsAsJson, OfEverySimpleType) {
     EXPECT_TRUE(back[1].empty());
 }
 
-TEST(ListsAsJson, OfEveryKindOfContainer) {
+TEST(JsonCodecListsAsJson, OfEveryKindOfContainer) {
     expectSame(std::list<int>{3, 1, 2});
     expectSame(std::deque<tavString>{tavString("b"), tavString("a")});
     expectSame(std::set<int>{3, 1, 2});
@@ -366,7 +366,7 @@ TEST(ListsAsJson, OfEveryKindOfContainer) {
     expectSame(std::vector<std::map<tavString, int>>{{{tavString("a"), 1}}, {}});
 }
 
-TEST(ListsAsJson, OfObjects) {
+TEST(JsonCodecListsAsJson, OfObjects) {
     EXPECT_EQ(encoded(std::vector<Leaf>{Leaf(1, "a"), Leaf(2, "b")}),
               "{ \"v\":[ { \"name\":\"a\", \"number\":1 }, { \"name\":\"b\", \"number\":2 } ] }");
     expectSame(std::list<Leaf>{Leaf(1, "a"), Leaf(2, "b")});
@@ -376,7 +376,7 @@ TEST(ListsAsJson, OfObjects) {
     EXPECT_TRUE(*back[1] == Leaf(2, "b"));
 }
 
-TEST(ListsAsJson, NullElementsAreWrittenAndNotReadBack) {
+TEST(JsonCodecListsAsJson, NullElementsAreWrittenAndNotReadBack) {
     std::vector<tavOptional<int>> const optional{tavOptional<int>(1), tavOptional<int>(),
                                                  tavOptional<int>(3)};
     EXPECT_EQ(encoded(optional), "{ \"v\":[ 1, null, 3 ] }");
@@ -388,7 +388,7 @@ TEST(ListsAsJson, NullElementsAreWrittenAndNotReadBack) {
     EXPECT_EQ(roundTrip(shared, 27).size(), 1u);
 }
 
-TEST(ListsAsJson, NullElementOfATreeIsADefaultElement) {
+TEST(JsonCodecListsAsJson, NullElementOfATreeIsADefaultElement) {
     tav::json::JsonUnit unit;
     unit["v"].newChild() << 5;
     unit["v"].newChild();
@@ -401,7 +401,7 @@ TEST(ListsAsJson, NullElementOfATreeIsADefaultElement) {
     EXPECT_EQ(box.value[1], 7);
 }
 
-TEST(ListsAsJson, PresentListReplacesAndAMissingOneKeeps) {
+TEST(JsonCodecListsAsJson, PresentListReplacesAndAMissingOneKeeps) {
     Box<std::vector<int>> box({1, 2}, 26);
     box.decodeJson("{}");
     EXPECT_EQ(box.value.size(), 2u);
@@ -413,7 +413,7 @@ TEST(ListsAsJson, PresentListReplacesAndAMissingOneKeeps) {
     EXPECT_TRUE(box.value.empty());
 }
 
-TEST(MapsAsJson, KeysAreNamesInTheOrderOfTheirBytes) {
+TEST(JsonCodecMapsAsJson, KeysAreNamesInTheOrderOfTheirBytes) {
     EXPECT_EQ(encoded(std::map<tavString, int>{{tavString("b"), 1}, {tavString("a"), 2}}),
               "{ \"v\":{ \"a\":2, \"b\":1 } }");
     EXPECT_EQ(encoded(std::map<int, int>{{-1, 1}, {2, 2}, {10, 3}}),
@@ -421,7 +421,7 @@ TEST(MapsAsJson, KeysAreNamesInTheOrderOfTheirBytes) {
     EXPECT_EQ(encoded(std::map<int, int>()), "{ \"v\":{ } }");
 }
 
-TEST(MapsAsJson, OfEveryKindOfKey) {
+TEST(JsonCodecMapsAsJson, OfEveryKindOfKey) {
     registerMoods();
     expectSame(std::map<tavString, int>{{tavString("a"), 1}, {tavString("b"), 2}});
     expectSame(std::map<std::string, int>{{"a b", 1}, {"null", 2}});
@@ -440,7 +440,7 @@ TEST(MapsAsJson, OfEveryKindOfKey) {
     expectSame(std::unordered_map<int, tavString>{{5, tavString("x")}, {6, tavString("y")}});
 }
 
-TEST(MapsAsJson, OfEveryKindOfValue) {
+TEST(JsonCodecMapsAsJson, OfEveryKindOfValue) {
     registerMoods();
     expectSame(std::map<int, tavString>{{1, tavString("x")}});
     expectSame(std::map<int, long long>{{1, -5}});
@@ -460,7 +460,7 @@ TEST(MapsAsJson, OfEveryKindOfValue) {
     EXPECT_FALSE(roundTrip(optional, 28).at(2).has_value());
 }
 
-TEST(MapsAsJson, PresentMapReplacesAndAMissingOneKeeps) {
+TEST(JsonCodecMapsAsJson, PresentMapReplacesAndAMissingOneKeeps) {
     Box<std::map<tavString, int>> box({{tavString("old"), 1}}, 28);
     box.decodeJson("{}");
     EXPECT_EQ(box.value.size(), 1u);
@@ -471,13 +471,13 @@ TEST(MapsAsJson, PresentMapReplacesAndAMissingOneKeeps) {
     EXPECT_TRUE(box.value.empty());
 }
 
-TEST(MapsAsJson, UnregisteredEnumKeyRaises) {
+TEST(JsonCodecMapsAsJson, UnregisteredEnumKeyRaises) {
     registerMoods();
     Box<std::map<tavEnum<Mood>, int>> box({}, 28);
     EXPECT_THROW(box.decodeJson("{v:{\"9\":1}}"), std::invalid_argument);
 }
 
-TEST(OneClassInManyEncodings, NbrAndJsonGiveTheSame) {
+TEST(JsonCodecOneClassInManyEncodings, NbrAndJsonGiveTheSame) {
     registerMoods();
     Everything one;
     one.flag = true;
@@ -517,7 +517,7 @@ TEST(OneClassInManyEncodings, NbrAndJsonGiveTheSame) {
               std::string::npos);
 }
 
-TEST(MessageExtensionAsJson, UnsetTimesAreNull) {
+TEST(JsonCodecMessageExtensionAsJson, UnsetTimesAreNull) {
     tavMsgExt ext;
     ext.traceId = tavString("t");
     ext.clientTime = 5;

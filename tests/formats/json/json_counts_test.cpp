@@ -33,60 +33,60 @@ std::string manyMembers(int count) {
 
 TEST(JsonCounts, EachValueOfATextHasOneReference) {
     Ptr const root = JsonParser::from(R"({"a":{"b":[1,true,"x"]},"c":"y"})");
-    EXPECT_EQ(1u, root->getRefCount());
+    EXPECT_EQ(root->getRefCount(), 1u);
     JsonUnit const unit(root);
-    EXPECT_EQ(2u, root->getRefCount());
-    EXPECT_EQ(1u, unit["a"].value()->getRefCount());
-    EXPECT_EQ(1u, unit["c"].value()->getRefCount());
-    ASSERT_EQ(3u, unit["a"]["b"].arrayValue()->size());
+    EXPECT_EQ(root->getRefCount(), 2u);
+    EXPECT_EQ(unit["a"].value()->getRefCount(), 1u);
+    EXPECT_EQ(unit["c"].value()->getRefCount(), 1u);
+    ASSERT_EQ(unit["a"]["b"].arrayValue()->size(), 3u);
     for (JsonUnit const & element : unit["a"]["b"].arrayValue()->elements()) {
-        EXPECT_EQ(1u, element.value()->getRefCount());
+        EXPECT_EQ(element.value()->getRefCount(), 1u);
     }
 }
 
 TEST(JsonCounts, ABareWordAndACoercedValueHaveOneReference) {
-    EXPECT_EQ(1u, JsonParser::fromSimple("17")->getRefCount());
-    EXPECT_EQ(1u, JsonString::from("'a'")->getRefCount());
+    EXPECT_EQ(JsonParser::fromSimple("17")->getRefCount(), 1u);
+    EXPECT_EQ(JsonString::from("'a'")->getRefCount(), 1u);
     JsonUnit unit;
     unit["a"] << 5;
-    EXPECT_EQ(1u, unit.value()->getRefCount());
-    EXPECT_EQ(1u, unit["a"].value()->getRefCount());
+    EXPECT_EQ(unit.value()->getRefCount(), 1u);
+    EXPECT_EQ(unit["a"].value()->getRefCount(), 1u);
     JsonUnit const copy(unit);
-    EXPECT_EQ(2u, unit.value()->getRefCount());
+    EXPECT_EQ(unit.value()->getRefCount(), 2u);
 }
 
 TEST(JsonCounts, ACopyAndAValueOfTheCallerStartAtZero) {
     Ptr const root = JsonParser::from("['x']");
     JsonString const copy(*static_cast<JsonArray const &>(*root).at(0).stringValue());
-    EXPECT_EQ(0u, copy.getRefCount());
+    EXPECT_EQ(copy.getRefCount(), 0u);
     JsonString const own;
-    EXPECT_EQ(0u, own.getRefCount());
+    EXPECT_EQ(own.getRefCount(), 0u);
 }
 
 TEST(JsonCounts, TheReferenceThatEndsTheCountMayComeAgain) {
     Ptr root = JsonParser::from("[1]");
     root->incRefCount();
     root->decRefCount();
-    EXPECT_EQ(1u, root->getRefCount());
+    EXPECT_EQ(root->getRefCount(), 1u);
     Ptr moved(std::move(root));
-    EXPECT_EQ(1u, moved->getRefCount());
+    EXPECT_EQ(moved->getRefCount(), 1u);
 }
 
 TEST(JsonCounts, CountersMadeBetweenValuesAreTheirOwn) {
     Ptr const first = JsonParser::from("[1]");
     tavAtomicInt plain;
-    EXPECT_EQ(0u, plain.get());
-    EXPECT_EQ(1u, ++plain);
-    EXPECT_EQ(2u, ++plain);
+    EXPECT_EQ(plain.get(), 0u);
+    EXPECT_EQ(++plain, 1u);
+    EXPECT_EQ(++plain, 2u);
     Ptr const other = JsonParser::from("[2]");
-    EXPECT_EQ(2u, plain.get());
-    EXPECT_EQ(1u, first->getRefCount());
-    EXPECT_EQ(1u, other->getRefCount());
+    EXPECT_EQ(plain.get(), 2u);
+    EXPECT_EQ(first->getRefCount(), 1u);
+    EXPECT_EQ(other->getRefCount(), 1u);
 }
 
 TEST(JsonCounts, ALaterMemberOfANameReplacesTheOneBefore) {
     Ptr const root = JsonParser::from("{b:1,a:2,b:{c:3},a:4,c:5,b:[6]}");
-    EXPECT_EQ("{ \"a\":4, \"b\":[ 6 ], \"c\":5 }", root->toJson());
+    EXPECT_EQ(root->toJson(), "{ \"a\":4, \"b\":[ 6 ], \"c\":5 }");
 }
 
 TEST(JsonCounts, TreesWithValuesOfOtherTextsAreFreedInAnyOrder) {
@@ -102,12 +102,12 @@ TEST(JsonCounts, TreesWithValuesOfOtherTextsAreFreedInAnyOrder) {
         }
         kept = b["n650"];
     }
-    EXPECT_EQ(1400u, mixed.arrayValue().size());
-    EXPECT_EQ("[ \"v699\", 699 ]", mixed.arrayValue().at(1399).toString(false));
-    EXPECT_EQ(2u, kept.value()->getRefCount());
+    EXPECT_EQ(mixed.arrayValue().size(), 1400u);
+    EXPECT_EQ(mixed.arrayValue().at(1399).toString(false), "[ \"v699\", 699 ]");
+    EXPECT_EQ(kept.value()->getRefCount(), 2u);
     mixed.setNull();
-    EXPECT_EQ(1u, kept.value()->getRefCount());
-    EXPECT_EQ("[ \"v650\", 650 ]", kept.toString(false));
+    EXPECT_EQ(kept.value()->getRefCount(), 1u);
+    EXPECT_EQ(kept.toString(false), "[ \"v650\", 650 ]");
 }
 
 TEST(JsonCounts, HandlesToOneTextEndOnManyThreads) {
@@ -119,7 +119,7 @@ TEST(JsonCounts, HandlesToOneTextEndOnManyThreads) {
             units.push_back(member.second);
         }
     }
-    ASSERT_EQ(static_cast<std::size_t>(members), units.size());
+    ASSERT_EQ(units.size(), static_cast<std::size_t>(members));
     std::vector<std::thread> threads;
     std::vector<std::size_t> sizes(4, 0);
     for (std::size_t i = 0; i < sizes.size(); ++i) {

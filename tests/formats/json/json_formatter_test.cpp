@@ -47,16 +47,16 @@ TEST(JsonFormatterRecord, HoldsItsSettings) {
     EXPECT_EQ(&number, formatter.value);
     EXPECT_TRUE(formatter.pretty);
     EXPECT_FALSE(formatter.skipNull);
-    EXPECT_EQ(3, formatter.level);
+    EXPECT_EQ(formatter.level, 3);
     EXPECT_TRUE(formatter.sample);
 }
 
 TEST(JsonFormatterText, NullValue) {
     JsonFormatter const formatter(nullptr, true, true, 4, true);
-    EXPECT_EQ("null", formatter.toString());
+    EXPECT_EQ(formatter.toString(), "null");
     tavString out("a=");
     formatter.format(out);
-    EXPECT_EQ("a=null", out);
+    EXPECT_EQ(out, "a=null");
 }
 
 TEST(JsonFormatterText, FormatAppends) {
@@ -64,89 +64,87 @@ TEST(JsonFormatterText, FormatAppends) {
     tavString out("a=");
     JsonFormatter(unit.value().get(), false, false, 0, false).format(out);
     JsonFormatter(unit.value().get(), false, false, 0, false).format(out);
-    EXPECT_EQ("a=[ 1 ][ 1 ]", out);
+    EXPECT_EQ(out, "a=[ 1 ][ 1 ]");
 }
 
 TEST(JsonFormatterIndent, OneBlankOrALine) {
-    EXPECT_EQ("x ", indented(false, 0));
-    EXPECT_EQ("x ", indented(false, 5));
-    EXPECT_EQ("x\n", indented(true, 0));
-    EXPECT_EQ("x\n    ", indented(true, 1));
-    EXPECT_EQ("x\n        ", indented(true, 2));
-    EXPECT_EQ("x\n", indented(true, -1));
+    EXPECT_EQ(indented(false, 0), "x ");
+    EXPECT_EQ(indented(false, 5), "x ");
+    EXPECT_EQ(indented(true, 0), "x\n");
+    EXPECT_EQ(indented(true, 1), "x\n    ");
+    EXPECT_EQ(indented(true, 2), "x\n        ");
+    EXPECT_EQ(indented(true, -1), "x\n");
 }
 
 TEST(JsonFormatterText, Compact) {
-    EXPECT_EQ("{ \"a\":\"x\", \"b\":[ 1, 2 ] }", decoded("{b:[1,2],\"a\":\"x\"}").value()->toJson());
-    EXPECT_EQ("{ }", decoded("{}").value()->toJson());
-    EXPECT_EQ("[ ]", decoded("[]").value()->toJson());
-    EXPECT_EQ("[ [ ], { }, [ [ ] ] ]", decoded("[[],{},[[]]]").value()->toJson());
-    EXPECT_EQ("{ \"a\":null }", decoded("{a:}").value()->toJson());
+    EXPECT_EQ(decoded("{b:[1,2],\"a\":\"x\"}").value()->toJson(), "{ \"a\":\"x\", \"b\":[ 1, 2 ] }");
+    EXPECT_EQ(decoded("{}").value()->toJson(), "{ }");
+    EXPECT_EQ(decoded("[]").value()->toJson(), "[ ]");
+    EXPECT_EQ(decoded("[[],{},[[]]]").value()->toJson(), "[ [ ], { }, [ [ ] ] ]");
+    EXPECT_EQ(decoded("{a:}").value()->toJson(), "{ \"a\":null }");
     // The level plays no part.
-    EXPECT_EQ("[ 1 ]", formatted(decoded("[1]"), false, false, 9, false));
+    EXPECT_EQ(formatted(decoded("[1]"), false, false, 9, false), "[ 1 ]");
 }
 
 TEST(JsonFormatterText, Formatted) {
-    EXPECT_EQ("{\n"
-              "        \"a\" : \"x\",\n"
-              "        \"b\" : [\n"
-              "            1,\n"
-              "            2\n"
-              "        ]\n"
-              "    }",
-              decoded("{b:[1,2],\"a\":\"x\"}").value()->toFormatted());
-    EXPECT_EQ("{\n    }", decoded("{}").value()->toFormatted());
-    EXPECT_EQ("[\n    ]", decoded("[]").value()->toFormatted());
-    EXPECT_EQ("[\n        {\n            \"a\" : [\n            ]\n        },\n        1\n    ]",
-              decoded("[{a:[]},1]").value()->toFormatted());
+    EXPECT_EQ(decoded("{b:[1,2],\"a\":\"x\"}").value()->toFormatted(), "{\n"
+                                                                       "        \"a\" : \"x\",\n"
+                                                                       "        \"b\" : [\n"
+                                                                       "            1,\n"
+                                                                       "            2\n"
+                                                                       "        ]\n"
+                                                                       "    }");
+    EXPECT_EQ(decoded("{}").value()->toFormatted(), "{\n    }");
+    EXPECT_EQ(decoded("[]").value()->toFormatted(), "[\n    ]");
+    EXPECT_EQ(decoded("[{a:[]},1]").value()->toFormatted(),
+              "[\n        {\n            \"a\" : [\n            ]\n        },\n        1\n    ]");
 }
 
 TEST(JsonFormatterText, SkipNullLeavesMembersOutAndNoElements) {
     JsonUnit unit = decoded("{a:null,b:1,c:null}");
-    EXPECT_EQ("{ \"b\":1 }", formatted(unit, false, true, 0, false));
-    EXPECT_EQ("{ \"a\":null, \"b\":1, \"c\":null }", formatted(unit, false, false, 0, false));
-    EXPECT_EQ("{\n        \"b\" : 1\n    }", unit.value()->toFormatted());
+    EXPECT_EQ(formatted(unit, false, true, 0, false), "{ \"b\":1 }");
+    EXPECT_EQ(formatted(unit, false, false, 0, false), "{ \"a\":null, \"b\":1, \"c\":null }");
+    EXPECT_EQ(unit.value()->toFormatted(), "{\n        \"b\" : 1\n    }");
     JsonUnit array;
     array.newChild();
     array.newChild().objectValue().get("x");
-    EXPECT_EQ("[ null, { } ]", formatted(array, false, true, 0, false));
-    EXPECT_EQ("{ }", formatted(decoded("{a:null}"), false, true, 0, false));
+    EXPECT_EQ(formatted(array, false, true, 0, false), "[ null, { } ]");
+    EXPECT_EQ(formatted(decoded("{a:null}"), false, true, 0, false), "{ }");
 }
 
 TEST(JsonFormatterText, NamesAreWrittenRaw) {
-    EXPECT_EQ("{ \"a\"/\n\":1 }", decoded("{'a\"/\\n':1}").value()->toJson());
+    EXPECT_EQ(decoded("{'a\"/\\n':1}").value()->toJson(), "{ \"a\"/\n\":1 }");
 }
 
 TEST(JsonFormatterText, NullMemberPutUnderTheEmptyName) {
     JsonUnit unit;
     unit.objectValue().put("", nullptr);
-    EXPECT_EQ("{ \"\":null }", unit.toString(false));
+    EXPECT_EQ(unit.toString(false), "{ \"\":null }");
 }
 
 TEST(JsonFormatterText, Sample) {
     JsonUnit const unit = decoded("{__class__:Msg,a:1,b:{__class__:'In/ner',c:x},d:null}");
-    EXPECT_EQ("@Msg{\n"
-              "        a : 1,\n"
-              "        b : @In/ner{\n"
-              "            c : \"x\"\n"
-              "        },\n"
-              "        d : null\n"
-              "    }",
-              unit.value()->toFormattedSample());
-    EXPECT_EQ("{ \"__class__\":\"Msg\", \"a\":1 }", decoded("{__class__:Msg,a:1}").value()->toJson());
-    EXPECT_EQ("@Msg{ a:1 }", formatted(decoded("{__class__:Msg,a:1}"), false, false, 0, true));
-    EXPECT_EQ("@Msg{ }", formatted(decoded("{__class__:Msg}"), false, false, 0, true));
-    EXPECT_EQ("{ a:1 }", formatted(decoded("{a:1}"), false, false, 0, true));
-    EXPECT_EQ("[ @A{ }, @B{ } ]", formatted(decoded("[{__class__:A},{__class__:B}]"), false, false, 0, true));
+    EXPECT_EQ(unit.value()->toFormattedSample(), "@Msg{\n"
+                                                 "        a : 1,\n"
+                                                 "        b : @In/ner{\n"
+                                                 "            c : \"x\"\n"
+                                                 "        },\n"
+                                                 "        d : null\n"
+                                                 "    }");
+    EXPECT_EQ(decoded("{__class__:Msg,a:1}").value()->toJson(), "{ \"__class__\":\"Msg\", \"a\":1 }");
+    EXPECT_EQ(formatted(decoded("{__class__:Msg,a:1}"), false, false, 0, true), "@Msg{ a:1 }");
+    EXPECT_EQ(formatted(decoded("{__class__:Msg}"), false, false, 0, true), "@Msg{ }");
+    EXPECT_EQ(formatted(decoded("{a:1}"), false, false, 0, true), "{ a:1 }");
+    EXPECT_EQ(formatted(decoded("[{__class__:A},{__class__:B}]"), false, false, 0, true), "[ @A{ }, @B{ } ]");
 }
 
 TEST(JsonFormatterText, SampleClassOfAnyValue) {
     // A null one is there, and its text is empty.
-    EXPECT_EQ("@{ }", formatted(decoded("{__class__:null}"), false, false, 0, true));
-    EXPECT_EQ("@{ a:1 }", formatted(decoded("{__class__:null,a:1}"), false, true, 0, true));
-    EXPECT_EQ("@12{ }", formatted(decoded("{__class__:12}"), false, false, 0, true));
-    EXPECT_EQ("@{ \"__class__\":\"X\" }{ }",
-              formatted(decoded("{__class__:{__class__:X}}"), false, false, 0, true));
+    EXPECT_EQ(formatted(decoded("{__class__:null}"), false, false, 0, true), "@{ }");
+    EXPECT_EQ(formatted(decoded("{__class__:null,a:1}"), false, true, 0, true), "@{ a:1 }");
+    EXPECT_EQ(formatted(decoded("{__class__:12}"), false, false, 0, true), "@12{ }");
+    EXPECT_EQ(formatted(decoded("{__class__:{__class__:X}}"), false, false, 0, true),
+              "@{ \"__class__\":\"X\" }{ }");
 }
 
 TEST(JsonFormatterText, UsualSettings) {
@@ -157,7 +155,7 @@ TEST(JsonFormatterText, UsualSettings) {
     EXPECT_EQ(formatted(unit, true, false, 1, true), std::string(tav_istr(value.toFormattedSample())));
     EXPECT_EQ(formatted(unit, true, false, 1, true), std::string(tav_istr(value.dump(true))));
     EXPECT_EQ(formatted(unit, false, true, 1, false), std::string(tav_istr(value.dump(false))));
-    EXPECT_EQ("{ \"__class__\":\"M\", \"b\":[ 1 ] }", value.dump(false));
+    EXPECT_EQ(value.dump(false), "{ \"__class__\":\"M\", \"b\":[ 1 ] }");
     for (int bits = 0; bits < 8; ++bits) {
         bool const pretty = (bits & 1) != 0;
         bool const skipNull = (bits & 2) != 0;
@@ -168,28 +166,28 @@ TEST(JsonFormatterText, UsualSettings) {
 }
 
 TEST(JsonFormatterText, LevelIsThatOfTheClosingBracket) {
-    EXPECT_EQ("[\n    1\n]", formatted(decoded("[1]"), true, false, 0, false));
-    EXPECT_EQ("[\n            1\n        ]", formatted(decoded("[1]"), true, false, 2, false));
-    EXPECT_EQ("[\n1\n]", formatted(decoded("[1]"), true, false, -1, false));
-    EXPECT_EQ("[\n[\n    1\n]\n]", formatted(decoded("[[1]]"), true, false, -1, false));
-    EXPECT_EQ("[\n1\n]", formatted(decoded("[1]"), true, false, INT_MIN, false));
+    EXPECT_EQ(formatted(decoded("[1]"), true, false, 0, false), "[\n    1\n]");
+    EXPECT_EQ(formatted(decoded("[1]"), true, false, 2, false), "[\n            1\n        ]");
+    EXPECT_EQ(formatted(decoded("[1]"), true, false, -1, false), "[\n1\n]");
+    EXPECT_EQ(formatted(decoded("[[1]]"), true, false, -1, false), "[\n[\n    1\n]\n]");
+    EXPECT_EQ(formatted(decoded("[1]"), true, false, INT_MIN, false), "[\n1\n]");
 }
 
 TEST(JsonFormatterText, LevelBeyondAnyStringIsRefused) {
     EXPECT_THROW(formatted(decoded("[1]"), true, false, INT_MAX, false), std::length_error);
-    EXPECT_EQ("[ 1 ]", formatted(decoded("[1]"), false, false, INT_MAX, false));
+    EXPECT_EQ(formatted(decoded("[1]"), false, false, INT_MAX, false), "[ 1 ]");
 }
 
 TEST(JsonFormatterText, SimpleValues) {
     EXPECT_EQ(
-        "\"a\\/b\"",
-        JsonFormatter(tavSharedPtr<JsonString>(new JsonString("a/b")).get(), true, true, 7, true).toString());
-    EXPECT_EQ("\"1234567890123456\"", JsonNumber("1234567890123456").toJson());
-    EXPECT_EQ("true", tav::json::JsonBoolean(true).toFormatted());
-    EXPECT_EQ("<other>", OtherValue().toJson());
+        JsonFormatter(tavSharedPtr<JsonString>(new JsonString("a/b")).get(), true, true, 7, true).toString(),
+        "\"a\\/b\"");
+    EXPECT_EQ(JsonNumber("1234567890123456").toJson(), "\"1234567890123456\"");
+    EXPECT_EQ(tav::json::JsonBoolean(true).toFormatted(), "true");
+    EXPECT_EQ(OtherValue().toJson(), "<other>");
     JsonUnit unit;
     unit["o"] = JsonUnit(tavSharedPtr<JsonValue>(new OtherValue));
-    EXPECT_EQ("{ \"o\":<other> }", unit.toString(false));
+    EXPECT_EQ(unit.toString(false), "{ \"o\":<other> }");
 }
 
 TEST(JsonFormatterText, ReadsBackAsItself) {
@@ -206,7 +204,7 @@ TEST(JsonFormatterText, ReadsBackAsItself) {
 TEST(JsonFormatterText, ControlBytesDoNotReadBack) {
     JsonUnit unit;
     unit.newChild().stringValue().setValue("\n\x1F");
-    EXPECT_EQ("[ \"\\n\\u001F\" ]", unit.toString(false));
+    EXPECT_EQ(unit.toString(false), "[ \"\\n\\u001F\" ]");
     unit.decode(unit.toString(false));
-    EXPECT_EQ("\n31", unit.arrayValue().at(0).asString());
+    EXPECT_EQ(unit.arrayValue().at(0).asString(), "\n31");
 }

@@ -37,13 +37,14 @@ void onSmallStack(std::function<void()> const & body) {
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, 256 * 1024);
     pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, &attributes,
-                     [](void * argument) -> void * {
-                         (*static_cast<std::function<void()> const *>(argument))();
-                         return nullptr;
-                     },
-                     const_cast<std::function<void()> *>(&body)));
+    ASSERT_EQ(pthread_create(
+                  &thread, &attributes,
+                  [](void * argument) -> void * {
+                      (*static_cast<std::function<void()> const *>(argument))();
+                      return nullptr;
+                  },
+                  const_cast<std::function<void()> *>(&body)),
+              0);
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attributes);
 }
@@ -72,11 +73,11 @@ std::string failure(std::string const & text) {
 
 TEST(JsonFrame, OfOpenBracketsFailsInBoundedStackAndMemory) {
     onSmallStack([] {
-        EXPECT_EQ("array value no end : ", failure(std::string(frame, '[')));
-        EXPECT_EQ("pair value no end : ", failure(repeated("{\"a\":", frame / 5)));
+        EXPECT_EQ(failure(std::string(frame, '[')), "array value no end : ");
+        EXPECT_EQ(failure(repeated("{\"a\":", frame / 5)), "pair value no end : ");
     });
     rusage usage;
-    ASSERT_EQ(0, getrusage(RUSAGE_SELF, &usage));
+    ASSERT_EQ(getrusage(RUSAGE_SELF, &usage), 0);
     if (!sanitized) {
         // A tree of all that was opened would take more than 2 GB.
         EXPECT_LT(usage.ru_maxrss, 1800 * 1024) << "kB";
@@ -108,27 +109,27 @@ TEST(JsonFrame, TextThatCannotEndFailsWhereItWouldHave) {
         if (open < 4) {
             continue;
         }
-        EXPECT_EQ("array value no end : }", failure(opened + "}"));
-        EXPECT_EQ("array value no end : ", failure(opened + "1"));
-        EXPECT_EQ("array value no end : ", failure(opened + "1,"));
-        EXPECT_EQ("no value end : :", failure(opened + "x:"));
-        EXPECT_EQ("no name : ", failure(opened + "{ "));
-        EXPECT_EQ("no name : ,", failure(opened + "{a,"));
-        EXPECT_EQ("pair value no end : 1", failure(opened + "{:1"));
-        EXPECT_EQ("pair value no end : ", failure(opened + "{a:1"));
+        EXPECT_EQ(failure(opened + "}"), "array value no end : }");
+        EXPECT_EQ(failure(opened + "1"), "array value no end : ");
+        EXPECT_EQ(failure(opened + "1,"), "array value no end : ");
+        EXPECT_EQ(failure(opened + "x:"), "no value end : :");
+        EXPECT_EQ(failure(opened + "{ "), "no name : ");
+        EXPECT_EQ(failure(opened + "{a,"), "no name : ,");
+        EXPECT_EQ(failure(opened + "{:1"), "pair value no end : 1");
+        EXPECT_EQ(failure(opened + "{a:1"), "pair value no end : ");
     }
 }
 
 TEST(JsonFrame, MembersOfATextThatCannotEndAreReadOn) {
     std::string const opened = repeated("{a:[", 20);
-    EXPECT_EQ("pair value no end : x", failure(opened + "{b:'1' x"));
-    EXPECT_EQ("pair value no end : ", failure(opened + "{'b\\t':1,c:{}"));
-    EXPECT_EQ("no name : ", failure(opened + "{b:1,'c"));
-    EXPECT_EQ("array value no end : {", failure(opened + "{b:1}{"));
-    EXPECT_EQ("array value no end : ", failure(opened + "{b}"));
-    EXPECT_EQ("array value no end : }", failure(opened + "{b:{}},[],}"));
-    EXPECT_EQ("pair value no end : ", failure(opened + "]"));
-    EXPECT_EQ("array value no end : ", failure(opened + "]}"));
+    EXPECT_EQ(failure(opened + "{b:'1' x"), "pair value no end : x");
+    EXPECT_EQ(failure(opened + "{'b\\t':1,c:{}"), "pair value no end : ");
+    EXPECT_EQ(failure(opened + "{b:1,'c"), "no name : ");
+    EXPECT_EQ(failure(opened + "{b:1}{"), "array value no end : {");
+    EXPECT_EQ(failure(opened + "{b}"), "array value no end : ");
+    EXPECT_EQ(failure(opened + "{b:{}},[],}"), "array value no end : }");
+    EXPECT_EQ(failure(opened + "]"), "pair value no end : ");
+    EXPECT_EQ(failure(opened + "]}"), "array value no end : ");
 }
 
 #if TAV_TEST_ASKS_THE_ALLOCATOR
@@ -147,7 +148,7 @@ TEST(JsonFrame, AValueThatIsKeptKeepsLittleOfItsText) {
         EXPECT_GT(all, 10 << 20);
         JsonUnit const kept(whole.arrayValue().at(50000));
         whole.setNull();
-        EXPECT_EQ("{ \"a\":[ 1, 2 ], \"b\":\"x\" }", kept.toString(false));
+        EXPECT_EQ(kept.toString(false), "{ \"a\":[ 1, 2 ], \"b\":\"x\" }");
         if (round > 0) {
             EXPECT_LT(held() - before, 200 * 1024);
         }

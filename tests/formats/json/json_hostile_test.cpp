@@ -26,13 +26,14 @@ void onSmallStack(std::function<void()> const & body) {
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, 256 * 1024);
     pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, &attributes,
-                     [](void * argument) -> void * {
-                         (*static_cast<std::function<void()> const *>(argument))();
-                         return nullptr;
-                     },
-                     const_cast<std::function<void()> *>(&body)));
+    ASSERT_EQ(pthread_create(
+                  &thread, &attributes,
+                  [](void * argument) -> void * {
+                      (*static_cast<std::function<void()> const *>(argument))();
+                      return nullptr;
+                  },
+                  const_cast<std::function<void()> *>(&body)),
+              0);
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attributes);
 }
@@ -248,7 +249,7 @@ std::string readAndWritten(std::string const & text) {
 
 } // namespace
 
-TEST(JsonDepth, ArraysAreReadWrittenAndDestroyedInBoundedStack) {
+TEST(JsonHostileDepth, ArraysAreReadWrittenAndDestroyedInBoundedStack) {
     onSmallStack([] {
         std::string const text = repeated("[", deep) + repeated("]", deep);
         tavSharedPtr<JsonValue> value = JsonParser::from(text);
@@ -257,7 +258,7 @@ TEST(JsonDepth, ArraysAreReadWrittenAndDestroyedInBoundedStack) {
     });
 }
 
-TEST(JsonDepth, ObjectsAreReadWrittenAndDestroyedInBoundedStack) {
+TEST(JsonHostileDepth, ObjectsAreReadWrittenAndDestroyedInBoundedStack) {
     onSmallStack([] {
         std::string const text = repeated("{\"a\":", deep) + "1" + repeated("}", deep);
         tavSharedPtr<JsonValue> value = JsonParser::from(text);
@@ -266,17 +267,17 @@ TEST(JsonDepth, ObjectsAreReadWrittenAndDestroyedInBoundedStack) {
     });
 }
 
-TEST(JsonDepth, UnclosedTextsFailInBoundedStack) {
+TEST(JsonHostileDepth, UnclosedTextsFailInBoundedStack) {
     onSmallStack([] {
-        EXPECT_EQ("array value no end : ", failure(repeated("[", deep)));
-        EXPECT_EQ("pair value no end : ", failure(repeated("{\"a\":", deep)));
-        EXPECT_EQ("pair value no end : ", failure(repeated("{a:[", deep)));
-        EXPECT_EQ("no value end : :", failure(repeated("[{a:", deep) + "x:"));
-        EXPECT_EQ("no name : ", failure(repeated("[{a:", deep) + "{ "));
+        EXPECT_EQ(failure(repeated("[", deep)), "array value no end : ");
+        EXPECT_EQ(failure(repeated("{\"a\":", deep)), "pair value no end : ");
+        EXPECT_EQ(failure(repeated("{a:[", deep)), "pair value no end : ");
+        EXPECT_EQ(failure(repeated("[{a:", deep) + "x:"), "no value end : :");
+        EXPECT_EQ(failure(repeated("[{a:", deep) + "{ "), "no name : ");
     });
 }
 
-TEST(JsonDepth, PrettyTextOfADeepTreeInBoundedStack) {
+TEST(JsonHostileDepth, PrettyTextOfADeepTreeInBoundedStack) {
     onSmallStack([] {
         constexpr unsigned depth = 2000;
         JsonUnit unit;
@@ -289,7 +290,7 @@ TEST(JsonDepth, PrettyTextOfADeepTreeInBoundedStack) {
     });
 }
 
-TEST(JsonDepth, ATreeBuiltByHandIsDestroyedInBoundedStack) {
+TEST(JsonHostileDepth, ATreeBuiltByHandIsDestroyedInBoundedStack) {
     onSmallStack([] {
         JsonUnit root;
         JsonUnit * at = &root;
@@ -309,7 +310,7 @@ TEST(JsonDepth, ATreeBuiltByHandIsDestroyedInBoundedStack) {
     });
 }
 
-TEST(JsonDepth, ValuesOfAForeignClassMayHoldOthersInBoundedStack) {
+TEST(JsonHostileDepth, ValuesOfAForeignClassMayHoldOthersInBoundedStack) {
     onSmallStack([] {
         JsonUnit root;
         for (unsigned i = 0; i < deep; ++i) {
@@ -325,30 +326,30 @@ TEST(JsonDepth, ValuesOfAForeignClassMayHoldOthersInBoundedStack) {
     });
 }
 
-TEST(JsonDepth, AssignmentDropsADeepTreeInBoundedStack) {
+TEST(JsonHostileDepth, AssignmentDropsADeepTreeInBoundedStack) {
     onSmallStack([] {
         JsonUnit unit;
         unit.decode(repeated("[", deep) + repeated("]", deep));
         unit.arrayValue() = JsonArray();
-        EXPECT_EQ("[ ]", unit.toString(false));
+        EXPECT_EQ(unit.toString(false), "[ ]");
         unit.decode(repeated("{a:", deep) + repeated("}", deep));
         unit.objectValue() = JsonObject();
-        EXPECT_EQ("{ }", unit.toString(false));
+        EXPECT_EQ(unit.toString(false), "{ }");
     });
 }
 
-TEST(JsonDepth, CoercingADeepTreeDropsItInBoundedStack) {
+TEST(JsonHostileDepth, CoercingADeepTreeDropsItInBoundedStack) {
     onSmallStack([] {
         JsonUnit unit;
         unit.decode(repeated("{a:[", deep) + repeated("]}", deep));
         unit.numberValue();
         unit.decode(repeated("[", deep) + repeated("]", deep));
         unit.decode("{}");
-        EXPECT_EQ("{ }", unit.toString(false));
+        EXPECT_EQ(unit.toString(false), "{ }");
     });
 }
 
-TEST(JsonDepth, DeepSampleClassInBoundedStack) {
+TEST(JsonHostileDepth, DeepSampleClassInBoundedStack) {
     onSmallStack([] {
         JsonUnit unit;
         unit.decode(repeated("{__class__:", deep / 10) + "X" + repeated("}", deep / 10));
@@ -358,7 +359,7 @@ TEST(JsonDepth, DeepSampleClassInBoundedStack) {
     });
 }
 
-TEST(JsonSharing, ASharedPartOutlivesTheTree) {
+TEST(JsonHostileSharing, ASharedPartOutlivesTheTree) {
     int ended = 0;
     JsonUnit part;
     {
@@ -374,14 +375,14 @@ TEST(JsonSharing, ASharedPartOutlivesTheTree) {
         }
         at->arrayValue().add(JsonUnit(tavSharedPtr<JsonValue>(new Told(ended))));
     }
-    EXPECT_EQ(0, ended);
-    EXPECT_EQ(1u, part.value()->getRefCount());
-    EXPECT_EQ("told", part["told"].asString());
+    EXPECT_EQ(ended, 0);
+    EXPECT_EQ(part.value()->getRefCount(), 1u);
+    EXPECT_EQ(part["told"].asString(), "told");
     part.setNull();
-    EXPECT_EQ(2, ended);
+    EXPECT_EQ(ended, 2);
 }
 
-TEST(JsonSharing, AValueHeldManyTimesEndsOnce) {
+TEST(JsonHostileSharing, AValueHeldManyTimesEndsOnce) {
     onSmallStack([] {
         int ended = 0;
         {
@@ -396,13 +397,13 @@ TEST(JsonSharing, AValueHeldManyTimesEndsOnce) {
                 outer.arrayValue().add(leaf);
                 root = outer;
             }
-            EXPECT_EQ(10002u, leaf.value()->getRefCount());
+            EXPECT_EQ(leaf.value()->getRefCount(), 10002u);
         }
-        EXPECT_EQ(1, ended);
+        EXPECT_EQ(ended, 1);
     });
 }
 
-TEST(JsonSharing, AnUncountedValueIsLeftAlone) {
+TEST(JsonHostileSharing, AnUncountedValueIsLeftAlone) {
     JsonArray inner;
     inner.newChild().numberValue().setValue("1");
     {
@@ -413,10 +414,10 @@ TEST(JsonSharing, AnUncountedValueIsLeftAlone) {
         }
         *at = JsonUnit(tavSharedPtr<JsonValue>(&inner, false));
     }
-    EXPECT_EQ("[ 1 ]", inner.toString());
+    EXPECT_EQ(inner.toString(), "[ 1 ]");
 }
 
-TEST(JsonSharing, ThreadsReadOneTree) {
+TEST(JsonHostileSharing, ThreadsReadOneTree) {
     JsonUnit root;
     root.decode("{a:[1,2,{b:'x/y'}],c:{d:{e:[true,null]}}}");
     JsonUnit const & constant = root;
@@ -426,8 +427,8 @@ TEST(JsonSharing, ThreadsReadOneTree) {
         threads.emplace_back([&constant, &expected] {
             for (int n = 0; n < 200; ++n) {
                 JsonUnit const mine = constant["c"]["d"];
-                EXPECT_EQ("{ \"e\":[ true ] }", mine.toString(false));
-                EXPECT_EQ(expected, bytes(constant.toString(false)));
+                EXPECT_EQ(mine.toString(false), "{ \"e\":[ true ] }");
+                EXPECT_EQ(bytes(constant.toString(false)), expected);
                 EXPECT_TRUE(constant["none"].isNull());
                 tavSharedPtr<JsonValue> const held = constant["a"].value();
                 EXPECT_EQ(tav::JsonFieldArray, held->type());
@@ -437,10 +438,10 @@ TEST(JsonSharing, ThreadsReadOneTree) {
     for (std::thread & thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(1u, root.value()->getRefCount());
+    EXPECT_EQ(root.value()->getRefCount(), 1u);
 }
 
-TEST(JsonSharing, PartsOfATreeEndOnOtherThreads) {
+TEST(JsonHostileSharing, PartsOfATreeEndOnOtherThreads) {
     for (int round = 0; round < 20; ++round) {
         std::vector<JsonUnit> parts;
         {
@@ -479,7 +480,7 @@ TEST(JsonSharing, PartsOfATreeEndOnOtherThreads) {
     }
 }
 
-TEST(JsonSharing, APartOutlivesAFailedText) {
+TEST(JsonHostileSharing, APartOutlivesAFailedText) {
     JsonUnit kept;
     EXPECT_THROW(kept.decode("[{a:'x'},{b:" + repeated("[1],", 1000)), std::invalid_argument);
     EXPECT_TRUE(kept.isNull());
@@ -488,11 +489,11 @@ TEST(JsonSharing, APartOutlivesAFailedText) {
     for (int i = 0; i < 100; ++i) {
         kept.newChild().decode("{c:[" + std::to_string(i) + "]}");
     }
-    EXPECT_EQ("{ \"c\":[ 99 ] }", kept.arrayValue().at(102).toString(false));
-    EXPECT_EQ("3", kept.arrayValue().at(2).asString());
+    EXPECT_EQ(kept.arrayValue().at(102).toString(false), "{ \"c\":[ 99 ] }");
+    EXPECT_EQ(kept.arrayValue().at(2).asString(), "3");
 }
 
-TEST(JsonSharing, ThreadsDestroyTheirOwnTrees) {
+TEST(JsonHostileSharing, ThreadsDestroyTheirOwnTrees) {
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
@@ -507,7 +508,7 @@ TEST(JsonSharing, ThreadsDestroyTheirOwnTrees) {
     }
 }
 
-TEST(JsonRandom, ReadsAsThePlainReaderDoes) {
+TEST(JsonHostileRandom, ReadsAsThePlainReaderDoes) {
     std::string const letters = "{{{}}}[[[]]]:::,,,\"\"''\\ \t\nabnull1-\x80u0";
     std::mt19937 random(5);
     unsigned good = 0;
@@ -517,13 +518,13 @@ TEST(JsonRandom, ReadsAsThePlainReaderDoes) {
             text += letters[random() % letters.size()];
         }
         std::string const expected = PlainReader::read(text);
-        EXPECT_EQ(expected, readAndWritten(text)) << text;
+        EXPECT_EQ(readAndWritten(text), expected) << text;
         good += expected[0] != '!' ? 1 : 0;
     }
     EXPECT_GT(good, 1000u);
 }
 
-TEST(JsonRandom, CutAndDamagedTextsReadAsThePlainReaderDoes) {
+TEST(JsonHostileRandom, CutAndDamagedTextsReadAsThePlainReaderDoes) {
     std::string const whole =
         "{ \"name\" : \"Ann \\\"x\\\" \\u0041\\n\", tags:['a',\"b\",c d,null,,12,-1.5e3],"
         "\"in\":{\"deep\":[[[]],{},{\"e\":true}]},'last':12345678901234567890} tail";
@@ -542,7 +543,7 @@ TEST(JsonRandom, CutAndDamagedTextsReadAsThePlainReaderDoes) {
     }
 }
 
-TEST(JsonRandom, TextsAreReadWithinTheirBounds) {
+TEST(JsonHostileRandom, TextsAreReadWithinTheirBounds) {
     // Each text in a block of its own size, so that a sanitizer sees a step outside.
     std::string const whole = "{\"abcdefgh\":[\"ijklmnop\\\\\",'x\\'y'],n:-12 ,t:true}";
     for (std::size_t size = 0; size <= whole.size(); ++size) {
@@ -552,7 +553,7 @@ TEST(JsonRandom, TextsAreReadWithinTheirBounds) {
             EXPECT_EQ(PlainReader::read(cut),
                       bytes(JsonParser::from(tav_istr(block.data(), block.size()))->toJson()));
         } catch (std::invalid_argument const &) {
-            EXPECT_EQ('!', PlainReader::read(cut)[0]) << cut;
+            EXPECT_EQ(PlainReader::read(cut)[0], '!') << cut;
         }
         tav::json::JsonString::unescape(tav_istr(block.data(), block.size()));
         tav::json::JsonString::escape(tavString(block.data(), static_cast<unsigned>(block.size())));

@@ -73,198 +73,198 @@ std::string element(std::string const & text) {
 } // namespace
 
 TEST(JsonParserTop, ObjectOrArray) {
-    EXPECT_EQ("{ }", parsed("{}"));
-    EXPECT_EQ("[ ]", parsed("[]"));
-    EXPECT_EQ("{ }", parsed(" \t\r\n{}"));
-    EXPECT_EQ("[ ]", parsed(" \t\r\n[]"));
+    EXPECT_EQ(parsed("{}"), "{ }");
+    EXPECT_EQ(parsed("[]"), "[ ]");
+    EXPECT_EQ(parsed(" \t\r\n{}"), "{ }");
+    EXPECT_EQ(parsed(" \t\r\n[]"), "[ ]");
 }
 
 TEST(JsonParserTop, AnythingElseFails) {
     for (char const * text : {"", "   ", "123", "\"x\"", "x{}", "}", "]", ",", "null", "\f{}", "\v{}"}) {
-        EXPECT_EQ("! not object or array", parsed(text)) << text;
+        EXPECT_EQ(parsed(text), "! not object or array") << text;
     }
     EXPECT_THROW(JsonParser::from(tav_istr()), std::invalid_argument);
     EXPECT_THROW(JsonParser::from(tav_istr(nullptr, 5)), std::invalid_argument);
 }
 
 TEST(JsonParserTop, TheTailIsNotLookedAt) {
-    EXPECT_EQ("{ \"a\":1 }", parsed("{\"a\":1}xyz"));
-    EXPECT_EQ("[ 1 ]", parsed("[1]]}\""));
+    EXPECT_EQ(parsed("{\"a\":1}xyz"), "{ \"a\":1 }");
+    EXPECT_EQ(parsed("[1]]}\""), "[ 1 ]");
 }
 
 TEST(JsonParserObject, Members) {
-    EXPECT_EQ("{ \"a\":\"x\", \"b\":[ 1, 2 ] }", parsed("{b:[1,2],\"a\":\"x\"}"));
-    EXPECT_EQ("{ \"a\":1, \"b\":{ \"c\":2 } }", parsed(" { \"a\" : 1 , \"b\" : { \"c\" : 2 } } "));
-    EXPECT_EQ("{ \"a\":true, \"b\":false, \"c\":null }", parsed("{a:true,b:false,c:null}"));
+    EXPECT_EQ(parsed("{b:[1,2],\"a\":\"x\"}"), "{ \"a\":\"x\", \"b\":[ 1, 2 ] }");
+    EXPECT_EQ(parsed(" { \"a\" : 1 , \"b\" : { \"c\" : 2 } } "), "{ \"a\":1, \"b\":{ \"c\":2 } }");
+    EXPECT_EQ(parsed("{a:true,b:false,c:null}"), "{ \"a\":true, \"b\":false, \"c\":null }");
 }
 
 TEST(JsonParserObject, NullMembersAreKept) {
-    EXPECT_EQ("{ \"a\":null }", parsed("{\"a\":}"));
-    EXPECT_EQ("{ \"a\":null, \"b\":1 }", parsed("{\"a\":,b:1}"));
-    EXPECT_EQ("{ \"a\":null }", parsed("{a:null}"));
+    EXPECT_EQ(parsed("{\"a\":}"), "{ \"a\":null }");
+    EXPECT_EQ(parsed("{\"a\":,b:1}"), "{ \"a\":null, \"b\":1 }");
+    EXPECT_EQ(parsed("{a:null}"), "{ \"a\":null }");
 }
 
 TEST(JsonParserObject, TheLastValueOfANameStands) {
-    EXPECT_EQ("{ \"a\":2 }", parsed("{\"a\":1,\"a\":2}"));
-    EXPECT_EQ("{ \"a\":{ \"y\":2 } }", parsed("{\"a\":{x:1},\"a\":{y:2}}"));
-    EXPECT_EQ("{ \"a\":null }", parsed("{\"a\":[1],\"a\":null}"));
+    EXPECT_EQ(parsed("{\"a\":1,\"a\":2}"), "{ \"a\":2 }");
+    EXPECT_EQ(parsed("{\"a\":{x:1},\"a\":{y:2}}"), "{ \"a\":{ \"y\":2 } }");
+    EXPECT_EQ(parsed("{\"a\":[1],\"a\":null}"), "{ \"a\":null }");
 }
 
 TEST(JsonParserObject, MayEndBehindItsBracketOrAComma) {
-    EXPECT_EQ("{ }", parsed("{"));
-    EXPECT_EQ("{ \"a\":1 }", parsed("{\"a\":1,"));
-    EXPECT_EQ("{ \"a\":1 }", parsed("{\"a\":1 ,"));
-    EXPECT_EQ("{ \"a\":1 }", parsed("{\"a\":1,}"));
-    EXPECT_EQ("! no name : ", parsed("{ "));
-    EXPECT_EQ("! no name : ", parsed("{\"a\":1, "));
+    EXPECT_EQ(parsed("{"), "{ }");
+    EXPECT_EQ(parsed("{\"a\":1,"), "{ \"a\":1 }");
+    EXPECT_EQ(parsed("{\"a\":1 ,"), "{ \"a\":1 }");
+    EXPECT_EQ(parsed("{\"a\":1,}"), "{ \"a\":1 }");
+    EXPECT_EQ(parsed("{ "), "! no name : ");
+    EXPECT_EQ(parsed("{\"a\":1, "), "! no name : ");
 }
 
 TEST(JsonParserObject, AnItemNeedsItsEnd) {
-    EXPECT_EQ("! pair value no end : ", parsed("{\"a\":1"));
-    EXPECT_EQ("! pair value no end : ", parsed("{\"a\":\"x"));
-    EXPECT_EQ("! pair value no end : ", parsed("{\"a\":"));
-    EXPECT_EQ("! pair value no end : ]", parsed("{\"a\":1 ]"));
-    EXPECT_EQ("! pair value no end : x}", parsed("{\"a\":\"b\" x}"));
-    EXPECT_EQ("! pair value no end : :2}", parsed("{\"a\":{}:2}"));
-    EXPECT_EQ("! pair value no end : ", parsed("{\"a\":{}  "));
+    EXPECT_EQ(parsed("{\"a\":1"), "! pair value no end : ");
+    EXPECT_EQ(parsed("{\"a\":\"x"), "! pair value no end : ");
+    EXPECT_EQ(parsed("{\"a\":"), "! pair value no end : ");
+    EXPECT_EQ(parsed("{\"a\":1 ]"), "! pair value no end : ]");
+    EXPECT_EQ(parsed("{\"a\":\"b\" x}"), "! pair value no end : x}");
+    EXPECT_EQ(parsed("{\"a\":{}:2}"), "! pair value no end : :2}");
+    EXPECT_EQ(parsed("{\"a\":{}  "), "! pair value no end : ");
 }
 
 TEST(JsonParserObject, UnterminatedInnerTailFailsInTheOuterOne) {
-    EXPECT_EQ("! pair value no end : ", parsed("{\"a\":["));
-    EXPECT_EQ("! pair value no end : ", parsed("{\"a\":{"));
-    EXPECT_EQ("! pair value no end : ", parsed("{\"a\":{b:1,"));
-    EXPECT_EQ("! array value no end : ", parsed("[["));
-    EXPECT_EQ("! array value no end : ", parsed("[{"));
-    EXPECT_EQ("! array value no end : ", parsed("[[1,"));
+    EXPECT_EQ(parsed("{\"a\":["), "! pair value no end : ");
+    EXPECT_EQ(parsed("{\"a\":{"), "! pair value no end : ");
+    EXPECT_EQ(parsed("{\"a\":{b:1,"), "! pair value no end : ");
+    EXPECT_EQ(parsed("[["), "! array value no end : ");
+    EXPECT_EQ(parsed("[{"), "! array value no end : ");
+    EXPECT_EQ(parsed("[[1,"), "! array value no end : ");
 }
 
 TEST(JsonParserArray, Elements) {
-    EXPECT_EQ("[ 1, \"a\", true, { }, [ ] ]", parsed("[1,a,true,{},[]]"));
-    EXPECT_EQ("[ 1, 2 ]", parsed(" [ 1 , 2 ] "));
+    EXPECT_EQ(parsed("[1,a,true,{},[]]"), "[ 1, \"a\", true, { }, [ ] ]");
+    EXPECT_EQ(parsed(" [ 1 , 2 ] "), "[ 1, 2 ]");
 }
 
 TEST(JsonParserArray, NullElementsAreDropped) {
-    EXPECT_EQ("[ ]", parsed("[null]"));
-    EXPECT_EQ("[ ]", parsed("[,]"));
-    EXPECT_EQ("[ ]", parsed("[ ]"));
-    EXPECT_EQ("[ 1, 2 ]", parsed("[1,,2]"));
-    EXPECT_EQ("[ 1, 2 ]", parsed("[1,null,2]"));
-    EXPECT_EQ("[ 1 ]", parsed("[1,]"));
-    EXPECT_EQ("[ \"null\" ]", parsed("[\"null\"]"));
+    EXPECT_EQ(parsed("[null]"), "[ ]");
+    EXPECT_EQ(parsed("[,]"), "[ ]");
+    EXPECT_EQ(parsed("[ ]"), "[ ]");
+    EXPECT_EQ(parsed("[1,,2]"), "[ 1, 2 ]");
+    EXPECT_EQ(parsed("[1,null,2]"), "[ 1, 2 ]");
+    EXPECT_EQ(parsed("[1,]"), "[ 1 ]");
+    EXPECT_EQ(parsed("[\"null\"]"), "[ \"null\" ]");
 }
 
 TEST(JsonParserArray, MayEndBehindItsBracketOrAComma) {
-    EXPECT_EQ("[ ]", parsed("["));
-    EXPECT_EQ("[ 1 ]", parsed("[1,"));
-    EXPECT_EQ("[ ]", parsed("[,"));
-    EXPECT_EQ("! array value no end : ", parsed("[ "));
-    EXPECT_EQ("! array value no end : ", parsed("[1, "));
+    EXPECT_EQ(parsed("["), "[ ]");
+    EXPECT_EQ(parsed("[1,"), "[ 1 ]");
+    EXPECT_EQ(parsed("[,"), "[ ]");
+    EXPECT_EQ(parsed("[ "), "! array value no end : ");
+    EXPECT_EQ(parsed("[1, "), "! array value no end : ");
 }
 
 TEST(JsonParserArray, AnElementNeedsItsEnd) {
-    EXPECT_EQ("! array value no end : ", parsed("[1"));
-    EXPECT_EQ("! array value no end : ", parsed("['x"));
-    EXPECT_EQ("! array value no end : }", parsed("[1}"));
-    EXPECT_EQ("! array value no end : x]", parsed("['a' x]"));
-    EXPECT_EQ("! array value no end : [2]]", parsed("[[1] [2]]"));
+    EXPECT_EQ(parsed("[1"), "! array value no end : ");
+    EXPECT_EQ(parsed("['x"), "! array value no end : ");
+    EXPECT_EQ(parsed("[1}"), "! array value no end : }");
+    EXPECT_EQ(parsed("['a' x]"), "! array value no end : x]");
+    EXPECT_EQ(parsed("[[1] [2]]"), "! array value no end : [2]]");
 }
 
 TEST(JsonParserName, QuotesAreNotNeeded) {
-    EXPECT_EQ("{ \"a\":1 }", parsed("{a:1}"));
-    EXPECT_EQ("{ \"some name\":1 }", parsed("{ some name : 1 }"));
-    EXPECT_EQ("{ \"a\":1 }", parsed("{'a':1}"));
-    EXPECT_EQ("{ \" a \":1 }", parsed("{\" a \" :1}"));
-    EXPECT_EQ("{ \"1\":1 }", parsed("{1:1}"));
+    EXPECT_EQ(parsed("{a:1}"), "{ \"a\":1 }");
+    EXPECT_EQ(parsed("{ some name : 1 }"), "{ \"some name\":1 }");
+    EXPECT_EQ(parsed("{'a':1}"), "{ \"a\":1 }");
+    EXPECT_EQ(parsed("{\" a \" :1}"), "{ \" a \":1 }");
+    EXPECT_EQ(parsed("{1:1}"), "{ \"1\":1 }");
 }
 
 TEST(JsonParserName, WithoutAColonThereIsNoMember) {
-    EXPECT_EQ("{ }", parsed("{\"a\"}"));
-    EXPECT_EQ("{ }", parsed("{a}"));
-    EXPECT_EQ("{ }", parsed("{ \"a\" }"));
-    EXPECT_EQ("{ }", parsed("{ }"));
-    EXPECT_EQ("{ \"a\":1 }", parsed("{a:1,b}"));
+    EXPECT_EQ(parsed("{\"a\"}"), "{ }");
+    EXPECT_EQ(parsed("{a}"), "{ }");
+    EXPECT_EQ(parsed("{ \"a\" }"), "{ }");
+    EXPECT_EQ(parsed("{ }"), "{ }");
+    EXPECT_EQ(parsed("{a:1,b}"), "{ \"a\":1 }");
 }
 
 TEST(JsonParserName, NeedsItsEnd) {
-    EXPECT_EQ("! no name : ", parsed("{a"));
-    EXPECT_EQ("! no name : ", parsed("{\"a\""));
-    EXPECT_EQ("! no name : ", parsed("{\"a"));
-    EXPECT_EQ("! no name : ", parsed("{\"a\"  "));
-    EXPECT_EQ("! no name : ,b:1}", parsed("{a,b:1}"));
-    EXPECT_EQ("! no name : ,}", parsed("{,}"));
-    EXPECT_EQ("! no name : b:1}", parsed("{\"a\" b:1}"));
-    EXPECT_EQ("! no name : \"b\":1}", parsed("{a\"b\":1}"));
-    EXPECT_EQ("! no name : [1]}", parsed("{[1]}"));
-    EXPECT_EQ("! no name : {}}", parsed("{{}}"));
-    EXPECT_EQ("! no name : ]", parsed("{]"));
+    EXPECT_EQ(parsed("{a"), "! no name : ");
+    EXPECT_EQ(parsed("{\"a\""), "! no name : ");
+    EXPECT_EQ(parsed("{\"a"), "! no name : ");
+    EXPECT_EQ(parsed("{\"a\"  "), "! no name : ");
+    EXPECT_EQ(parsed("{a,b:1}"), "! no name : ,b:1}");
+    EXPECT_EQ(parsed("{,}"), "! no name : ,}");
+    EXPECT_EQ(parsed("{\"a\" b:1}"), "! no name : b:1}");
+    EXPECT_EQ(parsed("{a\"b\":1}"), "! no name : \"b\":1}");
+    EXPECT_EQ(parsed("{[1]}"), "! no name : [1]}");
+    EXPECT_EQ(parsed("{{}}"), "! no name : {}}");
+    EXPECT_EQ(parsed("{]"), "! no name : ]");
 }
 
 TEST(JsonParserName, EmptyOneIsLost) {
-    EXPECT_EQ("! pair value no end : 1}", parsed("{\"\":1}"));
-    EXPECT_EQ("! pair value no end : 1}", parsed("{'':1}"));
-    EXPECT_EQ("! pair value no end : 1}", parsed("{:1}"));
-    EXPECT_EQ("! pair value no end : 1}", parsed("{null:1}"));
-    EXPECT_EQ("{ \"null\":1 }", parsed("{\"null\":1}"));
-    EXPECT_EQ("{ }", parsed("{\"\":}"));
-    EXPECT_EQ("{ \"a\":1 }", parsed("{\"\":,a:1}"));
-    EXPECT_EQ("! pair value no end : ", parsed("{\"\":"));
+    EXPECT_EQ(parsed("{\"\":1}"), "! pair value no end : 1}");
+    EXPECT_EQ(parsed("{'':1}"), "! pair value no end : 1}");
+    EXPECT_EQ(parsed("{:1}"), "! pair value no end : 1}");
+    EXPECT_EQ(parsed("{null:1}"), "! pair value no end : 1}");
+    EXPECT_EQ(parsed("{\"null\":1}"), "{ \"null\":1 }");
+    EXPECT_EQ(parsed("{\"\":}"), "{ }");
+    EXPECT_EQ(parsed("{\"\":,a:1}"), "{ \"a\":1 }");
+    EXPECT_EQ(parsed("{\"\":"), "! pair value no end : ");
 }
 
 TEST(JsonParserName, IsUnescapedAlsoWithoutQuotes) {
-    EXPECT_EQ("{ \"a\tb\":1 }", parsed("{a\\tb:1}"));
-    EXPECT_EQ("{ \"a\tb\":1 }", parsed("{\"a\\tb\":1}"));
-    EXPECT_EQ("{ \"65\":1 }", parsed("{\"\\u0041\":1}"));
-    EXPECT_EQ("{ \"\"\":1 }", parsed("{\"\\\"\":1}"));
-    EXPECT_EQ("{ \"\\\":1 }", parsed("{\\:1}"));
-    EXPECT_EQ("{ \"\\\":1 }", parsed("{\"\\\\\":1}"));
-    EXPECT_EQ("{ \"a\tb\":1, \"c\nd\":2 }", parsed("{a\\tb:1,c\\nd:2}"));
-    EXPECT_EQ("{ \"a\tb\":{ \"c\nd\":2 } }", parsed("{a\\tb:{c\\nd:2}}"));
+    EXPECT_EQ(parsed("{a\\tb:1}"), "{ \"a\tb\":1 }");
+    EXPECT_EQ(parsed("{\"a\\tb\":1}"), "{ \"a\tb\":1 }");
+    EXPECT_EQ(parsed("{\"\\u0041\":1}"), "{ \"65\":1 }");
+    EXPECT_EQ(parsed("{\"\\\"\":1}"), "{ \"\"\":1 }");
+    EXPECT_EQ(parsed("{\\:1}"), "{ \"\\\":1 }");
+    EXPECT_EQ(parsed("{\"\\\\\":1}"), "{ \"\\\":1 }");
+    EXPECT_EQ(parsed("{a\\tb:1,c\\nd:2}"), "{ \"a\tb\":1, \"c\nd\":2 }");
+    EXPECT_EQ(parsed("{a\\tb:{c\\nd:2}}"), "{ \"a\tb\":{ \"c\nd\":2 } }");
 }
 
 TEST(JsonParserValue, BareWordNeedsItsEnd) {
-    EXPECT_EQ("! no value end : \"x\"]", parsed("[1\"x\"]"));
-    EXPECT_EQ("! no value end : 'x']", parsed("[a'x']"));
-    EXPECT_EQ("! no value end : :2}", parsed("{a:b:2}"));
-    EXPECT_EQ("! no value end : {}]", parsed("[x{}]"));
-    EXPECT_EQ("! no value end : [1]]", parsed("[x[1]]"));
-    EXPECT_EQ("! no value end : :1]", parsed("[:1]"));
+    EXPECT_EQ(parsed("[1\"x\"]"), "! no value end : \"x\"]");
+    EXPECT_EQ(parsed("[a'x']"), "! no value end : 'x']");
+    EXPECT_EQ(parsed("{a:b:2}"), "! no value end : :2}");
+    EXPECT_EQ(parsed("[x{}]"), "! no value end : {}]");
+    EXPECT_EQ(parsed("[x[1]]"), "! no value end : [1]]");
+    EXPECT_EQ(parsed("[:1]"), "! no value end : :1]");
     // A bracket of the wrong kind ends the word, and then not the container.
-    EXPECT_EQ("! array value no end : }", parsed("[x}"));
-    EXPECT_EQ("! pair value no end : ]", parsed("{a:x]"));
+    EXPECT_EQ(parsed("[x}"), "! array value no end : }");
+    EXPECT_EQ(parsed("{a:x]"), "! pair value no end : ]");
 }
 
 TEST(JsonParserValue, Kinds) {
-    EXPECT_EQ("3:x", element("['x']"));
-    EXPECT_EQ("3:x y", element("[x y]"));
-    EXPECT_EQ("3:x y", element("[ x y \t\r\n]"));
-    EXPECT_EQ("3:-", element("[-]"));
-    EXPECT_EQ("2:-1", element("[-1]"));
-    EXPECT_EQ("3:TRUE", element("[TRUE]"));
-    EXPECT_EQ("1:true", element("[true]"));
-    EXPECT_EQ("2:1 2", element("[1 2]"));
-    EXPECT_EQ("3:true x", element("[true x]"));
-    EXPECT_EQ("3:\f1\v", element("[\f1\v]"));
-    EXPECT_EQ("3:12", element("['12']"));
+    EXPECT_EQ(element("['x']"), "3:x");
+    EXPECT_EQ(element("[x y]"), "3:x y");
+    EXPECT_EQ(element("[ x y \t\r\n]"), "3:x y");
+    EXPECT_EQ(element("[-]"), "3:-");
+    EXPECT_EQ(element("[-1]"), "2:-1");
+    EXPECT_EQ(element("[TRUE]"), "3:TRUE");
+    EXPECT_EQ(element("[true]"), "1:true");
+    EXPECT_EQ(element("[1 2]"), "2:1 2");
+    EXPECT_EQ(element("[true x]"), "3:true x");
+    EXPECT_EQ(element("[\f1\v]"), "3:\f1\v");
+    EXPECT_EQ(element("['12']"), "3:12");
 }
 
 TEST(JsonParserValue, QuotedTextIsUnescapedAndABareOneIsNot) {
-    EXPECT_EQ("3:a\tb", element("[\"a\\tb\"]"));
-    EXPECT_EQ("3:a\\tb", element("[a\\tb]"));
-    EXPECT_EQ("3:65", element("['\\u0041']"));
-    EXPECT_EQ("3:", element("['']"));
-    EXPECT_EQ("3:'", element("[\"'\"]"));
-    EXPECT_EQ("3:\"", element("['\"']"));
-    EXPECT_EQ("3:a\"b", element("[\"a\\\"b\"]"));
-    EXPECT_EQ("3:a\\", element("[\"a\\\\\"]"));
-    EXPECT_EQ("3:{}[]:,", element("['{}[]:,']"));
-    EXPECT_EQ("3:\n", element("['\n']"));
+    EXPECT_EQ(element("[\"a\\tb\"]"), "3:a\tb");
+    EXPECT_EQ(element("[a\\tb]"), "3:a\\tb");
+    EXPECT_EQ(element("['\\u0041']"), "3:65");
+    EXPECT_EQ(element("['']"), "3:");
+    EXPECT_EQ(element("[\"'\"]"), "3:'");
+    EXPECT_EQ(element("['\"']"), "3:\"");
+    EXPECT_EQ(element("[\"a\\\"b\"]"), "3:a\"b");
+    EXPECT_EQ(element("[\"a\\\\\"]"), "3:a\\");
+    EXPECT_EQ(element("['{}[]:,']"), "3:{}[]:,");
+    EXPECT_EQ(element("['\n']"), "3:\n");
 }
 
 TEST(JsonParserValue, NulBelongsToTheWord) {
-    EXPECT_EQ(std::string("3:a\0b", 5), element(std::string("[a\0b]", 5)));
-    EXPECT_EQ(std::string("3:\0", 3), element(std::string("[\0]", 3)));
-    EXPECT_EQ(std::string("3:a\0", 4), element(std::string("['a\0']", 6)));
-    EXPECT_EQ("! array value no end : ", parsed(std::string("[a\0", 3)));
+    EXPECT_EQ(element(std::string("[a\0b]", 5)), std::string("3:a\0b", 5));
+    EXPECT_EQ(element(std::string("[\0]", 3)), std::string("3:\0", 3));
+    EXPECT_EQ(element(std::string("['a\0']", 6)), std::string("3:a\0", 4));
+    EXPECT_EQ(parsed(std::string("[a\0", 3)), "! array value no end : ");
 }
 
 TEST(JsonParserValue, QuoteAtEachPlaceIsFound) {
@@ -279,38 +279,38 @@ TEST(JsonParserValue, QuoteAtEachPlaceIsFound) {
 }
 
 TEST(JsonParserValue, UnterminatedStringRunsToTheEnd) {
-    EXPECT_EQ("! array value no end : ", parsed("[\"a]"));
-    EXPECT_EQ("! array value no end : ", parsed("[\"a\\"));
-    EXPECT_EQ("! array value no end : ", parsed("[\"a\\\""));
-    EXPECT_EQ("! array value no end : ", parsed("[\""));
-    EXPECT_EQ("! no name : ", parsed("{\""));
+    EXPECT_EQ(parsed("[\"a]"), "! array value no end : ");
+    EXPECT_EQ(parsed("[\"a\\"), "! array value no end : ");
+    EXPECT_EQ(parsed("[\"a\\\""), "! array value no end : ");
+    EXPECT_EQ(parsed("[\""), "! array value no end : ");
+    EXPECT_EQ(parsed("{\""), "! no name : ");
 }
 
 TEST(JsonParserValue, NumbersKeepEveryDigit) {
-    EXPECT_EQ("[ 1.50, -0, 1e5, 007 ]", parsed("[1.50,-0,1e5,007]"));
-    EXPECT_EQ("[ \"12345678901234567890\" ]", parsed("[12345678901234567890]"));
-    EXPECT_EQ("2:\"12345678901234567890\"", element("[12345678901234567890]"));
+    EXPECT_EQ(parsed("[1.50,-0,1e5,007]"), "[ 1.50, -0, 1e5, 007 ]");
+    EXPECT_EQ(parsed("[12345678901234567890]"), "[ \"12345678901234567890\" ]");
+    EXPECT_EQ(element("[12345678901234567890]"), "2:\"12345678901234567890\"");
 }
 
 TEST(JsonParserSimple, Words) {
-    EXPECT_EQ("null", simple(""));
-    EXPECT_EQ("null", simple("null"));
-    EXPECT_EQ("1:true", simple("true"));
-    EXPECT_EQ("1:false", simple("false"));
-    EXPECT_EQ("2:1abc", simple("1abc"));
-    EXPECT_EQ("2:-1", simple("-1"));
-    EXPECT_EQ("2:-0x", simple("-0x"));
-    EXPECT_EQ("2:0", simple("0"));
-    EXPECT_EQ("3:-", simple("-"));
-    EXPECT_EQ("3:-a", simple("-a"));
-    EXPECT_EQ("3:--1", simple("--1"));
-    EXPECT_EQ("3:+1", simple("+1"));
-    EXPECT_EQ("3:.5", simple(".5"));
-    EXPECT_EQ("3:NULL", simple("NULL"));
-    EXPECT_EQ("3:True", simple("True"));
-    EXPECT_EQ("3: null", simple(" null"));
-    EXPECT_EQ("3:a\\n", simple("a\\n"));
-    EXPECT_EQ("3:'x'", simple("'x'"));
+    EXPECT_EQ(simple(""), "null");
+    EXPECT_EQ(simple("null"), "null");
+    EXPECT_EQ(simple("true"), "1:true");
+    EXPECT_EQ(simple("false"), "1:false");
+    EXPECT_EQ(simple("1abc"), "2:1abc");
+    EXPECT_EQ(simple("-1"), "2:-1");
+    EXPECT_EQ(simple("-0x"), "2:-0x");
+    EXPECT_EQ(simple("0"), "2:0");
+    EXPECT_EQ(simple("-"), "3:-");
+    EXPECT_EQ(simple("-a"), "3:-a");
+    EXPECT_EQ(simple("--1"), "3:--1");
+    EXPECT_EQ(simple("+1"), "3:+1");
+    EXPECT_EQ(simple(".5"), "3:.5");
+    EXPECT_EQ(simple("NULL"), "3:NULL");
+    EXPECT_EQ(simple("True"), "3:True");
+    EXPECT_EQ(simple(" null"), "3: null");
+    EXPECT_EQ(simple("a\\n"), "3:a\\n");
+    EXPECT_EQ(simple("'x'"), "3:'x'");
     EXPECT_FALSE(static_cast<bool>(JsonParser::fromSimple(tav_istr())));
 }
 
@@ -318,22 +318,22 @@ TEST(JsonParserResult, ValuesAreOwnedOnce) {
     std::string text = "{a:[1,'x',{}]}";
     tavSharedPtr<JsonValue> const root = JsonParser::from(text);
     text.assign(text.size(), '#');
-    EXPECT_EQ(1u, root->getRefCount());
+    EXPECT_EQ(root->getRefCount(), 1u);
     JsonUnit const unit(root);
     JsonUnit const & array = unit.child("a");
-    EXPECT_EQ(1u, array.value()->getRefCount());
+    EXPECT_EQ(array.value()->getRefCount(), 1u);
     for (JsonUnit const & one : *array.arrayValue()) {
-        EXPECT_EQ(1u, one.value()->getRefCount());
+        EXPECT_EQ(one.value()->getRefCount(), 1u);
     }
-    EXPECT_EQ("{ \"a\":[ 1, \"x\", { } ] }", unit.toString(false));
+    EXPECT_EQ(unit.toString(false), "{ \"a\":[ 1, \"x\", { } ] }");
 }
 
 TEST(JsonParserFailure, PositionNamesTheFunction) {
-    EXPECT_EQ("JsonParser::from(vinta_json_parser.cpp)", position("x"));
-    EXPECT_EQ("JsonParser::parseObject(vinta_json_parser.cpp)", position("{a:1"));
-    EXPECT_EQ("JsonParser::parseArray(vinta_json_parser.cpp)", position("[1"));
-    EXPECT_EQ("JsonParser::parseValue(vinta_json_parser.cpp)", position("[1:"));
-    EXPECT_EQ("JsonParser::parseName(vinta_json_parser.cpp)", position("{a"));
+    EXPECT_EQ(position("x"), "JsonParser::from(vinta_json_parser.cpp)");
+    EXPECT_EQ(position("{a:1"), "JsonParser::parseObject(vinta_json_parser.cpp)");
+    EXPECT_EQ(position("[1"), "JsonParser::parseArray(vinta_json_parser.cpp)");
+    EXPECT_EQ(position("[1:"), "JsonParser::parseValue(vinta_json_parser.cpp)");
+    EXPECT_EQ(position("{a"), "JsonParser::parseName(vinta_json_parser.cpp)");
 }
 
 TEST(JsonParserFailure, IsLoggedUnderTheDefaultTag) {
@@ -344,7 +344,7 @@ TEST(JsonParserFailure, IsLoggedUnderTheDefaultTag) {
     EXPECT_EQ(static_cast<int>(tavLogger::ERROR), record.level);
     EXPECT_NE(std::string::npos, record.text.find("<EXCEPTION> no value end : {y\n")) << record.text;
     EXPECT_NE(std::string::npos, record.text.find("JsonParser::parseValue")) << record.text;
-    EXPECT_EQ(1u, log.count("<EXCEPTION> "));
+    EXPECT_EQ(log.count("<EXCEPTION> "), 1u);
 }
 
 TEST(JsonParserFailure, IsSilentBelowError) {

@@ -31,7 +31,7 @@ void onSmallStack(std::function<void()> body) {
         (*static_cast<std::function<void()> *>(argument))();
         return nullptr;
     };
-    ASSERT_EQ(0, pthread_create(&thread, &attributes, run, &body));
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &body), 0);
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attributes);
 }
@@ -120,11 +120,11 @@ bool decodes(std::string const & text) {
 
 } // namespace
 
-TEST(HostileJsonStreams, SampleItselfIsTaken) {
+TEST(JsonStreamsHostile, SampleItselfIsTaken) {
     EXPECT_TRUE(decodes(sampleText()));
 }
 
-TEST(HostileJsonStreams, EveryFrontPartOfATextFailsOrIsTaken) {
+TEST(JsonStreamsHostile, EveryFrontPartOfATextFailsOrIsTaken) {
     std::string const whole = sampleText();
     unsigned taken = 0;
     for (std::size_t size = 0; size < whole.size(); ++size) {
@@ -134,7 +134,7 @@ TEST(HostileJsonStreams, EveryFrontPartOfATextFailsOrIsTaken) {
     EXPECT_LT(taken, whole.size() / 4);
 }
 
-TEST(HostileJsonStreams, RandomDamageFailsOrIsTaken) {
+TEST(JsonStreamsHostile, RandomDamageFailsOrIsTaken) {
     std::string const whole = sampleText();
     std::string const bytes = "{}[]:,\"'\\ntf0123456789-+.eExb/u \0\xff";
     std::mt19937 random(20220601);
@@ -158,7 +158,7 @@ TEST(HostileJsonStreams, RandomDamageFailsOrIsTaken) {
     EXPECT_LT(taken, 3900u);
 }
 
-TEST(HostileJsonStreams, DeepMembersAreReadInBoundedStack) {
+TEST(JsonStreamsHostile, DeepMembersAreReadInBoundedStack) {
     onSmallStack([] {
         std::string const arrays = repeated("[", deep) + "1" + repeated("]", deep);
         std::string const objects = repeated("{a:", deep) + "1" + repeated("}", deep);
@@ -174,7 +174,7 @@ TEST(HostileJsonStreams, DeepMembersAreReadInBoundedStack) {
     });
 }
 
-TEST(HostileJsonStreams, GoingDownStepByStepNeedsNoStack) {
+TEST(JsonStreamsHostile, GoingDownStepByStepNeedsNoStack) {
     onSmallStack([] {
         std::string const objects = repeated("{a:", deep) + "1" + repeated("}", deep);
         int levels = 0;

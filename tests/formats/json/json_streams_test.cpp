@@ -55,7 +55,7 @@ std::string ioTo(T v) {
 
 } // namespace
 
-TEST(JsonInputStream, BorrowsAUnitWithoutACopy) {
+TEST(JsonStreamsInputStream, BorrowsAUnitWithoutACopy) {
     JsonUnit unit = parsed("{a:1}");
     JsonInputStream const s(unit);
     EXPECT_EQ(&s.unit(), &unit);
@@ -68,7 +68,7 @@ TEST(JsonInputStream, BorrowsAUnitWithoutACopy) {
     EXPECT_EQ(&copy.unit(), &unit);
 }
 
-TEST(JsonInputStream, OwnsWhatItParsesAndSharesItWithCopies) {
+TEST(JsonStreamsInputStream, OwnsWhatItParsesAndSharesItWithCopies) {
     JsonInputStream const s(tav_istr("{a:{b:'x'}}"));
     JsonInputStream const copy(s);
     EXPECT_NE(&copy.unit(), &s.unit());
@@ -77,7 +77,7 @@ TEST(JsonInputStream, OwnsWhatItParsesAndSharesItWithCopies) {
     EXPECT_THROW(JsonInputStream(tav_istr("5")), std::invalid_argument);
 }
 
-TEST(JsonInputStream, ReadsEachTargetOfAUnit) {
+TEST(JsonStreamsInputStream, ReadsEachTargetOfAUnit) {
     JsonUnit unit;
     unit << "7";
     JsonInputStream const s(unit);
@@ -122,7 +122,7 @@ TEST(JsonInputStream, ReadsEachTargetOfAUnit) {
     EXPECT_TRUE(flag);
 }
 
-TEST(JsonInputStream, AlternativeNameGoesFirstIfThereIsOne) {
+TEST(JsonStreamsInputStream, AlternativeNameGoesFirstIfThereIsOne) {
     JsonInputStream const s(tav_istr("{a:1,b:2}"));
     EXPECT_EQ(compact(s.child("a", "b")), "2");
     EXPECT_EQ(compact(s.child("a", "")), "1");
@@ -130,7 +130,7 @@ TEST(JsonInputStream, AlternativeNameGoesFirstIfThereIsOne) {
     EXPECT_EQ(&s.child("a", "none"), &JsonUnit::null());
 }
 
-TEST(JsonInputStream, TellsOfTheUnit) {
+TEST(JsonStreamsInputStream, TellsOfTheUnit) {
     JsonInputStream const s(tav_istr("{a:'x\"y',n:null,b:true,i:5,l:[],o:{a:1}}"));
     EXPECT_EQ(text(JsonInputStream(s["a"]).asString()), "x\"y");
     EXPECT_EQ(text(JsonInputStream(s["a"]).str()), "\"x\\\"y\"");
@@ -151,7 +151,7 @@ TEST(JsonInputStream, TellsOfTheUnit) {
     EXPECT_EQ(s.dumping(), 0);
 }
 
-TEST(JsonInputStream, ChildrenOfArraysAndObjectsOnly) {
+TEST(JsonStreamsInputStream, ChildrenOfArraysAndObjectsOnly) {
     JsonInputStream const s(tav_istr("{l:[1,2],o:{a:3}}"));
     JsonArray::const_iterator begin;
     JsonArray::const_iterator end;
@@ -169,7 +169,7 @@ TEST(JsonInputStream, ChildrenOfArraysAndObjectsOnly) {
     EXPECT_FALSE(JsonInputStream(s["none"]).getObjectChildren(first, last));
 }
 
-TEST(JsonInputStream, BracketsDoNothing) {
+TEST(JsonStreamsInputStream, BracketsDoNothing) {
     JsonInputStream s(tav_istr("{a:1}"));
     s.enter("a", "b", "c");
     s.enterSuper();
@@ -178,7 +178,7 @@ TEST(JsonInputStream, BracketsDoNothing) {
     EXPECT_EQ(text(s.str()), "{ \"a\":1 }");
 }
 
-TEST(JsonOutputStream, BeginsWithANullOfItsOwn) {
+TEST(JsonStreamsOutputStream, BeginsWithANullOfItsOwn) {
     JsonOutputStream s;
     EXPECT_TRUE(s.unit().isNull());
     EXPECT_FALSE(s.value());
@@ -192,7 +192,7 @@ TEST(JsonOutputStream, BeginsWithANullOfItsOwn) {
     EXPECT_EQ(copy.dumping(), 3);
 }
 
-TEST(JsonOutputStream, WritesToTheUnitThatItBorrows) {
+TEST(JsonStreamsOutputStream, WritesToTheUnitThatItBorrows) {
     JsonUnit unit;
     JsonOutputStream s(unit);
     EXPECT_EQ(&s.unit(), &unit);
@@ -208,7 +208,7 @@ TEST(JsonOutputStream, WritesToTheUnitThatItBorrows) {
     EXPECT_EQ(compact(unit), "\"9\"");
 }
 
-TEST(JsonOutputStream, CopyOfAnOwnerSharesTheValue) {
+TEST(JsonStreamsOutputStream, CopyOfAnOwnerSharesTheValue) {
     JsonOutputStream s;
     s["a"] << 1;
     JsonOutputStream copy(s);
@@ -217,7 +217,7 @@ TEST(JsonOutputStream, CopyOfAnOwnerSharesTheValue) {
     EXPECT_EQ(compact(s.unit()), "{ \"a\":1, \"b\":2 }");
 }
 
-TEST(JsonOutputStream, GoesOnFromADecodedTree) {
+TEST(JsonStreamsOutputStream, GoesOnFromADecodedTree) {
     JsonInputStream const in(tav_istr("{a:1}"));
     JsonOutputStream out(in);
     out["b"] << 2;
@@ -231,7 +231,7 @@ TEST(JsonOutputStream, GoesOnFromADecodedTree) {
     EXPECT_EQ(compact(unit), "{ \"c\":4 }");
 }
 
-TEST(JsonOutputStream, MembersAndElements) {
+TEST(JsonStreamsOutputStream, MembersAndElements) {
     JsonOutputStream s;
     s.child("b") << 1;
     s["a"] << 2;
@@ -248,7 +248,7 @@ TEST(JsonOutputStream, MembersAndElements) {
     EXPECT_TRUE(s.value());
 }
 
-TEST(JsonOutputStream, AddAppendsTheUnitOfAnother) {
+TEST(JsonStreamsOutputStream, AddAppendsTheUnitOfAnother) {
     JsonOutputStream list;
     JsonOutputStream item;
     item << 5;
@@ -264,7 +264,7 @@ TEST(JsonOutputStream, AddAppendsTheUnitOfAnother) {
     EXPECT_EQ(compact(self.unit()), "[ 7 ]");
 }
 
-TEST(JsonOutputStream, BracketsDoNothing) {
+TEST(JsonStreamsOutputStream, BracketsDoNothing) {
     JsonOutputStream s;
     s.enter("a", "b", "c");
     s.enterSuper();
@@ -273,7 +273,7 @@ TEST(JsonOutputStream, BracketsDoNothing) {
     EXPECT_TRUE(s.unit().isNull());
 }
 
-TEST(JsonOutputStream, TextForms) {
+TEST(JsonStreamsOutputStream, TextForms) {
     JsonOutputStream s;
     s["__class__"] << "Msg";
     s["a"] << 1;
@@ -290,7 +290,7 @@ TEST(JsonOutputStream, TextForms) {
     EXPECT_NE(text(s.dump(false)), text(s.value()->dump(false)));
 }
 
-TEST(TavJsonInStream, AnswersOfTheCodecInterface) {
+TEST(JsonStreamsInStream, AnswersOfTheCodecInterface) {
     tavJsonInStream s(tav_istr("{a:1}"));
     EXPECT_FALSE(s.isOutputStream());
     EXPECT_FALSE(s.isNull());
@@ -307,7 +307,7 @@ TEST(TavJsonInStream, AnswersOfTheCodecInterface) {
     EXPECT_THROW(tavJsonInStream(tav_istr("x")), std::invalid_argument);
 }
 
-TEST(TavJsonInStream, NullUnitIsANullStream) {
+TEST(JsonStreamsInStream, NullUnitIsANullStream) {
     JsonUnit const unit;
     tavJsonInStreamImpl impl(unit);
     tavJsonInStream s(&impl, false);
@@ -316,7 +316,7 @@ TEST(TavJsonInStream, NullUnitIsANullStream) {
     EXPECT_FALSE(s.child(1, "a"));
 }
 
-TEST(TavJsonInStream, DeletesItsImplementationIfItOwnsIt) {
+TEST(JsonStreamsInStream, DeletesItsImplementationIfItOwnsIt) {
     JsonUnit unit = parsed("{a:{}}");
     unsigned const before = unit.value()->getRefCount();
     {
@@ -331,7 +331,7 @@ TEST(TavJsonInStream, DeletesItsImplementationIfItOwnsIt) {
     EXPECT_EQ(text(in.str()), "{ \"a\":{ } }");
 }
 
-TEST(TavJsonInStream, ChildOfAnAbsentOrNullMemberIsNull) {
+TEST(JsonStreamsInStream, ChildOfAnAbsentOrNullMemberIsNull) {
     tavJsonInStream s(tav_istr("{a:1,n:null,l:[5]}"));
     EXPECT_TRUE(s.child(1, "a"));
     EXPECT_TRUE(s.child(99, "a"));
@@ -341,7 +341,7 @@ TEST(TavJsonInStream, ChildOfAnAbsentOrNullMemberIsNull) {
     EXPECT_FALSE(s.child(1, "l")->child(1, "a"));
 }
 
-TEST(TavJsonInStream, ChildrenHeldTogetherStandApart) {
+TEST(JsonStreamsInStream, ChildrenHeldTogetherStandApart) {
     tavJsonInStream s(tav_istr("{a:{x:1},b:{x:2}}"));
     tavSharedPtr<tavCodecStream> const a = s.child(1, "a");
     tavSharedPtr<tavCodecStream> const b = s.child(2, "b");
@@ -354,13 +354,13 @@ TEST(TavJsonInStream, ChildrenHeldTogetherStandApart) {
     EXPECT_EQ(v, 2);
 }
 
-TEST(TavJsonInStream, ChildIsAlwaysFresh) {
+TEST(JsonStreamsInStream, ChildIsAlwaysFresh) {
     tavJsonInStream s(tav_istr("{a:1,b:2}"));
     tav::detail::FieldAccess::markFilled(*s.child(1, "a"));
     EXPECT_TRUE(s.child(2, "b")->isEmpty());
 }
 
-TEST(TavJsonInStream, ElementsInOrder) {
+TEST(JsonStreamsInStream, ElementsInOrder) {
     tavJsonInStream s(tav_istr("{l:[1,'x',[2]],o:{a:1},n:5}"));
     std::vector<tavSharedPtr<tavCodecStream>> children;
     s.child(1, "o")->getInputChildren(children);
@@ -378,7 +378,7 @@ TEST(TavJsonInStream, ElementsInOrder) {
     EXPECT_EQ(children.size(), 4u);
 }
 
-TEST(TavJsonInStream, MembersByName) {
+TEST(JsonStreamsInStream, MembersByName) {
     tavJsonInStream s(tav_istr("{o:{b:2,a:1,n:null},l:[1],n:5}"));
     std::map<tavString, tavSharedPtr<tavCodecStream>> children;
     s.child(1, "l")->getInputChildMap(children);
@@ -392,7 +392,7 @@ TEST(TavJsonInStream, MembersByName) {
     EXPECT_EQ(v, 2);
 }
 
-TEST(TavJsonInStream, TellsOfFields) {
+TEST(JsonStreamsInStream, TellsOfFields) {
     tavJsonInStream const s(tav_istr("{s:\"a/b\",i:1234567890123456,n:null,b:true,l:[1],o:{}}"));
     EXPECT_TRUE(s.fieldExists("s"));
     EXPECT_FALSE(s.fieldExists("n"));
@@ -411,7 +411,7 @@ TEST(TavJsonInStream, TellsOfFields) {
     EXPECT_EQ(text(s.fieldValue("none")), "null");
 }
 
-TEST(TavJsonInStream, NumbersOfEachWidth) {
+TEST(JsonStreamsInStream, NumbersOfEachWidth) {
     EXPECT_EQ(ioFrom<int>("{f:0x10}", 1), 16);
     EXPECT_EQ(ioFrom<int>("{\"f\":\"0x10\"}", 1), 16);
     EXPECT_EQ(ioFrom<int>("{f:010}", 1), 8);
@@ -430,7 +430,7 @@ TEST(TavJsonInStream, NumbersOfEachWidth) {
     EXPECT_TRUE(ioFrom<bool>("{f:true}", false));
 }
 
-TEST(TavJsonInStream, UnsuitableClassLeavesNumbersAndBooleansAlone) {
+TEST(JsonStreamsInStream, UnsuitableClassLeavesNumbersAndBooleansAlone) {
     for (char const * const json : {"{f:true}", "{f:[1]}", "{f:{f:1}}"}) {
         SCOPED_TRACE(json);
         EXPECT_EQ(ioFrom<char>(json, 9), 9);
@@ -450,7 +450,7 @@ TEST(TavJsonInStream, UnsuitableClassLeavesNumbersAndBooleansAlone) {
     EXPECT_TRUE(ioFrom<bool>("{f:'false'}", true));
 }
 
-TEST(TavJsonInStream, UnsuitableClassClearsTextBytesAndTime) {
+TEST(JsonStreamsInStream, UnsuitableClassClearsTextBytesAndTime) {
     for (char const * const json : {"{f:true}", "{f:[1]}", "{f:{f:1}}"}) {
         SCOPED_TRACE(json);
         EXPECT_EQ(ioFrom<tavTime>(json, tavTime::milliseconds(9)), tavTime());
@@ -465,7 +465,7 @@ TEST(TavJsonInStream, UnsuitableClassClearsTextBytesAndTime) {
     EXPECT_EQ(tav_istr(ioFrom<tavBytes>("{f:'YWJj'}", tavBytes(tav_istr("old")))), tav_istr("abc"));
 }
 
-TEST(TavJsonInStream, AdaptedTypesGoThroughText) {
+TEST(JsonStreamsInStream, AdaptedTypesGoThroughText) {
     EXPECT_EQ(ioFrom<std::string>("{f:'x'}", "old"), "x");
     EXPECT_EQ(ioFrom<std::string>("{f:5}", "old"), "");
     EXPECT_TRUE(ioFrom<tavWstring>("{f:'\xe2\x82\xac'}", tavWstring(L"old")) == tavWstring(L"\u20ac"));
@@ -473,7 +473,7 @@ TEST(TavJsonInStream, AdaptedTypesGoThroughText) {
     EXPECT_EQ(ioFrom<wchar_t>("{f:5}", L'o'), L'o');
 }
 
-TEST(TavJsonOutStream, AnswersOfTheCodecInterface) {
+TEST(JsonStreamsOutStream, AnswersOfTheCodecInterface) {
     tavJsonOutStream s;
     EXPECT_TRUE(s.isOutputStream());
     EXPECT_FALSE(s.isNull());
@@ -490,7 +490,7 @@ TEST(TavJsonOutStream, AnswersOfTheCodecInterface) {
     EXPECT_EQ(text(s.str(false, false)), "null");
 }
 
-TEST(TavJsonOutStream, EachTypeAsAMember) {
+TEST(JsonStreamsOutStream, EachTypeAsAMember) {
     EXPECT_EQ(ioTo<long long>(5), "{ \"f\":\"5\" }");
     EXPECT_EQ(ioTo<unsigned long long>(5), "{ \"f\":\"5\" }");
     EXPECT_EQ(ioTo<long>(-5), "{ \"f\":\"-5\" }");
@@ -512,7 +512,7 @@ TEST(TavJsonOutStream, EachTypeAsAMember) {
     EXPECT_EQ(ioTo<wchar_t>(L'x'), "{ \"f\":\"x\" }");
 }
 
-TEST(TavJsonOutStream, ChildMakesAnObjectAndAnElementAnArray) {
+TEST(JsonStreamsOutStream, ChildMakesAnObjectAndAnElementAnArray) {
     tavJsonOutStream s;
     int v = 5;
     s.io(v, plain);
@@ -535,7 +535,7 @@ TEST(TavJsonOutStream, ChildMakesAnObjectAndAnElementAnArray) {
     EXPECT_EQ(text(s.str(false, false)), "null");
 }
 
-TEST(TavJsonOutStream, ElementsHeldTogetherStayWhereTheyAre) {
+TEST(JsonStreamsOutStream, ElementsHeldTogetherStayWhereTheyAre) {
     tavJsonOutStream s;
     std::vector<tavSharedPtr<tavCodecStream>> elements;
     for (int i = 0; i < 100; ++i) {
@@ -549,7 +549,7 @@ TEST(TavJsonOutStream, ElementsHeldTogetherStayWhereTheyAre) {
     EXPECT_EQ(text(s.str(false, false)), expected + " ]");
 }
 
-TEST(TavJsonOutStream, MembersHeldTogetherStayWhereTheyAre) {
+TEST(JsonStreamsOutStream, MembersHeldTogetherStayWhereTheyAre) {
     tavJsonOutStream s;
     tavSharedPtr<tavCodecStream> const a = s.child(1, "a");
     tavSharedPtr<tavCodecStream> const b = s.child(2, "b");
@@ -562,7 +562,7 @@ TEST(TavJsonOutStream, MembersHeldTogetherStayWhereTheyAre) {
     EXPECT_TRUE(s.child(4, "d")->isEmpty());
 }
 
-TEST(TavJsonOutStream, WritesToAnImplementationOfTheCaller) {
+TEST(JsonStreamsOutStream, WritesToAnImplementationOfTheCaller) {
     JsonUnit unit;
     tavJsonOutStreamImpl impl(unit);
     tavJsonOutStream s(&impl, false);

@@ -183,12 +183,12 @@ TEST(JsonTape, AgreesWithTheParserOnChangedTexts) {
 TEST(JsonTape, KeepsMembersOfOneNameInTheirOrder) {
     JsonTape const tape("{a:1,b:[2],a:3}");
     EXPECT_EQ(tav::JsonFieldObject, tape.node(0).type);
-    EXPECT_EQ(5u, tape.node(0).next);
-    EXPECT_EQ("a", tape.node(1).name);
-    EXPECT_EQ("1", tape.node(1).text);
-    EXPECT_EQ("b", tape.node(2).name);
-    EXPECT_EQ(4u, tape.node(2).next);
-    EXPECT_EQ("", tape.node(3).name);
-    EXPECT_EQ("a", tape.node(4).name);
-    EXPECT_EQ("3", tape.node(4).text);
+    EXPECT_EQ(tape.node(0).next, 5u);
+    EXPECT_EQ(tape.node(1).name, "a");
+    EXPECT_EQ(tape.node(1).text, "1");
+    EXPECT_EQ(tape.node(2).name, "b");
+    EXPECT_EQ(tape.node(2).next, 4u);
+    EXPECT_EQ(tape.node(3).name, "");
+    EXPECT_EQ(tape.node(4).name, "a");
+    EXPECT_EQ(tape.node(4).text, "3");
 }

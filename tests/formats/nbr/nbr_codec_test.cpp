@@ -171,20 +171,20 @@ All filled(int depth) {
 
 } // namespace
 
-TEST(NbrInCodec, AskingForAChildForEver) {
+TEST(NbrCodecInCodec, AskingForAChildForEver) {
     onEachSource(sample, [](tavNbrInStream & s) {
         for (int i = 0; i < 1000; ++i) {
-            ASSERT_EQ(5, readFrom(*s.child(1, ""), 0));
-            ASSERT_EQ("ab", readFrom(*s.child(2, ""), tavString()));
+            ASSERT_EQ(readFrom(*s.child(1, ""), 0), 5);
+            ASSERT_EQ(readFrom(*s.child(2, ""), tavString()), "ab");
             std::vector<Stream> elements;
             s.child(4, "")->getInputChildren(elements);
-            ASSERT_EQ(7, readFrom(*elements[0], 0));
+            ASSERT_EQ(readFrom(*elements[0], 0), 7);
             ASSERT_TRUE(elements[1]->isNull());
         }
     });
 }
 
-TEST(NbrInCodec, AskingForAChildForEverMakesNoMoreStreamsThanTwiceTheValues) {
+TEST(NbrCodecInCodec, AskingForAChildForEverMakesNoMoreStreamsThanTwiceTheValues) {
     std::string const data = bytes(sample);
     tavNbrInStream s{tav_istr(data)};
     std::set<tavCodecStream *> streams;
@@ -200,22 +200,22 @@ TEST(NbrInCodec, AskingForAChildForEverMakesNoMoreStreamsThanTwiceTheValues) {
     EXPECT_GE(16u, streams.size());
 }
 
-TEST(NbrInCodec, NoBytes) {
+TEST(NbrCodecInCodec, NoBytes) {
     tavNbrInStream s{tav_istr()};
     EXPECT_TRUE(s.isNull());
     EXPECT_FALSE(s.child(1, "a"));
     std::vector<Stream> children;
     s.getInputChildren(children);
     EXPECT_TRUE(children.empty());
-    EXPECT_EQ(7, readFrom(s, 7));
-    EXPECT_EQ(0L, readFrom(s, 7L));
+    EXPECT_EQ(readFrom(s, 7), 7);
+    EXPECT_EQ(readFrom(s, 7L), 0L);
     All object = filled(1);
     All const before = object;
     object.decode(tav_istr());
     EXPECT_TRUE(object.same(before));
 }
 
-TEST(NbrInCodec, FixedAnswers) {
+TEST(NbrCodecInCodec, FixedAnswers) {
     onEachSource(sample, [](tavNbrInStream & s) {
         EXPECT_FALSE(s.isNull());
         EXPECT_FALSE(s.hideEmpty());
@@ -232,10 +232,10 @@ TEST(NbrInCodec, FixedAnswers) {
     });
 }
 
-TEST(NbrInCodec, ChildByTag) {
+TEST(NbrCodecInCodec, ChildByTag) {
     onEachSource(sample, [](tavNbrInStream & s) {
-        EXPECT_EQ(5, readFrom(*s.child(1, "wrong name"), 0));
-        EXPECT_EQ("ab", readFrom(*s.child(2, ""), tavString()));
+        EXPECT_EQ(readFrom(*s.child(1, "wrong name"), 0), 5);
+        EXPECT_EQ(readFrom(*s.child(2, ""), tavString()), "ab");
         EXPECT_FALSE(s.child(3, "")) << "null member";
         EXPECT_TRUE(s.child(4, ""));
         EXPECT_FALSE(s.child(5, "")) << "absent";
@@ -245,7 +245,7 @@ TEST(NbrInCodec, ChildByTag) {
     });
 }
 
-TEST(NbrInCodec, ChildrenInAnyOrder) {
+TEST(NbrCodecInCodec, ChildrenInAnyOrder) {
     char const * const shuffled =
         "FF 01 28 09 01 01 09 02 01 01 02 FF 01 01 63 05 01 01 05 80 01 01 80 01 01 01 01 FF 01 29";
     char const * const ascending =
@@ -272,35 +272,35 @@ TEST(NbrInCodec, ChildrenInAnyOrder) {
     }
 }
 
-TEST(NbrInCodec, LastOfTwoMembersAndBothInAList) {
+TEST(NbrCodecInCodec, LastOfTwoMembersAndBothInAList) {
     onEachSource("FF 01 28 01 01 01 05 01 01 01 06 FF 01 29", [](tavNbrInStream & s) {
-        EXPECT_EQ(6, readFrom(*s.child(1, ""), 0));
+        EXPECT_EQ(readFrom(*s.child(1, ""), 0), 6);
         std::vector<Stream> children;
         s.getInputChildren(children);
-        ASSERT_EQ(2u, children.size());
-        EXPECT_EQ(5, readFrom(*children[0], 0));
-        EXPECT_EQ(6, readFrom(*children[1], 0));
+        ASSERT_EQ(children.size(), 2u);
+        EXPECT_EQ(readFrom(*children[0], 0), 5);
+        EXPECT_EQ(readFrom(*children[1], 0), 6);
     });
 }
 
-TEST(NbrInCodec, LaterNullHidesAnEarlierMember) {
+TEST(NbrCodecInCodec, LaterNullHidesAnEarlierMember) {
     onEachSource("FF 01 28 01 01 01 05 01 00 FF 01 29",
                  [](tavNbrInStream & s) { EXPECT_FALSE(s.child(1, "")); });
 }
 
-TEST(NbrInCodec, ListInWireOrderWithNulls) {
+TEST(NbrCodecInCodec, ListInWireOrderWithNulls) {
     onEachSource(sample, [](tavNbrInStream & s) {
         Stream const list = s.child(4, "");
         Stream const before(new tavNbrInStream(tav_istr()));
         std::vector<Stream> children(1, before);
         list->getInputChildren(children);
-        ASSERT_EQ(4u, children.size());
+        ASSERT_EQ(children.size(), 4u);
         EXPECT_EQ(before, children[0]) << "appended";
-        EXPECT_EQ(7, readFrom(*children[1], 0));
+        EXPECT_EQ(readFrom(*children[1], 0), 7);
         EXPECT_FALSE(children[1]->isNull());
         ASSERT_TRUE(children[2]);
         EXPECT_TRUE(children[2]->isNull());
-        EXPECT_EQ(8, readFrom(*children[2], 8));
+        EXPECT_EQ(readFrom(*children[2], 8), 8);
         EXPECT_FALSE(children[2]->child(1, ""));
         EXPECT_FALSE(children[3]->isNull());
         std::vector<Stream> none;
@@ -311,25 +311,25 @@ TEST(NbrInCodec, ListInWireOrderWithNulls) {
     });
 }
 
-TEST(NbrInCodec, SimpleValueHasNoChildren) {
+TEST(NbrCodecInCodec, SimpleValueHasNoChildren) {
     onEachSource("01 01 05", [](tavNbrInStream & s) {
         std::vector<Stream> children;
         s.getInputChildren(children);
         EXPECT_TRUE(children.empty());
         EXPECT_FALSE(s.child(1, ""));
-        EXPECT_EQ(5, readFrom(s, 0));
+        EXPECT_EQ(readFrom(s, 0), 5);
         EXPECT_FALSE(s.isNull());
     });
 }
 
-TEST(NbrInCodec, FirstOfSeveralValues) {
+TEST(NbrCodecInCodec, FirstOfSeveralValues) {
     std::string const document = bytes("00 FF 01 28 01 01 01 05 FF 01 29 01 01 06");
     tavNbrInStream s{tav_istr(document)};
-    EXPECT_EQ(5, readFrom(*s.child(1, ""), 0));
-    EXPECT_EQ(7, readFrom(s, 7)) << "the first one is not simple";
+    EXPECT_EQ(readFrom(*s.child(1, ""), 0), 5);
+    EXPECT_EQ(readFrom(s, 7), 7) << "the first one is not simple";
 }
 
-TEST(NbrInCodec, SeveralChildrenAtOnce) {
+TEST(NbrCodecInCodec, SeveralChildrenAtOnce) {
     onEachSource(sample, [](tavNbrInStream & s) {
         Stream const one = s.child(1, "");
         Stream const two = s.child(2, "");
@@ -337,82 +337,82 @@ TEST(NbrInCodec, SeveralChildrenAtOnce) {
         Stream const again = s.child(1, "");
         std::vector<Stream> elements;
         four->getInputChildren(elements);
-        EXPECT_EQ(5, readFrom(*one, 0));
-        EXPECT_EQ("ab", readFrom(*two, tavString()));
-        EXPECT_EQ(7, readFrom(*elements[0], 0));
-        EXPECT_EQ(5, readFrom(*again, 0));
-        EXPECT_EQ(5, readFrom(*one, 0));
+        EXPECT_EQ(readFrom(*one, 0), 5);
+        EXPECT_EQ(readFrom(*two, tavString()), "ab");
+        EXPECT_EQ(readFrom(*elements[0], 0), 7);
+        EXPECT_EQ(readFrom(*again, 0), 5);
+        EXPECT_EQ(readFrom(*one, 0), 5);
     });
 }
 
-TEST(NbrInCodec, KindsThatDoNotMatchBehaveAsAbsent) {
+TEST(NbrCodecInCodec, KindsThatDoNotMatchBehaveAsAbsent) {
     onEachSource("FF 01 28 01 FF 01 28 FF 01 29 FF 01 29", [](tavNbrInStream & s) {
         Stream const c = s.child(1, "");
-        EXPECT_EQ(7, readFrom(*c, 7));
-        EXPECT_EQ("old", readFrom(*c, tavString("old")));
-        EXPECT_EQ(0L, readFrom(*c, 7L));
-        EXPECT_EQ(0ul, readFrom(*c, 7ul));
-        EXPECT_EQ("", readFrom(*c, std::string("old")));
+        EXPECT_EQ(readFrom(*c, 7), 7);
+        EXPECT_EQ(readFrom(*c, tavString("old")), "old");
+        EXPECT_EQ(readFrom(*c, 7L), 0L);
+        EXPECT_EQ(readFrom(*c, 7ul), 0ul);
+        EXPECT_EQ(readFrom(*c, std::string("old")), "");
         EXPECT_EQ(tavWstring(), readFrom(*c, tavWstring(L"old")));
         EXPECT_EQ(L'x', readFrom(*c, L'x'));
     });
 }
 
-TEST(NbrInCodec, ValueWithoutData) {
+TEST(NbrCodecInCodec, ValueWithoutData) {
     for (char const * document : {"01 00", "F1 00"}) {
-        EXPECT_EQ(7, readDocument(document, 7));
-        EXPECT_EQ(7LL, readDocument(document, 7LL));
-        EXPECT_EQ("old", readDocument(document, tavString("old")));
+        EXPECT_EQ(readDocument(document, 7), 7);
+        EXPECT_EQ(readDocument(document, 7LL), 7LL);
+        EXPECT_EQ(readDocument(document, tavString("old")), "old");
         EXPECT_EQ(tavBytes(tav_istr("old")), readDocument(document, tavBytes(tav_istr("old"))));
-        EXPECT_EQ(0L, readDocument(document, 7L));
-        EXPECT_EQ(0ul, readDocument(document, 7ul));
-        EXPECT_EQ("", readDocument(document, std::string("old")));
+        EXPECT_EQ(readDocument(document, 7L), 0L);
+        EXPECT_EQ(readDocument(document, 7ul), 0ul);
+        EXPECT_EQ(readDocument(document, std::string("old")), "");
         EXPECT_EQ(tavWstring(), readDocument(document, tavWstring(L"old")));
         EXPECT_EQ(L'x', readDocument(document, L'x'));
     }
 }
 
-TEST(NbrInCodec, ReadsEachType) {
-    EXPECT_EQ('\x81', readDocument<char>("01 02 81 FF", 0));
-    EXPECT_EQ(0x81, readDocument<unsigned char>("01 01 81", 0));
+TEST(NbrCodecInCodec, ReadsEachType) {
+    EXPECT_EQ(readDocument<char>("01 02 81 FF", 0), '\x81');
+    EXPECT_EQ(readDocument<unsigned char>("01 01 81", 0), 0x81);
     EXPECT_TRUE(readDocument("01 01 01", false));
-    EXPECT_EQ(-2, readDocument<short>("01 02 FE FF", 0));
-    EXPECT_EQ(65534, readDocument<unsigned short>("01 02 FE FF", 0));
-    EXPECT_EQ(65534, readDocument("01 02 FE FF", 0));
-    EXPECT_EQ(4294967294u, readDocument("01 04 FE FF FF FF", 0u));
-    EXPECT_EQ(-2L, readDocument("01 08 FE FF FF FF FF FF FF FF", 0L));
-    EXPECT_EQ(254ul, readDocument("01 01 FE", 0ul));
-    EXPECT_EQ(-2LL, readDocument("01 08 FE FF FF FF FF FF FF FF", 0LL));
+    EXPECT_EQ(readDocument<short>("01 02 FE FF", 0), -2);
+    EXPECT_EQ(readDocument<unsigned short>("01 02 FE FF", 0), 65534);
+    EXPECT_EQ(readDocument("01 02 FE FF", 0), 65534);
+    EXPECT_EQ(readDocument("01 04 FE FF FF FF", 0u), 4294967294u);
+    EXPECT_EQ(readDocument("01 08 FE FF FF FF FF FF FF FF", 0L), -2L);
+    EXPECT_EQ(readDocument("01 01 FE", 0ul), 254ul);
+    EXPECT_EQ(readDocument("01 08 FE FF FF FF FF FF FF FF", 0LL), -2LL);
     EXPECT_EQ(~1ull, readDocument("01 08 FE FF FF FF FF FF FF FF", 0ull));
-    EXPECT_EQ(1.0f, readDocument("01 04 00 00 80 3F", 0.0f));
-    EXPECT_EQ(1.5, readDocument("01 08 00 00 00 00 00 00 F8 3F", 0.0));
-    EXPECT_EQ(7, readDocument("01 01 07", tavTime()).milliseconds());
-    EXPECT_EQ("ab", readDocument("F1 02 61 62", std::string()));
+    EXPECT_EQ(readDocument("01 04 00 00 80 3F", 0.0f), 1.0f);
+    EXPECT_EQ(readDocument("01 08 00 00 00 00 00 00 F8 3F", 0.0), 1.5);
+    EXPECT_EQ(readDocument("01 01 07", tavTime()).milliseconds(), 7);
+    EXPECT_EQ(readDocument("F1 02 61 62", std::string()), "ab");
     EXPECT_EQ(tavWstring(L"\u00E9x"), readDocument("F1 03 C3 A9 78", tavWstring()));
     EXPECT_EQ(L'\u00E9', readDocument("F1 03 C3 A9 78", L'\0'));
 }
 
-TEST(NbrInCodec, CopiesTheBytes) {
+TEST(NbrCodecInCodec, CopiesTheBytes) {
     auto document = std::make_unique<std::string>(bytes(sample));
     tavNbrInStream s{tav_istr(*document)};
     document.reset();
-    EXPECT_EQ("ab", readFrom(*s.child(2, ""), tavString()));
+    EXPECT_EQ(readFrom(*s.child(2, ""), tavString()), "ab");
 }
 
-TEST(NbrInCodec, FailureOfTheParserPassesOut) {
+TEST(NbrCodecInCodec, FailureOfTheParserPassesOut) {
     std::string const bad = bytes("FF 01 28 01 28 00");
     EXPECT_THROW(tavNbrInStream{tav_istr(bad)}, std::invalid_argument);
     std::string const good = bytes(sample);
     tavNbrInStream s{tav_istr(good)};
-    EXPECT_EQ(5, readFrom(*s.child(1, ""), 0));
+    EXPECT_EQ(readFrom(*s.child(1, ""), 0), 5);
     All object;
     EXPECT_THROW(object.decode(tav_istr(bad)), std::invalid_argument);
 }
 
-TEST(NbrInCodec, ChildIsAnNbrStreamThatBeginsEmpty) {
+TEST(NbrCodecInCodec, ChildIsAnNbrStreamThatBeginsEmpty) {
     onEachSource(sample, [](tavNbrInStream & s) {
         Stream const c = s.child(4, "");
-        EXPECT_NE(nullptr, dynamic_cast<tavNbrInStream *>(c.get()));
+        EXPECT_NE(dynamic_cast<tavNbrInStream *>(c.get()), nullptr);
         EXPECT_TRUE(c->isEmpty());
         All object;
         object.io(*c);
@@ -421,20 +421,20 @@ TEST(NbrInCodec, ChildIsAnNbrStreamThatBeginsEmpty) {
     });
 }
 
-TEST(NbrInCodec, TwoStreamsOnOneImpl) {
+TEST(NbrCodecInCodec, TwoStreamsOnOneImpl) {
     std::string const document = bytes(sample);
     tavNbrInStreamImpl impl{tav_istr(document)};
     tavNbrInStream a(&impl, false);
     tavNbrInStream b(&impl, false);
     Stream const ca = a.child(1, "");
     Stream const cb = b.child(2, "");
-    EXPECT_EQ(5, readFrom(*ca, 0));
-    EXPECT_EQ("ab", readFrom(*cb, tavString()));
-    EXPECT_EQ(5, readFrom(*b.child(1, ""), 0));
+    EXPECT_EQ(readFrom(*ca, 0), 5);
+    EXPECT_EQ(readFrom(*cb, tavString()), "ab");
+    EXPECT_EQ(readFrom(*b.child(1, ""), 0), 5);
     EXPECT_TRUE(impl.getChild(1));
 }
 
-TEST(NbrInCodec, CountedPointersToChildrenMayComeAndGo) {
+TEST(NbrCodecInCodec, CountedPointersToChildrenMayComeAndGo) {
     std::string const document = bytes(sample);
     tavNbrInStream s{tav_istr(document)};
     Stream const lent = s.child(1, "");
@@ -442,7 +442,7 @@ TEST(NbrInCodec, CountedPointersToChildrenMayComeAndGo) {
         Stream const counted(lent.get());
         Stream const another = counted;
     }
-    EXPECT_EQ(5, readFrom(*lent, 0));
+    EXPECT_EQ(readFrom(*lent, 0), 5);
 }
 
 TEST(NbrCodec, ObjectsComeBack) {
@@ -462,17 +462,17 @@ TEST(NbrCodec, AnyOrderAndUnknownMembers) {
     All v;
     v.s = 77;
     v.decode(tav_istr(document));
-    EXPECT_EQ("x", v.text);
-    EXPECT_EQ(9, v.i);
-    EXPECT_EQ(3, v.uc);
-    EXPECT_EQ(77, v.s);
+    EXPECT_EQ(v.text, "x");
+    EXPECT_EQ(v.i, 9);
+    EXPECT_EQ(v.uc, 3);
+    EXPECT_EQ(v.s, 77);
 }
 
 TEST(NbrCodec, TextInPlaceOfAnIntIsItsFirstFourBytesWithoutAMessage) {
     LogCapture log;
     All v;
     v.decode(tav_istr(bytes("FF 01 28 06 F1 05 61 62 63 64 65 FF 01 29")));
-    EXPECT_EQ(0x64636261, v.i);
+    EXPECT_EQ(v.i, 0x64636261);
     EXPECT_TRUE(log.records().empty());
 }
 
@@ -484,9 +484,9 @@ TEST(NbrCodec, MembersOfAnotherKindLeaveTheFieldsUnset) {
     v.decode(
         tav_istr(bytes("FF 01 28 06 FF 01 28 06 01 01 05 FF 01 29 10 FF 01 28 FF 01 29 2C FF 01 28 FF 01 29 "
                        "FF 01 29")));
-    EXPECT_EQ(7, v.i);
-    EXPECT_EQ("old", v.text);
-    EXPECT_EQ(9, *v.optional);
+    EXPECT_EQ(v.i, 7);
+    EXPECT_EQ(v.text, "old");
+    EXPECT_EQ(*v.optional, 9);
     All unchanged = filled(0);
     unchanged.decode(tav_istr(bytes("F1 02 61 62")));
     All const before = filled(0);
@@ -499,7 +499,7 @@ TEST(NbrCodec, NullLeavesAnOptionalUnset) {
     EXPECT_FALSE(v.optional.has_value());
     v.decode(tav_istr(bytes("FF 01 28 2C 01 01 07 FF 01 29")));
     EXPECT_TRUE(v.optional.has_value());
-    EXPECT_EQ(7, *v.optional);
+    EXPECT_EQ(*v.optional, 7);
 }
 
 TEST(NbrCodec, LongWithoutASimpleValueBecomesZero) {
@@ -508,9 +508,9 @@ TEST(NbrCodec, LongWithoutASimpleValueBecomesZero) {
     v.ul = 6;
     v.i = 7;
     v.decode(tav_istr(bytes("FF 01 28 06 FF 01 28 FF 01 29 08 FF 01 28 FF 01 29 09 01 00 FF 01 29")));
-    EXPECT_EQ(0, v.l);
-    EXPECT_EQ(0u, v.ul);
-    EXPECT_EQ(7, v.i);
+    EXPECT_EQ(v.l, 0);
+    EXPECT_EQ(v.ul, 0u);
+    EXPECT_EQ(v.i, 7);
 }
 
 TEST(NbrCodec, CutDocumentGivesWhatWasComplete) {
@@ -553,8 +553,8 @@ TEST(NbrCodec, StreamMadeOnOneThreadMayEndOnAnother) {
     std::thread([&] {
         int v = 5;
         out->child(1, "")->io(v, tavCodecMeta());
-        EXPECT_EQ("01 01 01 05", hex(out->str()));
-        EXPECT_EQ("ab", readFrom(*in->child(2, ""), tavString()));
+        EXPECT_EQ(hex(out->str()), "01 01 01 05");
+        EXPECT_EQ(readFrom(*in->child(2, ""), tavString()), "ab");
         out.reset();
         in.reset();
     }).join();

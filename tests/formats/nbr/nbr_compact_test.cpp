@@ -26,7 +26,7 @@ std::string compact(unsigned long long value, unsigned max) {
     }
     int const count = CompactIntegerWriter::write(buf, value, max);
     for (int i = count; i < 16; ++i) {
-        EXPECT_EQ('\x5A', buf[i]) << "byte " << i << " behind " << count;
+        EXPECT_EQ(buf[i], '\x5A') << "byte " << i << " behind " << count;
     }
     return hex(tav_istr(buf, static_cast<unsigned>(count)));
 }
@@ -86,46 +86,46 @@ std::string failureOf(char const * data, unsigned length, unsigned max) {
 } // namespace
 
 TEST(NbrCompactWrite, ZeroIsOneByte) {
-    EXPECT_EQ("00", compact(0, 8));
+    EXPECT_EQ(compact(0, 8), "00");
 }
 
 TEST(NbrCompactWrite, OneByteUpTo7F) {
-    EXPECT_EQ("7F", compact(0x7F, 8));
+    EXPECT_EQ(compact(0x7F, 8), "7F");
 }
 
 TEST(NbrCompactWrite, TopBitSetTakesAnotherByte) {
-    EXPECT_EQ("80 00", compact(0x80, 8));
-    EXPECT_EQ("FF 00", compact(0xFF, 8));
-    EXPECT_EQ("00 80 00", compact(0x8000, 8));
+    EXPECT_EQ(compact(0x80, 8), "80 00");
+    EXPECT_EQ(compact(0xFF, 8), "FF 00");
+    EXPECT_EQ(compact(0x8000, 8), "00 80 00");
 }
 
 TEST(NbrCompactWrite, LittleEndian) {
-    EXPECT_EQ("2C 01", compact(300, 8));
-    EXPECT_EQ("EF CD AB 09 67 45 23 01", compact(0x0123456709ABCDEFull, 8));
+    EXPECT_EQ(compact(300, 8), "2C 01");
+    EXPECT_EQ(compact(0x0123456709ABCDEFull, 8), "EF CD AB 09 67 45 23 01");
 }
 
 TEST(NbrCompactWrite, MaximumCutsTheExtraByte) {
-    EXPECT_EQ("C8", compact(200, 1));
-    EXPECT_EQ("00 80", compact(0x8000, 2));
+    EXPECT_EQ(compact(200, 1), "C8");
+    EXPECT_EQ(compact(0x8000, 2), "00 80");
 }
 
 TEST(NbrCompactWrite, MaximumCutsHigherBytes) {
-    EXPECT_EQ("04 03", compact(0x01020304, 2));
+    EXPECT_EQ(compact(0x01020304, 2), "04 03");
 }
 
 TEST(NbrCompactWrite, MaximumOfZeroWritesOneByte) {
-    EXPECT_EQ("34", compact(0x1234, 0));
+    EXPECT_EQ(compact(0x1234, 0), "34");
 }
 
 TEST(NbrCompactWrite, NegativeTakesTheMaximum) {
-    EXPECT_EQ("FF FF", compact(static_cast<unsigned long long>(-1LL), 2));
-    EXPECT_EQ("FE FF FF FF", compact(static_cast<unsigned long long>(-2LL), 4));
-    EXPECT_EQ("FF FF FF FF FF FF FF FF", compact(static_cast<unsigned long long>(-1LL), 8));
+    EXPECT_EQ(compact(static_cast<unsigned long long>(-1LL), 2), "FF FF");
+    EXPECT_EQ(compact(static_cast<unsigned long long>(-2LL), 4), "FE FF FF FF");
+    EXPECT_EQ(compact(static_cast<unsigned long long>(-1LL), 8), "FF FF FF FF FF FF FF FF");
 }
 
 TEST(NbrCompactWrite, MaximumOfNineGivesNegativeItsExtraByte) {
-    EXPECT_EQ("FF FF FF FF FF FF FF FF 00", compact(static_cast<unsigned long long>(-1LL), 9));
-    EXPECT_EQ("FF FF FF FF FF FF FF 7F", compact(0x7FFFFFFFFFFFFFFFull, 9));
+    EXPECT_EQ(compact(static_cast<unsigned long long>(-1LL), 9), "FF FF FF FF FF FF FF FF 00");
+    EXPECT_EQ(compact(0x7FFFFFFFFFFFFFFFull, 9), "FF FF FF FF FF FF FF 7F");
 }
 
 TEST(NbrCompactWrite, FollowsTheRuleAtEveryWidthAndMaximum) {
@@ -141,14 +141,14 @@ TEST(NbrCompactWrite, FollowsTheRuleAtEveryWidthAndMaximum) {
 }
 
 TEST(NbrCompactRead, NullPointerIsZero) {
-    EXPECT_EQ(0u, CompactIntegerReader::read(nullptr, 4, 4));
-    EXPECT_EQ(0u, CompactIntegerReader::read(nullptr, 4, 0));
-    EXPECT_EQ(0u, CompactIntegerReader::read(tav_istr(), 9));
+    EXPECT_EQ(CompactIntegerReader::read(nullptr, 4, 4), 0u);
+    EXPECT_EQ(CompactIntegerReader::read(nullptr, 4, 0), 0u);
+    EXPECT_EQ(CompactIntegerReader::read(tav_istr(), 9), 0u);
 }
 
 TEST(NbrCompactRead, LengthZeroIsZero) {
-    EXPECT_EQ(0u, CompactIntegerReader::read("abc", 0, 0));
-    EXPECT_EQ(0u, CompactIntegerReader::read("abc", 0, 99));
+    EXPECT_EQ(CompactIntegerReader::read("abc", 0, 0), 0u);
+    EXPECT_EQ(CompactIntegerReader::read("abc", 0, 99), 0u);
 }
 
 TEST(NbrCompactRead, LittleEndianAtEveryLength) {
@@ -156,18 +156,18 @@ TEST(NbrCompactRead, LittleEndianAtEveryLength) {
     unsigned long long expected = 0;
     for (unsigned n = 1; n <= 8; ++n) {
         expected |= static_cast<unsigned long long>(static_cast<unsigned char>(data[n - 1])) << (8 * (n - 1));
-        EXPECT_EQ(expected, CompactIntegerReader::read(data.data(), n, 8)) << n;
-        EXPECT_EQ(expected, CompactIntegerReader::read(data.data(), 8, n)) << n;
+        EXPECT_EQ(CompactIntegerReader::read(data.data(), n, 8), expected) << n;
+        EXPECT_EQ(CompactIntegerReader::read(data.data(), 8, n), expected) << n;
     }
 }
 
 TEST(NbrCompactRead, NoSignIsExtended) {
-    EXPECT_EQ(0xFFFFu, readNumber(bytes("FF FF"), 8));
-    EXPECT_EQ(0x80u, readNumber(bytes("80"), 4));
+    EXPECT_EQ(readNumber(bytes("FF FF"), 8), 0xFFFFu);
+    EXPECT_EQ(readNumber(bytes("80"), 4), 0x80u);
 }
 
 TEST(NbrCompactRead, BytesBeyondTheMaximumAreIgnored) {
-    EXPECT_EQ(0x0201u, readNumber(bytes("01 02 03 04 05 06 07 08 09 0A"), 2));
+    EXPECT_EQ(readNumber(bytes("01 02 03 04 05 06 07 08 09 0A"), 2), 0x0201u);
 }
 
 TEST(NbrCompactRead, ReadsNoByteBehindTheLength) {
@@ -178,63 +178,63 @@ TEST(NbrCompactRead, ReadsNoByteBehindTheLength) {
 }
 
 TEST(NbrCompactRead, SmallerOfLengthAndMaximumCounts) {
-    EXPECT_EQ(0x0807060504030201ull, readNumber(bytes("01 02 03 04 05 06 07 08"), 9));
-    EXPECT_EQ(1u, readNumber(bytes("01"), 99));
+    EXPECT_EQ(readNumber(bytes("01 02 03 04 05 06 07 08"), 9), 0x0807060504030201ull);
+    EXPECT_EQ(readNumber(bytes("01"), 99), 1u);
 }
 
 TEST(NbrCompactRead, MaximumOfNineWithNineBytesIsRefused) {
     std::string const text = failureOf("123456789", 9, 9);
-    EXPECT_EQ(0u,
-              text.find("invalid size 9\n    throw at CompactIntegerReader::read(vinta_nbr_compactreader"))
+    EXPECT_EQ(text.find("invalid size 9\n    throw at CompactIntegerReader::read(vinta_nbr_compactreader"),
+              0u)
         << text;
-    EXPECT_EQ(0u, failureOf("1234567890", 10, 12).find("invalid size 10\n"));
+    EXPECT_EQ(failureOf("1234567890", 10, 12).find("invalid size 10\n"), 0u);
 }
 
 TEST(NbrCompactRead, MaximumOfZeroIsRefused) {
-    EXPECT_EQ(0u, failureOf("1", 1, 0).find("invalid size 0\n    throw at "));
+    EXPECT_EQ(failureOf("1", 1, 0).find("invalid size 0\n    throw at "), 0u);
 }
 
 TEST(NbrCompactRead, RefusalIsLoggedAtError) {
     tav_test::LogCapture log;
     failureOf("123456789", 9, 9);
     auto const record = log.find("<EXCEPTION> invalid size 9\n");
-    EXPECT_EQ(tavLogger::ERROR, record.level);
+    EXPECT_EQ(record.level, tavLogger::ERROR);
     EXPECT_EQ(std::string::npos, record.text.find("throw at"));
-    EXPECT_EQ(1u, log.count("invalid size"));
+    EXPECT_EQ(log.count("invalid size"), 1u);
 }
 
 TEST(NbrCompactWriter, BytesAreNeverCompacted) {
-    EXPECT_EQ("01 01 05", written(static_cast<char>(5)));
-    EXPECT_EQ("01 01 FF", written(static_cast<char>(-1)));
-    EXPECT_EQ("01 01 C8", written(static_cast<unsigned char>(200)));
-    EXPECT_EQ("01 01 01", written(true));
-    EXPECT_EQ("01 01 00", written(false));
+    EXPECT_EQ(written(static_cast<char>(5)), "01 01 05");
+    EXPECT_EQ(written(static_cast<char>(-1)), "01 01 FF");
+    EXPECT_EQ(written(static_cast<unsigned char>(200)), "01 01 C8");
+    EXPECT_EQ(written(true), "01 01 01");
+    EXPECT_EQ(written(false), "01 01 00");
 }
 
 TEST(NbrCompactWriter, NumbersAreCompact) {
-    EXPECT_EQ("01 02 80 00", written(static_cast<short>(128)));
-    EXPECT_EQ("01 02 FF FF", written(static_cast<short>(-1)));
-    EXPECT_EQ("01 02 00 80", written(static_cast<unsigned short>(32768)));
-    EXPECT_EQ("01 01 00", written(0));
-    EXPECT_EQ("01 04 FE FF FF FF", written(-2));
-    EXPECT_EQ("01 04 00 00 00 80", written(2147483648u));
-    EXPECT_EQ("01 08 FF FF FF FF FF FF FF FF", written(-1LL));
-    EXPECT_EQ("01 05 00 00 00 00 01", written(4294967296ull));
+    EXPECT_EQ(written(static_cast<short>(128)), "01 02 80 00");
+    EXPECT_EQ(written(static_cast<short>(-1)), "01 02 FF FF");
+    EXPECT_EQ(written(static_cast<unsigned short>(32768)), "01 02 00 80");
+    EXPECT_EQ(written(0), "01 01 00");
+    EXPECT_EQ(written(-2), "01 04 FE FF FF FF");
+    EXPECT_EQ(written(2147483648u), "01 04 00 00 00 80");
+    EXPECT_EQ(written(-1LL), "01 08 FF FF FF FF FF FF FF FF");
+    EXPECT_EQ(written(4294967296ull), "01 05 00 00 00 00 01");
 }
 
 TEST(NbrCompactWriter, LongGoesAs64Bits) {
-    EXPECT_EQ("01 08 FF FF FF FF FF FF FF FF", written(-1L));
-    EXPECT_EQ("01 05 00 00 00 00 01", written(4294967296ul));
-    EXPECT_EQ("01 01 05", written(static_cast<std::int64_t>(5)));
-    EXPECT_EQ("01 08 FF FF FF FF FF FF FF FF", written(std::numeric_limits<std::size_t>::max()));
+    EXPECT_EQ(written(-1L), "01 08 FF FF FF FF FF FF FF FF");
+    EXPECT_EQ(written(4294967296ul), "01 05 00 00 00 00 01");
+    EXPECT_EQ(written(static_cast<std::int64_t>(5)), "01 01 05");
+    EXPECT_EQ(written(std::numeric_limits<std::size_t>::max()), "01 08 FF FF FF FF FF FF FF FF");
 }
 
 TEST(NbrCompactWriter, FloatsGoAsPatterns) {
-    EXPECT_EQ("01 04 00 00 80 3F", written(1.0f));
-    EXPECT_EQ("01 04 00 00 00 80", written(-0.0f));
-    EXPECT_EQ("01 01 00", written(0.0f));
-    EXPECT_EQ("01 08 00 00 00 00 00 00 F8 3F", written(1.5));
-    EXPECT_EQ("01 01 00", written(0.0));
+    EXPECT_EQ(written(1.0f), "01 04 00 00 80 3F");
+    EXPECT_EQ(written(-0.0f), "01 04 00 00 00 80");
+    EXPECT_EQ(written(0.0f), "01 01 00");
+    EXPECT_EQ(written(1.5), "01 08 00 00 00 00 00 00 F8 3F");
+    EXPECT_EQ(written(0.0), "01 01 00");
 }
 
 TEST(NbrCompactWriter, RawWritesAppend) {
@@ -244,33 +244,33 @@ TEST(NbrCompactWriter, RawWritesAppend) {
     char data[] = {1, 2, 3};
     writer.writeBuf(data, 2);
     writer << 7;
-    EXPECT_EQ("FE 01 02 01 01 07", hex(out));
+    EXPECT_EQ(hex(out), "FE 01 02 01 01 07");
 }
 
 TEST(NbrCompactReader, ReadByteGivesZeroAtTheEnd) {
     std::string const data = bytes("81");
     tav_istr view(data);
     CompactIntegerReader reader(view);
-    EXPECT_EQ('\x81', reader.readByte());
+    EXPECT_EQ(reader.readByte(), '\x81');
     EXPECT_TRUE(view.empty());
-    EXPECT_EQ('\0', reader.readByte());
+    EXPECT_EQ(reader.readByte(), '\0');
 }
 
 TEST(NbrCompactReader, ReadBufIsLimitedToWhatIsLeft) {
     tav_istr view("abcde");
     CompactIntegerReader reader(view);
-    EXPECT_EQ("ab", std::string(reader.readBuf(2)));
-    EXPECT_EQ("cde", std::string(reader.remaining()));
-    EXPECT_EQ("cde", std::string(reader.readBuf(99)));
-    EXPECT_EQ(0u, reader.readBuf(1).size());
+    EXPECT_EQ(std::string(reader.readBuf(2)), "ab");
+    EXPECT_EQ(std::string(reader.remaining()), "cde");
+    EXPECT_EQ(std::string(reader.readBuf(99)), "cde");
+    EXPECT_EQ(reader.readBuf(1).size(), 0u);
 }
 
 TEST(NbrCompactReader, ReadBufOfAHugeCountNeverMovesBack) {
     tav_istr view("abcde");
     view.advance(2);
     CompactIntegerReader reader(view);
-    EXPECT_EQ("cde", std::string(reader.readBuf(0xFFFFFFFFu)));
-    EXPECT_EQ(0u, view.size());
+    EXPECT_EQ(std::string(reader.readBuf(0xFFFFFFFFu)), "cde");
+    EXPECT_EQ(view.size(), 0u);
 }
 
 TEST(NbrCompactReader, TruthValues) {
@@ -291,11 +291,11 @@ TEST(NbrCompactReader, TruthValues) {
 TEST(NbrCompactReader, ByteFormsConsumeFiveBytes) {
     auto const c = readTyped<char>("01 EE 01 EE 81 77", 3);
     EXPECT_TRUE(c.ok);
-    EXPECT_EQ('\x81', c.value);
-    EXPECT_EQ("77", c.left);
+    EXPECT_EQ(c.value, '\x81');
+    EXPECT_EQ(c.left, "77");
     auto const u = readTyped<unsigned char>("01 EE 01 EE 81", 3);
     EXPECT_TRUE(u.ok);
-    EXPECT_EQ(0x81, u.value);
+    EXPECT_EQ(u.value, 0x81);
     auto const b = readTyped<bool>("01 00 01 00 80", false);
     EXPECT_TRUE(b.ok);
     EXPECT_TRUE(b.value);
@@ -305,12 +305,12 @@ TEST(NbrCompactReader, ByteFormsConsumeFiveBytes) {
 TEST(NbrCompactReader, ByteFormsRefuseAnotherByteThan01) {
     auto const first = readTyped<char>("02 00 01 00 05", 3);
     EXPECT_FALSE(first.ok);
-    EXPECT_EQ(3, first.value);
-    EXPECT_EQ("00 01 00 05", first.left);
+    EXPECT_EQ(first.value, 3);
+    EXPECT_EQ(first.left, "00 01 00 05");
     auto const second = readTyped<unsigned char>("01 00 02 00 05", 3);
     EXPECT_FALSE(second.ok);
-    EXPECT_EQ(3, second.value);
-    EXPECT_EQ("00 05", second.left);
+    EXPECT_EQ(second.value, 3);
+    EXPECT_EQ(second.left, "00 05");
 }
 
 TEST(NbrCompactReader, ByteFormsAtTheEnd) {
@@ -318,40 +318,40 @@ TEST(NbrCompactReader, ByteFormsAtTheEnd) {
     EXPECT_FALSE(readTyped<bool>("01 00", true).ok);
     auto const cut = readTyped<char>("01 00 01", 3);
     EXPECT_TRUE(cut.ok);
-    EXPECT_EQ(0, cut.value);
+    EXPECT_EQ(cut.value, 0);
 }
 
 TEST(NbrCompactReader, WideFormsLeaveTheData) {
     auto const s = readTyped<short>("01 EE 02 34 12 99", 0);
     EXPECT_TRUE(s.ok);
-    EXPECT_EQ(0x1234, s.value);
-    EXPECT_EQ("34 12 99", s.left);
-    EXPECT_EQ(0xFEDC, readTyped<unsigned short>("01 EE 02 DC FE", 0).value);
-    EXPECT_EQ(-2, readTyped<int>("01 EE 04 FE FF FF FF", 0).value);
-    EXPECT_EQ(0xFFFFFFFEu, readTyped<unsigned>("01 EE 04 FE FF FF FF", 0).value);
-    EXPECT_EQ(-2LL, readTyped<long long>("01 EE 08 FE FF FF FF FF FF FF FF", 0).value);
-    EXPECT_EQ(0x0807060504030201ull,
-              readTyped<unsigned long long>("01 EE 08 01 02 03 04 05 06 07 08", 0).value);
-    EXPECT_EQ(1.0f, readTyped<float>("01 EE 04 00 00 80 3F", 0).value);
-    EXPECT_EQ(1.5, readTyped<double>("01 EE 08 00 00 00 00 00 00 F8 3F", 0).value);
+    EXPECT_EQ(s.value, 0x1234);
+    EXPECT_EQ(s.left, "34 12 99");
+    EXPECT_EQ(readTyped<unsigned short>("01 EE 02 DC FE", 0).value, 0xFEDC);
+    EXPECT_EQ(readTyped<int>("01 EE 04 FE FF FF FF", 0).value, -2);
+    EXPECT_EQ(readTyped<unsigned>("01 EE 04 FE FF FF FF", 0).value, 0xFFFFFFFEu);
+    EXPECT_EQ(readTyped<long long>("01 EE 08 FE FF FF FF FF FF FF FF", 0).value, -2LL);
+    EXPECT_EQ(readTyped<unsigned long long>("01 EE 08 01 02 03 04 05 06 07 08", 0).value,
+              0x0807060504030201ull);
+    EXPECT_EQ(readTyped<float>("01 EE 04 00 00 80 3F", 0).value, 1.0f);
+    EXPECT_EQ(readTyped<double>("01 EE 08 00 00 00 00 00 00 F8 3F", 0).value, 1.5);
 }
 
 TEST(NbrCompactReader, LongReads64Bits) {
-    EXPECT_EQ(-2L, readTyped<long>("01 EE 08 FE FF FF FF FF FF FF FF", 0).value);
-    EXPECT_EQ(0x100000000ul, readTyped<unsigned long>("01 EE 05 00 00 00 00 01", 0).value);
+    EXPECT_EQ(readTyped<long>("01 EE 08 FE FF FF FF FF FF FF FF", 0).value, -2L);
+    EXPECT_EQ(readTyped<unsigned long>("01 EE 05 00 00 00 00 01", 0).value, 0x100000000ul);
 }
 
 TEST(NbrCompactReader, WideFormsTakeTheWidthAsMaximum) {
-    EXPECT_EQ(0x0201, readTyped<short>("01 EE 04 01 02 03 04", 0).value);
-    EXPECT_EQ(0x04030201, readTyped<int>("01 EE 09 01 02 03 04 05 06 07 08 09", 0).value);
-    EXPECT_EQ(0x0807060504030201ll, readTyped<long long>("01 EE 09 01 02 03 04 05 06 07 08 09", 0).value);
+    EXPECT_EQ(readTyped<short>("01 EE 04 01 02 03 04", 0).value, 0x0201);
+    EXPECT_EQ(readTyped<int>("01 EE 09 01 02 03 04 05 06 07 08 09", 0).value, 0x04030201);
+    EXPECT_EQ(readTyped<long long>("01 EE 09 01 02 03 04 05 06 07 08 09", 0).value, 0x0807060504030201ll);
 }
 
 TEST(NbrCompactReader, WideFormsRefuseAnotherByteThan01) {
     auto const r = readTyped<int>("F1 00 01 05", 7);
     EXPECT_FALSE(r.ok);
-    EXPECT_EQ(7, r.value);
-    EXPECT_EQ("00 01 05", r.left);
+    EXPECT_EQ(r.value, 7);
+    EXPECT_EQ(r.left, "00 01 05");
 }
 
 TEST(NbrCompactReader, WideFormsAreLimitedToWhatIsLeft) {
@@ -360,22 +360,22 @@ TEST(NbrCompactReader, WideFormsAreLimitedToWhatIsLeft) {
     CompactIntegerReader reader(view);
     long long v = -1;
     EXPECT_TRUE(reader >> v);
-    EXPECT_EQ(5, v);
-    EXPECT_EQ(1u, view.size());
+    EXPECT_EQ(v, 5);
+    EXPECT_EQ(view.size(), 1u);
 }
 
 TEST(NbrCompactReader, CountIsSigned) {
-    EXPECT_EQ(0x0605, readTyped<int>("01 00 FF 05 06", 7).value);
-    EXPECT_EQ(0x0605, readTyped<int>("01 00 80 05 06", 7).value);
+    EXPECT_EQ(readTyped<int>("01 00 FF 05 06", 7).value, 0x0605);
+    EXPECT_EQ(readTyped<int>("01 00 80 05 06", 7).value, 0x0605);
 }
 
 TEST(NbrCompactReader, CountOfZeroOrMissingGivesZero) {
-    EXPECT_EQ(0, readTyped<int>("01 00 00 05", 7).value);
+    EXPECT_EQ(readTyped<int>("01 00 00 05", 7).value, 0);
     auto const cut = readTyped<int>("01", 7);
     EXPECT_TRUE(cut.ok);
-    EXPECT_EQ(0, cut.value);
+    EXPECT_EQ(cut.value, 0);
     EXPECT_FALSE(readTyped<int>("", 7).ok);
-    EXPECT_EQ(7, readTyped<int>("", 7).value);
+    EXPECT_EQ(readTyped<int>("", 7).value, 7);
 }
 
 TEST(NbrCompactReader, DoesNotReadWhatTheWriterWrites) {
@@ -386,6 +386,6 @@ TEST(NbrCompactReader, DoesNotReadWhatTheWriterWrites) {
     CompactIntegerReader reader(view);
     int v = 0;
     EXPECT_TRUE(reader >> v);
-    EXPECT_EQ(1, v);
-    EXPECT_EQ("01", hex(view));
+    EXPECT_EQ(v, 1);
+    EXPECT_EQ(hex(view), "01");
 }

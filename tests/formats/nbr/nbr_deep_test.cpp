@@ -29,15 +29,15 @@ constexpr std::size_t largestBody = 16777215;
 /// Runs `work` on a thread with a stack of 256 kB.
 void onSmallStack(std::function<void()> work) {
     pthread_attr_t attributes;
-    ASSERT_EQ(0, pthread_attr_init(&attributes));
-    ASSERT_EQ(0, pthread_attr_setstacksize(&attributes, 256 * 1024));
+    ASSERT_EQ(pthread_attr_init(&attributes), 0);
+    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
     pthread_t thread;
     auto const run = [](void * p) -> void * {
         (*static_cast<std::function<void()> *>(p))();
         return nullptr;
     };
-    ASSERT_EQ(0, pthread_create(&thread, &attributes, run, &work));
-    ASSERT_EQ(0, pthread_join(thread, nullptr));
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
+    ASSERT_EQ(pthread_join(thread, nullptr), 0);
     pthread_attr_destroy(&attributes);
 }
 
@@ -101,7 +101,7 @@ TEST(NbrDeep, NestedMarkersAreParsedDumpedAndDestroyedOnASmallStack) {
         std::size_t const levels = (largestBody + 3) / 4;
         // An opening brace, a closing one and a blank for each level, and " 1" for each but the last.
         EXPECT_EQ(levels * 3 + (levels - 1) * 2, buf.count);
-        EXPECT_EQ(1u, membersOf(s.getComplexValue()));
+        EXPECT_EQ(membersOf(s.getComplexValue()), 1u);
     });
 }
 
@@ -110,7 +110,7 @@ TEST(NbrDeep, NestedMarkersAsTree) {
     onSmallStack([&] {
         tav_istr view(document);
         tavSharedPtr<ValueBase> root = parser::from(view);
-        EXPECT_EQ(0u, view.size());
+        EXPECT_EQ(view.size(), 0u);
         tavSharedPtr<ValueBase> value = root;
         for (int i = 0; i < 1000000; ++i) {
             value = dynamic_cast<ComplexValue const &>(*value).get(1);
@@ -139,7 +139,7 @@ TEST(NbrDeep, NestedMarkersAreDecoded) {
         Nest object;
         object.number = 7;
         object.decode(tav_istr(document));
-        EXPECT_EQ(7, object.number);
+        EXPECT_EQ(object.number, 7);
         tavNbrInStream s{tav_istr(document)};
         tavSharedPtr<tavCodecStream> c = s.child(1, "");
         for (int i = 0; i < 200000; ++i) {
@@ -167,7 +167,7 @@ TEST(NbrDeep, TreesMadeByHandOfAnyDepth) {
         // The copy keeps the values alive, so the tree goes with the second of them.
         auto copy = std::make_unique<ComplexValue>(dynamic_cast<ComplexValue const &>(*root));
         root.reset();
-        EXPECT_EQ(2u, copy->data().size());
+        EXPECT_EQ(copy->data().size(), 2u);
         copy.reset();
     });
 }

@@ -58,66 +58,66 @@ public:
 } // namespace
 
 TEST(NbrDump, NoDataIsTheLengthOnly) {
-    EXPECT_EQ("[0]", dumped(SimpleValue(true)));
-    EXPECT_EQ("[0]", dumped(SimpleValue(false)));
-    EXPECT_EQ("[0]", text(tav_istr("", 0u)));
-    EXPECT_EQ("[0]", text(tav_istr(static_cast<char const *>(nullptr), 5u)));
+    EXPECT_EQ(dumped(SimpleValue(true)), "[0]");
+    EXPECT_EQ(dumped(SimpleValue(false)), "[0]");
+    EXPECT_EQ(text(tav_istr("", 0u)), "[0]");
+    EXPECT_EQ(text(tav_istr(static_cast<char const *>(nullptr), 5u)), "[0]");
 }
 
 TEST(NbrDump, TextIsMasked) {
-    EXPECT_EQ("[11]\"hel***rld[11]\"", text("hello world"));
-    EXPECT_EQ("[2]\"ab***[2]\"", text("ab"));
-    EXPECT_EQ("[3]\"abc***[3]\"", text("abc"));
-    EXPECT_EQ("[5]\"abc***de[5]\"", text("abcde"));
-    EXPECT_EQ("[6]\"abc***def[6]\"", text("abcdef"));
+    EXPECT_EQ(text("hello world"), "[11]\"hel***rld[11]\"");
+    EXPECT_EQ(text("ab"), "[2]\"ab***[2]\"");
+    EXPECT_EQ(text("abc"), "[3]\"abc***[3]\"");
+    EXPECT_EQ(text("abcde"), "[5]\"abc***de[5]\"");
+    EXPECT_EQ(text("abcdef"), "[6]\"abc***def[6]\"");
 }
 
 TEST(NbrDump, OneOrTwoBytesAreAShort) {
-    EXPECT_EQ("[1]5", binary("05"));
-    EXPECT_EQ("[1]255", binary("FF"));
-    EXPECT_EQ("[2]-1", binary("FF FF"));
-    EXPECT_EQ("[2]300", binary("2C 01"));
-    EXPECT_EQ("[2]-32768", binary("00 80"));
+    EXPECT_EQ(binary("05"), "[1]5");
+    EXPECT_EQ(binary("FF"), "[1]255");
+    EXPECT_EQ(binary("FF FF"), "[2]-1");
+    EXPECT_EQ(binary("2C 01"), "[2]300");
+    EXPECT_EQ(binary("00 80"), "[2]-32768");
 }
 
 TEST(NbrDump, ThreeOrFourBytesAreAnInt) {
-    EXPECT_EQ("[3]16777215", binary("FF FF FF"));
-    EXPECT_EQ("[4]-1", binary("FF FF FF FF"));
-    EXPECT_EQ("[4]-2147483648", binary("00 00 00 80"));
+    EXPECT_EQ(binary("FF FF FF"), "[3]16777215");
+    EXPECT_EQ(binary("FF FF FF FF"), "[4]-1");
+    EXPECT_EQ(binary("00 00 00 80"), "[4]-2147483648");
 }
 
 TEST(NbrDump, FiveToEightBytesAreALongLong) {
-    EXPECT_EQ("[5]1099511627775", binary("FF FF FF FF FF"));
-    EXPECT_EQ("[7]72057594037927935", binary("FF FF FF FF FF FF FF"));
-    EXPECT_EQ("[8]-1", binary("FF FF FF FF FF FF FF FF"));
-    EXPECT_EQ("[8]-9223372036854775808", binary("00 00 00 00 00 00 00 80"));
+    EXPECT_EQ(binary("FF FF FF FF FF"), "[5]1099511627775");
+    EXPECT_EQ(binary("FF FF FF FF FF FF FF"), "[7]72057594037927935");
+    EXPECT_EQ(binary("FF FF FF FF FF FF FF FF"), "[8]-1");
+    EXPECT_EQ(binary("00 00 00 00 00 00 00 80"), "[8]-9223372036854775808");
 }
 
 TEST(NbrDump, MoreBytesAreTheirEnds) {
-    EXPECT_EQ("[9][00010203]***[05060708]", binary("00 01 02 03 04 05 06 07 08"));
-    EXPECT_EQ("[12][00010203]***[08090A0B]", binary("00 01 02 03 04 05 06 07 08 09 0A 0B"));
-    EXPECT_EQ("[10][FFFEFDFC]***[F9F8F7F6]", binary("FF FE FD FC FB FA F9 F8 F7 F6"));
+    EXPECT_EQ(binary("00 01 02 03 04 05 06 07 08"), "[9][00010203]***[05060708]");
+    EXPECT_EQ(binary("00 01 02 03 04 05 06 07 08 09 0A 0B"), "[12][00010203]***[08090A0B]");
+    EXPECT_EQ(binary("FF FE FD FC FB FA F9 F8 F7 F6"), "[10][FFFEFDFC]***[F9F8F7F6]");
 }
 
 TEST(NbrDump, ObjectOnOneLine) {
-    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", dumped(sample));
-    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", dumped(sample, false, 7));
+    EXPECT_EQ(dumped(sample), "{ 1[1]5 2[2]\"ab***[2]\" }");
+    EXPECT_EQ(dumped(sample, false, 7), "{ 1[1]5 2[2]\"ab***[2]\" }");
 }
 
 TEST(NbrDump, ObjectPretty) {
-    EXPECT_EQ("{\n    1[1]5\n    2[2]\"ab***[2]\"\n}", dumped(sample, true));
-    EXPECT_EQ("{\n            1[1]5\n            2[2]\"ab***[2]\"\n        }", dumped(sample, true, 2));
+    EXPECT_EQ(dumped(sample, true), "{\n    1[1]5\n    2[2]\"ab***[2]\"\n}");
+    EXPECT_EQ(dumped(sample, true, 2), "{\n            1[1]5\n            2[2]\"ab***[2]\"\n        }");
 }
 
 TEST(NbrDump, EmptyObject) {
-    EXPECT_EQ("{ }", dumped("FF 01 28 FF 01 29"));
-    EXPECT_EQ("{\n}", dumped("FF 01 28 FF 01 29", true));
-    EXPECT_EQ("{ }", dumped(ComplexValue()));
+    EXPECT_EQ(dumped("FF 01 28 FF 01 29"), "{ }");
+    EXPECT_EQ(dumped("FF 01 28 FF 01 29", true), "{\n}");
+    EXPECT_EQ(dumped(ComplexValue()), "{ }");
 }
 
 TEST(NbrDump, NestedObject) {
-    EXPECT_EQ("{ 1{ -128[] } 127{ } }", dumped(nested));
-    EXPECT_EQ("{\n    1{\n        -128[]\n    }\n    127{\n    }\n}", dumped(nested, true));
+    EXPECT_EQ(dumped(nested), "{ 1{ -128[] } 127{ } }");
+    EXPECT_EQ(dumped(nested, true), "{\n    1{\n        -128[]\n    }\n    127{\n    }\n}");
 }
 
 TEST(NbrDump, TreesMadeByHandPrintAsParsedOnes) {
@@ -137,9 +137,9 @@ TEST(NbrDump, ParsedValuesInATreeMadeByHand) {
     ComplexValue root;
     root.add(1, parser::from(view));
     root.add(2, tavSharedPtr<ValueBase>(new SimpleValue("abc", true)));
-    EXPECT_EQ("{\n    1{\n        1{\n            -128[]\n        }\n        127{\n        }\n    }\n"
-              "    2[3]\"abc***[3]\"\n}",
-              dumped(root, true));
+    EXPECT_EQ(dumped(root, true),
+              "{\n    1{\n        1{\n            -128[]\n        }\n        127{\n        }\n    }\n"
+              "    2[3]\"abc***[3]\"\n}");
 }
 
 TEST(NbrDump, ForeignValuesPrintThemselves) {
@@ -147,8 +147,8 @@ TEST(NbrDump, ForeignValuesPrintThemselves) {
     inner.add(2, tavSharedPtr<ValueBase>(new Foreign));
     ComplexValue root;
     root.add(1, tavSharedPtr<ValueBase>(&inner, false));
-    EXPECT_EQ("{ 1{ 2<foreign 0 2> } }", dumped(root));
-    EXPECT_EQ("{\n        1{\n            2<foreign 1 3>\n        }\n    }", dumped(root, true, 1));
+    EXPECT_EQ(dumped(root), "{ 1{ 2<foreign 0 2> } }");
+    EXPECT_EQ(dumped(root, true, 1), "{\n        1{\n            2<foreign 1 3>\n        }\n    }");
 }
 
 TEST(NbrDump, StreamFormatDoesNotMatter) {
@@ -157,7 +157,7 @@ TEST(NbrDump, StreamFormatDoesNotMatter) {
     std::ostringstream out;
     out << std::hex << std::showpos;
     parser::from(view)->dump(out, false, 0);
-    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", out.str());
+    EXPECT_EQ(out.str(), "{ 1[1]5 2[2]\"ab***[2]\" }");
 }
 
 TEST(NbrDump, DeepIndentation) {
@@ -172,53 +172,53 @@ TEST(NbrDump, DeepIndentation) {
               all.find("\n" + std::string(160, ' ') + "1[1]5\n" + std::string(156, ' ') + "}"));
 }
 
-TEST(NbrPrint, InputStreamPutsNothingBetweenValues) {
+TEST(NbrDumpPrint, InputStreamPutsNothingBetweenValues) {
     NbrInputStream const s(bytes("01 01 05 F1 01 61 FF 01 28 FF 01 29"));
-    EXPECT_EQ("[1]5[1]\"a***[1]\"{ }", printed(s));
+    EXPECT_EQ(printed(s), "[1]5[1]\"a***[1]\"{ }");
     std::ostringstream out;
     EXPECT_EQ(&out, &s.dump(out, false));
-    EXPECT_EQ("[1]5[1]\"a***[1]\"{ }", out.str());
+    EXPECT_EQ(out.str(), "[1]5[1]\"a***[1]\"{ }");
 }
 
-TEST(NbrPrint, PrettyEndsEachValueWithALine) {
+TEST(NbrDumpPrint, PrettyEndsEachValueWithALine) {
     NbrInputStream const s(bytes("01 01 05 FF 01 28 01 00 FF 01 29"));
     std::ostringstream out;
     s.dump(out, true);
-    EXPECT_EQ("[1]5\n{\n    1[]\n}\n", out.str());
+    EXPECT_EQ(out.str(), "[1]5\n{\n    1[]\n}\n");
 }
 
-TEST(NbrPrint, TheSameBeforeAndAfterTheValuesWereAskedFor) {
+TEST(NbrDumpPrint, TheSameBeforeAndAfterTheValuesWereAskedFor) {
     NbrInputStream const s(bytes(nested));
     std::string const before = printed(s);
-    EXPECT_EQ(1, std::distance(s.begin(), s.end()));
+    EXPECT_EQ(std::distance(s.begin(), s.end()), 1);
     EXPECT_TRUE(s.getChild(1));
     EXPECT_EQ(before, printed(s));
 }
 
-TEST(NbrPrint, StreamOfAValue) {
+TEST(NbrDumpPrint, StreamOfAValue) {
     NbrInputStream const s(tavSharedPtr<ValueBase>(new SimpleValue("abc", true)));
-    EXPECT_EQ("[3]\"abc***[3]\"", printed(s));
-    EXPECT_EQ("", printed(NbrInputStream(tavSharedPtr<ValueBase>())));
+    EXPECT_EQ(printed(s), "[3]\"abc***[3]\"");
+    EXPECT_EQ(printed(NbrInputStream(tavSharedPtr<ValueBase>())), "");
 }
 
-TEST(NbrPrint, OutputStreamPrintsItsOwnBytes) {
+TEST(NbrDumpPrint, OutputStreamPrintsItsOwnBytes) {
     NbrOutputStream s;
     s << 5 << "ab";
-    EXPECT_EQ("[1]5[2]\"ab***[2]\"", printed(s));
-    EXPECT_EQ("", printed(NbrOutputStream()));
+    EXPECT_EQ(printed(s), "[1]5[2]\"ab***[2]\"");
+    EXPECT_EQ(printed(NbrOutputStream()), "");
 }
 
-TEST(NbrPrint, RawBytes) {
+TEST(NbrDumpPrint, RawBytes) {
     std::string const data = bytes(sample);
-    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", printed(_PrintNbr(tav_istr(data), false)));
-    EXPECT_EQ("{\n    1[1]5\n    2[2]\"ab***[2]\"\n}\n", printed(_PrintNbr(tav_istr(data), true)));
+    EXPECT_EQ(printed(_PrintNbr(tav_istr(data), false)), "{ 1[1]5 2[2]\"ab***[2]\" }");
+    EXPECT_EQ(printed(_PrintNbr(tav_istr(data), true)), "{\n    1[1]5\n    2[2]\"ab***[2]\"\n}\n");
     tav_nbr_buf const buf{data.data(), static_cast<unsigned>(data.size())};
-    EXPECT_EQ("{ 1[1]5 2[2]\"ab***[2]\" }", printed(buf));
+    EXPECT_EQ(printed(buf), "{ 1[1]5 2[2]\"ab***[2]\" }");
     tav_nbr_buf const none{nullptr, 0};
-    EXPECT_EQ("", printed(none));
+    EXPECT_EQ(printed(none), "");
 }
 
-TEST(NbrPrint, BadBytesFail) {
+TEST(NbrDumpPrint, BadBytesFail) {
     EXPECT_THROW(printed(_PrintNbr(tav_istr("(("), false)), std::invalid_argument);
     NbrOutputStream s;
     s.writeRaw("((");

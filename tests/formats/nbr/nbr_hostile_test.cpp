@@ -204,10 +204,10 @@ void compareWithPlain(std::string const & document) {
     tav_istr view = exact.view();
     try {
         tavSharedPtr<ValueBase> const value = parser::from(view);
-        ASSERT_EQ("", fault) << hex(document);
+        ASSERT_EQ(fault, "") << hex(document);
         ASSERT_EQ(withoutFlagsOfNothing(expected), described(value, exact.view().data())) << hex(document);
     } catch (std::invalid_argument const & e) {
-        ASSERT_NE("", fault) << hex(document) << ": " << e.what();
+        ASSERT_NE(fault, "") << hex(document) << ": " << e.what();
         ASSERT_NE(std::string::npos, std::string(e.what()).find(fault + "\n")) << hex(document);
     }
     ASSERT_EQ(document.size() - one.position(), document.empty() ? 0 : view.size()) << hex(document);
@@ -220,7 +220,7 @@ void compareWithPlain(std::string const & document) {
     }
     try {
         NbrInputStream const s(exact.view());
-        ASSERT_EQ("", fault) << hex(document);
+        ASSERT_EQ(fault, "") << hex(document);
         std::ostringstream lazy;
         s.dump(lazy, true);
         // The copy's own place shows in the first data.
@@ -241,7 +241,7 @@ void compareWithPlain(std::string const & document) {
         s.dump(made, true);
         ASSERT_EQ(lazy.str(), made.str()) << hex(document);
     } catch (std::invalid_argument const &) {
-        ASSERT_NE("", fault) << hex(document);
+        ASSERT_NE(fault, "") << hex(document);
     }
 }
 
@@ -389,67 +389,69 @@ TEST(NbrHostile, RandomDamageToAGoodDocument) {
     }
 }
 
-TEST(NbrBackward, OneValueMovesLiterallyBackToItsFirstByte) {
+TEST(NbrHostileBackward, OneValueMovesLiterallyBackToItsFirstByte) {
     for (unsigned back = 1; back <= 5; ++back) {
         std::string const document =
             bytes("04") + byteText(static_cast<unsigned char>(0x100 - back)) + bytes("FF FF FF AA BB CC");
         Exact const exact(document);
         tav_istr view = exact.view();
         tavSharedPtr<ValueBase> const value = parser::from(view);
-        EXPECT_EQ("AA BB CC", hex(dynamic_cast<SimpleValue const &>(*value).data()));
+        EXPECT_EQ(hex(dynamic_cast<SimpleValue const &>(*value).data()), "AA BB CC");
         EXPECT_EQ(exact.view().data() + 5 - back, view.data()) << back;
         EXPECT_EQ(3 + back, view.size()) << back;
     }
 }
 
-TEST(NbrBackward, AheadOfTheFirstByteUsesTheInputUp) {
+TEST(NbrHostileBackward, AheadOfTheFirstByteUsesTheInputUp) {
     for (char const * size : {"FA FF FF FF", "F0 FF FF FF", "00 00 00 FF", "01 00 00 80", "00 00 00 80"}) {
         std::string const document = bytes("04") + bytes(size) + bytes("AA BB CC");
         Exact const exact(document);
         tav_istr view = exact.view();
         tavSharedPtr<ValueBase> const value = parser::from(view);
-        EXPECT_EQ("AA BB CC", hex(dynamic_cast<SimpleValue const &>(*value).data())) << size;
-        EXPECT_EQ(0u, view.size()) << size;
+        EXPECT_EQ(hex(dynamic_cast<SimpleValue const &>(*value).data()), "AA BB CC") << size;
+        EXPECT_EQ(view.size(), 0u) << size;
     }
 }
 
-TEST(NbrBackward, LargestForwardSizeIsNotBackward) {
+TEST(NbrHostileBackward, LargestForwardSizeIsNotBackward) {
     std::string const document = bytes("04 FF FF FF 7F AA BB CC");
     tav_istr view(document);
     EXPECT_TRUE(parser::from(view));
-    EXPECT_EQ(0u, view.size());
+    EXPECT_EQ(view.size(), 0u);
     EXPECT_EQ(document.data() + document.size(), view.data());
 }
 
-TEST(NbrBackward, InsideAViewTheFirstByteIsThatOfTheView) {
+TEST(NbrHostileBackward, InsideAViewTheFirstByteIsThatOfTheView) {
     std::string const document = bytes("01 01 05 04 FA FF FF FF AA");
     tav_istr view(document);
     parser::from(view);
-    EXPECT_EQ(6u, view.size());
+    EXPECT_EQ(view.size(), 6u);
     parser::from(view);
-    EXPECT_EQ(0u, view.size());
+    EXPECT_EQ(view.size(), 0u);
 }
 
-TEST(NbrBackward, WithoutDataBehindTheSizeThereIsNoValue) {
+TEST(NbrHostileBackward, WithoutDataBehindTheSizeThereIsNoValue) {
     std::string const document = bytes("04 FF FF FF FF");
     tav_istr view(document);
     EXPECT_FALSE(parser::from(view));
-    EXPECT_EQ(0u, view.size());
+    EXPECT_EQ(view.size(), 0u);
 }
 
-TEST(NbrBackward, MemberThatEndsBehindItsTagGoesOn) {
+TEST(NbrHostileBackward, MemberThatEndsBehindItsTagGoesOn) {
     // Back by 1: the last byte of the size is the next tag.
     std::string const document = bytes("FF 01 28 07 04 FF FF FF FF 01 01 FF 01 29");
     Exact const exact(document);
     tav_istr view = exact.view();
-    EXPECT_EQ("{7:b9+5;-1:b11+1;1:null;}", [&] {
-        tavSharedPtr<ValueBase> const value = parser::from(view);
-        return described(value, exact.view().data());
-    }());
+    EXPECT_EQ(
+        [&] {
+            tavSharedPtr<ValueBase> const value = parser::from(view);
+            return described(value, exact.view().data());
+        }(),
+        "{7:b9+5;-1:b11+1;1:null;}");
     compareWithPlain(document);
 }
 
-TEST(NbrBackward, MemberThatEndsAtItsTagEndsAll) {
+TEST(NbrHostileBackward, MemberThatEndsAtItsTagEndsAll) {
     // Back by 6 is the tag itself, by 7 the byte ahead of it.
     for (char const * size : {"FA FF FF FF", "F9 FF FF FF", "F8 FF FF FF", "F0 FF FF FF", "00 00 00 80"}) {
         std::string const document =
@@ -457,28 +459,28 @@ TEST(NbrBackward, MemberThatEndsAtItsTagEndsAll) {
         Exact const exact(document);
         tav_istr view = exact.view();
         tavSharedPtr<ValueBase> const value = parser::from(view);
-        EXPECT_EQ("{1:b6+1;2:{7:b17+7;};}", described(value, exact.view().data())) << size;
-        EXPECT_EQ(0u, view.size()) << size;
+        EXPECT_EQ(described(value, exact.view().data()), "{1:b6+1;2:{7:b17+7;};}") << size;
+        EXPECT_EQ(view.size(), 0u) << size;
     }
 }
 
-TEST(NbrBackward, DocumentEndsAtAValueThatGoesBack) {
+TEST(NbrHostileBackward, DocumentEndsAtAValueThatGoesBack) {
     for (char const * size : {"FB FF FF FF", "FA FF FF FF", "F8 FF FF FF", "00 00 00 80"}) {
         NbrInputStream const s(bytes("01 01 05 04") + bytes(size) + bytes("AA 01 01 06"));
-        ASSERT_EQ(2, std::distance(s.begin(), s.end())) << size;
-        EXPECT_EQ("AA 01 01 06", hex(dynamic_cast<SimpleValue const &>(**std::next(s.begin())).data()))
+        ASSERT_EQ(std::distance(s.begin(), s.end()), 2) << size;
+        EXPECT_EQ(hex(dynamic_cast<SimpleValue const &>(**std::next(s.begin())).data()), "AA 01 01 06")
             << size;
     }
 }
 
-TEST(NbrBackward, DocumentGoesOnBehindAValueThatEndsBehindItsFirstByte) {
+TEST(NbrHostileBackward, DocumentGoesOnBehindAValueThatEndsBehindItsFirstByte) {
     // Back by 1: the FF at the end of the size opens nothing, 01 01 06 behind it is a value.
     NbrInputStream const s(bytes("04 FF FF FF FF 01 01 06"));
-    EXPECT_EQ(2, std::distance(s.begin(), s.end()));
+    EXPECT_EQ(std::distance(s.begin(), s.end()), 2);
     compareWithPlain(bytes("04 FF FF FF FF 01 01 06"));
 }
 
-TEST(NbrBackward, FindEndsToo) {
+TEST(NbrHostileBackward, FindEndsToo) {
     for (unsigned back = 1; back < 20; ++back) {
         std::string const document = bytes("FF 01 28 07 04") +
                                      byteText(static_cast<unsigned char>(0x100 - back)) +
@@ -490,11 +492,11 @@ TEST(NbrBackward, FindEndsToo) {
             exercise(document);
         }
         tavSharedPtr<SimpleValue> const sought = parser::from(exact.view(), char(7));
-        EXPECT_EQ("01 01 05 FF 01 29", hex(sought->data())) << back;
+        EXPECT_EQ(hex(sought->data()), "01 01 05 FF 01 29") << back;
     }
 }
 
-TEST(NbrBackward, EverySizeInEveryPlaceEnds) {
+TEST(NbrHostileBackward, EverySizeInEveryPlaceEnds) {
     for (unsigned back = 1; back <= 40; ++back) {
         std::string const value =
             bytes("04") + byteText(static_cast<unsigned char>(0x100 - back)) + bytes("FF FF FF");

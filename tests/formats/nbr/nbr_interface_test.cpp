@@ -190,8 +190,8 @@ std::size_t placeOf(Operation operation) {
 
 TEST(NbrInterface, OperationsOfAValueFollowItsDestructor) {
     // The destructor takes two places.
-    EXPECT_EQ(2u, placeOf(&ValueBase::simple));
-    EXPECT_EQ(3u, placeOf(&ValueBase::dump));
+    EXPECT_EQ(placeOf(&ValueBase::simple), 2u);
+    EXPECT_EQ(placeOf(&ValueBase::dump), 3u);
 }
 
 TEST(NbrInterface, AdaptersOfTheBaseAreNotHidden) {
@@ -206,7 +206,7 @@ TEST(NbrInterface, AdaptersOfTheBaseAreNotHidden) {
     in.io(plain, tavCodecMeta());
     in.io(wide, tavCodecMeta());
     in.io(one, tavCodecMeta());
-    EXPECT_EQ("a", plain);
+    EXPECT_EQ(plain, "a");
     EXPECT_EQ(tavWstring(L"a"), wide);
     EXPECT_EQ(L'a', one);
 }

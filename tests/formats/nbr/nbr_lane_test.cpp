@@ -114,10 +114,10 @@ void expectSameBytes(T const & v) {
     for (bool const hides : {false, true}) {
         SCOPED_TRACE(hides ? "hides" : "shows");
         std::string const expected = byVirtualRoad(box, hides);
-        EXPECT_EQ(expected, hex(box.encode(hides)));
+        EXPECT_EQ(hex(box.encode(hides)), expected);
         Derived derived(hides);
         box.io(derived);
-        EXPECT_EQ(expected, hex(derived.str()));
+        EXPECT_EQ(hex(derived.str()), expected);
         if (!hides) {
             tavNbrOutStreamImpl impl;
             impl << 7;
@@ -126,7 +126,7 @@ void expectSameBytes(T const & v) {
             EXPECT_EQ("01 01 07 " + expected, hex(impl.str()));
             tavNbrOutStream owner(new tavNbrOutStreamImpl, true);
             box.io(owner);
-            EXPECT_EQ(expected, hex(owner.str()));
+            EXPECT_EQ(hex(owner.str()), expected);
         }
     }
 }
@@ -392,11 +392,11 @@ TEST(NbrLane, Objects) {
 }
 
 TEST(NbrLane, HidingLeavesOutWhatIsOptionalAndEmpty) {
-    EXPECT_EQ("FF 01 28 01 01 01 00 03 01 01 00 04 01 01 00 FF 01 29", hex(Box<int>().encode(true)));
-    EXPECT_EQ("FF 01 28 01 01 01 00 02 01 01 00 03 01 01 00 2C 01 01 00 04 01 01 00 FF 01 29",
-              hex(Box<int>().encode(false)));
-    EXPECT_EQ("FF 01 28 01 01 01 05 02 01 01 05 03 01 01 05 2C 01 01 05 04 01 01 05 FF 01 29",
-              hex(Box<int>(5).encode(true)));
+    EXPECT_EQ(hex(Box<int>().encode(true)), "FF 01 28 01 01 01 00 03 01 01 00 04 01 01 00 FF 01 29");
+    EXPECT_EQ(hex(Box<int>().encode(false)),
+              "FF 01 28 01 01 01 00 02 01 01 00 03 01 01 00 2C 01 01 00 04 01 01 00 FF 01 29");
+    EXPECT_EQ(hex(Box<int>(5).encode(true)),
+              "FF 01 28 01 01 01 05 02 01 01 05 03 01 01 05 2C 01 01 05 04 01 01 05 FF 01 29");
 }
 
 TEST(NbrLane, OnlyFieldsThatAreWrittenFillTheStream) {
@@ -426,7 +426,7 @@ TEST(NbrLane, FieldsAreWrittenInTheOrderOfTheirDeclaration) {
     };
     Backward object;
     object.value = 5;
-    EXPECT_EQ("FF 01 28 09 01 01 05 01 01 01 05 09 01 01 05 FF 01 01 05 FF 01 29", hex(object.encode(false)));
+    EXPECT_EQ(hex(object.encode(false)), "FF 01 28 09 01 01 05 01 01 01 05 09 01 01 05 FF 01 01 05 FF 01 29");
 }
 
 TEST(NbrLane, DerivedStreamSeesEachField) {
@@ -462,8 +462,8 @@ TEST(NbrLane, DerivedStreamsServeAllLevels) {
     twice.set = 12;
     twice.nested.value = 14;
     EXPECT_EQ(hex(twice.encode(false)), hex(out.str()));
-    EXPECT_EQ(1, seen.nulls);
-    EXPECT_EQ(5, seen.enters) << "the object, the list, the map, its entry and the nested object";
+    EXPECT_EQ(seen.nulls, 1);
+    EXPECT_EQ(seen.enters, 5) << "the object, the list, the map, its entry and the nested object";
     EXPECT_EQ(seen.enters, seen.leaves);
 }
 
@@ -521,7 +521,7 @@ TEST(NbrLane, StreamsOfOneThreadDoNotMixTheirBuffers) {
         object.io(shared);
         object.io(own);
         EXPECT_EQ(expected + " " + expected, hex(own.str()));
-        EXPECT_EQ(expected, hex(impl.str()));
+        EXPECT_EQ(hex(impl.str()), expected);
     }
 }
 

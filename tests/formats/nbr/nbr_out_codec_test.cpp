@@ -55,7 +55,7 @@ TEST(NbrOutCodec, FixedAnswers) {
     s.makeArrayValue();
     s.makeObjectValue();
     s.on_each_field_meta(1, "a", {}, tavCodecMeta());
-    EXPECT_EQ("", hex(s.str()));
+    EXPECT_EQ(hex(s.str()), "");
 }
 
 TEST(NbrOutCodec, ChildrenNeverHide) {
@@ -81,18 +81,18 @@ TEST(NbrOutCodec, WritesToTheSharedImpl) {
         Stream const c = s.child(2, "b");
         int v = 5;
         c->io(v, tavCodecMeta());
-        EXPECT_EQ("01 01 01 02 01 01 05", hex(s.str()));
+        EXPECT_EQ(hex(s.str()), "01 01 01 02 01 01 05");
     }
-    EXPECT_EQ("01 01 01 02 01 01 05", hex(impl.str()));
+    EXPECT_EQ(hex(impl.str()), "01 01 01 02 01 01 05");
     impl << 2;
-    EXPECT_EQ(10u, impl.size());
+    EXPECT_EQ(impl.size(), 10u);
 }
 
 TEST(NbrOutCodec, OwnsTheImplThatItIsGiven) {
     tavNbrOutStream s(new tavNbrOutStreamImpl, true);
     Stream const c = s.child(1, "a");
     c->writeNull();
-    EXPECT_EQ("01 00", hex(s.str()));
+    EXPECT_EQ(hex(s.str()), "01 00");
 }
 
 TEST(NbrOutCodec, ChildWritesTheLowEightBitsOfTheId) {
@@ -101,37 +101,37 @@ TEST(NbrOutCodec, ChildWritesTheLowEightBitsOfTheId) {
     s.child(-1, "");
     s.child(1, tav_istr());
     s.getOutputChild();
-    EXPECT_EQ("2C FF 01 00", hex(s.str()));
+    EXPECT_EQ(hex(s.str()), "2C FF 01 00");
 }
 
 TEST(NbrOutCodec, EnterAndLeaveAreTheMarkers) {
     tavNbrOutStream s(false);
     s.enter("Name", "Base");
     s.leave();
-    EXPECT_EQ("FF 01 28 FF 01 29", hex(s.str()));
+    EXPECT_EQ(hex(s.str()), "FF 01 28 FF 01 29");
 }
 
 TEST(NbrOutCodec, EachTypeAsItsOperator) {
-    EXPECT_EQ("01 02 FF FF", written(static_cast<char>(-1)));
-    EXPECT_EQ("01 01 C8", written(static_cast<unsigned char>(200)));
-    EXPECT_EQ("01 01 01", written(true));
-    EXPECT_EQ("01 02 FE FF", written(static_cast<short>(-2)));
-    EXPECT_EQ("01 02 00 80", written(static_cast<unsigned short>(32768)));
-    EXPECT_EQ("01 02 2C 01", written(300));
-    EXPECT_EQ("01 04 00 00 00 80", written(2147483648u));
-    EXPECT_EQ("01 08 FF FF FF FF FF FF FF FF", written(-1L));
-    EXPECT_EQ("01 05 00 00 00 00 01", written(4294967296ul));
-    EXPECT_EQ("01 08 FE FF FF FF FF FF FF FF", written(-2LL));
-    EXPECT_EQ("01 01 09", written(9ull));
-    EXPECT_EQ("01 04 00 00 80 3F", written(1.0f));
-    EXPECT_EQ("01 08 00 00 00 00 00 00 F8 3F", written(1.5));
-    EXPECT_EQ("01 01 07", written(tavTime::milliseconds(7)));
-    EXPECT_EQ("F1 02 61 62", written(tavString("ab")));
-    EXPECT_EQ("01 02 61 62", written(tavBytes(tav_istr("ab"))));
-    EXPECT_EQ("F1 02 61 62", written(std::string("ab")));
-    EXPECT_EQ("F1 02 C3 A9", written(tavWstring(L"\u00E9")));
-    EXPECT_EQ("F1 01 41", written(L'A'));
-    EXPECT_EQ("F1 01 00", written(L'\0'));
+    EXPECT_EQ(written(static_cast<char>(-1)), "01 02 FF FF");
+    EXPECT_EQ(written(static_cast<unsigned char>(200)), "01 01 C8");
+    EXPECT_EQ(written(true), "01 01 01");
+    EXPECT_EQ(written(static_cast<short>(-2)), "01 02 FE FF");
+    EXPECT_EQ(written(static_cast<unsigned short>(32768)), "01 02 00 80");
+    EXPECT_EQ(written(300), "01 02 2C 01");
+    EXPECT_EQ(written(2147483648u), "01 04 00 00 00 80");
+    EXPECT_EQ(written(-1L), "01 08 FF FF FF FF FF FF FF FF");
+    EXPECT_EQ(written(4294967296ul), "01 05 00 00 00 00 01");
+    EXPECT_EQ(written(-2LL), "01 08 FE FF FF FF FF FF FF FF");
+    EXPECT_EQ(written(9ull), "01 01 09");
+    EXPECT_EQ(written(1.0f), "01 04 00 00 80 3F");
+    EXPECT_EQ(written(1.5), "01 08 00 00 00 00 00 00 F8 3F");
+    EXPECT_EQ(written(tavTime::milliseconds(7)), "01 01 07");
+    EXPECT_EQ(written(tavString("ab")), "F1 02 61 62");
+    EXPECT_EQ(written(tavBytes(tav_istr("ab"))), "01 02 61 62");
+    EXPECT_EQ(written(std::string("ab")), "F1 02 61 62");
+    EXPECT_EQ(written(tavWstring(L"\u00E9")), "F1 02 C3 A9");
+    EXPECT_EQ(written(L'A'), "F1 01 41");
+    EXPECT_EQ(written(L'\0'), "F1 01 00");
 }
 
 TEST(NbrOutCodec, NestedChildrenWriteInOrder) {
@@ -150,19 +150,19 @@ TEST(NbrOutCodec, NestedChildrenWriteInOrder) {
     inner->leave();
     s.leave();
     EXPECT_EQ(
-        "FF 01 28 03 FF 01 28 00 01 01 07 00 01 02 2C 01 FF 01 29 04 FF 01 28 01 01 01 05 FF 01 29 FF 01 29",
-        hex(s.str()));
+        hex(s.str()),
+        "FF 01 28 03 FF 01 28 00 01 01 07 00 01 02 2C 01 FF 01 29 04 FF 01 28 01 01 01 05 FF 01 29 FF 01 29");
     std::ostringstream out;
     s.dump(out);
-    EXPECT_EQ("{ 3{ 0[1]7 0[2]300 } 4{ 1[1]5 } }", out.str());
+    EXPECT_EQ(out.str(), "{ 3{ 0[1]7 0[2]300 } 4{ 1[1]5 } }");
 }
 
 TEST(NbrOutCodec, ChildIsAnNbrStreamOnTheSameBytes) {
     tavNbrOutStream s(false);
     Stream const c = s.child(1, "a");
     auto const nbr = dynamic_cast<tavNbrOutStream *>(c.get());
-    ASSERT_NE(nullptr, nbr);
-    EXPECT_EQ("01", hex(nbr->str()));
+    ASSERT_NE(nbr, nullptr);
+    EXPECT_EQ(hex(nbr->str()), "01");
 }
 
 TEST(NbrOutCodec, EachChildBeginsEmpty) {
@@ -187,7 +187,7 @@ TEST(NbrOutCodec, CountedPointersToChildrenMayComeAndGo) {
     }
     int v = 5;
     lent->io(v, tavCodecMeta());
-    EXPECT_EQ("01 01 01 05", hex(s.str()));
+    EXPECT_EQ(hex(s.str()), "01 01 01 05");
 }
 
 TEST(NbrOutCodec, StreamsMayBeNestedInOneThread) {
@@ -200,9 +200,9 @@ TEST(NbrOutCodec, StreamsMayBeNestedInOneThread) {
     }
     int v = 9;
     ca->io(v, tavCodecMeta());
-    EXPECT_EQ("01 01 01 09", hex(a.str()));
+    EXPECT_EQ(hex(a.str()), "01 01 01 09");
     for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ(4u, others[static_cast<std::size_t>(i)]->str().size());
+        EXPECT_EQ(others[static_cast<std::size_t>(i)]->str().size(), 4u);
     }
 }
 

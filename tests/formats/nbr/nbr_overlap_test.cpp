@@ -75,7 +75,7 @@ TEST(NbrOverlap, FewValuesAreAllThere) {
         for (std::size_t i = 0; i < count; ++i) {
             std::size_t const at = 7 + 7 * i + 6;
             EXPECT_EQ(document.substr(at), std::string(tav_istr(object.list[2 * i]))) << i;
-            EXPECT_EQ("", object.list[2 * i + 1]) << i;
+            EXPECT_EQ(object.list[2 * i + 1], "") << i;
         }
     }
 }
@@ -96,7 +96,7 @@ TEST(NbrOverlap, ManyValuesInATreeAreAFewTimesTheInputAtMost) {
     std::string const document = bytes("FF 01 28 01 FF 01 28") + repeated(member, many);
     tav_istr view(document);
     EXPECT_GE(limitFor(document), sizeOf(parser::from(view)));
-    EXPECT_EQ(0u, view.size());
+    EXPECT_EQ(view.size(), 0u);
 }
 
 TEST(NbrOverlap, ManyValuesOfADocumentAreAFewTimesTheInputAtMost) {
@@ -118,6 +118,6 @@ TEST(NbrOverlap, ValuesThatDoNotLeadBackwardHaveNoLimit) {
         bytes("FF 01 28 01 FF 01 28") + repeated(piece, 100) + bytes("FF 01 29 FF 01 29");
     Texts object;
     object.decode(tav_istr(document));
-    ASSERT_EQ(100u, object.list.size());
+    ASSERT_EQ(object.list.size(), 100u);
     EXPECT_EQ(big, std::string(tav_istr(object.list[99])));
 }

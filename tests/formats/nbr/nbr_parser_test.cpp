@@ -85,9 +85,9 @@ constexpr char const * dataMissing = "no data after size\n";
 
 /// Expects one trace record, whose line ends in `text`, from this function of the module.
 void expectTrace(LogCapture const & log, std::string const & text, std::string const & func) {
-    ASSERT_EQ(1u, log.records().size());
+    ASSERT_EQ(log.records().size(), 1u);
     LogCapture::Record const record = log.records()[0];
-    EXPECT_EQ(tavLogger::TRACE, record.level);
+    EXPECT_EQ(record.level, tavLogger::TRACE);
     EXPECT_NE(std::string::npos, record.text.find("parser::" + func)) << record.text;
     EXPECT_NE(std::string::npos, record.text.find("vinta_nbr_unit")) << record.text;
     ASSERT_GE(record.text.size(), text.size());
@@ -112,10 +112,10 @@ TEST(NbrParser, NullPointerWithASizeIsEmpty) {
 TEST(NbrParser, SimpleValue) {
     Parsed const p("01 03 AA BB CC 99");
     EXPECT_TRUE(p.value->simple());
-    EXPECT_EQ("AA BB CC", hex(p.simple().data()));
+    EXPECT_EQ(hex(p.simple().data()), "AA BB CC");
     EXPECT_EQ(p.input.data() + 2, p.simple().data().data());
-    EXPECT_EQ("99", hex(p.left));
-    EXPECT_EQ(1u, p.value->getRefCount());
+    EXPECT_EQ(hex(p.left), "99");
+    EXPECT_EQ(p.value->getRefCount(), 1u);
 }
 
 TEST(NbrParser, EveryByteAtAValuePosition) {
@@ -135,60 +135,63 @@ TEST(NbrParser, EveryByteAtAValuePosition) {
         int const low = b & 0xF;
         if (b == 0xFF || b == 0x00 || b == 0xF0) {
             EXPECT_FALSE(value) << b;
-            EXPECT_EQ(1u, consumed) << b;
-            EXPECT_EQ("none", text) << b;
+            EXPECT_EQ(consumed, 1u) << b;
+            EXPECT_EQ(text, "none") << b;
         } else if (high != 0 && high != 0xF) {
             char expected[80];
             std::snprintf(expected, sizeof(expected),
                           "DecodeException: maybe not nbr: invalid high part of lengthOfSize %x",
                           static_cast<unsigned>(b));
-            EXPECT_EQ(expected, text) << b;
-            EXPECT_EQ(1u, consumed) << b;
+            EXPECT_EQ(text, expected) << b;
+            EXPECT_EQ(consumed, 1u) << b;
         } else if (low > 4) {
             EXPECT_EQ("DecodeException: maybe not nbr: invalid lengthOfSize " + std::to_string(low), text)
                 << b;
-            EXPECT_EQ(1u, consumed) << b;
+            EXPECT_EQ(consumed, 1u) << b;
         } else {
             ASSERT_TRUE(value) << b;
-            EXPECT_EQ("none", text) << b;
+            EXPECT_EQ(text, "none") << b;
             EXPECT_EQ(1u + static_cast<unsigned>(low) + 1u, consumed) << b;
-            EXPECT_EQ(1u, dynamic_cast<SimpleValue const &>(*value).data().size()) << b;
+            EXPECT_EQ(dynamic_cast<SimpleValue const &>(*value).data().size(), 1u) << b;
         }
     }
 }
 
 TEST(NbrParser, FailureTextsAndPositions) {
     Failure const high = failureOf("28 01 05");
-    EXPECT_EQ(0u, high.text.find("DecodeException: maybe not nbr: invalid high part of lengthOfSize 28\n"
-                                 "    throw at parser::peekValue(vinta_nbr_unit"))
+    EXPECT_EQ(high.text.find("DecodeException: maybe not nbr: invalid high part of lengthOfSize 28\n"
+                             "    throw at parser::peekValue(vinta_nbr_unit"),
+              0u)
         << high.text;
-    EXPECT_EQ("01 05", high.left);
+    EXPECT_EQ(high.left, "01 05");
     Failure const low = failureOf("05 01 05");
-    EXPECT_EQ(0u, low.text.find("DecodeException: maybe not nbr: invalid lengthOfSize 5\n"
-                                "    throw at parser::peekValue(vinta_nbr_unit"))
+    EXPECT_EQ(low.text.find("DecodeException: maybe not nbr: invalid lengthOfSize 5\n"
+                            "    throw at parser::peekValue(vinta_nbr_unit"),
+              0u)
         << low.text;
-    EXPECT_EQ("01 05", low.left);
-    EXPECT_EQ(0u, failureOf("EF 00").text.find(
-                      "DecodeException: maybe not nbr: invalid high part of lengthOfSize ef\n"));
-    EXPECT_EQ(0u, failureOf("FE 00").text.find("DecodeException: maybe not nbr: invalid lengthOfSize 14\n"));
+    EXPECT_EQ(low.left, "01 05");
+    EXPECT_EQ(failureOf("EF 00").text.find(
+                  "DecodeException: maybe not nbr: invalid high part of lengthOfSize ef\n"),
+              0u);
+    EXPECT_EQ(failureOf("FE 00").text.find("DecodeException: maybe not nbr: invalid lengthOfSize 14\n"), 0u);
 }
 
 TEST(NbrParser, FailuresAreLoggedAtError) {
     LogCapture log;
     failureOf("A0 00");
-    EXPECT_EQ(1u, log.records().size());
+    EXPECT_EQ(log.records().size(), 1u);
     LogCapture::Record const record =
         log.find("<EXCEPTION> DecodeException: maybe not nbr: invalid high part of lengthOfSize a0\n");
-    EXPECT_EQ(tavLogger::ERROR, record.level);
+    EXPECT_EQ(record.level, tavLogger::ERROR);
     EXPECT_EQ(std::string::npos, record.text.find("throw at"));
     log.clear();
     failureOf("0F 00");
-    EXPECT_EQ(tavLogger::ERROR,
-              log.find("<EXCEPTION> DecodeException: maybe not nbr: invalid lengthOfSize 15\n").level);
+    EXPECT_EQ(log.find("<EXCEPTION> DecodeException: maybe not nbr: invalid lengthOfSize 15\n").level,
+              tavLogger::ERROR);
 }
 
 TEST(NbrParser, FailureInsideLeavesWhatWasConsumedConsumed) {
-    EXPECT_EQ("77 78", failureOf("FF 01 28 01 01 01 05 02 55 77 78").left);
+    EXPECT_EQ(failureOf("FF 01 28 01 01 01 05 02 55 77 78").left, "77 78");
 }
 
 TEST(NbrParser, LoneByteIsNeverJudged) {
@@ -196,7 +199,7 @@ TEST(NbrParser, LoneByteIsNeverJudged) {
         LogCapture log;
         Parsed const p(byte);
         EXPECT_FALSE(p.value) << byte;
-        EXPECT_EQ(0u, p.left.size()) << byte;
+        EXPECT_EQ(p.left.size(), 0u) << byte;
         expectTrace(log, lengthMissing, "peekValue");
     }
 }
@@ -206,7 +209,7 @@ TEST(NbrParser, NullValueInTheMiddleIsSilent) {
         LogCapture log;
         Parsed const p(document);
         EXPECT_FALSE(p.value);
-        EXPECT_EQ("77", hex(p.left));
+        EXPECT_EQ(hex(p.left), "77");
         EXPECT_TRUE(log.records().empty());
     }
 }
@@ -215,7 +218,7 @@ TEST(NbrParser, FFThatOpensNothing) {
     LogCapture log;
     Parsed const p("FF 01 29 05");
     EXPECT_FALSE(p.value);
-    EXPECT_EQ("01 29 05", hex(p.left));
+    EXPECT_EQ(hex(p.left), "01 29 05");
     expectTrace(log, tooLarge, "peekValue");
 }
 
@@ -223,7 +226,7 @@ TEST(NbrParser, CutOpenMarkerIsNone) {
     LogCapture log;
     Parsed const p("FF 01");
     EXPECT_FALSE(p.value);
-    EXPECT_EQ("01", hex(p.left));
+    EXPECT_EQ(hex(p.left), "01");
     expectTrace(log, tooLarge, "peekValue");
 }
 
@@ -231,7 +234,7 @@ TEST(NbrParser, SizeFieldCut) {
     LogCapture log;
     Parsed const p("04 05 00 00");
     EXPECT_FALSE(p.value);
-    EXPECT_EQ("05 00 00", hex(p.left));
+    EXPECT_EQ(hex(p.left), "05 00 00");
     expectTrace(log, tooSmall, "peekValue");
 }
 
@@ -239,7 +242,7 @@ TEST(NbrParser, NothingAfterTheSize) {
     LogCapture log;
     Parsed const p("02 05 00");
     EXPECT_FALSE(p.value);
-    EXPECT_EQ(0u, p.left.size());
+    EXPECT_EQ(p.left.size(), 0u);
     expectTrace(log, dataMissing, "peekValue");
 }
 
@@ -248,124 +251,124 @@ TEST(NbrParser, SizeZeroIsAValueWithANullView) {
         LogCapture log;
         Parsed const p(document);
         ASSERT_TRUE(p.value) << document;
-        EXPECT_EQ(nullptr, p.simple().data().data()) << document;
-        EXPECT_EQ(0u, p.simple().data().size()) << document;
+        EXPECT_EQ(p.simple().data().data(), nullptr) << document;
+        EXPECT_EQ(p.simple().data().size(), 0u) << document;
         EXPECT_TRUE(p.simple().isNull()) << document;
         EXPECT_TRUE(log.records().empty());
     }
-    EXPECT_EQ("77", hex(Parsed("01 00 77").left));
+    EXPECT_EQ(hex(Parsed("01 00 77").left), "77");
 }
 
 TEST(NbrParser, SizeLargerThanWhatIsLeftIsCut) {
     LogCapture log;
     Parsed const p("01 05 AA");
-    EXPECT_EQ("AA", hex(p.simple().data()));
-    EXPECT_EQ(0u, p.left.size());
+    EXPECT_EQ(hex(p.simple().data()), "AA");
+    EXPECT_EQ(p.left.size(), 0u);
     EXPECT_TRUE(log.records().empty());
-    EXPECT_EQ("AA BB", hex(Parsed("04 FF FF FF 7F AA BB").simple().data()));
+    EXPECT_EQ(hex(Parsed("04 FF FF FF 7F AA BB").simple().data()), "AA BB");
 }
 
 TEST(NbrParser, SizeFieldIsLittleEndianOfOneToFourBytes) {
-    EXPECT_EQ("AA", hex(Parsed("01 01 AA BB").simple().data()));
-    EXPECT_EQ("AA", hex(Parsed("02 01 00 AA BB").simple().data()));
-    EXPECT_EQ("AA", hex(Parsed("F3 01 00 00 AA BB").simple().data()));
-    EXPECT_EQ("AA", hex(Parsed("F4 01 00 00 00 AA BB").simple().data()));
+    EXPECT_EQ(hex(Parsed("01 01 AA BB").simple().data()), "AA");
+    EXPECT_EQ(hex(Parsed("02 01 00 AA BB").simple().data()), "AA");
+    EXPECT_EQ(hex(Parsed("F3 01 00 00 AA BB").simple().data()), "AA");
+    EXPECT_EQ(hex(Parsed("F4 01 00 00 00 AA BB").simple().data()), "AA");
     std::string long2 = bytes("02 2C 01") + std::string(301, 'x');
-    EXPECT_EQ(300u, Parsed(long2).simple().data().size());
+    EXPECT_EQ(Parsed(long2).simple().data().size(), 300u);
 }
 
 TEST(NbrParser, ComplexValue) {
     Parsed const p("FF 01 28 01 01 01 05 02 F1 02 61 62 FF 01 29 99");
     EXPECT_FALSE(p.value->simple());
-    EXPECT_EQ("1:05; 2:61 62", members(p.complex()));
-    EXPECT_EQ("99", hex(p.left));
-    EXPECT_EQ(1u, p.value->getRefCount());
+    EXPECT_EQ(members(p.complex()), "1:05; 2:61 62");
+    EXPECT_EQ(hex(p.left), "99");
+    EXPECT_EQ(p.value->getRefCount(), 1u);
 }
 
 TEST(NbrParser, EmptyComplexValue) {
     Parsed const p("FF 01 28 FF 01 29 99");
-    EXPECT_EQ("", members(p.complex()));
+    EXPECT_EQ(members(p.complex()), "");
     EXPECT_TRUE(p.complex().begin() == p.complex().end());
-    EXPECT_EQ("99", hex(p.left));
+    EXPECT_EQ(hex(p.left), "99");
 }
 
 TEST(NbrParser, InputEndsAfterAnOpenMarker) {
     LogCapture log;
     Parsed const p("FF 01 28");
     ASSERT_TRUE(p.value);
-    EXPECT_EQ("", members(p.complex()));
+    EXPECT_EQ(members(p.complex()), "");
     EXPECT_TRUE(log.records().empty());
 }
 
 TEST(NbrParser, InputEndsAfterATag) {
     LogCapture log;
     Parsed const p("FF 01 28 01 01 01 05 02");
-    EXPECT_EQ("1:05", members(p.complex()));
-    EXPECT_EQ(0u, p.left.size());
+    EXPECT_EQ(members(p.complex()), "1:05");
+    EXPECT_EQ(p.left.size(), 0u);
     expectTrace(log, "eof: empty value\n", "parseValue");
 }
 
 TEST(NbrParser, InputEndsAfterANestedTag) {
     LogCapture log;
     Parsed const p("FF 01 28 01 FF 01 28 02 FF 01 28 03 01 01 09 04");
-    EXPECT_EQ("1:{2:{3:09}}", members(p.complex()));
+    EXPECT_EQ(members(p.complex()), "1:{2:{3:09}}");
     expectTrace(log, "eof: empty value\n", "parseValue");
 }
 
 TEST(NbrParser, InputEndsWithoutACloseMarker) {
     LogCapture log;
     Parsed const p("FF 01 28 01 01 01 05");
-    EXPECT_EQ("1:05", members(p.complex()));
+    EXPECT_EQ(members(p.complex()), "1:05");
     EXPECT_TRUE(log.records().empty());
 }
 
 TEST(NbrParser, CutCloseMarkerIsAMember) {
     LogCapture log;
-    EXPECT_EQ("1:05; -1:null", members(Parsed("FF 01 28 01 01 01 05 FF 01").complex()));
+    EXPECT_EQ(members(Parsed("FF 01 28 01 01 01 05 FF 01").complex()), "1:05; -1:null");
     expectTrace(log, lengthMissing, "peekValue");
     log.clear();
-    EXPECT_EQ("1:05", members(Parsed("FF 01 28 01 01 01 05 FF").complex()));
+    EXPECT_EQ(members(Parsed("FF 01 28 01 01 01 05 FF").complex()), "1:05");
     expectTrace(log, "eof: empty value\n", "parseValue");
 }
 
 TEST(NbrParser, CloseMarkerWinsOverTheTagFF) {
     Parsed const p("FF 01 28 FF 01 29 AA BB");
-    EXPECT_EQ("", members(p.complex()));
-    EXPECT_EQ("AA BB", hex(p.left));
-    EXPECT_EQ("-1:28", members(Parsed("FF 01 28 FF 01 01 28 FF 01 29").complex()));
+    EXPECT_EQ(members(p.complex()), "");
+    EXPECT_EQ(hex(p.left), "AA BB");
+    EXPECT_EQ(members(Parsed("FF 01 28 FF 01 01 28 FF 01 29").complex()), "-1:28");
 }
 
 TEST(NbrParser, Nested) {
     Parsed const p(
         "FF 01 28 05 FF 01 28 00 01 01 07 00 01 02 2C 01 FF 01 29 06 FF 01 28 FF 01 29 07 01 01 08 "
         "FF 01 29");
-    EXPECT_EQ("5:{0:07; 0:2C 01}; 6:{}; 7:08", members(p.complex()));
-    EXPECT_EQ(0u, p.left.size());
+    EXPECT_EQ(members(p.complex()), "5:{0:07; 0:2C 01}; 6:{}; 7:08");
+    EXPECT_EQ(p.left.size(), 0u);
 }
 
 TEST(NbrParser, NullMemberIsAnItem) {
     Parsed const p("FF 01 28 01 00 02 01 01 05 FF 01 29");
-    EXPECT_EQ("1:null; 2:05", members(p.complex()));
+    EXPECT_EQ(members(p.complex()), "1:null; 2:05");
     EXPECT_FALSE(p.complex().get(1));
     EXPECT_TRUE(p.complex().get(2));
 }
 
 TEST(NbrParser, NullMemberBeforeTheCloseMarker) {
-    EXPECT_EQ("1:null", members(Parsed("FF 01 28 01 00 FF 01 29").complex()));
-    EXPECT_EQ("1:null", members(Parsed("FF 01 28 01 F0 FF 01 29").complex()));
+    EXPECT_EQ(members(Parsed("FF 01 28 01 00 FF 01 29").complex()), "1:null");
+    EXPECT_EQ(members(Parsed("FF 01 28 01 F0 FF 01 29").complex()), "1:null");
 }
 
 TEST(NbrParser, LastOfTwoMembersWithOneTagWins) {
     Parsed const p("FF 01 28 01 01 01 05 02 01 01 06 01 01 01 07 FF 01 29");
-    EXPECT_EQ("1:05; 2:06; 1:07", members(p.complex()));
-    EXPECT_EQ("07", dataOf(p.complex().get(1)));
-    EXPECT_EQ("06", dataOf(p.complex().get(2)));
-    EXPECT_EQ("null", dataOf(p.complex().get(3)));
+    EXPECT_EQ(members(p.complex()), "1:05; 2:06; 1:07");
+    EXPECT_EQ(dataOf(p.complex().get(1)), "07");
+    EXPECT_EQ(dataOf(p.complex().get(2)), "06");
+    EXPECT_EQ(dataOf(p.complex().get(3)), "null");
 }
 
 TEST(NbrParser, LaterNullReplacesTheEntry) {
     Parsed const p("FF 01 28 01 01 01 05 01 00 FF 01 29");
-    EXPECT_EQ("1:05; 1:null", members(p.complex()));
+    EXPECT_EQ(members(p.complex()), "1:05; 1:null");
     EXPECT_FALSE(p.complex().get(1));
 }
 
@@ -378,7 +381,7 @@ TEST(NbrParser, ManyMembersAreFoundAsFew) {
     }
     document += bytes("FF 01 29");
     Parsed const p(document);
-    EXPECT_EQ(400u, p.complex().data().size());
+    EXPECT_EQ(p.complex().data().size(), 400u);
     for (int tag = 0; tag < 200; ++tag) {
         tavSharedPtr<ValueBase> const value = p.complex().get(static_cast<char>(tag));
         ASSERT_TRUE(value);
@@ -398,7 +401,7 @@ TEST(NbrParser, LookUpFollowsLaterAdditions) {
         }
         EXPECT_EQ(before > 3, static_cast<bool>(v.get(3)));
         v.add(3, tavSharedPtr<ValueBase>(new SimpleValue("new", true)));
-        EXPECT_EQ("6E 65 77", dataOf(v.get(3))) << before;
+        EXPECT_EQ(dataOf(v.get(3)), "6E 65 77") << before;
         v.add(3, nullptr);
         EXPECT_FALSE(v.get(3)) << before;
         EXPECT_EQ(static_cast<std::size_t>(before) + 2, v.data().size());
@@ -409,27 +412,27 @@ TEST(NbrParser, AdditionsToAParsedValue) {
     Parsed const p("FF 01 28 01 01 01 05 FF 01 29");
     auto & value = dynamic_cast<ComplexValue &>(*p.value);
     value.add(2, tavSharedPtr<ValueBase>(new SimpleValue("x", true)));
-    EXPECT_EQ("1:05; 2:78", members(value));
+    EXPECT_EQ(members(value), "1:05; 2:78");
     std::ostringstream out;
     value.dump(out, false, 0);
-    EXPECT_EQ("{ 1[1]5 2[1]\"x***[1]\" }", out.str());
+    EXPECT_EQ(out.str(), "{ 1[1]5 2[1]\"x***[1]\" }");
 }
 
 TEST(NbrParser, CopiesShareTheValues) {
     Parsed const p("FF 01 28 01 01 01 05 02 FF 01 28 FF 01 29 03 00 FF 01 29");
     ComplexValue copy(p.complex());
-    EXPECT_EQ(0u, copy.getRefCount());
+    EXPECT_EQ(copy.getRefCount(), 0u);
     EXPECT_EQ(members(p.complex()), members(copy));
     EXPECT_EQ(p.complex().get(1), copy.get(1));
     EXPECT_EQ(p.complex().get(2), copy.get(2));
     copy.add(9, nullptr);
-    EXPECT_EQ(4u, copy.data().size());
-    EXPECT_EQ(3u, p.complex().data().size());
+    EXPECT_EQ(copy.data().size(), 4u);
+    EXPECT_EQ(p.complex().data().size(), 3u);
     copy = p.complex();
-    EXPECT_EQ(3u, copy.data().size());
+    EXPECT_EQ(copy.data().size(), 3u);
     ComplexValue const & same = copy;
     copy = same;
-    EXPECT_EQ(3u, copy.data().size());
+    EXPECT_EQ(copy.data().size(), 3u);
 }
 
 TEST(NbrParser, LookUpFollowsAnAssignment) {
@@ -439,10 +442,10 @@ TEST(NbrParser, LookUpFollowsAnAssignment) {
         many.add(static_cast<char>(i), tavSharedPtr<ValueBase>(new SimpleValue("old", true)));
         others.add(static_cast<char>(99 - i), tavSharedPtr<ValueBase>(new SimpleValue("new", true)));
     }
-    EXPECT_EQ("6F 6C 64", dataOf(many.get(3)));
+    EXPECT_EQ(dataOf(many.get(3)), "6F 6C 64");
     many.add(100, nullptr);
     many = others;
-    EXPECT_EQ("6E 65 77", dataOf(many.get(3)));
+    EXPECT_EQ(dataOf(many.get(3)), "6E 65 77");
     EXPECT_EQ(many.get(3), many.data()[96].second);
 }
 
@@ -450,10 +453,10 @@ TEST(NbrParser, ValuesOutliveTheirParent) {
     std::string const input = bytes("FF 01 28 02 FF 01 28 01 01 01 05 FF 01 29 FF 01 29");
     tav_istr view(input);
     tavSharedPtr<ValueBase> child = dynamic_cast<ComplexValue const &>(*parser::from(view)).get(2);
-    EXPECT_EQ("1:05", members(dynamic_cast<ComplexValue const &>(*child)));
+    EXPECT_EQ(members(dynamic_cast<ComplexValue const &>(*child)), "1:05");
     tavSharedPtr<ValueBase> const leaf = dynamic_cast<ComplexValue const &>(*child).get(1);
     child.reset();
-    EXPECT_EQ("05", dataOf(leaf));
+    EXPECT_EQ(dataOf(leaf), "05");
 }
 
 TEST(NbrParser, AskingTwiceGivesTheSameValue) {
@@ -496,7 +499,7 @@ TEST(NbrParser, ThreadsMayReadOneTree) {
     }
 }
 
-TEST(NbrSimpleValue, NullAndEmptyViews) {
+TEST(NbrParserSimpleValue, NullAndEmptyViews) {
     SimpleValue const null(true);
     EXPECT_TRUE(null.simple());
     EXPECT_TRUE(null.isNull());
@@ -516,39 +519,39 @@ TEST(NbrSimpleValue, NullAndEmptyViews) {
     EXPECT_FALSE(some.isNullOrEmpty());
 }
 
-TEST(NbrSimpleValue, EmptyTextIsReadWhereANumberFails) {
+TEST(NbrParserSimpleValue, EmptyTextIsReadWhereANumberFails) {
     SimpleValue const empty(tav_istr("", 0u), true);
     tavString text("old");
     EXPECT_TRUE(empty.read(text));
-    EXPECT_EQ("", text);
+    EXPECT_EQ(text, "");
     tavBytes data(tav_istr("old"));
     EXPECT_TRUE(empty.read(data));
-    EXPECT_EQ(0u, data.size());
+    EXPECT_EQ(data.size(), 0u);
     int number = 7;
     EXPECT_FALSE(empty.read(number));
-    EXPECT_EQ(7, number);
+    EXPECT_EQ(number, 7);
     tavTime time = tavTime::milliseconds(7);
     EXPECT_FALSE(empty.read(time));
-    EXPECT_EQ(7, time.milliseconds());
+    EXPECT_EQ(time.milliseconds(), 7);
 }
 
-TEST(NbrSimpleValue, NullIsNeverRead) {
+TEST(NbrParserSimpleValue, NullIsNeverRead) {
     SimpleValue const null(false);
     tavString text("old");
     EXPECT_FALSE(null.read(text));
-    EXPECT_EQ("old", text);
+    EXPECT_EQ(text, "old");
     tavBytes data(tav_istr("old"));
     EXPECT_FALSE(null.read(data));
-    EXPECT_EQ(3u, data.size());
+    EXPECT_EQ(data.size(), 3u);
     bool truth = true;
     EXPECT_FALSE(null.read(truth));
     EXPECT_TRUE(truth);
     double number = 1.5;
     EXPECT_FALSE(null.read(number));
-    EXPECT_EQ(1.5, number);
+    EXPECT_EQ(number, 1.5);
 }
 
-TEST(NbrSimpleValue, ReadsByTheWidthOfTheTarget) {
+TEST(NbrParserSimpleValue, ReadsByTheWidthOfTheTarget) {
     std::string const nine = bytes("81 92 A3 B4 C5 D6 E7 F8 99");
     SimpleValue const v(nine, false);
     char c = 0;
@@ -565,80 +568,80 @@ TEST(NbrSimpleValue, ReadsByTheWidthOfTheTarget) {
     tavTime t;
     EXPECT_TRUE(v.read(c) && v.read(uc) && v.read(b) && v.read(s) && v.read(us) && v.read(i) && v.read(u));
     EXPECT_TRUE(v.read(l) && v.read(ul) && v.read(ll) && v.read(ull) && v.read(t));
-    EXPECT_EQ('\x81', c);
-    EXPECT_EQ(0x81, uc);
+    EXPECT_EQ(c, '\x81');
+    EXPECT_EQ(uc, 0x81);
     EXPECT_TRUE(b);
-    EXPECT_EQ(static_cast<short>(0x9281), s);
-    EXPECT_EQ(0x9281, us);
-    EXPECT_EQ(static_cast<int>(0xB4A39281u), i);
-    EXPECT_EQ(0xB4A39281u, u);
-    EXPECT_EQ(static_cast<long>(0xF8E7D6C5B4A39281ull), l);
-    EXPECT_EQ(0xF8E7D6C5B4A39281ull, ul);
-    EXPECT_EQ(static_cast<long long>(0xF8E7D6C5B4A39281ull), ll);
-    EXPECT_EQ(0xF8E7D6C5B4A39281ull, ull);
-    EXPECT_EQ(static_cast<long long>(0xF8E7D6C5B4A39281ull), t.milliseconds());
+    EXPECT_EQ(s, static_cast<short>(0x9281));
+    EXPECT_EQ(us, 0x9281);
+    EXPECT_EQ(i, static_cast<int>(0xB4A39281u));
+    EXPECT_EQ(u, 0xB4A39281u);
+    EXPECT_EQ(l, static_cast<long>(0xF8E7D6C5B4A39281ull));
+    EXPECT_EQ(ul, 0xF8E7D6C5B4A39281ull);
+    EXPECT_EQ(ll, static_cast<long long>(0xF8E7D6C5B4A39281ull));
+    EXPECT_EQ(ull, 0xF8E7D6C5B4A39281ull);
+    EXPECT_EQ(t.milliseconds(), static_cast<long long>(0xF8E7D6C5B4A39281ull));
     float f = 0;
     SimpleValue const one(tav_istr("\0\0\x80\x3F", 4u), false);
     EXPECT_TRUE(one.read(f));
-    EXPECT_EQ(1.0f, f);
+    EXPECT_EQ(f, 1.0f);
     double d = 0;
     SimpleValue const half(tav_istr("\0\0\0\0\0\0\xF8\x3F", 8u), false);
     EXPECT_TRUE(half.read(d));
-    EXPECT_EQ(1.5, d);
+    EXPECT_EQ(d, 1.5);
 }
 
-TEST(NbrFind, MemberOfAFlatObject) {
+TEST(NbrParserFind, MemberOfAFlatObject) {
     char const * const object = "FF 01 28 01 01 01 05 02 F1 02 61 62 03 00 04 01 01 09 FF 01 29";
-    EXPECT_EQ("05", found(object, 1));
-    EXPECT_EQ("61 62", found(object, 2));
-    EXPECT_EQ("null", found(object, 3));
-    EXPECT_EQ("09", found(object, 4));
-    EXPECT_EQ("null", found(object, 5));
+    EXPECT_EQ(found(object, 1), "05");
+    EXPECT_EQ(found(object, 2), "61 62");
+    EXPECT_EQ(found(object, 3), "null");
+    EXPECT_EQ(found(object, 4), "09");
+    EXPECT_EQ(found(object, 5), "null");
 }
 
-TEST(NbrFind, FirstOfTwoMembers) {
-    EXPECT_EQ("05", found("FF 01 28 01 01 01 05 01 01 01 06 FF 01 29", 1));
-    EXPECT_EQ("null", found("FF 01 28 01 00 01 01 01 06 FF 01 29", 1));
+TEST(NbrParserFind, FirstOfTwoMembers) {
+    EXPECT_EQ(found("FF 01 28 01 01 01 05 01 01 01 06 FF 01 29", 1), "05");
+    EXPECT_EQ(found("FF 01 28 01 00 01 01 01 06 FF 01 29", 1), "null");
 }
 
-TEST(NbrFind, LastMemberNeedsNoCloseMarker) {
-    EXPECT_EQ("06", found("FF 01 28 01 01 01 05 02 01 01 06", 2));
+TEST(NbrParserFind, LastMemberNeedsNoCloseMarker) {
+    EXPECT_EQ(found("FF 01 28 01 01 01 05 02 01 01 06", 2), "06");
 }
 
-TEST(NbrFind, SimpleValueAtTheFrontIsNotRead) {
+TEST(NbrParserFind, SimpleValueAtTheFrontIsNotRead) {
     LogCapture log;
-    EXPECT_EQ("null", found("01 01 05", 1));
-    EXPECT_EQ("null", found("28 01", 1));
+    EXPECT_EQ(found("01 01 05", 1), "null");
+    EXPECT_EQ(found("28 01", 1), "null");
     EXPECT_TRUE(log.records().empty());
 }
 
-TEST(NbrFind, OverloadTakesAnLvalue) {
+TEST(NbrParserFind, OverloadTakesAnLvalue) {
     std::string const data = bytes("FF 01 28 01 01 01 05 FF 01 29");
     tav_istr view(data);
     tavSharedPtr<SimpleValue> const value = parser::from(view, char(1));
-    EXPECT_EQ("05", hex(value->data()));
+    EXPECT_EQ(hex(value->data()), "05");
     EXPECT_EQ(data.size(), view.size());
-    EXPECT_EQ(1u, value->getRefCount());
+    EXPECT_EQ(value->getRefCount(), 1u);
 }
 
-TEST(NbrFind, TextFlagIsKept) {
+TEST(NbrParserFind, TextFlagIsKept) {
     std::string const data = bytes("FF 01 28 01 F1 01 61 02 01 01 61");
     std::ostringstream out;
     parser::from(tav_istr(data), 1)->dump(out, false, 0);
     parser::from(tav_istr(data), 2)->dump(out, false, 0);
-    EXPECT_EQ("[1]\"a***[1]\"[1]97", out.str());
+    EXPECT_EQ(out.str(), "[1]\"a***[1]\"[1]97");
 }
 
-TEST(NbrFind, EmptyInputAndMissingValueAreTraced) {
+TEST(NbrParserFind, EmptyInputAndMissingValueAreTraced) {
     LogCapture log;
-    EXPECT_EQ("null", found("", 1));
+    EXPECT_EQ(found("", 1), "null");
     expectTrace(log, "eof: empty iptr_\n", "parseValue");
     log.clear();
-    EXPECT_EQ("null", found("FF 01 28 01", 1));
+    EXPECT_EQ(found("FF 01 28 01", 1), "null");
     expectTrace(log, "eof: empty value\n", "parseValue");
 }
 
-TEST(NbrFind, NestedValueAheadFails) {
+TEST(NbrParserFind, NestedValueAheadFails) {
     LogCapture log;
     std::string const data = bytes("FF 01 28 01 FF 01 28 FF 01 29 02 01 01 05 FF 01 29");
     std::string text;
@@ -647,19 +650,19 @@ TEST(NbrFind, NestedValueAheadFails) {
     } catch (std::invalid_argument const & e) {
         text = e.what();
     }
-    EXPECT_EQ(0u, text.find("DecodeException: maybe not nbr: invalid high part of lengthOfSize 28\n"));
-    EXPECT_EQ(1u, log.count(tooLarge));
+    EXPECT_EQ(text.find("DecodeException: maybe not nbr: invalid high part of lengthOfSize 28\n"), 0u);
+    EXPECT_EQ(log.count(tooLarge), 1u);
 }
 
-TEST(NbrFind, NestedValueThatIsSoughtIsNull) {
-    EXPECT_EQ("null", found("FF 01 28 01 FF 01 28 FF 01 29 FF 01 29", 1));
+TEST(NbrParserFind, NestedValueThatIsSoughtIsNull) {
+    EXPECT_EQ(found("FF 01 28 01 FF 01 28 FF 01 29 FF 01 29", 1), "null");
 }
 
-TEST(NbrFind, StopsAtTheCloseMarker) {
-    EXPECT_EQ("null", found("FF 01 28 FF 01 29 01 01 01 05", 1));
+TEST(NbrParserFind, StopsAtTheCloseMarker) {
+    EXPECT_EQ(found("FF 01 28 FF 01 29 01 01 01 05", 1), "null");
 }
 
-TEST(NbrTrace, NothingIsWrittenBelowTheLevel) {
+TEST(NbrParserTrace, NothingIsWrittenBelowTheLevel) {
     LogCapture log("clear(VERBOSE)");
     Parsed const p("04 05 00 00");
     EXPECT_FALSE(p.value);

@@ -220,13 +220,14 @@ void onSmallStack(std::function<void()> const & body) {
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, 256 * 1024);
     pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, &attributes,
-                     [](void * argument) -> void * {
-                         (*static_cast<std::function<void()> const *>(argument))();
-                         return nullptr;
-                     },
-                     const_cast<std::function<void()> *>(&body)));
+    ASSERT_EQ(pthread_create(
+                  &thread, &attributes,
+                  [](void * argument) -> void * {
+                      (*static_cast<std::function<void()> const *>(argument))();
+                      return nullptr;
+                  },
+                  const_cast<std::function<void()> *>(&body)),
+              0);
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attributes);
 }
@@ -364,7 +365,7 @@ TEST(ClassTypeHostile, DeepTextsAreAsShallowOnes) {
         bool const expected = plain.parse(Unit());
         bool known = !expected;
         ClassType const type = parsed(nested(row.open, row.core, row.close, deep), known);
-        EXPECT_EQ(expected, known);
+        EXPECT_EQ(known, expected);
         EXPECT_EQ(plain.type, type.type.value());
         EXPECT_EQ(plain.elementType, type.elementType.value());
         EXPECT_EQ(plain.keyType, type.keyType.value());
@@ -382,7 +383,7 @@ TEST(ClassTypeHostile, ManyBracketsAreReadInTheirNumber) {
     EXPECT_TRUE(known);
     EXPECT_EQ(deep, pairs.dimensions.size());
     ClassType const opens = parsed("int32" + nested("[", "", "]", deep), known);
-    EXPECT_EQ(1u, opens.dimensions.size());
+    EXPECT_EQ(opens.dimensions.size(), 1u);
     ClassType const spread =
         parsed(nested("list{", "int32", "}", deep) + nested("[1]x", "", "", deep) + "[2]", known);
     EXPECT_EQ(deep + 1, spread.dimensions.size());

@@ -75,7 +75,7 @@ std::ostream & operator<<(std::ostream & out, Row const & row) {
     return out << '"' << row.text << '"';
 }
 
-class ParsedText : public testing::TestWithParam<Row> {};
+class ClassTypeParsedText : public testing::TestWithParam<Row> {};
 
 constexpr char const * simpleKinds[] = {"bool",   "int8",   "int16",   "int32",    "int64",  "uint8",
                                         "uint16", "uint32", "uint64",  "float",    "double", "char",
@@ -94,13 +94,13 @@ Unit configuration() {
 
 } // namespace
 
-TEST_P(ParsedText, IsTheType) {
+TEST_P(ClassTypeParsedText, IsTheType) {
     LogCapture const log("clear(ASSERT)");
     EXPECT_EQ(GetParam().result, parsed(GetParam().text));
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    KindsThatAreNotSimple, ParsedText,
+    KindsThatAreNotSimple, ClassTypeParsedText,
     testing::Values(
         Row{"enum", "no: object ''"}, Row{"optional", "no: object ''"}, Row{"union", "no: object ''"},
         Row{"object", "no: object ''"}, Row{"ref", "no: object ''"}, Row{"array", "no: object ''"},
@@ -114,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"map{Foo}", "map 'Foo'"}, Row{"null{Foo}", "null 'Foo'"}, Row{"unknown{Foo}", "unknown 'Foo'"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    WorkedTexts, ParsedText,
+    WorkedTexts, ClassTypeParsedText,
     testing::Values(Row{"", "string 'string' optional"}, Row{"int32", "int32 'int32'"},
                     Row{"Integer", "int32 'int32' optional"}, Row{"string?", "string 'string' optional"},
                     Row{"list{string}", "list 'string' element string"},
@@ -123,7 +123,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"enum{Color}", "enum 'Color'"}, Row{"enum{ref{Color}}", "enum 'Color' isRef"},
                     Row{"Foo", "no: object 'Foo'"}, Row{"int32[4]", "int32 'int32' [4]"}));
 
-INSTANTIATE_TEST_SUITE_P(Prefixes, ParsedText,
+INSTANTIATE_TEST_SUITE_P(Prefixes, ClassTypeParsedText,
                          testing::Values(Row{"stringList", "string 'string'"},
                                          Row{"stringx", "string 'string'"}, Row{"int323", "int32 'int32'"},
                                          Row{"int128", "int32 'int32'"}, Row{"int8x", "int8 'int8'"},
@@ -137,7 +137,7 @@ INSTANTIATE_TEST_SUITE_P(Prefixes, ParsedText,
                                          Row{"booleans{x}?", "bool 'bool' optional"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    CutPrefixes, ParsedText,
+    CutPrefixes, ClassTypeParsedText,
     testing::Values(Row{"listing", "no: object 'ing'"}, Row{"nullable", "no: object 'able'"},
                     Row{"listint64", "int32 'int32'"}, Row{"mapbool", "no: object 'bool'"},
                     Row{"arraylist{Foo}", "list 'Foo' element object"}, Row{"arraybool", "bool 'bool'"},
@@ -152,7 +152,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"listing?[2]", "no: object 'ing' optional [2]"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    Braces, ParsedText,
+    Braces, ClassTypeParsedText,
     testing::Values(Row{"list{}", "no: object '{}'"}, Row{"map{}", "no: object '{}'"},
                     Row{"optional{}", "no: object '{}'"}, Row{"list{ }", "list ' ' element object"},
                     Row{"list{}}", "list '}' element object"}, Row{"list{{}", "list '{' element object"},
@@ -163,7 +163,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"union{string}", "union 'string'"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    Suffixes, ParsedText,
+    Suffixes, ClassTypeParsedText,
     testing::Values(Row{"int32?", "int32 'int32' optional"}, Row{"int32??", "int32 'int32' optional"},
                     Row{"Foo?", "no: object 'Foo' optional"}, Row{"Foo??", "no: object 'Foo?' optional"},
                     Row{"?", "no: object '' optional"}, Row{"[4]", "no: object '' [4]"},
@@ -181,7 +181,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"list{int32[3]}", "list 'int32' element int32"},
                     Row{"Foo[?]", "no: object 'Foo' [?]"}));
 
-INSTANTIATE_TEST_SUITE_P(Optionals, ParsedText,
+INSTANTIATE_TEST_SUITE_P(Optionals, ClassTypeParsedText,
                          testing::Values(Row{"optional{int32}", "int32 'int32' optional"},
                                          Row{"optional{optional{int32}}", "int32 'int32' optional"},
                                          Row{"optional{list{string}}", "list 'string' optional"},
@@ -194,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(Optionals, ParsedText,
                                          Row{"optional{optional{Foo}}", "optional 'Foo' optional"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    Enums, ParsedText,
+    Enums, ClassTypeParsedText,
     testing::Values(Row{"enum{int32}", "enum 'int32'"}, Row{"enum{object{Foo}}", "enum 'object{Foo}'"},
                     Row{"enum{enum{Foo}}", "enum 'enum{Foo}'"}, Row{"enum{listing}", "enum 'listing'"},
                     Row{"enum{optional{ref{Foo}}}", "enum 'Foo' isRef"},
@@ -202,7 +202,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Row{"enum{ref{Color}}?[3]", "enum 'Color' optional isRef [3]"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    Lists, ParsedText,
+    Lists, ClassTypeParsedText,
     testing::Values(
         Row{"list{int32?}", "list 'int32' element int32"}, Row{"list{Integer}", "list 'int32' element int32"},
         Row{"list{Foo?}", "list 'Foo?' element object"},
@@ -214,7 +214,7 @@ INSTANTIATE_TEST_SUITE_P(
         Row{"list{?}", "list '?' element object"}, Row{"list{ref{Foo}}?", "ref_list 'Foo' optional"}));
 
 INSTANTIATE_TEST_SUITE_P(
-    Maps, ParsedText,
+    Maps, ClassTypeParsedText,
     testing::Values(Row{"map{string}", "map 'string'"},
                     Row{"map{ string , int64 }", "map 'int64' key 'string' keyType string element int64"},
                     Row{"map{Foo,Bar}", "map 'Bar' key 'Foo' keyType object element object"},
@@ -273,24 +273,24 @@ TEST(ClassType, EveryAliasWithAnythingBehindItIsItsKind) {
 }
 
 TEST(ClassType, TheConstructorMakesARefOfAnObject) {
-    EXPECT_EQ("ref 'Foo' isRef", made("Foo"));
-    EXPECT_EQ("ref 'Foo' isRef", made("object{Foo}"));
-    EXPECT_EQ("ref 'ing' isRef", made("listing"));
-    EXPECT_EQ("ref '{}' isRef", made("list{}"));
-    EXPECT_EQ("ref 'Foo' optional isRef [2]", made("Foo?[2]"));
-    EXPECT_EQ("ref 'Foo'", made("ref{Foo}"));
-    EXPECT_EQ("optional 'Foo' optional", made("optional{Foo}"));
-    EXPECT_EQ("list 'Foo' element object", made("list{Foo}"));
-    EXPECT_EQ("int32 'int32'", made("interface"));
-    EXPECT_EQ("string 'string' optional", made(""));
+    EXPECT_EQ(made("Foo"), "ref 'Foo' isRef");
+    EXPECT_EQ(made("object{Foo}"), "ref 'Foo' isRef");
+    EXPECT_EQ(made("listing"), "ref 'ing' isRef");
+    EXPECT_EQ(made("list{}"), "ref '{}' isRef");
+    EXPECT_EQ(made("Foo?[2]"), "ref 'Foo' optional isRef [2]");
+    EXPECT_EQ(made("ref{Foo}"), "ref 'Foo'");
+    EXPECT_EQ(made("optional{Foo}"), "optional 'Foo' optional");
+    EXPECT_EQ(made("list{Foo}"), "list 'Foo' element object");
+    EXPECT_EQ(made("interface"), "int32 'int32'");
+    EXPECT_EQ(made(""), "string 'string' optional");
 }
 
 TEST(ClassType, TheOtherConstructorsParseNothing) {
-    EXPECT_EQ("unknown ''", shown(ClassType()));
-    EXPECT_EQ("string 'list{Foo}'", shown(ClassType("list{Foo}", false)));
-    EXPECT_EQ("string 'list{Foo}' optional", shown(ClassType("list{Foo}", true)));
-    EXPECT_EQ("map 'v' key 'k' element int8 optional",
-              shown(ClassType("v", "k", true, field_type::map_, field_type::int8_)));
+    EXPECT_EQ(shown(ClassType()), "unknown ''");
+    EXPECT_EQ(shown(ClassType("list{Foo}", false)), "string 'list{Foo}'");
+    EXPECT_EQ(shown(ClassType("list{Foo}", true)), "string 'list{Foo}' optional");
+    EXPECT_EQ(shown(ClassType("v", "k", true, field_type::map_, field_type::int8_)),
+              "map 'v' key 'k' element int8 optional");
 }
 
 TEST(ClassType, IsACodecInterfaceThatIsNeverEmpty) {
@@ -302,76 +302,76 @@ TEST(ClassType, IsACodecInterfaceThatIsNeverEmpty) {
 TEST(ClassType, AnOptionalTypeStaysOptional) {
     ClassType type("int32", true);
     EXPECT_TRUE(type.parse(Unit()));
-    EXPECT_EQ("int32 'int32' optional", shown(type));
+    EXPECT_EQ(shown(type), "int32 'int32' optional");
 }
 
 TEST(ClassType, NamesComeFromTheConfiguration) {
     Unit const cfg = configuration();
-    EXPECT_EQ("int32 'int'", parsed("int32", cfg));
-    EXPECT_EQ("int32 'int'", parsed("int", cfg));
-    EXPECT_EQ("int32 'Integer' optional", parsed("int32?", cfg));
-    EXPECT_EQ("int32 'Integer' optional", parsed("Integer", cfg));
-    EXPECT_EQ("int32 'Integer' optional", parsed("optional{int32}", cfg));
-    EXPECT_EQ("string 'String' optional", parsed("", cfg));
-    EXPECT_EQ("double 'double'", parsed("double", cfg));
-    EXPECT_EQ("list 'int' element int32", parsed("list{int32}", cfg));
-    EXPECT_EQ("list 'Integer' element int32", parsed("list{int32?}", cfg));
-    EXPECT_EQ("map 'Integer' key 'int' keyType int32 element int32", parsed("map{int32,int32?}", cfg));
-    EXPECT_EQ("map 'Boolean' key 'Integer' keyType int32 element bool", parsed("map{Integer,bool?}", cfg));
-    EXPECT_EQ("enum 'int32'", parsed("enum{int32}", cfg));
+    EXPECT_EQ(parsed("int32", cfg), "int32 'int'");
+    EXPECT_EQ(parsed("int", cfg), "int32 'int'");
+    EXPECT_EQ(parsed("int32?", cfg), "int32 'Integer' optional");
+    EXPECT_EQ(parsed("Integer", cfg), "int32 'Integer' optional");
+    EXPECT_EQ(parsed("optional{int32}", cfg), "int32 'Integer' optional");
+    EXPECT_EQ(parsed("", cfg), "string 'String' optional");
+    EXPECT_EQ(parsed("double", cfg), "double 'double'");
+    EXPECT_EQ(parsed("list{int32}", cfg), "list 'int' element int32");
+    EXPECT_EQ(parsed("list{int32?}", cfg), "list 'Integer' element int32");
+    EXPECT_EQ(parsed("map{int32,int32?}", cfg), "map 'Integer' key 'int' keyType int32 element int32");
+    EXPECT_EQ(parsed("map{Integer,bool?}", cfg), "map 'Boolean' key 'Integer' keyType int32 element bool");
+    EXPECT_EQ(parsed("enum{int32}", cfg), "enum 'int32'");
 }
 
 TEST(ClassType, AnEmptyTextIsTheOptionalFormOfString) {
     Unit cfg = configuration();
     cfg.child("types").child("string?").value("Text");
-    EXPECT_EQ("string 'Text' optional", parsed("", cfg));
-    EXPECT_EQ("string 'String'", parsed("string", cfg));
-    EXPECT_EQ("map 'Text' key 'Text' keyType string element string", parsed("map{,}", cfg));
+    EXPECT_EQ(parsed("", cfg), "string 'Text' optional");
+    EXPECT_EQ(parsed("string", cfg), "string 'String'");
+    EXPECT_EQ(parsed("map{,}", cfg), "map 'Text' key 'Text' keyType string element string");
 }
 
 TEST(ClassType, ObjectIsReferenceGivesMapsTheOptionalForms) {
     Unit cfg = configuration();
     for (char const * yes : {"true", "1"}) {
         cfg.child("objectIsReference").value(yes);
-        EXPECT_EQ("map 'Integer' key 'Integer' keyType int32 element int32", parsed("map{int32,int32}", cfg));
-        EXPECT_EQ("map 'Foo' key 'String' keyType string element object", parsed("map{string,Foo}", cfg));
-        EXPECT_EQ("list 'int' element int32", parsed("list{int32}", cfg));
-        EXPECT_EQ("int32 'int'", parsed("int32", cfg));
+        EXPECT_EQ(parsed("map{int32,int32}", cfg), "map 'Integer' key 'Integer' keyType int32 element int32");
+        EXPECT_EQ(parsed("map{string,Foo}", cfg), "map 'Foo' key 'String' keyType string element object");
+        EXPECT_EQ(parsed("list{int32}", cfg), "list 'int' element int32");
+        EXPECT_EQ(parsed("int32", cfg), "int32 'int'");
     }
     for (char const * no : {"false", "0", "TRUE", ""}) {
         cfg.child("objectIsReference").value(no);
-        EXPECT_EQ("map 'int' key 'int' keyType int32 element int32", parsed("map{int32,int32}", cfg));
+        EXPECT_EQ(parsed("map{int32,int32}", cfg), "map 'int' key 'int' keyType int32 element int32");
     }
 }
 
 TEST(ClassType, CheckChangesNothingIfThePrefixIsNotThere) {
     ClassType type("Foo", false);
     EXPECT_FALSE(type.check("list", field_type::list_, Unit()));
-    EXPECT_EQ("string 'Foo'", shown(type));
+    EXPECT_EQ(shown(type), "string 'Foo'");
 }
 
 TEST(ClassType, CheckCutsThePrefixAndSetsTheKindAlsoIfItFails) {
     ClassType type("listing", false);
     EXPECT_FALSE(type.check("list", field_type::list_, Unit()));
-    EXPECT_EQ("list 'ing'", shown(type));
+    EXPECT_EQ(shown(type), "list 'ing'");
     ClassType braces("list{}", false);
     EXPECT_FALSE(braces.check("list", field_type::list_, Unit()));
-    EXPECT_EQ("list '{}'", shown(braces));
+    EXPECT_EQ(shown(braces), "list '{}'");
 }
 
 TEST(ClassType, CheckTakesTheKindThatItIsGiven) {
     ClassType simple("anything", true);
     EXPECT_TRUE(simple.check("any", field_type::int32_, configuration()));
-    EXPECT_EQ("int32 'Integer' optional", shown(simple));
+    EXPECT_EQ(shown(simple), "int32 'Integer' optional");
     ClassType list("vec{list{ref{Foo}}}", false);
     EXPECT_TRUE(list.check("vec", field_type::list_, Unit()));
-    EXPECT_EQ("list 'Foo'", shown(list));
+    EXPECT_EQ(shown(list), "list 'Foo'");
     ClassType map("m{string,Foo}", false);
     EXPECT_TRUE(map.check("m", field_type::map_, Unit()));
-    EXPECT_EQ("map 'Foo' key 'string' keyType string element object", shown(map));
+    EXPECT_EQ(shown(map), "map 'Foo' key 'string' keyType string element object");
     ClassType none("{Foo}", false);
     EXPECT_TRUE(none.check("", field_type::union_, Unit()));
-    EXPECT_EQ("union 'Foo'", shown(none));
+    EXPECT_EQ(shown(none), "union 'Foo'");
     // A check reads neither dimensions nor the mark of an optional type.
     ClassType suffix("list{Foo}?", false);
     EXPECT_FALSE(suffix.check("list", field_type::list_, Unit()));
@@ -398,21 +398,21 @@ TEST(ClassType, CheckKeepsWhatTheInnerTextDoesNotTell) {
     type.dimensions.emplace_back("4");
     type.name = "union{Foo}";
     EXPECT_TRUE(type.check("union", field_type::union_, Unit()));
-    EXPECT_EQ("union 'Foo' key 'key' keyType int16 element int8 optional isRef [4]", shown(type));
+    EXPECT_EQ(shown(type), "union 'Foo' key 'key' keyType int16 element int8 optional isRef [4]");
     type.name = "optional{Foo}";
     EXPECT_TRUE(type.check("optional", field_type::optional_, Unit()));
-    EXPECT_EQ("optional 'Foo' key 'key' keyType int16 element int8 optional isRef [4]", shown(type));
+    EXPECT_EQ(shown(type), "optional 'Foo' key 'key' keyType int16 element int8 optional isRef [4]");
 }
 
 TEST(ClassType, AMapWithoutACommaIsLogged) {
     LogCapture const log("clear(ERROR)");
-    EXPECT_EQ("map 'string'", parsed("map{string}"));
+    EXPECT_EQ(parsed("map{string}"), "map 'string'");
     ASSERT_TRUE(log.waitFor(") no ',' found for map type: string\n"));
-    EXPECT_EQ(tavLogger::ERROR, log.find("no ',' found for map type: ").level);
+    EXPECT_EQ(log.find("no ',' found for map type: ").level, tavLogger::ERROR);
     EXPECT_NE(std::string::npos, log.find("no ',' found for map type: ").text.find("[TAV]"));
-    EXPECT_EQ("list 'x'", parsed("list{map{x}}"));
+    EXPECT_EQ(parsed("list{map{x}}"), "list 'x'");
     ASSERT_TRUE(log.waitFor("no ',' found for map type: x\n"));
-    EXPECT_EQ(2u, log.count("no ',' found"));
+    EXPECT_EQ(log.count("no ',' found"), 2u);
 }
 
 TEST(ClassType, WhatIsNotDefinedIsLoggedEachTime) {
@@ -424,7 +424,7 @@ TEST(ClassType, WhatIsNotDefinedIsLoggedEachTime) {
     parsed("int32", cfg);
     parsed("Foo", cfg);
     tavLogger::flush();
-    EXPECT_EQ(2u, log.count("not defined"));
+    EXPECT_EQ(log.count("not defined"), 2u);
 }
 
 TEST(ClassType, IoWritesTheTypeAsATextThatReadsBack) {
@@ -437,7 +437,7 @@ TEST(ClassType, IoWritesTheTypeAsATextThatReadsBack) {
         std::string again = written(type);
         if (!type.dimensions.empty() && type.optional) {
             // The dimensions are written behind the mark.
-            EXPECT_EQ('?', again[again.find('[') - 1]);
+            EXPECT_EQ(again[again.find('[') - 1], '?');
         }
         EXPECT_EQ(text, again);
         EXPECT_EQ(shown(type), parsed(again.c_str()));
@@ -445,77 +445,77 @@ TEST(ClassType, IoWritesTheTypeAsATextThatReadsBack) {
 }
 
 TEST(ClassType, IoWritesEveryPart) {
-    EXPECT_EQ("string?", written(ClassType("", Unit())));
-    EXPECT_EQ("ref{Foo}", written(ClassType("Foo", Unit())));
-    EXPECT_EQ("ref_list{Foo}", written(ClassType("list{ref{Foo}}", Unit())));
-    EXPECT_EQ("unknown{}", written(ClassType()));
-    EXPECT_EQ("int32[3][2]", written(ClassType("int32[2][3]", Unit())));
-    EXPECT_EQ("list{string}", written(ClassType("list{list{string}}", Unit())));
+    EXPECT_EQ(written(ClassType("", Unit())), "string?");
+    EXPECT_EQ(written(ClassType("Foo", Unit())), "ref{Foo}");
+    EXPECT_EQ(written(ClassType("list{ref{Foo}}", Unit())), "ref_list{Foo}");
+    EXPECT_EQ(written(ClassType()), "unknown{}");
+    EXPECT_EQ(written(ClassType("int32[2][3]", Unit())), "int32[3][2]");
+    EXPECT_EQ(written(ClassType("list{list{string}}", Unit())), "list{string}");
     ClassType type("v", "k", true, field_type::map_, field_type::object_);
     type.isRef = true;
-    EXPECT_EQ("map{k,ref{v}}?", written(type));
+    EXPECT_EQ(written(type), "map{k,ref{v}}?");
     type.type = field_type::ref_list_;
-    EXPECT_EQ("ref_list{k,v}?", written(type));
+    EXPECT_EQ(written(type), "ref_list{k,v}?");
     type.type = field_type::int8_;
-    EXPECT_EQ("int8?", written(type));
+    EXPECT_EQ(written(type), "int8?");
     type.type = static_cast<field_type::values>(99);
-    EXPECT_EQ("99{k,ref{v}}?", written(type));
+    EXPECT_EQ(written(type), "99{k,ref{v}}?");
 }
 
 TEST(ClassType, IoOfAnInputStreamChangesNothing) {
     ClassType type("list{Foo}", Unit());
     tavPmlInStream s("a(int32)");
     type.io(s);
-    EXPECT_EQ("list 'Foo' element object", shown(type));
+    EXPECT_EQ(shown(type), "list 'Foo' element object");
 }
 
 TEST(ClassType, AliasesMayBeAdded) {
     field_type::addAlias("vec", field_type::list_, false);
     field_type::Initializer::addAlias("Money", field_type::double_, true);
     field_type::addAlias("Crate", field_type::list_, true);
-    EXPECT_EQ("list 'Foo' element object", parsed("vec{Foo}"));
-    EXPECT_EQ("no: object 'tor'", parsed("vector"));
-    EXPECT_EQ("double 'double' optional", parsed("MoneyBag"));
-    EXPECT_EQ("list 'list' optional", parsed("Crate{Foo}"));
+    EXPECT_EQ(parsed("vec{Foo}"), "list 'Foo' element object");
+    EXPECT_EQ(parsed("vector"), "no: object 'tor'");
+    EXPECT_EQ(parsed("MoneyBag"), "double 'double' optional");
+    EXPECT_EQ(parsed("Crate{Foo}"), "list 'list' optional");
     field_type::addAlias("Money", field_type::float_, false);
-    EXPECT_EQ("float 'float'", parsed("MoneyBag"));
+    EXPECT_EQ(parsed("MoneyBag"), "float 'float'");
     {
         std::lock_guard<tavMutex const> guard(field_type::mtx());
         for (char const * name : {"vec", "Money", "Crate"}) {
-            EXPECT_EQ(1u, field_type::aliases().erase(name));
+            EXPECT_EQ(field_type::aliases().erase(name), 1u);
         }
     }
-    EXPECT_EQ("no: object 'MoneyBag'", parsed("MoneyBag"));
+    EXPECT_EQ(parsed("MoneyBag"), "no: object 'MoneyBag'");
 }
 
 TEST(ClassType, AnAliasThatWasReplacedStaysSo) {
     field_type::addAlias("int", field_type::int64_, true);
     field_type::Initializer const again;
-    EXPECT_EQ("int64 'int64' optional", parsed("int"));
-    EXPECT_EQ("int32 'int32' optional", parsed("Integer"));
+    EXPECT_EQ(parsed("int"), "int64 'int64' optional");
+    EXPECT_EQ(parsed("Integer"), "int32 'int32' optional");
     field_type::addAlias("int", field_type::int32_, false);
-    EXPECT_EQ("int32 'int32'", parsed("int"));
+    EXPECT_EQ(parsed("int"), "int32 'int32'");
 }
 
 TEST(ClassType, AliasesAreTriedInAscendingOrderOfTheirNames) {
     field_type::addAlias("Zoo", field_type::double_, false);
     field_type::addAlias("Zo", field_type::float_, false);
-    EXPECT_EQ("float 'float'", parsed("Zoom"));
+    EXPECT_EQ(parsed("Zoom"), "float 'float'");
     // A cut prefix leaves the remainder to the aliases that follow, and to these only.
     field_type::addAlias("Keep", field_type::list_, false);
-    EXPECT_EQ("int8 'int8'", parsed("Keepbyte"));
-    EXPECT_EQ("int64 'int64' optional", parsed("KeepLong"));
-    EXPECT_EQ("no: object 'Byte'", parsed("KeepByte"));
-    EXPECT_EQ("no: object 'string'", parsed("Keepstring"));
+    EXPECT_EQ(parsed("Keepbyte"), "int8 'int8'");
+    EXPECT_EQ(parsed("KeepLong"), "int64 'int64' optional");
+    EXPECT_EQ(parsed("KeepByte"), "no: object 'Byte'");
+    EXPECT_EQ(parsed("Keepstring"), "no: object 'string'");
     std::lock_guard<tavMutex const> guard(field_type::mtx());
     for (char const * name : {"Zoo", "Zo", "Keep"}) {
-        EXPECT_EQ(1u, field_type::aliases().erase(name));
+        EXPECT_EQ(field_type::aliases().erase(name), 1u);
     }
 }
 
 TEST(ClassType, KindsMayBeAdded) {
     parsed("zebra{X}"); // the kinds as they are were looked at
     tavEnum<field_type::values>::add(static_cast<field_type::values>(50), "zebra");
-    EXPECT_EQ("zebra 'X'", parsed("zebra{X}"));
-    EXPECT_EQ("no: object 's'", parsed("zebras"));
+    EXPECT_EQ(parsed("zebra{X}"), "zebra 'X'");
+    EXPECT_EQ(parsed("zebras"), "no: object 's'");
 }

@@ -68,25 +68,25 @@ TEST(FieldTypes, EveryKindHasItsNumberAndName) {
     field_type::Initializer const initializer;
     std::map<tavString, int> const numbers = Kind::numbers();
     std::set<int> const values = Kind::values();
-    EXPECT_EQ(31u, numbers.size());
-    EXPECT_EQ(31u, values.size());
+    EXPECT_EQ(numbers.size(), 31u);
+    EXPECT_EQ(values.size(), 31u);
     for (KindRow const & kind : kinds) {
-        ASSERT_EQ(1u, numbers.count(kind.name)) << kind.name;
+        ASSERT_EQ(numbers.count(kind.name), 1u) << kind.name;
         EXPECT_EQ(kind.value, numbers.at(kind.name));
-        EXPECT_EQ(1u, values.count(kind.value));
+        EXPECT_EQ(values.count(kind.value), 1u);
         EXPECT_EQ(kind.name, printed(Kind(valueOf(kind.value))));
     }
 }
 
 TEST(FieldTypes, EnumeratorsAreTheNamesWithAnUnderscore) {
-    EXPECT_EQ(0, field_type::bool_);
-    EXPECT_EQ(8, field_type::uint64_);
-    EXPECT_EQ(17, field_type::time_);
-    EXPECT_EQ(18, field_type::enum_);
-    EXPECT_EQ(25, field_type::array3d_);
-    EXPECT_EQ(28, field_type::map_);
-    EXPECT_EQ(126, field_type::null_);
-    EXPECT_EQ(127, field_type::unknown_);
+    EXPECT_EQ(field_type::bool_, 0);
+    EXPECT_EQ(field_type::uint64_, 8);
+    EXPECT_EQ(field_type::time_, 17);
+    EXPECT_EQ(field_type::enum_, 18);
+    EXPECT_EQ(field_type::array3d_, 25);
+    EXPECT_EQ(field_type::map_, 28);
+    EXPECT_EQ(field_type::null_, 126);
+    EXPECT_EQ(field_type::unknown_, 127);
 }
 
 TEST(FieldTypes, KindsUpToTimeAreSimple) {
@@ -96,13 +96,13 @@ TEST(FieldTypes, KindsUpToTimeAreSimple) {
 }
 
 TEST(FieldTypes, ADefaultKindIsUnknown) {
-    EXPECT_EQ(127, Kind().value());
+    EXPECT_EQ(Kind().value(), 127);
     EXPECT_EQ(field_type::unknown_, Kind());
 }
 
 TEST(FieldTypes, AKindWithoutANamePrintsItsNumber) {
     field_type::Initializer const initializer;
-    EXPECT_EQ("99", printed(Kind(valueOf(99))));
+    EXPECT_EQ(printed(Kind(valueOf(99))), "99");
     EXPECT_THROW(Kind(99), tavInvalidEnumValue);
 }
 
@@ -111,11 +111,11 @@ TEST(FieldTypes, EveryAliasHasItsKind) {
     field_type::Initializer const second;
     std::lock_guard<tavMutex const> guard(field_type::mtx());
     std::map<tavString, field_type::AliasValue> const & aliases = field_type::aliases();
-    EXPECT_EQ(26u, aliases.size());
+    EXPECT_EQ(aliases.size(), 26u);
     EXPECT_EQ(&aliases, &field_type::Initializer::aliases());
     EXPECT_EQ(&field_type::mtx(), &field_type::Initializer::mtx());
     for (AliasRow const & row : aliasRows) {
-        ASSERT_EQ(1u, aliases.count(row.name)) << row.name;
+        ASSERT_EQ(aliases.count(row.name), 1u) << row.name;
         EXPECT_EQ(row.kind, printed(Kind(aliases.at(row.name).value))) << row.name;
         EXPECT_EQ(row.optional, aliases.at(row.name).optional) << row.name;
     }
@@ -127,9 +127,9 @@ TEST(FieldTypes, TheNameOfAKindIsItsOwnWithoutAConfiguration) {
         EXPECT_EQ(kind.name, field_type::getTypeName(valueOf(kind.value), Unit(), false, nullptr));
         EXPECT_EQ(kind.name, field_type::getTypeName(valueOf(kind.value), Unit(), true, nullptr));
     }
-    EXPECT_EQ("99", field_type::getTypeName(valueOf(99), Unit(), false, nullptr));
+    EXPECT_EQ(field_type::getTypeName(valueOf(99), Unit(), false, nullptr), "99");
     tavLogger::flush();
-    EXPECT_EQ(0u, log.count("not defined"));
+    EXPECT_EQ(log.count("not defined"), 0u);
 }
 
 TEST(FieldTypes, TheConfigurationNamesKindsAndTheirOptionalForms) {
@@ -137,17 +137,17 @@ TEST(FieldTypes, TheConfigurationNamesKindsAndTheirOptionalForms) {
     cfg.child("types").child("int32").value("int");
     cfg.child("types").child("int32?").value("Integer");
     cfg.child("types").child("string").value("String");
-    EXPECT_EQ("int", field_type::getTypeName(field_type::int32_, cfg, false, nullptr));
-    EXPECT_EQ("Integer", field_type::getTypeName(field_type::int32_, cfg, true, nullptr));
-    EXPECT_EQ("String", field_type::getTypeName(field_type::string_, cfg, false, nullptr));
-    EXPECT_EQ("String", field_type::getTypeName(field_type::string_, cfg, true, nullptr));
-    EXPECT_EQ("double", field_type::getTypeName(field_type::double_, cfg, true, nullptr));
+    EXPECT_EQ(field_type::getTypeName(field_type::int32_, cfg, false, nullptr), "int");
+    EXPECT_EQ(field_type::getTypeName(field_type::int32_, cfg, true, nullptr), "Integer");
+    EXPECT_EQ(field_type::getTypeName(field_type::string_, cfg, false, nullptr), "String");
+    EXPECT_EQ(field_type::getTypeName(field_type::string_, cfg, true, nullptr), "String");
+    EXPECT_EQ(field_type::getTypeName(field_type::double_, cfg, true, nullptr), "double");
 }
 
 TEST(FieldTypes, AnEmptyNameInTheConfigurationIsAName) {
     Unit cfg;
     cfg.child("types").child("int32");
-    EXPECT_EQ("", field_type::getTypeName(field_type::int32_, cfg, false, nullptr));
+    EXPECT_EQ(field_type::getTypeName(field_type::int32_, cfg, false, nullptr), "");
 }
 
 TEST(FieldTypes, MissingIsClearedByAnOptionalFormAndLeftElse) {
@@ -170,20 +170,20 @@ TEST(FieldTypes, ANameThatIsNotDefinedIsLogged) {
     Unit cfg("cfg", "value");
     {
         LogCapture const log("clear(VERBOSE)");
-        EXPECT_EQ("double", field_type::getTypeName(field_type::double_, cfg, true, nullptr));
+        EXPECT_EQ(field_type::getTypeName(field_type::double_, cfg, true, nullptr), "double");
         ASSERT_TRUE(log.waitFor("type {double} not defined in template cfg"));
         LogCapture::Record const record = log.find("type {double} not defined in template cfg");
-        EXPECT_EQ(tavLogger::VERBOSE, record.level);
+        EXPECT_EQ(record.level, tavLogger::VERBOSE);
         EXPECT_NE(std::string::npos, record.text.find("[TAV]field_type::getTypeName(")) << record.text;
-        EXPECT_EQ(") type {double} not defined in template cfg\n",
-                  record.text.substr(record.text.rfind(") ")));
-        EXPECT_EQ(1u, log.count("not defined"));
+        EXPECT_EQ(record.text.substr(record.text.rfind(") ")),
+                  ") type {double} not defined in template cfg\n");
+        EXPECT_EQ(log.count("not defined"), 1u);
     }
     {
         LogCapture const log("clear(DEBUG)");
         field_type::getTypeName(field_type::double_, cfg, true, nullptr);
         tavLogger::flush();
-        EXPECT_EQ(0u, log.count("not defined"));
+        EXPECT_EQ(log.count("not defined"), 0u);
     }
 }
 
@@ -192,24 +192,24 @@ TEST(FieldTypes, ANameThatIsNotDefinedIsLoggedUnderTheDefaultTagOnly) {
     cfg.child("types").child("int32?").value("Integer");
     {
         LogCapture const log("clear(ASSERT)TAV(VERBOSE)");
-        EXPECT_EQ("Integer", field_type::getTypeName(field_type::int32_, cfg, true, nullptr));
-        EXPECT_EQ("int32", field_type::getTypeName(field_type::int32_, cfg, false, nullptr));
+        EXPECT_EQ(field_type::getTypeName(field_type::int32_, cfg, true, nullptr), "Integer");
+        EXPECT_EQ(field_type::getTypeName(field_type::int32_, cfg, false, nullptr), "int32");
         ASSERT_TRUE(log.waitFor("type {int32} not defined in template cfg"));
-        EXPECT_EQ(1u, log.count("not defined"));
+        EXPECT_EQ(log.count("not defined"), 1u);
     }
     {
         LogCapture const log("clear(VERBOSE)TAV(DEBUG)");
         field_type::getTypeName(field_type::int32_, cfg, false, nullptr);
         tavLogger::flush();
-        EXPECT_EQ(0u, log.count("not defined"));
+        EXPECT_EQ(log.count("not defined"), 0u);
     }
 }
 
 TEST(FieldTypes, AConfigurationWithANameOnlyIsEmptyAndLogsNothing) {
     LogCapture const log("clear(VERBOSE)");
-    EXPECT_EQ("int32", field_type::getTypeName(field_type::int32_, Unit("cfg", "type", ""), true, nullptr));
+    EXPECT_EQ(field_type::getTypeName(field_type::int32_, Unit("cfg", "type", ""), true, nullptr), "int32");
     tavLogger::flush();
-    EXPECT_EQ(0u, log.count("not defined"));
+    EXPECT_EQ(log.count("not defined"), 0u);
 }
 
 TEST(FieldTypes, MayBeUsedByManyThreadsFromTheStart) {

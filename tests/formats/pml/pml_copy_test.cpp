@@ -22,31 +22,31 @@ void fill(Unit & unit) {
     for (int i = 0; i < 50; ++i) {
         unit.child("longer", tav_istr("c" + std::to_string(i)), 9).value(tav_istr(std::to_string(i)));
     }
-    EXPECT_EQ("7", unit.child("c7").value());
+    EXPECT_EQ(unit.child("c7").value(), "7");
     unit.child("c7").name("renamed");
     unit.createNext();
 }
 
 void expectFilled(Unit const & unit, Unit const * first, Unit const * next) {
-    EXPECT_EQ("a", unit.name());
-    EXPECT_EQ("t", unit.type());
-    EXPECT_EQ("v", unit.value());
-    EXPECT_EQ(4, unit.id());
-    ASSERT_EQ(50u, unit.size());
+    EXPECT_EQ(unit.name(), "a");
+    EXPECT_EQ(unit.type(), "t");
+    EXPECT_EQ(unit.value(), "v");
+    EXPECT_EQ(unit.id(), 4);
+    ASSERT_EQ(unit.size(), 50u);
     EXPECT_EQ(first, &unit.at(0));
-    EXPECT_EQ("longer", unit.at(0).comment());
-    EXPECT_EQ("7", unit.child("c7").value());
+    EXPECT_EQ(unit.at(0).comment(), "longer");
+    EXPECT_EQ(unit.child("c7").value(), "7");
     EXPECT_FALSE(unit.hasChild("renamed"));
     EXPECT_EQ(next, unit.next().get());
 }
 
 void expectNew(Unit const & unit) {
-    EXPECT_EQ("", unit.name());
-    EXPECT_EQ("", unit.type());
-    EXPECT_EQ("", unit.value());
-    EXPECT_EQ("", unit.comment());
-    EXPECT_EQ(0, unit.id());
-    EXPECT_EQ(0u, unit.size());
+    EXPECT_EQ(unit.name(), "");
+    EXPECT_EQ(unit.type(), "");
+    EXPECT_EQ(unit.value(), "");
+    EXPECT_EQ(unit.comment(), "");
+    EXPECT_EQ(unit.id(), 0);
+    EXPECT_EQ(unit.size(), 0u);
     EXPECT_FALSE(unit.hasChild("c7"));
     EXPECT_TRUE(unit.children("c7").empty());
     EXPECT_FALSE(unit.next());
@@ -59,12 +59,12 @@ TEST(PmlCopy, SharesChildrenAndNext) {
     unit.child("c").value("1");
     unit.createNext();
     Unit const copy(unit);
-    EXPECT_EQ("a", copy.name());
-    EXPECT_EQ("t", copy.type());
-    EXPECT_EQ("v", copy.value());
-    EXPECT_EQ("comment", copy.comment());
-    EXPECT_EQ(4, copy.id());
-    EXPECT_EQ(0u, copy.getRefCount());
+    EXPECT_EQ(copy.name(), "a");
+    EXPECT_EQ(copy.type(), "t");
+    EXPECT_EQ(copy.value(), "v");
+    EXPECT_EQ(copy.comment(), "comment");
+    EXPECT_EQ(copy.id(), 4);
+    EXPECT_EQ(copy.getRefCount(), 0u);
     EXPECT_EQ(unit.find("c"), copy.find("c"));
     EXPECT_EQ(unit.next(), copy.next());
     Unit assigned;
@@ -73,8 +73,8 @@ TEST(PmlCopy, SharesChildrenAndNext) {
     EXPECT_FALSE(assigned.hasChild("gone"));
     EXPECT_EQ(unit.find("c"), assigned.find("c"));
     EXPECT_EQ(unit.next(), assigned.next());
-    EXPECT_EQ(4, assigned.id());
-    EXPECT_EQ("comment", assigned.comment());
+    EXPECT_EQ(assigned.id(), 4);
+    EXPECT_EQ(assigned.comment(), "comment");
 }
 
 TEST(PmlCopy, KeepsTheNamesOfEntryAndGrowsApart) {
@@ -87,7 +87,7 @@ TEST(PmlCopy, KeepsTheNamesOfEntryAndGrowsApart) {
         EXPECT_TRUE(unit.hasChild("a"));
         unit.child("a").name("b");
         Unit copy(unit);
-        EXPECT_EQ("1", copy.child("a").value());
+        EXPECT_EQ(copy.child("a").value(), "1");
         EXPECT_FALSE(copy.hasChild("b"));
         copy.child("new");
         EXPECT_FALSE(unit.hasChild("new"));
@@ -95,7 +95,7 @@ TEST(PmlCopy, KeepsTheNamesOfEntryAndGrowsApart) {
     }
 }
 
-TEST(PmlMove, WithoutCountingAndLeavesANewUnit) {
+TEST(PmlCopyMove, WithoutCountingAndLeavesANewUnit) {
     static_assert(std::is_nothrow_move_constructible<Unit>::value, "vectors of units move them");
     static_assert(std::is_nothrow_move_assignable<Unit>::value, "");
     Unit unit;
@@ -103,61 +103,61 @@ TEST(PmlMove, WithoutCountingAndLeavesANewUnit) {
     Unit const * const first = &unit.at(0);
     Unit const * const next = unit.next().get();
     Unit moved(std::move(unit));
-    EXPECT_EQ(1u, first->getRefCount());
+    EXPECT_EQ(first->getRefCount(), 1u);
     expectFilled(moved, first, next);
     expectNew(unit);
     Unit assigned;
     fill(assigned);
     assigned.child("gone");
     assigned = std::move(moved);
-    EXPECT_EQ(1u, first->getRefCount());
-    EXPECT_EQ(1u, next->getRefCount());
+    EXPECT_EQ(first->getRefCount(), 1u);
+    EXPECT_EQ(next->getRefCount(), 1u);
     expectFilled(assigned, first, next);
     expectNew(moved);
     EXPECT_FALSE(assigned.hasChild("gone"));
 
     unit.child("again").value("1");
-    EXPECT_EQ("1", unit.child("again").value());
+    EXPECT_EQ(unit.child("again").value(), "1");
     moved = std::move(unit);
-    EXPECT_EQ("1", moved.child("again").value());
+    EXPECT_EQ(moved.child("again").value(), "1");
 }
 
-TEST(PmlMove, TakesTheCommentAlong) {
+TEST(PmlCopyMove, TakesTheCommentAlong) {
     Unit parent;
     Unit moved(std::move(parent.child("comment", "a", 4)));
-    EXPECT_EQ("comment", moved.comment());
-    EXPECT_EQ("", parent.at(0).comment());
+    EXPECT_EQ(moved.comment(), "comment");
+    EXPECT_EQ(parent.at(0).comment(), "");
     Unit assigned;
     assigned = std::move(moved);
-    EXPECT_EQ("comment", assigned.comment());
-    EXPECT_EQ("", moved.comment());
+    EXPECT_EQ(assigned.comment(), "comment");
+    EXPECT_EQ(moved.comment(), "");
 }
 
-TEST(PmlMove, LeavesTheCountsAlone) {
+TEST(PmlCopyMove, LeavesTheCountsAlone) {
     UnitPtr const from = made("a", "1");
     UnitPtr const also = from;
     UnitPtr const to = made("b", "2");
     Unit const fresh(std::move(*from));
-    EXPECT_EQ(0u, fresh.getRefCount());
-    EXPECT_EQ(2u, from->getRefCount());
+    EXPECT_EQ(fresh.getRefCount(), 0u);
+    EXPECT_EQ(from->getRefCount(), 2u);
     *from = std::move(*to);
-    EXPECT_EQ("2", from->value());
-    EXPECT_EQ(2u, from->getRefCount());
-    EXPECT_EQ(1u, to->getRefCount());
+    EXPECT_EQ(from->value(), "2");
+    EXPECT_EQ(from->getRefCount(), 2u);
+    EXPECT_EQ(to->getRefCount(), 1u);
 }
 
-TEST(PmlMove, FromAPartOfItselfOrFromItself) {
+TEST(PmlCopyMove, FromAPartOfItselfOrFromItself) {
     Unit unit(tav_istr("root"));
     unit.child("a").child("b").value("1");
     unit.child("a").createNext()->name("n");
     unit = std::move(unit.child("a"));
-    EXPECT_EQ("a", unit.name());
-    EXPECT_EQ("1", unit.child("b").value());
+    EXPECT_EQ(unit.name(), "a");
+    EXPECT_EQ(unit.child("b").value(), "1");
     unit = std::move(*unit.next());
-    EXPECT_EQ("n", unit.name());
+    EXPECT_EQ(unit.name(), "n");
     Unit & same = unit;
     unit = std::move(same);
-    EXPECT_EQ("n", unit.name());
+    EXPECT_EQ(unit.name(), "n");
 }
 
 } // namespace

@@ -23,7 +23,7 @@ UnitPtr tree(UnitPtr const & shared) {
     }
     top->addChild(shared);
     top->next()->addChild(shared);
-    EXPECT_EQ("7", (*top->next())["y"]["z"].value());
+    EXPECT_EQ((*top->next())["y"]["z"].value(), "7");
     return top;
 }
 
@@ -38,8 +38,8 @@ TEST(PmlEnd, OfATreeAllocatesNothingAndLeavesWhatIsShared) {
         top.reset();
         EXPECT_FALSE(FailingAllocation::happened());
     }
-    EXPECT_EQ(1u, shared->getRefCount());
-    EXPECT_EQ("kept", shared->value());
+    EXPECT_EQ(shared->getRefCount(), 1u);
+    EXPECT_EQ(shared->value(), "kept");
 }
 
 TEST(PmlEnd, OfAPartThatIsHeldElsewhereComesLater) {
@@ -47,10 +47,10 @@ TEST(PmlEnd, OfAPartThatIsHeldElsewhereComesLater) {
     UnitPtr part = top->find("c");
     UnitPtr const inner = part->find("e");
     top.reset();
-    EXPECT_EQ("4", (*part)["e"]["g"].value());
+    EXPECT_EQ((*part)["e"]["g"].value(), "4");
     part.reset();
-    EXPECT_EQ("3", (*inner)["f"].value());
-    EXPECT_EQ(1u, inner->getRefCount());
+    EXPECT_EQ((*inner)["f"].value(), "3");
+    EXPECT_EQ(inner->getRefCount(), 1u);
 }
 
 TEST(PmlEnd, OfAnUncountedChildIsItsOwners) {
@@ -60,7 +60,7 @@ TEST(PmlEnd, OfAnUncountedChildIsItsOwners) {
         top.addChild(UnitPtr(&own, false));
         top.child("other").value("2");
     }
-    EXPECT_EQ("1", own.value());
+    EXPECT_EQ(own.value(), "1");
 }
 
 TEST(PmlEnd, OfDeepUnitsWithSuccessorsTakesNoStack) {
@@ -75,10 +75,10 @@ TEST(PmlEnd, OfDeepUnitsWithSuccessorsTakesNoStack) {
     }
     UnitPtr const last = top->next();
     top.reset();
-    EXPECT_EQ(1u, last->getRefCount());
+    EXPECT_EQ(last->getRefCount(), 1u);
 }
 
-TEST(PmlMove, AllocatesNothing) {
+TEST(PmlEndMove, AllocatesNothing) {
     Unit from;
     from.decode("a(b(1)c(d(2)))x(y)");
     FailingAllocation const failing(1);
@@ -86,5 +86,5 @@ TEST(PmlMove, AllocatesNothing) {
     Unit assigned;
     assigned = std::move(made);
     EXPECT_FALSE(FailingAllocation::happened());
-    EXPECT_EQ("2", assigned["c"]["d"].value());
+    EXPECT_EQ(assigned["c"]["d"].value(), "2");
 }

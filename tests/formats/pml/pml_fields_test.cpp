@@ -75,7 +75,7 @@ std::string text(T v) {
     Holder<T> holder(std::move(v));
     std::string const all = pmlOf(holder);
     std::string const head = ":Holder(";
-    EXPECT_EQ(0u, all.find(head)) << all;
+    EXPECT_EQ(all.find(head), 0u) << all;
     return all.substr(head.size(), all.size() - head.size() - 1);
 }
 
@@ -115,23 +115,23 @@ void expectRoundTrips(T const & v) {
 
 TEST(PmlFields, AnObjectIsAUnitOfItsClassWithItsFieldsAsChildren) {
     Point point(5, "a b");
-    EXPECT_EQ(":Point(x(5)label(a b))", pmlOf(point));
+    EXPECT_EQ(pmlOf(point), ":Point(x(5)label(a b))");
 }
 
 TEST(PmlFields, FieldsAreReadInAnyOrderAndUnknownOnesPassedOver) {
     Point point;
     tavPmlInStream s("anything:Other( more(x(9)) label('p:q') x(0x10) x(3) )");
     point.io(s);
-    EXPECT_EQ(16, point.x);
-    EXPECT_EQ("p:q", point.label);
+    EXPECT_EQ(point.x, 16);
+    EXPECT_EQ(point.label, "p:q");
 }
 
 TEST(PmlFields, MissingFieldsKeepTheirValues) {
     Point point(5, "old");
     tavPmlInStream s("(label(new))");
     point.io(s);
-    EXPECT_EQ(5, point.x);
-    EXPECT_EQ("new", point.label);
+    EXPECT_EQ(point.x, 5);
+    EXPECT_EQ(point.label, "new");
 }
 
 TEST(PmlFields, EverySimpleTypeRoundTrips) {
@@ -162,65 +162,67 @@ TEST(PmlFields, EverySimpleTypeRoundTrips) {
 }
 
 TEST(PmlFields, ValuesAreTextsOfOneUnit) {
-    EXPECT_EQ("v(true)", text(true));
-    EXPECT_EQ("v(65)", text('A'));
-    EXPECT_EQ("v(-5)", text(-5));
-    EXPECT_EQ("v(0.1)", text(0.1));
-    EXPECT_EQ("v(\"x:y\")", text(tavString("x:y")));
-    EXPECT_EQ("v()", text(tavString()));
-    EXPECT_EQ("v(SGVsbG8=)", text(tavBytes("Hello")));
+    EXPECT_EQ(text(true), "v(true)");
+    EXPECT_EQ(text('A'), "v(65)");
+    EXPECT_EQ(text(-5), "v(-5)");
+    EXPECT_EQ(text(0.1), "v(0.1)");
+    EXPECT_EQ(text(tavString("x:y")), "v(\"x:y\")");
+    EXPECT_EQ(text(tavString()), "v()");
+    EXPECT_EQ(text(tavBytes("Hello")), "v(SGVsbG8=)");
     tavTime const time = tavTime::from("2022-01-01~11:09:29.007");
     EXPECT_EQ("v(\"" + std::string(tav_istr(time.str())) + "\")", text(time));
 }
 
 TEST(PmlFields, NumbersWithAPresetValueAndEnums) {
     registerMoods();
-    EXPECT_EQ("v(3)", text(tavNumber<int, 3>()));
-    EXPECT_EQ(3, (parsed<tavNumber<int, 3>>("")));
-    EXPECT_EQ(3, (parsed<tavNumber<int, 3>>("v(abc)")));
-    EXPECT_EQ(9, (parsed<tavNumber<int, 3>>("v(9)")));
-    EXPECT_EQ("v(7)", text(tavEnum<Mood>(Mood::worse)));
-    EXPECT_EQ(7, parsed<tavEnum<Mood>>("v(7)").value());
-    EXPECT_EQ(7, throughNbr(tavEnum<Mood>(Mood::worse)).value());
+    EXPECT_EQ(text(tavNumber<int, 3>()), "v(3)");
+    EXPECT_EQ((parsed<tavNumber<int, 3>>("")), 3);
+    EXPECT_EQ((parsed<tavNumber<int, 3>>("v(abc)")), 3);
+    EXPECT_EQ((parsed<tavNumber<int, 3>>("v(9)")), 9);
+    EXPECT_EQ(text(tavEnum<Mood>(Mood::worse)), "v(7)");
+    EXPECT_EQ(parsed<tavEnum<Mood>>("v(7)").value(), 7);
+    EXPECT_EQ(throughNbr(tavEnum<Mood>(Mood::worse)).value(), 7);
     try {
         parsed<tavEnum<Mood>>("v(5)");
         FAIL();
     } catch (std::invalid_argument const & e) {
-        EXPECT_EQ(0u, std::string(e.what()).find("invalid enum field name v value 5")) << e.what();
+        EXPECT_EQ(std::string(e.what()).find("invalid enum field name v value 5"), 0u) << e.what();
     }
 }
 
 TEST(PmlFields, NestedObjectsHaveTheirClassAsType) {
-    EXPECT_EQ("v:Point(x(5)label(a))", text(Point(5, "a")));
+    EXPECT_EQ(text(Point(5, "a")), "v:Point(x(5)label(a))");
     expectRoundTrips(Point(5, "a"));
-    EXPECT_EQ(":Holder(v:Holder(v:Point(x(0)label())))", [] {
-        Holder<Holder<Point>> deep;
-        return pmlOf(deep);
-    }());
+    EXPECT_EQ(
+        [] {
+            Holder<Holder<Point>> deep;
+            return pmlOf(deep);
+        }(),
+        ":Holder(v:Holder(v:Point(x(0)label())))");
 }
 
 TEST(PmlFields, SharedObjectsAreMadeWhenTheFieldIsThere) {
     typedef tavSharedPtr<Point> Shared;
-    EXPECT_EQ("v:Point(x(5)label(a))", text(Shared(new Point(5, "a"))));
-    EXPECT_EQ("v()", text(Shared()));
-    EXPECT_EQ(nullptr, parsed<Shared>(""));
+    EXPECT_EQ(text(Shared(new Point(5, "a"))), "v:Point(x(5)label(a))");
+    EXPECT_EQ(text(Shared()), "v()");
+    EXPECT_EQ(parsed<Shared>(""), nullptr);
     Shared const made = parsed<Shared>("v(x(4))");
-    ASSERT_NE(nullptr, made);
-    EXPECT_EQ(4, made->x);
+    ASSERT_NE(made, nullptr);
+    EXPECT_EQ(made->x, 4);
     Shared const held(new Point(1, "held"));
     EXPECT_EQ(held, parsed("v(x(4))", held));
-    EXPECT_EQ(4, held->x);
-    EXPECT_EQ("held", held->label);
-    EXPECT_NE(nullptr, parsed<Shared>("v()")); // an empty unit is a unit
+    EXPECT_EQ(held->x, 4);
+    EXPECT_EQ(held->label, "held");
+    EXPECT_NE(parsed<Shared>("v()"), nullptr); // an empty unit is a unit
 }
 
 TEST(PmlFields, ListsHoldNamelessUnits) {
-    EXPECT_EQ("v((1)(2)(3))", text(std::vector<int>{1, 2, 3}));
-    EXPECT_EQ("v((5))", text(std::vector<int>{5}));
-    EXPECT_EQ("v()", text(std::vector<int>()));
-    EXPECT_EQ("v(:Point(x(1)label(a)):Point(x(2)label(b)))",
-              text(std::vector<Point>{Point(1, "a"), Point(2, "b")}));
-    EXPECT_EQ("v(((1)(2))((3)))", text(std::vector<std::vector<int>>{{1, 2}, {3}}));
+    EXPECT_EQ(text(std::vector<int>{1, 2, 3}), "v((1)(2)(3))");
+    EXPECT_EQ(text(std::vector<int>{5}), "v((5))");
+    EXPECT_EQ(text(std::vector<int>()), "v()");
+    EXPECT_EQ(text(std::vector<Point>{Point(1, "a"), Point(2, "b")}),
+              "v(:Point(x(1)label(a)):Point(x(2)label(b)))");
+    EXPECT_EQ(text(std::vector<std::vector<int>>{{1, 2}, {3}}), "v(((1)(2))((3)))");
 }
 
 TEST(PmlFields, ListsOfEverySimpleTypeRoundTrip) {
@@ -261,12 +263,12 @@ TEST(PmlFields, AListThatIsThereReplacesAndOneThatIsNotKeeps) {
 }
 
 TEST(PmlFields, MapsHoldUnitsNamedByTheirKeys) {
-    EXPECT_EQ("v(a(1)b(2))", text(std::map<tavString, int>{{"b", 2}, {"a", 1}}));
-    EXPECT_EQ("v(-3(x)12(y))", text(std::map<int, tavString>{{12, "y"}, {-3, "x"}}));
-    EXPECT_EQ("v()", text(std::map<int, int>()));
-    EXPECT_EQ("v(a:Point(x(1)label()))", text(std::map<std::string, Point>{{"a", Point(1, "")}}));
+    EXPECT_EQ(text(std::map<tavString, int>{{"b", 2}, {"a", 1}}), "v(a(1)b(2))");
+    EXPECT_EQ(text(std::map<int, tavString>{{12, "y"}, {-3, "x"}}), "v(-3(x)12(y))");
+    EXPECT_EQ(text(std::map<int, int>()), "v()");
+    EXPECT_EQ(text(std::map<std::string, Point>{{"a", Point(1, "")}}), "v(a:Point(x(1)label()))");
     registerMoods();
-    EXPECT_EQ("v(1(x)7(y))", text(std::map<tavEnum<Mood>, tavString>{{Mood::bad, "x"}, {Mood::worse, "y"}}));
+    EXPECT_EQ(text(std::map<tavEnum<Mood>, tavString>{{Mood::bad, "x"}, {Mood::worse, "y"}}), "v(1(x)7(y))");
 }
 
 TEST(PmlFields, MapsWithEveryKindOfKeyRoundTrip) {
@@ -282,9 +284,9 @@ TEST(PmlFields, MapsWithEveryKindOfKeyRoundTrip) {
     registerMoods();
     typedef std::map<tavEnum<Mood>, int> Moods;
     Moods const moods = throughPml(Moods{{Mood::bad, 1}, {Mood::worse, 2}});
-    ASSERT_EQ(2u, moods.size());
-    EXPECT_EQ(1, moods.at(Mood::bad));
-    EXPECT_EQ(2, moods.at(Mood::worse));
+    ASSERT_EQ(moods.size(), 2u);
+    EXPECT_EQ(moods.at(Mood::bad), 1);
+    EXPECT_EQ(moods.at(Mood::worse), 2);
 }
 
 TEST(PmlFields, OfEntriesWithOneKeyTheLastStays) {
@@ -295,7 +297,7 @@ TEST(PmlFields, OfEntriesWithOneKeyTheLastStays) {
 TEST(PmlFields, OptionalsThatAreSetRoundTrip) {
     tavOptional<int> const number = throughPml(tavOptional<int>(5));
     EXPECT_TRUE(number.has_value());
-    EXPECT_EQ(5, *number);
+    EXPECT_EQ(*number, 5);
     tavOptional<Point> const point = throughPml(tavOptional<Point>(Point(5, "a")));
     EXPECT_TRUE(point.has_value());
     EXPECT_EQ(Point(5, "a"), *point);
@@ -304,10 +306,10 @@ TEST(PmlFields, OptionalsThatAreSetRoundTrip) {
 }
 
 TEST(PmlFields, AnUnsetOptionalIsAnEmptyUnitAndComesBackSet) {
-    EXPECT_EQ("v()", text(tavOptional<int>()));
+    EXPECT_EQ(text(tavOptional<int>()), "v()");
     tavOptional<int> const number = throughPml(tavOptional<int>());
     EXPECT_TRUE(number.has_value());
-    EXPECT_EQ(0, *number);
+    EXPECT_EQ(*number, 0);
     EXPECT_TRUE(throughPml(tavOptional<tavString>()).has_value());
     EXPECT_FALSE(throughNbr(tavOptional<int>()).has_value());
 }
@@ -315,12 +317,12 @@ TEST(PmlFields, AnUnsetOptionalIsAnEmptyUnitAndComesBackSet) {
 TEST(PmlFields, AnUnsetOptionalWithAnOptionalMetaIsLeftOut) {
     Holder<tavOptional<int>> holder;
     holder.meta = tavCodecMeta(-1, false, nullptr, true);
-    EXPECT_EQ(":Holder()", pmlOf(holder));
+    EXPECT_EQ(pmlOf(holder), ":Holder()");
     EXPECT_FALSE(parsed<tavOptional<int>>("").has_value());
     // An empty value that is no tavOptional is written, as nothing is hidden.
     Holder<int> zero;
     zero.meta = tavCodecMeta(-1, false, nullptr, true);
-    EXPECT_EQ(":Holder(v(0))", pmlOf(zero));
+    EXPECT_EQ(pmlOf(zero), ":Holder(v(0))");
 }
 
 TEST(PmlFields, WritingAnObjectTwiceJoinsItsTexts) {
@@ -328,7 +330,7 @@ TEST(PmlFields, WritingAnObjectTwiceJoinsItsTexts) {
     tavPmlOutStream s;
     point.io(s);
     point.io(s);
-    EXPECT_EQ(":Point(x(55)label(aa))", s.str(false, false));
+    EXPECT_EQ(s.str(false, false), ":Point(x(55)label(aa))");
 }
 
 TEST(PmlFields, FormattedTextReadsBack) {
@@ -353,5 +355,5 @@ TEST(PmlFields, FormattedTextReadsBack) {
 TEST(PmlFields, AMessageExtensionTravelsWithEmptyUnits) {
     tavMsgExt ext;
     ext.serverTime = 5;
-    EXPECT_EQ(":tavMsgExt(serverTime(5)clientTime()traceId())", pmlOf(ext));
+    EXPECT_EQ(pmlOf(ext), ":tavMsgExt(serverTime(5)clientTime()traceId())");
 }

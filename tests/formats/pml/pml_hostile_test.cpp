@@ -19,13 +19,14 @@ void onSmallStack(std::function<void()> const & body) {
     pthread_attr_init(&attributes);
     pthread_attr_setstacksize(&attributes, 256 * 1024);
     pthread_t thread;
-    ASSERT_EQ(0, pthread_create(
-                     &thread, &attributes,
-                     [](void * argument) -> void * {
-                         (*static_cast<std::function<void()> const *>(argument))();
-                         return nullptr;
-                     },
-                     const_cast<std::function<void()> *>(&body)));
+    ASSERT_EQ(pthread_create(
+                  &thread, &attributes,
+                  [](void * argument) -> void * {
+                      (*static_cast<std::function<void()> const *>(argument))();
+                      return nullptr;
+                  },
+                  const_cast<std::function<void()> *>(&body)),
+              0);
     pthread_join(thread, nullptr);
     pthread_attr_destroy(&attributes);
 }
@@ -407,8 +408,8 @@ TEST(PmlHostile, DeepTreesWithTypesAndValuesInBoundedStack) {
     onSmallStack([&text] {
         Unit unit;
         unit.decode(tav_istr(text));
-        EXPECT_EQ("v", unit.value());
-        EXPECT_EQ("1", unit.child("b").value());
+        EXPECT_EQ(unit.value(), "v");
+        EXPECT_EQ(unit.child("b").value(), "1");
         std::string const written = unit.toPml();
         EXPECT_EQ(repeated("a:t(b(1)", deep - 1) + "a:t(b(1)__value__(v))" +
                       repeated("__value__(v))", deep - 1),
@@ -453,7 +454,7 @@ TEST(PmlHostile, TreesMadeByHandAreDestroyedInBoundedStack) {
         }
         tavSharedPtr<Unit> const inner = unit->find("a");
         unit.reset();
-        EXPECT_EQ(1u, inner->getRefCount());
+        EXPECT_EQ(inner->getRefCount(), 1u);
     });
 }
 
@@ -470,8 +471,8 @@ TEST(PmlHostile, ManySiblingsStayQuick) {
 }
 
 TEST(PmlHostile, RunsOfCommentsColonsAndBlanksStayQuick) {
-    EXPECT_EQ("", Unit().decode(tav_istr("a(" + repeated("(*", deep) + "*))")).value());
-    EXPECT_EQ("x y", Unit().decode(tav_istr("a(x" + repeated(" (**)", deep) + "y)")).value());
+    EXPECT_EQ(Unit().decode(tav_istr("a(" + repeated("(*", deep) + "*))")).value(), "");
+    EXPECT_EQ(Unit().decode(tav_istr("a(x" + repeated(" (**)", deep) + "y)")).value(), "x y");
     EXPECT_EQ(deep + 1, Unit().decode(tav_istr("a(x" + repeated(":", deep) + ")")).value().size());
     EXPECT_EQ(deep, Unit().decode(tav_istr(repeated("a ", deep) + "(1)")).name().size());
 }

@@ -89,12 +89,12 @@ static_assert(declared<std::string (Unit::*)(bool, bool, bool) const>(&Unit::toS
 
 TEST(PmlUnit, DefaultUnitIsEmptyButNotNull) {
     Unit unit;
-    EXPECT_EQ("", unit.name());
-    EXPECT_EQ("", unit.type());
-    EXPECT_EQ("", unit.value());
-    EXPECT_EQ("", unit.comment());
-    EXPECT_EQ(0, unit.id());
-    EXPECT_EQ(0u, unit.size());
+    EXPECT_EQ(unit.name(), "");
+    EXPECT_EQ(unit.type(), "");
+    EXPECT_EQ(unit.value(), "");
+    EXPECT_EQ(unit.comment(), "");
+    EXPECT_EQ(unit.id(), 0);
+    EXPECT_EQ(unit.size(), 0u);
     EXPECT_TRUE(unit.simple());
     EXPECT_TRUE(unit.empty());
     EXPECT_FALSE(unit.isNull());
@@ -102,18 +102,18 @@ TEST(PmlUnit, DefaultUnitIsEmptyButNotNull) {
 }
 
 TEST(PmlUnit, ConstructorsFillTheFieldsTheyName) {
-    EXPECT_EQ(7, Unit(7).id());
-    EXPECT_EQ(0, Unit(0).id());
-    EXPECT_EQ("a", Unit(tav_istr("a")).name());
-    EXPECT_EQ("a", Unit("a").name());
+    EXPECT_EQ(Unit(7).id(), 7);
+    EXPECT_EQ(Unit(0).id(), 0);
+    EXPECT_EQ(Unit(tav_istr("a")).name(), "a");
+    EXPECT_EQ(Unit("a").name(), "a");
     Unit two("a", "v");
-    EXPECT_EQ("a", two.name());
-    EXPECT_EQ("v", two.value());
-    EXPECT_EQ("", two.type());
+    EXPECT_EQ(two.name(), "a");
+    EXPECT_EQ(two.value(), "v");
+    EXPECT_EQ(two.type(), "");
     Unit three(tav_istr("a"), tav_istr("t"), tav_istr("v"));
-    EXPECT_EQ("a", three.name());
-    EXPECT_EQ("t", three.type());
-    EXPECT_EQ("v", three.value());
+    EXPECT_EQ(three.name(), "a");
+    EXPECT_EQ(three.type(), "t");
+    EXPECT_EQ(three.value(), "v");
 }
 
 TEST(PmlUnit, ConstructorsFromIdAndNameAreExplicit) {
@@ -130,10 +130,10 @@ TEST(PmlUnit, SettersReturnTheUnitForChaining) {
     Unit unit;
     Unit & same = unit.name("a").type("t").value("v").id(3);
     EXPECT_EQ(&unit, &same);
-    EXPECT_EQ("a", unit.name());
-    EXPECT_EQ("t", unit.type());
-    EXPECT_EQ("v", unit.value());
-    EXPECT_EQ(3, unit.id());
+    EXPECT_EQ(unit.name(), "a");
+    EXPECT_EQ(unit.type(), "t");
+    EXPECT_EQ(unit.value(), "v");
+    EXPECT_EQ(unit.id(), 3);
 }
 
 TEST(PmlUnit, NonConstAccessorsGiveTheStringsThemselves) {
@@ -143,31 +143,31 @@ TEST(PmlUnit, NonConstAccessorsGiveTheStringsThemselves) {
     unit.value() += "v";
     unit.value() += "w";
     Unit const & view = unit;
-    EXPECT_EQ("a", view.name());
-    EXPECT_EQ("t", view.type());
-    EXPECT_EQ("vw", view.value());
+    EXPECT_EQ(view.name(), "a");
+    EXPECT_EQ(view.type(), "t");
+    EXPECT_EQ(view.value(), "vw");
 }
 
 TEST(PmlUnit, SettersTakeBytesWithNulAndNullViews) {
     Unit unit;
     unit.value(tav_istr("a\0b", 3u));
-    EXPECT_EQ(std::string("a\0b", 3), unit.value());
+    EXPECT_EQ(unit.value(), std::string("a\0b", 3));
     unit.value(tav_istr());
-    EXPECT_EQ("", unit.value());
+    EXPECT_EQ(unit.value(), "");
 }
 
 TEST(PmlUnit, ChildMakesAnAbsentChildOnce) {
     Unit unit;
     Unit & a = unit.child("a");
-    EXPECT_EQ("a", a.name());
-    EXPECT_EQ(1u, unit.size());
+    EXPECT_EQ(a.name(), "a");
+    EXPECT_EQ(unit.size(), 1u);
     EXPECT_EQ(&a, &unit.child("a"));
     EXPECT_EQ(&a, &unit["a"]);
     EXPECT_EQ(&a, &unit("a"));
-    EXPECT_EQ(1u, unit.size());
+    EXPECT_EQ(unit.size(), 1u);
     unit["b"];
     unit("c");
-    EXPECT_EQ(3u, unit.numofChildren());
+    EXPECT_EQ(unit.numofChildren(), 3u);
     EXPECT_TRUE(unit.hasChild("c"));
 }
 
@@ -177,7 +177,7 @@ TEST(PmlUnit, ConstChildOfAbsentNameIsTheNullUnitAndMakesNothing) {
     EXPECT_TRUE(unit["a"].isNull());
     EXPECT_TRUE(unit("a").isNull());
     EXPECT_TRUE(unit.child("a", "b", 1).isNull());
-    EXPECT_EQ(0u, unit.size());
+    EXPECT_EQ(unit.size(), 0u);
 }
 
 TEST(PmlUnit, ChildFindsTheFirstOfAName) {
@@ -186,19 +186,19 @@ TEST(PmlUnit, ChildFindsTheFirstOfAName) {
     unit.addChild(made("b", "2"));
     unit.addChild(made("a", "3"));
     Unit const & view = unit;
-    EXPECT_EQ("1", unit.child("a").value());
-    EXPECT_EQ("1", view.child("a").value());
-    EXPECT_EQ("1", view["a"].value());
-    EXPECT_EQ("1", view("a").value());
-    EXPECT_EQ(3u, unit.size());
+    EXPECT_EQ(unit.child("a").value(), "1");
+    EXPECT_EQ(view.child("a").value(), "1");
+    EXPECT_EQ(view["a"].value(), "1");
+    EXPECT_EQ(view("a").value(), "1");
+    EXPECT_EQ(unit.size(), 3u);
 }
 
 TEST(PmlUnit, ChildWithAlternativeTakesTheNameAsComment) {
     Unit unit;
     Unit & child = unit.child("long name", "ln", 4);
-    EXPECT_EQ("ln", child.name());
-    EXPECT_EQ("long name", child.comment());
-    EXPECT_EQ(4, child.id());
+    EXPECT_EQ(child.name(), "ln");
+    EXPECT_EQ(child.comment(), "long name");
+    EXPECT_EQ(child.id(), 4);
     EXPECT_TRUE(unit.hasChild("ln"));
     EXPECT_FALSE(unit.hasChild("long name"));
 }
@@ -207,9 +207,9 @@ TEST(PmlUnit, ChildWithEmptyAlternativeGoesByNameAndLeavesTheComment) {
     Unit unit;
     unit.child("x", "a", 1);
     Unit & child = unit.child("a", "", 5);
-    EXPECT_EQ(1u, unit.size());
-    EXPECT_EQ("x", child.comment());
-    EXPECT_EQ(5, child.id());
+    EXPECT_EQ(unit.size(), 1u);
+    EXPECT_EQ(child.comment(), "x");
+    EXPECT_EQ(child.id(), 5);
 }
 
 TEST(PmlUnit, ConstChildWithAlternativeLooksUpTheAlternative) {
@@ -217,10 +217,10 @@ TEST(PmlUnit, ConstChildWithAlternativeLooksUpTheAlternative) {
     unit.addChild(made("a", "1"));
     unit.addChild(made("b", "2"));
     Unit const & view = unit;
-    EXPECT_EQ("2", view.child("a", "b", 9).value());
-    EXPECT_EQ("1", view.child("a", "", 9).value());
+    EXPECT_EQ(view.child("a", "b", 9).value(), "2");
+    EXPECT_EQ(view.child("a", "", 9).value(), "1");
     EXPECT_TRUE(view.child("a", "c", 9).isNull());
-    EXPECT_EQ(0, view.child("a").id());
+    EXPECT_EQ(view.child("a").id(), 0);
 }
 
 TEST(PmlUnit, FindGivesTheFirstChildOrANullPointer) {
@@ -228,20 +228,20 @@ TEST(PmlUnit, FindGivesTheFirstChildOrANullPointer) {
     unit.addChild(made("a", "1"));
     unit.addChild(made("a", "2"));
     Unit const & view = unit;
-    EXPECT_EQ("1", unit.find("a")->value());
-    EXPECT_EQ("1", view.find("a")->value());
+    EXPECT_EQ(unit.find("a")->value(), "1");
+    EXPECT_EQ(view.find("a")->value(), "1");
     EXPECT_FALSE(unit.find("b"));
     EXPECT_FALSE(view.find("b"));
-    EXPECT_EQ(2u, unit.size());
+    EXPECT_EQ(unit.size(), 2u);
 }
 
 TEST(PmlUnit, AtOutOfRangeIsTheNullUnitAndFindAtANullPointer) {
     Unit unit;
     unit.addChild(made("a", "1"));
-    EXPECT_EQ("1", unit.at(0).value());
+    EXPECT_EQ(unit.at(0).value(), "1");
     EXPECT_TRUE(unit.at(1).isNull());
     EXPECT_TRUE(unit.at(UINT_MAX).isNull());
-    EXPECT_EQ("1", unit.findAt(0)->value());
+    EXPECT_EQ(unit.findAt(0)->value(), "1");
     EXPECT_FALSE(unit.findAt(1));
 }
 
@@ -251,9 +251,9 @@ TEST(PmlUnit, ChildrenIsACopyInOrderOfArrival) {
     unit.addChild(made("a", "2"));
     std::vector<UnitPtr> copy = unit.children();
     copy.clear();
-    EXPECT_EQ(2u, unit.size());
-    EXPECT_EQ("1,2", values(unit.children()));
-    EXPECT_EQ("1,2", values(std::vector<UnitPtr>(unit.begin(), unit.end())));
+    EXPECT_EQ(unit.size(), 2u);
+    EXPECT_EQ(values(unit.children()), "1,2");
+    EXPECT_EQ(values(std::vector<UnitPtr>(unit.begin(), unit.end())), "1,2");
 }
 
 TEST(PmlUnit, ChildrenOfANameComeInOrderOfArrival) {
@@ -261,7 +261,7 @@ TEST(PmlUnit, ChildrenOfANameComeInOrderOfArrival) {
     unit.addChild(made("a", "1"));
     unit.addChild(made("b", "2"));
     unit.addChild(made("a", "3"));
-    EXPECT_EQ("1,3", values(unit.children("a")));
+    EXPECT_EQ(values(unit.children("a")), "1,3");
     EXPECT_TRUE(unit.children("c").empty());
 }
 
@@ -274,11 +274,11 @@ TEST(PmlUnit, EqualRangeHoldsAllOfANameInOrderOfArrival) {
     std::string found;
     auto const range = unit.child_equal_range("a");
     for (Unit::map_iterator at = range.first; at != range.second; ++at) {
-        EXPECT_EQ("a", at->first);
+        EXPECT_EQ(at->first, "a");
         found += at->second->value();
     }
-    EXPECT_EQ("123", found);
-    EXPECT_EQ("b", range.second->first);
+    EXPECT_EQ(found, "123");
+    EXPECT_EQ(range.second->first, "b");
     auto const none = unit.child_equal_range("c");
     EXPECT_TRUE(none.first == none.second);
 }
@@ -300,10 +300,10 @@ TEST(PmlUnit, ManyChildrenAreFoundAsFewAre) {
     }
     EXPECT_FALSE(unit.hasChild("100"));
     EXPECT_FALSE(unit.hasChild("99x"));
-    EXPECT_EQ(201u, unit.size());
+    EXPECT_EQ(unit.size(), 201u);
     unit.child("100").value("new");
-    EXPECT_EQ("new", unit.find("100")->value());
-    EXPECT_EQ(202u, unit.size());
+    EXPECT_EQ(unit.find("100")->value(), "new");
+    EXPECT_EQ(unit.size(), 202u);
 }
 
 TEST(PmlUnit, NamesAreBytesWithNulAndTheEmptyOne) {
@@ -311,8 +311,8 @@ TEST(PmlUnit, NamesAreBytesWithNulAndTheEmptyOne) {
     unit.child(tav_istr("a\0b", 3u)).value("1");
     unit.child(tav_istr()).value("2");
     EXPECT_FALSE(unit.hasChild("a"));
-    EXPECT_EQ("1", unit.find(tav_istr("a\0b", 3u))->value());
-    EXPECT_EQ("2", unit.find("")->value());
+    EXPECT_EQ(unit.find(tav_istr("a\0b", 3u))->value(), "1");
+    EXPECT_EQ(unit.find("")->value(), "2");
 }
 
 TEST(PmlUnit, RenamingAChildChangesNoEntry) {
@@ -326,21 +326,21 @@ TEST(PmlUnit, RenamingAChildChangesNoEntry) {
         child->name("b");
         EXPECT_TRUE(unit.hasChild("a"));
         EXPECT_FALSE(unit.hasChild("b"));
-        EXPECT_EQ("b", unit.child("a").name());
+        EXPECT_EQ(unit.child("a").name(), "b");
     }
 }
 
 TEST(PmlUnit, NewChildIsEnteredUnderNoName) {
     Unit unit;
     unit.newChild().name("a").value("1");
-    EXPECT_EQ(1u, unit.size());
+    EXPECT_EQ(unit.size(), 1u);
     EXPECT_FALSE(unit.hasChild("a"));
     EXPECT_FALSE(unit.hasChild(""));
-    EXPECT_EQ("1", unit.at(0).value());
-    EXPECT_EQ("(a(1))", unit.toPml());
+    EXPECT_EQ(unit.at(0).value(), "1");
+    EXPECT_EQ(unit.toPml(), "(a(1))");
     unit.child("a").value("2");
-    EXPECT_EQ(2u, unit.size());
-    EXPECT_EQ("2", unit.child("a").value());
+    EXPECT_EQ(unit.size(), 2u);
+    EXPECT_EQ(unit.child("a").value(), "2");
 }
 
 TEST(PmlUnit, AddChildSharesAndAppendCopies) {
@@ -349,10 +349,10 @@ TEST(PmlUnit, AddChildSharesAndAppendCopies) {
     unit.addChild(child);
     unit.append(*child);
     child->value("2");
-    EXPECT_EQ("2", unit.at(0).value());
-    EXPECT_EQ("1", unit.at(1).value());
-    EXPECT_EQ(2u, child->getRefCount());
-    EXPECT_EQ("2,1", values(unit.children("a")));
+    EXPECT_EQ(unit.at(0).value(), "2");
+    EXPECT_EQ(unit.at(1).value(), "1");
+    EXPECT_EQ(child->getRefCount(), 2u);
+    EXPECT_EQ(values(unit.children("a")), "2,1");
 }
 
 TEST(PmlUnit, AddingANullPointerDoesNothing) {
@@ -367,10 +367,10 @@ TEST(PmlUnit, AddChildTakesUncountedPointers) {
         Unit unit;
         unit.addChild(UnitPtr(&inner, false));
         EXPECT_EQ(&inner, &unit.child("a"));
-        EXPECT_EQ("(a(1))", unit.toPml());
+        EXPECT_EQ(unit.toPml(), "(a(1))");
     }
-    EXPECT_EQ(0u, inner.getRefCount());
-    EXPECT_EQ("1", inner.value());
+    EXPECT_EQ(inner.getRefCount(), 0u);
+    EXPECT_EQ(inner.value(), "1");
 }
 
 TEST(PmlUnit, ClearKeepsNameTypeIdCommentAndNext) {
@@ -382,11 +382,11 @@ TEST(PmlUnit, ClearKeepsNameTypeIdCommentAndNext) {
     unit.clear();
     EXPECT_TRUE(unit.empty());
     EXPECT_FALSE(unit.hasChild("c"));
-    EXPECT_EQ("a", unit.name());
-    EXPECT_EQ("t", unit.type());
-    EXPECT_EQ("comment", unit.comment());
-    EXPECT_EQ(4, unit.id());
-    EXPECT_EQ("n", unit.next()->name());
+    EXPECT_EQ(unit.name(), "a");
+    EXPECT_EQ(unit.type(), "t");
+    EXPECT_EQ(unit.comment(), "comment");
+    EXPECT_EQ(unit.id(), 4);
+    EXPECT_EQ(unit.next()->name(), "n");
 }
 
 TEST(PmlUnit, SetValueSharesChildrenAndKeepsNameIdAndComment) {
@@ -398,11 +398,11 @@ TEST(PmlUnit, SetValueSharesChildrenAndKeepsNameIdAndComment) {
     unit.type("t").value("v");
     unit.child("gone");
     unit.setValue(other);
-    EXPECT_EQ("a", unit.name());
-    EXPECT_EQ("comment", unit.comment());
-    EXPECT_EQ(4, unit.id());
-    EXPECT_EQ("ot", unit.type());
-    EXPECT_EQ("ov", unit.value());
+    EXPECT_EQ(unit.name(), "a");
+    EXPECT_EQ(unit.comment(), "comment");
+    EXPECT_EQ(unit.id(), 4);
+    EXPECT_EQ(unit.type(), "ot");
+    EXPECT_EQ(unit.value(), "ov");
     EXPECT_FALSE(unit.hasChild("gone"));
     EXPECT_EQ(other.find("c"), unit.find("c"));
 }
@@ -411,30 +411,30 @@ TEST(PmlUnit, SetValueAndAssignmentTakeAPartOfTheUnitItself) {
     Unit unit;
     unit.child("a").child("b").value("1");
     unit.setValue(unit.child("a"));
-    EXPECT_EQ("(b(1))", unit.toPml());
+    EXPECT_EQ(unit.toPml(), "(b(1))");
     unit = unit.child("b");
-    EXPECT_EQ("b(1)", unit.toPml());
+    EXPECT_EQ(unit.toPml(), "b(1)");
     Unit & same = unit;
     unit = same;
     unit.setValue(same);
-    EXPECT_EQ("b(1)", unit.toPml());
+    EXPECT_EQ(unit.toPml(), "b(1)");
 }
 
 TEST(PmlUnit, NextIsSetReadAndMade) {
     Unit unit(5);
     UnitPtr const next = unit.createNext();
-    EXPECT_EQ(6, next->id());
+    EXPECT_EQ(next->id(), 6);
     EXPECT_EQ(next, unit.createNext());
     EXPECT_EQ(next, unit.next());
     EXPECT_EQ(next, unit.getNext());
     unit.next(made("n"));
-    EXPECT_EQ("n", unit.next()->name());
+    EXPECT_EQ(unit.next()->name(), "n");
     unit.next(UnitPtr());
     EXPECT_FALSE(unit.getNext());
 }
 
 TEST(PmlUnit, StringValueIsTheValue) {
-    EXPECT_EQ("v", Unit(tav_istr("a"), tav_istr("v")).asStringValue());
+    EXPECT_EQ(Unit(tav_istr("a"), tav_istr("v")).asStringValue(), "v");
 }
 
 TEST(PmlUnit, BoolValueIsFalseForEmptyAndTheWordFalseOnly) {
@@ -450,87 +450,87 @@ TEST(PmlUnit, BoolValueIsFalseForEmptyAndTheWordFalseOnly) {
 }
 
 TEST(PmlUnit, IntegerValueInDecimal) {
-    EXPECT_EQ(0, asInt(""));
-    EXPECT_EQ(0, asInt("0"));
-    EXPECT_EQ(42, asInt("42"));
-    EXPECT_EQ(-42, asInt("-42"));
-    EXPECT_EQ(42, asInt("+42"));
-    EXPECT_EQ(42, asInt(" \t\n\v\f\r42"));
-    EXPECT_EQ(17, asInt(" 017"));
-    EXPECT_EQ(0, asInt("42 "));
-    EXPECT_EQ(0, asInt("42x"));
-    EXPECT_EQ(0, asInt("x"));
-    EXPECT_EQ(0, asInt("+"));
-    EXPECT_EQ(0, asInt("-"));
-    EXPECT_EQ(0, asInt("+-1"));
-    EXPECT_EQ(0, asInt("-+1"));
-    EXPECT_EQ(0, asInt("++1"));
-    EXPECT_EQ(0, asInt("+ 1"));
-    EXPECT_EQ(0, asInt("1.5"));
+    EXPECT_EQ(asInt(""), 0);
+    EXPECT_EQ(asInt("0"), 0);
+    EXPECT_EQ(asInt("42"), 42);
+    EXPECT_EQ(asInt("-42"), -42);
+    EXPECT_EQ(asInt("+42"), 42);
+    EXPECT_EQ(asInt(" \t\n\v\f\r42"), 42);
+    EXPECT_EQ(asInt(" 017"), 17);
+    EXPECT_EQ(asInt("42 "), 0);
+    EXPECT_EQ(asInt("42x"), 0);
+    EXPECT_EQ(asInt("x"), 0);
+    EXPECT_EQ(asInt("+"), 0);
+    EXPECT_EQ(asInt("-"), 0);
+    EXPECT_EQ(asInt("+-1"), 0);
+    EXPECT_EQ(asInt("-+1"), 0);
+    EXPECT_EQ(asInt("++1"), 0);
+    EXPECT_EQ(asInt("+ 1"), 0);
+    EXPECT_EQ(asInt("1.5"), 0);
     EXPECT_EQ(LLONG_MAX, asInt("9223372036854775807"));
     EXPECT_EQ(LLONG_MIN, asInt("-9223372036854775808"));
-    EXPECT_EQ(0, asInt("9223372036854775808"));
-    EXPECT_EQ(0, asInt("-9223372036854775809"));
+    EXPECT_EQ(asInt("9223372036854775808"), 0);
+    EXPECT_EQ(asInt("-9223372036854775809"), 0);
 }
 
 TEST(PmlUnit, IntegerValueInHexadecimalAndBinary) {
-    EXPECT_EQ(255, asInt("0xff"));
-    EXPECT_EQ(255, asInt("0XFF"));
-    EXPECT_EQ(-1, asInt("0xFFFFFFFFFFFFFFFF"));
-    EXPECT_EQ(0, asInt("0x10000000000000000"));
-    EXPECT_EQ(0, asInt("0x"));
-    EXPECT_EQ(0, asInt("0xg"));
-    EXPECT_EQ(0, asInt("0x1 "));
-    EXPECT_EQ(0, asInt("0x-1"));
-    EXPECT_EQ(0, asInt("0x+1"));
-    EXPECT_EQ(5, asInt("0b101"));
-    EXPECT_EQ(5, asInt("0B101"));
-    EXPECT_EQ(0, asInt("0b102"));
-    EXPECT_EQ(0, asInt("0b"));
-    EXPECT_EQ(-1, asInt("0b1111111111111111111111111111111111111111111111111111111111111111"));
-    EXPECT_EQ(0, asInt("0b11111111111111111111111111111111111111111111111111111111111111111"));
+    EXPECT_EQ(asInt("0xff"), 255);
+    EXPECT_EQ(asInt("0XFF"), 255);
+    EXPECT_EQ(asInt("0xFFFFFFFFFFFFFFFF"), -1);
+    EXPECT_EQ(asInt("0x10000000000000000"), 0);
+    EXPECT_EQ(asInt("0x"), 0);
+    EXPECT_EQ(asInt("0xg"), 0);
+    EXPECT_EQ(asInt("0x1 "), 0);
+    EXPECT_EQ(asInt("0x-1"), 0);
+    EXPECT_EQ(asInt("0x+1"), 0);
+    EXPECT_EQ(asInt("0b101"), 5);
+    EXPECT_EQ(asInt("0B101"), 5);
+    EXPECT_EQ(asInt("0b102"), 0);
+    EXPECT_EQ(asInt("0b"), 0);
+    EXPECT_EQ(asInt("0b1111111111111111111111111111111111111111111111111111111111111111"), -1);
+    EXPECT_EQ(asInt("0b11111111111111111111111111111111111111111111111111111111111111111"), 0);
 }
 
 TEST(PmlUnit, IntegerValueWithLeadingZeroIsOctalAndElseDecimal) {
-    EXPECT_EQ(15, asInt("017"));
-    EXPECT_EQ(0, asInt("00"));
-    EXPECT_EQ(8, asInt("08"));
-    EXPECT_EQ(19, asInt("019"));
-    EXPECT_EQ(-1, asInt("01777777777777777777777"));
-    EXPECT_EQ(0, asInt("03777777777777777777777"));
-    EXPECT_EQ(0, asInt("0-7"));
+    EXPECT_EQ(asInt("017"), 15);
+    EXPECT_EQ(asInt("00"), 0);
+    EXPECT_EQ(asInt("08"), 8);
+    EXPECT_EQ(asInt("019"), 19);
+    EXPECT_EQ(asInt("01777777777777777777777"), -1);
+    EXPECT_EQ(asInt("03777777777777777777777"), 0);
+    EXPECT_EQ(asInt("0-7"), 0);
 }
 
 TEST(PmlUnit, IntegerOctalBeyond64BitsIsTriedAsDecimal) {
-    EXPECT_EQ(0, asInt("07777777777777777777777"));
-    EXPECT_EQ(9000000000000000000LL, asInt("09000000000000000000"));
+    EXPECT_EQ(asInt("07777777777777777777777"), 0);
+    EXPECT_EQ(asInt("09000000000000000000"), 9000000000000000000LL);
 }
 
 TEST(PmlUnit, DoubleValueIsDecimal) {
-    EXPECT_EQ(0.0, asDouble(""));
-    EXPECT_EQ(1.5, asDouble("1.5"));
-    EXPECT_EQ(-1.5, asDouble("-1.5"));
-    EXPECT_EQ(1.5, asDouble("+1.5"));
-    EXPECT_EQ(1.5, asDouble(" 1.5"));
-    EXPECT_EQ(0.5, asDouble(".5"));
-    EXPECT_EQ(5.0, asDouble("5."));
-    EXPECT_EQ(1500.0, asDouble("1.5e3"));
-    EXPECT_EQ(0.015, asDouble("1.5E-2"));
-    EXPECT_EQ(150.0, asDouble("1.5e+2"));
+    EXPECT_EQ(asDouble(""), 0.0);
+    EXPECT_EQ(asDouble("1.5"), 1.5);
+    EXPECT_EQ(asDouble("-1.5"), -1.5);
+    EXPECT_EQ(asDouble("+1.5"), 1.5);
+    EXPECT_EQ(asDouble(" 1.5"), 1.5);
+    EXPECT_EQ(asDouble(".5"), 0.5);
+    EXPECT_EQ(asDouble("5."), 5.0);
+    EXPECT_EQ(asDouble("1.5e3"), 1500.0);
+    EXPECT_EQ(asDouble("1.5E-2"), 0.015);
+    EXPECT_EQ(asDouble("1.5e+2"), 150.0);
 }
 
 TEST(PmlUnit, DoubleValueOfATextThatFailsIsZero) {
-    EXPECT_EQ(0.0, asDouble("x"));
-    EXPECT_EQ(0.0, asDouble("."));
-    EXPECT_EQ(0.0, asDouble("-"));
-    EXPECT_EQ(0.0, asDouble("+-1"));
-    EXPECT_EQ(0.0, asDouble("1e"));
-    EXPECT_EQ(0.0, asDouble("1e+"));
-    EXPECT_EQ(0.0, asDouble("e5"));
-    EXPECT_EQ(0.0, asDouble("inf"));
-    EXPECT_EQ(0.0, asDouble("nan"));
-    EXPECT_EQ(0.0, asDouble("1e999"));
-    EXPECT_EQ(0.0, asDouble("0x10"));
+    EXPECT_EQ(asDouble("x"), 0.0);
+    EXPECT_EQ(asDouble("."), 0.0);
+    EXPECT_EQ(asDouble("-"), 0.0);
+    EXPECT_EQ(asDouble("+-1"), 0.0);
+    EXPECT_EQ(asDouble("1e"), 0.0);
+    EXPECT_EQ(asDouble("1e+"), 0.0);
+    EXPECT_EQ(asDouble("e5"), 0.0);
+    EXPECT_EQ(asDouble("inf"), 0.0);
+    EXPECT_EQ(asDouble("nan"), 0.0);
+    EXPECT_EQ(asDouble("1e999"), 0.0);
+    EXPECT_EQ(asDouble("0x10"), 0.0);
 }
 
 TEST(PmlUnit, DoubleValueReadsAsAStreamDoes) {
@@ -541,7 +541,7 @@ TEST(PmlUnit, DoubleValueReadsAsAStreamDoes) {
         if (!(in >> expected)) {
             expected = 0;
         }
-        EXPECT_EQ(expected, asDouble(text)) << text;
+        EXPECT_EQ(asDouble(text), expected) << text;
     }
 }
 
@@ -556,7 +556,7 @@ TEST(PmlUnit, IntegerValueReadsDecimalAsAStreamThatUsesUpTheText) {
         if (!(in >> expected) || in.peek() != std::istringstream::traits_type::eof()) {
             expected = 0;
         }
-        EXPECT_EQ(expected, asInt(text)) << text;
+        EXPECT_EQ(asInt(text), expected) << text;
     }
 }
 
@@ -583,9 +583,9 @@ TEST(PmlUnit, NullIsOneUnit) {
 
 TEST(PmlUnit, ByValueMakesAUnitWithoutName) {
     UnitPtr const unit = Unit::byValue("v");
-    EXPECT_EQ("", unit->name());
-    EXPECT_EQ("v", unit->value());
-    EXPECT_EQ(1u, unit->getRefCount());
+    EXPECT_EQ(unit->name(), "");
+    EXPECT_EQ(unit->value(), "v");
+    EXPECT_EQ(unit->getRefCount(), 1u);
 }
 
 TEST(PmlUnit, ManyThreadsMayLookUpInOneTree) {

@@ -84,7 +84,7 @@ std::string text(T v) {
     std::string const all = xml(std::move(v));
     std::string const head = "<Holder>";
     std::string const tail = "</Holder>";
-    EXPECT_EQ(0u, all.find(head)) << all;
+    EXPECT_EQ(all.find(head), 0u) << all;
     EXPECT_EQ(all.size() - tail.size(), all.rfind(tail)) << all;
     return all.substr(head.size(), all.size() - head.size() - tail.size());
 }
@@ -155,14 +155,14 @@ T highest() {
 
 } // namespace
 
-TEST(XmlFields, ObjectIsAnElementOfItsClassWithItsFieldsAsChildren) {
+TEST(FieldWalksXml, ObjectIsAnElementOfItsClassWithItsFieldsAsChildren) {
     Point point(5, "a b");
-    EXPECT_EQ("<Point><x>5</x><label>a b</label></Point>", xmlOf(point));
-    EXPECT_EQ("\n    <Point>\n        <x>5</x>\n        <label>a b</label>\n    </Point>",
-              xmlOf(point, true));
+    EXPECT_EQ(xmlOf(point), "<Point><x>5</x><label>a b</label></Point>");
+    EXPECT_EQ(xmlOf(point, true),
+              "\n    <Point>\n        <x>5</x>\n        <label>a b</label>\n    </Point>");
 }
 
-TEST(XmlFields, FieldsAreFoundByNameInAnyOrderAndUnknownOnesArePassedOver) {
+TEST(FieldWalksXml, FieldsAreFoundByNameInAnyOrderAndUnknownOnesArePassedOver) {
     Point point(1, "kept");
     tavXmlInStream in("<Other label='no'><y>7</y><x>5</x></Other>");
     point.io(in);
@@ -172,7 +172,7 @@ TEST(XmlFields, FieldsAreFoundByNameInAnyOrderAndUnknownOnesArePassedOver) {
     EXPECT_TRUE(point == Point(6, "t"));
 }
 
-TEST(XmlFields, EverySimpleTypeTravels) {
+TEST(FieldWalksXml, EverySimpleTypeTravels) {
     expectRoundTrips(true);
     expectRoundTrips(static_cast<char>(-128));
     expectRoundTrips(static_cast<unsigned char>(255));
@@ -196,7 +196,7 @@ TEST(XmlFields, EverySimpleTypeTravels) {
     expectRoundTrips(tavNumber<int, 5>(7));
 }
 
-TEST(XmlFields, ListsOfEverySimpleTypeTravel) {
+TEST(FieldWalksXml, ListsOfEverySimpleTypeTravel) {
     expectRoundTrips(std::vector<bool>{true, false, true});
     expectListsRoundTrip<char>({lowest<char>(), 0, highest<char>()});
     expectListsRoundTrip<unsigned char>({0, 7, 255});
@@ -219,56 +219,56 @@ TEST(XmlFields, ListsOfEverySimpleTypeTravel) {
     expectRoundTrips(std::vector<tavNumber<int, 5>>{1, 5});
 }
 
-TEST(XmlFields, ElementsOfAListHaveTheTagAnyAndAreReadByPosition) {
-    EXPECT_EQ("<v><any>1</any><any>2</any></v>", text(std::vector<int>{1, 2}));
+TEST(FieldWalksXml, ElementsOfAListHaveTheTagAnyAndAreReadByPosition) {
+    EXPECT_EQ(text(std::vector<int>{1, 2}), "<v><any>1</any><any>2</any></v>");
     EXPECT_EQ((std::vector<int>{3, 1, 2}), parsed<std::vector<int>>("<v><z>3</z><any>1</any><a>2</a></v>"));
 }
 
-TEST(XmlFields, ListThatIsPresentReplacesAndOneThatIsMissingKeeps) {
+TEST(FieldWalksXml, ListThatIsPresentReplacesAndOneThatIsMissingKeeps) {
     EXPECT_EQ((std::vector<int>{4}), parsed<std::vector<int>>("<v><any>4</any></v>", {1, 2}));
     EXPECT_EQ((std::vector<int>{}), parsed<std::vector<int>>("<v/>", {1, 2}));
     EXPECT_EQ((std::vector<int>{1, 2}), parsed<std::vector<int>>("<w/>", {1, 2}));
     EXPECT_EQ((std::vector<int>{0, 5}), parsed<std::vector<int>>("<v><any>x</any><any>5</any></v>"));
 }
 
-TEST(XmlFields, ObjectsTravelByValueSharedAndInContainers) {
+TEST(FieldWalksXml, ObjectsTravelByValueSharedAndInContainers) {
     Point const a(1, "a");
     Point const b(2, "b");
-    EXPECT_EQ("<v><x>1</x><label>a</label></v>", text(a));
-    EXPECT_EQ("<v><any><x>1</x><label>a</label></any></v>", text(std::vector<Point>{a}));
-    EXPECT_EQ("<v><k><x>1</x><label>a</label></k></v>", (text(std::map<tavString, Point>{{"k", a}})));
+    EXPECT_EQ(text(a), "<v><x>1</x><label>a</label></v>");
+    EXPECT_EQ(text(std::vector<Point>{a}), "<v><any><x>1</x><label>a</label></any></v>");
+    EXPECT_EQ((text(std::map<tavString, Point>{{"k", a}})), "<v><k><x>1</x><label>a</label></k></v>");
     expectRoundTrips(a);
     expectListsRoundTrip<Point>({a, b});
     expectRoundTrips(std::unordered_map<std::string, Point>{{"a", a}, {"b", b}});
 }
 
-TEST(XmlFields, SharedObjectsAreMadeOnInput) {
+TEST(FieldWalksXml, SharedObjectsAreMadeOnInput) {
     using Shared = tavSharedPtr<Point>;
     Shared const a(new Point(1, "a"));
-    EXPECT_EQ("<v><x>1</x><label>a</label></v>", text(a));
+    EXPECT_EQ(text(a), "<v><x>1</x><label>a</label></v>");
     Shared const read = fromXml<Shared>(xml(a));
     ASSERT_TRUE(read);
     EXPECT_TRUE(*read == *a);
     EXPECT_TRUE(*throughNbr(a) == *a);
     EXPECT_TRUE(*throughPml(a) == *a);
     auto const list = fromXml<std::vector<Shared>>(xml(std::vector<Shared>{a, a}));
-    ASSERT_EQ(2u, list.size());
+    ASSERT_EQ(list.size(), 2u);
     EXPECT_TRUE(*list[0] == *a && *list[1] == *a);
     EXPECT_NE(list[0], list[1]);
     auto const map = fromXml<std::map<tavString, Shared>>(xml(std::map<tavString, Shared>{{"k", a}}));
-    ASSERT_EQ(1u, map.size());
+    ASSERT_EQ(map.size(), 1u);
     EXPECT_TRUE(*map.at("k") == *a);
 }
 
-TEST(XmlFields, NullSharedObjectIsLeftOutOfTheCompactFormOnly) {
+TEST(FieldWalksXml, NullSharedObjectIsLeftOutOfTheCompactFormOnly) {
     using Shared = tavSharedPtr<Point>;
-    EXPECT_EQ("<Holder></Holder>", xml(Shared()));
+    EXPECT_EQ(xml(Shared()), "<Holder></Holder>");
     EXPECT_FALSE(fromXml<Shared>(xml(Shared())));
     EXPECT_TRUE(fromXml<Shared>(xml(Shared(), true)));
 }
 
-TEST(XmlFields, EntriesOfAMapHaveTheirKeysAsTags) {
-    EXPECT_EQ("<v><k>1</k><m>2</m></v>", (text(std::map<tavString, int>{{"k", 1}, {"m", 2}})));
+TEST(FieldWalksXml, EntriesOfAMapHaveTheirKeysAsTags) {
+    EXPECT_EQ((text(std::map<tavString, int>{{"k", 1}, {"m", 2}})), "<v><k>1</k><m>2</m></v>");
     EXPECT_EQ((std::map<tavString, int>{{"k", 3}, {"m", 2}}),
               (parsed<std::map<tavString, int>>("<v><k>1</k><m>2</m><k>3</k></v>", {{"old", 9}})));
     expectRoundTrips(std::map<tavString, int>{{"k", 1}, {"m", 2}});
@@ -279,19 +279,19 @@ TEST(XmlFields, EntriesOfAMapHaveTheirKeysAsTags) {
     expectRoundTrips(std::unordered_map<std::string, int>{{"k", 1}, {"m", 2}});
 }
 
-TEST(XmlFields, KeyThatIsNoTagIsWrittenButNotReadBack) {
-    EXPECT_EQ("<v><1>5</1></v>", (text(std::map<int, int>{{1, 5}})));
+TEST(FieldWalksXml, KeyThatIsNoTagIsWrittenButNotReadBack) {
+    EXPECT_EQ((text(std::map<int, int>{{1, 5}})), "<v><1>5</1></v>");
     EXPECT_TRUE((fromXml<std::map<int, int>>(xml(std::map<int, int>{{1, 5}}))).empty());
     EXPECT_TRUE((fromXml<std::map<tavString, int>>(xml(std::map<tavString, int>{{"a b", 5}}))).empty());
 }
 
-TEST(XmlFields, OptionalTravelsIfSet) {
+TEST(FieldWalksXml, OptionalTravelsIfSet) {
     tavOptional<int> set;
     set = 5;
-    EXPECT_EQ("<v>5</v>", text(set));
-    EXPECT_EQ(5, fromXml<tavOptional<int>>(xml(set)).value());
-    EXPECT_EQ(5, throughNbr(set).value());
-    EXPECT_EQ(5, throughPml(set).value());
+    EXPECT_EQ(text(set), "<v>5</v>");
+    EXPECT_EQ(fromXml<tavOptional<int>>(xml(set)).value(), 5);
+    EXPECT_EQ(throughNbr(set).value(), 5);
+    EXPECT_EQ(throughPml(set).value(), 5);
     tavOptional<std::vector<Point>> list;
     list = std::vector<Point>{Point(1, "a")};
     EXPECT_TRUE(fromXml<tavOptional<std::vector<Point>>>(xml(list)).value() == list.value());
@@ -303,9 +303,9 @@ TEST(XmlFields, OptionalTravelsIfSet) {
     EXPECT_TRUE((fromXml<tavOptional<std::map<tavString, int>>>(xml(map)).value() == map.value()));
 }
 
-TEST(XmlFields, UnsetOptionalIsLeftOutOfTheCompactFormAndAnEmptyElementSetsOne) {
+TEST(FieldWalksXml, UnsetOptionalIsLeftOutOfTheCompactFormAndAnEmptyElementSetsOne) {
     using Optional = tavOptional<int>;
-    EXPECT_EQ("<Holder></Holder>", xml(Optional()));
+    EXPECT_EQ(xml(Optional()), "<Holder></Holder>");
     EXPECT_FALSE(fromXml<Optional>(xml(Optional())).has_value());
     EXPECT_NE(std::string::npos, xml(Optional(), true).find("<v/>"));
     EXPECT_TRUE(parsed<Optional>("<v/>").has_value());
@@ -314,9 +314,9 @@ TEST(XmlFields, UnsetOptionalIsLeftOutOfTheCompactFormAndAnEmptyElementSetsOne) 
     EXPECT_EQ(std::string::npos, xmlOf(holder, true).find("<v"));
 }
 
-TEST(XmlFields, EnumTravelsAsItsNumberAndAnUnknownOneFails) {
+TEST(FieldWalksXml, EnumTravelsAsItsNumberAndAnUnknownOneFails) {
     registerTints();
-    EXPECT_EQ("<v>9</v>", text(tavEnum<Tint>(Tint::blue)));
+    EXPECT_EQ(text(tavEnum<Tint>(Tint::blue)), "<v>9</v>");
     expectRoundTrips(tavEnum<Tint>(Tint::red));
     expectListsRoundTrip<tavEnum<Tint>>({Tint::none, Tint::red, Tint::blue});
     tavOptional<tavEnum<Tint>> set;
@@ -326,13 +326,13 @@ TEST(XmlFields, EnumTravelsAsItsNumberAndAnUnknownOneFails) {
         parsed<tavEnum<Tint>>("<v>5</v>");
         FAIL() << "an unknown value was taken";
     } catch (std::invalid_argument const & e) {
-        EXPECT_EQ(0u, std::string(e.what()).find("invalid enum field name v value 5")) << e.what();
+        EXPECT_EQ(std::string(e.what()).find("invalid enum field name v value 5"), 0u) << e.what();
     }
 }
 
-TEST(XmlFields, ContainersNest) {
-    EXPECT_EQ("<v><any><any>1</any></any><any><any>2</any><any>3</any></any></v>",
-              text(std::vector<std::vector<int>>{{1}, {2, 3}}));
+TEST(FieldWalksXml, ContainersNest) {
+    EXPECT_EQ(text(std::vector<std::vector<int>>{{1}, {2, 3}}),
+              "<v><any><any>1</any></any><any><any>2</any><any>3</any></any></v>");
     expectRoundTrips(std::vector<std::vector<std::vector<int>>>{{{1, 2}, {3}}, {{4}}});
     expectRoundTrips(std::map<tavString, std::vector<int>>{{"a", {1, 2}}, {"b", {3}}});
     expectRoundTrips(std::vector<std::map<tavString, Point>>{{{"a", Point(1, "x")}}, {{"b", Point(2, "y")}}});
@@ -341,9 +341,9 @@ TEST(XmlFields, ContainersNest) {
     expectRoundTrips(std::set<std::vector<int>>{{1}, {2, 3}});
 }
 
-TEST(XmlFields, EmptyPartsAreKeptByThePrettyFormOnly) {
+TEST(FieldWalksXml, EmptyPartsAreKeptByThePrettyFormOnly) {
     std::vector<tavString> const texts{"", "a", ""};
-    EXPECT_EQ("<v><any>a</any></v>", text(texts));
+    EXPECT_EQ(text(texts), "<v><any>a</any></v>");
     EXPECT_EQ((std::vector<tavString>{"a"}), fromXml<std::vector<tavString>>(xml(texts)));
     EXPECT_EQ(texts, fromXml<std::vector<tavString>>(xml(texts, true)));
     std::vector<std::vector<int>> const lists{{}, {1}};
@@ -352,14 +352,14 @@ TEST(XmlFields, EmptyPartsAreKeptByThePrettyFormOnly) {
     EXPECT_EQ(tavString(), fromXml<tavString>(xml(tavString(), true), "former"));
 }
 
-TEST(XmlFields, TextLosesLeadingBlanksAndItsOwnEntities) {
+TEST(FieldWalksXml, TextLosesLeadingBlanksAndItsOwnEntities) {
     EXPECT_EQ(tavString("a "), fromXml<tavString>(xml(tavString(" \na "))));
     EXPECT_EQ(tavString(" <a"), fromXml<tavString>(xml(tavString(" <a"))));
     EXPECT_EQ(tavString("<"), fromXml<tavString>(xml(tavString("&lt;"))));
     EXPECT_EQ(tavString("a & b"), fromXml<tavString>(xml(tavString("a & b"))));
 }
 
-TEST(XmlFields, FloatingPointKeepsSixDigits) {
-    EXPECT_EQ("<v>1.23457</v>", text(1.23456789));
-    EXPECT_EQ(1.23457, fromXml<double>(xml(1.23456789)));
+TEST(FieldWalksXml, FloatingPointKeepsSixDigits) {
+    EXPECT_EQ(text(1.23456789), "<v>1.23457</v>");
+    EXPECT_EQ(fromXml<double>(xml(1.23456789)), 1.23457);
 }

@@ -29,7 +29,7 @@ tavSharedPtr<Node> sample() {
 
 TEST(XmlDump, ModesAreTold) {
     Node node;
-    EXPECT_EQ(0, node.dumping());
+    EXPECT_EQ(node.dumping(), 0);
     for (int mode = 0; mode < 4; ++mode) {
         node.dumping(mode);
         EXPECT_EQ(mode, node.dumping());
@@ -40,67 +40,67 @@ TEST(XmlDump, ModesAreTold) {
 }
 
 TEST(XmlDump, LogMasksWhatIsProtected) {
-    EXPECT_EQ("<m x=\"1\"><pwd>ab***gh[8]</pwd><n>5</n><l></l></m>", dumped(*sample(), 3));
+    EXPECT_EQ(dumped(*sample(), 3), "<m x=\"1\"><pwd>ab***gh[8]</pwd><n>5</n><l></l></m>");
     Node node("a");
     node.setAttr("x", "abcdefgh");
     node.attr("x").protectedValue() = true;
-    EXPECT_EQ("<a x=\"ab***gh[8]\"></a>", dumped(node, 3));
+    EXPECT_EQ(dumped(node, 3), "<a x=\"ab***gh[8]\"></a>");
 }
 
 TEST(XmlDump, MaskedTextIsStillFitForXml) {
     Node node("a", "<b>cdef");
     node.protectedValue() = true;
-    EXPECT_EQ("<a><![CDATA[<b***ef[7]]]></a>", dumped(node, 3));
+    EXPECT_EQ(dumped(node, 3), "<a><![CDATA[<b***ef[7]]]></a>");
 }
 
 TEST(XmlDump, TextsOwnDescriptionGoesAheadOfTheNodes) {
     Node node("a", "text");
     node.setMeta(1, "a", "String", "", false, false, false);
     node.contentNode()->setMeta(2, "a", "Int32", "", false, false, false);
-    EXPECT_EQ("<a>text{2 int32}</a>", dumped(node, 1));
+    EXPECT_EQ(dumped(node, 1), "<a>text{2 int32}</a>");
 }
 
 TEST(XmlDump, WhatNodeOrTextProtectsIsMasked) {
     Node node("a", "abcdefgh");
     node.protectedValue() = true;
-    EXPECT_EQ("<a>ab***gh[8]</a>", dumped(node, 3));
+    EXPECT_EQ(dumped(node, 3), "<a>ab***gh[8]</a>");
     node.contentNode()->memo() = "described";
-    EXPECT_EQ("<a>ab***gh[8]</a>", dumped(node, 3));
+    EXPECT_EQ(dumped(node, 3), "<a>ab***gh[8]</a>");
     node.protectedValue() = false;
-    EXPECT_EQ("<a>abcdefgh</a>", dumped(node, 3));
+    EXPECT_EQ(dumped(node, 3), "<a>abcdefgh</a>");
     node.contentNode()->protectedValue() = true;
-    EXPECT_EQ("<a>ab***gh[8]</a>", dumped(node, 3));
+    EXPECT_EQ(dumped(node, 3), "<a>ab***gh[8]</a>");
 }
 
 TEST(XmlDump, SampleShowsShortDescriptionsAndStars) {
-    EXPECT_EQ("<m x=\"1{1 int8?}\" __meta__=\"{9 im.m}\"><pwd>********{2 string}</pwd><n>5{3 "
-              "int32*}</n><l></l></m>",
-              dumped(*sample(), 1));
+    EXPECT_EQ(dumped(*sample(), 1),
+              "<m x=\"1{1 int8?}\" __meta__=\"{9 im.m}\"><pwd>********{2 string}</pwd><n>5{3 "
+              "int32*}</n><l></l></m>");
 }
 
 TEST(XmlDump, SampleOfAnEmptyDescribedElementShowsItsType) {
     Node node("a");
     node.setMeta(4, "a", "String", "", true, false, false);
-    EXPECT_EQ("<a>{4 string?}</a>", dumped(node, 1));
+    EXPECT_EQ(dumped(node, 1), "<a>{4 string?}</a>");
 }
 
 TEST(XmlDump, SampleWritesAMultipleChildTwice) {
     auto const node = Node::fromXml("<a><b>1</b><c><d>2</d></c></a>");
     node->child("b").multiple() = true;
     node->child("c").multiple() = true;
-    EXPECT_EQ("<a><b>1{*}</b><b>...</b><c><d>2{}</d></c><c>...</c></a>", dumped(*node, 1));
-    EXPECT_EQ("<a><b>1</b><c><d>2</d></c></a>", dumped(*node, 3));
-    EXPECT_EQ("<a><b>1</b><c><d>2</d></c></a>", dumped(*node, 0));
+    EXPECT_EQ(dumped(*node, 1), "<a><b>1{*}</b><b>...</b><c><d>2{}</d></c><c>...</c></a>");
+    EXPECT_EQ(dumped(*node, 3), "<a><b>1</b><c><d>2</d></c></a>");
+    EXPECT_EQ(dumped(*node, 0), "<a><b>1</b><c><d>2</d></c></a>");
 }
 
 TEST(XmlDump, MetadataDescribesTheShape) {
     EXPECT_EQ(
+        dumped(*sample(), 2),
         "<element name=\"m\" type=\"im.M\" super=\"Base\" varname=\"m\" id=\"9\">"
         "<attrib name=\"x\" type=\"Int8\" optional=\"true\" default=\"0\" varname=\"x\" id=\"1\"/>"
         "<element name=\"pwd\" type=\"String\" protected=\"true\" varname=\"pwd\" id=\"2\"/>"
         "<element name=\"n\"><content type=\"Int32\" multiple=\"true\" varname=\"n\" id=\"3\"/></element>"
-        "<element name=\"l\"/></element>",
-        dumped(*sample(), 2));
+        "<element name=\"l\"/></element>");
 }
 
 TEST(XmlDump, DescribingATreeLeavesItsSecretsProtected) {
@@ -109,42 +109,42 @@ TEST(XmlDump, DescribingATreeLeavesItsSecretsProtected) {
     node->child("b").contentNode();
     node->attr("x").protectedValue() = true;
     dumped(*node, 2);
-    EXPECT_EQ("<a x=\"ab***gh[8]\"><b>ab***gh[8]</b></a>", dumped(*node, 3));
-    EXPECT_EQ("<a x=\"********{}\"><b>********{}</b></a>", dumped(*node, 1));
+    EXPECT_EQ(dumped(*node, 3), "<a x=\"ab***gh[8]\"><b>ab***gh[8]</b></a>");
+    EXPECT_EQ(dumped(*node, 1), "<a x=\"********{}\"><b>********{}</b></a>");
 }
 
 TEST(XmlDump, PrettyMetadataStandsOnLines) {
-    EXPECT_EQ("\n<element name=\"a\">\n    <attrib name=\"x\"/>\n    <element name=\"b\"/>\n</element>",
-              dumped(*Node::fromXml("<a x='1'><b>t</b></a>"), 2, true));
+    EXPECT_EQ(dumped(*Node::fromXml("<a x='1'><b>t</b></a>"), 2, true),
+              "\n<element name=\"a\">\n    <attrib name=\"x\"/>\n    <element name=\"b\"/>\n</element>");
 }
 
 TEST(XmlDump, MetadataPassesOverKeys) {
     auto const node = Node::fromXml("<a><__key__>k</__key__><b/></a>");
-    EXPECT_EQ("<element name=\"a\"><element name=\"b\"/></element>", dumped(*node, 2));
-    EXPECT_EQ("<a><__key__>k</__key__><b/></a>", dumped(*node, 0));
+    EXPECT_EQ(dumped(*node, 2), "<element name=\"a\"><element name=\"b\"/></element>");
+    EXPECT_EQ(dumped(*node, 0), "<a><__key__>k</__key__><b/></a>");
 }
 
 TEST(XmlDump, ChildOfAnotherModeKeepsIt) {
     auto const node = Node::fromXml("<a><b>abcdefgh</b></a>");
     node->child("b").protectedValue() = true;
     node->child("b").dumping(3);
-    EXPECT_EQ("<a><b>ab***gh[8]</b></a>", dumped(*node, 0));
+    EXPECT_EQ(dumped(*node, 0), "<a><b>ab***gh[8]</b></a>");
 }
 
 TEST(XmlDumpStream, EnterKeepsTypeSuperclassAndMode) {
     XmlDumpStream out(3);
     out.enter("im::chat::Hello", "im::Base", "");
-    EXPECT_EQ("Hello", out.tag());
-    EXPECT_EQ("im::chat::Hello", static_cast<Node const &>(out.node()).vartype());
-    EXPECT_EQ("im::Base", static_cast<Node const &>(out.node()).superclass());
-    EXPECT_EQ(3, out.node().dumping());
+    EXPECT_EQ(out.tag(), "Hello");
+    EXPECT_EQ(static_cast<Node const &>(out.node()).vartype(), "im::chat::Hello");
+    EXPECT_EQ(static_cast<Node const &>(out.node()).superclass(), "im::Base");
+    EXPECT_EQ(out.node().dumping(), 3);
     XmlDumpStream given("tag", 1);
     given.enter("im::Hello", "", "other");
-    EXPECT_EQ("tag", given.tag());
+    EXPECT_EQ(given.tag(), "tag");
     Node node;
     XmlDumpStream over(node, 2);
     over.enter("im::Hello", "", "wanted");
-    EXPECT_EQ("wanted", node.tag());
+    EXPECT_EQ(node.tag(), "wanted");
 }
 
 TEST(XmlDumpStream, ModeIsTold) {
@@ -159,6 +159,6 @@ TEST(XmlDumpStream, ModeIsTold) {
 }
 
 TEST(XmlDumpStream, PlaceholderTellsTheSize) {
-    EXPECT_EQ("***[8]", XmlDumpStream::protectedValue(8));
-    EXPECT_EQ("***[4294967295]", XmlDumpStream::protectedValue(0xffffffffu));
+    EXPECT_EQ(XmlDumpStream::protectedValue(8), "***[8]");
+    EXPECT_EQ(XmlDumpStream::protectedValue(0xffffffffu), "***[4294967295]");
 }

@@ -41,10 +41,10 @@ TEST(XmlHostile, MillionLevelsAreReadWrittenComparedAndDestroyedInBoundedStack) 
     EXPECT_TRUE(*node == *other);
     std::set<std::string> names;
     node->collectNames(names);
-    EXPECT_EQ(1u, names.size());
+    EXPECT_EQ(names.size(), 1u);
     std::vector<std::string> values;
     node->collectValues(values);
-    EXPECT_EQ(1u, values.size());
+    EXPECT_EQ(values.size(), 1u);
     node->dumping(2);
     EXPECT_LT(text.size(), node->encode(false, false, 0, true).size());
 }
@@ -55,8 +55,8 @@ TEST(XmlHostile, SixteenMegabytesOfOpenTagsFailInBoundedStack) {
     Node node;
     std::string rest;
     node.decode(tav_istr(text), &rest);
-    EXPECT_EQ("", rest);
-    EXPECT_EQ("<a/>", node.encode(false, false, 0, true));
+    EXPECT_EQ(rest, "");
+    EXPECT_EQ(node.encode(false, false, 0, true), "<a/>");
 }
 
 TEST(XmlHostile, ManyRootsAreReadWrittenAndDestroyedInBoundedStack) {
@@ -79,7 +79,7 @@ TEST(XmlHostile, SharedSubtreesOutliveTheTree) {
         auto const node = Node::fromXml("<a><b><c><d>x</d></c></b></a>");
         kept = *(*(*node->begin())->begin())->begin();
     }
-    EXPECT_EQ("<d>x</d>", kept->encode(false, false, 0, true));
+    EXPECT_EQ(kept->encode(false, false, 0, true), "<d>x</d>");
 }
 
 TEST(XmlHostile, RepeatedMarksTakeLinearTime) {
@@ -92,9 +92,9 @@ TEST(XmlHostile, RepeatedMarksTakeLinearTime) {
         }
         Node node;
         node.decode(tav_istr(text));
-        EXPECT_EQ("r", node.tag()) << mark;
+        EXPECT_EQ(node.tag(), "r") << mark;
         node.decode(tav_istr(text + "</r>"));
-        EXPECT_EQ("r", node.tag()) << mark;
+        EXPECT_EQ(node.tag(), "r") << mark;
     }
 }
 
@@ -110,12 +110,12 @@ TEST(XmlHostile, PartsMayEndOnAnotherThreadAndInAnyOrder) {
             kept.push_back(*(*child)->begin());
         }
     }
-    ASSERT_EQ(2000u, kept.size());
+    ASSERT_EQ(kept.size(), 2000u);
     std::thread([gone = std::move(tree)]() mutable { gone.reset(); }).join();
     for (std::size_t i = 0; i < kept.size(); i += 2) {
         kept[i].reset();
     }
-    EXPECT_EQ("<c/>", kept[1999]->encode(false, false, 0, true));
+    EXPECT_EQ(kept[1999]->encode(false, false, 0, true), "<c/>");
 }
 
 TEST(XmlHostile, AnyBytesGiveATreeThatIsWrittenAndReadAlike) {

@@ -59,34 +59,34 @@ VarInfo const & constant(VarInfo const & info) {
 
 TEST(XmlMetaInfo, StartsWithoutIdAndEmpty) {
     MetaInfo const meta;
-    EXPECT_EQ(-9999, meta.varid);
+    EXPECT_EQ(meta.varid, -9999);
     EXPECT_FALSE(meta.optional);
     EXPECT_FALSE(meta.multiple);
     EXPECT_FALSE(meta.hexical);
     EXPECT_FALSE(meta.protectedValue);
-    EXPECT_EQ("", dumped(meta));
-    EXPECT_EQ("", id(meta));
+    EXPECT_EQ(dumped(meta), "");
+    EXPECT_EQ(id(meta), "");
 }
 
 TEST(XmlMetaInfo, ConstructorAndSetMetaSetTheirFields) {
     MetaInfo meta(7, "name", "Int32", "5", true, false, true);
-    EXPECT_EQ(7, meta.varid);
-    EXPECT_EQ("name", meta.varname);
-    EXPECT_EQ("Int32", meta.vartype);
-    EXPECT_EQ("5", meta.defaultValue);
+    EXPECT_EQ(meta.varid, 7);
+    EXPECT_EQ(meta.varname, "name");
+    EXPECT_EQ(meta.vartype, "Int32");
+    EXPECT_EQ(meta.defaultValue, "5");
     EXPECT_TRUE(meta.optional);
     EXPECT_FALSE(meta.multiple);
     EXPECT_TRUE(meta.protectedValue);
     meta.memo = "kept";
     meta.setMeta(8, "n", "List<Int32>", "", false, true, false);
-    EXPECT_EQ(8, meta.varid);
-    EXPECT_EQ("n", meta.varname);
-    EXPECT_EQ("List<Int32>", meta.vartype);
-    EXPECT_EQ("", meta.defaultValue);
+    EXPECT_EQ(meta.varid, 8);
+    EXPECT_EQ(meta.varname, "n");
+    EXPECT_EQ(meta.vartype, "List<Int32>");
+    EXPECT_EQ(meta.defaultValue, "");
     EXPECT_FALSE(meta.optional);
     EXPECT_TRUE(meta.multiple);
     EXPECT_FALSE(meta.protectedValue);
-    EXPECT_EQ("kept", meta.memo);
+    EXPECT_EQ(meta.memo, "kept");
 }
 
 TEST(XmlMetaInfo, DumpsItsAttributesInOrder) {
@@ -96,33 +96,33 @@ TEST(XmlMetaInfo, DumpsItsAttributesInOrder) {
     meta.values = "1,2";
     meta.memo = "m<";
     EXPECT_EQ(
+        dumped(meta),
         " type=\"Uint32\" super=\"S\" optional=\"true\" multiple=\"true\" hexical=\"true\" protected=\"true\""
-        " limited=\"true\" default=\"5\" values=\"1,2\" varname=\"v\" memo=\"m&lt;\"",
-        dumped(meta));
+        " limited=\"true\" default=\"5\" values=\"1,2\" varname=\"v\" memo=\"m&lt;\"");
 }
 
 TEST(XmlMetaInfo, HexicalIsToldForUnsignedTypesOnly) {
     MetaInfo meta;
     meta.hexical = true;
     meta.vartype = "Int32";
-    EXPECT_EQ(" type=\"Int32\"", dumped(meta));
+    EXPECT_EQ(dumped(meta), " type=\"Int32\"");
     meta.vartype = "Uint8";
-    EXPECT_EQ(" type=\"Uint8\" hexical=\"true\"", dumped(meta));
+    EXPECT_EQ(dumped(meta), " type=\"Uint8\" hexical=\"true\"");
 }
 
 TEST(XmlMetaInfo, IdIsDecimalOrHexadecimal) {
     MetaInfo meta;
     meta.varid = 10;
-    EXPECT_EQ(" id=\"10\"", id(meta));
+    EXPECT_EQ(id(meta), " id=\"10\"");
     meta.hexical = true;
-    EXPECT_EQ(" id=\"0x00000a\"", id(meta));
+    EXPECT_EQ(id(meta), " id=\"0x00000a\"");
     meta.varid = 0;
-    EXPECT_EQ(" id=\"0x000000\"", id(meta));
+    EXPECT_EQ(id(meta), " id=\"0x000000\"");
 }
 
-TEST(XmlVarInfo, ReadingCreatesNothing) {
+TEST(XmlMetaVarInfo, ReadingCreatesNothing) {
     Attr const attr;
-    EXPECT_EQ(-9999, attr.varid());
+    EXPECT_EQ(attr.varid(), -9999);
     EXPECT_FALSE(attr.optional());
     EXPECT_FALSE(attr.multiple());
     EXPECT_FALSE(attr.hexical());
@@ -135,9 +135,9 @@ TEST(XmlVarInfo, ReadingCreatesNothing) {
     EXPECT_EQ(&tav::xml::nullString(), &attr.memo());
 }
 
-TEST(XmlVarInfo, WritingCreatesWithTheDefaults) {
+TEST(XmlMetaVarInfo, WritingCreatesWithTheDefaults) {
     Content content;
-    EXPECT_EQ(-9999, content.varid());
+    EXPECT_EQ(content.varid(), -9999);
     EXPECT_NE(&tav::xml::nullString(), &constant(content).memo());
     content.varid() = 3;
     content.optional() = true;
@@ -151,24 +151,25 @@ TEST(XmlVarInfo, WritingCreatesWithTheDefaults) {
     content.varname() = "n";
     content.memo() = "m";
     VarInfo const & info = content;
-    EXPECT_EQ(3, info.varid());
+    EXPECT_EQ(info.varid(), 3);
     EXPECT_TRUE(info.optional());
     EXPECT_TRUE(info.multiple());
     EXPECT_TRUE(info.hexical());
     EXPECT_TRUE(info.protectedValue());
-    EXPECT_EQ("tsdvnm", info.vartype() + info.superclass() + info.defaultValue() + info.values() +
-                            info.varname() + info.memo());
+    EXPECT_EQ(info.vartype() + info.superclass() + info.defaultValue() + info.values() + info.varname() +
+                  info.memo(),
+              "tsdvnm");
 }
 
-TEST(XmlVarInfo, SetMetaCreates) {
+TEST(XmlMetaVarInfo, SetMetaCreates) {
     Node node("a");
     node.setMeta(1, "n", "Int8", "d", true, false, false);
-    EXPECT_EQ(1, constant(node).varid());
-    EXPECT_EQ("Int8", constant(node).vartype());
+    EXPECT_EQ(constant(node).varid(), 1);
+    EXPECT_EQ(constant(node).vartype(), "Int8");
     EXPECT_TRUE(constant(node).optional());
 }
 
-TEST(XmlVarInfo, KnownTypesHaveNumbers) {
+TEST(XmlMetaVarInfo, KnownTypesHaveNumbers) {
     char const * const types[] = {"Bool",   "Int8",  "Uint8",  "Int16",    "Uint16", "Int32",
                                   "Uint32", "Int64", "Uint64", "Float",    "Double", "String",
                                   "Time",   "Bytes", "Enum",   "Optional", "List"};
@@ -182,7 +183,7 @@ TEST(XmlVarInfo, KnownTypesHaveNumbers) {
     EXPECT_EQ(Parsed(0, ""), parsed(""));
 }
 
-TEST(XmlVarInfo, TypesWrapInThreeForms) {
+TEST(XmlMetaVarInfo, TypesWrapInThreeForms) {
     EXPECT_EQ(Parsed(17, "Int32"), parsed("List<Int32>"));
     EXPECT_EQ(Parsed(17, "Int32"), parsed("List(Int32)"));
     EXPECT_EQ(Parsed(17, "Int32"), parsed("List Int32"));
@@ -193,61 +194,61 @@ TEST(XmlVarInfo, TypesWrapInThreeForms) {
     EXPECT_EQ(Parsed(17, ""), parsed("List<"));
 }
 
-TEST(XmlVarInfo, ShortTypeIsOutOfEnumAndOptionalInLowerCase) {
-    EXPECT_EQ("int32", miniType("Int32"));
-    EXPECT_EQ("int32", miniType("Optional<Int32>"));
-    EXPECT_EQ("color", miniType("Enum<Color>"));
-    EXPECT_EQ("color", miniType("Optional(Enum Color)"));
-    EXPECT_EQ("list<int32>", miniType("Optional<List<Int32>>"));
-    EXPECT_EQ("enum", miniType("Enum"));
-    EXPECT_EQ("im.hello", miniType("im.Hello"));
-    EXPECT_EQ("", miniType(""));
+TEST(XmlMetaVarInfo, ShortTypeIsOutOfEnumAndOptionalInLowerCase) {
+    EXPECT_EQ(miniType("Int32"), "int32");
+    EXPECT_EQ(miniType("Optional<Int32>"), "int32");
+    EXPECT_EQ(miniType("Enum<Color>"), "color");
+    EXPECT_EQ(miniType("Optional(Enum Color)"), "color");
+    EXPECT_EQ(miniType("Optional<List<Int32>>"), "list<int32>");
+    EXPECT_EQ(miniType("Enum"), "enum");
+    EXPECT_EQ(miniType("im.Hello"), "im.hello");
+    EXPECT_EQ(miniType(""), "");
 }
 
-TEST(XmlVarInfo, MiniDescriptionHasIdTypeAndMark) {
+TEST(XmlMetaVarInfo, MiniDescriptionHasIdTypeAndMark) {
     Attr attr;
-    EXPECT_EQ("{}", mini(attr));
+    EXPECT_EQ(mini(attr), "{}");
     attr.vartype() = "Int32";
-    EXPECT_EQ("{int32}", mini(attr));
+    EXPECT_EQ(mini(attr), "{int32}");
     attr.varid() = 7;
-    EXPECT_EQ("{7 int32}", mini(attr));
+    EXPECT_EQ(mini(attr), "{7 int32}");
     attr.optional() = true;
-    EXPECT_EQ("{7 int32?}", mini(attr));
+    EXPECT_EQ(mini(attr), "{7 int32?}");
     attr.multiple() = true;
-    EXPECT_EQ("{7 int32*}", mini(attr));
+    EXPECT_EQ(mini(attr), "{7 int32*}");
     attr.hexical() = true;
-    EXPECT_EQ("{0x000007 int32*}", mini(attr));
+    EXPECT_EQ(mini(attr), "{0x000007 int32*}");
     attr.vartype().clear();
-    EXPECT_EQ("{0x000007*}", mini(attr));
+    EXPECT_EQ(mini(attr), "{0x000007*}");
     attr.varid() = 0x1234567;
-    EXPECT_EQ("{0x1234567*}", mini(attr));
+    EXPECT_EQ(mini(attr), "{0x1234567*}");
 }
 
-TEST(XmlVarInfo, SampleValueGoesByModeAndProtection) {
+TEST(XmlMetaVarInfo, SampleValueGoesByModeAndProtection) {
     Attr attr;
     attr.vartype() = "String";
     for (int const mode : {0, 2, 3}) {
-        EXPECT_EQ("abcdefgh", sample(attr, "abcdefgh", mode));
+        EXPECT_EQ(sample(attr, "abcdefgh", mode), "abcdefgh");
     }
-    EXPECT_EQ("abcdefgh{string}", sample(attr, "abcdefgh", 1));
+    EXPECT_EQ(sample(attr, "abcdefgh", 1), "abcdefgh{string}");
     attr.protectedValue() = true;
-    EXPECT_EQ("abcdefgh", sample(attr, "abcdefgh", 0));
-    EXPECT_EQ("********{string}", sample(attr, "abcdefgh", 1));
-    EXPECT_EQ("abcdefgh", sample(attr, "abcdefgh", 2));
-    EXPECT_EQ("ab***gh[8]", sample(attr, "abcdefgh", 3));
-    EXPECT_EQ("ab***gh[8]", VarInfo::getProtectedString("abcdefgh"));
-    EXPECT_EQ("********", VarInfo::getProtectedSampleString());
+    EXPECT_EQ(sample(attr, "abcdefgh", 0), "abcdefgh");
+    EXPECT_EQ(sample(attr, "abcdefgh", 1), "********{string}");
+    EXPECT_EQ(sample(attr, "abcdefgh", 2), "abcdefgh");
+    EXPECT_EQ(sample(attr, "abcdefgh", 3), "ab***gh[8]");
+    EXPECT_EQ(VarInfo::getProtectedString("abcdefgh"), "ab***gh[8]");
+    EXPECT_EQ(VarInfo::getProtectedSampleString(), "********");
 }
 
-TEST(XmlVarInfo, CopiesHaveADescriptionOfTheirOwn) {
+TEST(XmlMetaVarInfo, CopiesHaveADescriptionOfTheirOwn) {
     Attr attr("n", "v");
     attr.varid() = 5;
     Attr copy(attr);
     attr.varid() = 6;
-    EXPECT_EQ(5, constant(copy).varid());
-    EXPECT_EQ("n", copy.name());
+    EXPECT_EQ(constant(copy).varid(), 5);
+    EXPECT_EQ(copy.name(), "n");
     copy = attr;
-    EXPECT_EQ(6, constant(copy).varid());
+    EXPECT_EQ(constant(copy).varid(), 6);
     copy = Attr();
-    EXPECT_EQ(-9999, constant(copy).varid());
+    EXPECT_EQ(constant(copy).varid(), -9999);
 }

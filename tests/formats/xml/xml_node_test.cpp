@@ -24,13 +24,13 @@ std::string text(Node const & node) {
 } // namespace
 
 TEST(XmlNode, IsMadeWithTagAndText) {
-    EXPECT_EQ("", Node().tag());
-    EXPECT_EQ("a", Node("a").tag());
+    EXPECT_EQ(Node().tag(), "");
+    EXPECT_EQ(Node("a").tag(), "a");
     Node const node("a", "t");
-    EXPECT_EQ("a", node.name());
-    EXPECT_EQ("t", node.value());
-    EXPECT_EQ("t", node.content());
-    EXPECT_EQ("t", node.contentString());
+    EXPECT_EQ(node.name(), "a");
+    EXPECT_EQ(node.value(), "t");
+    EXPECT_EQ(node.content(), "t");
+    EXPECT_EQ(node.contentString(), "t");
 }
 
 TEST(XmlNode, SettersGiveTheNode) {
@@ -38,36 +38,36 @@ TEST(XmlNode, SettersGiveTheNode) {
     EXPECT_EQ(&node, &node.tag("a"));
     EXPECT_EQ(&node, &node.content("t"));
     node.contentString() += "u";
-    EXPECT_EQ("<a>tu</a>", text(node));
+    EXPECT_EQ(text(node), "<a>tu</a>");
 }
 
 TEST(XmlNode, TextNodeIsCreatedByTheWritingForms) {
     Node node("a");
     EXPECT_FALSE(constant(node).contentNode());
-    EXPECT_EQ("", constant(node).contentString());
+    EXPECT_EQ(constant(node).contentString(), "");
     EXPECT_FALSE(constant(node).contentNode());
     tavSharedPtr<Content> const content = node.contentNode();
     ASSERT_TRUE(content);
     EXPECT_EQ(content, constant(node).contentNode());
     content->value() = "t";
-    EXPECT_EQ("t", node.content());
-    EXPECT_EQ("", content->name());
+    EXPECT_EQ(node.content(), "t");
+    EXPECT_EQ(content->name(), "");
 }
 
 TEST(XmlNode, TextThatWasGivenOutStaysValidWhenItBecomesAnObject) {
     Node node("a", "t");
     std::string const & before = constant(node).content();
     tavSharedPtr<Content> const content = node.contentNode();
-    EXPECT_EQ("t", before);
-    EXPECT_EQ("t", content->value());
+    EXPECT_EQ(before, "t");
+    EXPECT_EQ(content->value(), "t");
     EXPECT_EQ(content, constant(node).contentNode());
     node.content("u");
-    EXPECT_EQ("u", content->value());
+    EXPECT_EQ(content->value(), "u");
     node.clearContent();
-    EXPECT_EQ("", constant(node).content());
+    EXPECT_EQ(constant(node).content(), "");
     EXPECT_FALSE(constant(node).contentNode());
     node.content(tav_istr(node.content("v").content()));
-    EXPECT_EQ("v", node.content());
+    EXPECT_EQ(node.content(), "v");
 }
 
 TEST(XmlNode, LookUpCreatesOnAWritableNodeAndGivesNullOnAConstOne) {
@@ -76,72 +76,72 @@ TEST(XmlNode, LookUpCreatesOnAWritableNodeAndGivesNullOnAConstOne) {
     EXPECT_TRUE(constant(node)["b"].isNull());
     EXPECT_EQ(&Attr::null(), &constant(node).attr("x"));
     EXPECT_EQ(&Attr::null(), &constant(node)("x"));
-    EXPECT_EQ("<a/>", text(node));
+    EXPECT_EQ(text(node), "<a/>");
     node.child("b").content("1");
     EXPECT_EQ(&node.child("b"), &node["b"]);
     node.attr("x").value() = "2";
     EXPECT_EQ(&node.attr("x"), &node("x"));
     EXPECT_EQ(&node.attr("x"), &constant(node)("x"));
-    EXPECT_EQ("<a x=\"2\"><b>1</b></a>", text(node));
+    EXPECT_EQ(text(node), "<a x=\"2\"><b>1</b></a>");
 }
 
 TEST(XmlNode, FirstChildOfATagIsFound) {
     Node node("a");
     node.addChild("b", "1");
     node.addChild("b", "2");
-    EXPECT_EQ("1", constant(node).child("b").content());
+    EXPECT_EQ(constant(node).child("b").content(), "1");
     node.addChild("c", "3");
     node.addChild("b", "4");
-    EXPECT_EQ("1", node.child("b").content());
-    EXPECT_EQ("3", constant(node).child("c").content());
-    EXPECT_EQ(4, node.end() - node.begin());
+    EXPECT_EQ(node.child("b").content(), "1");
+    EXPECT_EQ(constant(node).child("c").content(), "3");
+    EXPECT_EQ(node.end() - node.begin(), 4);
 }
 
 TEST(XmlNode, LookUpGoesByTheTagAsItWasThen) {
     Node node("a");
     node.addChild("b", "1");
-    EXPECT_EQ("1", node.child("b").content());
+    EXPECT_EQ(node.child("b").content(), "1");
     node.child("b").tag("c");
-    EXPECT_EQ("c", constant(node).child("b").tag());
+    EXPECT_EQ(constant(node).child("b").tag(), "c");
     EXPECT_TRUE(constant(node).child("c").isNull());
 }
 
 TEST(XmlNode, AttributeSetTwiceIsFoundLastAndKeptTwice) {
     Node node("a");
     node.setAttr("x", "1");
-    EXPECT_EQ("1", constant(node).attr("x").value());
+    EXPECT_EQ(constant(node).attr("x").value(), "1");
     node.setAttr("x", "2");
-    EXPECT_EQ("2", constant(node).attr("x").value());
-    EXPECT_EQ("<a x=\"1\" x=\"2\"/>", text(node));
+    EXPECT_EQ(constant(node).attr("x").value(), "2");
+    EXPECT_EQ(text(node), "<a x=\"1\" x=\"2\"/>");
 }
 
 TEST(XmlNode, NullPartsAreIgnored) {
     Node node("a");
     node.addChild(nullptr);
     node.setAttr(nullptr);
-    EXPECT_EQ("<a/>", text(node));
+    EXPECT_EQ(text(node), "<a/>");
 }
 
 TEST(XmlNode, NewChildIsNamedAny) {
     Node node("a");
     node.newChild().content("1");
     node.newChild().content("2");
-    EXPECT_EQ("<a><any>1</any><any>2</any></a>", text(node));
+    EXPECT_EQ(text(node), "<a><any>1</any><any>2</any></a>");
 }
 
 TEST(XmlNode, FollowingRootIsOwned) {
     Node node("a");
-    EXPECT_EQ(nullptr, node.next());
-    EXPECT_EQ(nullptr, constant(node).next());
-    EXPECT_EQ(nullptr, node.getNext());
+    EXPECT_EQ(node.next(), nullptr);
+    EXPECT_EQ(constant(node).next(), nullptr);
+    EXPECT_EQ(node.getNext(), nullptr);
     node.next(new Node("b"));
-    EXPECT_EQ("b", constant(node).next()->tag());
+    EXPECT_EQ(constant(node).next()->tag(), "b");
     Node * const made = node.createNext();
     EXPECT_EQ(made, node.next());
     EXPECT_EQ(made, node.getNext());
-    EXPECT_EQ("", made->tag());
+    EXPECT_EQ(made->tag(), "");
     node.next(nullptr);
-    EXPECT_EQ(nullptr, node.next());
+    EXPECT_EQ(node.next(), nullptr);
 }
 
 TEST(XmlNode, ClearsEachPartAndAll) {
@@ -149,12 +149,12 @@ TEST(XmlNode, ClearsEachPartAndAll) {
     node->child("b");
     node->attr("x");
     node->clearNodes();
-    EXPECT_EQ("<a x=\"1\">t</a><c/>", text(*node));
+    EXPECT_EQ(text(*node), "<a x=\"1\">t</a><c/>");
     EXPECT_TRUE(constant(*node).child("b").isNull());
     node->clearContent();
-    EXPECT_EQ("<a x=\"1\"/><c/>", text(*node));
+    EXPECT_EQ(text(*node), "<a x=\"1\"/><c/>");
     node->clearAttrs();
-    EXPECT_EQ("<a/><c/>", text(*node));
+    EXPECT_EQ(text(*node), "<a/><c/>");
     EXPECT_EQ(&Attr::null(), &constant(*node).attr("x"));
     EXPECT_FALSE(node->isEmpty());
     node->setAttr("y", "1");
@@ -187,7 +187,7 @@ TEST(XmlNode, NullNodeIsOneSharedInstance) {
     EXPECT_TRUE(Node::null().isNull());
     EXPECT_TRUE(Node::null().isEmpty());
     EXPECT_TRUE(!Node::null());
-    EXPECT_EQ(nullptr, static_cast<void *>(Node::null()));
+    EXPECT_EQ(static_cast<void *>(Node::null()), nullptr);
     Node const node;
     EXPECT_FALSE(node.isNull());
     EXPECT_FALSE(!node);
@@ -199,7 +199,7 @@ TEST(XmlNode, DummiesCanBeWrittenAndForgetIt) {
     EXPECT_TRUE(Node::dummy().isEmpty());
     EXPECT_FALSE(Node::dummy().isNull());
     Attr::dummy().value() = "x";
-    EXPECT_EQ("", Attr::dummy().value());
+    EXPECT_EQ(Attr::dummy().value(), "");
     EXPECT_NE(&Attr::null(), &Attr::dummy());
 }
 
@@ -207,17 +207,17 @@ TEST(XmlNode, CopySharesPartsButNotTheRootsThatFollow) {
     auto const node = Node::fromXml("<a x='1'><b/>t</a><c/>");
     node->varid() = 7;
     Node copy(*node);
-    EXPECT_EQ("<a x=\"1\"><b/>t</a>", text(copy));
-    EXPECT_EQ(nullptr, copy.next());
-    EXPECT_EQ(7, constant(copy).varid());
+    EXPECT_EQ(text(copy), "<a x=\"1\"><b/>t</a>");
+    EXPECT_EQ(copy.next(), nullptr);
+    EXPECT_EQ(constant(copy).varid(), 7);
     copy.child("b").content("2");
     copy.attr("x").value() = "3";
     copy.contentString() = "u";
-    EXPECT_EQ("<a x=\"3\"><b>2</b>u</a><c/>", text(*node));
+    EXPECT_EQ(text(*node), "<a x=\"3\"><b>2</b>u</a><c/>");
     copy.newChild();
     copy.varid() = 8;
-    EXPECT_EQ(1, node->end() - node->begin());
-    EXPECT_EQ(7, constant(*node).varid());
+    EXPECT_EQ(node->end() - node->begin(), 1);
+    EXPECT_EQ(constant(*node).varid(), 7);
 }
 
 TEST(XmlNode, AssignmentReplacesAllParts) {
@@ -226,12 +226,12 @@ TEST(XmlNode, AssignmentReplacesAllParts) {
     target.setAttr("y", "1");
     target.createNext();
     target = *node;
-    EXPECT_EQ("<a x=\"1\"><b>t</b></a>", text(target));
+    EXPECT_EQ(text(target), "<a x=\"1\"><b>t</b></a>");
     Node & self = target;
     target = self;
-    EXPECT_EQ("<a x=\"1\"><b>t</b></a>", text(target));
+    EXPECT_EQ(text(target), "<a x=\"1\"><b>t</b></a>");
     target = constant(target).child("b");
-    EXPECT_EQ("<b>t</b>", text(target));
+    EXPECT_EQ(text(target), "<b>t</b>");
 }
 
 TEST(XmlNode, EqualityComparesTagTextAttributesAndChildrenInOrder) {
@@ -255,9 +255,9 @@ TEST(XmlNode, CollectsNamesChildrenAndValues) {
     EXPECT_EQ((std::set<std::string>{"kept", "a", "x", "e", "b", "y", "c", "d"}), names);
     std::vector<tavSharedPtr<Node>> nodes;
     node->collectTopNodes(nodes);
-    ASSERT_EQ(2u, nodes.size());
-    EXPECT_EQ("b", nodes[0]->tag());
-    EXPECT_EQ("d", nodes[1]->tag());
+    ASSERT_EQ(nodes.size(), 2u);
+    EXPECT_EQ(nodes[0]->tag(), "b");
+    EXPECT_EQ(nodes[1]->tag(), "d");
     std::vector<std::string> values{"kept"};
     node->collectValues(values);
     EXPECT_EQ((std::vector<std::string>{"kept", "1", "w", "2", "t", "u", "v"}), values);
@@ -265,8 +265,8 @@ TEST(XmlNode, CollectsNamesChildrenAndValues) {
 
 TEST(XmlNode, CommentHoldsAText) {
     CommentNode node;
-    EXPECT_EQ("", node.name());
-    EXPECT_EQ("", node.value());
+    EXPECT_EQ(node.name(), "");
+    EXPECT_EQ(node.value(), "");
     node.comment("c");
-    EXPECT_EQ("c", node.value());
+    EXPECT_EQ(node.value(), "c");
 }

@@ -33,14 +33,14 @@ std::string written(T const & v) {
 }
 
 template <class T>
-class XmlInteger : public testing::Test {};
+class XmlStreamsInteger : public testing::Test {};
 using Integers = testing::Types<char, unsigned char, short, unsigned short, int, unsigned, long,
                                 unsigned long, long long, unsigned long long>;
-TYPED_TEST_SUITE(XmlInteger, Integers);
+TYPED_TEST_SUITE(XmlStreamsInteger, Integers);
 
 } // namespace
 
-TYPED_TEST(XmlInteger, ReadsPrefixesAndDecimal) {
+TYPED_TEST(XmlStreamsInteger, ReadsPrefixesAndDecimal) {
     using T = TypeParam;
     EXPECT_EQ(T(16), read<T>("0x10", 1));
     EXPECT_EQ(T(16), read<T>("0X10", 1));
@@ -53,7 +53,7 @@ TYPED_TEST(XmlInteger, ReadsPrefixesAndDecimal) {
     EXPECT_EQ(T(12), read<T>(" 12", 1));
 }
 
-TYPED_TEST(XmlInteger, FrontOfTheTextCounts) {
+TYPED_TEST(XmlStreamsInteger, FrontOfTheTextCounts) {
     using T = TypeParam;
     EXPECT_EQ(T(12), read<T>("12abc", 1));
     EXPECT_EQ(T(1), read<T>("1.9", 7));
@@ -66,7 +66,7 @@ TYPED_TEST(XmlInteger, FrontOfTheTextCounts) {
     EXPECT_EQ(T(0), read<T>("0x11112222333344445", 1));
 }
 
-TYPED_TEST(XmlInteger, WhatIsNoNumberLeavesTheTargetButAnUnsignedCharBecomesZero) {
+TYPED_TEST(XmlStreamsInteger, WhatIsNoNumberLeavesTheTargetButAnUnsignedCharBecomesZero) {
     using T = TypeParam;
     T const left = std::is_same<T, unsigned char>::value ? T(0) : T(7);
     EXPECT_EQ(left, read<T>("", 7));
@@ -75,29 +75,29 @@ TYPED_TEST(XmlInteger, WhatIsNoNumberLeavesTheTargetButAnUnsignedCharBecomesZero
     EXPECT_EQ(left, read<T>("99999999999999999999999999", 7));
 }
 
-TEST(XmlNumbers, NegativesAndBounds) {
-    EXPECT_EQ(-5, read<int>("-5", 1));
-    EXPECT_EQ(-5, read<char>("-5", 1));
-    EXPECT_EQ(-32768, read<short>("-32768", 1));
-    EXPECT_EQ(1, read<short>("32768", 1));
-    EXPECT_EQ(-1, read<short>("0xffff", 1));
-    EXPECT_EQ(0, read<short>("0x10000", 1));
-    EXPECT_EQ(-1, read<long long>("0xffffffffffffffff", 1));
-    EXPECT_EQ(18446744073709551615ull, read<unsigned long long>("18446744073709551615", 1));
-    EXPECT_EQ(4294967291u, read<unsigned>("-5", 1));
+TEST(XmlStreamsNumbers, NegativesAndBounds) {
+    EXPECT_EQ(read<int>("-5", 1), -5);
+    EXPECT_EQ(read<char>("-5", 1), -5);
+    EXPECT_EQ(read<short>("-32768", 1), -32768);
+    EXPECT_EQ(read<short>("32768", 1), 1);
+    EXPECT_EQ(read<short>("0xffff", 1), -1);
+    EXPECT_EQ(read<short>("0x10000", 1), 0);
+    EXPECT_EQ(read<long long>("0xffffffffffffffff", 1), -1);
+    EXPECT_EQ(read<unsigned long long>("18446744073709551615", 1), 18446744073709551615ull);
+    EXPECT_EQ(read<unsigned>("-5", 1), 4294967291u);
 }
 
-TEST(XmlNumbers, FloatingPointTakesTheFront) {
-    EXPECT_EQ(1.5, read<double>("1.5", 0));
-    EXPECT_EQ(-2e3, read<double>(" -2e3", 0));
-    EXPECT_EQ(1.5, read<double>("1.5x", 0));
-    EXPECT_EQ(7.0, read<double>("x", 7));
-    EXPECT_EQ(7.0, read<double>("", 7));
-    EXPECT_EQ(2.5f, read<float>("2.5", 0));
-    EXPECT_EQ(7.0f, read<float>("x", 7));
+TEST(XmlStreamsNumbers, FloatingPointTakesTheFront) {
+    EXPECT_EQ(read<double>("1.5", 0), 1.5);
+    EXPECT_EQ(read<double>(" -2e3", 0), -2e3);
+    EXPECT_EQ(read<double>("1.5x", 0), 1.5);
+    EXPECT_EQ(read<double>("x", 7), 7.0);
+    EXPECT_EQ(read<double>("", 7), 7.0);
+    EXPECT_EQ(read<float>("2.5", 0), 2.5f);
+    EXPECT_EQ(read<float>("x", 7), 7.0f);
 }
 
-TEST(XmlBool, KnowsSixWords) {
+TEST(XmlStreamsBool, KnowsSixWords) {
     for (char const * const word : {"1", "true", "on"}) {
         EXPECT_TRUE(read<bool>(word, false));
     }
@@ -110,58 +110,58 @@ TEST(XmlBool, KnowsSixWords) {
     }
 }
 
-TEST(XmlTexts, AreUnescapedOnceMore) {
+TEST(XmlStreamsTexts, AreUnescapedOnceMore) {
     EXPECT_EQ(tavString("<&"), read<tavString>("&lt;&amp;", "former"));
     EXPECT_EQ(tavString(), read<tavString>("", "former"));
-    EXPECT_EQ("<", read<std::string>("&lt;", ""));
-    EXPECT_EQ(L"\u00e4<", read<std::wstring>("\xc3\xa4&lt;", L""));
+    EXPECT_EQ(read<std::string>("&lt;", ""), "<");
+    EXPECT_EQ(read<std::wstring>("\xc3\xa4&lt;", L""), L"\u00e4<");
     tavXmlInStream in("<a><t>&amp;lt;</t></a>");
     tavString text;
     in.child(1, "t")->io(text, tavCodecMeta());
     EXPECT_EQ(tavString("<"), text);
 }
 
-TEST(XmlTexts, BytesAreBase64AndTimesText) {
+TEST(XmlStreamsTexts, BytesAreBase64AndTimesText) {
     EXPECT_EQ(tavBytes(tav_istr("abc")), read<tavBytes>("YWJj", tavBytes(tav_istr("former"))));
     tavTime const time = tavTime::milliseconds(1700000000123ll);
     EXPECT_EQ(tavTime::from(tav_istr(time.str())),
               read<tavTime>(std::string(tav_istr(time.str())), tavTime::milliseconds(0)));
 }
 
-TEST(XmlOutputStream, WritesTheTextOfEachType) {
-    EXPECT_EQ("true", written(true));
-    EXPECT_EQ("false", written(false));
-    EXPECT_EQ("-1", written(static_cast<char>(-1)));
-    EXPECT_EQ("255", written(static_cast<unsigned char>(255)));
-    EXPECT_EQ("-32768", written(static_cast<short>(-32768)));
-    EXPECT_EQ("65535", written(static_cast<unsigned short>(65535)));
-    EXPECT_EQ("-5", written(-5));
-    EXPECT_EQ("4294967295", written(4294967295u));
-    EXPECT_EQ("-6", written(-6l));
-    EXPECT_EQ("6", written(6ul));
-    EXPECT_EQ("-9223372036854775808", written(-9223372036854775807ll - 1));
-    EXPECT_EQ("18446744073709551615", written(18446744073709551615ull));
-    EXPECT_EQ("1.5", written(1.5));
-    EXPECT_EQ("1.23457e+06", written(1234567.0));
-    EXPECT_EQ("0.1", written(0.1f));
-    EXPECT_EQ("t", written(tavString("t")));
-    EXPECT_EQ("t", written(std::string("t")));
-    EXPECT_EQ("t", written(tav_istr("t")));
-    EXPECT_EQ("t", written("t"));
-    EXPECT_EQ("", written(static_cast<char const *>(nullptr)));
-    EXPECT_EQ("\xc3\xa4", written(std::wstring(L"\u00e4")));
-    EXPECT_EQ("YWJj", written(tavBytes(tav_istr("abc"))));
+TEST(XmlStreamsOutputStream, WritesTheTextOfEachType) {
+    EXPECT_EQ(written(true), "true");
+    EXPECT_EQ(written(false), "false");
+    EXPECT_EQ(written(static_cast<char>(-1)), "-1");
+    EXPECT_EQ(written(static_cast<unsigned char>(255)), "255");
+    EXPECT_EQ(written(static_cast<short>(-32768)), "-32768");
+    EXPECT_EQ(written(static_cast<unsigned short>(65535)), "65535");
+    EXPECT_EQ(written(-5), "-5");
+    EXPECT_EQ(written(4294967295u), "4294967295");
+    EXPECT_EQ(written(-6l), "-6");
+    EXPECT_EQ(written(6ul), "6");
+    EXPECT_EQ(written(-9223372036854775807ll - 1), "-9223372036854775808");
+    EXPECT_EQ(written(18446744073709551615ull), "18446744073709551615");
+    EXPECT_EQ(written(1.5), "1.5");
+    EXPECT_EQ(written(1234567.0), "1.23457e+06");
+    EXPECT_EQ(written(0.1f), "0.1");
+    EXPECT_EQ(written(tavString("t")), "t");
+    EXPECT_EQ(written(std::string("t")), "t");
+    EXPECT_EQ(written(tav_istr("t")), "t");
+    EXPECT_EQ(written("t"), "t");
+    EXPECT_EQ(written(static_cast<char const *>(nullptr)), "");
+    EXPECT_EQ(written(std::wstring(L"\u00e4")), "\xc3\xa4");
+    EXPECT_EQ(written(tavBytes(tav_istr("abc"))), "YWJj");
     EXPECT_EQ(std::string(tav_istr(tavTime::milliseconds(5000).str())), written(tavTime::milliseconds(5000)));
 }
 
-TEST(XmlOutputStream, Appends) {
+TEST(XmlStreamsOutputStream, Appends) {
     XmlOutputStream out("a");
     out << 1 << "x" << 2;
-    EXPECT_EQ("1x2", out.content());
-    EXPECT_EQ("a", out.tag());
+    EXPECT_EQ(out.content(), "1x2");
+    EXPECT_EQ(out.tag(), "a");
 }
 
-TEST(XmlOutputStream, WorksOnABorrowedNodeOrItsOwn) {
+TEST(XmlStreamsOutputStream, WorksOnABorrowedNodeOrItsOwn) {
     Node node("a");
     XmlOutputStream over(node);
     over["b"].content("1");
@@ -170,71 +170,71 @@ TEST(XmlOutputStream, WorksOnABorrowedNodeOrItsOwn) {
     over.attr("x").value() += "3";
     over.newChild();
     EXPECT_EQ(&node, &over.node());
-    EXPECT_EQ("<a x=\"23\"><b>1</b><any/></a>", printed(node));
+    EXPECT_EQ(printed(node), "<a x=\"23\"><b>1</b><any/></a>");
     XmlOutputStream own;
-    EXPECT_EQ("", own.tag());
+    EXPECT_EQ(own.tag(), "");
     EXPECT_FALSE(own.decoding());
-    EXPECT_EQ(0, own.dumping());
+    EXPECT_EQ(own.dumping(), 0);
     EXPECT_EQ(&own, &own.me());
 }
 
-TEST(XmlOutputStream, EnterGivesATagOnlyToANodeWithoutOne) {
+TEST(XmlStreamsOutputStream, EnterGivesATagOnlyToANodeWithoutOne) {
     XmlOutputStream both;
     both.enter("name", "base", "tag");
-    EXPECT_EQ("tag", both.tag());
+    EXPECT_EQ(both.tag(), "tag");
     both.enter("name", "base", "other");
-    EXPECT_EQ("tag", both.tag());
+    EXPECT_EQ(both.tag(), "tag");
     XmlOutputStream named;
     named.enter("name", "base", "");
-    EXPECT_EQ("name", named.tag());
+    EXPECT_EQ(named.tag(), "name");
     named.leave();
     named.enterSuper();
     named.leaveSuper();
-    EXPECT_EQ("<name/>", named.encode(false, false, 0));
+    EXPECT_EQ(named.encode(false, false, 0), "<name/>");
 }
 
-TEST(XmlOutputStream, StrIsPrettyWithEmptyPartsOrCompactWithout) {
+TEST(XmlStreamsOutputStream, StrIsPrettyWithEmptyPartsOrCompactWithout) {
     XmlOutputStream out("a");
     out.child("b").content("1");
     out.child("c");
-    EXPECT_EQ("\n    <a>\n        <b>1</b>\n        <c/>\n    </a>", out.str(true));
-    EXPECT_EQ("<a><b>1</b></a>", out.str(false));
+    EXPECT_EQ(out.str(true), "\n    <a>\n        <b>1</b>\n        <c/>\n    </a>");
+    EXPECT_EQ(out.str(false), "<a><b>1</b></a>");
     out.node().next(new Node("d", "2"));
-    EXPECT_EQ("<a><b>1</b></a><d>2</d>", out.str(false));
-    EXPECT_EQ("<a><b>1</b><c/></a><d>2</d>", out.encode(false, false, 0));
+    EXPECT_EQ(out.str(false), "<a><b>1</b></a><d>2</d>");
+    EXPECT_EQ(out.encode(false, false, 0), "<a><b>1</b><c/></a><d>2</d>");
 }
 
-TEST(XmlInputStream, WorksOnABorrowedNodeOrItsOwn) {
+TEST(XmlStreamsInputStream, WorksOnABorrowedNodeOrItsOwn) {
     std::string rest;
     XmlInputStream in("<a x='1'><b>2</b></a> tail", &rest);
-    EXPECT_EQ("tail", rest);
-    EXPECT_EQ("a", in.tag());
-    EXPECT_EQ("", in.content());
-    EXPECT_EQ("1", in.attr("x").value());
-    EXPECT_EQ("1", in("x").value());
-    EXPECT_EQ("2", in.child("b").content());
-    EXPECT_EQ("2", in["b"].content());
-    EXPECT_EQ(1, in.end() - in.begin());
+    EXPECT_EQ(rest, "tail");
+    EXPECT_EQ(in.tag(), "a");
+    EXPECT_EQ(in.content(), "");
+    EXPECT_EQ(in.attr("x").value(), "1");
+    EXPECT_EQ(in("x").value(), "1");
+    EXPECT_EQ(in.child("b").content(), "2");
+    EXPECT_EQ(in["b"].content(), "2");
+    EXPECT_EQ(in.end() - in.begin(), 1);
     EXPECT_FALSE(in.isNull());
     EXPECT_TRUE(in.decoding());
-    EXPECT_EQ(0, in.dumping());
+    EXPECT_EQ(in.dumping(), 0);
     EXPECT_EQ(&in, &in.me());
     XmlInputStream const over(in["c"]);
     EXPECT_TRUE(over.isNull());
     EXPECT_EQ(&Node::null(), &over.node());
 }
 
-TEST(XmlInputStream, CopyReadsTheSameNode) {
+TEST(XmlStreamsInputStream, CopyReadsTheSameNode) {
     XmlInputStream const own("<a><b>2</b></a>");
     XmlInputStream const copy(own);
-    EXPECT_EQ("2", copy["b"].content());
+    EXPECT_EQ(copy["b"].content(), "2");
     EXPECT_EQ(&own["b"], &copy["b"]);
     Node const node("c", "3");
     XmlInputStream const over(node);
     EXPECT_EQ(&node, &XmlInputStream(over).node());
 }
 
-TEST(TavXmlOutStream, IsAnOutputStream) {
+TEST(XmlStreamsOutStream, IsAnOutputStream) {
     tavXmlOutStream out("a");
     EXPECT_FALSE(out.isNull());
     EXPECT_FALSE(out.hideEmpty());
@@ -246,10 +246,10 @@ TEST(TavXmlOutStream, IsAnOutputStream) {
     out.getInputChildMap(map);
     EXPECT_TRUE(list.empty());
     EXPECT_TRUE(map.empty());
-    EXPECT_EQ("a", std::string(out.name()));
+    EXPECT_EQ(std::string(out.name()), "a");
 }
 
-TEST(TavXmlOutStream, TwoChildrenOfOneNameAreOneElement) {
+TEST(XmlStreamsOutStream, TwoChildrenOfOneNameAreOneElement) {
     tavXmlOutStream out("a");
     int one = 1;
     int two = 2;
@@ -260,28 +260,28 @@ TEST(TavXmlOutStream, TwoChildrenOfOneNameAreOneElement) {
     EXPECT_EQ(tavString("<a><b>12</b><any>1</any><any>2</any></a>"), out.str(false));
 }
 
-TEST(TavXmlOutStream, EnterNamesANodeWithoutATag) {
+TEST(XmlStreamsOutStream, EnterNamesANodeWithoutATag) {
     tavXmlOutStream out("");
     out.enter("Hello", "Base");
-    EXPECT_EQ("Hello", std::string(out.name()));
+    EXPECT_EQ(std::string(out.name()), "Hello");
     out.enter("Other", "Base");
     out.leave();
-    EXPECT_EQ("Hello", std::string(out.name()));
+    EXPECT_EQ(std::string(out.name()), "Hello");
 }
 
-TEST(TavXmlOutStream, WorksOnABorrowedImplementation) {
+TEST(XmlStreamsOutStream, WorksOnABorrowedImplementation) {
     XmlOutputStream impl("a");
     int v = 5;
     {
         tavXmlOutStream out(&impl, false);
         out.io(v, tavCodecMeta());
     }
-    EXPECT_EQ("5", impl.content());
+    EXPECT_EQ(impl.content(), "5");
     tavXmlOutStream owner(new XmlOutputStream("b"), true);
-    EXPECT_EQ("b", std::string(owner.name()));
+    EXPECT_EQ(std::string(owner.name()), "b");
 }
 
-TEST(TavXmlInStream, FindsChildrenByNameAndElementsByPosition) {
+TEST(XmlStreamsInStream, FindsChildrenByNameAndElementsByPosition) {
     tavXmlInStream in("<a><b>1</b><any>2</any><any>3</any><b>4</b></a>");
     EXPECT_FALSE(in.isNull());
     EXPECT_FALSE(in.isOutputStream());
@@ -289,38 +289,38 @@ TEST(TavXmlInStream, FindsChildrenByNameAndElementsByPosition) {
     EXPECT_TRUE(in.isMapEntryCombined());
     EXPECT_FALSE(in.getOutputChild());
     EXPECT_FALSE(in.child(1, "c"));
-    EXPECT_EQ("a", std::string(in.name()));
+    EXPECT_EQ(std::string(in.name()), "a");
     int v = 0;
     in.child(99, "b")->io(v, tavCodecMeta());
-    EXPECT_EQ(1, v);
+    EXPECT_EQ(v, 1);
     std::vector<tavSharedPtr<tavCodecStream>> list;
     in.getInputChildren(list);
-    ASSERT_EQ(4u, list.size());
+    ASSERT_EQ(list.size(), 4u);
     in.getInputChildren(list);
-    EXPECT_EQ(8u, list.size());
+    EXPECT_EQ(list.size(), 8u);
     list[2]->io(v, tavCodecMeta());
-    EXPECT_EQ(3, v);
+    EXPECT_EQ(v, 3);
     std::map<tavString, tavSharedPtr<tavCodecStream>> map;
     in.getInputChildMap(map);
-    ASSERT_EQ(2u, map.size());
+    ASSERT_EQ(map.size(), 2u);
     map["b"]->io(v, tavCodecMeta());
-    EXPECT_EQ(4, v);
+    EXPECT_EQ(v, 4);
     map["any"]->io(v, tavCodecMeta());
-    EXPECT_EQ(3, v);
+    EXPECT_EQ(v, 3);
 }
 
-TEST(TavXmlInStream, FieldsAreElementsAndNeverAttributes) {
+TEST(XmlStreamsInStream, FieldsAreElementsAndNeverAttributes) {
     tavXmlInStream in("<a b='1'/>");
     EXPECT_FALSE(in.child(1, "b"));
 }
 
-TEST(TavXmlInStream, MalformedTextReadsAsMissing) {
+TEST(XmlStreamsInStream, MalformedTextReadsAsMissing) {
     tavXmlInStream in("<a><b>1</b><c>");
     EXPECT_TRUE(in.child(1, "b"));
     EXPECT_FALSE(in.child(1, "c"));
     tavXmlInStream none("");
     EXPECT_FALSE(none.isNull());
-    EXPECT_EQ("", std::string(none.name()));
+    EXPECT_EQ(std::string(none.name()), "");
 }
 
 TEST(TavXmlStreams, EverySimpleTypeTravels) {
@@ -350,7 +350,7 @@ TEST(TavXmlStreams, EverySimpleTypeTravels) {
             auto const child = in.child(1, name);
             ASSERT_TRUE(child) << name;
             child->io(v, tavCodecMeta());
-            EXPECT_EQ(expected, v) << name;
+            EXPECT_EQ(v, expected) << name;
         };
         expect("time", tavTime::milliseconds(1700000000000ll));
         expect("bytes", tavBytes(tav_istr("\0<", 2u)));

@@ -30,112 +30,112 @@ std::string fromCdata(std::string text) {
 
 } // namespace
 
-TEST(XmlEscape, WritesTheFiveEntities) {
-    EXPECT_EQ("&amp;&quot;&apos;&lt;&gt;", escaped("&\"'<>"));
-    EXPECT_EQ("a&lt;b\n", escaped("a<b\n"));
-    EXPECT_EQ("plain \x7f\xc3\xa4", escaped("plain \x7f\xc3\xa4"));
-    EXPECT_EQ("", escaped(""));
-    EXPECT_EQ("", escaped(nullptr));
+TEST(XmlTextEscape, WritesTheFiveEntities) {
+    EXPECT_EQ(escaped("&\"'<>"), "&amp;&quot;&apos;&lt;&gt;");
+    EXPECT_EQ(escaped("a<b\n"), "a&lt;b\n");
+    EXPECT_EQ(escaped("plain \x7f\xc3\xa4"), "plain \x7f\xc3\xa4");
+    EXPECT_EQ(escaped(""), "");
+    EXPECT_EQ(escaped(nullptr), "");
 }
 
-TEST(XmlEscape, WritesLineBreaksAsEntitiesIfAsked) {
-    EXPECT_EQ("a&#10;b&#13;&amp;\t", escaped("a\nb\r&\t", true));
+TEST(XmlTextEscape, WritesLineBreaksAsEntitiesIfAsked) {
+    EXPECT_EQ(escaped("a\nb\r&\t", true), "a&#10;b&#13;&amp;\t");
 }
 
-TEST(XmlEscape, StopsAtAZeroByte) {
-    EXPECT_EQ("ab", escaped("ab\0cd"));
+TEST(XmlTextEscape, StopsAtAZeroByte) {
+    EXPECT_EQ(escaped("ab\0cd"), "ab");
     std::string out;
     tav::xml::escapeAttr(out, "a<\n\0b");
-    EXPECT_EQ("a&lt;\n", out);
+    EXPECT_EQ(out, "a&lt;\n");
 }
 
-TEST(XmlEscape, Appends) {
+TEST(XmlTextEscape, Appends) {
     std::string out = "x";
     tav::xml::escapeAttr(out, "<");
     tav::xml::escape(out, "<", true);
     tav::xml::unescape(out, "&lt;");
-    EXPECT_EQ("x&lt;&lt;<", out);
+    EXPECT_EQ(out, "x&lt;&lt;<");
 }
 
-TEST(XmlUnescape, KnowsTheEntitiesInAnyCase) {
-    EXPECT_EQ("&\"'<> ", unescaped("&amp;&quot;&apos;&lt;&gt;&nbsp;"));
-    EXPECT_EQ("&<", unescaped("&AMP;&Lt;"));
+TEST(XmlTextUnescape, KnowsTheEntitiesInAnyCase) {
+    EXPECT_EQ(unescaped("&amp;&quot;&apos;&lt;&gt;&nbsp;"), "&\"'<> ");
+    EXPECT_EQ(unescaped("&AMP;&Lt;"), "&<");
 }
 
-TEST(XmlUnescape, KnowsCharactersByNumber) {
-    EXPECT_EQ("AA", unescaped("&#65;&#x41;"));
-    EXPECT_EQ("A", unescaped("&#X41;"));
-    EXPECT_EQ("\xc3\xa4", unescaped("&#xe4;"));
-    EXPECT_EQ("\xe4\xb8\xad", unescaped("&#x4E2D;"));
-    EXPECT_EQ("\xe4\xb8\xad", unescaped("&#20013;"));
+TEST(XmlTextUnescape, KnowsCharactersByNumber) {
+    EXPECT_EQ(unescaped("&#65;&#x41;"), "AA");
+    EXPECT_EQ(unescaped("&#X41;"), "A");
+    EXPECT_EQ(unescaped("&#xe4;"), "\xc3\xa4");
+    EXPECT_EQ(unescaped("&#x4E2D;"), "\xe4\xb8\xad");
+    EXPECT_EQ(unescaped("&#20013;"), "\xe4\xb8\xad");
 }
 
-TEST(XmlUnescape, NumbersCountBy16BitsAndZeroIsNothing) {
-    EXPECT_EQ("ab", unescaped("a&#0;b"));
-    EXPECT_EQ("ab", unescaped("a&#x0;b"));
-    EXPECT_EQ("", unescaped("&#65536;"));
-    EXPECT_EQ("A", unescaped("&#65601;"));
-    EXPECT_EQ("", unescaped("&#x0000;"));
+TEST(XmlTextUnescape, NumbersCountBy16BitsAndZeroIsNothing) {
+    EXPECT_EQ(unescaped("a&#0;b"), "ab");
+    EXPECT_EQ(unescaped("a&#x0;b"), "ab");
+    EXPECT_EQ(unescaped("&#65536;"), "");
+    EXPECT_EQ(unescaped("&#65601;"), "A");
+    EXPECT_EQ(unescaped("&#x0000;"), "");
 }
 
-TEST(XmlUnescape, AnythingElseIsWrittenBackInLowerCase) {
-    EXPECT_EQ("&bad;", unescaped("&bad;"));
-    EXPECT_EQ("&bad;", unescaped("&BaD;"));
-    EXPECT_EQ("&;", unescaped("&;"));
-    EXPECT_EQ("&#;", unescaped("&#;"));
-    EXPECT_EQ("&#x;", unescaped("&#X;"));
-    EXPECT_EQ("&#xg;", unescaped("&#xG;"));
-    EXPECT_EQ("&#6a;", unescaped("&#6A;"));
-    EXPECT_EQ("&#-1;", unescaped("&#-1;"));
-    EXPECT_EQ("&a b;", unescaped("&A b;"));
+TEST(XmlTextUnescape, AnythingElseIsWrittenBackInLowerCase) {
+    EXPECT_EQ(unescaped("&bad;"), "&bad;");
+    EXPECT_EQ(unescaped("&BaD;"), "&bad;");
+    EXPECT_EQ(unescaped("&;"), "&;");
+    EXPECT_EQ(unescaped("&#;"), "&#;");
+    EXPECT_EQ(unescaped("&#X;"), "&#x;");
+    EXPECT_EQ(unescaped("&#xG;"), "&#xg;");
+    EXPECT_EQ(unescaped("&#6A;"), "&#6a;");
+    EXPECT_EQ(unescaped("&#-1;"), "&#-1;");
+    EXPECT_EQ(unescaped("&A b;"), "&a b;");
 }
 
-TEST(XmlUnescape, SemicolonStandsOneToSevenBytesBehind) {
-    EXPECT_EQ("&123456;", unescaped("&123456;"));
-    EXPECT_EQ("&ABCDEFG;", unescaped("&ABCDEFG;"));
-    EXPECT_EQ("&abcdef;", unescaped("&ABCDEF;"));
-    EXPECT_EQ("&amp", unescaped("&amp"));
-    EXPECT_EQ("&", unescaped("&"));
-    EXPECT_EQ("a&", unescaped("a&"));
-    EXPECT_EQ("&&amp;", unescaped("&&AMP;"));
-    EXPECT_EQ("&12345678&", unescaped("&12345678&amp;"));
-    EXPECT_EQ("&&lt;", unescaped("&&LT;"));
+TEST(XmlTextUnescape, SemicolonStandsOneToSevenBytesBehind) {
+    EXPECT_EQ(unescaped("&123456;"), "&123456;");
+    EXPECT_EQ(unescaped("&ABCDEFG;"), "&ABCDEFG;");
+    EXPECT_EQ(unescaped("&ABCDEF;"), "&abcdef;");
+    EXPECT_EQ(unescaped("&amp"), "&amp");
+    EXPECT_EQ(unescaped("&"), "&");
+    EXPECT_EQ(unescaped("a&"), "a&");
+    EXPECT_EQ(unescaped("&&AMP;"), "&&amp;");
+    EXPECT_EQ(unescaped("&12345678&amp;"), "&12345678&");
+    EXPECT_EQ(unescaped("&&LT;"), "&&lt;");
 }
 
-TEST(XmlCdata, TextWithoutSpecialBytesStays) {
-    EXPECT_EQ("plain ]] text\n", cdata("plain ]] text\n"));
-    EXPECT_EQ("", cdata(""));
+TEST(XmlTextCdata, TextWithoutSpecialBytesStays) {
+    EXPECT_EQ(cdata("plain ]] text\n"), "plain ]] text\n");
+    EXPECT_EQ(cdata(""), "");
 }
 
-TEST(XmlCdata, TextWithASpecialByteIsWrapped) {
+TEST(XmlTextCdata, TextWithASpecialByteIsWrapped) {
     for (std::string const byte : {"&", "\"", "'", "<", ">"}) {
         EXPECT_EQ("<![CDATA[a" + byte + "]]>", cdata("a" + byte));
     }
-    EXPECT_EQ(std::string("<![CDATA[a\0<]]>", 15), cdata(std::string("a\0<", 3)));
+    EXPECT_EQ(cdata(std::string("a\0<", 3)), std::string("<![CDATA[a\0<]]>", 15));
 }
 
-TEST(XmlCdata, TextWithTheEndMarkIsEscaped) {
-    EXPECT_EQ("a]]&gt;b\n", cdata("a]]>b\n"));
-    EXPECT_EQ("a]]&gt;", cdata(std::string("a]]>\0b", 6)));
+TEST(XmlTextCdata, TextWithTheEndMarkIsEscaped) {
+    EXPECT_EQ(cdata("a]]>b\n"), "a]]&gt;b\n");
+    EXPECT_EQ(cdata(std::string("a]]>\0b", 6)), "a]]&gt;");
 }
 
-TEST(XmlCdata, DecodingUnwrapsOrUnescapes) {
-    EXPECT_EQ("a<&lt;", fromCdata("<![CDATA[a<&lt;]]>"));
-    EXPECT_EQ("", fromCdata("<![CDATA[]]>"));
-    EXPECT_EQ("a<", fromCdata("a&lt;"));
-    EXPECT_EQ("plain", fromCdata("plain"));
-    EXPECT_EQ("<![CDATA[&", fromCdata("<![CDATA[&amp;"));
-    EXPECT_EQ("<![CDATA[]>", fromCdata("<![CDATA[]>"));
-    EXPECT_EQ("x<![CDATA[a]]>", fromCdata("x<![CDATA[a]]>"));
+TEST(XmlTextCdata, DecodingUnwrapsOrUnescapes) {
+    EXPECT_EQ(fromCdata("<![CDATA[a<&lt;]]>"), "a<&lt;");
+    EXPECT_EQ(fromCdata("<![CDATA[]]>"), "");
+    EXPECT_EQ(fromCdata("a&lt;"), "a<");
+    EXPECT_EQ(fromCdata("plain"), "plain");
+    EXPECT_EQ(fromCdata("<![CDATA[&amp;"), "<![CDATA[&");
+    EXPECT_EQ(fromCdata("<![CDATA[]>"), "<![CDATA[]>");
+    EXPECT_EQ(fromCdata("x<![CDATA[a]]>"), "x<![CDATA[a]]>");
 }
 
-TEST(XmlCdata, DecodingReadsWhatEncodingWrote) {
+TEST(XmlTextCdata, DecodingReadsWhatEncodingWrote) {
     for (std::string const text : {"", "a", "<", "a]]>b&c", "&amp;", "]]", "'\"", "]]>]]>"}) {
         EXPECT_EQ(text, fromCdata(cdata(text)));
     }
 }
 
 TEST(XmlText, NullStringIsEmptyAndOne) {
-    EXPECT_EQ("", tav::xml::nullString());
+    EXPECT_EQ(tav::xml::nullString(), "");
     EXPECT_EQ(&tav::xml::nullString(), &tav::xml::nullString());
 }

@@ -25,95 +25,95 @@ std::string skipping(std::string const & text) {
 } // namespace
 
 TEST(XmlWriter, CompactFormIsOneLine) {
-    EXPECT_EQ("<a x=\"1\"><b>t</b><c/></a>", reread("<a x='1'> <b>t</b> <c></c> </a>"));
+    EXPECT_EQ(reread("<a x='1'> <b>t</b> <c></c> </a>"), "<a x=\"1\"><b>t</b><c/></a>");
 }
 
 TEST(XmlWriter, TextFollowsTheChildren) {
-    EXPECT_EQ("<a><b/>xy</a>", reread("<a>x<b/>y</a>"));
+    EXPECT_EQ(reread("<a>x<b/>y</a>"), "<a><b/>xy</a>");
 }
 
 TEST(XmlWriter, PrettyFormBeginsWithALineFeed) {
-    EXPECT_EQ("\n<a>\n    <b>1</b>\n</a>", pretty("<a><b>1</b></a>"));
-    EXPECT_EQ("\n    <a>\n        <b>1</b>\n    </a>", pretty("<a><b>1</b></a>", 1));
+    EXPECT_EQ(pretty("<a><b>1</b></a>"), "\n<a>\n    <b>1</b>\n</a>");
+    EXPECT_EQ(pretty("<a><b>1</b></a>", 1), "\n    <a>\n        <b>1</b>\n    </a>");
 }
 
 TEST(XmlWriter, PrettyTextWithoutAttributesStaysOnItsLine) {
-    EXPECT_EQ("\n<a>t</a>", pretty("<a>t</a>"));
-    EXPECT_EQ("\n<a/>", pretty("<a/>"));
+    EXPECT_EQ(pretty("<a>t</a>"), "\n<a>t</a>");
+    EXPECT_EQ(pretty("<a/>"), "\n<a/>");
 }
 
 TEST(XmlWriter, PrettyAttributesStandOnLinesOfTheirOwn) {
-    EXPECT_EQ("\n<a\n     x=\"1\"\n     y=\"2\"/>", pretty("<a x='1' y='2'/>"));
-    EXPECT_EQ("\n<a\n     x=\"1\">\n    t\n</a>", pretty("<a x='1'>t</a>"));
-    EXPECT_EQ("\n<a\n     x=\"1\">\n    <b/>\n</a>", pretty("<a x='1'><b/></a>"));
+    EXPECT_EQ(pretty("<a x='1' y='2'/>"), "\n<a\n     x=\"1\"\n     y=\"2\"/>");
+    EXPECT_EQ(pretty("<a x='1'>t</a>"), "\n<a\n     x=\"1\">\n    t\n</a>");
+    EXPECT_EQ(pretty("<a x='1'><b/></a>"), "\n<a\n     x=\"1\">\n    <b/>\n</a>");
 }
 
 TEST(XmlWriter, PrettyTextBehindChildrenHasOneLineEndAheadOfTheClosingTag) {
-    EXPECT_EQ("\n<a>\n    <b/>t\n</a>", pretty("<a><b/>t</a>"));
-    EXPECT_EQ("\n<a\n     x=\"1\">\n    <b/>\n    t\n</a>", pretty("<a x='1'><b/>t</a>"));
+    EXPECT_EQ(pretty("<a><b/>t</a>"), "\n<a>\n    <b/>t\n</a>");
+    EXPECT_EQ(pretty("<a x='1'><b/>t</a>"), "\n<a\n     x=\"1\">\n    <b/>\n    t\n</a>");
 }
 
 TEST(XmlWriter, AttributeValuesAreEscapedInDoubleQuotes) {
-    EXPECT_EQ("<a x=\"&lt;&quot;&apos;&amp;\"/>", reread("<a x='&lt;&quot;&apos;&amp;'/>"));
+    EXPECT_EQ(reread("<a x='&lt;&quot;&apos;&amp;'/>"), "<a x=\"&lt;&quot;&apos;&amp;\"/>");
     Node node("a");
     node.setAttr("x", tav_istr("v\0w", 3u));
-    EXPECT_EQ("<a x=\"v\"/>", node.encode(false, false, 0, false));
+    EXPECT_EQ(node.encode(false, false, 0, false), "<a x=\"v\"/>");
 }
 
 TEST(XmlWriter, TextWithSpecialBytesIsWrappedOrEscaped) {
     Node node("a", "x<y");
-    EXPECT_EQ("<a><![CDATA[x<y]]></a>", node.encode(false, false, 0, false));
+    EXPECT_EQ(node.encode(false, false, 0, false), "<a><![CDATA[x<y]]></a>");
     node.content("x]]>y");
-    EXPECT_EQ("<a>x]]&gt;y</a>", node.encode(false, false, 0, false));
+    EXPECT_EQ(node.encode(false, false, 0, false), "<a>x]]&gt;y</a>");
     node.content("xy");
-    EXPECT_EQ("<a>xy</a>", node.encode(false, false, 0, false));
+    EXPECT_EQ(node.encode(false, false, 0, false), "<a>xy</a>");
 }
 
 TEST(XmlWriter, SkipEmptyLeavesOutEmptyNodesAndAttributes) {
-    EXPECT_EQ("<a><c>1</c></a>", skipping("<a><b/><c>1</c><d></d></a>"));
-    EXPECT_EQ("<a y=\"1\"/>", skipping("<a x='' y='1'/>"));
-    EXPECT_EQ("", skipping("<a/>"));
-    EXPECT_EQ("<a></a>", skipping("<a><b/></a>"));
-    EXPECT_EQ("<a/>", skipping("<a x=''/>"));
+    EXPECT_EQ(skipping("<a><b/><c>1</c><d></d></a>"), "<a><c>1</c></a>");
+    EXPECT_EQ(skipping("<a x='' y='1'/>"), "<a y=\"1\"/>");
+    EXPECT_EQ(skipping("<a/>"), "");
+    EXPECT_EQ(skipping("<a><b/></a>"), "<a></a>");
+    EXPECT_EQ(skipping("<a x=''/>"), "<a/>");
 }
 
 TEST(XmlWriter, FollowingRootsAreWrittenAtTheSameLevel) {
-    EXPECT_EQ("<a/><b/>", reread("<a/><b/>"));
-    EXPECT_EQ("\n    <a/>\n    <b/>", pretty("<a/><b/>", 1));
-    EXPECT_EQ("<a/>", Node::fromXml("<a/><b/>")->encode(false, false, 0, false));
+    EXPECT_EQ(reread("<a/><b/>"), "<a/><b/>");
+    EXPECT_EQ(pretty("<a/><b/>", 1), "\n    <a/>\n    <b/>");
+    EXPECT_EQ(Node::fromXml("<a/><b/>")->encode(false, false, 0, false), "<a/>");
 }
 
 TEST(XmlWriter, SkippedFirstRootSkipsTheRootsThatFollow) {
-    EXPECT_EQ("", skipping("<a/><b>1</b>"));
-    EXPECT_EQ("<a>1</a><c>2</c>", skipping("<a>1</a><b/><c>2</c>"));
+    EXPECT_EQ(skipping("<a/><b>1</b>"), "");
+    EXPECT_EQ(skipping("<a>1</a><b/><c>2</c>"), "<a>1</a><c>2</c>");
 }
 
 TEST(XmlWriter, ResultStaysInTheNode) {
     Node node("a");
     std::string const & text = node.encode(false, false, 0, false);
-    EXPECT_EQ("<a/>", text);
+    EXPECT_EQ(text, "<a/>");
     node.tag("b");
     EXPECT_EQ(&text, &node.encode(false, false, 0, false));
-    EXPECT_EQ("<b/>", text);
+    EXPECT_EQ(text, "<b/>");
 }
 
 TEST(XmlWriter, PrintsTheCompactFormWithAllRoots) {
-    EXPECT_EQ("<a><b/></a><c/>", printed(*Node::fromXml("<a><b/></a><c/>")));
+    EXPECT_EQ(printed(*Node::fromXml("<a><b/></a><c/>")), "<a><b/></a><c/>");
 }
 
 TEST(XmlWriter, AttributeWritesItself) {
     Attr attr("n", "v<");
     std::string out = "x";
     attr.encode(out, true, "L", 0);
-    EXPECT_EQ("xL n=\"v&lt;\"", out);
+    EXPECT_EQ(out, "xL n=\"v&lt;\"");
     attr.value().clear();
     attr.encode(out, true, "L", 0);
-    EXPECT_EQ("xL n=\"v&lt;\"", out);
+    EXPECT_EQ(out, "xL n=\"v&lt;\"");
     attr.encode(out, false, "", 0);
-    EXPECT_EQ("xL n=\"v&lt;\" n=\"\"", out);
+    EXPECT_EQ(out, "xL n=\"v&lt;\" n=\"\"");
     out.clear();
     Attr::write(out, "a", "\"");
-    EXPECT_EQ(" a=\"&quot;\"", out);
+    EXPECT_EQ(out, " a=\"&quot;\"");
 }
 
 TEST(XmlWriter, ReadingGivesWhatWasWritten) {
@@ -122,6 +122,6 @@ TEST(XmlWriter, ReadingGivesWhatWasWritten) {
         EXPECT_EQ(text, reread(text));
         EXPECT_EQ(text, reread(pretty(text))) << pretty(text);
     }
-    EXPECT_EQ("<a><b/>t</a>", reread("<a><b/>t</a>"));
-    EXPECT_EQ("<a><b/>t\n</a>", reread(pretty("<a><b/>t</a>")));
+    EXPECT_EQ(reread("<a><b/>t</a>"), "<a><b/>t</a>");
+    EXPECT_EQ(reread(pretty("<a><b/>t</a>")), "<a><b/>t\n</a>");
 }
