@@ -1,6 +1,8 @@
 #ifndef TAV_VINTA_TLS_LIMITS_H
 #define TAV_VINTA_TLS_LIMITS_H
 
+#include "tav/vinta/vinta_api.h"
+
 #include <functional>
 
 /// How much one connection may hold.
