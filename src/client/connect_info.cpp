@@ -102,11 +102,11 @@ void connect_info::on_conn_cancel() {
              " on connect cancelled");
 }
 
-// What comes after the end changes nothing, and is not said.
+// What comes after the end is said and changes nothing.
 void connect_info::complete(result_type result, failure why, char const * func, char const * what) {
+    log_parts(tavLogger::DEBUG, site_in(log_file, func), name_, what);
     std::lock_guard<tavMonitor const> const guard(monitor_);
     if (result_ < 0) {
-        log_parts(tavLogger::DEBUG, site_in(log_file, func), name_, what);
         if (why != failure::none) {
             error(why);
         }
