@@ -108,6 +108,7 @@ bool session::take_input() {
 void session::on_read_header_end(frame_reader::part part) {
     on_received(frame_reader::head_size);
     if (part == frame_reader::part::refused) {
+        set_cause(failure::bad_frame);
         tav::detail::raiseAssertion(here("tav::tls::impl::session::on_read_header_end"),
                                     "length <= 0xffffff");
     }

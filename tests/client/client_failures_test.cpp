@@ -135,6 +135,18 @@ TEST(ClientFailures, SendEndsByName) {
     EXPECT_EQ(cut->error(), failure::connection_lost);
 }
 
+TEST(ClientFailures, SendsOfAConnectionThatGotNoFrameAreNamedForIt) {
+    ClientRig rig;
+    rig.connect();
+    auto const waiting = rig.client.send_msg(Ask(1), tracked());
+    rig.receive();
+    rig.server->send("\x01\x01\x01\x01");
+    ASSERT_TRUE(rig.events.wait(2));
+    rig.client.close();
+    EXPECT_EQ(resultOf(waiting), tls::result_cancelled);
+    EXPECT_EQ(waiting->error(), failure::bad_frame);
+}
+
 TEST(ClientFailures, SendAndWaitTellsItsOwn) {
     ClientRig rig;
     rig.connect();
