@@ -111,7 +111,7 @@ TEST(ClientLimits, TrackedSendOverTheLimitIsRefusedUntilOneHasEnded) {
 
 TEST(ClientLimits, FloodOfASlowCallbackStopsTheReadingAndLosesNothing) {
     constexpr unsigned limit = 10;
-    constexpr unsigned total = 200;
+    constexpr unsigned total = 40;
     Gate gate;
     ClientRig rig;
     std::atomic<unsigned> handled{0};

@@ -83,6 +83,27 @@ long eachAllocationFails(Scenario scenario) {
     return std::malloc(size != 0 ? size : 1);
 }
 
+// Those of arrays too, since a sanitizer's own do not come here.
+[[gnu::noinline]] void * operator new[](std::size_t size) {
+    return ::operator new(size);
+}
+
+[[gnu::noinline]] void * operator new[](std::size_t size, std::nothrow_t const & tag) noexcept {
+    return ::operator new(size, tag);
+}
+
+[[gnu::noinline]] void operator delete[](void * p) noexcept {
+    ::operator delete(p);
+}
+
+[[gnu::noinline]] void operator delete[](void * p, std::size_t) noexcept {
+    ::operator delete(p);
+}
+
+[[gnu::noinline]] void operator delete[](void * p, std::nothrow_t const &) noexcept {
+    ::operator delete(p);
+}
+
 [[gnu::noinline]] void operator delete(void * p) noexcept {
     std::free(p);
 }
