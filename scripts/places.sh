@@ -72,8 +72,10 @@ cross() {
         -DCMAKE_SYSTEM_PROCESSOR="$processor" -DCMAKE_C_COMPILER="$triplet-gcc" -DCMAKE_CXX_COMPILER="$triplet-g++" \
         -DOPENSSL_INCLUDE_DIR="$root/usr/include" -DOPENSSL_SSL_LIBRARY="$root/usr/lib/$folder/libssl.so" \
         -DOPENSSL_CRYPTO_LIBRARY="$root/usr/lib/$folder/libcrypto.so"
+    # The C library of the loader's own folder, ahead of any that this machine has for its 32-bit programs: the two
+    # must be of one build.
     try "$processor" "$triplet-g++ -Wl,-rpath-link,$root/usr/lib/$folder" "$emulator" -L "/usr/$triplet" \
-        -E "LD_LIBRARY_PATH=$top/$processor/src:$root/usr/lib/$folder"
+        -E "LD_LIBRARY_PATH=$top/$processor/src:/usr/$triplet/lib:$root/usr/lib/$folder"
 }
 
 for place in "${places[@]}"; do

@@ -1,6 +1,7 @@
 #include "client/vinta_tls_client_impl.h"
 #include "client/vinta_tls_client_impl_thread.h"
 
+#include "support/bounded.h"
 #include "support/client_rig.h"
 #include "support/log_capture.h"
 
@@ -70,7 +71,7 @@ TEST(ClientConnectStart, TellsTheResultAfterOnOpen) {
     EXPECT_EQ(info->result(), tls::result_pending);
     gate.open();
     EXPECT_EQ(resultOf(info), tls::result_ok);
-    EXPECT_EQ(info->wait(), tls::result_ok);
+    EXPECT_EQ(waited(info), tls::result_ok);
     EXPECT_TRUE(rig.client.connected());
     EXPECT_TRUE(
         log.inOrder({"<n> starting... ", "<n> on_start...\n", "<n> cancel all\n", "<n> session construct\n",
@@ -84,12 +85,12 @@ TEST(ClientConnectStart, WaitLogsTheOptionAndTheResult) {
     tls::connect_option option = rig.option();
     option.timedout.wait_ms(60000);
     auto const info = rig.client.start(option);
-    std::thread waiter([&] { EXPECT_EQ(info->wait(), tls::result_ok); });
+    auto waiter = waitOf(info);
     ASSERT_TRUE(log.waitFor("<n> connect wait begin, max waiting 60000ms...\n"));
     rig.finish(info);
-    waiter.join();
+    EXPECT_EQ(got(std::move(waiter)), tls::result_ok);
     EXPECT_TRUE(log.contains("<n> connect wait end, result = ok\n"));
-    EXPECT_EQ(info->wait(), tls::result_ok);
+    EXPECT_EQ(waited(info), tls::result_ok);
     EXPECT_EQ(log.count(" connect wait begin, "), 1u);
 }
 
@@ -97,14 +98,14 @@ TEST(ClientConnectStart, AllWaitersWake) {
     LogCapture log;
     ClientRig rig;
     auto const info = rig.client.start(rig.option());
-    std::vector<std::thread> waiters;
+    std::vector<std::future<tls::result_type>> waiters;
     for (int i = 0; i < 4; ++i) {
-        waiters.emplace_back([&] { EXPECT_EQ(info->wait(), tls::result_ok); });
+        waiters.push_back(waitOf(info));
     }
     ASSERT_TRUE(log.waitFor("<n> connect wait begin, ", 4));
     rig.finish(info);
-    for (std::thread & waiter : waiters) {
-        waiter.join();
+    for (auto & waiter : waiters) {
+        EXPECT_EQ(got(std::move(waiter)), tls::result_ok);
     }
 }
 
@@ -288,7 +289,7 @@ TEST(ClientConnectReuse, AConnectionToTheSameHostAndPortIsKept) {
     auto const again = rig.client.start(rig.option(), true);
     ASSERT_TRUE(again);
     EXPECT_EQ(again->result(), tls::result_ok);
-    EXPECT_EQ(again->wait(), tls::result_ok);
+    EXPECT_EQ(waited(again), tls::result_ok);
     EXPECT_EQ(log.find("<n> connected already, no need to start again\n").level, tavLogger::WARN);
     EXPECT_EQ(rig.peer.connections(), 1u);
     EXPECT_EQ(log.count(" on_start..."), 1u);
@@ -372,18 +373,16 @@ TEST(ClientConnectReconnect, WhileOneIsPendingIsBusyAndTheSame) {
     auto const pending = rig.client.start(rig.option());
     rig.server = rig.peer.accept();
     ASSERT_TRUE(log.waitFor("<n> connected, start client handshake..."));
-    std::atomic<int> waited{-9};
-    std::thread waiter([&] { waited = pending->wait(); });
+    auto waiter = waitOf(pending);
     ASSERT_TRUE(log.waitFor("<n> connect wait begin, "));
     auto const busy = rig.client.reconnect(tls::timedout_option(50));
     EXPECT_EQ(busy, pending);
     EXPECT_EQ(busy->result(), tls::result_busy);
     EXPECT_EQ(log.find("<n> last reconnect not complete, return directly\n").level, tavLogger::WARN);
     EXPECT_EQ(rig.client.reconnect(tls::timedout_option()), pending);
-    EXPECT_EQ(waited, -9);
+    EXPECT_EQ(waiter.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
     ASSERT_TRUE(rig.server->handshake());
-    waiter.join();
-    EXPECT_EQ(waited, tls::result_ok);
+    EXPECT_EQ(got(std::move(waiter)), tls::result_ok);
     EXPECT_EQ(busy->result(), tls::result_ok);
     EXPECT_EQ(log.count(" on_reconnect..."), 0u);
 }
@@ -664,10 +663,10 @@ TEST(ClientConnectInfo, CancelByTheApplicationWakesWaitersOnly) {
     auto const info = rig.client.start(rig.option());
     rig.server = rig.peer.accept();
     ASSERT_TRUE(log.waitFor("<n> connected, start client handshake..."));
-    std::thread waiter([&] { EXPECT_EQ(info->wait(), tls::result_cancelled); });
+    auto waiter = waitOf(info);
     ASSERT_TRUE(log.waitFor("<n> connect wait begin, "));
     info->cancel();
-    waiter.join();
+    EXPECT_EQ(got(std::move(waiter)), tls::result_cancelled);
     ASSERT_TRUE(rig.server->handshake());
     ASSERT_TRUE(rig.events.wait(1));
     EXPECT_TRUE(rig.client.connected());
@@ -687,7 +686,8 @@ TEST(ClientConnectInfo, CancelAfterTheEndChangesNothing) {
 
 TEST(ClientConnectInfo, EndsOnceWithTheFirstOutcome) {
     LogCapture log;
-    tls::impl::connect_info info("n", tls::timedout_option(7));
+    auto const held = std::make_shared<tls::impl::connect_info>("n", tls::timedout_option(7));
+    tls::impl::connect_info & info = *held;
     EXPECT_EQ(info.result(), tls::result_pending);
     info.busy();
     EXPECT_EQ(info.result(), tls::result_busy);
@@ -700,10 +700,11 @@ TEST(ClientConnectInfo, EndsOnceWithTheFirstOutcome) {
     info.on_conn_timedout();
     EXPECT_EQ(info.result(), tls::result_error);
     EXPECT_EQ(info.error(), why);
-    EXPECT_EQ(info.wait(), tls::result_error);
-    tls::impl::connect_info done("n");
+    EXPECT_EQ(waited(held), tls::result_error);
+    auto const held_done = std::make_shared<tls::impl::connect_info>("n");
+    tls::impl::connect_info & done = *held_done;
     EXPECT_EQ(done.result(), tls::result_ok);
-    EXPECT_EQ(done.wait(), tls::result_ok);
+    EXPECT_EQ(waited(held_done), tls::result_ok);
     done.on_conn_cancel();
     done.on_conn_error();
     done.on_conn_timedout();
@@ -775,8 +776,8 @@ TEST(ClientConnectDropped, AfterTheEndOfTheClientAStartEndsAtOnce) {
     core->fini__();
     auto const start = core->start__(optionFor(peer.port(), events), false);
     ASSERT_TRUE(start);
-    EXPECT_EQ(start->wait(), tls::result_cancelled);
-    EXPECT_EQ(core->reconnect__(tls::timedout_option(), false)->wait(), tls::result_cancelled);
+    EXPECT_EQ(waited(start), tls::result_cancelled);
+    EXPECT_EQ(waited(core->reconnect__(tls::timedout_option(), false)), tls::result_cancelled);
     core->close__();
     core->cancel_all__();
     EXPECT_FALSE(core->connected());

@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_tls_client.h"
 
 #include "gateway/gateway_core.h"
+#include "support/bounded.h"
 #include "support/client_rig.h"
 #include "support/log_capture.h"
 
@@ -141,7 +142,7 @@ TEST_F(ClientFaults, SilenceTimesTheSendOut) {
     Case it(with(faults));
     it.connect();
     auto const info = it.ask(300);
-    EXPECT_EQ(info->wait(), tls::result_timedout);
+    EXPECT_EQ(waited(info), tls::result_timedout);
     EXPECT_EQ(it.told.all(), (std::vector<std::string>{"timedout"}));
     Answer answer;
     EXPECT_EQ(it.c().send_and_wait(Ask(1), answer, 200), tls::result_timedout);
@@ -248,7 +249,7 @@ TEST_F(ClientFaults, NoHandshakeTimesTheConnectOut) {
     tls::connect_option option = it.option();
     option.timedout.wait_ms(300);
     auto const info = it.c().start(option);
-    EXPECT_EQ(info->wait(), tls::result_timedout);
+    EXPECT_EQ(waited(info), tls::result_timedout);
     ASSERT_TRUE(it.events().wait(1));
     EXPECT_EQ(it.events().all()[0], "timedout on <n>session.0.timer");
     EXPECT_TRUE(log.contains("<n> connect timedout\n"));
@@ -272,7 +273,7 @@ TEST_F(ClientFaults, NoHandshakeIsEndedByCloseAndByDestruction) {
     auto const info = it.c().start(it.option());
     ASSERT_TRUE(log.waitFor("<n> connected, start client handshake...", 2));
     it.expectEnd();
-    EXPECT_EQ(info->wait(), tls::result_cancelled);
+    EXPECT_EQ(waited(info), tls::result_cancelled);
 }
 
 TEST_F(ClientFaults, AForeignCertificateIsRefused) {

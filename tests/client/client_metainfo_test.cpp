@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_metainfo.h"
 
+#include "support/bounded.h"
 #include "support/client_rig.h"
 #include "support/log_capture.h"
 #include "support/recording_stream.h"
@@ -293,7 +294,7 @@ TEST_F(ClientMetainfoTemplates, AStartThatKeepsItsConnectionKeepsItsTemplate) {
     auto const info =
         rig.client.start(option("Other:object(__class__(im.Other) __code__(0a01) [1]n:int32())"), true);
     ASSERT_TRUE(info);
-    EXPECT_EQ(info->wait(), tls::result_ok);
+    EXPECT_EQ(waited(info), tls::result_ok);
     EXPECT_EQ(codeOf("im.Hello"), 0x1f01);
     EXPECT_EQ(codeOf("im.Other"), none);
 }
@@ -328,7 +329,7 @@ TEST_F(ClientMetainfoTemplates, TheClientDescribesTheModel) {
 TEST_F(ClientMetainfoTemplates, ABadTemplateIsAnErrorOfTheConnect) {
     auto const info = rig.client.start(option("Hello:object(__class__(im.Hello)"));
     ASSERT_TRUE(info);
-    EXPECT_EQ(info->wait(), tls::result_error);
+    EXPECT_EQ(waited(info), tls::result_error);
     ASSERT_TRUE(rig.events.wait(1));
     std::string const told = rig.events.all()[0];
     EXPECT_EQ(told.rfind("error 10 on <n>global.on_error.0: ", 0), 0u) << told;
@@ -343,7 +344,7 @@ TEST_F(ClientMetainfoTemplates, ABadTemplateIsAnErrorOfTheConnect) {
 
 TEST_F(ClientMetainfoTemplates, AfterABadTemplateTheOldOneStaysAndAGoodOneServes) {
     rig.connect(option(helloTemplate()));
-    EXPECT_EQ(rig.client.start(option("x(("))->wait(), tls::result_error);
+    EXPECT_EQ(waited(rig.client.start(option("x(("))), tls::result_error);
     EXPECT_EQ(codeOf("im.Hello"), 0x1f01);
     rig.connect(option(helloTemplate()));
     EXPECT_TRUE(rig.client.connected());
@@ -352,7 +353,7 @@ TEST_F(ClientMetainfoTemplates, AfterABadTemplateTheOldOneStaysAndAGoodOneServes
 
 TEST_F(ClientMetainfoTemplates, AReconnectAfterABadTemplateGoesOnWithTheOldOne) {
     rig.connect(option(helloTemplate()));
-    EXPECT_EQ(rig.client.start(option("x(("))->wait(), tls::result_error);
+    EXPECT_EQ(waited(rig.client.start(option("x(("))), tls::result_error);
     rig.reconnect();
     EXPECT_TRUE(rig.client.connected());
     EXPECT_EQ(codeOf("im.Hello"), 0x1f01);

@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl.h"
 
+#include "support/bounded.h"
 #include "support/client_rig.h"
 #include "support/log_capture.h"
 #include "support/packet_bytes.h"
@@ -443,7 +444,7 @@ TEST_F(ClientSend, TimeOutIsToldOnceAndEndsTheSend) {
                     },
                     false, 4));
     unsigned long long const sno = rig.receive().sno;
-    EXPECT_EQ(info->wait(), tls::result_timedout);
+    EXPECT_EQ(waited(info), tls::result_timedout);
     client().cancel_all();
     ASSERT_TRUE(eventually([&] { return !client().connected(); }));
     EXPECT_EQ(events.all(), (std::vector<std::string>{textOf(sno) + " 4660 t"}));
@@ -472,7 +473,7 @@ TEST_F(ClientSend, ACallbackSlowerThanTheLimitIsNeverToldATimeOutToo) {
     EXPECT_EQ(info->result(), tls::result_unknown) << "the reply has it";
     gate.open();
     EXPECT_EQ(resultOf(info), tls::result_ok);
-    EXPECT_EQ(info->wait(), tls::result_ok);
+    EXPECT_EQ(waited(info), tls::result_ok);
     EXPECT_EQ(events.all(), std::vector<std::string>{"reply"});
 }
 
@@ -492,7 +493,7 @@ TEST_F(ClientSend, ALimitBeginsWithTheSendHoweverLateTheTickIs) {
     Answer answer;
     EXPECT_EQ(client().send_and_wait(Ask(2), answer, 700), tls::result_timedout);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(694));
-    EXPECT_EQ(slow->wait(), tls::result_timedout);
+    EXPECT_EQ(waited(slow), tls::result_timedout);
 }
 
 TEST_F(ClientSend, ATimeOutFunctionKeepsNobodyFromAReply) {
@@ -508,7 +509,7 @@ TEST_F(ClientSend, ATimeOutFunctionKeepsNobodyFromAReply) {
     EXPECT_EQ(asking.result(), tls::result_ok);
     EXPECT_EQ(slow->result(), tls::result_unknown);
     gate.open();
-    EXPECT_EQ(slow->wait(), tls::result_timedout);
+    EXPECT_EQ(waited(slow), tls::result_timedout);
 }
 
 TEST_F(ClientSend, ANumberThatIsUsedAgainLeavesTheFirstSendItsLimit) {
@@ -534,7 +535,7 @@ TEST_F(ClientSend, ACancelAfterTheEndChangesNothing) {
     ASSERT_EQ(resultOf(info), tls::result_ok);
     info->cancel();
     EXPECT_EQ(info->result(), tls::result_ok);
-    EXPECT_EQ(info->wait(), tls::result_ok);
+    EXPECT_EQ(waited(info), tls::result_ok);
     EXPECT_EQ(events.count(), 0u);
     auto const timed = client().send_msg(Ask(1), tracked(1));
     ASSERT_EQ(resultOf(timed), tls::result_timedout);
@@ -586,7 +587,7 @@ TEST_F(ClientSend, ASendInfoOutlivesTheClient) {
     auto const info = other->client.send_msg(Ask(1), tracked());
     other->receive();
     other.reset();
-    EXPECT_EQ(info->wait(), tls::result_cancelled);
+    EXPECT_EQ(waited(info), tls::result_cancelled);
     info->cancel();
     EXPECT_EQ(info->result(), tls::result_cancelled);
     EXPECT_EQ(info->msgcode(), 0x1234);

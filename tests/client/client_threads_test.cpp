@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl.h"
 
+#include "support/bounded.h"
 #include "support/client_rig.h"
 #include "support/log_capture.h"
 
@@ -113,7 +114,7 @@ TEST_F(ClientThreads, OnErrorRunsOnItsQueueAndMayDoEverything) {
         events.add("error on " + threadName());
         // Waits for a whole new connection, and for a reply on it.
         auto const info = rig.client.reconnect(tls::timedout_option(20000));
-        events.add(info->wait() == tls::result_ok ? "connected" : "not connected");
+        events.add(waitedHere(info) == tls::result_ok ? "connected" : "not connected");
         Answer answer;
         events.add(rig.client.send_and_wait(Ask(1), answer, 20000) == tls::result_ok ? "answered"
                                                                                      : "not answered");
@@ -137,7 +138,8 @@ TEST_F(ClientThreads, OnErrorMayWaitForAPendingStart) {
     Gate pending;
     option.set_on_error([&](unsigned long long, unsigned short, int, char const *) {
         pending.pass();
-        events.add(rig.client.start(rig.option())->wait() == tls::result_ok ? "connected" : "not connected");
+        events.add(waitedHere(rig.client.start(rig.option())) == tls::result_ok ? "connected"
+                                                                                : "not connected");
     });
     rig.connect(option);
     rig.server->close();

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_tls_client.h"
 
+#include "support/bounded.h"
 #include "support/client_rig.h"
 #include "support/log_capture.h"
 
@@ -21,7 +22,7 @@ protected:
         if (!waited_.exchange(true)) {
             thread_ = threadName();
             connect_ = rig.client.reconnect(tls::timedout_option());
-            result_ = connect_->wait();
+            result_ = waitedHere(connect_);
             done_.add("done");
         }
     }
@@ -33,7 +34,7 @@ protected:
             if (!info) {
                 info = rig.client.send_msg(Ask(1), waiting(20000));
             }
-            result_ = info ? info->wait() : tls::result_ok;
+            result_ = info ? waitedHere(info) : tls::result_ok;
             Answer answer;
             both_ = rig.client.send_and_wait(Ask(2), answer, 20000);
             done_.add("done");
@@ -171,7 +172,7 @@ TEST_F(ClientWaits, ForASendInItsOwnFunctionEndsAtOnce) {
     std::shared_ptr<tls::send_info> info;
     int result = tls::result_pending;
     info = rig.client.send_msg(
-        Ask(1), waiting(20000, [&](unsigned long long, unsigned short, bool) { result = info->wait(); }));
+        Ask(1), waiting(20000, [&](unsigned long long, unsigned short, bool) { result = waitedHere(info); }));
     ASSERT_TRUE(info);
     rig.receive();
     info->cancel();
@@ -185,7 +186,7 @@ TEST_F(ClientWaits, ForASendOnTheReceiverEndsByItsLimit) {
     rig.client.on_nbr_msg(
         0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
             auto const info = rig.client.send_msg(Ask(1), waiting(200));
-            events.add(info && info->wait() == tls::result_timedout ? "timedout" : "something else");
+            events.add(info && waitedHere(info) == tls::result_timedout ? "timedout" : "something else");
         });
     rig.connect();
     rig.server->send(mobile(0x4000, 1).framed());
@@ -201,7 +202,7 @@ TEST_F(ClientWaits, ForWhatHasEndedReturnItOnAnyThread) {
     Events events;
     rig.client.on_nbr_msg(
         0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
-            events.add(connect->wait() == tls::result_ok ? "ok" : "not ok");
+            events.add(waitedHere(connect) == tls::result_ok ? "ok" : "not ok");
         });
     connect = rig.client.start(option);
     rig.finish(connect);
@@ -217,7 +218,7 @@ TEST_F(ClientWaits, OnAThreadOfAnotherClientAreAllowed) {
     rig.client.on_nbr_msg(
         0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
             others = std::make_unique<Acceptor>(other.peer);
-            events.add(other.client.start(other.option())->wait() == tls::result_ok ? "ok" : "not ok");
+            events.add(waitedHere(other.client.start(other.option())) == tls::result_ok ? "ok" : "not ok");
         });
     rig.connect();
     rig.server->send(mobile(0x4000, 1).framed());

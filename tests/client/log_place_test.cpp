@@ -2,6 +2,7 @@
 #include "client/send_info.h"
 #include "client/tls_socket.h"
 #include "client/vinta_tls_client_impl_context.h"
+#include "support/bounded.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
@@ -45,9 +46,10 @@ TEST(LogPlace, LinesOfASocketStandUnderTheContext) {
 
 TEST(LogPlace, LinesOfASendStandUnderTheFrames) {
     LogCapture log;
-    impl::send_info send("<s>", tavSharedPtr<impl::send_owner>(), 7, 0x1234, tls::send_option(), 0);
-    log.at("send wait begin", [&] { send.cancel(); });
-    EXPECT_EQ(send.wait(), tls::result_cancelled);
+    auto const send = std::make_shared<impl::send_info>("<s>", tavSharedPtr<impl::send_owner>(), 7, 0x1234,
+                                                        tls::send_option(), 0);
+    log.at("send wait begin", [&] { send->cancel(); });
+    EXPECT_EQ(tav_test::waited(send), tls::result_cancelled);
     EXPECT_EQ(log.count("send_info::wait(vinta_tls_client_impl_framing.cpp:"), 2u);
     impl::send_info late("<s>", tavSharedPtr<impl::send_owner>(), 8, 0x1234,
                          tls::send_option(50, tls::timedout_function(), false, 4), 0);

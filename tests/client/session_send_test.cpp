@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_session.h"
 
+#include "support/bounded.h"
 #include "support/log_capture.h"
 #include "support/session_rig.h"
 #include "support/tls_peer.h"
@@ -343,7 +344,7 @@ TEST(SessionSendTimeout, FiresOnceWithFiveMillisecondsOfSlack) {
     p.s->on_timer(false);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 timedout"});
     EXPECT_EQ(info->result(), 2);
-    EXPECT_EQ(info->wait(), 2);
+    EXPECT_EQ(waited(info), 2);
     EXPECT_EQ(p.s->sending(), 0u);
     EXPECT_EQ(log.find("<a> send timed out #7\n").level, tavLogger::VERBOSE);
     EXPECT_EQ(log.find(", will remove sending\n").level, tavLogger::DEBUG);
@@ -385,7 +386,7 @@ TEST(SessionSendTimeout, FunctionRunsWithoutTheSendsLock) {
                                                    false, 4));
     ASSERT_TRUE(p.tracked(1));
     p.rig.advance(1000);
-    EXPECT_EQ(info->wait(), 2);
+    EXPECT_EQ(waited(info), 2);
     helper.join();
     EXPECT_TRUE(done);
 }
@@ -393,7 +394,7 @@ TEST(SessionSendTimeout, FunctionRunsWithoutTheSendsLock) {
 TEST(SessionSendTimeout, ReachesAWaiterThroughTheTimer) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(1));
-    EXPECT_EQ(info->wait(), tav::tls::result_timedout);
+    EXPECT_EQ(waited(info), tav::tls::result_timedout);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 timedout"});
 }
 
@@ -466,7 +467,7 @@ TEST(SessionSendReply, ClaimKeepsAllOthersFromEndingIt) {
     EXPECT_EQ(info->result(), -1);
     EXPECT_EQ(p.timeouts.count(), 0u);
     info->complete(tav::tls::result_ok);
-    EXPECT_EQ(info->wait(), 0);
+    EXPECT_EQ(waited(info), 0);
 }
 
 TEST(SessionSendReply, ClaimThatIsGivenBackLeavesItToItsLimit) {
@@ -478,7 +479,7 @@ TEST(SessionSendReply, ClaimThatIsGivenBackLeavesItToItsLimit) {
     p.s->unclaim(info);
     EXPECT_EQ(info->result(), -1);
     p.rig.advance(5000);
-    EXPECT_EQ(info->wait(), 2);
+    EXPECT_EQ(waited(info), 2);
 }
 
 TEST(SessionSendReply, ClaimThatIsGivenBackAfterTheEndOfAllIsCancelled) {
@@ -497,21 +498,19 @@ TEST(SessionSendReply, CompleteWakesAllWaiters) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     ASSERT_TRUE(p.tracked(1));
-    std::atomic<int> ok{0};
-    std::vector<std::thread> waiters;
+    std::vector<std::future<tav::tls::result_type>> waiters;
     for (int i = 0; i < 3; ++i) {
-        waiters.emplace_back([&] { ok += info->wait() == tav::tls::result_ok ? 1 : 0; });
+        waiters.push_back(waitOf(info));
     }
     ASSERT_TRUE(log.waitFor("<a> send wait begin, sno = #7, send result = unknown\n", 3));
     info->complete(tav::tls::result_ok);
     p.s->removeSending(7, info.get());
-    for (std::thread & each : waiters) {
-        each.join();
+    for (auto & each : waiters) {
+        EXPECT_EQ(got(std::move(each)), tav::tls::result_ok);
     }
-    EXPECT_EQ(ok, 3);
     EXPECT_EQ(log.count("<a> send wait end, result = ok\n"), 3u);
     EXPECT_EQ(p.s->sending(), 0u);
-    EXPECT_EQ(info->wait(), 0) << "waiting afterwards returns at once";
+    EXPECT_EQ(waited(info), 0) << "waiting afterwards returns at once";
     EXPECT_EQ(log.count("<a> send wait begin, "), 3u);
     EXPECT_EQ(info->option().wait_ms(), -60000);
     p.s->close();
@@ -523,7 +522,7 @@ TEST(SessionSendReply, WaitForgetsTheSend) {
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     ASSERT_TRUE(p.tracked(1));
     std::thread other([&] { info->complete(tav::tls::result_error); });
-    EXPECT_EQ(info->wait(), 1);
+    EXPECT_EQ(waited(info), 1);
     other.join();
     p.s->cancel_all();
     EXPECT_EQ(p.timeouts.count(), 0u);
@@ -553,7 +552,7 @@ TEST(SessionSendCancel, OneSendIsToldAndForgotten) {
     auto const other = p.s->send_pkt(packet(8), p.limited(60000));
     ASSERT_TRUE(p.tracked(2));
     std::thread canceller([&] { info->cancel(); });
-    EXPECT_EQ(info->wait(), tav::tls::result_cancelled);
+    EXPECT_EQ(waited(info), tav::tls::result_cancelled);
     canceller.join();
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
     EXPECT_EQ(p.s->sending(), 1u);
@@ -577,7 +576,7 @@ TEST(SessionSendCancel, AllAreToldInOrder) {
     p.s->cancel_all();
     EXPECT_EQ(p.timeouts.all(), (Texts{"10 4660 cancelled", "20 4660 cancelled", "30 4660 cancelled"}));
     for (auto const & each : infos) {
-        EXPECT_EQ(each->wait(), 3);
+        EXPECT_EQ(waited(each), 3);
     }
     EXPECT_TRUE(
         log.inOrder({"<a> cancel session\n", "<a> cancel all sending...\n", "<a> cancel sending #10\n",
@@ -615,8 +614,8 @@ TEST(SessionSendTimeout, FunctionThatThrowsKeepsNoSendFromItsEnd) {
             1, [](unsigned long long, unsigned short, bool) { throw std::runtime_error("from on_timedout"); },
             false, 4));
     auto const second = p.s->send_pkt(packet(2), p.limited(1));
-    EXPECT_EQ(first->wait(), 2);
-    EXPECT_EQ(second->wait(), 2);
+    EXPECT_EQ(waited(first), 2);
+    EXPECT_EQ(waited(second), 2);
     EXPECT_EQ(p.timeouts.all(), Texts{"2 4660 timedout"});
 }
 
@@ -647,7 +646,7 @@ TEST(SessionSendCancel, EndOfTheConnectionEndsAllSends) {
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     ASSERT_TRUE(p.tracked(1));
     p.server->close();
-    EXPECT_EQ(info->wait(), 3);
+    EXPECT_EQ(waited(info), 3);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
 
@@ -656,7 +655,7 @@ TEST(SessionSendCancel, CloseEndsAllSends) {
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     ASSERT_TRUE(p.tracked(1));
     p.s->close();
-    EXPECT_EQ(info->wait(), 3);
+    EXPECT_EQ(waited(info), 3);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
 
@@ -671,7 +670,7 @@ TEST(SessionSendCancel, QueuedSendThatIsRefusedAfterwardsIsToldAsCancelled) {
     p.s->cancel_all();
     EXPECT_EQ(first->result(), 3);
     gate.open();
-    EXPECT_EQ(second->wait(), tav::tls::result_cancelled);
+    EXPECT_EQ(waited(second), tav::tls::result_cancelled);
     EXPECT_EQ(p.timeouts.all(), (Texts{"1 4660 cancelled", "2 4660 cancelled"}));
     ASSERT_TRUE(log.waitFor("<a> send buf fail, maybe not connected, remove #3\n"));
     EXPECT_TRUE(log.contains("<a> send buf fail, maybe not connected, remove #2\n"));
@@ -693,9 +692,9 @@ TEST(SessionSendCancel, CloseEndsTheSendsThatSenderNeverCameTo) {
     ASSERT_TRUE(log.waitFor("thead break running {sender.0"));
     gate.open();
     closer.join();
-    EXPECT_EQ(first->wait(), 3) << "it was refused";
-    EXPECT_EQ(second->wait(), 3);
-    EXPECT_EQ(third->wait(), 3);
+    EXPECT_EQ(waited(first), 3) << "it was refused";
+    EXPECT_EQ(waited(second), 3);
+    EXPECT_EQ(waited(third), 3);
     EXPECT_EQ(p.timeouts.all(), (Texts{"1 4660 cancelled", "3 4660 cancelled", "2 4660 cancelled"}));
 }
 
@@ -725,7 +724,7 @@ TEST(SessionSendReplace, FirstOfTwoWithOneNumberEndsByItsOwnLimit) {
     EXPECT_EQ(p.s->find_sending(7, 0x2222), second);
     EXPECT_EQ(p.s->find_sending(7, 0x1111), nullptr) << "the reply goes to the last one";
     p.rig.advance(5000);
-    EXPECT_EQ(first->wait(), 2);
+    EXPECT_EQ(waited(first), 2);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 timedout"});
     EXPECT_EQ(second->result(), -1);
     EXPECT_EQ(p.s->find_sending(7, 0x2222), second);
@@ -740,7 +739,7 @@ TEST(SessionSendReplace, FirstOfTwoEndsWithTheSessionAheadOfItsLimit) {
     second->complete(tav::tls::result_ok);
     p.s->removeSending(7);
     p.s->close();
-    EXPECT_EQ(first->wait(), 3);
+    EXPECT_EQ(waited(first), 3);
     EXPECT_EQ(second->result(), 0);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
@@ -767,7 +766,7 @@ TEST(SessionSendFailure, BrokenPacketIsLoggedAndTheNextGoesOut) {
     p.s->send_pkt(packet(8, "next"), send_option());
     EXPECT_EQ(p.server->receiveFrame(), "next");
     EXPECT_TRUE(log.contains("<<< EXCEPTION >>> broken packet"));
-    EXPECT_EQ(info->wait(), 2) << "its time-out ends it";
+    EXPECT_EQ(waited(info), 2) << "its time-out ends it";
 }
 
 TEST(SessionSendFailure, BrokenPacketBehindOthersStopsNothing) {
@@ -792,7 +791,7 @@ TEST(SessionSendFailure, FrameThatIsTooLargeIsNotSentAndItsSendIsCancelled) {
     LogCapture log("clear(ERROR)");
     Pair p;
     auto const info = p.s->send_pkt(packet(7, std::string(0x1000000, 'x')), p.limited(60000));
-    EXPECT_EQ(info->wait(), 3);
+    EXPECT_EQ(waited(info), 3);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
     EXPECT_EQ(log.find("<a> send buf too large, 16777216 bytes, remove #7\n").level, tavLogger::ERROR);
     p.s->send_pkt(packet(8, "next"), send_option());
@@ -811,9 +810,9 @@ TEST(SessionSendInfo, EndedSendLetsTheSessionGo) {
         p.s.reset();
         EXPECT_TRUE(log.waitFor("<a> session destruct"));
     }
-    EXPECT_EQ(info->wait(), 3);
+    EXPECT_EQ(waited(info), 3);
     info->cancel();
-    EXPECT_EQ(info->wait(), 3);
+    EXPECT_EQ(waited(info), 3);
 }
 
 TEST(SessionSendInfo, FunctionsGoWithTheEnd) {
@@ -851,7 +850,7 @@ TEST(SessionSendInfo, EndsMayRaceInAnyNumber) {
             p.s->on_timer(false);
         });
         threads.emplace_back([&] { info->option(); });
-        EXPECT_GE(info->wait(), 0);
+        EXPECT_GE(waited(info), 0);
         for (std::thread & each : threads) {
             each.join();
         }

@@ -1,5 +1,6 @@
 #include "tav/kit/talk.h"
 
+#include "support/bounded.h"
 #include "support/client_rig.h"
 #include "support/log_capture.h"
 #include "tav/kit/message.h"
@@ -485,7 +486,7 @@ TEST(KitTalk, CallbackIsLetGoAfterTheEnd) {
     TalkRig rig;
     auto const held = std::make_shared<int>(5);
     kit::request<Said>(*rig.client, Say(1), 5s, [held, &done](kit::result<Said>) { done.set_value(); });
-    done.get_future().wait();
+    await(done.get_future());
     EXPECT_TRUE(eventually([&] { return held.use_count() == 1; }));
 }
 
