@@ -1,58 +1,49 @@
-#include <tav/vinta/vinta.h>
+// Connects to a gateway, says hello and prints the reply.
+#include <tav/kit/kit.h>
 
+#include <chrono>
 #include <iostream>
 
-struct Hello : tavMessage {
+using namespace std::chrono_literals;
+
+struct Hello : tav::kit::message<Hello> {
+    static constexpr char const * type_name = "Hello";
+    static constexpr unsigned short type_code = 0x2001;
     tavString text;
-
-    unsigned short msgcode() const override { return 0x2001; }
-    tav_istr className() const override { return "Hello"; }
-    tav_istr baseName() const override { return "tavMessage"; }
-    tavObject * newInstance() const override { return new Hello; }
-    void assignFrom(tavObject const & other) override {
-        if (auto const * from = dynamic_cast<Hello const *>(&other)) {
-            *this = *from;
-        }
-    }
-
-protected:
     void traverse(tavCodecStream & s) override { ioField(s, 1, "text", text); }
 };
 
-struct Greeting : Hello {
-    unsigned short msgcode() const override { return 0x2002; }
-    tav_istr className() const override { return "Greeting"; }
-    tav_istr baseName() const override { return "Hello"; }
-    tavObject * newInstance() const override { return new Greeting; }
+struct Greeting : tav::kit::message<Greeting, Hello> {
+    static constexpr char const * type_name = "Greeting";
+    static constexpr unsigned short type_code = 0x2002;
 };
 
 int main(int argc, char ** argv) {
-    using namespace tav::tls;
     if (argc != 4) {
         std::cerr << "usage: first HOST PORT CA-FILE\n";
         return 2;
     }
-    connect_option option;
+    tav::tls::connect_option option;
     option.host = argv[1];
     option.port = argv[2];
     option.ca = argv[3];
     option.timedout.wait_ms(5000);
 
-    client & gateway = client::instance("first");
+    tav::tls::client gateway("first");
     auto const start = gateway.start(option);
     if (!start) {
         std::cerr << "first: the host or the port is empty\n";
-        client::finalize();
         return 2;
     }
+    start->wait();
+
     Hello hello;
     hello.text = "hello, gateway";
-    Greeting reply;
-    result_type result = start->wait();
-    if (result == result_ok) {
-        result = gateway.send_and_wait(hello, reply, 5000);
+    auto const reply = tav::kit::request<Greeting>(gateway, hello, 5s).get();
+    if (!reply) {
+        std::cerr << "first: " << reply.error().message() << "\n";
+        return 1;
     }
-    std::cout << result << ": " << reply.text << "\n";
-    client::finalize();
-    return result == result_ok && reply.text == hello.text ? 0 : 1;
+    std::cout << reply->text << "\n";
+    return reply->text == hello.text ? 0 : 1;
 }

@@ -67,7 +67,9 @@ void addExtension(X509 * certificate, X509 * issuer, int id, char const * value)
     require(extension && X509_add_ext(certificate, extension.get(), -1) > 0, value);
 }
 
-Certificate makeCertificate(EVP_PKEY * key, char const * name, X509 * issuer, EVP_PKEY * issuerKey) {
+/// A server's if `names` are given, else a client's; an authority's own without an issuer.
+Certificate makeCertificate(EVP_PKEY * key, char const * name, char const * names, X509 * issuer,
+                            EVP_PKEY * issuerKey) {
     Certificate certificate(X509_new());
     require(certificate != nullptr, "certificate");
     X509 * const x = certificate.get();
@@ -86,8 +88,10 @@ Certificate makeCertificate(EVP_PKEY * key, char const * name, X509 * issuer, EV
     if (issuer) {
         addExtension(x, issuer, NID_basic_constraints, "critical,CA:FALSE");
         addExtension(x, issuer, NID_key_usage, "critical,digitalSignature,keyEncipherment");
-        addExtension(x, issuer, NID_ext_key_usage, "serverAuth");
-        addExtension(x, issuer, NID_subject_alt_name, "DNS:localhost,IP:127.0.0.1,IP:::1");
+        addExtension(x, issuer, NID_ext_key_usage, names ? "serverAuth" : "clientAuth");
+        if (names) {
+            addExtension(x, issuer, NID_subject_alt_name, names);
+        }
     } else {
         addExtension(x, x, NID_basic_constraints, "critical,CA:TRUE");
         addExtension(x, x, NID_key_usage, "critical,keyCertSign,cRLSign");
@@ -138,10 +142,16 @@ void writeFile(std::string const & path, std::string const & content, mode_t mod
 
 Certificates makeCertificates() {
     Key const caKey = makeKey();
-    Certificate const ca = makeCertificate(caKey.get(), "Development gateway CA", nullptr, caKey.get());
+    Certificate const ca =
+        makeCertificate(caKey.get(), "Development gateway CA", nullptr, nullptr, caKey.get());
     Key const key = makeKey();
-    Certificate const server = makeCertificate(key.get(), "localhost", ca.get(), caKey.get());
-    return Certificates{pem(ca.get()), pem(server.get()) + pem(ca.get()), pem(key.get())};
+    Certificate const server =
+        makeCertificate(key.get(), "localhost", "DNS:localhost,IP:127.0.0.1,IP:::1", ca.get(), caKey.get());
+    Key const clientKey = makeKey();
+    Certificate const client =
+        makeCertificate(clientKey.get(), "Development client", nullptr, ca.get(), caKey.get());
+    return Certificates{pem(ca.get()), pem(server.get()) + pem(ca.get()), pem(key.get()), pem(client.get()),
+                        pem(clientKey.get())};
 }
 
 std::string caFile(std::string const & folder) {
@@ -152,6 +162,12 @@ std::string chainFile(std::string const & folder) {
 }
 std::string keyFile(std::string const & folder) {
     return folder + "/server.key";
+}
+std::string clientFile(std::string const & folder) {
+    return folder + "/client.pem";
+}
+std::string clientKeyFile(std::string const & folder) {
+    return folder + "/client.key";
 }
 
 void ensureCertificates(std::string const & folder) {
@@ -180,6 +196,8 @@ void ensureCertificates(std::string const & folder) {
     Certificates const made = makeCertificates();
     writeFile(keyFile(folder), made.key, 0600);
     writeFile(chainFile(folder), made.chain, 0644);
+    writeFile(clientKeyFile(folder), made.client_key, 0600);
+    writeFile(clientFile(folder), made.client, 0644);
     writeFile(caFile(folder), made.ca, 0644);
 }
 

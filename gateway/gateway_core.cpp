@@ -66,6 +66,10 @@ public:
             tls_.set_options(asio::ssl::context::no_compression);
             tls_.use_certificate_chain(asio::buffer(certificates.chain));
             tls_.use_private_key(asio::buffer(certificates.key), asio::ssl::context::pem);
+            if (options_.ask_certificate) {
+                tls_.add_certificate_authority(asio::buffer(certificates.ca));
+                tls_.set_verify_mode(asio::ssl::verify_peer | asio::ssl::verify_fail_if_no_peer_cert);
+            }
         } catch (std::exception const & e) {
             throw std::runtime_error(std::string("the server's certificate or key can't be used: ") +
                                      e.what());

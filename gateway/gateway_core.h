@@ -41,6 +41,7 @@ struct Options {
     std::string address = "127.0.0.1";
     unsigned short port = 0; ///< 0: the system gives one
     bool echo = false;
+    bool ask_certificate = false; ///< clients have to show a certificate that the CA has signed
     unsigned short route_first = 0x3000;
     unsigned short route_last = 0x3fff;
     bool ask_affirm = false;      ///< pushes and routed packets ask for receipts

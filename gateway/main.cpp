@@ -32,7 +32,8 @@ char const * const rule =
     "  every packet      is answered with code + 1 (--echo: its own code), the same sequence and body\n"
     "A packet that asks for a receipt gets one first.  An empty frame, the heartbeat, comes back.\n"
     "At first start a CA and a certificate for localhost are made in the certificate folder; clients trust\n"
-    "its ca.pem.  It runs until SIGINT or SIGTERM, or until its standard input ends with --until-eof.\n"
+    "its ca.pem, and have client.pem to show with --ask-certificate.  It runs until SIGINT or SIGTERM, or "
+    "until its standard input ends with --until-eof.\n"
     "With --port-file it writes its port there once it listens.\n";
 
 struct Settings {
@@ -144,6 +145,9 @@ int main(int argc, char ** argv) {
     auto * const key = app.add_option("--key", settings.key, "PEM file of the server's key");
     chain->needs(key);
     key->needs(chain);
+    app.add_flag("--ask-certificate", options.ask_certificate,
+                 "refuse clients without a certificate of the folder's CA, such as its client.pem")
+        ->excludes(chain);
     app.add_flag("--echo", options.echo, "answer with the code that came");
     app.add_option("--route", settings.route, "code or codes CODE-CODE to pass on; default 0x3000-0x3fff");
     app.add_flag("--ask-affirm", options.ask_affirm, "ask for receipts of what is passed on");

@@ -21,7 +21,11 @@ clang-format-14 --dry-run -Werror "${files[@]}"
 
 sources=()
 for file in "${files[@]}"; do
-    case $file in src/*.cpp | gateway/*.cpp | examples/*.cpp) sources+=("$file") ;; esac
+    # clang-tidy 14 has no coroutines.
+    case $file in
+    examples/coroutine.cpp) continue ;;
+    src/*.cpp | gateway/*.cpp | examples/*.cpp) sources+=("$file") ;;
+    esac
 done
 if [ ${#sources[@]} -gt 0 ]; then
     cmake --preset demo >/dev/null

@@ -1,4 +1,4 @@
-(* The messages of json_chat.cpp.  The gateway passes codes from 3000 to 3fff on to the other clients, answers
+(* The messages of template.cpp.  The gateway passes codes from 3000 to 3fff on to the other clients, answers
    each with its code + 1, and answers 7001 with a push of 7003 too. *)
 Place:object(
     __class__(chat.Place)

@@ -1,0 +1,77 @@
+#!/usr/bin/env bash
+# Runs an example, or all of them, against a development gateway of their own, and tells what it printed if it fails.
+# Usage: scripts/examples.sh BUILD [EXAMPLE...]      BUILD: a build folder with the gateway and the examples in it
+set -euo pipefail
+project=$(cd "$(dirname "$0")/.." && pwd)
+build=$(cd "$1" && pwd)
+shift
+
+work=$(mktemp -d)
+running=()
+finish() {
+    [ ${#running[@]} -eq 0 ] || kill "${running[@]}" 2>/dev/null || true
+    wait 2>/dev/null || true
+    rm -rf "$work"
+}
+trap finish EXIT
+
+# Starts a server that writes its port to a file, and waits until it has.
+serve() { # NAME COMMAND...
+    local name=$1
+    shift
+    "$@" >"$work/$name.log" 2>&1 &
+    running+=($!)
+    for _ in $(seq 100); do
+        [ ! -s "$work/$name.port" ] || return 0
+        kill -0 "${running[-1]}" 2>/dev/null || break
+        sleep 0.1
+    done
+    echo "$name did not start" >&2
+    cat "$work/$name.log" >&2
+    return 1
+}
+
+gateway=$build/gateway/tav-gateway
+folder=$work/certificates
+serve gateway "$gateway" --certificates "$folder" --port-file "$work/gateway.port" --ask-affirm
+to=(127.0.0.1 "$(cat "$work/gateway.port")" "$folder/ca.pem")
+
+# What each example is given; most of them get the gateway alone.
+arguments() { # EXAMPLE
+    case $1 in
+    encodings) given=() ;;
+    logging) given=("${to[@]}" "$work/logging.log") ;;
+    template) given=("${to[@]}" "$project/examples/template.pml") ;;
+    safe)
+        serve strict "$gateway" --certificates "$folder" --port-file "$work/strict.port" --ask-certificate
+        given=(127.0.0.1 "$(cat "$work/strict.port")" "$folder/ca.pem" "$folder/client.pem" "$folder/client.key")
+        ;;
+    proxy_*)
+        [ -s "$work/proxy.port" ] || serve proxy "$build/gateway/tav-proxy" "$work/proxy.port"
+        given=(localhost "${to[@]:1}" 127.0.0.1 "$(cat "$work/proxy.port")")
+        ;;
+    *) given=("${to[@]}") ;;
+    esac
+}
+
+examples=("$@")
+if [ ${#examples[@]} -eq 0 ]; then
+    for source in "$project"/examples/*.cpp; do
+        name=$(basename "$source" .cpp)
+        # The one that wants a later standard may have been left out of the build.
+        [ "$name" = coroutine ] && [ ! -x "$build/examples/coroutine" ] || examples+=("$name")
+    done
+fi
+for example in "${examples[@]}"; do
+    arguments "$example"
+    echo "== $example"
+    if ! timeout 60 "$build/examples/$example" "${given[@]}"; then
+        echo "$example failed; the servers say:" >&2
+        cat "$work"/*.log >&2
+        exit 1
+    fi
+done
+# What goes through a proxy has gone through it.
+for how in CONNECT:proxy_http SOCKS5:proxy_socks5; do
+    [[ " ${examples[*]} " != *" ${how#*:} "* ]] || grep -q "proxy: ${how%:*} localhost:" "$work/proxy.log"
+done

@@ -1,0 +1,13 @@
+# An example is one idea, and one screen: no program in EXAMPLES has more than 60 lines.
+file(GLOB sources ${EXAMPLES}/*.cpp)
+if(NOT sources)
+    message(FATAL_ERROR "no examples in ${EXAMPLES}")
+endif()
+foreach(source ${sources})
+    file(READ ${source} text)
+    string(REGEX MATCHALL "\n" feeds "${text}")
+    list(LENGTH feeds lines)
+    if(lines GREATER 60)
+        message(SEND_ERROR "${source} has ${lines} lines")
+    endif()
+endforeach()
