@@ -171,6 +171,23 @@ void manyOfTheUsualSize() {
     }
 }
 
+/// Outputs that all live at one time, each with children of its own.
+void manyOutputs() {
+    Item item;
+    item.list = {1, 2, 3};
+    std::vector<tavSharedPtr<tavNbrOutStream>> outs;
+    for (int i = 0; i < 1000; ++i) {
+        outs.emplace_back(new tavNbrOutStream(false));
+        item.io(*outs.back());
+    }
+}
+
+void manyCounts() {
+    std::vector<tavAtomicInt> const counts(10000);
+    std::vector<tavAtomicInt64> const wide(10000);
+    EXPECT_EQ(counts.back().get() + wide.back().get(), 0u);
+}
+
 } // namespace
 
 TEST(ThreadMemory, IsLittleAfterATreeOfAMillionIsGone) {
@@ -182,6 +199,11 @@ TEST(ThreadMemory, IsLittleAfterATreeOfAMillionIsGone) {
     EXPECT_LE(keptAfter(xmlIntoAnObject), most);
     EXPECT_LE(keptAfter(pmlIntoAnObject), most);
     EXPECT_LE(keptAfter(manyOfTheUsualSize), most);
+}
+
+TEST(ThreadMemory, IsLittleAfterManyStreamsAndCountsAtOneTime) {
+    EXPECT_LE(keptAfter(manyOutputs), most);
+    EXPECT_LE(keptAfter(manyCounts), most);
 }
 
 TEST(ThreadMemory, IsLittleInAllWhateverTheThreadHasDone) {
