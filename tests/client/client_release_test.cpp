@@ -5,46 +5,87 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
 using namespace tav_test;
 
 namespace {
 
-/// The callbacks in which the last owner may let a client go, each on another thread.
-enum class Place { open, error, hostile, message, reply, timedout, cancelled, last };
+/// By how many seconds the calling thread's monotonic clock is behind.
+thread_local long clock_lag = 0;
+
+} // namespace
+
+/// Stands in for the system's function in the whole program, libraries included.
+extern "C" int clock_gettime(clockid_t id, struct timespec * out) noexcept {
+    int const result = static_cast<int>(::syscall(SYS_clock_gettime, id, out));
+    if (result == 0 && id == CLOCK_MONOTONIC) {
+        out->tv_sec -= clock_lag;
+    }
+    return result;
+}
+
+namespace {
+
+/// The callbacks in which the last owner may let a client go.
+enum class Place {
+    open,
+    error,
+    hostile,
+    message,
+    reply,
+    timedout,
+    cancelled,
+    proxy,
+    connect_timedout,
+    heartbeat,
+    sender,
+    last
+};
 
 char const * name(Place place) {
-    static char const * const names[] = {"open",  "error",    "hostile",  "message",
-                                         "reply", "timedout", "cancelled"};
+    static char const * const names[] = {"open",     "error",     "hostile", "message",          "reply",
+                                         "timedout", "cancelled", "proxy",   "connect_timedout", "heartbeat",
+                                         "sender"};
     return names[static_cast<int>(place)];
 }
 
 char const * threadOf(Place place) {
     static char const * const names[] = {
-        "<n>io.context",         "<n>global.on_error.0", "<n>io.context", "<n>session.0.receiver",
-        "<n>session.0.receiver", "<n>session.0.timer",   "<n>session.0"};
+        "<n>io.context",         "<n>global.on_error.0", "<n>io.context",        "<n>session.0.receiver",
+        "<n>session.0.receiver", "<n>session.0.timer",   "<n>session.0",         "<n>io.context",
+        "<n>session.0.timer",    "<n>session.0.timer",   "<n>session.0.sender.0"};
     return names[static_cast<int>(place)];
 }
 
 /// Brings a client to a callback, in which `act` is called once.
 class Stage {
 public:
-    Stage(Place place, std::function<void()> act) : place_(place), act_(std::move(act)) {}
+    Stage(LogCapture & log, Place place, std::function<void()> act)
+        : log_(log), place_(place), act_(std::move(act)) {}
+    ~Stage() { log_.at(std::string(), nullptr); }
+    Stage(Stage const &) = delete;
+    Stage & operator=(Stage const &) = delete;
 
     void play(tls::client & c) {
-        tls::connect_option option = optionFor(peer_.port(), events_);
-        option.set_on_open([this] { reached(Place::open); });
-        option.set_on_error([this](unsigned long long, unsigned short, int code, char const *) {
-            reached(code == 10 ? Place::hostile : Place::error);
-        });
         c.on_nbr_msg(0x4000, [this](unsigned long long, unsigned short, unsigned char const *, unsigned,
                                     tavMsgExt) { reached(Place::message); });
-        auto const info = c.start(option);
+        auto const info = c.start(option());
         server_ = peer_.accept();
+        if (place_ == Place::proxy || place_ == Place::connect_timedout) {
+            return;
+        }
         server_->handshake();
         if (place_ == Place::open) {
             return;
         }
         resultOf(info);
+        if (place_ == Place::sender) {
+            tavLogger::setLogLevel("TLS.CLT", tavLogger::DEBUG);
+            log_.at("<n> add sending #", [this] { held_.pass(); });
+        }
         send(c);
         lead(c);
     }
@@ -52,6 +93,30 @@ public:
     std::string thread() const { return done_.all().at(0); }
 
 private:
+    tls::connect_option option() {
+        tls::connect_option out = optionFor(peer_.port(), events_);
+        out.set_on_open([this] {
+            reached(Place::open);
+            // What comes from here on seems to have come long ago.
+            clock_lag = place_ == Place::heartbeat ? 100 : 0;
+        });
+        out.set_on_error([this](unsigned long long, unsigned short, int code, char const *) {
+            reached(code == 10 ? Place::hostile : Place::error);
+        });
+        out.set_on_heartbeat_timedout([this] { reached(Place::heartbeat); });
+        if (place_ == Place::proxy) {
+            out.proxy_host = out.host;
+            out.proxy_port = out.port;
+            out.set_on_http_proxy_connect([this](unsigned, char const *, unsigned short) {
+                reached(Place::proxy);
+                return 0;
+            });
+        } else if (place_ == Place::connect_timedout) {
+            out.timedout = tls::timedout_option(
+                100, [this](unsigned long long, unsigned short, bool) { reached(Place::connect_timedout); });
+        }
+        return out;
+    }
     void send(tls::client & c) {
         c.send_msg(Ask(1),
                    tls::send_option(
@@ -65,6 +130,10 @@ private:
                        0x1235, false, 4));
     }
     void lead(tls::client & c) {
+        if (place_ == Place::sender) {
+            leadToSender(c);
+            return;
+        }
         unsigned long long const sno = Pkt::of(server_->receiveFrame()).sno;
         switch (place_) {
         case Place::error: server_->close(); break;
@@ -72,8 +141,23 @@ private:
         case Place::message: server_->send(mobile(0x4000, 1).framed()); break;
         case Place::reply: server_->send(mobile(0x1235, sno).framed()); break;
         case Place::cancelled: c.close(); break;
+        case Place::heartbeat:
+            c.should_check_heartbeat(true);
+            server_->send(mobile(0x7000, 1).framed());
+            break;
         default: break;
         }
+    }
+    /// The first send holds "sender" until the connection is gone, so that the one behind it is ended there.
+    void leadToSender(tls::client & c) {
+        ASSERT_TRUE(held_.waitArrived());
+        c.send_msg(Ask(2),
+                   tls::send_option(
+                       20000, [this](unsigned long long, unsigned short, bool) { reached(Place::sender); },
+                       false, 4));
+        server_->reset();
+        ASSERT_TRUE(log_.waitFor("<n> socket closed."));
+        held_.open();
     }
     void reached(Place place) {
         if (place == place_ && !acted_.exchange(true)) {
@@ -82,8 +166,10 @@ private:
         }
     }
 
+    LogCapture & log_;
     Place const place_;
     std::function<void()> const act_;
+    Gate held_;
     std::atomic<bool> acted_{false};
     TlsPeer peer_;
     std::unique_ptr<TlsConnection> server_;
@@ -127,7 +213,7 @@ TEST_P(ClientRelease, OfTheLastOwnerInACallbackEndsTheClientElsewhere) {
         auto owned = std::make_shared<tls::client>("n");
         std::weak_ptr<tls::client> const weak = owned;
         Gate alone;
-        Stage stage(place(), [&] {
+        Stage stage(log, place(), [&] {
             std::shared_ptr<tls::client> last = weak.lock();
             alone.pass();
             EXPECT_EQ(last.use_count(), 1);
@@ -147,7 +233,7 @@ TEST_P(ClientRelease, OfTheLastOwnerInACallbackEndsTheClientElsewhere) {
 TEST_P(ClientRelease, ByDestroyInACallbackEndsTheClientElsewhere) {
     Holdings const before;
     {
-        Stage stage(place(), [] { EXPECT_TRUE(tls::client::destroy("n")); });
+        Stage stage(log, place(), [] { EXPECT_TRUE(tls::client::destroy("n")); });
         stage.play(tls::client::instance("n"));
         ASSERT_TRUE(stage.wait());
         EXPECT_FALSE(tls::client::destroy("n"));
@@ -160,7 +246,7 @@ TEST_P(ClientRelease, ByFinalizeInACallbackEndsTheClientElsewhere) {
     Holdings const before;
     unsigned const threads = threadsNow();
     {
-        Stage stage(place(), [] { tls::client::finalize(); });
+        Stage stage(log, place(), [] { tls::client::finalize(); });
         stage.play(tls::client::instance("n"));
         ASSERT_TRUE(stage.wait());
         EXPECT_FALSE(tls::client::destroy("n"));
@@ -178,7 +264,7 @@ TEST_P(ClientRelease, OnAThreadThatACallbackHasMadeIsNoBusinessOfTheClients) {
     Holdings const before;
     {
         Events ended;
-        Stage stage(place(), [&ended] {
+        Stage stage(log, place(), [&ended] {
             tav_async_call(
                 [&ended] {
                     EXPECT_TRUE(tls::client::destroy("n"));
@@ -202,7 +288,7 @@ TEST(ClientReleaseElsewhere, FinalizeWaitsForClientsThatEndOnOtherThreads) {
     auto owned = std::make_shared<tls::client>("n");
     std::weak_ptr<tls::client> const weak = owned;
     Gate alone;
-    Stage stage(Place::message, [&] {
+    Stage stage(log, Place::message, [&] {
         std::shared_ptr<tls::client> last = weak.lock();
         alone.pass();
         last.reset();
