@@ -161,14 +161,17 @@ bool session::post_bytes(tavBytes && frame, send_account::room room) {
     return connected() && (!writer_.post(std::move(frame), std::move(room)) || tell_writer());
 }
 
-// False if the I/O thread has ended.  Frames that it could not be told of wait for the next one or for the
-// tick.
+// False if the I/O thread has ended, which each further frame is to find out too.  Frames that it could not
+// be told of wait for the next one or for the tick.
 bool session::tell_writer() {
     try {
-        return context_->post([self = self_ptr(this)]() mutable {
-            session & s = *self;
-            s.on_posted(std::move(self));
-        });
+        if (!context_->post([self = self_ptr(this)]() mutable {
+                session & s = *self;
+                s.on_posted(std::move(self));
+            })) {
+            writer_.untold();
+            return false;
+        }
     } catch (...) {
         tav::detail::reportCaught(here("tav::tls::impl::session::post_bytes"));
         writer_.untold();

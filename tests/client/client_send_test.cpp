@@ -571,6 +571,40 @@ TEST_F(ClientSend, EachSendThatWasAcceptedIsToldItsEnd) {
     }
 }
 
+TEST_F(ClientSend, EachThatWaitsForTheWireAsItGoesIsToldOnceAsCancelled) {
+    Gate gate;
+    log.at("<n> add sending #", [&] { gate.pass(); });
+    ASSERT_TRUE(client().send_msg(Ask(1), tracked()));
+    ASSERT_TRUE(gate.waitArrived());
+    constexpr unsigned total = 5;
+    Events events;
+    std::vector<std::shared_ptr<tls::send_info>> waiting;
+    for (unsigned n = 0; n < total; ++n) {
+        waiting.push_back(client().send_msg(
+            Ask(2), tls::send_option(
+                        60000,
+                        [&events, n](unsigned long long, unsigned short, bool cancelled) {
+                            events.add(textOf(n) + (cancelled ? " cancelled" : " timedout"));
+                        },
+                        false, 4)));
+        ASSERT_TRUE(waiting.back());
+    }
+    rig.server->reset();
+    ASSERT_TRUE(log.waitFor("<n> socket closed."));
+    EXPECT_EQ(events.count(), 0u) << "nobody has come to them yet";
+    gate.open();
+    for (auto const & each : waiting) {
+        EXPECT_EQ(waited(each), tls::result_cancelled);
+    }
+    std::vector<std::string> const once{"0 cancelled", "1 cancelled", "2 cancelled", "3 cancelled",
+                                        "4 cancelled"};
+    EXPECT_EQ(events.all(), once);
+    EXPECT_EQ(log.count("<n> send buf fail, maybe not connected, remove #"), total + 1);
+    rig.reconnect();
+    EXPECT_EQ(events.all(), once) << "the end of the session tells none of them again";
+    log.at(std::string(), nullptr);
+}
+
 TEST_F(ClientSend, CancelCompletesEvenIfItsFunctionThrows) {
     auto const info = client().send_msg(
         Ask(1), tls::send_option(

@@ -679,6 +679,32 @@ TEST(SessionSendCancel, QueuedSendThatIsRefusedAfterwardsIsToldAsCancelled) {
     EXPECT_EQ(first->result(), 3);
 }
 
+// The I/O thread has ended, so that nobody takes the frames any more.
+TEST(SessionSendCancel, EachOfSeveralThatTheWireRefusesIsToldOnceAsCancelled) {
+    LogCapture log;
+    Pair p;
+    Gate gate;
+    std::vector<std::shared_ptr<impl::send_info>> infos;
+    infos.push_back(p.s->send_pkt(heldUp(gate, 1), p.limited(60000)));
+    for (unsigned long long sno = 2; sno <= 5; ++sno) {
+        infos.push_back(p.s->send_pkt(packet(sno), p.limited(60000)));
+    }
+    ASSERT_TRUE(gate.waitArrived());
+    p.rig.context()->close();
+    ASSERT_TRUE(eventually([&] { return !p.rig.context()->post([] {}); }));
+    EXPECT_TRUE(p.s->connected());
+    gate.open();
+    for (auto const & each : infos) {
+        EXPECT_EQ(waited(each), tav::tls::result_cancelled);
+    }
+    EXPECT_EQ(p.timeouts.all(), (Texts{"1 4660 cancelled", "2 4660 cancelled", "3 4660 cancelled",
+                                       "4 4660 cancelled", "5 4660 cancelled"}));
+    EXPECT_EQ(log.count(" send buf fail, maybe not connected, remove #"), 5u);
+    EXPECT_EQ(p.s->sending(), 0u);
+    p.s->close();
+    EXPECT_EQ(p.timeouts.count(), 5u) << "the end tells none of them again";
+}
+
 TEST(SessionSendCancel, CloseEndsTheSendsThatSenderNeverCameTo) {
     LogCapture log;
     Pair p;
