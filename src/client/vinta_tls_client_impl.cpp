@@ -450,7 +450,8 @@ tavSharedPtr<session> Client::make_session(connect_ptr const & info) {
         [self, info, told](unsigned long long sno, unsigned short msgcode, int code, char const * text) {
             self->on_connect_error(info, told, sno, msgcode, code, text);
         });
-    own.set_on_open([self, info, told] { self->on_connect_open(info, *told); });
+    auto const opened = std::make_shared<session *>(nullptr);
+    own.set_on_open([self, info, told, opened] { self->on_connect_open(info, *told, **opened); });
     own.timedout.set_on_timedout(
         [self, info, told](unsigned long long sno, unsigned short msgcode, bool cancelled) {
             self->on_connect_timedout(info, *told, sno, msgcode, cancelled);
@@ -458,6 +459,7 @@ tavSharedPtr<session> Client::make_session(connect_ptr const & info) {
     tavSharedPtr<session> fresh(new session(
         name_, context_, [self](tavBytes const & frame) { self->on_recv(frame); }, own, clock_, counted_,
         std::shared_ptr<std::atomic<failure>>(info, &info->cause())));
+    *opened = &*fresh;
     counters::add(counted_->connects_begun);
     try {
         fresh->open();
@@ -479,7 +481,9 @@ bool Client::close_session() {
     return true;
 }
 
-void Client::on_connect_open(connect_ptr const & info, connect_option & told) {
+// Whether it is still open is asked at the call itself: another attempt may have taken its place while the
+// application's log took the lines of it.
+void Client::on_connect_open(connect_ptr const & info, connect_option & told, session const & opened) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_open"), name_, " connect ok");
     info->up() = true;
     counters::add(counted_->connects_up);
@@ -488,7 +492,16 @@ void Client::on_connect_open(connect_ptr const & info, connect_option & told) {
             taken->on_conn_connected();
         }
     });
-    told.on_open();
+    if (!told.on_open_) {
+        return;
+    }
+    connect_option asking;
+    asking.set_on_open([&told, &opened] {
+        if (opened.state() == session::state_connected) {
+            told.on_open_();
+        }
+    });
+    asking.on_open();
 }
 
 void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_option> const & told,

@@ -122,7 +122,7 @@ private:
     bool close_session();
 
     /// A session's events go to the option and the result of the start or reconnect that made it.
-    void on_connect_open(connect_ptr const & info, connect_option & told);
+    void on_connect_open(connect_ptr const & info, connect_option & told, session const & opened);
     void on_connect_error(connect_ptr const & info, std::shared_ptr<connect_option> const & told,
                           unsigned long long sno, unsigned short msgcode, int code, char const * text);
     void tell_error(unsigned era, connect_option & told, unsigned long long sno, unsigned short msgcode,

@@ -403,6 +403,29 @@ TEST(ClientConnectReconnect, BehindACancelledAttemptItIsANewOne) {
     EXPECT_TRUE(rig.settle());
 }
 
+TEST(ClientConnectReconnect, ALateSuccessOfTheCancelledAttemptTellsNoSecondOnOpen) {
+    for (char const * const line : {"<n> handshake ok...", "<n> connect ok\n", " channel open ok"}) {
+        LogCapture log;
+        ClientRig rig;
+        Gate gate;
+        log.at(line, [&] { gate.pass(); });
+        auto const cancelled = rig.client.start(rig.option());
+        auto const lost = rig.peer.accept();
+        ASSERT_TRUE(lost->handshake());
+        ASSERT_TRUE(gate.waitArrived()) << line;
+        cancelled->cancel();
+        auto const again = rig.client.reconnect(tls::timedout_option());
+        ASSERT_NE(again, cancelled);
+        ASSERT_TRUE(log.waitFor("<n> resolving ", 2));
+        gate.open();
+        rig.finish(again);
+        EXPECT_TRUE(rig.settle());
+        EXPECT_EQ(rig.events.all(), std::vector<std::string>{"open on <n>io.context"}) << line;
+        EXPECT_EQ(cancelled->result(), tls::result_cancelled);
+        log.at(std::string(), nullptr);
+    }
+}
+
 TEST(ClientConnectReconnect, BehindAnAttemptThatRanOutOfTimeItIsANewOne) {
     LogCapture log;
     ClientRig rig;
