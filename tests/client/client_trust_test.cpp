@@ -52,6 +52,50 @@ bool endsWith(std::string const & text, std::string const & end) {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
+/// Another user while it lives, as to the first one nothing is forbidden.
+class PlainUser {
+public:
+    PlainUser() : first_(::geteuid() == 0), dropped_(!first_ || ::seteuid(65534) == 0) {}
+    ~PlainUser() {
+        if (first_ && ::seteuid(0) != 0) {
+            std::abort();
+        }
+    }
+    PlainUser(PlainUser const &) = delete;
+    PlainUser & operator=(PlainUser const &) = delete;
+
+    explicit operator bool() const { return dropped_; }
+    /// Changes a mode as the one who may.
+    bool allow(std::string const & path, mode_t mode) const {
+        bool const changed = (!first_ || ::seteuid(0) == 0) && ::chmod(path.c_str(), mode) == 0;
+        return changed && (!first_ || ::seteuid(65534) == 0);
+    }
+
+private:
+    bool const first_;
+    bool const dropped_;
+};
+
+/// Whether a client that starts with `path` fails for want of permission, and the next reconnect succeeds if
+/// `obstacle` has been given `mode` meanwhile.
+bool isReadAtTheReconnect(std::string const & path, std::string const & obstacle, mode_t mode) {
+    LogCapture log;
+    PlainUser const user;
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.ca = path;
+    auto const info = rig.client.start(option);
+    rig.peer.accept()->handshake();
+    bool const refused =
+        user && resultOf(info) == tls::result_error &&
+        endsWith(log.find("<n> no use of the certificates under ").text, ": Permission denied\n");
+    if (!refused || !user.allow(obstacle, mode)) {
+        return false;
+    }
+    rig.reconnect();
+    return rig.settle() && log.count("<n> no use of the certificates under ") == 1;
+}
+
 } // namespace
 
 TEST(ClientTrustRefusedCertificate, TellsItsReasonAndSubjectToTheApplication) {
@@ -115,14 +159,43 @@ TEST(ClientTrustCertificatePathDeathTest, WithoutPermissionIsToldSo) {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_EXIT(
         {
-            Folder const folder;
-            std::string const file = folder.write("ca.pem", TlsIdentity::ecdsa().ca);
-            ::chmod(file.c_str(), 0);
-            ::chmod(folder.path().c_str(), 0755);
-            bool const dropped = ::geteuid() != 0 || ::seteuid(65534) == 0;
-            bool const told = endsWith(troubleOf(file), ": Permission denied\n");
-            bool const back = ::getuid() != 0 || ::seteuid(0) == 0;
-            std::exit(dropped && told && back ? 0 : 1);
+            bool told = false;
+            {
+                Folder const folder;
+                std::string const file = folder.write("ca.pem", TlsIdentity::ecdsa().ca);
+                ::chmod(file.c_str(), 0);
+                ::chmod(folder.path().c_str(), 0755);
+                PlainUser const user;
+                told = user && endsWith(troubleOf(file), ": Permission denied\n");
+            }
+            std::exit(told ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST(ClientTrustCertificatePathDeathTest, WhosePermissionIsMendedIsReadAtTheReconnect) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_EXIT(
+        {
+            ::alarm(60);
+            int wrong = 0;
+            {
+                Folder const folder;
+                std::string const & top = folder.path();
+                std::string const file = folder.write("ca.pem", TlsIdentity::ecdsa().ca);
+                std::filesystem::create_directory(top + "/in");
+                std::string const entry = folder.write("in/a.0", TlsIdentity::ecdsa().ca);
+                ::chmod(top.c_str(), 0755);
+                ::chmod(file.c_str(), 0);
+                wrong += isReadAtTheReconnect(file, file, 0644) ? 0 : 1;
+                ::chmod(entry.c_str(), 0);
+                wrong += isReadAtTheReconnect(top + "/in/", entry, 0644) ? 0 : 2;
+                ::chmod((top + "/in").c_str(), 0);
+                wrong += isReadAtTheReconnect(top + "/in/", top + "/in", 0755) ? 0 : 4;
+                ::chmod(top.c_str(), 0);
+                wrong += isReadAtTheReconnect(file, top, 0755) ? 0 : 8;
+            }
+            std::exit(wrong);
         },
         ::testing::ExitedWithCode(0), "");
 }
