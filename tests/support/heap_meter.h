@@ -12,23 +12,28 @@ namespace tav_test {
 
 inline std::atomic<long long> heapBytes{0};
 inline std::atomic<long long> heapPeak{0};
+inline std::atomic<long long> heapBlocks{0};
 
 /// The bytes that were taken since it was made.  A block counts with what the allocator spends for it.
 class HeapMeter {
 public:
-    HeapMeter() : begin_(heapBytes.load()) { heapPeak.store(begin_); }
+    HeapMeter() : begin_(heapBytes.load()), blocks_(heapBlocks.load()) { heapPeak.store(begin_); }
 
     long long kept() const { return heapBytes.load() - begin_; }
     /// The most at one time.
     long long peak() const { return heapPeak.load() - begin_; }
+    /// How many blocks were taken, also those that were given back.
+    long long taken() const { return heapBlocks.load() - blocks_; }
 
 private:
     long long begin_;
+    long long blocks_;
 };
 
 inline void * counted(void * block) noexcept {
     if (block != nullptr) {
         long long const size = static_cast<long long>(malloc_usable_size(block) + sizeof(std::size_t));
+        heapBlocks.fetch_add(1, std::memory_order_relaxed);
         long long const now = heapBytes.fetch_add(size, std::memory_order_relaxed) + size;
         long long peak = heapPeak.load(std::memory_order_relaxed);
         while (now > peak && !heapPeak.compare_exchange_weak(peak, now, std::memory_order_relaxed)) {

@@ -58,6 +58,17 @@ double costOfDecoding(std::string const & bytes, std::size_t size) {
     return static_cast<double>(meter.peak()) / static_cast<double>(bytes.size());
 }
 
+/// The allocations of a decoding.
+template <class List>
+long long allocationsOfDecoding(std::string const & bytes, std::size_t size) {
+    HeapMeter const meter;
+    Holder<List> object;
+    object.decode(tav_istr(bytes));
+    long long const taken = meter.taken();
+    EXPECT_EQ(object.list.size(), size);
+    return taken;
+}
+
 std::string const shortNumber("\0\1\1\7", 4);
 std::string const longNumber("\0\1\4\1\2\3\4", 7);
 std::string const shortText("\0\xF1\1x", 4);
@@ -73,6 +84,19 @@ TEST(NbrMemory, ListOfNumbersTakesTwelveTimesItsBytesAtMost) {
         EXPECT_LE(costOfDecoding<std::vector<bool>>(listOf(shortNumber, count), count), 12);
         EXPECT_LE(costOfDecoding<std::vector<tavTime>>(listOf(shortNumber, count), count), 12);
     }
+}
+
+// What the tree and the list take as they grow, and nothing for an element.
+TEST(NbrMemory, ListOfSimpleElementsTakesThirtyTwoAllocationsAtMost) {
+    constexpr unsigned count = 200000;
+    std::string const numbers = listOf(shortNumber, count);
+    EXPECT_LE(allocationsOfDecoding<std::vector<int>>(numbers, count), 32);
+    EXPECT_LE(allocationsOfDecoding<std::vector<int>>(listOf(longNumber, count), count), 32);
+    EXPECT_LE(allocationsOfDecoding<std::vector<unsigned char>>(numbers, count), 32);
+    EXPECT_LE(allocationsOfDecoding<std::vector<long long>>(numbers, count), 32);
+    EXPECT_LE(allocationsOfDecoding<std::vector<bool>>(numbers, count), 32);
+    EXPECT_LE(allocationsOfDecoding<std::vector<tavTime>>(numbers, count), 32);
+    EXPECT_LE(allocationsOfDecoding<std::vector<std::string>>(listOf(shortText, count), count), 32);
 }
 
 TEST(NbrMemory, ListTakesNoStreamsBesideItsElements) {
