@@ -23,8 +23,15 @@ std::atomic<long> granted{-1};
 /// Whether it is this thread's allocations that are counted.
 thread_local bool test_thread = false;
 std::atomic<bool> on_test_thread{false};
+/// Whether all of them fail, and whether one has.
+std::atomic<bool> all_fail{false};
+std::atomic<bool> one_of_all_failed{false};
 
 bool fails() {
+    if (all_fail.load(std::memory_order_relaxed) && test_thread) {
+        one_of_all_failed = true;
+        return true;
+    }
     return granted.load(std::memory_order_relaxed) >= 0 && test_thread == on_test_thread && granted-- == 0;
 }
 
@@ -82,11 +89,15 @@ protected:
         test_thread = true;
         connect();
     }
-    void TearDown() override { granted = -1; }
+    void TearDown() override {
+        granted = -1;
+        all_fail = false;
+    }
 
     /// With an on_error that asks for no memory of its own.
-    void connect() {
+    void connect(unsigned received_waiting = 0) {
         tls::connect_option option = rig.option();
+        option.limits.received_waiting = received_waiting;
         option.set_on_error([this](unsigned long long, unsigned short, int, char const *) { ++errors; });
         option.set_on_open(nullptr);
         rig.connect(option);
@@ -195,6 +206,62 @@ TEST_F(ClientMemory, ConnectionThatBreaksWithoutAnyIsTold) {
         connect();
         ASSERT_TRUE(answers()) << n;
     }
+}
+
+TEST_F(ClientMemory, EndOfTheLastFrameAfterABreakThatCanNotBeToldComesAllTheSame) {
+    bool more = true;
+    for (long n = 0; more; ++n) {
+        ASSERT_LT(n, 200);
+        Gate gate;
+        rig.client.on_nbr_msg(
+            0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
+                gate.pass();
+                test_thread = true;
+            });
+        auto const info = rig.client.send_nbr_msg(0x4001, nullptr, 0, limited(20000));
+        rig.receive();
+        rig.server->send(mobile(0x4000, 1).framed());
+        ASSERT_TRUE(gate.waitArrived());
+        errors = 0;
+        rig.server->close();
+        ASSERT_TRUE(eventually([&] { return !rig.client.connected(); })) << n;
+        test_thread = false;
+        failAt(n, true);
+        gate.open();
+        ASSERT_TRUE(eventually([&] { return errors > 0; })) << n;
+        ASSERT_EQ(resultOf(info), tls::result_cancelled) << n;
+        more = failed();
+        test_thread = true;
+        connect();
+        ASSERT_TRUE(answers()) << n;
+    }
+}
+
+TEST_F(ClientMemory, EndOfAPauseThatTheReceiverCanNotTellComesWithTheTick) {
+    constexpr unsigned limit = 4;
+    connect(limit);
+    Gate gate;
+    rig.client.on_nbr_msg(
+        0x4000, [&](unsigned long long sno, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
+            if (sno == 1) {
+                gate.pass();
+                test_thread = true;
+            }
+        });
+    for (unsigned i = 1; i <= 3 * limit; ++i) {
+        rig.server->send(mobile(0x4000, i).framed());
+    }
+    ASSERT_TRUE(gate.waitArrived());
+    // The first may have been taken out at the limit; reading goes on at half of it only.
+    ASSERT_TRUE(eventually([&] { return rig.client.statistics().received_waiting >= limit - 1; }));
+    test_thread = false;
+    all_fail = true;
+    gate.open();
+    EXPECT_TRUE(eventually([] { return one_of_all_failed.load(); }));
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == 0; }));
+    all_fail = false;
+    test_thread = true;
+    EXPECT_TRUE(answers());
 }
 
 TEST_F(ClientMemory, LookupWhoseThreadHasNoneIsAnswered) {
