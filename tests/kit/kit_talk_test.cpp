@@ -66,15 +66,6 @@ std::string textOfResult(kit::result<T> const & v) {
     return v ? "ok" : v.error().message();
 }
 
-/// The value of a future that has to come in time.
-template <class T>
-T got(std::future<T> future) {
-    if (future.wait_for(std::chrono::milliseconds(peer_limit_ms)) != std::future_status::ready) {
-        throw std::runtime_error("the future did not come");
-    }
-    return future.get();
-}
-
 /// A callback that counts its calls and keeps what it was given.
 class Ends {
 public:

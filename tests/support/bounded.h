@@ -42,7 +42,7 @@ auto waitOf(std::shared_ptr<Info> info) {
     std::thread([info = std::move(info), said = std::move(said)]() mutable {
         auto const result = info->wait();
         info.reset();
-        said.set_value_at_thread_exit(result);
+        said.set_value(result);
     }).detach();
     return future;
 }
