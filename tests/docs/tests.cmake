@@ -19,3 +19,12 @@ add_test(NAME docs.checker_refuses_what_nobody_checks
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/check_test.sh ${PROJECT_SOURCE_DIR}
                  ${CMAKE_CURRENT_BINARY_DIR}/docs-work/checker)
 set_tests_properties(docs.checker_refuses_what_nobody_checks PROPERTIES ENVIRONMENT "${tav_docs_environment}")
+
+# The reference: no comment is wrong, and no class goes without one.
+tav_find_program(test doxygen TAV_DOXYGEN doxygen)
+foreach(check clean classes wrong)
+    add_test(NAME reference.${check}
+             COMMAND ${CMAKE_COMMAND} -DCHECK=${check} -DDOXYGEN=${TAV_DOXYGEN} -DPROJECT_SOURCE_DIR=${PROJECT_SOURCE_DIR}
+                     -DINPUT=${PROJECT_SOURCE_DIR}/include -DWORK=${CMAKE_CURRENT_BINARY_DIR}/reference-work/${check}
+                     -P ${CMAKE_CURRENT_SOURCE_DIR}/docs/reference.cmake)
+endforeach()

@@ -212,16 +212,19 @@ typedef struct tav_array {
     unsigned capacity;
 } tav_array;
 
+/// Bytes and their number.
 typedef struct tav_bytes {
     void * data;
     unsigned size;
 } tav_bytes;
 
+/// A part of somebody else's bytes.
 typedef struct tav_slice {
     void * data;
     unsigned size;
 } tav_slice;
 
+/// A value, or none.
 typedef struct tav_optional {
     tav_any value;
     unsigned char present;

@@ -200,8 +200,8 @@ public:
 
     /// The text without its quotes and escapes; absent for "null" without quotes.
     ///
-    /// The escape \u gives the decimal digits of its 16-bit hexadecimal number and not a character, so escape
-    /// and unescape are no exact inverses for bytes below 32 that have no escape of one letter.
+    /// The escape `\u` gives the decimal digits of its 16-bit hexadecimal number and not a character, so
+    /// escape and unescape are no exact inverses for bytes below 32 that have no escape of one letter.
     static tavOptional<tavString> unescape(tav_istr text);
 
 private:

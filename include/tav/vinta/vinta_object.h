@@ -214,7 +214,10 @@ private:
     std::vector<tavFieldMeta> fields_;
 };
 
-/// Prints an object for people and logs, with protected fields masked: `@Foo{ [1]a=5 [2]b='x' }`.
+/// Prints an object for people and logs, with protected fields masked:
+///
+///     @Foo{ [1]a=5 [2]b='x' }
+///
 class TAV_API tavDumper : public tavCodecStream {
 public:
     using tavCodecStream::io;

@@ -18,6 +18,7 @@ namespace vad {
 /// Carried in one byte; the values are the callers'.
 enum channel_type : unsigned char { channel_none = 0 };
 
+/// A host and a port.
 struct TAV_API ip_port {
     ip_port();
     ip_port(tav_istr host, unsigned short port);
@@ -31,6 +32,7 @@ struct TAV_API ip_port {
     unsigned short port;
 };
 
+/// What stands ahead of each frame.
 struct TAV_API header {
     header(channel_type type = channel_none, unsigned char flags = 0);
 

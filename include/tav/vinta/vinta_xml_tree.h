@@ -142,6 +142,7 @@ private:
     std::unique_ptr<MetaInfo> meta_;
 };
 
+/// An attribute: a name and a value.
 class TAV_API Attr : public VarInfo {
 public:
     Attr();
@@ -189,6 +190,7 @@ private:
     std::string text_;
 };
 
+/// A comment.
 class TAV_API CommentNode : public VarInfo {
 public:
     CommentNode();
