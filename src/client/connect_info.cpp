@@ -1,5 +1,6 @@
 #include "client/connect_info.h"
 
+#include "client/failures.h"
 #include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
@@ -38,7 +39,12 @@ void connect_info::cancel() {
 }
 
 result_type connect_info::wait() {
-    return wait(-1, [] { return true; });
+    result_type const out = wait(-1, [] { return true; });
+    // An error of what has not ended is that of a refused wait.
+    bool const refused = out == result_error && result() < 0;
+    set_last_failure(refused ? failure::would_wait_for_itself
+                             : static_cast<failure>(tls::connect_info::error().value()));
+    return out;
 }
 
 result_type connect_info::wait(int slice_ms, std::function<bool()> const & patient) {
@@ -61,6 +67,7 @@ result_type connect_info::wait(int slice_ms, std::function<bool()> const & patie
                  [&](std::ostream & out) { out << name_ << " connect wait begin, " << option_; });
         while (result_ < 0 && patient()) {
             if (!monitor_.waitInLock(slice_ms) && slice_ms < 0 && result_ < 0) {
+                error(failure::timed_out);
                 result_ = result_timedout;
             }
         }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <new>
 #include <string>
+#include <utility>
 
 #include <asio/error.hpp>
 #include <asio/ssl/error.hpp>
@@ -91,6 +92,23 @@ bool is_certificate_error(int value) noexcept {
     return ERR_GET_REASON(static_cast<unsigned long>(value)) == SSL_R_CERTIFICATE_VERIFY_FAILED;
 }
 
+/// Whether an error of TLS is the peer's word that it does not take the client's certificate.
+bool is_refusal_of_client(int value) noexcept {
+    switch (ERR_GET_REASON(static_cast<unsigned long>(value))) {
+    case SSL_R_SSLV3_ALERT_NO_CERTIFICATE:
+    case SSL_R_SSLV3_ALERT_BAD_CERTIFICATE:
+    case SSL_R_SSLV3_ALERT_UNSUPPORTED_CERTIFICATE:
+    case SSL_R_SSLV3_ALERT_CERTIFICATE_REVOKED:
+    case SSL_R_SSLV3_ALERT_CERTIFICATE_EXPIRED:
+    case SSL_R_SSLV3_ALERT_CERTIFICATE_UNKNOWN:
+    case SSL_R_TLSV1_ALERT_UNKNOWN_CA:
+    case SSL_R_TLSV1_ALERT_ACCESS_DENIED:
+    case SSL_R_TLSV1_ALERT_DECRYPT_ERROR:
+    case SSL_R_TLSV13_ALERT_CERTIFICATE_REQUIRED: return true;
+    default: return false;
+    }
+}
+
 } // namespace
 
 std::error_category const & failure_category() noexcept {
@@ -110,6 +128,12 @@ namespace TAV_IMPL_NAMESPACE {
 
 void set_last_failure(failure v) noexcept {
     last = v;
+}
+
+failure_scope::failure_scope(failure v) noexcept : before_(std::exchange(last, v)) {}
+
+failure_scope::~failure_scope() {
+    last = before_;
 }
 
 failure named(std::error_code ec) noexcept {
@@ -136,6 +160,11 @@ failure named(std::error_code ec) noexcept {
         return named_errno(ec.value());
     }
     return ec == asio::error::not_found ? failure::unreachable : failure::other;
+}
+
+failure named_break(std::error_code ec) noexcept {
+    failure const v = named(ec);
+    return v == failure::handshake_failed && !is_refusal_of_client(ec.value()) ? failure::connection_lost : v;
 }
 
 failure named_exception() noexcept {

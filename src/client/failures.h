@@ -14,9 +14,26 @@ namespace TAV_IMPL_NAMESPACE {
 /// What `last_failure` tells this thread from now on.
 void set_last_failure(failure v) noexcept;
 
+/// Has `last_failure` tell this thread `v` while it lives, and then what it told before: around a function of
+/// the application that hears of a failure.
+class failure_scope {
+public:
+    explicit failure_scope(failure v) noexcept;
+    ~failure_scope();
+    failure_scope(failure_scope const &) = delete;
+    failure_scope & operator=(failure_scope const &) = delete;
+
+private:
+    failure const before_;
+};
+
 /// The name of what ended a connection, or kept it from coming up: an error of the system, of the lookup or
 /// of TLS.
 failure named(std::error_code ec) noexcept;
+
+/// The same of a connection that was up.  An error of TLS is the handshake's then only if the peer refuses
+/// the client's certificate, which with TLS 1.3 it does behind the handshake.
+failure named_break(std::error_code ec) noexcept;
 
 /// The name of the exception that is being handled.
 failure named_exception() noexcept;

@@ -1,5 +1,6 @@
 #include "client/send_info.h"
 
+#include "client/failures.h"
 #include "client/process_exit.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "client/vinta_tls_client_impl_thread.h"
@@ -103,6 +104,7 @@ void send_info::cancel() {
 result_type send_info::wait() {
     tav::detail::Site const site = site_in(log_file, "tav::tls::impl::send_info::wait");
     if (result_ < 0 && (ended_here() || refused_to_wait(client_, name_, site))) {
+        set_last_failure(failure::would_wait_for_itself);
         return result_error;
     }
     if (result_ < 0) {
@@ -124,6 +126,7 @@ result_type send_info::wait() {
                  [&](std::ostream & out) { out << name_ << " send wait end, result = " << result(); });
     }
     detach();
+    set_last_failure(static_cast<failure>(tls::send_info::error().value()));
     return result();
 }
 
@@ -184,12 +187,14 @@ void send_info::leave_account(result_type v) noexcept {
 
 void send_info::end_cancelled(failure cause) {
     error(cause);
+    failure_scope const why(cause);
     tav::detail::ScopeExit const end([this] { complete(result_cancelled); });
     option_.on_timedout(sno_, msgcode_, true);
 }
 
 void send_info::end_timed_out(long long now) {
     error(failure::timed_out);
+    failure_scope const why(failure::timed_out);
     tav::detail::ScopeExit const end([this] { complete(result_timedout); });
     option_.check_timedout(sno_, msgcode_, elapsed_ms(start_time_, now));
     log_parts(tavLogger::VERBOSE, site_in(log_file, "tav::tls::impl::send_info::check_timedout"), name_,

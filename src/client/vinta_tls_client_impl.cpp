@@ -320,7 +320,10 @@ void Client::on_no_memory(std::bad_alloc const & e) {
 void Client::on_exception(std::exception const & e) {
     detail::reportCaught(here("tav::tls::impl::Client::on_exception"), e.what());
     try {
-        tell_error(session_era_, *option(), no_sno, no_code, exception_code, e.what());
+        auto const present = current();
+        bool const misread = present && present->cause() == failure::bad_frame;
+        tell_error(session_era_, misread ? failure::bad_frame : named_exception(), *option(), no_sno, no_code,
+                   exception_code, e.what());
         process_exit::pass();
     } catch (...) {
         detail::reportCaught(here("tav::tls::impl::Client::on_exception"));
@@ -509,6 +512,7 @@ void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_
     log_line(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_error"),
              [&](std::ostream & out) { out << name_ << " connect error <" << code << ">" << text; });
     count_failure(*info);
+    failure const cause = info->cause();
     connect_ptr const taken = take_connecting(info);
     std::shared_ptr<tavTaskQueue> queue;
     {
@@ -522,26 +526,27 @@ void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_
     });
     if (queue) {
         try {
-            queue->put([self = shared_from_this(), era = info->era(), told, sno, msgcode, code,
+            queue->put([self = shared_from_this(), era = info->era(), cause, told, sno, msgcode, code,
                         said = std::string(text)]() mutable {
                 thread_role::belong(self->context_.get());
                 thread_role const role(self->context_.get(), thread_role::error);
-                self->tell_error(era, *told, sno, msgcode, code, std::move(said));
+                self->tell_error(era, cause, *told, sno, msgcode, code, std::move(said));
             });
         } catch (std::bad_alloc const &) {
             // Told on this thread: better than not at all.
-            tell_error(info->era(), *told, sno, msgcode, code, "no memory");
+            tell_error(info->era(), cause, *told, sno, msgcode, code, "no memory");
         }
     }
 }
 
 // Asked when its turn has come, and again at the call itself: a close may have returned since it was queued,
 // and while the application's log took the line of it.
-void Client::tell_error(unsigned era, connect_option & told, unsigned long long sno, unsigned short msgcode,
-                        int code, std::string text) {
+void Client::tell_error(unsigned era, failure why, connect_option & told, unsigned long long sno,
+                        unsigned short msgcode, int code, std::string text) {
     if (closed_since(era) || !told.on_error_) {
         return;
     }
+    failure_scope const named(why != failure::none ? why : failure::other);
     std::unique_ptr<connect_option> asking;
     try {
         asking = std::make_unique<connect_option>();
@@ -559,6 +564,9 @@ void Client::tell_error(unsigned era, connect_option & told, unsigned long long 
 
 void Client::count_failure(connect_info & info) {
     counters & c = *counted_;
+    if (info.up() && info.cause() == failure::bad_frame) {
+        return; // Counted where the frame was read.
+    }
     counters::add(!info.up()                                ? c.connects_failed
                   : info.cause() == failure::closed_by_peer ? c.breaks_by_peer
                                                             : c.breaks_by_error);
@@ -576,6 +584,7 @@ void Client::on_connect_timedout(connect_ptr const & info, connect_option & told
             taken->on_conn_timedout();
         }
     });
+    failure_scope const why(cancelled ? failure::cancelled : failure::timed_out);
     told.timedout.on_timedout(sno, msgcode, cancelled);
 }
 

@@ -125,8 +125,8 @@ private:
     void on_connect_open(connect_ptr const & info, connect_option & told, session const & opened);
     void on_connect_error(connect_ptr const & info, std::shared_ptr<connect_option> const & told,
                           unsigned long long sno, unsigned short msgcode, int code, char const * text);
-    void tell_error(unsigned era, connect_option & told, unsigned long long sno, unsigned short msgcode,
-                    int code, std::string text);
+    void tell_error(unsigned era, failure why, connect_option & told, unsigned long long sno,
+                    unsigned short msgcode, int code, std::string text);
     void count_failure(connect_info & info);
     void on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
                              unsigned short msgcode, bool cancelled);

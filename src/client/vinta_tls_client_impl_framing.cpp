@@ -109,6 +109,7 @@ void session::on_read_header_end(frame_reader::part part) {
     on_received(frame_reader::head_size);
     if (part == frame_reader::part::refused) {
         set_cause(failure::bad_frame);
+        counters::add(account_->counted().breaks_by_error);
         tav::detail::raiseAssertion(here("tav::tls::impl::session::on_read_header_end"),
                                     "length <= 0xffffff");
     }

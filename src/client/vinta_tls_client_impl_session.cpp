@@ -214,7 +214,7 @@ void session::active_close() {
     if (!begin_closing()) {
         return;
     }
-    if (up) {
+    if (up && !is_misread()) {
         counters::add(account_->counted().closes);
     }
     active_closing_ = true;
@@ -548,6 +548,7 @@ void session::on_error(std::error_code ec, std::string told) {
 // its own end.
 void session::on_broken(std::error_code ec) {
     if (active_closing_ || break_told_) {
+        set_cause(named_break(ec));
         on_error(ec);
         return;
     }
@@ -574,6 +575,7 @@ void session::end_broken(bool in_time) {
     }
     break_told_ = true;
     break_limit_.cancel();
+    set_cause(named_break(break_error_));
     on_error(break_error_);
 }
 
@@ -707,7 +709,10 @@ void session::on_heartbeat_timedout() {
               " on heartbeat timedout");
     set_cause(failure::peer_silent);
     if (passive_close()) {
-        counters::add(account_->counted().breaks_by_silence);
+        if (!is_misread()) {
+            counters::add(account_->counted().breaks_by_silence);
+        }
+        failure_scope const why(failure::peer_silent);
         option_.on_heartbeat_timedout();
     }
 }

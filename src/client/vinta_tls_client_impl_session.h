@@ -95,6 +95,8 @@ public:
     bool passive_close();
     /// Ends the connection as if its socket had failed with `ec`, which is told.
     void fail(std::error_code ec) { on_error(ec); }
+    /// Why it fails or breaks; none as long as it does not.
+    failure cause() const noexcept { return *cause_; }
     /// Ends all tracked sends as cancelled; nothing can be sent any more.  Any thread.
     void cancel_all();
 
@@ -182,6 +184,8 @@ private:
     void on_broken(std::error_code ec);
     void end_broken(bool in_time);
     void set_cause(failure v) noexcept;
+    /// Whether it got what is no frame: it counts as broken since then.
+    bool is_misread() const noexcept { return cause() == failure::bad_frame; }
     bool ended() const;
     bool advance(int from, int to);
 

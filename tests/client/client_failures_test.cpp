@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <stdexcept>
+
 using namespace tav_test;
 using tls::failure;
 using tls::last_failure;
@@ -14,6 +17,11 @@ namespace {
 tls::send_option tracked(int wait_ms = 60000) {
     return tls::send_option(wait_ms, tls::timedout_function(), false, 4);
 }
+
+/// A message that no stream takes.
+struct Raising : Ask {
+    void traverse(tavCodecStream &) override { throw std::runtime_error("no fields today"); }
+};
 
 /// Why a start of this option ends.
 std::error_code endOf(tls::client & client, tls::connect_option const & option) {
@@ -145,6 +153,156 @@ TEST(ClientFailures, SendsOfAConnectionThatGotNoFrameAreNamedForIt) {
     rig.client.close();
     EXPECT_EQ(resultOf(waiting), tls::result_cancelled);
     EXPECT_EQ(waiting->error(), failure::bad_frame);
+}
+
+TEST(ClientFailures, FrameThatIsNoneIsOneBreakByErrorHoweverTheConnectionEnds) {
+    for (bool const closed : {true, false}) {
+        ClientRig rig;
+        Events named;
+        tls::connect_option option = rig.option();
+        option.set_on_error([&named](unsigned long long, unsigned short, int, char const *) {
+            named.add(last_failure().message());
+        });
+        rig.connect(option);
+        rig.server->send("\x01\x01\x01\x01");
+        ASSERT_TRUE(named.wait(1));
+        EXPECT_EQ(named.all()[0], "the peer sent what is no frame");
+        EXPECT_EQ(rig.client.statistics().breaks_by_error, 1u);
+        if (closed) {
+            rig.client.close();
+            ASSERT_TRUE(rig.server->waitClosed());
+        } else {
+            // What is written is the first to find the peer gone, as nothing is read any more.
+            rig.server->reset();
+            ASSERT_TRUE(eventually([&] {
+                rig.client.send_msg(Ask(1), tls::send_option());
+                return named.count() == 2;
+            }));
+            EXPECT_EQ(named.all()[1], "the peer sent what is no frame") << "the first cause stays";
+        }
+        EXPECT_TRUE(eventually([&] { return !rig.client.connected(); }));
+        tls::statistics const all = rig.client.statistics();
+        EXPECT_EQ(all.breaks_by_error, 1u);
+        EXPECT_EQ(all.closes + all.breaks_by_peer + all.breaks_by_silence, 0u);
+    }
+}
+
+TEST(ClientFailures, FunctionThatTellsAFailureFindsItsName) {
+    ClientRig rig;
+    Events named;
+    tls::connect_option option = rig.option();
+    option.set_on_error([&named](unsigned long long, unsigned short, int, char const *) {
+        named.add("error: " + last_failure().message());
+    });
+    option.timedout.set_on_timedout([&named](unsigned long long, unsigned short, bool cancelled) {
+        named.add((cancelled ? "cancelled: " : "timed out: ") + last_failure().message());
+    });
+    {
+        ClientRig unanswered;
+        tls::connect_option other = option;
+        other.port = unanswered.peer.portText();
+        other.timedout.wait_ms(1);
+        EXPECT_EQ(endOf(unanswered.client, other), failure::timed_out);
+        ASSERT_TRUE(named.wait(1));
+    }
+    rig.connect(option);
+    auto const ask = [&](int wait_ms) {
+        tls::send_option own = tracked(wait_ms);
+        own.set_on_timedout([&named](unsigned long long, unsigned short, bool cancelled) {
+            named.add((cancelled ? "send cancelled: " : "send timed out: ") + last_failure().message());
+        });
+        return rig.client.send_msg(Ask(1), own);
+    };
+    auto const late = ask(1);
+    EXPECT_EQ(late->wait(), tls::result_timedout);
+    EXPECT_EQ(last_failure(), failure::timed_out);
+    EXPECT_FALSE(rig.client.send_msg(tavSharedPtr<tavMessage>(), tracked()));
+    ASSERT_EQ(last_failure(), failure::encoding_failed);
+    auto const cancelled = ask(60000);
+    cancelled->cancel();
+    EXPECT_EQ(last_failure(), failure::none) << "what it was before the function was called";
+    auto const lost = ask(60000);
+    for (int number = 1; number <= 3; ++number) {
+        rig.receive();
+    }
+    rig.server->close();
+    EXPECT_EQ(lost->wait(), tls::result_cancelled);
+    EXPECT_EQ(last_failure(), failure::closed_by_peer);
+    ASSERT_TRUE(named.wait(5));
+    std::vector<std::string> all = named.all();
+    std::sort(all.begin() + 3, all.end());
+    EXPECT_EQ(all, (std::vector<std::string>{"timed out: timed out", "send timed out: timed out",
+                                             "send cancelled: cancelled",
+                                             "error: the peer closed the connection",
+                                             "send cancelled: the peer closed the connection"}));
+}
+
+TEST(ClientFailures, WaitTellsWhyItsConnectFailed) {
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.port = "1";
+    auto const info = rig.client.start(option);
+    EXPECT_EQ(info->wait(), tls::result_error);
+    EXPECT_EQ(last_failure(), failure::refused);
+    std::error_code on_library_thread;
+    Events done;
+    option = rig.option();
+    option.set_on_open([&] {
+        auto const again = rig.client.reconnect(tls::timedout_option());
+        EXPECT_EQ(again->wait(), tls::result_error);
+        on_library_thread = last_failure();
+        done.add("done");
+    });
+    auto const opened = rig.client.start(option);
+    rig.server = rig.peer.accept();
+    ASSERT_TRUE(rig.server->handshake());
+    ASSERT_TRUE(done.wait(1));
+    EXPECT_EQ(on_library_thread, failure::would_wait_for_itself);
+}
+
+TEST(ClientFailures, ProxyThatRefusesHasItsName) {
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.proxy_host = option.host;
+    option.proxy_port = option.port;
+    option.set_on_http_proxy_connect([](unsigned, char const *, unsigned short) { return 7; });
+    option.timedout.wait_ms(200);
+    EXPECT_EQ(endOf(rig.client, option), failure::proxy_refused);
+}
+
+TEST(ClientFailures, HostWithoutAnAddressIsNotFound) {
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.host = "not-a-host.invalid.";
+    EXPECT_EQ(endOf(rig.client, option), failure::host_not_found);
+}
+
+TEST(ClientFailures, PeerThatSpeaksNoTlsFailsTheHandshake) {
+    ClientRig rig;
+    auto const info = rig.client.start(rig.option());
+    auto const server = rig.peer.accept();
+    server->sendPlain("HTTP/1.1 400 Bad Request\r\n\r\n");
+    EXPECT_EQ(resultOf(info), tls::result_error);
+    EXPECT_EQ(info->error(), failure::handshake_failed);
+}
+
+TEST(ClientFailures, ErrorOfTlsOnAnOpenConnectionIsALostOne) {
+    ClientRig rig;
+    rig.connect();
+    auto const waiting = rig.client.send_msg(Ask(1), tracked());
+    rig.receive();
+    rig.server->sendPlain("this is no record of TLS, whatever it is");
+    EXPECT_EQ(resultOf(waiting), tls::result_cancelled);
+    EXPECT_EQ(waiting->error(), failure::connection_lost);
+    EXPECT_EQ(rig.client.statistics().breaks_by_error, 1u);
+}
+
+TEST(ClientFailures, MessageThatCannotBeEncodedSaysSo) {
+    ClientRig rig;
+    rig.connect();
+    EXPECT_FALSE(rig.client.send_msg(Raising(), tracked()));
+    EXPECT_EQ(last_failure(), failure::encoding_failed);
+    EXPECT_EQ(rig.client.statistics().sends_refused, 1u);
 }
 
 TEST(ClientFailures, SendAndWaitTellsItsOwn) {

@@ -275,6 +275,13 @@ TEST(ClientInterfaceNull, EveryMemberLogsTheFailedAssertionAndReturnsItsNullValu
     EXPECT_EQ(log.records().size(), n);
 }
 
+TEST(ClientInterfaceNull, LastFailureIsThatTheClientHasEnded) {
+    client c("a");
+    endClient(c);
+    EXPECT_FALSE(c.send_msg(Ask(1), tls::send_option()));
+    EXPECT_EQ(tls::last_failure(), tls::failure::closed);
+}
+
 TEST(ClientInterfaceNull, TheFailedAssertionStandsUnderTheDefaultTag) {
     LogCapture log("clear(NONE)TAV(ERROR)");
     client c("a");

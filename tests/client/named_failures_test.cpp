@@ -85,6 +85,31 @@ TEST(NamedFailures, RefusedCertificateIsToldFromAFailedHandshake) {
     EXPECT_EQ(named(ofTls(SSL_R_WRONG_VERSION_NUMBER)), failure::handshake_failed);
 }
 
+TEST(NamedFailures, BreakByTlsIsALostConnectionUnlessTheClientWasRefused) {
+    auto const broken = [](int reason) {
+        return tav::tls::impl::named_break(std::error_code(
+            static_cast<int>(ERR_PACK(ERR_LIB_SSL, 0, reason)), asio::error::get_ssl_category()));
+    };
+    for (int const reason : {SSL_R_TLSV13_ALERT_CERTIFICATE_REQUIRED, SSL_R_TLSV1_ALERT_UNKNOWN_CA,
+                             SSL_R_SSLV3_ALERT_BAD_CERTIFICATE, SSL_R_SSLV3_ALERT_CERTIFICATE_REVOKED}) {
+        EXPECT_EQ(broken(reason), failure::handshake_failed) << reason;
+    }
+    EXPECT_EQ(broken(SSL_R_DECRYPTION_FAILED_OR_BAD_RECORD_MAC), failure::connection_lost);
+    EXPECT_EQ(broken(SSL_R_TLSV1_ALERT_INTERNAL_ERROR), failure::connection_lost);
+    EXPECT_EQ(tav::tls::impl::named_break(asio::error::eof), failure::closed_by_peer);
+}
+
+TEST(NamedFailures, NameThatAFunctionIsGivenGoesWithIt) {
+    tav::tls::impl::set_last_failure(failure::queue_full);
+    {
+        tav::tls::impl::failure_scope const inside(failure::timed_out);
+        EXPECT_EQ(last_failure(), failure::timed_out);
+        tav::tls::impl::set_last_failure(failure::none);
+    }
+    EXPECT_EQ(last_failure(), failure::queue_full);
+    tav::tls::impl::set_last_failure(failure::none);
+}
+
 TEST(NamedFailures, ExceptionInHandHasAName) {
     auto const namedOf = [](auto const & thrown) {
         try {

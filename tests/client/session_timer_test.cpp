@@ -390,6 +390,7 @@ TEST(SessionTimerHeartbeat, OnesThatGoOutAndAnEndBySilenceAreCounted) {
     EXPECT_EQ(b.rig.events.count("heartbeat timedout"), 1u);
     EXPECT_EQ(b.rig.counted->copy().breaks_by_silence, 1u);
     EXPECT_EQ(b.rig.counted->copy().closes, 0u);
+    EXPECT_EQ(b.s->cause(), tav::tls::failure::peer_silent);
 }
 
 TEST(SessionTimerHeartbeat, SilenceOfAPeerThatIsHeldBackEndsNothing) {

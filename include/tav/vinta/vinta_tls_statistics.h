@@ -10,8 +10,8 @@ namespace tav {
 namespace tls {
 
 /// A copy of a client's counters, taken without stopping anybody: each number is exact, two of them may be a
-/// moment apart.  Totals count from the making of the client, over all of its connections; the last six are
-/// of the moment.
+/// moment apart.  Totals count from the making of the client, over all of its connections; the last six but
+/// the longest callback are of the moment.  Each connection that was up ends in one of breaks_... and closes.
 struct TAV_API statistics {
     unsigned long long bytes_sent = 0;     ///< Of frames, head and body, before TLS; written to the socket.
     unsigned long long bytes_received = 0; ///< Of frames, after TLS.
@@ -22,7 +22,7 @@ struct TAV_API statistics {
     unsigned long long heartbeats_sent = 0;
     unsigned long long heartbeats_received = 0;
     unsigned long long receipts_sent = 0;     ///< For messages that asked for one.
-    unsigned long long receipts_received = 0; ///< That ended a tracked send.
+    unsigned long long receipts_received = 0; ///< For messages of ours.
 
     unsigned long long sends_ok = 0;       ///< Tracked sends that got their reply.
     unsigned long long sends_timedout = 0; ///< Tracked sends whose limit passed.
