@@ -231,10 +231,10 @@ TEST(ClientFailures, FunctionThatTellsAFailureFindsItsName) {
     ASSERT_TRUE(named.wait(5));
     std::vector<std::string> all = named.all();
     std::sort(all.begin() + 3, all.end());
-    EXPECT_EQ(all, (std::vector<std::string>{"timed out: timed out", "send timed out: timed out",
-                                             "send cancelled: cancelled",
-                                             "error: the peer closed the connection",
-                                             "send cancelled: the peer closed the connection"}));
+    EXPECT_EQ(all,
+              (std::vector<std::string>{"timed out: timed out", "send timed out: timed out",
+                                        "send cancelled: cancelled", "error: the peer closed the connection",
+                                        "send cancelled: the peer closed the connection"}));
 }
 
 TEST(ClientFailures, WaitTellsWhyItsConnectFailed) {

@@ -87,8 +87,8 @@ TEST(NamedFailures, RefusedCertificateIsToldFromAFailedHandshake) {
 
 TEST(NamedFailures, BreakByTlsIsALostConnectionUnlessTheClientWasRefused) {
     auto const broken = [](int reason) {
-        return tav::tls::impl::named_break(std::error_code(
-            static_cast<int>(ERR_PACK(ERR_LIB_SSL, 0, reason)), asio::error::get_ssl_category()));
+        return tav::tls::impl::named_break(std::error_code(static_cast<int>(ERR_PACK(ERR_LIB_SSL, 0, reason)),
+                                                           asio::error::get_ssl_category()));
     };
     for (int const reason : {SSL_R_TLSV13_ALERT_CERTIFICATE_REQUIRED, SSL_R_TLSV1_ALERT_UNKNOWN_CA,
                              SSL_R_SSLV3_ALERT_BAD_CERTIFICATE, SSL_R_SSLV3_ALERT_CERTIFICATE_REVOKED}) {

@@ -193,7 +193,7 @@ private:
 class last_word {
 public:
     explicit last_word(std::shared_ptr<exchange> about) : about_(std::move(about)) {}
-    ~last_word() { about_->end(failure_of_send(true)); }
+    ~last_word() { about_->end(make_error_code(failure::disconnected)); }
     last_word(last_word const &) = delete;
     last_word & operator=(last_word const &) = delete;
 
@@ -232,8 +232,8 @@ inline void exchange::begin(tls::client & client, tavMessage const & msg, tls::s
 
 inline void exchange::send(tls::client & client, tavMessage const & msg, tls::send_option & option) {
     auto const word = std::make_shared<last_word>(shared_from_this());
-    option.set_on_timedout([word](unsigned long long, unsigned short, bool cancelled) {
-        (**word).end(failure_of_send(cancelled));
+    option.set_on_timedout([word](unsigned long long, unsigned short, bool) {
+        (**word).end(failure_of_end(tls::last_failure()));
     });
     option.set_nbr_ack_callback([word](unsigned long long sno, unsigned short, unsigned char const * data,
                                        unsigned size, tavMsgExt ext) {
@@ -246,7 +246,7 @@ inline void exchange::send(tls::client & client, tavMessage const & msg, tls::se
     });
     std::shared_ptr<tls::send_info> const sent = client.send_msg(msg, option);
     if (!sent) {
-        end(failure_of_refusal(client));
+        end(failure_of_refusal(tls::last_failure()));
         return;
     }
     bool late = false;

@@ -1,7 +1,7 @@
 #ifndef TAV_KIT_FAILURE_H
 #define TAV_KIT_FAILURE_H
 
-#include "tav/vinta/vinta_tls_client.h"
+#include "tav/vinta/vinta_tls_failure.h"
 
 #include <string>
 #include <system_error>
@@ -19,7 +19,9 @@ enum class failure {
     disconnected = 4,  ///< The connection ended, or the client was closed or cancelled all, before the reply.
     not_connected = 5, ///< There was no connection to send on.
     not_sent = 6,      ///< The message could not be encoded or put on its way; the log says why.
-    bad_reply = 7      ///< The reply came and could not be read as the class that was asked for.
+    bad_reply = 7,     ///< The reply came and could not be read as the class that was asked for.
+    over_limit = 8,    ///< A limit of the connection (`connect_option::limits`) has no room for it.
+    too_long = 9       ///< The message takes more bytes than one can have.
 };
 
 namespace detail {
@@ -36,6 +38,8 @@ public:
         case failure::not_connected: return "not connected";
         case failure::not_sent: return "the message could not be sent";
         case failure::bad_reply: return "the reply could not be read";
+        case failure::over_limit: return "too much waits already";
+        case failure::too_long: return "the message is too long";
         case failure::unspecified: break;
         }
         return "failed for an unknown reason";
@@ -48,6 +52,8 @@ public:
         case failure::disconnected: return std::errc::connection_aborted;
         case failure::not_connected: return std::errc::not_connected;
         case failure::bad_reply: return std::errc::bad_message;
+        case failure::over_limit: return std::errc::resource_unavailable_try_again;
+        case failure::too_long: return std::errc::message_size;
         case failure::not_sent:
         case failure::unspecified: break;
         }
@@ -69,17 +75,26 @@ inline std::error_code make_error_code(failure v) noexcept {
 
 namespace detail {
 
-/// The failures as the client tells them.  These two are the only places where the client's words become the
-/// kit's.
+/// The client's failures as the kit's: these two are the only places where its names are known.
 
-/// A tracked send that ended without a reply.
-inline std::error_code failure_of_send(bool cancelled) noexcept {
-    return make_error_code(cancelled ? failure::disconnected : failure::timed_out);
+/// Of a tracked send that ended without a reply.
+inline std::error_code failure_of_end(std::error_code why) noexcept {
+    return make_error_code(why == tls::failure::timed_out ? failure::timed_out : failure::disconnected);
 }
 
-/// A send that the client did not take.
-inline std::error_code failure_of_refusal(tls::client const & client) {
-    return make_error_code(client.connected() ? failure::not_sent : failure::not_connected);
+/// Of a send that the client did not take.
+inline std::error_code failure_of_refusal(std::error_code why) noexcept {
+    if (why.category() != tls::failure_category()) {
+        return make_error_code(failure::not_sent);
+    }
+    switch (static_cast<tls::failure>(why.value())) {
+    case tls::failure::not_connected:
+    case tls::failure::closed: return make_error_code(failure::not_connected);
+    case tls::failure::queue_full:
+    case tls::failure::too_many_sends: return make_error_code(failure::over_limit);
+    case tls::failure::body_too_long: return make_error_code(failure::too_long);
+    default: return make_error_code(failure::not_sent);
+    }
 }
 
 } // namespace detail

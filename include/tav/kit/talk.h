@@ -175,14 +175,12 @@ inline std::future<result<void>> send(tls::client & client, tavMessage const & m
     return detail::begin_request<void>(client, msg, msg.msgcode(), terms, use_future);
 }
 
-/// Sends `msg` and waits for nothing.  Fails with failure::not_connected if there is no connection; a message
-/// whose fields raise as they are encoded is told in the log only.
+/// Sends `msg` and waits for nothing.  Fails if the client does not take it: not_connected, over_limit,
+/// too_long, or not_sent if its fields raise as they are encoded.
 inline result<void> send(tls::client & client, tavMessage const & msg) {
-    if (!client.connected()) {
-        return detail::failure_of_refusal(client);
-    }
     client.send_msg(msg, tls::send_option());
-    return {};
+    std::error_code const why = tls::last_failure();
+    return why ? result<void>(detail::failure_of_refusal(why)) : result<void>();
 }
 
 /// Has `f` called with each message of class T that no request waits for: as `T const &`, valid during the
