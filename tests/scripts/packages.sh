@@ -62,6 +62,7 @@ for list in demo test lint; do
         grep -qw -- "$package" <<<"$(asked $list)" || fail "$list lacks $package"
     done
 done
+[ "$(asked long)" = 'haproxy stunnel4 ' ] || fail "the long tests ask for $(asked long)"
 grep -qw ninja-build <<<"$(asked places)" || fail "places lacks ninja-build"
 program apt-get "echo \"apt-get \$*\" >>$work/calls"
 

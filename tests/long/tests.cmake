@@ -1,0 +1,8 @@
+# Servers that only the long tests need: the test installs them, or says what to ask for.
+add_executable(client_policy_servers_test long/client_policy_servers_test.cpp)
+tav_test_target(client_policy_servers_test)
+target_link_libraries(client_policy_servers_test PRIVATE tav_test_limit)
+add_test(NAME long.policy_against_other_servers CONFIGURATIONS long
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/long/with_packages.sh ${PROJECT_SOURCE_DIR}
+                 $<TARGET_FILE:client_policy_servers_test>)
+set_tests_properties(long.policy_against_other_servers PROPERTIES LABELS long TIMEOUT 600)
