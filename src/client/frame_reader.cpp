@@ -68,14 +68,18 @@ void frame_reader::move_to_body() {
     begin_ += more;
 }
 
-// A body whose bytes are all there gets just its size.
+// A body whose bytes are all there gets just its size.  The sizes on the way there are halves of the whole one,
+// halved again, so that what is left behind at the end is no more than half a body.
 void frame_reader::make_room(std::size_t more) {
     std::size_t const needed = body_.size() + more;
     if (needed <= body_.maxSize()) {
         return;
     }
-    std::size_t const doubled = std::max(needed, std::size_t{2} * body_.maxSize());
-    tavBytes larger(static_cast<unsigned>(std::min<std::size_t>(doubled, awaited_)));
+    std::size_t size = awaited_;
+    while (size / 2 >= needed) {
+        size = (size + 1) / 2;
+    }
+    tavBytes larger(static_cast<unsigned>(size));
     larger.writeBytes(body_);
     body_.swap(larger);
 }

@@ -460,7 +460,7 @@ tavSharedPtr<session> Client::make_session(connect_ptr const & info) {
             self->on_connect_timedout(info, *told, sno, msgcode, cancelled);
         });
     tavSharedPtr<session> fresh(new session(
-        name_, context_, [self](tavBytes const & frame) { self->on_recv(frame); }, own, clock_, counted_,
+        name_, context_, [self](tavBytes frame) { self->on_recv(std::move(frame)); }, own, clock_, counted_,
         std::shared_ptr<std::atomic<failure>>(info, &info->cause())));
     *opened = &*fresh;
     counters::add(counted_->connects_begun);

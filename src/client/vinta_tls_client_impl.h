@@ -75,7 +75,7 @@ public:
 
     /// Takes one frame: finds the level of callback that it is for, and affirms it.  On the thread
     /// "receiver".
-    void on_recv(tavBytes const & frame);
+    void on_recv(tavBytes frame);
 
     /// The common end of all sends; a `sno` of 0 is replaced by a new one.
     send_ptr send_msg(unsigned long long & sno, unsigned short msgcode, tav_istr body,
@@ -148,7 +148,7 @@ private:
     /// The body as the log shows it: " json " and the text, or " nbr " and the values.  A body that is not
     /// NBR throws whatever the log level is; without a reader the values are left out.
     std::string body_text(im::Packet const & packet) const;
-    void dispatch(tavBytes const & frame, session & from);
+    void dispatch(tavBytes frame, session & from);
     bool to_send_level(session & from, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                        tavMsgExt const & ext);
     bool to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,

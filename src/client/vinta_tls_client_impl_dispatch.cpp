@@ -77,7 +77,7 @@ struct Client::callback_level {
     char const * event;
 };
 
-void Client::on_recv(tavBytes const & frame) {
+void Client::on_recv(tavBytes frame) {
     detail::Site const site = here("tav::tls::impl::Client::on_recv");
     try {
         tavSharedPtr<session> const from = current();
@@ -93,18 +93,18 @@ void Client::on_recv(tavBytes const & frame) {
             log_parts(tavLogger::ERROR, site, name_, " nbr buf too small");
             return;
         }
-        dispatch(frame, *from);
+        dispatch(std::move(frame), *from);
     } catch (...) {
         detail::reportCaught(site);
     }
 }
 
-void Client::dispatch(tavBytes const & frame, session & from) {
+void Client::dispatch(tavBytes frame, session & from) {
     detail::Site const site = here("tav::tls::impl::Client::on_recv");
     tavSharedPtr<im::Packet> const packet = im::Packet::create(frame[1] != 0, frame[1]);
     log_line(tavLogger::VERBOSE, site,
              [&](std::ostream & out) { out << name_ << " recv buf /" << HexDump(tav_istr(frame)); });
-    if (!packet->decode(tav_istr(frame))) {
+    if (!packet->decode(std::move(frame))) {
         return;
     }
     unsigned short const code = packet->code();

@@ -62,7 +62,7 @@ void session::on_read_end(self_ptr self, std::error_code ec, std::size_t length)
 }
 
 void session::read_on(self_ptr self) {
-    while (!take_input() || account_->should_pause(received_)) {
+    while (!take_input() || account_->should_pause(unhandled_)) {
         if (pause_reading()) {
             return;
         }
@@ -73,7 +73,7 @@ void session::read_on(self_ptr self) {
 // False if enough was handled meanwhile: "receiver" may have seen no pause to end.
 bool session::pause_reading() {
     paused_ = true;
-    return !account_->may_resume(received_) || !paused_.exchange(false);
+    return !account_->may_resume(unhandled_) || !paused_.exchange(false);
 }
 
 // The peer could not be heard while nothing was read.
@@ -88,7 +88,7 @@ void session::resume_reading(self_ptr self) {
 // the way takes no more: its next read fails.
 bool session::take_input() {
     while (!ended()) {
-        if (account_->should_pause(received_)) {
+        if (account_->should_pause(unhandled_)) {
             return false;
         }
         frame_reader::part const part = reader_.next();
@@ -141,7 +141,7 @@ void session::on_read_body_end(tavBytes body) {
             return;
         }
     }
-    on_recv_(body);
+    on_recv_(std::move(body));
 }
 
 void session::on_received(std::size_t length) {

@@ -735,7 +735,10 @@ void session::start_timer() {
 
 void session::start_receiver() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::start_receiver"), name_, " start receiver");
-    auto const handle = [self = self_ptr(this)](tavBytes const & body) { self->handle_frame(body); };
+    // The queue drops what it has shown, so that the one who handles it may have its memory.
+    auto const handle = [self = self_ptr(this)](tavBytes const & body) {
+        self->handle_frame(std::move(const_cast<tavBytes &>(body)));
+    };
     tavSharedPtr<tavMsgQueueThread<tavBytes>> const receiver(new receiver_thread(context_.get(), handle));
     {
         std::lock_guard<std::mutex> const guard(threads_mutex_);
@@ -744,16 +747,15 @@ void session::start_receiver() {
     receiver->start();
 }
 
-void session::handle_frame(tavBytes const & body) {
+void session::handle_frame(tavBytes body) {
     thread_role const role(context_.get(), thread_role::receiver, this);
     tav::detail::ScopeExit const done([this] { frame_handled(); });
     --received_;
     received_bytes_ -= body.size();
     counters::sub(account_->counted().received_waiting);
     counters::sub(account_->counted().received_waiting_bytes, body.size());
-    end_pause();
     if (steady_ms() < drop_at_ms_) {
-        on_recv_(body);
+        on_recv_(std::move(body));
     } else {
         ++dropped_frames_;
     }
@@ -761,7 +763,7 @@ void session::handle_frame(tavBytes const & body) {
 
 // A pause that the I/O thread could not be told the end of lasts until the next frame or tick.
 void session::end_pause() noexcept {
-    if (!paused_ || !account_->may_resume(received_) || !paused_.exchange(false)) {
+    if (!paused_ || !account_->may_resume(unhandled_) || !paused_.exchange(false)) {
         return;
     }
     try {
@@ -777,7 +779,9 @@ void session::end_pause() noexcept {
 
 // A broken connection waits for the last frame; without memory to tell of that, for its limit.
 void session::frame_handled() noexcept {
-    if (--unhandled_ != 0 || !broken_) {
+    bool const last = --unhandled_ == 0;
+    end_pause();
+    if (!last || !broken_) {
         return;
     }
     try {

@@ -45,7 +45,7 @@ namespace TAV_IMPL_NAMESPACE {
 /// itself, as the frames, the race of addresses, the tracked sends and their account, has a class of its own.
 class session : public send_owner {
 public:
-    using recv_function = std::function<void(tavBytes const &)>;
+    using recv_function = std::function<void(tavBytes)>;
     using clock_function = std::function<long long()>;
 
     /// The milliseconds of a clock that nobody can set, from some time on.
@@ -215,7 +215,7 @@ private:
     void on_received(std::size_t length);
 
     // Handling what was read, on "receiver" or on the thread that closes the session.
-    void handle_frame(tavBytes const & body);
+    void handle_frame(tavBytes body);
     void end_pause() noexcept;
     void frame_handled() noexcept;
     void handle_rest(tavMsgQueueThread<tavBytes> & receiver);

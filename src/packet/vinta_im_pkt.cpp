@@ -95,6 +95,18 @@ tavSharedPtr<Packet> Packet::create(bool mobile, unsigned short version) {
 
 Packet::~Packet() = default;
 
+bool Packet::decode(tavBytes && data) {
+    auto * const mobile = dynamic_cast<PacketMobile *>(this);
+    if (mobile == nullptr) {
+        return decode(tav_istr(data));
+    }
+    tav_istr body = data;
+    mobile->decodeHead(body);
+    data.remove(data.size() - body.size());
+    mobile->body_.swap(data);
+    return true;
+}
+
 std::ostream & operator<<(std::ostream & out, Packet const & v) {
     // asHex leaves its flags behind, and the target's stream may have flags of its own.
     std::ostringstream o;
@@ -142,6 +154,12 @@ void PacketMobile::encode(tavBytes & out) {
 }
 
 bool PacketMobile::decode(tav_istr data) {
+    decodeHead(data);
+    body_ = data;
+    return true;
+}
+
+void PacketMobile::decodeHead(tav_istr & data) {
     version_ = data.readBigEndianUint16();
     affirm_ = data.readByte();
     code_high_ = data.readByte();
@@ -159,8 +177,6 @@ bool PacketMobile::decode(tav_istr data) {
             }
         }
     }
-    body_ = data;
-    return true;
 }
 
 void PacketMobile::setAffirm(unsigned char v) {

@@ -75,6 +75,71 @@ TEST(ClientStatistics, SendsAreCountedByTheirEnd) {
     EXPECT_EQ(all.tracked_sends, 0u);
 }
 
+// The first message is more than sockets hold, so that what is behind it waits until the peer reads.
+TEST(ClientStatistics, WhatWaitsToBeSentIsCountedToTheByte) {
+    ClientRig rig;
+    rig.connect();
+    Ask long_one(1);
+    long_one.text = tavString(std::string(15000000, 'x'));
+    std::string const large = std::string(tav_istr(long_one.encode(true)));
+    std::string const small = bodyOf(2);
+    auto const send = [&](std::string const & body) {
+        return rig.client.send_nbr_msg(0x1234, reinterpret_cast<unsigned char const *>(body.data()),
+                                       static_cast<unsigned>(body.size()), tracked());
+    };
+    auto const first = send(large);
+    auto const second = send(small);
+    auto const third = send(small);
+    ASSERT_TRUE(first && second && third);
+    EXPECT_EQ(rig.client.statistics().queued_frames, 3u);
+    EXPECT_EQ(rig.client.statistics().queued_bytes, large.size() + 2 * small.size());
+    EXPECT_EQ(rig.client.statistics().tracked_sends, 3u);
+    for (std::size_t const size : {large.size(), small.size(), small.size()}) {
+        EXPECT_EQ(rig.receive().body.size(), size);
+    }
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().queued_frames == 0; }));
+    EXPECT_EQ(rig.client.statistics().queued_bytes, 0u);
+    EXPECT_EQ(rig.client.statistics().tracked_sends, 3u);
+    rig.client.cancel_all();
+    EXPECT_EQ(resultOf(third), tls::result_cancelled);
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().tracked_sends == 0; }));
+    EXPECT_EQ(rig.client.statistics().sends_cancelled, 3u);
+}
+
+TEST(ClientStatistics, WhatWaitsForItsCallbackIsCountedToTheByte) {
+    Gate gate;
+    ClientRig rig;
+    rig.client.on_nbr_msg(0x2345, [&](unsigned long long, unsigned short, unsigned char const *, unsigned,
+                                      tavMsgExt) { gate.pass(); });
+    rig.connect();
+    std::string const push = mobile(0x2345, 1).framed();
+    rig.server->send(push);
+    ASSERT_TRUE(gate.waitArrived());
+    EXPECT_EQ(rig.client.statistics().received_waiting, 0u) << "its callback has begun";
+    rig.server->send(push + push + push);
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == 3; }));
+    EXPECT_EQ(rig.client.statistics().received_waiting_bytes, 3 * (push.size() - 4));
+    gate.open();
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == 0; }));
+    EXPECT_EQ(rig.client.statistics().received_waiting_bytes, 0u);
+}
+
+TEST(ClientStatistics, WhatAConnectionLeavesAtItsEndWaitsNoMore) {
+    ClientRig rig;
+    rig.connect();
+    Gate gate;
+    rig.client.on_nbr_msg(0x2345, [&](unsigned long long, unsigned short, unsigned char const *, unsigned,
+                                      tavMsgExt) { gate.pass(); });
+    std::string const push = mobile(0x2345, 1).framed();
+    rig.server->send(push + push + push);
+    ASSERT_TRUE(gate.waitArrived());
+    rig.client.close();
+    gate.open();
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == 0; }))
+        << "what a close drops does not wait any more";
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().closes == 1; }));
+}
+
 TEST(ClientStatistics, ReceiptsAreCountedEachWay) {
     ClientRig rig;
     rig.connect();

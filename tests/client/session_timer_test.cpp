@@ -408,7 +408,7 @@ TEST(SessionTimerHeartbeat, SilenceOfAPeerThatIsHeldBackEndsNothing) {
         ASSERT_TRUE(server->send(frame("body " + std::to_string(i))));
     }
     ASSERT_TRUE(gate.waitArrived());
-    ASSERT_TRUE(eventually([&] { return rig.counted->copy().received_waiting == 2; }));
+    ASSERT_TRUE(eventually([&] { return rig.counted->copy().received_waiting == 1; }));
     rig.advance(session::HEARTBEAT_INTERVAL_MS * (session::HEARTBEAT_MISSES + 1));
     s->on_timer(false);
     EXPECT_TRUE(s->connected());
@@ -418,5 +418,38 @@ TEST(SessionTimerHeartbeat, SilenceOfAPeerThatIsHeldBackEndsNothing) {
     rig.settle();
     s->on_timer(false);
     EXPECT_TRUE(s->connected()) << "the time of the pause does not count";
+    EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
+}
+
+TEST(SessionTimerHeartbeat, FloodOfASlowCallbackMissesNone) {
+    constexpr int bodies = 8;
+    Gate gate;
+    TlsPeer peer;
+    std::unique_ptr<TlsConnection> server;
+    SessionRig rig("<a>");
+    rig.freeze();
+    rig.on_body = [&](std::string const &) { gate.pass(); };
+    tav::tls::connect_option option = rig.option(peer);
+    option.limits.received_waiting = 2;
+    auto const s = rig.connect(peer, server, option);
+    s->check_heartbeat(true);
+    for (int i = 0; i < bodies; ++i) {
+        ASSERT_TRUE(server->send(frame("body") + heartbeat));
+    }
+    ASSERT_TRUE(gate.waitArrived());
+    ASSERT_TRUE(eventually([&] { return rig.counted->copy().received_waiting == 1; }));
+    // Longer than a silent peer is given, in which the timer's own thread works.
+    for (unsigned i = 1; i <= session::HEARTBEAT_MISSES + 1u; ++i) {
+        rig.advance(session::HEARTBEAT_INTERVAL_MS + 1);
+        ASSERT_EQ(server->receive(4), heartbeat);
+        ASSERT_TRUE(eventually([&] { return rig.counted->copy().frames_sent == i; }));
+    }
+    EXPECT_LT(rig.counted->copy().heartbeats_received, bodies);
+    gate.open();
+    EXPECT_TRUE(rig.bodies.wait(bodies));
+    EXPECT_TRUE(eventually([&] { return rig.counted->copy().heartbeats_received == bodies; }));
+    EXPECT_EQ(rig.counted->copy().heartbeats_sent, session::HEARTBEAT_MISSES + 1u);
+    EXPECT_TRUE(s->connected());
+    EXPECT_EQ(rig.counted->copy().breaks_by_silence, 0u);
     EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
 }

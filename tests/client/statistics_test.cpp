@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -37,6 +38,82 @@ std::map<std::string, std::string> samples(std::string const & text) {
     return found;
 }
 
+/// A page of metrics, read by the rules of the text format, version 0.0.4: each family begins with its help
+/// and its type, its samples stand behind them, none twice, and every line ends.
+class Exposition {
+public:
+    explicit Exposition(std::string const & text) {
+        if (text.empty() || text.back() != '\n') {
+            fault("the last line has no end");
+        }
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
+            read(line);
+        }
+    }
+
+    std::string const & faults() const { return faults_; }
+    std::size_t samples() const { return samples_.size(); }
+    std::set<std::string> const & clients() const { return clients_; }
+
+private:
+    void fault(std::string const & what) { faults_ += what + "\n"; }
+
+    void read(std::string const & line) {
+        static std::regex const help("# HELP ([a-zA-Z_:][a-zA-Z0-9_:]*) ([^\\\\]+)");
+        static std::regex const type("# TYPE ([a-zA-Z_:][a-zA-Z0-9_:]*) (counter|gauge)");
+        static std::regex const sample("([a-zA-Z_:][a-zA-Z0-9_:]*)\\{(.*)\\} ([0-9]+)");
+        std::smatch found;
+        if (std::regex_match(line, found, help)) {
+            family_ = found[1];
+            if (!families_.insert(family_).second) {
+                fault("twice: " + line);
+            }
+            kind_.clear();
+        } else if (std::regex_match(line, found, type)) {
+            bool const total = std::regex_match(family_, std::regex(".*_total"));
+            if (found[1] != family_ || !kind_.empty() || total != (found[2] == "counter")) {
+                fault("a type of another: " + line);
+            }
+            kind_ = found[2];
+        } else if (std::regex_match(line, found, sample)) {
+            if (found[1] != family_ || kind_.empty() ||
+                !samples_.insert(found[1].str() + found[2].str()).second) {
+                fault("not where it belongs: " + line);
+            }
+            readLabels(found[2]);
+        } else {
+            fault("no line of the format: " + line);
+        }
+    }
+
+    /// The label "client" first, and others of plain words.
+    void readLabels(std::string const & text) {
+        static std::regex const labels(
+            "client=\"((?:[^\\\\\"]|\\\\[\\\\\"n])*)\"((?:,[a-zA-Z_][a-zA-Z0-9_]*=\"[a-z]+\")*)");
+        std::smatch found;
+        if (!std::regex_match(text, found, labels)) {
+            fault("no labels: " + text);
+            return;
+        }
+        std::string client;
+        std::string const escaped = found[1];
+        for (std::size_t i = 0; i < escaped.size(); ++i) {
+            bool const escape = escaped[i] == '\\';
+            i += escape ? 1 : 0;
+            client += escape && escaped[i] == 'n' ? '\n' : escaped[i];
+        }
+        clients_.insert(client);
+    }
+
+    std::string faults_;
+    std::string family_;
+    std::string kind_;
+    std::set<std::string> families_;
+    std::set<std::string> samples_;
+    std::set<std::string> clients_;
+};
+
 } // namespace
 
 TEST(Statistics, PrometheusTellsEachNumberOnce) {
@@ -64,17 +141,26 @@ TEST(Statistics, PrometheusEscapesTheClientsName) {
     EXPECT_EQ(samples(statistics().prometheus(nullptr)).count("tav_client_queued_frames{client=\"\"}"), 1u);
 }
 
-TEST(Statistics, PrometheusNamesTheKindOfEachMetricOnce) {
-    std::string const text = statistics().prometheus("a");
-    std::set<std::string> typed;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.rfind("# TYPE ", 0) == 0) {
-            EXPECT_TRUE(typed.insert(line).second) << line;
-        } else if (line[0] != '#') {
-            std::string const name = line.substr(0, line.find('{'));
-            bool const total = name.size() > 6 && name.compare(name.size() - 6, 6, "_total") == 0;
-            EXPECT_EQ(typed.count("# TYPE " + name + (total ? " counter" : " gauge")), 1u) << name;
-        }
+// As a scraper reads it, which takes all of a page or nothing.
+TEST(Statistics, PrometheusIsWhatTheFormatSays) {
+    for (char const * name : {"a", "", "a\"b\\c\nd", "{}, =\"", "\xc3\xa4"}) {
+        Exposition const page(numbered().prometheus(name));
+        EXPECT_EQ(page.faults(), "") << name;
+        EXPECT_EQ(page.samples(), sizeof(statistics) / sizeof(unsigned long long));
+        EXPECT_EQ(page.clients(), std::set<std::string>{name});
     }
+}
+
+TEST(Statistics, PrometheusFormatIsHeldByAReaderThatRefuses) {
+    std::string const head = "# HELP a_total Text.\n# TYPE a_total counter\n";
+    EXPECT_EQ(Exposition(head + "a_total{client=\"x\"} 1\n").faults(), "");
+    for (char const * wrong :
+         {"a_total{client=\"x\"} 1", "a_total{client=\"x\"} 1 \n", "a_total{client=x} 1\n", "a_total 1\n",
+          "a_total{client=\"x\",} one\n", "a_total{client=\"x\"y\"} 1\n", "b_total{client=\"x\"} 1\n",
+          "a_total{client=\"x\"} 1\na_total{client=\"x\"} 2\n", "a_total{client=\"\\t\"} 1\n",
+          "\na_total{client=\"x\"} 1\n"}) {
+        EXPECT_NE(Exposition(head + wrong).faults(), "") << wrong;
+    }
+    EXPECT_NE(Exposition("# TYPE a_total gauge\n# HELP a_total T.\na_total{client=\"x\"} 1\n").faults(), "");
+    EXPECT_NE(Exposition(head + "a_total{client=\"x\"} 1\n" + head).faults(), "") << "a family twice";
 }

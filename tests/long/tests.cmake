@@ -6,3 +6,11 @@ add_test(NAME long.policy_against_other_servers CONFIGURATIONS long
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/long/with_packages.sh ${PROJECT_SOURCE_DIR}
                  $<TARGET_FILE:client_policy_servers_test>)
 set_tests_properties(long.policy_against_other_servers PROPERTIES LABELS long TIMEOUT 600)
+
+# What the ordinary run does for a second.
+if(TARGET limits_memory_test)
+    add_test(NAME long.gateway_that_reads_nothing_for_a_minute CONFIGURATIONS long
+             COMMAND limits_memory_test --gtest_filter=LimitsMemory.GatewayThatStopsReading*)
+    set_tests_properties(long.gateway_that_reads_nothing_for_a_minute
+                         PROPERTIES LABELS long TIMEOUT 300 ENVIRONMENT TAV_TEST_STALL_S=60)
+endif()

@@ -6,6 +6,7 @@
 
 #include <ios>
 #include <stdexcept>
+#include <utility>
 
 using tav::im::Packet;
 using tav::im::PacketMobile;
@@ -57,6 +58,27 @@ TEST(PacketMobile, DecodesTheWorkedPacket) {
     EXPECT_FALSE(pkt.grey());
     EXPECT_TRUE(pkt.ext().empty());
     EXPECT_EQ(pkt.body(), "AB");
+}
+
+TEST(PacketMobile, BytesThatAreTakenOverCostTheBodyNoMemory) {
+    tavMsgExt const ext = extWithServerTime(7);
+    PacketMobile made(6);
+    made.setExt(ext);
+    made.setSequence(2);
+    made.setBody("AB");
+    tavBytes bytes;
+    made.encode(bytes);
+    void const * const place = bytes.data();
+    PacketMobile read(0);
+    read.setBody("old");
+    ASSERT_TRUE(read.decode(std::move(bytes)));
+    EXPECT_EQ(static_cast<void const *>(read.body().data()), place);
+    EXPECT_EQ(read.body(), "AB");
+    EXPECT_EQ(printed(read.ext()), printed(ext));
+    EXPECT_EQ(encoded(read), encoded(made));
+    PacketMobile cut(6);
+    ASSERT_TRUE(cut.decode(tavBytes(tav_istr("\0\6\0", 3))));
+    EXPECT_TRUE(cut.body().empty());
 }
 
 TEST(PacketMobile, EveryFieldHasItsPlaceAndOrder) {

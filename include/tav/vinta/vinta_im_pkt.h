@@ -79,6 +79,8 @@ public:
     /// PacketPC is not zero.  Bytes that must be NBR and can't be raise std::invalid_argument; a PacketPC
     /// then stays as it was.
     virtual bool decode(tav_istr data) = 0;
+    /// The same, but takes the bytes over, so that the body of a PacketMobile costs no memory of its own.
+    bool decode(tavBytes && data);
 
     virtual void setAffirm(unsigned char v) = 0;
     virtual unsigned char affirm() const = 0;
@@ -123,6 +125,7 @@ public:
 
     void encode(tavBytes & out) override;
     bool decode(tav_istr data) override;
+    using Packet::decode;
     void setAffirm(unsigned char v) override;
     unsigned char affirm() const override;
     void setCode(unsigned short v) override;
@@ -142,6 +145,11 @@ public:
     tavMsgExt ext() const override;
 
 private:
+    friend class Packet;
+
+    /// Takes the fields ahead of the body off the front.
+    void decodeHead(tav_istr & data);
+
     unsigned short version_;
     unsigned char affirm_;
     unsigned char code_high_;
@@ -163,6 +171,7 @@ public:
 
     void encode(tavBytes & out) override;
     bool decode(tav_istr data) override;
+    using Packet::decode;
     void setAffirm(unsigned char v) override;
     unsigned char affirm() const override;
     void setCode(unsigned short v) override;

@@ -16,18 +16,20 @@ namespace tls {
 /// `too_many_sends`, and nothing was sent.  What was accepted is never dropped for a limit.
 /// Thread safety: none; a connection uses a copy of its own.
 struct limit_option {
-    /// The most messages that wait to be written to the socket; 0 for no limit.
+    /// Default: 0, no limit.  Messages: the most that wait to be written to the socket.
     unsigned queued_frames = 0;
-    /// The most bytes of their bodies; 0 for no limit.  One message is always accepted when nothing waits.
+    /// Default: 0, no limit.  Bytes: the most that the bodies of those take.  One message is always accepted
+    /// when nothing waits.
     unsigned long long queued_bytes = 0;
-    /// The most sends that wait for their end; 0 for no limit.
+    /// Default: 0, no limit.  Sends: the most that wait for their end.
     unsigned tracked_sends = 0;
-    /// The most messages that have arrived and that no callback has begun with; 0 for no limit.  At the limit
-    /// the connection stops reading, so that the gateway is held back, until half of them are handled.  The
-    /// supervision of the heartbeat rests meanwhile.
+    /// Default: 0, no limit.  Messages: the most that have arrived and are not handled, the one whose callback
+    /// runs among them.  At the limit the connection stops reading, so that the gateway is held back, until
+    /// half of them are handled.  The supervision of the heartbeat rests meanwhile: the gateway's are not
+    /// missed, the client's own go out.
     unsigned received_waiting = 0;
 
-    /// Told of high and low water: true when a limit on what waits to be sent is reached, false when half of
+    /// Default: none.  Told of high and low water: true when a limit on what waits to be sent is reached, false when half of
     /// it or less waits.  The two take turns.  High water is told on the thread whose send reached it, low
     /// water on `<n>io.context`, which writes, or on the thread that drops a message instead: `sender.0`, or
     /// `<n>session.0` as a connection ends.  May send and close; must not wait for a result.

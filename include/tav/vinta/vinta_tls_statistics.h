@@ -47,8 +47,8 @@ struct TAV_API statistics {
     unsigned long long received_waiting_bytes = 0;
     unsigned long long longest_callback_us = 0; ///< Of message callbacks, in microseconds.
 
-    /// All of it in the text format of Prometheus, each line labelled with client="<name>": counters end in
-    /// "_total".
+    /// All of it in the text format of Prometheus, version 0.0.4, each line labelled with client="<name>",
+    /// the name in UTF-8: counters end in "_total".
     std::string prometheus(char const * client_name) const;
 };
 
