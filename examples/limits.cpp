@@ -1,4 +1,4 @@
-// A sender that is held back, and the numbers to watch: docs/production.md.
+// A sender that is held back, and the numbers to watch: docs/operators.md.
 #include <tav/vinta/vinta.h>
 
 #include <chrono>

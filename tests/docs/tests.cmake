@@ -1,9 +1,11 @@
-# Every block of code in README.md, HACKING.md and docs/ is compiled or run.
-file(GLOB tav_pages CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/docs/*.md)
+# Every block of code in README.md, HACKING.md, docs/ and docs/guide/ is compiled or run, and every link leads somewhere.
+file(GLOB tav_pages CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/docs/*.md
+     ${PROJECT_SOURCE_DIR}/docs/guide/*.md)
 list(APPEND tav_pages README.md HACKING.md)
 set(tav_docs_environment "CXX=${CMAKE_CXX_COMPILER}" "CC=${CMAKE_C_COMPILER}" "INCLUDE=-I${PROJECT_SOURCE_DIR}/include")
 foreach(page ${tav_pages})
-    get_filename_component(name ${page} NAME)
+    string(REGEX REPLACE "^docs/" "" name ${page})
+    string(REPLACE "/" "_" name ${name})
     add_test(NAME docs.blocks_of_${name}
              COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/check.sh quick ${PROJECT_SOURCE_DIR}
                      ${CMAKE_CURRENT_BINARY_DIR}/docs-work/${name} ${page})
@@ -13,6 +15,12 @@ add_test(NAME docs.commands_that_take_long CONFIGURATIONS long
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/check.sh long ${PROJECT_SOURCE_DIR}
                  ${CMAKE_CURRENT_BINARY_DIR}/docs-work/long ${tav_pages})
 set_tests_properties(docs.commands_that_take_long PROPERTIES ENVIRONMENT "${tav_docs_environment}" LABELS long)
+
+add_test(NAME docs.links_lead_somewhere
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/links.sh ${PROJECT_SOURCE_DIR} ${tav_pages})
+add_test(NAME docs.links_that_lead_nowhere_fail
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/links_test.sh ${PROJECT_SOURCE_DIR}
+                 ${CMAKE_CURRENT_BINARY_DIR}/docs-work/links ${tav_pages})
 
 # The checker itself: what it must refuse.
 add_test(NAME docs.checker_refuses_what_nobody_checks
