@@ -133,9 +133,10 @@ public:
             take(0, code_.size());
             return found_;
         }
-        static std::regex const telling("\\b(log_parts|log_line|log|tell|log_caught|sayCode|raise\\w*|"
-                                        "fail\\w*|refuse\\w*|wholeLine|writeLog|tellBadLevels|on_error)\\(|"
-                                        "\\bthrow\\b|\\bdebugger\\(\\) <<|\\btrouble = ");
+        static std::regex const telling(
+            "\\b(log_parts|log_line|log|tell|log_caught|sayCode|raise\\w*|"
+            "fail\\w*|refuse\\w*|wholeLine|writeLog|tellBadLevels|on_error|tell_error)\\(|"
+            "\\bthrow\\b|\\bdebugger\\(\\) <<|\\btrouble = ");
         for (std::sregex_iterator it(words_.begin(), words_.end(), telling), end; it != end; ++it) {
             auto const at = static_cast<std::size_t>(it->position());
             std::string const name = (*it)[1];
@@ -165,7 +166,7 @@ private:
         bool const any = take(from, to);
         // A text that was put together ahead of the call is in the function around it.
         static std::regex const variable("[(,] ?(text|message|wrong|whole|failure)[.),;]");
-        bool const raises = name != "on_error" && name != "tell" && code_[to] == ';';
+        bool const raises = name != "on_error" && name != "tell_error" && name != "tell" && code_[to] == ';';
         if (raises && !any && std::regex_search(call, variable)) {
             std::size_t begin = from;
             do {

@@ -157,6 +157,7 @@ TEST(TroublePage, LacksATextThatIsNew) {
     EXPECT_NE(lacks("void f() {\n    detail::log(tag, tavLogger::ERROR, site,\n"
                     "                [&](std::ostream & out) { out << \"the moon is \" << full; });\n}\n"),
               "");
+    EXPECT_NE(lacks("void f() {\n    tell_error(era, told, code, \"the moon is full\");\n}\n"), "");
     EXPECT_EQ(lacks("void f() {\n    log_parts(tavLogger::INFO, site, name_, \" the moon is full\");\n}\n"),
               "");
     EXPECT_EQ(lacks("// throw \"the moon is full\"\nchar const * moon = \"is full\";\n"), "");
