@@ -125,9 +125,9 @@ TEST(ClientStatistics, WhatWaitsForItsCallbackIsCountedToTheByte) {
 }
 
 TEST(ClientStatistics, WhatAConnectionLeavesAtItsEndWaitsNoMore) {
+    Gate gate;
     ClientRig rig;
     rig.connect();
-    Gate gate;
     rig.client.on_nbr_msg(0x2345, [&](unsigned long long, unsigned short, unsigned char const *, unsigned,
                                       tavMsgExt) { gate.pass(); });
     std::string const push = mobile(0x2345, 1).framed();

@@ -36,3 +36,8 @@ foreach(check clean classes wrong)
                      -DINPUT=${PROJECT_SOURCE_DIR}/include -DWORK=${CMAKE_CURRENT_BINARY_DIR}/reference-work/${check}
                      -P ${CMAKE_CURRENT_SOURCE_DIR}/docs/reference.cmake)
 endforeach()
+
+# What the pages show of the examples' output is what they print.
+add_test(NAME docs.shown_output_is_printed
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/shown_output.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+set_tests_properties(docs.shown_output_is_printed PROPERTIES TIMEOUT 120)
