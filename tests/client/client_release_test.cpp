@@ -73,10 +73,11 @@ public:
         c.on_nbr_msg(0x4000, [this](unsigned long long, unsigned short, unsigned char const *, unsigned,
                                     tavMsgExt) { reached(Place::message); });
         auto const info = c.start(option());
-        server_ = peer_.accept();
         if (place_ == Place::proxy || place_ == Place::connect_timedout) {
+            // Nobody answers, and the time may be over ahead of the connection.
             return;
         }
+        server_ = peer_.accept();
         server_->handshake();
         if (place_ == Place::open) {
             return;
