@@ -2,8 +2,8 @@
 
 #include "client/failures.h"
 #include "client/process_exit.h"
+#include "client/thread_role.h"
 #include "client/vinta_tls_client_impl_log.h"
-#include "client/vinta_tls_client_impl_thread.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_mt_thread.h"
 

@@ -1,7 +1,7 @@
 #include "client/end_elsewhere.h"
 
 #include "client/process_exit.h"
-#include "client/vinta_tls_client_impl_thread.h"
+#include "client/thread_role.h"
 #include "foundation/platform.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_mt_thread.h"

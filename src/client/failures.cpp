@@ -1,6 +1,6 @@
 #include "client/failures.h"
 
-#include "client/tls_policy_apply.h"
+#include "client/tls_setup.h"
 
 #include <array>
 #include <cerrno>

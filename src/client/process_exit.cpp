@@ -15,7 +15,6 @@
 namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
-namespace process_exit {
 
 namespace {
 
@@ -83,23 +82,23 @@ bool watch_exit() {
 
 } // namespace
 
-watched::watched(asio::io_context & io) : io_(io) {
+process_exit::process_exit(asio::io_context & io) : io_(io) {
     static bool const watching = watch_exit();
     static_cast<void>(watching);
     std::lock_guard<std::mutex> const guard(the_contexts().mutex);
     the_contexts().all.insert(&io_);
 }
 
-watched::~watched() {
+process_exit::~process_exit() {
     std::lock_guard<std::mutex> const guard(the_contexts().mutex);
     the_contexts().all.erase(&io_);
 }
 
-bool begun() noexcept {
+bool process_exit::begun() noexcept {
     return stopped;
 }
 
-void enter() noexcept {
+void process_exit::enter() noexcept {
     if (depth++ == 0) {
         ++busy;
         at_work = true;
@@ -107,7 +106,7 @@ void enter() noexcept {
     pass();
 }
 
-void leave() noexcept {
+void process_exit::leave() noexcept {
     pass();
     if (--depth == 0) {
         at_work = false;
@@ -115,14 +114,13 @@ void leave() noexcept {
     }
 }
 
-void pass() noexcept {
+void process_exit::pass() noexcept {
     if (at_work && stopped && !exits) {
         --busy;
         stay();
     }
 }
 
-} // namespace process_exit
 } // namespace TAV_IMPL_NAMESPACE
 } // namespace tls
 } // namespace tav

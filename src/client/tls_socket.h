@@ -1,7 +1,7 @@
 #ifndef TAV_CLIENT_TLS_SOCKET_H
 #define TAV_CLIENT_TLS_SOCKET_H
 
-#include "client/tls_policy_apply.h"
+#include "client/tls_setup.h"
 #include "client/trust.h"
 #include "client/vinta_tls_client_impl_context.h"
 #include "foundation/build_stamp.h"

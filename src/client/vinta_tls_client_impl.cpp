@@ -2,8 +2,8 @@
 
 #include "client/no_message.h"
 #include "client/process_exit.h"
+#include "client/thread_role.h"
 #include "client/vinta_tls_client_impl_log.h"
-#include "client/vinta_tls_client_impl_thread.h"
 #include "foundation/report.h"
 #include "foundation/scope_exit.h"
 

@@ -1,7 +1,7 @@
 #include "client/vinta_tls_client_impl_context.h"
 
+#include "client/thread_role.h"
 #include "client/vinta_tls_client_impl_log.h"
-#include "client/vinta_tls_client_impl_thread.h"
 #include "tav/vinta/vinta_tls_client_options.h"
 
 #include <openssl/err.h>
@@ -26,7 +26,7 @@ context::context(tav_istr name)
     : name_(name),
       io_context_(1),
       ssl_context_(asio::ssl::context::tlsv12_client),
-      watched_(io_context_),
+      exit_(io_context_),
       resolver_(io_context_),
       opened_(false),
       should_verify_(false),

@@ -89,7 +89,7 @@ private:
     std::string cipher_;
     asio::io_context io_context_;
     asio::ssl::context ssl_context_;
-    process_exit::watched watched_;
+    process_exit exit_;
     resolver resolver_;
     /// What was last read under `verify_path_`, and what is wrong with it.
     certificate_path certificates_;

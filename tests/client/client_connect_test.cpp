@@ -1,5 +1,5 @@
+#include "client/thread_role.h"
 #include "client/vinta_tls_client_impl.h"
-#include "client/vinta_tls_client_impl_thread.h"
 
 #include "support/bounded.h"
 #include "support/client_rig.h"

@@ -1,4 +1,4 @@
-#include "client/tls_policy_apply.h"
+#include "client/tls_setup.h"
 
 #include "support/client_rig.h"
 #include "support/log_capture.h"

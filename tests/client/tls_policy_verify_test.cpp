@@ -1,5 +1,5 @@
 #include "client/peer_report.h"
-#include "client/tls_policy_apply.h"
+#include "client/tls_setup.h"
 
 #include "support/memory_tls.h"
 #include "support/session_rig.h"

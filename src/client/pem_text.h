@@ -1,5 +1,5 @@
-#ifndef TAV_CLIENT_PEM_READER_H
-#define TAV_CLIENT_PEM_READER_H
+#ifndef TAV_CLIENT_PEM_TEXT_H
+#define TAV_CLIENT_PEM_TEXT_H
 
 #include "foundation/build_stamp.h"
 

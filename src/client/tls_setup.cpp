@@ -1,6 +1,6 @@
-#include "client/tls_policy_apply.h"
+#include "client/tls_setup.h"
 
-#include "client/pem_reader.h"
+#include "client/pem_text.h"
 #include "client/trust.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "foundation/platform.h"

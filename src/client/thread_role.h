@@ -1,5 +1,5 @@
-#ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_THREAD_H
-#define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_THREAD_H
+#ifndef TAV_CLIENT_THREAD_ROLE_H
+#define TAV_CLIENT_THREAD_ROLE_H
 
 #include "foundation/build_stamp.h"
 

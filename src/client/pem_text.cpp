@@ -1,4 +1,4 @@
-#include "client/pem_reader.h"
+#include "client/pem_text.h"
 
 #include <openssl/bio.h>
 #include <openssl/crypto.h>

@@ -1,5 +1,5 @@
-#ifndef TAV_CLIENT_TLS_POLICY_APPLY_H
-#define TAV_CLIENT_TLS_POLICY_APPLY_H
+#ifndef TAV_CLIENT_TLS_SETUP_H
+#define TAV_CLIENT_TLS_SETUP_H
 
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_tls_client_options.h"

@@ -1,4 +1,4 @@
-#include "client/vinta_tls_client_impl_thread.h"
+#include "client/thread_role.h"
 
 #include "client/process_exit.h"
 
