@@ -101,18 +101,7 @@ public:
         }
         connects_.push_back(c.start(option));
         resultOf(connects_.back());
-        if (point == Point::sending || point == Point::replying) {
-            for (int i = 0; i < 20; ++i) {
-                sends_.push_back(c.send_msg(Ask(i), tls::send_option(20000, tls::timedout_function(),
-                                                                     tls::error_function(),
-                                                                     tls::nbr_function(), 0x1235, false, 4)));
-            }
-        }
-        if (point == Point::failed) {
-            gateway_->gateway.wait([](tav::gateway::Stats const & s) { return s.open == 1; });
-            gateway_->gateway.drop(true);
-            gateway_->events.wait(2);
-        }
+        goOn(c, point);
     }
 
     /// Lets a callback that blocks go on.
@@ -131,6 +120,22 @@ public:
     }
 
 private:
+    /// From a connected client on.
+    void goOn(client & c, Point point) {
+        if (point == Point::sending || point == Point::replying) {
+            for (int i = 0; i < 20; ++i) {
+                sends_.push_back(c.send_msg(Ask(i), tls::send_option(20000, tls::timedout_function(),
+                                                                     tls::error_function(),
+                                                                     tls::nbr_function(), 0x1235, false, 4)));
+            }
+        }
+        if (point == Point::failed) {
+            gateway_->gateway.wait([](tav::gateway::Stats const & s) { return s.open == 1; });
+            gateway_->gateway.drop(true);
+            gateway_->events.wait(2);
+        }
+    }
+
     Events reached_;
     Gate gate_;
     std::unique_ptr<GatewayRig> gateway_;

@@ -44,6 +44,23 @@ tls::send_option tracked(int wait_ms, unsigned short ack = 0xffff) {
                             ack, false, 4);
 }
 
+/// A client without a core, and all lines of the log since it lost it.
+struct EndedClient {
+    EndedClient() {
+        endClient(c);
+        log.clear();
+    }
+    /// Whether the call since the last question has told of the core, and of nothing else.
+    bool told() {
+        ++calls;
+        return log.count("<ASSERT FAILURE> impl_ != nullptr\n") == calls && log.records().size() == calls;
+    }
+
+    LogCapture log;
+    client c{"a"};
+    unsigned calls = 0;
+};
+
 } // namespace
 
 static_assert(std::is_base_of<tavCodecInterface, client>::value, "a client can be described by a stream");
@@ -181,98 +198,96 @@ TEST(ClientInterfaceIo, DescribesItselfAsAClassWithItsMetaModel) {
     EXPECT_EQ(after, before);
 }
 
-TEST(ClientInterfaceNull, EveryMemberLogsTheFailedAssertionAndReturnsItsNullValue) {
-    LogCapture log;
-    client c("a");
-    endClient(c);
-    tls::send_option const sending = tracked(100);
-    log.clear();
-    unsigned n = 0;
-    auto const told = [&] {
-        ++n;
-        return log.count("<ASSERT FAILURE> impl_ != nullptr\n") == n;
-    };
-    Ask ask;
-    Answer answer;
+TEST(ClientInterfaceNull, ConnectionMembersLogTheFailedAssertionAndReturnTheirNullValues) {
+    EndedClient ended;
     tls::connect_option option;
     option.host = "127.0.0.1";
     option.port = "1";
-
-    EXPECT_FALSE(c.start(option));
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.start("127.0.0.1", "1", "", "", tls::global_callback(), tls::timedout_option()));
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.reconnect(tls::timedout_option()));
-    EXPECT_TRUE(told());
-    c.close();
-    EXPECT_TRUE(told());
-    c.cancel_all();
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.connected());
-    EXPECT_TRUE(told());
-    c.should_check_heartbeat(true);
-    EXPECT_TRUE(told());
-    EXPECT_TRUE(c.get_local_addr().empty());
-    EXPECT_TRUE(told());
-    EXPECT_TRUE(c.get_remote_addr().empty());
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.send_msg(ask, sending));
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.send_msg(tavSharedPtr<tavMessage>(new Ask), sending));
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.send_json_msg("{}", sending, "Class"));
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.send_nbr_msg(0x1234, nullptr, 0, sending));
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.send_old_nbr_msg(5, ""));
-    EXPECT_TRUE(told());
-    EXPECT_EQ(c.send_and_wait(ask, answer, 100), tls::result_error);
-    EXPECT_TRUE(told());
-    EXPECT_EQ(c.send_and_wait(ask, tavSharedPtr<tavMessage>(new Answer), 100), tls::result_error);
-    EXPECT_TRUE(told());
-    std::shared_ptr<tls::send_info> out;
-    EXPECT_EQ(c.send_and_wait(&out, ask, answer, 100), tls::result_error);
-    EXPECT_TRUE(told());
-    c.on_msg(1, tls::obj_function());
-    EXPECT_TRUE(told());
-    c.on_msg(1, tls::ptr_function());
-    EXPECT_TRUE(told());
-    c.on_json_msg(1, tls::json_function());
-    EXPECT_TRUE(told());
-    c.on_json_msg("Class", tls::json_function());
-    EXPECT_TRUE(told());
-    c.on_nbr_msg(1, tls::nbr_function());
-    EXPECT_TRUE(told());
-    c.set_old_msg_default_callback(tls::nbr_function());
-    EXPECT_TRUE(told());
-    c.register_class("Plain", [] { return new Plain; });
-    EXPECT_TRUE(told());
-    c.unregister_class("Plain");
-    EXPECT_TRUE(told());
-    c.register_message(1, &Ask::create);
-    EXPECT_TRUE(told());
-    c.unregister_message(1);
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.createMessage(static_cast<unsigned short>(1)));
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.createMessage("1"));
-    EXPECT_TRUE(told());
-    EXPECT_FALSE(c.createObject("Plain"));
-    EXPECT_TRUE(told());
-    EXPECT_TRUE(c.find_class_by_code(1).empty());
-    EXPECT_TRUE(told());
-    EXPECT_EQ(c.find_code_by_class("Plain"), 0);
-    EXPECT_TRUE(told());
-    EXPECT_EQ(c.get_next_sno(), 0);
-    EXPECT_TRUE(told());
+    EXPECT_FALSE(ended.c.start(option));
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.start("127.0.0.1", "1", "", "", tls::global_callback(), tls::timedout_option()));
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.reconnect(tls::timedout_option()));
+    EXPECT_TRUE(ended.told());
+    ended.c.close();
+    EXPECT_TRUE(ended.told());
+    ended.c.cancel_all();
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.connected());
+    EXPECT_TRUE(ended.told());
+    ended.c.should_check_heartbeat(true);
+    EXPECT_TRUE(ended.told());
+    EXPECT_TRUE(ended.c.get_local_addr().empty());
+    EXPECT_TRUE(ended.told());
+    EXPECT_TRUE(ended.c.get_remote_addr().empty());
+    EXPECT_TRUE(ended.told());
+    EXPECT_EQ(ended.c.get_next_sno(), 0);
+    EXPECT_TRUE(ended.told());
     tavNullStream nothing;
-    c.io(nothing);
-    EXPECT_TRUE(told());
+    ended.c.io(nothing);
+    EXPECT_TRUE(ended.told());
 
-    LogCapture::Record const record = log.find("<ASSERT FAILURE>");
+    LogCapture::Record const record = ended.log.find("<ASSERT FAILURE>");
     EXPECT_EQ(record.level, tavLogger::ERROR);
     EXPECT_NE(record.text.find("start"), std::string::npos) << record.text;
-    EXPECT_EQ(log.records().size(), n);
+}
+
+TEST(ClientInterfaceNull, SendingMembersLogTheFailedAssertionAndReturnTheirNullValues) {
+    tls::send_option const sending = tracked(100);
+    EndedClient ended;
+    Ask ask;
+    Answer answer;
+    EXPECT_FALSE(ended.c.send_msg(ask, sending));
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.send_msg(tavSharedPtr<tavMessage>(new Ask), sending));
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.send_json_msg("{}", sending, "Class"));
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.send_nbr_msg(0x1234, nullptr, 0, sending));
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.send_old_nbr_msg(5, ""));
+    EXPECT_TRUE(ended.told());
+    EXPECT_EQ(ended.c.send_and_wait(ask, answer, 100), tls::result_error);
+    EXPECT_TRUE(ended.told());
+    EXPECT_EQ(ended.c.send_and_wait(ask, tavSharedPtr<tavMessage>(new Answer), 100), tls::result_error);
+    EXPECT_TRUE(ended.told());
+    std::shared_ptr<tls::send_info> out;
+    EXPECT_EQ(ended.c.send_and_wait(&out, ask, answer, 100), tls::result_error);
+    EXPECT_TRUE(ended.told());
+}
+
+TEST(ClientInterfaceNull, RegisteringMembersLogTheFailedAssertionAndReturnTheirNullValues) {
+    EndedClient ended;
+    ended.c.on_msg(1, tls::obj_function());
+    EXPECT_TRUE(ended.told());
+    ended.c.on_msg(1, tls::ptr_function());
+    EXPECT_TRUE(ended.told());
+    ended.c.on_json_msg(1, tls::json_function());
+    EXPECT_TRUE(ended.told());
+    ended.c.on_json_msg("Class", tls::json_function());
+    EXPECT_TRUE(ended.told());
+    ended.c.on_nbr_msg(1, tls::nbr_function());
+    EXPECT_TRUE(ended.told());
+    ended.c.set_old_msg_default_callback(tls::nbr_function());
+    EXPECT_TRUE(ended.told());
+    ended.c.register_class("Plain", [] { return new Plain; });
+    EXPECT_TRUE(ended.told());
+    ended.c.unregister_class("Plain");
+    EXPECT_TRUE(ended.told());
+    ended.c.register_message(1, &Ask::create);
+    EXPECT_TRUE(ended.told());
+    ended.c.unregister_message(1);
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.createMessage(static_cast<unsigned short>(1)));
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.createMessage("1"));
+    EXPECT_TRUE(ended.told());
+    EXPECT_FALSE(ended.c.createObject("Plain"));
+    EXPECT_TRUE(ended.told());
+    EXPECT_TRUE(ended.c.find_class_by_code(1).empty());
+    EXPECT_TRUE(ended.told());
+    EXPECT_EQ(ended.c.find_code_by_class("Plain"), 0);
+    EXPECT_TRUE(ended.told());
 }
 
 TEST(ClientInterfaceNull, LastFailureIsThatTheClientHasEnded) {

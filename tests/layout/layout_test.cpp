@@ -1,3 +1,4 @@
+#include "layout/function_lines.h"
 #include "layout/include_rules.h"
 
 #include <gtest/gtest.h>
@@ -7,7 +8,9 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 using layout::brokenRules;
@@ -61,6 +64,54 @@ TEST(Layout, SuitesAreNamedAfterTheirFile) {
         }
     }
     EXPECT_GT(files, 100u);
+}
+
+TEST(Layout, NoFunctionIsLongerThanSixtyLines) {
+    unsigned functions = 0;
+    for (char const * const top : {"include", "src", "tests", "gateway", "examples", "bench"}) {
+        for (auto const & entry :
+             std::filesystem::recursive_directory_iterator(std::filesystem::path(TAV_SOURCE_DIR) / top)) {
+            std::string const ending = entry.path().extension().string();
+            if (ending != ".cpp" && ending != ".h" && ending != ".c") {
+                continue;
+            }
+            std::ostringstream text;
+            text << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+            for (layout::Function const & each : layout::functionsOf(text.str())) {
+                ++functions;
+                EXPECT_LE(each.length, 60u) << entry.path().string() << ":" << each.line;
+            }
+        }
+    }
+    EXPECT_GT(functions, 5000u);
+}
+
+TEST(Layout, LinesOfAFunctionLieBetweenItsBraces) {
+    std::string const source = "namespace a {\n"
+                               "class b : public c {\n"
+                               "    b(int v) : v_{v}, w_(2) {\n"
+                               "        // }\n"
+                               "        call([] {\n"
+                               "            return \"}\";\n"
+                               "        });\n"
+                               "    }\n"
+                               "    int v_ = f({1,\n"
+                               "                2});\n"
+                               "};\n"
+                               "}\n"
+                               "#define M {\n"
+                               "TEST(D, E) {\n"
+                               "    wchar_t const c = L'{' + 1'000;\n"
+                               "    char const * const d = R\"x(})\"{)x\";\n"
+                               "}\n"
+                               "void f() {}\n";
+    std::vector<layout::Function> const all = layout::functionsOf(source);
+    std::vector<std::pair<unsigned, unsigned>> lengths;
+    for (layout::Function const & each : all) {
+        lengths.emplace_back(each.line, each.length);
+    }
+    using Pairs = std::vector<std::pair<unsigned, unsigned>>;
+    EXPECT_EQ(lengths, (Pairs{{3, 0}, {3, 4}, {9, 0}, {14, 2}, {18, 0}}));
 }
 
 TEST(Layout, LowerFolderMayNotIncludeAHigherOne) {
