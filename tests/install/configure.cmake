@@ -30,6 +30,13 @@ expect("stamp" "the stamp names no version: ${lines}")
 string(REGEX MATCH "TAV_IMPL_NAMESPACE impl[0-9]+_v[0-9]+_[0-9]+_[0-9]+;" name "${lines};")
 expect("name" "the name of the namespace is no name: ${lines}")
 
+function(expect_named what part debian_package)
+    expect("NOT result EQUAL 0" "the tests are configured without ${what}")
+    string(FIND "${output}" "${what} is missing: it is in the Debian package ${debian_package}" named)
+    string(FIND "${output}" "scripts/packages.sh ${part} " script)
+    expect("NOT named EQUAL -1 AND NOT script EQUAL -1" "this does not help who lacks ${what}: ${output}")
+endfunction()
+
 foreach(case "CLI11 demo libcli11-dev" "GTest test libgtest-dev" "benchmark test libbenchmark-dev"
              "Protobuf test protobuf-compiler" "nlohmann_json test nlohmann-json3-dev" "pugixml test libpugixml-dev"
              "OpenSSL library libssl-dev")
@@ -39,8 +46,11 @@ foreach(case "CLI11 demo libcli11-dev" "GTest test libgtest-dev" "benchmark test
     list(GET case 2 debian_package)
     configure(tests -UCMAKE_DISABLE_FIND_PACKAGE_* -DCMAKE_DISABLE_FIND_PACKAGE_${package}=ON -DTAV_DEVELOPMENT=ON
               -DTAV_TESTS=ON)
-    expect("NOT result EQUAL 0" "the tests are configured without ${package}")
-    string(FIND "${output}" "${package} is missing: it is in the Debian package ${debian_package}" named)
-    string(FIND "${output}" "scripts/packages.sh ${part} " script)
-    expect("NOT named EQUAL -1 AND NOT script EQUAL -1" "this does not help who lacks ${package}: ${output}")
+    expect_named(${package} ${part} ${debian_package})
 endforeach()
+
+# A program that is where no program is looked for.
+get_filename_component(programs ${PKG_CONFIG} DIRECTORY)
+configure(tests -UCMAKE_DISABLE_FIND_PACKAGE_* -UTAV_PKG_CONFIG -DTAV_OPENSSL=${CMAKE_COMMAND}
+          -DCMAKE_IGNORE_PATH=${programs} -DCMAKE_SYSTEM_IGNORE_PATH=/bin)
+expect_named(pkg-config test pkgconf)

@@ -1,5 +1,5 @@
 # What the scripts of this folder share.  Given to all: SOURCE (the project), WORK (a folder of the test's own), CXX,
-# GENERATOR.
+# PKG_CONFIG, GENERATOR.
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(NOT result EQUAL 0)
@@ -20,7 +20,7 @@ function(pkg_config_flags prefix result)
     file(GLOB_RECURSE package ${prefix}/*/tav_im_nbr.pc)
     get_filename_component(folder ${package} DIRECTORY)
     set(ENV{PKG_CONFIG_PATH} ${folder})
-    run(pkg-config ${ARGN} --cflags --libs tav_im_nbr)
+    run(${PKG_CONFIG} ${ARGN} --cflags --libs tav_im_nbr)
     string(STRIP "${run_output}" flags)
     separate_arguments(flags UNIX_COMMAND "${flags}")
     set(${result} ${flags} PARENT_SCOPE)

@@ -4,10 +4,11 @@ function(tav_install_test name script)
              COMMAND ${CMAKE_COMMAND} -DSOURCE=${PROJECT_SOURCE_DIR} -DBUILD=${PROJECT_BINARY_DIR}
                      -DWORK=${CMAKE_CURRENT_BINARY_DIR}/install-work/${script} -DCC=${CMAKE_C_COMPILER}
                      -DCXX=${CMAKE_CXX_COMPILER} -DLAUNCHER=$<IF:$<BOOL:${TAV_CCACHE}>,${TAV_CCACHE},>
-                     -DGENERATOR=${CMAKE_GENERATOR} -DLIBDIR=${CMAKE_INSTALL_LIBDIR}
+                     -DPKG_CONFIG=${TAV_PKG_CONFIG} -DGENERATOR=${CMAKE_GENERATOR} -DLIBDIR=${CMAKE_INSTALL_LIBDIR}
                      -P ${CMAKE_CURRENT_SOURCE_DIR}/install/${script}.cmake)
 endfunction()
 
+tav_find_program(test pkgconf TAV_PKG_CONFIG pkg-config)
 if(TAV_SHARED)
     tav_install_test(consumers_build_and_run shared)
 endif()
