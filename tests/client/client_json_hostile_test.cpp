@@ -2,6 +2,7 @@
 
 #include "support/client_rig.h"
 #include "support/log_capture.h"
+#include "support/repeated.h"
 #include "support/templates.h"
 
 #include <gtest/gtest.h>
@@ -9,19 +10,11 @@
 #include <random>
 
 using namespace tav_test;
+using tav_test::repeated;
 
 namespace {
 
 constexpr unsigned depth = 100000;
-
-std::string repeated(std::string const & part, unsigned times) {
-    std::string out;
-    out.reserve(part.size() * times);
-    for (unsigned i = 0; i < times; ++i) {
-        out += part;
-    }
-    return out;
-}
 
 /// A client with a template, and nobody who reads its log.
 class ClientJsonHostile : public ::testing::Test {

@@ -2,6 +2,8 @@
 
 #include "tav/vinta/vinta_vad.h"
 
+#include "support/exact.h"
+
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -14,26 +16,17 @@
 #include <utility>
 #include <vector>
 
+using tav_test::ConstOp;
+using tav_test::exact;
+using tav_test::isCopied;
+using tav_test::onlyExplicit;
+using tav_test::Op;
+
 // What programs compile against: the exact forms of the client, its options and results, and of the second
 // transport.
 
 namespace {
 
-/// Whether `member` has exactly the type T, but for noexcept; if not, this does not compile.
-template <class T>
-constexpr bool exact(T) {
-    return true;
-}
-
-template <class C, class R, class... A>
-using Op = R (C::*)(A...);
-template <class C, class R, class... A>
-using ConstOp = R (C::*)(A...) const;
-
-template <class T, class A>
-constexpr bool onlyExplicit = std::is_constructible<T, A>::value && !std::is_convertible<A, T>::value;
-template <class T>
-constexpr bool isCopied = std::is_copy_constructible<T>::value && std::is_copy_assignable<T>::value;
 template <class T>
 constexpr bool isNotCopied = !std::is_copy_constructible<T>::value && !std::is_copy_assignable<T>::value;
 /// A value that a program makes empty and copies.

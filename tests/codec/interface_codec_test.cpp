@@ -2,6 +2,8 @@
 
 #include "tav/vinta/vinta_basetypes_containers.h"
 
+#include "support/exact.h"
+
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -18,6 +20,10 @@
 #include <unordered_map>
 #include <utility>
 #include <vector>
+
+using tav_test::ConstOp;
+using tav_test::exact;
+using tav_test::Op;
 
 // What programs compile against: the exact forms of the plain containers, the codec base types and the
 // objects.
@@ -112,17 +118,6 @@ wchar_t * tav_wstring_(wchar_t * p);
 }
 
 namespace {
-
-/// Whether `member` has exactly the type T, but for noexcept; if not, this does not compile.
-template <class T>
-constexpr bool exact(T) {
-    return true;
-}
-
-template <class C, class R, class... A>
-using Op = R (C::*)(A...);
-template <class C, class R, class... A>
-using ConstOp = R (C::*)(A...) const;
 
 template <class T>
 constexpr bool isPlain = std::is_trivial<T>::value && std::is_standard_layout<T>::value;

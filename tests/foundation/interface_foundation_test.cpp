@@ -1,5 +1,7 @@
 #include "tav/vinta/vinta_basetypes.h"
 
+#include "support/exact.h"
+
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -16,6 +18,16 @@
 #include <utility>
 #include <vector>
 
+using tav_test::ConstOp;
+using tav_test::equates;
+using tav_test::exact;
+using tav_test::implicit;
+using tav_test::isCopied;
+using tav_test::made;
+using tav_test::onlyExplicit;
+using tav_test::Op;
+using tav_test::orders;
+
 // What applications compile and link against: bytes, failures, printing, time, command line and utilities.
 
 extern "C" {
@@ -28,39 +40,6 @@ decltype(tav_kbhit) tav_kbhit;
 
 namespace {
 
-/// Whether `operation` has exactly the type T, but for noexcept; if not, this does not compile.
-template <class T>
-constexpr bool exact(T) {
-    return true;
-}
-
-template <class C, class R, class... A>
-using Op = R (C::*)(A...);
-template <class C, class R, class... A>
-using ConstOp = R (C::*)(A...) const;
-
-/// Whether T is made of the arguments; of a single one without being named, or only if it is.
-template <class T, class... A>
-constexpr bool made = std::is_constructible<T, A...>::value;
-template <class T, class A>
-constexpr bool implicit = std::is_convertible<A, T>::value;
-template <class T, class A>
-constexpr bool named = made<T, A> && !implicit<T, A>;
-
-/// Whether an expression of the one kind compares with one of the other.
-template <class A, class B>
-constexpr bool equates =
-    std::is_same<bool, decltype(std::declval<A const &>() == std::declval<B const &>())>::value &&
-        std::is_same<bool, decltype(std::declval<A const &>() != std::declval<B const &>())>::value;
-template <class A>
-constexpr bool ordered = equates<A, A> &&
-    std::is_same<bool, decltype(std::declval<A const &>() < std::declval<A const &>())>::value &&
-        std::is_same<bool, decltype(std::declval<A const &>() <= std::declval<A const &>())>::value &&
-            std::is_same<bool, decltype(std::declval<A const &>() > std::declval<A const &>())>::value &&
-                std::is_same<bool, decltype(std::declval<A const &>() >= std::declval<A const &>())>::value;
-
-template <class T>
-constexpr bool copied = std::is_copy_constructible<T>::value && std::is_copy_assignable<T>::value;
 template <class T>
 constexpr bool failure = std::is_base_of<std::exception, T>::value && std::is_copy_constructible<T>::value &&
     implicit<std::exception const &, T const &>;
@@ -70,7 +49,7 @@ using Byte = unsigned char;
 
 } // namespace
 
-static_assert(named<tav_base64, tav_istr> && copied<tav_base64> && !implicit<tav_base64, Text>, "");
+static_assert(onlyExplicit<tav_base64, tav_istr> && isCopied<tav_base64> && !implicit<tav_base64, Text>, "");
 static_assert(exact<ConstOp<tav_base64, Text>>(&tav_base64::data), "");
 static_assert(exact<ConstOp<tav_base64, unsigned>>(&tav_base64::size), "");
 
@@ -85,10 +64,12 @@ constexpr bool hashes = made<tavHash16, T> && implicit<tavHash16, T>;
 
 } // namespace
 
-static_assert(std::is_default_constructible<tavBytes>::value && copied<tavBytes>, "");
+static_assert(std::is_default_constructible<tavBytes>::value && isCopied<tavBytes>, "");
 static_assert(std::is_nothrow_move_constructible<tavBytes>::value && !std::is_polymorphic<tavBytes>::value,
               "");
-static_assert(named<tavBytes, unsigned> && named<tavBytes, int> && named<tavBytes, tav_base64>, "");
+static_assert(onlyExplicit<tavBytes, unsigned> && onlyExplicit<tavBytes, int> &&
+                  onlyExplicit<tavBytes, tav_base64>,
+              "");
 static_assert(implicit<tavBytes, tav_istr> && made<tavBytes, Text> && made<tavBytes, tavString>, "");
 static_assert(made<tavBytes, std::string>, "");
 static_assert(exact<Op<tavBytes, tavBytes &, tavBytes const &>>(&tavBytes::operator=), "");
@@ -125,7 +106,7 @@ static_assert(exact<Op<tavBytes, void>>(&tavBytes::reset), "");
 static_assert(exact<Op<tavBytes, tav_ostr>>(&tavBytes::release), "");
 static_assert(exact<Op<tavBytes, void, tavBytes &>>(&tavBytes::swap), "");
 static_assert(noexcept(std::declval<tavBytes &>().swap(std::declval<tavBytes &>())), "");
-static_assert(ordered<tavBytes>, "");
+static_assert(orders<tavBytes, tavBytes>, "");
 static_assert(equates<tavBytes, tav_istr> && equates<tav_istr, tavBytes>, "");
 static_assert(equates<tavBytes, Text> && equates<Text, tavBytes> && equates<tavBytes, char[3]>, "");
 static_assert(equates<tavBytes, std::string> && equates<std::string, tavBytes>, "");
@@ -142,13 +123,13 @@ static_assert(exact<bool (*)(char)>(&tavBase64::isBase64), "");
 static_assert(exact<tavString (*)(tav_istr)>(&tavHex16::encode), "");
 static_assert(exact<tavBytes (*)(tav_istr)>(&tavHex16::decode), "");
 
-static_assert(std::is_default_constructible<tavHash16>::value && copied<tavHash16>, "");
+static_assert(std::is_default_constructible<tavHash16>::value && isCopied<tavHash16>, "");
 static_assert(hashes<bool> && hashes<char> && hashes<Byte> && hashes<short> && hashes<unsigned short>, "");
 static_assert(hashes<int> && hashes<unsigned> && hashes<long> && hashes<unsigned long>, "");
 static_assert(hashes<long long> && hashes<unsigned long long> && hashes<void const *> && hashes<int *>, "");
 static_assert(exact<ConstOp<tavHash16, unsigned short>>(&tavHash16::value), "");
 
-static_assert(std::is_default_constructible<tavCurrentInfo>::value && copied<tavCurrentInfo>, "");
+static_assert(std::is_default_constructible<tavCurrentInfo>::value && isCopied<tavCurrentInfo>, "");
 static_assert(made<tavCurrentInfo, Text, unsigned, Text> && made<tavCurrentInfo, Text, int, Text>, "");
 static_assert(exact<ConstOp<tavCurrentInfo, void, std::ostream &>>(&tavCurrentInfo::dump), "");
 static_assert(exact<std::ostream & (*)(std::ostream &, tavCurrentInfo const &)>(&::operator<<), "");
@@ -163,7 +144,7 @@ static_assert(implicit<tavNotSupported, std::string>, "");
 static_assert(exact<ConstOp<tavNotSupported, Text>>(&tavNotSupported::what), "");
 static_assert(noexcept(std::declval<tavNotSupported const &>().what()), "");
 
-static_assert(std::has_virtual_destructor<tavEnumBase>::value && copied<tavEnumBase>, "");
+static_assert(std::has_virtual_destructor<tavEnumBase>::value && isCopied<tavEnumBase>, "");
 static_assert(std::is_default_constructible<tavEnumBase>::value, "");
 static_assert(exact<void (*)(std::map<int, std::string> const &, std::string &)>(&tavEnumBase::toString_i),
               "");
@@ -196,13 +177,13 @@ static_assert(made<DecodeException, Text, unsigned, Text, tav_istr, int>, "");
 static_assert(std::is_copy_assignable<DecodeException>::value, "");
 static_assert(exact<ConstOp<DecodeException, int>>(&DecodeException::position), "");
 
-static_assert(made<asHex, long long, int, bool> && copied<asHex>, "");
+static_assert(made<asHex, long long, int, bool> && isCopied<asHex>, "");
 static_assert(implicit<printAsHex, tav_istr> && made<printAsHex, Text, Text> && made<printAsHex, std::string>,
               "");
 static_assert(implicit<printHexChar, char> && implicit<_Print, tav_istr> && implicit<_PrintHex, tav_istr>,
               "");
 static_assert(implicit<HexDump, tav_istr> && made<_Print, Text> && made<_PrintHex, tavBytes>, "");
-static_assert(made<HexDump, tavBytes> && copied<HexDump>, "");
+static_assert(made<HexDump, tavBytes> && isCopied<HexDump>, "");
 static_assert(std::is_default_constructible<version_t>::value, "");
 static_assert(exact<std::string (*)()>(&version_t::str), "");
 static_assert(prints<asHex> && prints<printAsHex> && prints<printHexChar> && prints<_Print>, "");
@@ -214,7 +195,7 @@ static_assert(exact<Op<stringger, stringger &, int const &>>(&stringger::operato
 static_assert(exact<Op<stringger, stringger &, tavString const &>>(&stringger::operator<<), "");
 static_assert(exact<ConstOp<stringger, std::string>>(&stringger::str), "");
 
-static_assert(std::is_default_constructible<Range>::value && copied<Range>, "");
+static_assert(std::is_default_constructible<Range>::value && isCopied<Range>, "");
 static_assert(implicit<Range, tav_istr> && made<Range, Text>, "");
 static_assert(exact<Op<Range, bool, tav_istr>>(&Range::setup), "");
 static_assert(exact<ConstOp<Range, bool, long long>>(&Range::check), "");
@@ -222,11 +203,11 @@ static_assert(exact<ConstOp<Range, bool>>(&Range::empty), "");
 
 } // namespace tav
 
-static_assert(named<tav_time, tav_istr> && copied<tav_time>, "");
+static_assert(onlyExplicit<tav_time, tav_istr> && isCopied<tav_time>, "");
 static_assert(exact<ConstOp<tav_time, Text>>(&tav_time::data), "");
 static_assert(exact<ConstOp<tav_time, unsigned>>(&tav_time::size), "");
 
-static_assert(std::is_default_constructible<tavTime>::value && copied<tavTime>, "");
+static_assert(std::is_default_constructible<tavTime>::value && isCopied<tavTime>, "");
 static_assert(implicit<tavTime, tav_time> && !implicit<tavTime, Text> && !implicit<tavTime, tav_istr>, "");
 static_assert(!made<tavTime, long long> && !made<tavTime, int>, "a count has to say its unit");
 static_assert(exact<tavTime (*)()>(&tavTime::now), "");
@@ -242,7 +223,7 @@ static_assert(exact<ConstOp<tavTime, tavTime, int>>(&tavTime::operator+), "");
 static_assert(exact<ConstOp<tavTime, tavTime, std::int64_t>>(&tavTime::operator+), "");
 static_assert(exact<ConstOp<tavTime, tavTime, unsigned>>(&tavTime::operator+), "");
 static_assert(exact<ConstOp<tavTime, long long, tavTime const &>>(&tavTime::operator-), "");
-static_assert(ordered<tavTime> && equates<tavTime, int> && equates<long long, tavTime>, "");
+static_assert(orders<tavTime, tavTime> && equates<tavTime, int> && equates<long long, tavTime>, "");
 static_assert(exact<ConstOp<tavTime, bool>>(&tavTime::empty), "");
 static_assert(exact<ConstOp<tavTime, bool>>(&tavTime::operator!), "");
 static_assert(exact<ConstOp<tavTime, tavString>>(&tavTime::str), "");
@@ -252,8 +233,8 @@ static_assert(exact<struct tm (*)(long long)>(&tavTime::secondsToLocal), "");
 static_assert(exact<long long (*)(struct tm const &)>(&tavTime::localToMillis), "");
 static_assert(exact<std::ostream & (*)(std::ostream &, tavTime const &)>(&::operator<<), "");
 
-static_assert(std::is_default_constructible<tavTimeZone>::value && copied<tavTimeZone>, "");
-static_assert(made<tavTimeZone, char, int, int> && named<tavTimeZone, int>, "");
+static_assert(std::is_default_constructible<tavTimeZone>::value && isCopied<tavTimeZone>, "");
+static_assert(made<tavTimeZone, char, int, int> && onlyExplicit<tavTimeZone, int>, "");
 static_assert(exact<Op<tavTimeZone, tavTimeZone &, tavTimeZone const &>>(&tavTimeZone::operator=), "");
 static_assert(exact<Op<tavTimeZone, void, char, int, int>>(&tavTimeZone::assign), "");
 static_assert(exact<Op<tavTimeZone, void, tavTimeZone const &>>(&tavTimeZone::assign), "");
@@ -303,7 +284,7 @@ static_assert(exact<ConstOp<tavCmdArgs, std::string, tav_istr, std::string>>(&ta
 static_assert(exact<ConstOp<tavCmdArgs, std::string, tav_istr>>(&tavCmdArgs::operator()), "");
 static_assert(exact<ConstOp<tavCmdArgs, std::string, tav_istr, std::string>>(&tavCmdArgs::operator()), "");
 
-static_assert(named<tavIdGenerator, long long> && named<tavIdGenerator, int>, "");
+static_assert(onlyExplicit<tavIdGenerator, long long> && onlyExplicit<tavIdGenerator, int>, "");
 static_assert(!std::is_default_constructible<tavIdGenerator>::value, "");
 static_assert(exact<Op<tavIdGenerator, long long>>(&tavIdGenerator::nextSno), "");
 static_assert(exact<long long (*)()>(&tavIdGenerator::globalNextSno), "");

@@ -1,5 +1,7 @@
 #include "tav/vinta/vinta_basetypes_text.h"
 
+#include "support/exact.h"
+
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -8,6 +10,14 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+
+using tav_test::ConstOp;
+using tav_test::equates;
+using tav_test::exact;
+using tav_test::implicit;
+using tav_test::made;
+using tav_test::Op;
+using tav_test::orders;
 
 // What applications compile and link against: the exact forms of the text classes and functions.
 
@@ -38,35 +48,6 @@ decltype(tav_wstring_to_array) tav_wstring_to_array;
 }
 
 namespace {
-
-/// Whether `operation` has exactly the type T, but for noexcept; if not, this does not compile.
-template <class T>
-constexpr bool exact(T) {
-    return true;
-}
-
-template <class C, class R, class... A>
-using Op = R (C::*)(A...);
-template <class C, class R, class... A>
-using ConstOp = R (C::*)(A...) const;
-
-/// Whether T is made of the arguments; of a single one also without being named.
-template <class T, class... A>
-constexpr bool made = std::is_constructible<T, A...>::value;
-template <class T, class A>
-constexpr bool implicit = std::is_convertible<A, T>::value;
-
-/// Whether an expression of the one kind compares with one of the other.
-template <class A, class B>
-constexpr bool equates =
-    std::is_same<bool, decltype(std::declval<A const &>() == std::declval<B const &>())>::value &&
-        std::is_same<bool, decltype(std::declval<A const &>() != std::declval<B const &>())>::value;
-template <class A, class B>
-constexpr bool orders = equates<A, B> &&
-    std::is_same<bool, decltype(std::declval<A const &>() < std::declval<B const &>())>::value &&
-        std::is_same<bool, decltype(std::declval<A const &>() <= std::declval<B const &>())>::value &&
-            std::is_same<bool, decltype(std::declval<A const &>() > std::declval<B const &>())>::value &&
-                std::is_same<bool, decltype(std::declval<A const &>() >= std::declval<B const &>())>::value;
 
 /// A value class: starts out empty, is copied and assigned.
 template <class T>

@@ -2,9 +2,10 @@
 
 #include "support/log_capture.h"
 #include "support/meta_rig.h"
+#include "support/repeated.h"
+#include "support/small_stack.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <chrono>
 #include <functional>
@@ -20,28 +21,15 @@ using tav_test::bytes;
 using tav_test::factoryOf;
 using tav_test::field;
 using tav_test::metaClass;
+using tav_test::onSmallStack;
 using tav_test::optional;
+using tav_test::repeated;
 using tav_test::wrote;
 using tav_test::wroteMembers;
 
 namespace k = tav::pml::field_type;
 
 namespace {
-
-/// Runs `work` on a thread with a stack of 256 kB.
-void onSmallStack(std::function<void()> work) {
-    pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
-    pthread_t thread;
-    auto const run = [](void * p) -> void * {
-        (*static_cast<std::function<void()> *>(p))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
-    pthread_attr_destroy(&attributes);
-}
 
 /// A class M with a field of every kind and every shape, some of them of M itself.
 MetaFactory everything() {
@@ -95,15 +83,6 @@ bool readsOrFails(MetaFactory const & factory, std::string const & nbr) {
         }
     }
     return fine;
-}
-
-std::string repeated(std::string const & part, std::size_t times) {
-    std::string text;
-    text.reserve(part.size() * times);
-    for (std::size_t i = 0; i < times; ++i) {
-        text += part;
-    }
-    return text;
 }
 
 constexpr std::size_t levels = 1000000;

@@ -2,6 +2,8 @@
 
 #include "support/log_capture.h"
 #include "support/meta_model.h"
+#include "support/repeated.h"
+#include "support/small_stack.h"
 
 #include "model/meta_lookup.h"
 #include "tav/vinta/vinta_object.h"
@@ -11,7 +13,6 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
-#include <pthread.h>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -21,38 +22,13 @@
 using tav::pml::MetaClass;
 using tav::pml::MetaFactory;
 using tav_test::loadTemplate;
+using tav_test::onSmallStack;
+using tav_test::repeated;
 namespace field_type = tav::pml::field_type;
 
 namespace {
 
-/// Runs `body` on a thread with a small stack, which a recursion along the nesting would exhaust.
-void onSmallStack(std::function<void()> const & body) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 256 * 1024);
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, &attributes,
-                  [](void * argument) -> void * {
-                      (*static_cast<std::function<void()> const *>(argument))();
-                      return nullptr;
-                  },
-                  const_cast<std::function<void()> *>(&body)),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
 constexpr unsigned deep = 20000;
-
-std::string repeated(std::string const & text, unsigned times) {
-    std::string out;
-    out.reserve(text.size() * times);
-    for (unsigned i = 0; i < times; ++i) {
-        out += text;
-    }
-    return out;
-}
 
 /// A class within a class within a class.
 std::string nested(unsigned depth, std::string const & open = "n:N(") {

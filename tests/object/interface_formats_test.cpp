@@ -5,6 +5,8 @@
 #include "tav/vinta/vinta_transport_message.h"
 #include "tav/vinta/vinta_xml_node.h"
 
+#include "support/exact.h"
+
 #include <gtest/gtest.h>
 
 #include <map>
@@ -16,32 +18,22 @@
 #include <utility>
 #include <vector>
 
+using tav_test::ConstOp;
+using tav_test::exact;
+using tav_test::isCopied;
+using tav_test::onlyExplicit;
+using tav_test::Op;
+
 // What programs compile against: the exact forms of PML, XML, the transcoder, the packets and the gate
 // message.
 
 namespace {
-
-/// Whether `member` has exactly the type T, but for noexcept; if not, this does not compile.
-template <class T>
-constexpr bool exact(T) {
-    return true;
-}
-
-template <class C, class R, class... A>
-using Op = R (C::*)(A...);
-template <class C, class R, class... A>
-using ConstOp = R (C::*)(A...) const;
 
 /// Whether there are both forms of an operation, the writing one answering R and the reading one CR.
 template <class C, class R, class CR, class... A>
 constexpr bool both(Op<C, R, A...>, ConstOp<C, CR, A...>) {
     return true;
 }
-
-template <class T, class A>
-constexpr bool onlyExplicit = std::is_constructible<T, A>::value && !std::is_convertible<A, T>::value;
-template <class T>
-constexpr bool isCopied = std::is_copy_constructible<T>::value && std::is_copy_assignable<T>::value;
 
 template <class S, class T>
 constexpr bool carries = exact<Op<S, void, T &, tavCodecMeta const &>>(&S::io);

@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta.h"
 
 #include "support/heap_meter.h"
+#include "support/repeated.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +11,7 @@
 #include <vector>
 
 using tav_test::HeapMeter;
+using tav_test::repeated;
 
 // What a thread keeps of what it has used, for its next message.
 
@@ -76,16 +78,6 @@ long long keptAfter(Work work) {
 
 constexpr long long most = 64000;
 
-std::string repeated(std::string const & first, std::string const & unit, unsigned count,
-                     std::string const & end) {
-    std::string text = first;
-    text.reserve(first.size() + unit.size() * count + end.size());
-    for (unsigned i = 0; i < count; ++i) {
-        text += unit;
-    }
-    return text + end;
-}
-
 void nbrIntoAnObject() {
     Huge from;
     from.fill(1000000);
@@ -96,7 +88,7 @@ void nbrIntoAnObject() {
 }
 
 void nbrTree() {
-    std::string const text = repeated("", std::string("\1\1\5", 3), 300000, "");
+    std::string const text = repeated(std::string("\1\1\5", 3), 300000);
     tav::nbr::NbrInputStream const in{tav_istr(text)};
     unsigned count = 0;
     for (tavSharedPtr<tav::nbr::ValueBase> const & value : in) {
@@ -107,8 +99,8 @@ void nbrTree() {
 
 void deepNbr() {
     constexpr unsigned depth = 100000;
-    std::string const opened = repeated("", std::string("\xFF\1(\1", 4), depth, std::string("\1\1\5", 3));
-    std::string const text = repeated(opened, std::string("\xFF\1)", 3), depth, "");
+    std::string const opened = repeated(std::string("\xFF\1(\1", 4), depth) + std::string("\1\1\5", 3);
+    std::string const text = opened + repeated(std::string("\xFF\1)", 3), depth);
     tavNbrInStream in{tav_istr(text)};
     tavSharedPtr<tavCodecStream> at = in.child(1, "f");
     unsigned levels = 0;
@@ -120,7 +112,7 @@ void deepNbr() {
 
 void pmlSiblings() {
     tav::pml::Unit unit;
-    unit.decode(tav_istr(repeated("a(", "b(1)", 1000000, ")")));
+    unit.decode(tav_istr("a(" + repeated("b(1)", 1000000) + ")"));
     EXPECT_EQ(unit.size(), 1000000u);
 }
 

@@ -1,10 +1,9 @@
 #include "tav/vinta/vinta_im_pkt.h"
 
 #include "support/packet_bytes.h"
+#include "support/small_stack.h"
 
 #include <gtest/gtest.h>
-
-#include <pthread.h>
 
 #include <algorithm>
 #include <functional>
@@ -16,6 +15,7 @@ using tav::im::Packet;
 using tav::im::PacketMobile;
 using tav::im::PacketPC;
 using tav_test::hex;
+using tav_test::onSmallStack;
 using tav_test::printed;
 using tav_test::unhex;
 
@@ -41,24 +41,6 @@ Outcome receive(std::string const & bytes) {
     pkt->encode(out);
     EXPECT_GE(out.size(), 16u);
     return outcome;
-}
-
-/// Runs the work on a thread with a small stack.
-void onSmallStack(std::function<void()> work) {
-    pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, &attributes,
-                  [](void * p) -> void * {
-                      (*static_cast<std::function<void()> *>(p))();
-                      return nullptr;
-                  },
-                  &work),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
 }
 
 std::string nested(std::size_t depth) {

@@ -2,6 +2,8 @@
 
 #include "tav/vinta/vinta_log.h"
 
+#include "support/exact.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -17,6 +19,14 @@
 #include <thread>
 #include <type_traits>
 #include <utility>
+
+using tav_test::ConstOp;
+using tav_test::exact;
+using tav_test::implicit;
+using tav_test::isCopied;
+using tav_test::made;
+using tav_test::onlyExplicit;
+using tav_test::Op;
 
 // What applications compile and link against: locks, shared ownership, threads, queues and the log.
 
@@ -34,27 +44,6 @@ decltype(tav_log_out_) tav_log_out_;
 
 namespace {
 
-/// Whether `operation` has exactly the type T, but for noexcept; if not, this does not compile.
-template <class T>
-constexpr bool exact(T) {
-    return true;
-}
-
-template <class C, class R, class... A>
-using Op = R (C::*)(A...);
-template <class C, class R, class... A>
-using ConstOp = R (C::*)(A...) const;
-
-/// Whether T is made of the arguments; of a single one without being named, or only if it is.
-template <class T, class... A>
-constexpr bool made = std::is_constructible<T, A...>::value;
-template <class T, class A>
-constexpr bool implicit = std::is_convertible<A, T>::value;
-template <class T, class A>
-constexpr bool named = made<T, A> && !implicit<T, A>;
-
-template <class T>
-constexpr bool copied = std::is_copy_constructible<T>::value && std::is_copy_assignable<T>::value;
 template <class T>
 constexpr bool fixed = !std::is_copy_constructible<T>::value && !std::is_copy_assignable<T>::value &&
                        !std::is_move_constructible<T>::value && !std::is_move_assignable<T>::value;
@@ -64,7 +53,7 @@ constexpr bool locks = exact<ConstOp<T, void>>(&T::lock) && exact<ConstOp<T, voi
 
 /// An atomic number that is an N.
 template <class T, class N>
-constexpr bool atomic = std::is_default_constructible<T>::value && copied<T> && implicit<T, N> &&
+constexpr bool atomic = std::is_default_constructible<T>::value && isCopied<T> && implicit<T, N> &&
                             exact<ConstOp<T, N>>(&T::get) &&
                         exact<Op<T, void, N>>(&T::set) && exact<Op<T, T &, N>>(&T::operator=) &&
                         exact<Op<T, T &, T const &>>(&T::operator=) && exact<Op<T, N>>(&T::operator++) &&
@@ -101,7 +90,7 @@ static_assert(sizeof(tavAtomicInt) == sizeof(void *), "");
 
 static_assert(atomic<tavAtomicInt, unsigned> && implicit<tavAtomicInt, int>, "");
 static_assert(atomic<tavAtomicInt64, unsigned long long> && implicit<tavAtomicInt64, int>, "");
-static_assert(std::is_default_constructible<tavAtomicLong>::value && copied<tavAtomicLong>, "");
+static_assert(std::is_default_constructible<tavAtomicLong>::value && isCopied<tavAtomicLong>, "");
 static_assert(exact<ConstOp<tavAtomicLong, unsigned long long>>(&tavAtomicLong::get), "");
 static_assert(exact<Op<tavAtomicLong, unsigned long long>>(&tavAtomicLong::operator++), "");
 static_assert(exact<Op<tavAtomicLong, unsigned long long, int>>(&tavAtomicLong::operator+=), "");
@@ -117,9 +106,9 @@ static_assert(exact<void (tavRefCountObject::*)() noexcept>(&tavRefCountObject::
 static_assert(exact<unsigned (tavRefCountObject::*)() const noexcept>(&tavRefCountObject::getRefCount), "");
 static_assert(exact<void (tavRefCountObject::*)(tavRefCountObject &) noexcept>(&tavRefCountObject::swap), "");
 static_assert(std::is_base_of<tavRefCountObject, tavSharedObject>::value, "");
-static_assert(!std::is_destructible<tavSharedObject>::value && copied<Shared>, "");
+static_assert(!std::is_destructible<tavSharedObject>::value && isCopied<Shared>, "");
 
-static_assert(std::is_nothrow_default_constructible<Pointer>::value && copied<Pointer>, "");
+static_assert(std::is_nothrow_default_constructible<Pointer>::value && isCopied<Pointer>, "");
 static_assert(std::is_nothrow_constructible<Pointer, std::nullptr_t>::value, "");
 static_assert(implicit<Pointer, std::nullptr_t> && implicit<Pointer, Base *>, "");
 static_assert(implicit<Pointer, Derived *> && !made<DerivedPointer, Base *>, "");
@@ -142,7 +131,7 @@ static_assert(exact<Base * (Pointer::*)() const noexcept>(&Pointer::get), "");
 static_assert(exact<Base const * (ConstPointer::*)() const noexcept>(&ConstPointer::get), "");
 static_assert(exact<bool (Pointer::*)() const noexcept>(&Pointer::counted), "");
 static_assert(exact<bool (Pointer::*)() const noexcept>(&Pointer::operator bool), "");
-static_assert(named<bool, Pointer>, "the truth value is explicit");
+static_assert(onlyExplicit<bool, Pointer>, "the truth value is explicit");
 static_assert(exact<bool (Pointer::*)() const noexcept>(&Pointer::operator!), "");
 static_assert(exact<void (Pointer::*)() noexcept>(&Pointer::reset), "");
 static_assert(exact<void (Pointer::*)(Pointer &) noexcept>(&Pointer::swap), "");
@@ -211,7 +200,7 @@ constexpr bool thread =
 
 } // namespace
 
-static_assert(named<Idle, tav_istr> && !std::is_default_constructible<Idle>::value, "");
+static_assert(onlyExplicit<Idle, tav_istr> && !std::is_default_constructible<Idle>::value, "");
 static_assert(thread<tavThread_> && made<tavThread_, tav_istr, Yes, Action, Yes, Action>, "");
 static_assert(!made<tavThread_, tav_istr, Yes, Action, Yes>, "");
 static_assert(made<tavThread_, char const *, Yes, std::nullptr_t, std::nullptr_t, std::nullptr_t>, "");

@@ -1,10 +1,12 @@
 #include "tav/vinta/vinta_json_parser.h"
 
+#include "support/repeated.h"
+#include "support/small_stack.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <map>
-#include <pthread.h>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -17,37 +19,12 @@ using tav::json::JsonObject;
 using tav::json::JsonParser;
 using tav::json::JsonUnit;
 using tav::json::JsonValue;
+using tav_test::onSmallStack;
+using tav_test::repeated;
 
 namespace {
 
-/// Runs `body` on a thread with a small stack, which a recursion along the input would exhaust.
-void onSmallStack(std::function<void()> const & body) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 256 * 1024);
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, &attributes,
-                  [](void * argument) -> void * {
-                      (*static_cast<std::function<void()> const *>(argument))();
-                      return nullptr;
-                  },
-                  const_cast<std::function<void()> *>(&body)),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
 constexpr unsigned deep = 200000;
-
-std::string repeated(std::string const & text, unsigned times) {
-    std::string out;
-    out.reserve(text.size() * times);
-    for (unsigned i = 0; i < times; ++i) {
-        out += text;
-    }
-    return out;
-}
 
 std::string bytes(tavString const & text) {
     return std::string(tav_istr(text));

@@ -2,6 +2,7 @@
 
 #include "formats/json/json_tape.h"
 #include "support/heap_meter.h"
+#include "support/repeated.h"
 
 #include <gtest/gtest.h>
 
@@ -9,6 +10,7 @@
 #include <stdexcept>
 #include <string>
 
+using tav_test::filled;
 using tav_test::HeapMeter;
 
 // What a text that must fail may cost, and that a good one may cost more.
@@ -16,15 +18,6 @@ using tav_test::HeapMeter;
 namespace {
 
 constexpr std::size_t size = 16 * 1024 * 1024;
-
-std::string repeated(std::string const & unit, std::size_t length, std::string const & end = std::string()) {
-    std::string text;
-    text.reserve(length + unit.size() + end.size());
-    while (text.size() < length) {
-        text += unit;
-    }
-    return text + end;
-}
 
 struct Hopeless {
     char const * name;
@@ -74,16 +67,16 @@ TEST_P(JsonMemory, TapeOfATextThatFailsKeepsTwentyFourTimesItsSizeAtMost) {
 INSTANTIATE_TEST_SUITE_P(
     All, JsonMemory,
     testing::Values(Hopeless{"OpenArrays", std::string(size, '['), arrayEnd},
-                    Hopeless{"OpenObjects", repeated("{a:", size), objectEnd},
+                    Hopeless{"OpenObjects", filled("{a:", size), objectEnd},
                     Hopeless{"ArraysThatEndInAString",
-                             repeated("[", size / 2, "\"" + std::string(size / 2, ']')), arrayEnd},
-                    Hopeless{"Numbers", repeated("1,", size, "1").insert(0, "["), arrayEnd},
-                    Hopeless{"EmptyStrings", repeated("'',", size, "''").insert(0, "["), arrayEnd},
-                    Hopeless{"EscapedStrings", repeated("'\\n',", size, "''").insert(0, "["), arrayEnd},
-                    Hopeless{"Members", repeated("a:1,", size, "a:1").insert(0, "{"), objectEnd},
-                    Hopeless{"EmptyArrays", repeated("[],", size, "[]").insert(0, "["), arrayEnd},
-                    Hopeless{"EmptyObjects", repeated("{},", size, "{}").insert(0, "["), arrayEnd},
-                    Hopeless{"NoValueEnd", repeated("1,", size, "1[").insert(0, "["), "no value end : [\n"}),
+                             filled("[", size / 2, "\"" + std::string(size / 2, ']')), arrayEnd},
+                    Hopeless{"Numbers", filled("1,", size, "1").insert(0, "["), arrayEnd},
+                    Hopeless{"EmptyStrings", filled("'',", size, "''").insert(0, "["), arrayEnd},
+                    Hopeless{"EscapedStrings", filled("'\\n',", size, "''").insert(0, "["), arrayEnd},
+                    Hopeless{"Members", filled("a:1,", size, "a:1").insert(0, "{"), objectEnd},
+                    Hopeless{"EmptyArrays", filled("[],", size, "[]").insert(0, "["), arrayEnd},
+                    Hopeless{"EmptyObjects", filled("{},", size, "{}").insert(0, "["), arrayEnd},
+                    Hopeless{"NoValueEnd", filled("1,", size, "1[").insert(0, "["), "no value end : [\n"}),
     [](auto const & each) { return std::string(each.param.name); });
 
 TEST(JsonMemoryGood, DenseTextsAreReadWhole) {

@@ -2,16 +2,21 @@
 
 #include "tav/vinta/vinta_json_parser.h"
 
+#include "support/repeated.h"
+#include "support/small_stack.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <map>
-#include <pthread.h>
 #include <random>
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+using tav_test::onSmallStack;
+using tav_test::repeated;
 
 namespace {
 
@@ -20,29 +25,6 @@ constexpr int deep = 100000;
 #else
 constexpr int deep = 200000;
 #endif
-
-/// Runs `body` on a thread with a small stack, which a recursion along the input would exhaust.
-void onSmallStack(std::function<void()> body) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 256 * 1024);
-    pthread_t thread;
-    auto const run = [](void * argument) -> void * {
-        (*static_cast<std::function<void()> *>(argument))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, run, &body), 0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
-}
-
-std::string repeated(char const * text, int times) {
-    std::string out;
-    for (int i = 0; i < times; ++i) {
-        out += text;
-    }
-    return out;
-}
 
 class Part : public tavObject {
 public:

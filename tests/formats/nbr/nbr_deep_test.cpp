@@ -1,10 +1,10 @@
 #include "tav/vinta/vinta_nbr_unit.h"
 
 #include "support/nbr_bytes.h"
+#include "support/small_stack.h"
 #include "tav/vinta/vinta_object.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <chrono>
 #include <functional>
@@ -21,25 +21,11 @@ using tav::nbr::parser;
 using tav::nbr::SimpleValue;
 using tav::nbr::ValueBase;
 using tav_test::bytes;
+using tav_test::onSmallStack;
 
 namespace {
 
 constexpr std::size_t largestBody = 16777215;
-
-/// Runs `work` on a thread with a stack of 256 kB.
-void onSmallStack(std::function<void()> work) {
-    pthread_attr_t attributes;
-    ASSERT_EQ(pthread_attr_init(&attributes), 0);
-    ASSERT_EQ(pthread_attr_setstacksize(&attributes, 256 * 1024), 0);
-    pthread_t thread;
-    auto const run = [](void * p) -> void * {
-        (*static_cast<std::function<void()> *>(p))();
-        return nullptr;
-    };
-    ASSERT_EQ(pthread_create(&thread, &attributes, run, &work), 0);
-    ASSERT_EQ(pthread_join(thread, nullptr), 0);
-    pthread_attr_destroy(&attributes);
-}
 
 /// Counts what is written and keeps nothing.
 class CountingBuf : public std::streambuf {

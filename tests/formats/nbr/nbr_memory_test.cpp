@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_nbr_unit.h"
 
 #include "support/heap_meter.h"
+#include "support/repeated.h"
 #include "tav/vinta/vinta_object.h"
 
 #include <gtest/gtest.h>
@@ -11,6 +12,7 @@
 #include <vector>
 
 using tav_test::HeapMeter;
+using tav_test::repeated;
 
 // What bytes of a peer may cost beside their own size.
 
@@ -33,15 +35,6 @@ protected:
 
 std::string const opening("\xFF\x01(", 3);
 std::string const closing("\xFF\x01)", 3);
-
-std::string repeated(std::string const & unit, unsigned count) {
-    std::string text;
-    text.reserve(unit.size() * count);
-    for (unsigned i = 0; i < count; ++i) {
-        text += unit;
-    }
-    return text;
-}
 
 /// An object whose field 1 is a list of `count` of these elements, each with its tag.
 std::string listOf(std::string const & element, unsigned count) {

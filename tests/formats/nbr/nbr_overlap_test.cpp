@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_nbr_unit.h"
 
 #include "support/nbr_bytes.h"
+#include "support/repeated.h"
 #include "tav/vinta/vinta_object.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@ using tav::nbr::parser;
 using tav::nbr::SimpleValue;
 using tav::nbr::ValueBase;
 using tav_test::bytes;
+using tav_test::repeated;
 
 // Values whose sizes lead backward hold all the bytes behind them, so that a small input can hold many large
 // texts.
@@ -35,14 +37,6 @@ protected:
 
 /// Two members: a text that leads one byte back, to an FF that is the tag of a null.
 std::string const member = bytes("00 F4 FF FF FF FF 00");
-
-std::string repeated(std::string const & piece, std::size_t times) {
-    std::string result;
-    for (std::size_t i = 0; i < times; ++i) {
-        result += piece;
-    }
-    return result;
-}
 
 std::size_t sizeOf(tavSharedPtr<ValueBase> const & value) {
     if (!value) {

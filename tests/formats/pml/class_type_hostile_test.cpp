@@ -1,13 +1,13 @@
 #include "tav/vinta/vinta_pml_field_types.h"
 
 #include "support/log_capture.h"
+#include "support/small_stack.h"
 
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <functional>
 #include <map>
-#include <pthread.h>
 #include <random>
 #include <sstream>
 #include <string>
@@ -17,6 +17,7 @@
 using tav::pml::ClassType;
 using tav::pml::Unit;
 using tav_test::LogCapture;
+using tav_test::onSmallStack;
 namespace field_type = tav::pml::field_type;
 
 namespace {
@@ -212,24 +213,6 @@ Unit configuration() {
     cfg.child("types").child("bool?").value("Boolean");
     cfg.child("objectIsReference").value("true");
     return cfg;
-}
-
-/// Runs `body` on a thread with a small stack, which a recursion along the input would exhaust.
-void onSmallStack(std::function<void()> const & body) {
-    pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
-    pthread_attr_setstacksize(&attributes, 256 * 1024);
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, &attributes,
-                  [](void * argument) -> void * {
-                      (*static_cast<std::function<void()> const *>(argument))();
-                      return nullptr;
-                  },
-                  const_cast<std::function<void()> *>(&body)),
-              0);
-    pthread_join(thread, nullptr);
-    pthread_attr_destroy(&attributes);
 }
 
 std::string nested(std::string const & open, std::string const & core, std::string const & close,

@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_pml_unit.h"
 
 #include "support/heap_meter.h"
+#include "support/repeated.h"
 
 #include <gtest/gtest.h>
 
@@ -8,6 +9,7 @@
 #include <string>
 
 using tav::pml::Unit;
+using tav_test::filled;
 using tav_test::HeapMeter;
 
 // What a text that must fail may cost, and that a good one may cost more.
@@ -15,15 +17,6 @@ using tav_test::HeapMeter;
 namespace {
 
 constexpr std::size_t size = 16 * 1024 * 1024;
-
-std::string repeated(std::string const & unit, std::size_t length, std::string const & end = std::string()) {
-    std::string text;
-    text.reserve(length + unit.size() + end.size());
-    while (text.size() < length) {
-        text += unit;
-    }
-    return text + end;
-}
 
 struct Hopeless {
     char const * name;
@@ -56,13 +49,13 @@ TEST_P(PmlMemory, TextThatFailsKeepsTwentyFourTimesItsSizeAtMost) {
 INSTANTIATE_TEST_SUITE_P(
     All, PmlMemory,
     testing::Values(Hopeless{"OpenUnits", std::string(size, '('), "no pml value end tag"},
-                    Hopeless{"OpenNamedUnits", repeated("ab(", size), "no pml value end tag"},
-                    Hopeless{"OpenTypedUnits", repeated("a:b(", size), "no pml value end tag"},
-                    Hopeless{"Children", repeated("b()", size).insert(0, "a("), "no pml value end tag"},
-                    Hopeless{"ChildrenWithValues", repeated("b(1)", size).insert(0, "a("),
+                    Hopeless{"OpenNamedUnits", filled("ab(", size), "no pml value end tag"},
+                    Hopeless{"OpenTypedUnits", filled("a:b(", size), "no pml value end tag"},
+                    Hopeless{"Children", filled("b()", size).insert(0, "a("), "no pml value end tag"},
+                    Hopeless{"ChildrenWithValues", filled("b(1)", size).insert(0, "a("),
                              "no pml value end tag"},
-                    Hopeless{"LongNames", repeated("a long name of a unit(", size), "no pml value end tag"},
-                    Hopeless{"Sequence", repeated("a()", size, "a"), "empty after pml name"},
+                    Hopeless{"LongNames", filled("a long name of a unit(", size), "no pml value end tag"},
+                    Hopeless{"Sequence", filled("a()", size, "a"), "empty after pml name"},
                     Hopeless{"ClosersInQuotes", std::string(size / 2, '(') + '"' + std::string(size / 2, ')'),
                              "no pml value end tag"}),
     [](auto const & each) { return std::string(each.param.name); });
