@@ -11,6 +11,8 @@ namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
+/// It has more members than other classes because each is one number of `statistics`, counted where it
+/// happens.
 /// Thread safety: all operations, without a lock.  Numbers that different threads write lie on different
 /// lines of the cache.
 class counters {
