@@ -14,7 +14,7 @@ done
 files=("$@")
 if [ ${#files[@]} -eq 0 ]; then
     # Fragments that must not compile begin with the line that the compiler has to say, whatever its length.
-    mapfile -t files < <(find include src gateway examples tests bench \( -name '*.h' -o -name '*.cpp' -o -name '*.c' \) \
+    mapfile -t files < <(find include src gateway examples tests bench fuzz \( -name '*.h' -o -name '*.cpp' -o -name '*.c' \) \
         -not -path '*/compile_fail/*' -not -path '*/wrong/*' | sort)
 fi
 clang-format-14 --dry-run -Werror "${files[@]}"
