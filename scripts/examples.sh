@@ -21,7 +21,7 @@ serve() { # NAME COMMAND...
     shift
     "$@" >"$work/$name.log" 2>&1 &
     running+=($!)
-    for _ in $(seq 100); do
+    for _ in $(seq 600); do
         [ ! -s "$work/$name.port" ] || return 0
         kill -0 "${running[-1]}" 2>/dev/null || break
         sleep 0.1
