@@ -357,6 +357,9 @@ private:
                 onReceipt(*packet);
                 return;
             }
+            if (server_.options_.on_packet) {
+                server_.options_.on_packet(code, std::string(packet->body()));
+            }
             server_.log(id_, "packet " + hex4(code) + ", sno " + std::to_string(packet->sequence()) + ", " +
                                  std::to_string(packet->body().size()) + " bytes");
             server_.serve(shared_from_this(), packet);

@@ -49,6 +49,8 @@ struct Options {
     Faults faults;
     unsigned fault_connections = 0;               ///< only the first so many connections misbehave; 0: all
     std::function<void(std::string const &)> log; ///< a line of what happens; called on the gateway's thread
+    /// each packet but receipts, as it comes in; called on the gateway's thread
+    std::function<void(unsigned short code, std::string const & body)> on_packet;
 };
 
 /// What has happened so far.

@@ -342,4 +342,8 @@ void tav_sleep(unsigned ms) {
 bool tav_kbhit(void) {
     return tav::platform::keyPressed();
 }
+
+unsigned tav_process_id(void) {
+    return tav::platform::processId();
+}
 }

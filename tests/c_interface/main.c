@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 static int failures;
 
@@ -108,6 +109,7 @@ static void process(void) {
     tav_log_setup("(default(WARN))");
     tav_log_info_("not written", __FILE__, __LINE__, "process");
     EXPECT(!tav_kbhit());
+    EXPECT(tav_process_id() == (unsigned)getpid());
     tav_sleep(1);
     tav_fini();
 }

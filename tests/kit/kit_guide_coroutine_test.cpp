@@ -1,3 +1,4 @@
+#include "tav/kit/keeper.h"
 #include "tav/kit/kit.h"
 
 #include "support/client_rig.h"
@@ -101,7 +102,39 @@ void pushes(tav::tls::client & client) {
     EXPECT_TRUE(confirmed.valid());
 }
 
+void keeps(tav::tls::connect_option const & option) {
+    using namespace std::chrono_literals;
+    using namespace tav::kit;
+    std::string const host = option.host;
+    std::string const port = option.port;
+    Say say;
+    say.text = "hello";
+    // clang-format off
+    keeper_option how;
+    how.gateways = {{host, port}, {"gate2.example.org", "443", 1}}; // the second if the first is away
+    how.login = login_with<Said>(say, 5s);                          // ahead of all else, on each connection
+    how.on_state = [](keeper_status const & now) {
+        std::cout << now.state << " " << now.to.host << " " << now.cause.message() << std::endl;
+    };
+    keeper gateway(option, how); // or keeper(client, option, how), with a client of your own
+    gateway.start();
+
+    result<Said> const kept = request<Said>(gateway, say, 30s).get(); // sent now, or as soon as it is up
+    auto const again = request<Said>(gateway, say, within(30s).repeatable()).get();
+    std::future<result<void>> const posted = post(gateway, say, 30s); // ends well when it has been handed over
+    // clang-format on
+    ASSERT_TRUE(kept) << kept.error().message();
+    EXPECT_EQ(kept->text, tavString("hello"));
+    EXPECT_TRUE(again);
+    EXPECT_TRUE(posted.valid());
+}
+
 } // namespace
+
+TEST(KitGuideCoroutine, KeepsAConnection) {
+    tav_test::GatewayRig gateway;
+    keeps(gateway.option());
+}
 
 TEST(KitGuideCoroutine, TalksToAGateway) {
     tav_test::GatewayRig gateway;

@@ -24,6 +24,9 @@ inline constexpr use_awaitable_t use_awaitable{};
 
 namespace detail {
 
+template <>
+inline constexpr bool may_block<use_awaitable_t> = false;
+
 /// Where a request and the coroutine that awaits it meet.
 template <class Reply>
 struct meeting {

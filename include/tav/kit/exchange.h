@@ -146,11 +146,23 @@ public:
         : told_(std::move(told)), group_(std::move(group)) {}
 
     void end(std::error_code error, arrival const & reply = arrival()) noexcept {
-        if (ended_.exchange(true)) {
-            return;
+        if (claim()) {
+            tell(error, reply);
         }
+    }
+    /// The same in two steps: whoever gets true has to tell the end, and nobody else will.
+    bool claim() noexcept { return !ended_.exchange(true); }
+    void tell(std::error_code error, arrival const & reply = arrival()) noexcept {
         if (group_) {
             group_->remove(this);
+        }
+        std::function<void()> first;
+        {
+            std::lock_guard<std::mutex> const guard(mutex_);
+            first.swap(first_);
+        }
+        if (first) {
+            call_guarded("tav::kit::exchange::end", first);
         }
         ending const told = std::move(told_);
         call_guarded("tav::kit::exchange::end", [&] { told(error, reply); });
@@ -166,6 +178,40 @@ public:
             sent = sent_.lock();
         }
         cancel(sent);
+    }
+
+    bool ended() const noexcept { return ended_; }
+    /// Has `f` called at the end, ahead of whoever is told of it; now if that has come.
+    void when_ended(std::function<void()> f) {
+        {
+            std::lock_guard<std::mutex> const guard(mutex_);
+            if (!ended_) {
+                first_.swap(f);
+                return;
+            }
+        }
+        f();
+    }
+
+    /// Makes it one of its group; false if that was cancelled, and it has ended.
+    bool join() {
+        if (group_ && !group_->add(this, weak_from_this())) {
+            end(make_error_code(failure::cancelled));
+            return false;
+        }
+        return true;
+    }
+    /// Takes note of what to cancel with it.
+    void went_as(std::shared_ptr<tls::send_info> const & sent) noexcept {
+        bool late = false;
+        {
+            std::lock_guard<std::mutex> const guard(mutex_);
+            sent_ = sent;
+            late = cancelled_;
+        }
+        if (late) {
+            cancel(sent);
+        }
     }
 
     /// Sends, unless the group has been cancelled.  Raises nothing.
@@ -186,6 +232,7 @@ private:
     std::mutex mutex_;
     bool cancelled_ = false;
     std::weak_ptr<tls::send_info> sent_;
+    std::function<void()> first_;
 };
 
 /// Held by the functions that the client was given, and by nobody else: when the last of them is gone,
@@ -219,11 +266,9 @@ inline void exchange_group::cancel() {
 
 inline void exchange::begin(tls::client & client, tavMessage const & msg, tls::send_option & option) {
     try {
-        if (group_ && !group_->add(this, weak_from_this())) {
-            end(make_error_code(failure::cancelled));
-            return;
+        if (join()) {
+            send(client, msg, option);
         }
-        send(client, msg, option);
     } catch (std::exception const & e) {
         log_caught("tav::kit::exchange::begin", e.what());
         end(make_error_code(failure::not_sent));
@@ -249,15 +294,7 @@ inline void exchange::send(tls::client & client, tavMessage const & msg, tls::se
         end(failure_of_refusal(tls::last_failure()));
         return;
     }
-    bool late = false;
-    {
-        std::lock_guard<std::mutex> const guard(mutex_);
-        sent_ = sent;
-        late = cancelled_;
-    }
-    if (late) {
-        cancel(sent);
-    }
+    went_as(sent);
 }
 
 } // namespace detail
@@ -318,9 +355,15 @@ public:
         version_ = v;
         return *this;
     }
+    /// For a keeper: the message may go out once more, on the next connection, if one ended before its reply.
+    within & repeatable(bool v = true) {
+        repeatable_ = v;
+        return *this;
+    }
 
     int limit_ms() const { return limit_ms_; }
     executor const & where() const { return where_; }
+    bool repeatable() const { return repeatable_; }
     std::shared_ptr<detail::exchange_group> const & group() const { return group_; }
     tls::send_option option(unsigned short ack) const {
         tls::send_option made(limit_ms_, tls::timedout_function(), grey_, version_);
@@ -334,6 +377,7 @@ private:
     std::shared_ptr<detail::exchange_group> group_;
     bool grey_ = false;
     unsigned short version_ = 4;
+    bool repeatable_ = false;
 };
 
 /// A request under way, for whoever may want to cancel it.  To let it go does not cancel.

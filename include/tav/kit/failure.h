@@ -21,7 +21,11 @@ enum class failure {
     not_sent = 6,      ///< The message could not be encoded or put on its way; the log says why.
     bad_reply = 7,     ///< The reply came and could not be read as the class that was asked for.
     over_limit = 8,    ///< A limit of the connection (`connect_option::limits`) has no room for it.
-    too_long = 9       ///< The message takes more bytes than one can have.
+    too_long = 9,      ///< The message takes more bytes than one can have.
+    dropped = 10,      ///< A later message took its place in the outbox of a keeper.
+    outbox_full = 11,  ///< The outbox of a keeper had no room.
+    stopped = 12,      ///< The keeper was stopped, or had not been started.
+    login_refused = 13 ///< The gateway answered, and did not accept the login.
 };
 
 namespace detail {
@@ -40,6 +44,10 @@ public:
         case failure::bad_reply: return "the reply could not be read";
         case failure::over_limit: return "too much waits already";
         case failure::too_long: return "the message is too long";
+        case failure::dropped: return "dropped for a later message";
+        case failure::outbox_full: return "no room in the outbox";
+        case failure::stopped: return "stopped";
+        case failure::login_refused: return "the login was refused";
         case failure::unspecified: break;
         }
         return "failed for an unknown reason";
@@ -54,6 +62,10 @@ public:
         case failure::bad_reply: return std::errc::bad_message;
         case failure::over_limit: return std::errc::resource_unavailable_try_again;
         case failure::too_long: return std::errc::message_size;
+        case failure::outbox_full: return std::errc::no_buffer_space;
+        case failure::stopped: return std::errc::operation_canceled;
+        case failure::login_refused: return std::errc::permission_denied;
+        case failure::dropped:
         case failure::not_sent:
         case failure::unspecified: break;
         }

@@ -68,12 +68,41 @@ struct delivery {
     std::optional<result<Reply>> what;
 };
 
+/// By which way requests go out.
+class route {
+public:
+    /// Sends `msg`, whose reply has the code `ack`, and ends `one` at the latest when the terms say.
+    virtual void begin(std::shared_ptr<exchange> const & one, tavMessage const & msg, unsigned short ack,
+                       within const & terms) const = 0;
+
+protected:
+    ~route() = default;
+};
+
+/// By a client's present connection.
+class client_route final : public route {
+public:
+    explicit client_route(tls::client & client) : client_(client) {}
+    void begin(std::shared_ptr<exchange> const & one, tavMessage const & msg, unsigned short ack,
+               within const & terms) const override {
+        tls::send_option option = terms.option(ack);
+        one->begin(client_, msg, option);
+    }
+
+private:
+    tls::client & client_;
+};
+
+/// Whether the one who uses the token may be held up until there is room for his message.
+template <class Token>
+inline constexpr bool may_block = true;
+
 /// Begins one request; what a completion token is given.
 template <class Reply>
 class initiation {
 public:
-    initiation(tls::client & client, tavMessage const & msg, unsigned short ack, within const & terms)
-        : client_(client), msg_(msg), ack_(ack), terms_(terms) {}
+    initiation(route const & by, tavMessage const & msg, unsigned short ack, within const & terms)
+        : by_(by), msg_(msg), ack_(ack), terms_(terms) {}
 
     executor const & where() const { return terms_.where(); }
 
@@ -95,13 +124,12 @@ private:
         if (terms_.limit_ms() < 1) {
             one->end(make_error_code(failure::timed_out));
         } else {
-            tls::send_option option = terms_.option(ack_);
-            one->begin(client_, msg_, option);
+            by_.begin(one, msg_, ack_, terms_);
         }
         return one;
     }
 
-    tls::client & client_;
+    route const & by_;
     tavMessage const & msg_;
     unsigned short const ack_;
     within const & terms_;
@@ -138,9 +166,9 @@ struct completion<use_future_t, Reply> {
 namespace detail {
 
 template <class Reply, class Token>
-auto begin_request(tls::client & client, tavMessage const & msg, unsigned short ack, within const & terms,
+auto begin_request(route const & by, tavMessage const & msg, unsigned short ack, within const & terms,
                    Token && token) {
-    return completion<std::decay_t<Token>, Reply>::begin(initiation<Reply>(client, msg, ack, terms),
+    return completion<std::decay_t<Token>, Reply>::begin(initiation<Reply>(by, msg, ack, terms),
                                                          std::forward<Token>(token));
 }
 
@@ -160,7 +188,7 @@ auto request(tls::client & client, tavMessage const & msg, within const & terms,
         detail::is_message<Reply>,
         "tav::kit::request<Reply>: Reply is the message class of the reply, with a default constructor");
     if constexpr (detail::is_message<Reply>) {
-        return detail::begin_request<Reply>(client, msg, Reply().msgcode(), terms,
+        return detail::begin_request<Reply>(detail::client_route(client), msg, Reply().msgcode(), terms,
                                             std::forward<Token>(token));
     }
 }
@@ -169,10 +197,11 @@ auto request(tls::client & client, tavMessage const & msg, within const & terms,
 /// the code of `msg` itself, whatever its body, as a receipt is.
 template <class Token>
 auto send(tls::client & client, tavMessage const & msg, within const & terms, Token && token) {
-    return detail::begin_request<void>(client, msg, msg.msgcode(), terms, std::forward<Token>(token));
+    return detail::begin_request<void>(detail::client_route(client), msg, msg.msgcode(), terms,
+                                       std::forward<Token>(token));
 }
 inline std::future<result<void>> send(tls::client & client, tavMessage const & msg, within const & terms) {
-    return detail::begin_request<void>(client, msg, msg.msgcode(), terms, use_future);
+    return detail::begin_request<void>(detail::client_route(client), msg, msg.msgcode(), terms, use_future);
 }
 
 /// Sends `msg` and waits for nothing.  Fails if the client does not take it: not_connected, over_limit,

@@ -5,7 +5,7 @@
 
 #include <stdbool.h>
 
-/// Start, end, sleep and keyboard, for C and C++.
+/// Start, end, sleep, keyboard and the process's number, for C and C++.
 
 #ifdef __cplusplus
 extern "C" {
@@ -19,6 +19,8 @@ TAV_API void tav_fini(void);
 TAV_API void tav_sleep(unsigned ms);
 /// True if the standard input is a terminal and a key is waiting there.
 TAV_API bool tav_kbhit(void);
+/// The system's number of the process; a forked one has another than its parent.
+TAV_API unsigned tav_process_id(void);
 
 #ifdef __cplusplus
 }
