@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the library, the gateway and the examples, and runs them.  What is missing on a fresh Debian machine is installed first.
+# Builds the library, the gateway and the examples, runs them, and lets three users chat.  What is missing on a fresh
+# Debian machine is installed first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
@@ -9,4 +10,5 @@ cmake --preset demo >/dev/null
 cmake --build --preset demo
 
 scripts/examples.sh build/demo
+scripts/chat.sh build/demo
 echo "demo: ok"

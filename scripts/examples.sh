@@ -6,30 +6,7 @@ project=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "$1" && pwd)
 shift
 
-work=$(mktemp -d)
-running=()
-finish() {
-    [ ${#running[@]} -eq 0 ] || kill "${running[@]}" 2>/dev/null || true
-    wait 2>/dev/null || true
-    rm -rf "$work"
-}
-trap finish EXIT
-
-# Starts a server that writes its port to a file, and waits until it has.
-serve() { # NAME COMMAND...
-    local name=$1
-    shift
-    "$@" >"$work/$name.log" 2>&1 &
-    running+=($!)
-    for _ in $(seq 600); do
-        [ ! -s "$work/$name.port" ] || return 0
-        kill -0 "${running[-1]}" 2>/dev/null || break
-        sleep 0.1
-    done
-    echo "$name did not start" >&2
-    cat "$work/$name.log" >&2
-    return 1
-}
+. "$project/scripts/serve.sh"
 
 gateway=$build/gateway/tav-gateway
 folder=$work/certificates

@@ -4,7 +4,7 @@
 # Usage: scripts/packages.sh library|demo|test|lint|long|places|fuzz
 
 library_packages=(g++ cmake make libasio-dev libssl-dev)
-demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev)
+demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libedit-dev)
 test_packages=("${demo_packages[@]}" openssl doxygen clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
                protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev)
 lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)

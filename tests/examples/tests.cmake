@@ -4,6 +4,9 @@ foreach(example ${TAV_EXAMPLES})
              COMMAND ${PROJECT_SOURCE_DIR}/scripts/examples.sh ${PROJECT_BINARY_DIR} ${example})
     set_tests_properties(examples.${example}_runs PROPERTIES TIMEOUT 120)
 endforeach()
+add_test(NAME examples.chat_lets_three_users_talk
+         COMMAND ${PROJECT_SOURCE_DIR}/scripts/chat.sh ${PROJECT_BINARY_DIR})
+set_tests_properties(examples.chat_lets_three_users_talk PROPERTIES TIMEOUT 120)
 add_test(NAME examples.have_at_most_60_lines
          COMMAND ${CMAKE_COMMAND} -DEXAMPLES=${PROJECT_SOURCE_DIR}/examples
                  -P ${CMAKE_CURRENT_SOURCE_DIR}/examples/lines.cmake)

@@ -1,4 +1,5 @@
 // In a function of a program that talks, with a client, messages and an option at hand.
+#include <tav/kit/keeper.h>
 #include <tav/kit/kit.h>
 #include <tav/vinta/vinta.h>
 
