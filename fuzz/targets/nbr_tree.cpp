@@ -29,12 +29,14 @@ public:
                 continue;
             }
             ComplexValue::Item const & item = *top.at++;
+            endsEarly_ = endsEarly_ || item.first == '\xff';
             out_.writeTag(item.first);
             open(item.second);
         }
     }
     std::string text() const { return std::string(textOf(out_.str())); }
-    std::size_t values() const { return values_; }
+    /// Whether a member has the tag FF: with a value of 41 bytes it reads as the end of the object.
+    bool endsEarly() const { return endsEarly_; }
 
 private:
     struct Level {
@@ -43,7 +45,6 @@ private:
     };
 
     void open(ValuePtr const & value) {
-        ++values_;
         if (!value) {
             out_.writeNull();
         } else if (value->simple()) {
@@ -62,16 +63,17 @@ private:
 
     NbrOutputStream out_;
     std::vector<Level> levels_;
-    std::size_t values_ = 0;
+    bool endsEarly_ = false;
 };
 
+/// The values as they are written; empty if they can't be told from others.
 std::string rewritten(std::string_view input) {
     NbrInputStream const in{viewOf(input)};
     Writer writer;
     for (ValuePtr const & value : in) {
         writer.add(value);
     }
-    return writer.text();
+    return writer.endsEarly() ? std::string() : writer.text();
 }
 
 template <class T>

@@ -632,6 +632,20 @@ TEST(NbrParserFind, TextFlagIsKept) {
     EXPECT_EQ(out.str(), "[1]\"a***[1]\"[1]97");
 }
 
+// The bytes are the same: no reader can tell the two.
+TEST(NbrParserMarkers, MemberOfTag255With41BytesReadsAsTheEnd) {
+    std::string const opening = bytes("FF 01 28");
+    std::string const closing = bytes("FF 01 29");
+    Parsed const shorter(opening + bytes("FF 01 28") + std::string(40, 'x') + closing);
+    ASSERT_EQ(shorter.complex().data().size(), 1u);
+    EXPECT_TRUE(shorter.left.empty());
+    Parsed const ended(opening + bytes("FF 01 29") + std::string(41, 'x') + closing);
+    EXPECT_TRUE(ended.complex().data().empty());
+    EXPECT_EQ(ended.left.size(), 44u);
+    Parsed const text(opening + bytes("FF F1 29") + std::string(41, 'x') + closing);
+    EXPECT_EQ(text.complex().data().size(), 1u);
+}
+
 TEST(NbrParserFind, EmptyInputAndMissingValueAreTraced) {
     LogCapture log;
     EXPECT_EQ(found("", 1), "null");
