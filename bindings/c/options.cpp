@@ -1,0 +1,187 @@
+#include "bindings/c/options.h"
+
+#include "bindings/c/proxy.h"
+
+#include "tav/vinta/vinta_tls_policy.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace tav {
+namespace json_client {
+
+namespace {
+
+constexpr int default_limit_ms = 30000;
+constexpr int longest_limit_ms = std::numeric_limits<int>::max() - 5;
+
+std::string readFile(Fields & fields, std::string_view name, std::string const & path) {
+    std::string out;
+    std::FILE * const file = std::fopen(path.c_str(), "rb");
+    bool good = file != nullptr;
+    int error = errno;
+    if (good) {
+        char piece[4096];
+        while (std::size_t const size = std::fread(piece, 1, sizeof(piece), file)) {
+            out.append(piece, size);
+        }
+        good = std::ferror(file) == 0;
+        error = errno;
+        std::fclose(file);
+    }
+    if (!good) {
+        fields.refuse(fields.find(name), "can't read " + path + ": " + std::strerror(error));
+    }
+    return out;
+}
+
+void readTrust(Fields & in, tls::tls_policy & policy) {
+    policy.check_name = in.flag("check_name", policy.check_name);
+    policy.expected_name = in.text("expected_name");
+    policy.trusted_pem = in.text("trusted_pem");
+    policy.trust_system = static_cast<tls::system_trust>(
+        in.word("trust_system", {"off", "alone", "added"}, policy.trust_system));
+    policy.crl_file = in.text("crl_file");
+    policy.crl_pem = in.text("crl_pem");
+    policy.crl_check_chain = in.flag("crl_check_chain", policy.crl_check_chain);
+}
+
+void readIdentity(Fields & in, tls::tls_policy & policy) {
+    policy.certificate_file = in.text("certificate_file");
+    policy.certificate_pem = in.text("certificate_pem");
+    policy.key_file = in.text("key_file");
+    policy.key_pem = in.text("key_pem");
+    if (in.has("key_password")) {
+        policy.key_password = [word = in.text("key_password")] { return word; };
+    }
+}
+
+tls::tls_version readVersion(Fields & in, std::string_view name, tls::tls_version otherwise) {
+    int const place = in.word(name, {"1.2", "1.3"}, otherwise == tls::tls_1_3 ? 1 : 0);
+    return place == 1 ? tls::tls_1_3 : tls::tls_1_2;
+}
+
+void readSpoken(Fields & in, tls::tls_policy & policy) {
+    policy.min_version = readVersion(in, "min_version", policy.min_version);
+    policy.max_version = readVersion(in, "max_version", policy.max_version);
+    policy.ciphers = in.text("ciphers", policy.ciphers);
+    policy.cipher_suites = in.text("cipher_suites", policy.cipher_suites);
+    policy.security_level = static_cast<int>(in.number("security_level", -1, 5, policy.security_level));
+    policy.send_host_name = in.flag("send_host_name", policy.send_host_name);
+    policy.alpn = in.texts("alpn");
+}
+
+void readDeath(Fields & in, tls::tls_policy & policy) {
+    policy.tcp_keep_alive_s = static_cast<int>(in.number("tcp_keep_alive_s", 0, 32767, 0));
+    policy.tcp_keep_alive_interval_s = static_cast<int>(in.number("tcp_keep_alive_interval_s", 0, 32767, 0));
+    policy.tcp_keep_alive_probes = static_cast<int>(in.number("tcp_keep_alive_probes", 0, 127, 0));
+    policy.tcp_user_timeout_ms =
+        static_cast<int>(in.number("tcp_user_timeout_ms", 0, std::numeric_limits<int>::max(), 0));
+}
+
+void readKeyLog(Fields & in, tls::tls_policy & policy) {
+    std::string const path = in.text("key_log_file");
+    if (path.empty()) {
+        return;
+    }
+    policy.key_log = [path](char const * line) {
+        if (std::FILE * const file = std::fopen(path.c_str(), "ab")) {
+            std::fprintf(file, "%s\n", line);
+            std::fclose(file);
+        }
+    };
+}
+
+tls::tls_policy readPolicy(Fields & fields) {
+    unsigned const object = fields.object("policy");
+    if (object == 0) {
+        return tls::tls_policy::safe();
+    }
+    Fields in(fields.document(), object);
+    tls::tls_policy policy = in.flag("safe", true) ? tls::tls_policy::safe() : tls::tls_policy();
+    readTrust(in, policy);
+    readIdentity(in, policy);
+    readSpoken(in, policy);
+    readDeath(in, policy);
+    readKeyLog(in, policy);
+    in.finish();
+    return policy;
+}
+
+void readLimits(Fields & fields, tls::limit_option & limits) {
+    unsigned const object = fields.object("limits");
+    if (object == 0) {
+        return;
+    }
+    Fields in(fields.document(), object);
+    auto const count = [&in](char const * name) {
+        return static_cast<unsigned>(in.number(name, 0, std::numeric_limits<unsigned>::max(), 0));
+    };
+    limits.queued_frames = count("queued_frames");
+    limits.queued_bytes = static_cast<unsigned long long>(
+        in.number("queued_bytes", 0, std::numeric_limits<long long>::max(), 0));
+    limits.tracked_sends = count("tracked_sends");
+    limits.received_waiting = count("received_waiting");
+    in.finish();
+}
+
+void readProxy(Fields & fields, tls::connect_option & option, int limit_ms) {
+    unsigned const object = fields.object("proxy");
+    if (object == 0) {
+        return;
+    }
+    Fields in(fields.document(), object);
+    ProxyWish wish;
+    wish.socks = in.word("type", {"http", "socks5"}, 0) == 1;
+    option.proxy_host = in.necessaryText("host");
+    option.proxy_port = in.numberText("port");
+    wish.user = in.text("user");
+    wish.password = in.text("password");
+    wish.limit_ms = limit_ms;
+    in.finish();
+    if (wish.user.size() > 255 || wish.password.size() > 255) {
+        in.refuse(object, "user and password have 255 bytes at most");
+    }
+    option.set_on_http_proxy_connect([wish](unsigned socket, char const * host, unsigned short port) {
+        return throughProxy(static_cast<int>(socket), host, port, wish);
+    });
+}
+
+} // namespace
+
+std::string templateText(Fields & fields) {
+    std::string const text = fields.text("template");
+    std::string const path = fields.text("template_file");
+    if (!text.empty() && !path.empty()) {
+        fields.refuse(fields.find("template_file"), "give the template as a text or as a file, not both");
+    }
+    return path.empty() ? text : readFile(fields, "template_file", path);
+}
+
+ConnectWish readConnect(Fields & fields) {
+    ConnectWish wish;
+    tls::connect_option & option = wish.option;
+    option.host = fields.necessaryText("host");
+    option.port = fields.numberText("port");
+    option.ca = fields.text("ca");
+    option.cipher = fields.text("cipher");
+    option.server_name = fields.text("server_name");
+    wish.heartbeat = fields.flag("heartbeat", true);
+    wish.limit_ms = static_cast<int>(fields.number("time_limit_ms", 1, longest_limit_ms, default_limit_ms));
+    option.set_tls_policy(readPolicy(fields));
+    readLimits(fields, option.limits);
+    readProxy(fields, option, wish.limit_ms);
+    std::string const text = templateText(fields);
+    fields.finish();
+    if (!text.empty()) {
+        wish.messages = std::make_shared<Template const>(text);
+        option.metainfo = text;
+    }
+    return wish;
+}
+
+} // namespace json_client
+} // namespace tav

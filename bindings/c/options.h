@@ -1,0 +1,31 @@
+#ifndef TAV_BINDINGS_C_OPTIONS_H
+#define TAV_BINDINGS_C_OPTIONS_H
+
+#include "bindings/c/fields.h"
+#include "bindings/c/message.h"
+
+#include "tav/vinta/vinta_tls_client_options.h"
+
+#include <memory>
+
+/// What a connect wants, from JSON.
+namespace tav {
+namespace json_client {
+
+struct ConnectWish {
+    tls::connect_option option;
+    std::shared_ptr<Template const> messages; ///< Null without a template.
+    int limit_ms = 0;
+    bool heartbeat = true;
+};
+
+/// The text of the member "template", or of the file that "template_file" names; empty without either.
+std::string templateText(Fields & fields);
+
+/// Reads all members of a connect.  Throws Failure.
+ConnectWish readConnect(Fields & fields);
+
+} // namespace json_client
+} // namespace tav
+
+#endif

@@ -1,0 +1,361 @@
+#include "bindings/c/report.h"
+
+#include "bindings/c/session.h"
+
+#include "tav/vinta/vinta_basetypes_failures.h"
+#include "tav/vinta/vinta_log.h"
+
+#include <stdexcept>
+#include <utility>
+
+namespace tav {
+namespace json_client {
+
+namespace {
+
+using tls::failure;
+
+std::string base64(tav_istr bytes) {
+    std::string out;
+    tavBase64::encode(bytes, out, false);
+    return out;
+}
+
+std::string hex(tav_istr bytes) {
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string out;
+    for (unsigned i = 0; i < bytes.size(); ++i) {
+        auto const byte = static_cast<unsigned char>(bytes.data()[i]);
+        out += digits[byte >> 4u];
+        out += digits[byte & 15u];
+    }
+    return out;
+}
+
+std::string quotedList(std::vector<std::string> const & texts) {
+    std::string out = "[";
+    for (std::string const & each : texts) {
+        out += out.size() > 1 ? "," : "";
+        appendString(out, each);
+    }
+    return out + "]";
+}
+
+std::string certificateText(tls::peer_certificate const & v) {
+    ObjectText out;
+    out.text("subject", v.subject).text("issuer", v.issuer).raw("names", quotedList(v.names));
+    out.number("valid_from", v.valid_from.milliseconds()).number("valid_to", v.valid_to.milliseconds());
+    return out.text("fingerprint", v.fingerprint).take();
+}
+
+std::string reportText(tls::tls_report const & v) {
+    std::string chain = "[";
+    for (tls::peer_certificate const & each : v.chain) {
+        chain += (chain.size() > 1 ? "," : "") + certificateText(each);
+    }
+    ObjectText out;
+    out.text("version", v.version).text("cipher", v.cipher).text("alpn", v.alpn);
+    out.flag("verified", v.verified).text("matched_name", v.matched_name);
+    out.number("verify_result", v.verify_result).text("verify_text", v.verify_text);
+    return out.raw("chain", chain + "]").take();
+}
+
+std::string addressText(tls::ip_port const & v) {
+    bool const six = v.host.find(':') != std::string::npos;
+    return (six ? "[" + v.host + "]" : v.host) + ":" + v.port;
+}
+
+void putConnection(ObjectText & out, tls::client & client) {
+    try {
+        out.text("local", addressText(client.get_local_addr()));
+        out.text("remote", addressText(client.get_remote_addr()));
+    } catch (std::system_error const &) {
+        // The connection is over already: there is nothing to tell of it.
+    }
+    out.raw("tls", reportText(client.negotiated()));
+}
+
+} // namespace
+
+std::string connectedText(tls::client & client) {
+    ObjectText out("connected", std::string());
+    putConnection(out, client);
+    return out.take();
+}
+
+std::string disconnectedText(failure why, std::string const & text) {
+    ObjectText out("disconnected", std::string());
+    out.number("code", static_cast<int>(why)).text("name", nameOf(why));
+    return out.text("text", text.empty() ? make_error_code(why).message() : text).take();
+}
+
+std::string stateText(tls::client & client, std::string_view extra) {
+    ObjectText out("state", extra);
+    bool const connected = client.connected();
+    out.flag("connected", connected);
+    if (connected) {
+        putConnection(out, client);
+    }
+    return out.take();
+}
+
+std::string statisticsText(tls::client const & client, std::string_view extra) {
+    tls::statistics const v = client.statistics();
+    ObjectText out("statistics", extra);
+    out.number("bytes_sent", v.bytes_sent).number("bytes_received", v.bytes_received);
+    out.number("frames_sent", v.frames_sent).number("frames_received", v.frames_received);
+    out.number("messages_sent", v.messages_sent).number("messages_received", v.messages_received);
+    out.number("heartbeats_sent", v.heartbeats_sent).number("heartbeats_received", v.heartbeats_received);
+    out.number("receipts_sent", v.receipts_sent).number("receipts_received", v.receipts_received);
+    out.number("sends_ok", v.sends_ok).number("sends_timedout", v.sends_timedout);
+    out.number("sends_cancelled", v.sends_cancelled).number("sends_refused", v.sends_refused);
+    out.number("replies", v.replies).number("pushes", v.pushes);
+    out.number("connects_begun", v.connects_begun).number("connects_up", v.connects_up);
+    out.number("connects_failed", v.connects_failed).number("breaks_by_peer", v.breaks_by_peer);
+    out.number("breaks_by_error", v.breaks_by_error).number("breaks_by_silence", v.breaks_by_silence);
+    out.number("closes", v.closes).number("queued_frames", v.queued_frames);
+    out.number("queued_bytes", v.queued_bytes).number("tracked_sends", v.tracked_sends);
+    out.number("received_waiting", v.received_waiting);
+    out.number("received_waiting_bytes", v.received_waiting_bytes);
+    return out.number("longest_callback_us", v.longest_callback_us).take();
+}
+
+void putExt(ObjectText & out, tavMsgExt const & ext) {
+    if (ext.serverTime) {
+        out.number("server_time", *ext.serverTime);
+    }
+    if (ext.clientTime) {
+        out.number("client_time", *ext.clientTime);
+    }
+    if (ext.traceId) {
+        out.text("trace_id", std::string(tav_istr(*ext.traceId)));
+    }
+}
+
+void putMessage(ObjectText & out, unsigned short code, tav_istr body,
+                std::shared_ptr<Template const> const & messages) {
+    out.number("code", code);
+    std::string const class_name = messages ? messages->classOf(code) : std::string();
+    if (!class_name.empty()) {
+        out.text("class", class_name);
+        try {
+            out.raw("message", messages->decode(body, code));
+            return;
+        } catch (Failure const & e) {
+            out.text("name", e.name).text("text", e.text);
+        }
+    }
+    out.text("body", base64(body));
+}
+
+unsigned short readCode(Fields & fields, std::string_view name,
+                        std::shared_ptr<Template const> const & messages) {
+    unsigned const i = fields.find(name);
+    if (i == 0 || fields.document().node(i).kind != Kind::string) {
+        if (i == 0) {
+            fields.necessaryText(name);
+        }
+        return static_cast<unsigned short>(fields.number(name, 0, no_code - 1, 0));
+    }
+    std::string const class_name = fields.text(name);
+    unsigned short const code = messages ? messages->codeOf(class_name) : no_code;
+    if (code == no_code) {
+        std::string const path = fields.document().path(i);
+        throw failureOf(failure::template_lacks_class,
+                        path + (messages ? ": the template has no code for the class " + class_name
+                                         : ": there is no template"),
+                        path, static_cast<long long>(fields.document().node(i).begin));
+    }
+    return code;
+}
+
+namespace {
+
+tavBytes readBody(Fields & fields) {
+    std::string const text = fields.text("body");
+    bool const sixteen = fields.word("as", {"base64", "hex"}, 0) == 1;
+    tavBytes out;
+    if (sixteen) {
+        bool const good =
+            text.size() % 2 == 0 && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+        if (!good) {
+            fields.refuse(fields.find("body"), "these are no hexadecimal digits");
+        }
+        out = tavHex16::decode(tav_istr(text));
+    } else if (isBase64(text)) {
+        tavBase64::decode(tav_istr(text), out);
+    } else {
+        fields.refuse(fields.find("body"), "this has to be base64");
+    }
+    return out;
+}
+
+} // namespace
+
+Encoded readOutgoing(Fields & fields, std::shared_ptr<Template const> const & messages) {
+    unsigned const message = fields.object("message");
+    Encoded out;
+    unsigned short code = no_code;
+    std::string class_name = fields.text("class");
+    if (fields.has("code")) {
+        code = static_cast<unsigned short>(fields.number("code", 0, no_code - 1, no_code));
+    }
+    if (message == 0) {
+        if (!fields.has("body")) {
+            throw failureOf(failure::field_missing, "message: give this, or body", "message");
+        }
+        out.body = readBody(fields);
+        out.code = code != no_code ? code : readCode(fields, "class", messages);
+        return out;
+    }
+    if (!messages) {
+        throw failureOf(failure::template_lacks_class, "message: there is no template to encode it by",
+                        "message");
+    }
+    if (code != no_code) {
+        std::string const of_code = messages->classOf(code);
+        if (of_code.empty() || (!class_name.empty() && class_name != of_code)) {
+            throw failureOf(failure::template_lacks_class,
+                            "code: the template has no class " + class_name + " of the code " +
+                                std::to_string(code),
+                            "code");
+        }
+        class_name = of_code;
+    }
+    if (class_name.empty()) {
+        fields.necessaryText("class");
+    }
+    return messages->encode(fields.document(), message, class_name);
+}
+
+std::string readType(Document const & document) {
+    if (document.node(Document::root).kind != Kind::object) {
+        throw failureOf(failure::bad_json, "a request is a JSON object", std::string(), 0);
+    }
+    Fields fields(document, Document::root);
+    return fields.necessaryText("@type");
+}
+
+namespace {
+
+using Templates = std::shared_ptr<Template const>;
+
+/// The template that the request gives, else the session's.
+Templates readTemplate(Session const * session, Fields & fields) {
+    std::string const text = templateText(fields);
+    if (!text.empty()) {
+        return std::make_shared<Template const>(text);
+    }
+    return session != nullptr ? session->messages() : nullptr;
+}
+
+std::string encode(Session const * session, Fields & fields, std::string_view extra) {
+    Templates const messages = readTemplate(session, fields);
+    bool const sixteen = fields.word("as", {"base64", "hex"}, 0) == 1;
+    Encoded const made = readOutgoing(fields, messages);
+    fields.finish();
+    ObjectText out("encoded", extra);
+    out.number("code", made.code).text("class", made.class_name);
+    return out.text("body", sixteen ? hex(tav_istr(made.body)) : base64(tav_istr(made.body))).take();
+}
+
+std::string decode(Session const * session, Fields & fields, std::string_view extra) {
+    Templates const messages = readTemplate(session, fields);
+    tavBytes const body = readBody(fields);
+    unsigned short const code = readCode(fields, fields.has("class") ? "class" : "code", messages);
+    fields.pass("code");
+    fields.finish();
+    if (!messages || messages->classOf(code).empty()) {
+        throw failureOf(failure::template_lacks_class,
+                        "code: there is no class of the code " + std::to_string(code), "code");
+    }
+    ObjectText out("decoded", extra);
+    out.number("code", code).text("class", messages->classOf(code));
+    return out.raw("message", messages->decode(tav_istr(body), code)).take();
+}
+
+/// Reads a request without carrying it out.
+std::string check(Session const * session, Fields & fields, std::string_view extra) {
+    unsigned const object = fields.object("request");
+    Templates const messages = readTemplate(session, fields);
+    fields.finish();
+    if (object == 0) {
+        throw failureOf(failure::field_missing, "request: this is necessary", "request");
+    }
+    Fields in(fields.document(), object);
+    std::string const type = in.necessaryText("@type");
+    in.pass("@extra");
+    if (type == "connect") {
+        readConnect(in);
+    } else if (type == "send" || type == "request") {
+        for (char const * const each : {"time_limit_ms", "grey", "version"}) {
+            in.pass(each);
+        }
+        if (type == "send") {
+            in.flag("receipt", false);
+            in.text("target");
+        } else {
+            readCode(in, "reply", messages);
+        }
+        readOutgoing(in, messages);
+        in.finish();
+    } else {
+        throw Failure(code_unknown_type, "unknown_type",
+                      "request.@type: only connect, send and request are checked", "request.@type");
+    }
+    return ObjectText("ok", extra).take();
+}
+
+std::string version(Fields & fields, std::string_view extra) {
+    fields.finish();
+    return ObjectText("version", extra)
+        .text("release", version_t::release())
+        .text("build", version_t::str())
+        .take();
+}
+
+std::string log(Fields & fields, std::string_view extra) {
+    std::string const levels = fields.necessaryText("levels");
+    fields.finish();
+    try {
+        tavLogger::setLogLevel(tav_istr(levels));
+    } catch (std::invalid_argument const & e) {
+        fields.refuse(fields.find("levels"), e.what());
+    }
+    return ObjectText("ok", extra).take();
+}
+
+std::string ofClient(Session const * session, Fields & fields, std::string_view type,
+                     std::string_view extra) {
+    fields.finish();
+    auto const client = session != nullptr ? session->client() : nullptr;
+    if (!client) {
+        throw failureOf(failure::closed, std::string(type) + " needs a client");
+    }
+    return type == "state" ? stateText(*client, extra) : statisticsText(*client, extra);
+}
+
+} // namespace
+
+bool serveAtOnce(Session const * session, Fields & fields, std::string_view type, std::string_view extra,
+                 std::string & answer) {
+    if (type == "version") {
+        answer = version(fields, extra);
+    } else if (type == "encode") {
+        answer = encode(session, fields, extra);
+    } else if (type == "decode") {
+        answer = decode(session, fields, extra);
+    } else if (type == "check") {
+        answer = check(session, fields, extra);
+    } else if (type == "log") {
+        answer = log(fields, extra);
+    } else if (type == "state" || type == "statistics") {
+        answer = ofClient(session, fields, type, extra);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+} // namespace json_client
+} // namespace tav

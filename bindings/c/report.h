@@ -1,0 +1,31 @@
+#ifndef TAV_BINDINGS_C_REPORT_H
+#define TAV_BINDINGS_C_REPORT_H
+
+#include "bindings/c/fields.h"
+#include "bindings/c/message.h"
+
+#include "tav/vinta/vinta_tls_client.h"
+
+#include <memory>
+#include <string>
+
+/// What answers and events say.
+namespace tav {
+namespace json_client {
+
+std::string connectedText(tls::client & client);
+std::string disconnectedText(tls::failure why, std::string const & text);
+/// The answer of "state".
+std::string stateText(tls::client & client, std::string_view extra);
+/// The answer of "statistics".
+std::string statisticsText(tls::client const & client, std::string_view extra);
+void putExt(ObjectText & out, tavMsgExt const & ext);
+
+/// A code: a number, or the name of a class of the template.
+unsigned short readCode(Fields & fields, std::string_view name,
+                        std::shared_ptr<Template const> const & messages);
+
+} // namespace json_client
+} // namespace tav
+
+#endif

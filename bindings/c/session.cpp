@@ -1,0 +1,488 @@
+#include "bindings/c/session.h"
+
+#include "bindings/c/report.h"
+
+#include <chrono>
+#include <limits>
+#include <new>
+#include <thread>
+#include <utility>
+
+namespace tav {
+namespace json_client {
+
+namespace {
+
+using tls::failure;
+
+constexpr int default_limit_ms = 30000;
+constexpr int longest_limit_ms = std::numeric_limits<int>::max() - 5;
+
+int readLimit(Fields & fields) {
+    return static_cast<int>(fields.number("time_limit_ms", 1, longest_limit_ms, default_limit_ms));
+}
+
+Failure lastFailure() {
+    auto const why = static_cast<failure>(tls::last_failure().value());
+    return failureOf(why == failure::none ? failure::other : why);
+}
+
+} // namespace
+
+Session::Session(std::string const & name) : client_(std::make_shared<tls::client>(tav_istr(name))) {}
+
+void Session::open() {
+    client_->set_old_msg_default_callback(
+        [weak = weak_from_this()](unsigned long long sno, unsigned short code, unsigned char const * data,
+                                  unsigned size, tavMsgExt const & ext) {
+            if (auto const self = weak.lock()) {
+                self->onMessage(sno, code, tav_istr(data, size), ext);
+            }
+        });
+}
+
+std::shared_ptr<Template const> Session::messages() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return messages_;
+}
+
+std::shared_ptr<tls::client> Session::client() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return client_;
+}
+
+bool Session::send(std::string_view request) {
+    Document document;
+    Failure fault(0, std::string(), std::string());
+    bool const good = document.read(request, fault);
+    unsigned const extra = document.member(Document::root, "@extra");
+    std::string kept = extra != 0 ? std::string(document.raw(extra)) : std::string();
+    if (!outbox_->begin()) {
+        return false;
+    }
+    TicketPtr ticket;
+    try {
+        ticket = std::make_shared<Ticket>(outbox_, std::move(kept));
+    } catch (std::bad_alloc const &) {
+        outbox_->forget();
+        throw;
+    }
+    try {
+        if (!good) {
+            throw fault;
+        }
+        std::string const type = readType(document);
+        Fields fields(document, Document::root);
+        fields.pass("@type");
+        fields.pass("@extra");
+        serve(ticket, fields, type);
+    } catch (Failure const & e) {
+        ticket->fail(e);
+    } catch (std::bad_alloc const &) {
+        ticket->fail(failureOf(failure::out_of_memory));
+    } catch (std::exception const & e) {
+        ticket->fail(failureOf(failure::other, e.what()));
+    }
+    return true;
+}
+
+void Session::serve(TicketPtr const & ticket, Fields & fields, std::string_view type) {
+    std::string text;
+    if (type == "connect") {
+        auto wish = std::make_shared<ConnectWish>(readConnect(fields));
+        int const limit_ms = wish->limit_ms;
+        connect(ticket, std::move(wish), limit_ms);
+    } else if (type == "reconnect") {
+        reconnect(ticket, fields);
+    } else if (type == "disconnect") {
+        disconnect(ticket, fields);
+    } else if (type == "send") {
+        sendMessage(ticket, fields);
+    } else if (type == "request") {
+        request(ticket, fields);
+    } else if (serveAtOnce(this, fields, type, ticket->extra(), text)) {
+        ticket->answer(std::move(text));
+    } else {
+        throw Failure(code_unknown_type, "unknown_type", "@type: there is no request " + std::string(type),
+                      "@type");
+    }
+}
+
+void Session::leaveInLock() {
+    ++era_;
+    if (up_) {
+        up_ = false;
+        outbox_->event(disconnectedText(failure::cancelled, std::string()));
+    }
+    outbox_->stir();
+}
+
+void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish const> wish, int limit_ms) {
+    auto const call = std::make_shared<Call>(ticket);
+    std::lock_guard<std::mutex> const turn(turn_);
+    std::shared_ptr<tls::client> client;
+    Era era = 0;
+    bool replaces = false;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        if (!client_) {
+            throw failureOf(failure::closed);
+        }
+        if (attempt_) {
+            throw failureOf(failure::busy);
+        }
+        client = client_;
+        replaces = up_;
+        leaveInLock();
+        era = era_;
+        attempt_ = call;
+        wish_ = wish;
+        messages_ = wish->messages;
+    }
+    if (replaces) {
+        client->close();
+    }
+    std::shared_ptr<tls::connect_info> info;
+    try {
+        info = client->start(optionFor(*wish, limit_ms, era));
+    } catch (...) {
+        takeAttempt(era);
+        throw;
+    }
+    if (!info) {
+        Failure const why = lastFailure();
+        takeAttempt(era);
+        throw why;
+    }
+    call->known(info);
+}
+
+void Session::reconnect(TicketPtr const & ticket, Fields & fields) {
+    int const limit_ms = readLimit(fields);
+    fields.finish();
+    std::shared_ptr<ConnectWish const> wish;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        wish = wish_;
+    }
+    if (!wish) {
+        throw failureOf(failure::not_connected, "there was no connect that could be made again");
+    }
+    connect(ticket, std::move(wish), limit_ms);
+}
+
+void Session::disconnect(TicketPtr const & ticket, Fields & fields) {
+    fields.finish();
+    std::lock_guard<std::mutex> const turn(turn_);
+    std::shared_ptr<tls::client> client;
+    std::shared_ptr<Call> attempt;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        client = client_;
+        attempt.swap(attempt_);
+        leaveInLock();
+    }
+    if (client) {
+        client->close();
+    }
+    if (attempt) {
+        attempt->ticket().fail(failureOf(failure::cancelled));
+    }
+    ticket->answer(ObjectText("ok", ticket->extra()).take());
+}
+
+void Session::sendMessage(TicketPtr const & ticket, Fields & fields) {
+    bool const receipt = fields.flag("receipt", false);
+    int const limit_ms = receipt ? readLimit(fields) : 0;
+    bool const grey = fields.flag("grey", false);
+    auto const version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
+    std::string const target = fields.text("target");
+    Encoded const out = readOutgoing(fields, messages());
+    bool const old = out.code < 0x100;
+    fields.finish();
+    if (old && receipt) {
+        fields.refuse(fields.find("receipt"), "a message of a code up to 255 has no receipt");
+    }
+    auto const client = this->client();
+    if (!client) {
+        throw failureOf(failure::closed);
+    }
+    if (receipt) {
+        tls::send_option option(limit_ms, tls::timedout_function(), grey, version);
+        option.ack = out.code;
+        sendTracked(ticket, out.code, out.body, option);
+        return;
+    }
+    tls::send_option option(0, tls::timedout_function(), grey, version);
+    if (old) {
+        client->send_old_nbr_msg(static_cast<unsigned char>(out.code), tav_istr(out.body), tav_istr(target));
+    } else {
+        client->send_nbr_msg(out.code, out.body.data(), out.body.size(), option, tav_istr(target));
+    }
+    if (tls::last_failure()) {
+        throw lastFailure();
+    }
+    ticket->answer(ObjectText("ok", ticket->extra()).take());
+}
+
+void Session::request(TicketPtr const & ticket, Fields & fields) {
+    int const limit_ms = readLimit(fields);
+    bool const grey = fields.flag("grey", false);
+    auto const version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
+    auto const templates = messages();
+    unsigned short const reply = readCode(fields, "reply", templates);
+    Encoded const out = readOutgoing(fields, templates);
+    fields.finish();
+    if (out.code < 0x100) {
+        throw failureOf(failure::value_does_not_fit, "code: a message of a code up to 255 has no reply",
+                        "code");
+    }
+    tls::send_option option(limit_ms, tls::timedout_function(), grey, version);
+    option.ack = reply;
+    sendTracked(ticket, out.code, out.body, option);
+}
+
+void Session::sendTracked(TicketPtr const & ticket, unsigned short code, tavBytes const & body,
+                          tls::send_option & option) {
+    auto const call = std::make_shared<Call>(ticket);
+    option.set_on_timedout([call](unsigned long long, unsigned short, bool cancelled) {
+        call->ended(cancelled ? failure::cancelled : failure::timed_out, std::string());
+    });
+    bool const receipt = option.ack == code;
+    option.set_nbr_ack_callback([call, receipt, templates = messages()](
+                                    unsigned long long sno, unsigned short reply, unsigned char const * data,
+                                    unsigned size, tavMsgExt const & ext) {
+        Ticket & to = call->ticket();
+        try {
+            ObjectText text(receipt ? "receipt" : "reply", to.extra());
+            text.number("sno", sno);
+            putExt(text, ext);
+            putMessage(text, reply, tav_istr(data, size), templates);
+            to.answer(text.take());
+        } catch (std::bad_alloc const &) {
+            to.fail(failureOf(failure::out_of_memory));
+        }
+    });
+    auto const client = this->client();
+    std::shared_ptr<tls::send_info> info;
+    if (client) {
+        info = client->send_nbr_msg(code, body.data(), body.size(), option);
+    }
+    if (!info) {
+        ticket->fail(client ? lastFailure() : failureOf(failure::closed));
+        return;
+    }
+    call->known(info);
+}
+
+tls::connect_option Session::optionFor(ConnectWish const & wish, int limit_ms, Era era) {
+    tls::connect_option option = wish.option;
+    auto const weak = weak_from_this();
+    option.timedout.wait_ms(limit_ms);
+    option.timedout.set_on_timedout([weak, era](unsigned long long, unsigned short, bool cancelled) {
+        if (auto const self = weak.lock()) {
+            self->onTimedOut(era, cancelled);
+        }
+    });
+    option.set_on_open([weak, era, heartbeat = wish.heartbeat] {
+        if (auto const self = weak.lock()) {
+            self->onOpen(era, heartbeat);
+        }
+    });
+    option.set_on_error([weak, era](unsigned long long, unsigned short, int code, char const * text) {
+        if (auto const self = weak.lock()) {
+            self->onError(era, code, text);
+        }
+    });
+    option.set_on_heartbeat_timedout([weak, era] {
+        if (auto const self = weak.lock()) {
+            self->onSilence(era);
+        }
+    });
+    option.set_nbr_msg_callback([weak](unsigned long long sno, unsigned short code,
+                                       unsigned char const * data, unsigned size, tavMsgExt const & ext) {
+        if (auto const self = weak.lock()) {
+            self->onMessage(sno, code, tav_istr(data, size), ext);
+        }
+    });
+    option.limits.on_queue = [weak](bool full) {
+        if (auto const self = weak.lock()) {
+            self->outbox_->event(ObjectText("queue", std::string()).flag("full", full).take());
+        }
+    };
+    if (auto const through = option.on_http_proxy_connect_) {
+        option.set_on_http_proxy_connect(
+            [weak, era, through](unsigned socket, char const * host, unsigned short port) {
+                int const result = through(socket, host, port);
+                auto const self = weak.lock();
+                if (result != 0 && self) {
+                    self->onProxyRefused(era);
+                }
+                return result;
+            });
+    }
+    return option;
+}
+
+std::shared_ptr<Call> Session::takeAttempt(Era era) {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return era == era_ ? std::move(attempt_) : nullptr;
+}
+
+void Session::onOpen(Era era, bool heartbeat) {
+    auto const client = this->client();
+    if (!client) {
+        return;
+    }
+    client->should_check_heartbeat(heartbeat);
+    std::string text = connectedText(*client);
+    unsigned long long const breaks = client->statistics().breaks_by_peer;
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (era != era_ || !attempt_) {
+        return;
+    }
+    outbox_->event(std::move(text));
+    up_ = true;
+    breaks_by_peer_ = breaks;
+    Ticket & ticket = attempt_->ticket();
+    ticket.answer(ObjectText("ok", ticket.extra()).take());
+    attempt_.reset();
+}
+
+bool Session::isUp(Era era) const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return era == era_ && up_;
+}
+
+bool Session::broken(Era era, failure why, std::string const & text) {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (era != era_ || !up_) {
+        return false;
+    }
+    up_ = false;
+    outbox_->event(disconnectedText(why, text));
+    return true;
+}
+
+void Session::onError(Era era, int code, std::string const & text) {
+    constexpr int failed_completion = 10;
+    auto const client = this->client();
+    if (!client) {
+        return;
+    }
+    unsigned long long before = 0;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        before = breaks_by_peer_;
+    }
+    bool const by_peer = client->statistics().breaks_by_peer > before;
+    failure const why = by_peer                     ? failure::closed_by_peer
+                        : code == failed_completion ? failure::bad_frame
+                                                    : failure::connection_lost;
+    if (code == failed_completion && isUp(era)) {
+        // Nothing is read of such a connection any more.
+        client->close();
+    }
+    if (!broken(era, why, text)) {
+        if (auto const attempt = takeAttempt(era)) {
+            attempt->ended(failure::connection_lost, text);
+        }
+    }
+}
+
+void Session::onTimedOut(Era era, bool cancelled) {
+    if (!cancelled) {
+        abandon(era);
+    }
+    if (auto const attempt = takeAttempt(era)) {
+        attempt->ended(cancelled ? failure::cancelled : failure::timed_out, std::string());
+    }
+}
+
+// The attempt would go on behind its answer.  It stays the one under way meanwhile, so that no other one is
+// closed in its place.
+void Session::abandon(Era era) {
+    std::shared_ptr<tls::client> client;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        if (era == era_ && attempt_) {
+            client = client_;
+        }
+    }
+    if (client) {
+        client->close();
+    }
+}
+
+void Session::onSilence(Era era) {
+    broken(era, failure::peer_silent, std::string());
+}
+
+void Session::onProxyRefused(Era era) {
+    abandon(era);
+    if (auto const attempt = takeAttempt(era)) {
+        attempt->ticket().fail(failureOf(failure::proxy_refused));
+    }
+}
+
+void Session::onMessage(unsigned long long sno, unsigned short code, tav_istr body, tavMsgExt const & ext) {
+    std::shared_ptr<Template const> templates;
+    std::shared_ptr<tls::client> client;
+    std::size_t most = 0;
+    Era era = 0;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        templates = messages_;
+        client = client_;
+        most = wish_ ? wish_->option.limits.received_waiting : 0;
+        era = era_;
+    }
+    ObjectText text("push", std::string());
+    text.number("sno", sno);
+    putExt(text, ext);
+    putMessage(text, code, body, templates);
+    if (most != 0) {
+        // Who limits what waits has the gateway held back, which the client does while this callback lasts.
+        outbox_->waitForRoom(most, [&] {
+            std::lock_guard<std::mutex> const guard(mutex_);
+            return era == era_ && up_ && client_ && client && client->connected();
+        });
+    }
+    outbox_->event(text.take());
+}
+
+bool Session::end() noexcept {
+    if (!outbox_->end()) {
+        return false;
+    }
+    std::lock_guard<std::mutex> const turn(turn_);
+    std::shared_ptr<tls::client> client;
+    std::shared_ptr<Call> attempt;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        client.swap(client_);
+        attempt.swap(attempt_);
+        try {
+            leaveInLock();
+        } catch (std::bad_alloc const &) {
+            // The word of the end is "closed".
+        }
+    }
+    if (client) {
+        client->close();
+        // A callback must not be the last to hold it: it would have to wait for its own thread.
+        while (client.use_count() > 1) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        client.reset();
+    }
+    if (attempt) {
+        attempt->ticket().fail(failureOf(failure::cancelled));
+        attempt.reset();
+    }
+    outbox_->close();
+    return true;
+}
+
+} // namespace json_client
+} // namespace tav

@@ -1,0 +1,100 @@
+#ifndef TAV_BINDINGS_C_SESSION_H
+#define TAV_BINDINGS_C_SESSION_H
+
+#include "bindings/c/options.h"
+#include "bindings/c/outbox.h"
+
+#include "tav/vinta/vinta_tls_client.h"
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+namespace tav {
+namespace json_client {
+
+/// One client of the interface in JSON.  Thread safety: all operations.
+class Session : public std::enable_shared_from_this<Session> {
+public:
+    explicit Session(std::string const & name);
+
+    /// To be called once, ahead of all else.
+    void open();
+    /// False, and nothing was done, if the end has come.  Throws std::bad_alloc in that case too.
+    bool send(std::string_view request);
+    Outbox::Found receive(std::string & out, double seconds) { return outbox_->receive(out, seconds); }
+    /// False if that was done before.
+    bool end() noexcept;
+    /// "closed" has been received.
+    bool isDone() const { return outbox_->isDone(); }
+
+    std::shared_ptr<Template const> messages() const;
+    /// Null if the end has come.
+    std::shared_ptr<tls::client> client() const;
+
+private:
+    using TicketPtr = std::shared_ptr<Ticket>;
+
+    /// Which connection a callback is for; 0 is none.
+    using Era = unsigned long long;
+
+    void serve(TicketPtr const & ticket, Fields & fields, std::string_view type);
+    void connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish const> wish, int limit_ms);
+    void reconnect(TicketPtr const & ticket, Fields & fields);
+    void disconnect(TicketPtr const & ticket, Fields & fields);
+    void sendMessage(TicketPtr const & ticket, Fields & fields);
+    void request(TicketPtr const & ticket, Fields & fields);
+    void sendTracked(TicketPtr const & ticket, unsigned short code, tavBytes const & body,
+                     tls::send_option & option);
+
+    tls::connect_option optionFor(ConnectWish const & wish, int limit_ms, Era era);
+    /// A connection of which nothing more is to be told is over.
+    void leaveInLock();
+
+    void onOpen(Era era, bool heartbeat);
+    void onError(Era era, int code, std::string const & text);
+    void onTimedOut(Era era, bool cancelled);
+    void onSilence(Era era);
+    void onProxyRefused(Era era);
+    void onMessage(unsigned long long sno, unsigned short code, tav_istr body, tavMsgExt const & ext);
+    /// Tells that the connection is over; false if it was not up.
+    bool broken(Era era, tls::failure why, std::string const & text);
+    std::shared_ptr<Call> takeAttempt(Era era);
+    void abandon(Era era);
+    bool isUp(Era era) const;
+
+    std::shared_ptr<Outbox> const outbox_ = std::make_shared<Outbox>();
+
+    /// Held by whoever starts, closes or ends the connection by the application's word.
+    std::mutex turn_;
+    /// Never held while the client is called for that.
+    mutable std::mutex mutex_;
+    std::shared_ptr<tls::client> client_;
+    Era era_ = 0;
+    bool up_ = false;
+    unsigned long long breaks_by_peer_ = 0;
+    /// The connect that has no answer yet.
+    std::shared_ptr<Call> attempt_;
+    std::shared_ptr<ConnectWish const> wish_;
+    std::shared_ptr<Template const> messages_;
+};
+
+/// The answer of a request that needs no waiting; false if it is none of these.
+bool serveAtOnce(Session const * session, Fields & fields, std::string_view type, std::string_view extra,
+                 std::string & answer);
+
+/// A message that is to be sent, as `send` and `request` name it.
+Encoded readOutgoing(Fields & fields, std::shared_ptr<Template const> const & messages);
+
+/// The members that tell a message: "class" and "message" if the template has them, else "body" in base64.
+void putMessage(ObjectText & out, unsigned short code, tav_istr body,
+                std::shared_ptr<Template const> const & messages);
+
+/// The type of a request; throws a Failure if it has none.
+std::string readType(Document const & document);
+
+} // namespace json_client
+} // namespace tav
+
+#endif

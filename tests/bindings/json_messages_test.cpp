@@ -1,0 +1,196 @@
+#include "bindings/json_rig.h"
+
+using namespace tav_test;
+
+namespace {
+
+Json encode(Json const & message) {
+    return execute({{"@type", "encode"}, {"template", chat}, {"class", "chat.Say"}, {"message", message}});
+}
+
+/// What comes back of a message.
+Json roundTrip(Json const & message) {
+    Json const made = encode(message);
+    return execute({{"@type", "decode"}, {"template", chat}, {"code", 0x3001}, {"body", made["body"]}});
+}
+
+Json whole() {
+    return {{"text", "hello"}, {"tags", {"a", "b"}}, {"votes", {{"ann", 2}}}};
+}
+
+Json with(char const * name, Json const & value) {
+    Json out = whole();
+    out[name] = value;
+    return out;
+}
+
+/// The field that an error blames.
+std::string blamed(Json const & answer) {
+    return answer["@type"] == "error" ? answer["name"].get<std::string>() + " " + answer.value("field", "")
+                                      : answer.dump();
+}
+
+} // namespace
+
+TEST(JsonMessages, EncodeIsWhatTheTemplateMakes) {
+    Json const made = encode({{"text", "hi"}});
+    EXPECT_EQ(made["@type"], "encoded");
+    EXPECT_EQ(made["code"], 0x3001);
+    EXPECT_EQ(made["class"], "chat.Say");
+    Json const again = execute({{"@type", "encode"},
+                                {"template", chat},
+                                {"class", "chat.Say"},
+                                {"message", {{"text", "hi"}}},
+                                {"as", "hex"}});
+    Json const back = execute({{"@type", "decode"},
+                               {"template", chat},
+                               {"class", "chat.Say"},
+                               {"body", again["body"]},
+                               {"as", "hex"}});
+    EXPECT_EQ(back["message"], (Json{{"text", "hi"}})) << again;
+}
+
+TEST(JsonMessages, EveryFieldKindComesBack) {
+    Json message = whole();
+    message["mood"] = -128;
+    message["place"] = {{"city", "Utrecht"}, {"latitude", 52.09}};
+    message["file"] = "AAECAw==";
+    message["big"] = "9223372036854775807";
+    message["sure"] = true;
+    message["kind"] = 1;
+    message["age"] = 150;
+    message["ratio"] = -0.5;
+    message["numbers"] = {{"7", "seven"}};
+    message["places"] = {{{"city", "a"}}, {{"city", "b"}}};
+    Json const back = roundTrip(message)["message"];
+    Json expected = message;
+    expected["votes"] = {{"ann", "2"}};
+    EXPECT_EQ(back, expected);
+}
+
+TEST(JsonMessages, TextsKeepEveryCharacter) {
+    std::string const text = std::string("\x01 \x1f \x7f \" \\ / ' \b\f\n\r\t { } [ ] , : null ") +
+                             std::string(1, '\0') + " \xc3\xa9 \xf0\x9f\x98\x80 \xef\xbf\xbf";
+    Json const message = {{"text", text}, {"tags", {text, ""}}};
+    EXPECT_EQ(roundTrip(message)["message"], message);
+}
+
+TEST(JsonMessages, EscapesOfOtherWritersAreCharacters) {
+    Json const made = Json::parse(tav_json_execute(
+        nullptr, (R"({"@type":"encode","class":"chat.Say","message":{"text":"\u00e9\u0022\u005c\ud83d\ude00)"
+                  R"(\u0000\uFFFF\/"},"template":)" +
+                  Json(chat).dump() + "}")
+                     .c_str()));
+    Json const back =
+        execute({{"@type", "decode"}, {"template", chat}, {"code", 0x3001}, {"body", made["body"]}});
+    std::string const expected =
+        std::string("\xc3\xa9\"\\\xf0\x9f\x98\x80") + std::string(1, '\0') + "\xef\xbf\xbf/";
+    EXPECT_EQ(back["message"]["text"], expected) << made;
+}
+
+TEST(JsonMessages, KeysOfMapsAreTextsLikeOthers) {
+    std::string const hostile = "x\":1},\"text\":\"evil\",\"m\":{\"y";
+    Json const message = {{"text", "good"}, {"votes", {{hostile, "1"}, {"O\"Br\\ien\n", "2"}, {"fa", "3"}}}};
+    EXPECT_EQ(roundTrip(message)["message"], message);
+}
+
+TEST(JsonMessages, BytesThatAreNoUtf8BecomeReplacementCharacters) {
+    // NBR of a Say whose text is FF 41.
+    Json const made = encode({{"text", "zA"}});
+    Json hex = execute({{"@type", "encode"},
+                        {"template", chat},
+                        {"class", "chat.Say"},
+                        {"message", {{"text", "zA"}}},
+                        {"as", "hex"}})["body"];
+    std::string bytes = hex;
+    ASSERT_NE(bytes.find("7a41"), std::string::npos);
+    bytes.replace(bytes.find("7a41"), 4, "ff41");
+    Json const back =
+        execute({{"@type", "decode"}, {"template", chat}, {"code", 0x3001}, {"body", bytes}, {"as", "hex"}});
+    EXPECT_EQ(back["message"]["text"], "\xef\xbf\xbd"
+                                       "A");
+}
+
+TEST(JsonMessages, AValueThatDoesNotFitNamesItsPlace) {
+    EXPECT_EQ(blamed(encode(with("mood", 128))), "value_does_not_fit message.mood");
+    EXPECT_EQ(blamed(encode(with("mood", 1.5))), "value_does_not_fit message.mood");
+    EXPECT_EQ(blamed(encode(with("mood", true))), "value_does_not_fit message.mood");
+    EXPECT_EQ(blamed(encode(with("mood", "1"))), "value_does_not_fit message.mood");
+    EXPECT_EQ(blamed(encode(with("text", 1))), "value_does_not_fit message.text");
+    EXPECT_EQ(blamed(encode(with("text", Json::object()))), "value_does_not_fit message.text");
+    EXPECT_EQ(blamed(encode(with("sure", 1))), "value_does_not_fit message.sure");
+    EXPECT_EQ(blamed(encode(with("tags", {"a", nullptr}))), "value_does_not_fit message.tags[1]");
+    EXPECT_EQ(blamed(encode(with("tags", "a"))), "value_does_not_fit message.tags");
+    EXPECT_EQ(blamed(encode(with("votes", {{"ann", "x"}}))), "value_does_not_fit message.votes.ann");
+    EXPECT_EQ(blamed(encode(with("place", Json::array()))), "value_does_not_fit message.place");
+    EXPECT_EQ(blamed(encode(with("places", {{{"city", 1}}}))), "value_does_not_fit message.places[0].city");
+    EXPECT_EQ(blamed(encode(with("big", "9223372036854775808"))), "value_does_not_fit message.big");
+    EXPECT_EQ(blamed(encode(with("file", "AAE"))), "value_does_not_fit message.file");
+    EXPECT_EQ(blamed(encode(with("age", 151))), "value_does_not_fit message.age");
+    EXPECT_EQ(blamed(encode(with("kind", 7))), "value_does_not_fit message.kind");
+}
+
+TEST(JsonMessages, ANameThatNoFieldHasIsRefused) {
+    EXPECT_EQ(blamed(encode(with("txt", "a"))), "unknown_field message.txt");
+    EXPECT_EQ(blamed(encode(with("place", {{"citty", "a"}}))), "unknown_field message.place.citty");
+}
+
+TEST(JsonMessages, AMissingFieldIsNamed) {
+    EXPECT_EQ(blamed(encode(Json::object())), "field_missing message.text");
+}
+
+TEST(JsonMessages, AnErrorHasThePositionOfTheValue) {
+    std::string const request = R"({"@type":"encode","class":"chat.Say","message":{"text":"a","mood":300},)"
+                                R"("template":)" +
+                                Json(chat).dump() + "}";
+    Json const answer = Json::parse(tav_json_execute(nullptr, request.c_str()));
+    EXPECT_EQ(answer["position"], request.find("300")) << answer;
+}
+
+TEST(JsonMessages, AClassThatTheTemplateLacksIsNamed) {
+    Json const answer =
+        execute({{"@type", "encode"}, {"template", chat}, {"class", "chat.No"}, {"message", Json::object()}});
+    EXPECT_EQ(blamed(answer), "template_lacks_class class");
+    EXPECT_NE(answer["text"].get<std::string>().find("chat.No"), std::string::npos);
+    EXPECT_EQ(blamed(execute({{"@type", "encode"}, {"class", "chat.Say"}, {"message", Json::object()}})),
+              "template_lacks_class message");
+}
+
+TEST(JsonMessages, ATemplateThatCantBeReadIsNamed) {
+    EXPECT_EQ(blamed(execute({{"@type", "encode"}, {"template", "Say:object("}, {"class", "a"}})),
+              "bad_template template");
+    EXPECT_EQ(blamed(execute({{"@type", "encode"}, {"template_file", "/nowhere/x.pml"}, {"class", "a"}})),
+              "value_does_not_fit template_file");
+}
+
+TEST(JsonMessages, AMessageThatLacksFieldsIsAnError) {
+    Json const lacking = execute({{"@type", "encode"},
+                                  {"template", "A:object(__class__(A) __code__(3001) [2]mood:int8())"},
+                                  {"class", "A"},
+                                  {"message", {{"mood", 1}}}});
+    Json const answer =
+        execute({{"@type", "decode"}, {"template", chat}, {"code", 0x3001}, {"body", lacking["body"]}});
+    EXPECT_EQ(answer["@type"], "error") << answer;
+    EXPECT_EQ(answer["name"], "bad_reply") << answer;
+}
+
+TEST(JsonMessages, AnyBytesAsBodyGiveJsonOrAnError) {
+    std::string const body = execute({{"@type", "encode"},
+                                      {"template", chat},
+                                      {"class", "chat.Say"},
+                                      {"as", "hex"},
+                                      {"message", with("place", {{"city", "u"}})}})["body"];
+    unsigned long long state = 88172645463325252ull;
+    for (int i = 0; i < 3000; ++i) {
+        std::string changed = body;
+        for (int n = 0; n < 3; ++n) {
+            state ^= state << 13u;
+            state ^= state >> 7u;
+            state ^= state << 17u;
+            changed[state % changed.size()] = "0123456789abcdef"[state >> 60u];
+        }
+        Json const answer = execute(
+            {{"@type", "decode"}, {"template", chat}, {"code", 0x3001}, {"body", changed}, {"as", "hex"}});
+        ASSERT_TRUE(answer["@type"] == "decoded" || answer["@type"] == "error") << changed;
+    }
+}
