@@ -2,6 +2,9 @@
 include(CMakePackageConfigHelpers)
 install(TARGETS tav_im_nbr tav_im_nbr_kit EXPORT tav_im_nbrTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
                                                                    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(TAV_JSON)
+    install(TARGETS tav_im_json EXPORT tav_im_nbrTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 set(tav_package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/tav_im_nbr)
@@ -30,3 +33,7 @@ if(NOT TAV_SHARED)
 endif()
 configure_file(${PROJECT_SOURCE_DIR}/cmake/tav_im_nbr.pc.in ${PROJECT_BINARY_DIR}/tav_im_nbr.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/tav_im_nbr.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+if(TAV_JSON)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/tav_im_json.pc.in ${PROJECT_BINARY_DIR}/tav_im_json.pc @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/tav_im_json.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endif()

@@ -33,8 +33,8 @@ arguments() { # EXAMPLE
 
 examples=("$@")
 if [ ${#examples[@]} -eq 0 ]; then
-    for source in "$project"/examples/*.cpp; do
-        name=$(basename "$source" .cpp)
+    for source in "$project"/examples/*.c "$project"/examples/*.cpp; do
+        name=$(basename "${source%.*}")
         # The one that wants a later standard may have been left out of the build.
         [ "$name" = coroutine ] && [ ! -x "$build/examples/coroutine" ] || examples+=("$name")
     done

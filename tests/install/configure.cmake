@@ -3,7 +3,7 @@
 include(${CMAKE_CURRENT_LIST_DIR}/steps.cmake)
 
 # As a tarball has them.
-foreach(entry CMakeLists.txt CMakePresets.json cmake include src gateway examples tests bench)
+foreach(entry CMakeLists.txt CMakePresets.json cmake include src bindings gateway examples tests bench)
     file(COPY ${SOURCE}/${entry} DESTINATION ${WORK}/tarball)
 endforeach()
 set(ENV{SOURCE_DATE_EPOCH})

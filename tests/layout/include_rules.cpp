@@ -91,7 +91,7 @@ std::map<std::string, std::string, std::less<>> const & publicHeaders() {
 }
 
 /// What stands beside the library and is built on its public headers alone.
-Names const beside = {"kit", "tools", "gateway", "examples", "bench"};
+Names const beside = {"kit", "tools", "bindings", "gateway", "examples", "bench"};
 
 bool startsWith(std::string_view text, std::string_view front) {
     return text.substr(0, front.size()) == front;
@@ -326,7 +326,7 @@ std::vector<std::string> brokenRules(std::vector<File> const & files) {
 std::vector<File> readTree(std::string const & root) {
     namespace fs = std::filesystem;
     std::vector<File> files;
-    for (char const * const top : {"include", "src", "kit", "tools", "gateway", "examples", "bench"}) {
+    for (char const * const top : {"include", "src", "kit", "tools", "bindings", "gateway", "examples", "bench"}) {
         if (!fs::exists(fs::path(root) / top)) {
             continue;
         }

@@ -1,7 +1,7 @@
 # What a user does with a tarball: a copy of the sources without a history, and a PREFIX of the user's choice.
 # long
 mkdir -p "$WORK/sources"
-for entry in CMakeLists.txt CMakePresets.json cmake include src; do
+for entry in CMakeLists.txt CMakePresets.json cmake include src bindings; do
     cp -r "$PROJECT/$entry" "$WORK/sources"
 done
 cd "$WORK/sources"
