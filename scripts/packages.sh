@@ -6,7 +6,7 @@
 library_packages=(g++ cmake make libasio-dev libssl-dev)
 demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libedit-dev)
 test_packages=("${demo_packages[@]}" openssl doxygen clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
-               protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev)
+               protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev python3 python3-pip mypy)
 lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)
 long_packages=(haproxy stunnel4)
 places_packages=("${library_packages[@]}" ninja-build ca-certificates clang g++-aarch64-linux-gnu

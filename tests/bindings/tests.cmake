@@ -37,3 +37,36 @@ endif()
 add_test(NAME library.json_is_never_unloaded
          COMMAND ${CMAKE_COMMAND} -DREADELF=${CMAKE_READELF} -DLIBRARY=$<TARGET_FILE:tav_im_json>
                  -P ${CMAKE_CURRENT_SOURCE_DIR}/symbols/nodelete.cmake)
+
+# The Python package, by the system's Python ahead of others.  Sanitizers have to be in a process from its start.
+if(NOT TAV_SANITIZE)
+    find_program(TAV_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH)
+    tav_find_program(test python3 TAV_PYTHON python3)
+    set(tav_python_folder ${PROJECT_SOURCE_DIR}/bindings/python)
+    set(tav_python_environment PYTHONPATH=${tav_python_folder} PYTHONDONTWRITEBYTECODE=1
+                               TAV_GATEWAY=$<TARGET_FILE:tav-gateway>
+                               TAV_IM_JSON_LIBRARY=$<TARGET_FILE:tav_im_json>)
+    foreach(theme client async_client bot)
+        add_test(NAME python.${theme} COMMAND ${TAV_PYTHON} -W error -m unittest -v tests.test_${theme}
+                 WORKING_DIRECTORY ${tav_python_folder})
+        set_tests_properties(python.${theme} PROPERTIES ENVIRONMENT "${tav_python_environment}" TIMEOUT 120)
+    endforeach()
+    add_test(NAME python.page_shows_what_works
+             COMMAND ${CMAKE_CURRENT_LIST_DIR}/with_gateway.sh $<TARGET_FILE:tav-gateway> ${TAV_PYTHON}
+                     ${tav_python_folder}/tests/page.py HOST PORT CA)
+    set_tests_properties(python.page_shows_what_works PROPERTIES ENVIRONMENT "${tav_python_environment}")
+    tav_find_program(test mypy TAV_MYPY mypy)
+    add_test(NAME python.is_typed
+             COMMAND ${TAV_MYPY} --strict --python-version 3.9 --cache-dir ${CMAKE_CURRENT_BINARY_DIR}/mypy tav_im
+                     tests/rig.py tests/test_client.py tests/test_async_client.py tests/test_bot.py examples/bot.py
+                     make_wheel.py
+             WORKING_DIRECTORY ${tav_python_folder})
+    if(TAV_SHARED AND TAV_INSTALL)
+        add_test(NAME python.wheel_is_made_installed_and_used
+                 COMMAND ${CMAKE_COMMAND} -DBUILD=${PROJECT_BINARY_DIR} -DPYTHON=${TAV_PYTHON}
+                         -DSOURCE=${tav_python_folder} -DWORK=${CMAKE_CURRENT_BINARY_DIR}/wheel-work
+                         -DGATEWAY=$<TARGET_FILE:tav-gateway> -DVERSION=${PROJECT_VERSION} -DLIBDIR=${CMAKE_INSTALL_LIBDIR}
+                         -P ${CMAKE_CURRENT_LIST_DIR}/wheel.cmake)
+        set_tests_properties(python.wheel_is_made_installed_and_used PROPERTIES TIMEOUT 300)
+    endif()
+endif()

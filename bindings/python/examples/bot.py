@@ -1,0 +1,55 @@
+"""A bot that answers whoever speaks to it, and comes back when its connection breaks.
+
+Usage: bot.py HOST PORT CA-FILE [MESSAGES]      it stops after so many messages, if told
+"""
+
+import asyncio
+import random
+import sys
+
+import tav_im
+
+TEMPLATE = """
+Say:object(__class__(bot.Say) __code__(3001) [1]user:string() [2]text:string())
+Said:object(__class__(bot.Said) __super__(bot.Say) __code__(3002))
+"""
+
+
+async def come_back(client: tav_im.AsyncClient) -> None:
+    pause = 0.5
+    while not client.connected:
+        await asyncio.sleep(random.uniform(0, pause))
+        pause = min(2 * pause, 30)
+        try:
+            await client.reconnect()
+        except tav_im.Error as error:
+            print("bot: not yet:", error, flush=True)
+
+
+async def answer(client: tav_im.AsyncClient, message: tav_im.Message) -> None:
+    print(f"{message['user']}: {message['text']}", flush=True)
+    words = {"user": "bot", "text": message["text"].upper() + "!"}
+    try:
+        await client.request("bot.Say", words, reply="bot.Said", time_limit=5)
+    except tav_im.Error as error:
+        print("bot: not said:", error, flush=True)
+
+
+async def main() -> None:
+    host, port, ca = sys.argv[1:4]
+    left = int(sys.argv[4]) if len(sys.argv) > 4 else -1
+    async with tav_im.AsyncClient("bot") as client:
+        await client.connect(host, port, ca=ca, template=TEMPLATE)
+        print("bot: here", flush=True)
+        async for event in client.events():
+            if event.type == "disconnected":
+                await come_back(client)
+            elif event.type == "push" and event.message.class_name == "bot.Say":
+                await answer(client, event.message)
+                left -= 1
+                if left == 0:
+                    return
+
+
+if __name__ == "__main__":
+    asyncio.run(main())

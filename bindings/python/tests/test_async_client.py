@@ -1,0 +1,96 @@
+import asyncio
+import unittest
+
+import tav_im
+
+from .rig import LIMIT, Gateway
+
+
+class AsyncClientTest(unittest.IsolatedAsyncioTestCase):
+    gateway: Gateway
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        cls.gateway = Gateway("--ask-affirm")
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        cls.gateway.stop()
+
+    async def connected(self) -> tav_im.AsyncClient:
+        client = tav_im.AsyncClient("test")
+        self.addAsyncCleanup(client.close)
+        await self.gateway.connect_async(client)
+        return client
+
+    async def next(self, client: tav_im.AsyncClient, kind: str) -> tav_im.Event:
+        while True:
+            event = await asyncio.wait_for(client.next_event(), LIMIT)
+            if event.type == kind:
+                return event
+
+    async def test_many_requests_wait_at_once(self) -> None:
+        client = await self.connected()
+        asked = [client.request("Say", {"text": str(i)}, reply="Said", time_limit=LIMIT) for i in range(50)]
+        replies = await asyncio.gather(*asked)
+        self.assertEqual([reply["text"] for reply in replies], [str(i) for i in range(50)])
+
+    async def test_messages_come_until_the_client_is_closed(self) -> None:
+        ann = await self.connected()
+        bob = await self.connected()
+        await bob.request("Say", {"text": "here"}, reply="Said", time_limit=LIMIT)
+
+        async def listen() -> list[str]:
+            return [message["text"] async for message in bob.messages()]
+
+        listening = asyncio.ensure_future(listen())
+        for text in ("a", "b", "c"):
+            await ann.request("Say", {"text": text}, reply="Said", time_limit=LIMIT)
+        # What the gateway passes on comes to bob ahead of the answer to what he asks next.
+        await bob.request("Say", {"text": "last"}, reply="Said", time_limit=LIMIT)
+        await bob.close()
+        self.assertEqual(await asyncio.wait_for(listening, LIMIT), ["a", "b", "c"])
+
+    async def test_connections_and_breaks_are_events(self) -> None:
+        client = await self.connected()
+        await self.next(client, "connected")
+        with self.assertRaises(tav_im.Error) as caught:
+            await client.request("CloseMe", {"text": ""}, reply="Said", time_limit=LIMIT)
+        self.assertEqual(caught.exception.name, "closed_by_peer")
+        self.assertEqual((await self.next(client, "disconnected")).data["name"], "closed_by_peer")
+        self.assertFalse(client.connected)
+        await client.reconnect(LIMIT)
+        self.assertTrue(client.connected)
+        await client.disconnect()
+        self.assertEqual(client.statistics()["connects_up"], 2)
+
+    async def test_a_task_that_is_cancelled_gives_its_answer_up(self) -> None:
+        client = await self.connected()
+        task = asyncio.ensure_future(client.request("Say", {"text": "a"}, reply="Said", time_limit=LIMIT))
+        await asyncio.sleep(0)
+        task.cancel()
+        with self.assertRaises(asyncio.CancelledError):
+            await task
+        reply = await client.request("Say", {"text": "b"}, reply="Said", time_limit=LIMIT)
+        self.assertEqual(reply["text"], "b")
+
+    async def test_errors_are_raised(self) -> None:
+        client = await self.connected()
+        with self.assertRaises(tav_im.Error) as caught:
+            await client.send("Say", {"text": 1})
+        self.assertEqual(caught.exception.field, "message.text")
+
+    async def test_close_ends_what_waits(self) -> None:
+        silent = Gateway("--silence")
+        self.addCleanup(silent.stop)
+        async with tav_im.AsyncClient() as client:
+            await silent.connect_async(client)
+            task = asyncio.ensure_future(client.request("Say", {"text": "a"}, reply="Said", time_limit=60))
+            await asyncio.sleep(0)
+        with self.assertRaises(tav_im.Error) as caught:
+            await asyncio.wait_for(task, LIMIT)
+        self.assertEqual(caught.exception.name, "cancelled")
+
+
+if __name__ == "__main__":
+    unittest.main()

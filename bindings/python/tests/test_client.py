@@ -1,0 +1,210 @@
+import threading
+import unittest
+from typing import List
+
+import tav_im
+
+from .rig import LIMIT, TEMPLATE, Gateway
+
+
+class ClientTest(unittest.TestCase):
+    gateway: Gateway
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        cls.gateway = Gateway("--ask-affirm")
+
+    @classmethod
+    def tearDownClass(cls) -> None:
+        cls.gateway.stop()
+
+    def connected(self) -> tav_im.Client:
+        client = tav_im.Client("test")
+        self.addCleanup(client.close)
+        self.gateway.connect(client)
+        return client
+
+    def next(self, client: tav_im.Client, kind: str) -> tav_im.Event:
+        while True:
+            event = client.next_event(LIMIT)
+            self.assertIsNotNone(event, kind)
+            if event is not None and event.type == kind:
+                return event
+
+    def test_a_request_gets_its_reply(self) -> None:
+        client = self.connected()
+        fields = {"text": "h\u00e9llo \U0001f600 \"\\ \n", "votes": {'a"b': "1"}}
+        reply = client.request("Say", fields, reply="Said", time_limit=LIMIT)
+        self.assertEqual(reply.class_name, "Said")
+        self.assertEqual(reply.fields, fields)
+        self.assertEqual(reply["text"], fields["text"])
+        self.assertIsNone(reply.get("mood"))
+
+    def test_a_connection_tells_what_was_negotiated(self) -> None:
+        client = self.connected()
+        event = self.next(client, "connected")
+        self.assertTrue(event.data["tls"]["verified"])
+        self.assertTrue(client.connected)
+        self.assertEqual(client.state()["remote"], f"127.0.0.1:{self.gateway.port}")
+        client.disconnect()
+        self.assertEqual(self.next(client, "disconnected").data["name"], "cancelled")
+        self.assertFalse(client.connected)
+        client.reconnect(LIMIT)
+        self.assertTrue(client.connected)
+
+    def test_pushes_come_as_events_or_to_a_function(self) -> None:
+        ann = self.connected()
+        bob = self.connected()
+        # Whoever has got a reply is known to the gateway, which passes messages on to him.
+        bob.request("Say", {"text": "here"}, reply="Said", time_limit=LIMIT)
+        ann.send("Say", {"text": "one"})
+        self.assertEqual(self.next(bob, "push").message["text"], "one")
+        heard: List[tav_im.Message] = []
+        came = threading.Event()
+
+        def hear(message: tav_im.Message) -> None:
+            heard.append(message)
+            came.set()
+
+        bob.on("Say", hear)
+        ann.send("Say", {"text": "two"})
+        self.assertTrue(came.wait(LIMIT))
+        self.assertEqual(heard[0]["text"], "two")
+        bob.on("Say", None)
+        ann.send(0x3001, {"text": "three"})
+        self.assertEqual(self.next(bob, "push").message["text"], "three")
+
+    def test_events_end_with_the_client(self) -> None:
+        client = self.connected()
+        seen: List[str] = []
+        listener = threading.Thread(target=lambda: seen.extend(event.type for event in client.events()))
+        listener.start()
+        client.close()
+        listener.join(LIMIT)
+        self.assertFalse(listener.is_alive())
+        self.assertEqual(seen, ["connected", "disconnected"])
+
+    def test_errors_name_the_failure_and_the_field(self) -> None:
+        client = tav_im.Client()
+        self.addCleanup(client.close)
+        with self.assertRaises(tav_im.Error) as caught:
+            client.send(0x3001, "")
+        self.assertEqual(caught.exception.name, "not_connected")
+        with self.assertRaises(tav_im.Error) as caught:
+            client.connect("127.0.0.1", self.gateway.port, ca=self.gateway.ca, policy={"min_version": "1.1"})
+        self.assertEqual(caught.exception.field, "policy.min_version")
+        with self.assertRaises(tav_im.Error) as caught:
+            client.connect("127.0.0.1", self.gateway.port)
+        self.assertEqual(caught.exception.name, "certificate_refused")
+        self.assertIn("certificate", str(caught.exception))
+        self.gateway.connect(client)
+        with self.assertRaises(tav_im.Error) as caught:
+            client.request("Say", {"text": "a", "mood": 300}, reply="Said")
+        self.assertEqual((caught.exception.name, caught.exception.field), ("value_does_not_fit", "message.mood"))
+        self.assertIsNotNone(caught.exception.position)
+        with self.assertRaises(ValueError):
+            client.request("Say", {"text": "a", "mood": float("nan")}, reply="Said")
+
+    def test_a_break_ends_what_waits(self) -> None:
+        client = self.connected()
+        with self.assertRaises(tav_im.Error) as caught:
+            client.request("CloseMe", {"text": ""}, reply="Said", time_limit=LIMIT)
+        self.assertEqual(caught.exception.name, "closed_by_peer")
+        self.assertEqual(self.next(client, "disconnected").data["name"], "closed_by_peer")
+
+    def test_close_ends_what_waits(self) -> None:
+        silent = Gateway("--silence")
+        self.addCleanup(silent.stop)
+        client = tav_im.Client()
+        silent.connect(client)
+        names: List[str] = []
+
+        def ask() -> None:
+            try:
+                client.request("Say", {"text": "a"}, reply="Said", time_limit=60)
+            except tav_im.Error as error:
+                names.append(error.name)
+
+        asking = threading.Thread(target=ask)
+        asking.start()
+        while client.statistics()["tracked_sends"] == 0:
+            pass
+        client.close()
+        asking.join(LIMIT)
+        self.assertEqual(names, ["cancelled"])
+        with self.assertRaises(tav_im.Error) as caught:
+            client.disconnect()
+        self.assertEqual(caught.exception.name, "closed")
+
+    def test_a_request_ends_by_its_limit(self) -> None:
+        silent = Gateway("--silence")
+        self.addCleanup(silent.stop)
+        with tav_im.Client() as client:
+            silent.connect(client)
+            with self.assertRaises(tav_im.Error) as caught:
+                client.request("Say", {"text": "a"}, reply="Said", time_limit=0.2)
+            self.assertEqual(caught.exception.name, "timed_out")
+
+    def test_a_handler_that_would_wait_for_itself_is_told(self) -> None:
+        client = self.connected()
+        caught: List[BaseException] = []
+        came = threading.Event()
+
+        def hear(message: tav_im.Message) -> None:
+            try:
+                client.disconnect()
+            except RuntimeError as error:
+                caught.append(error)
+            came.set()
+
+        client.on("Pushed", hear)
+        client.request("PushMe", {"text": "a"}, reply="Pushing", time_limit=LIMIT)
+        self.assertTrue(came.wait(LIMIT))
+        self.assertEqual(len(caught), 1)
+
+    def test_a_handler_that_raises_loses_nothing_but_itself(self) -> None:
+        client = self.connected()
+        came = threading.Event()
+
+        def hear(message: tav_im.Message) -> None:
+            came.set()
+            raise KeyError("no such field")
+
+        with self.assertLogs("tav_im", "ERROR"):
+            client.on("Pushed", hear)
+            client.request("PushMe", {"text": "a"}, reply="Pushing", time_limit=LIMIT)
+            self.assertTrue(came.wait(LIMIT))
+            client.on("Pushed", None)
+            client.request("PushMe", {"text": "b"}, reply="Pushing", time_limit=LIMIT)
+            self.assertEqual(self.next(client, "push").message["text"], "b")
+
+    def test_what_needs_no_client(self) -> None:
+        self.assertRegex(tav_im.version(), r"^\d+\.\d+\.\d+$")
+        made = tav_im.execute(
+            {"@type": "encode", "template": TEMPLATE, "class": "Say", "message": {"text": "a"}, "as": "hex"}
+        )
+        read = tav_im.execute(
+            {"@type": "decode", "template": TEMPLATE, "code": made["code"], "body": made["body"], "as": "hex"}
+        )
+        self.assertEqual(read["message"], {"text": "a"})
+
+    def test_many_threads_share_a_client(self) -> None:
+        client = self.connected()
+        replies: List[str] = []
+
+        def talk(number: int) -> None:
+            for turn in range(20):
+                text = f"{number}.{turn}"
+                reply = client.request("Say", {"text": text}, reply="Said", time_limit=LIMIT)
+                replies.append(text if reply["text"] == text else "wrong")
+
+        threads = [threading.Thread(target=talk, args=(number,)) for number in range(5)]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual(len(set(replies)), 100)
+
+
+if __name__ == "__main__":
+    unittest.main()
