@@ -182,7 +182,9 @@ void Call::tell() noexcept {
             info->wait();
         }
         std::error_code const cause = info ? info->error() : std::error_code();
-        tls::failure const name = cause ? static_cast<tls::failure>(cause.value()) : otherwise_;
+        // The peer closes too when it sees the end, and may be the first to be noticed.
+        bool const own = otherwise_ == tls::failure::cancelled && *left_;
+        tls::failure const name = cause && !own ? static_cast<tls::failure>(cause.value()) : otherwise_;
         ticket_->fail(failureOf(name, text_));
     } catch (std::bad_alloc const &) {
         // The ticket's own answer tells the end.

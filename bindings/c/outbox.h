@@ -4,6 +4,7 @@
 #include "bindings/c/json.h"
 #include "tav/vinta/vinta_tls_client_options.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -88,7 +89,10 @@ private:
 /// A request that ends by the client's word, told with the cause once it is known.
 class Call {
 public:
-    explicit Call(std::shared_ptr<Ticket> ticket) : ticket_(std::move(ticket)) {}
+    /// True once the application has ended the connection itself.
+    using Left = std::shared_ptr<std::atomic<bool> const>;
+
+    Call(std::shared_ptr<Ticket> ticket, Left left) : ticket_(std::move(ticket)), left_(std::move(left)) {}
 
     Ticket & ticket() { return *ticket_; }
     /// What the client gave for it, which knows the cause.
@@ -100,6 +104,7 @@ private:
     void tell() noexcept;
 
     std::shared_ptr<Ticket> const ticket_;
+    Left const left_;
     std::mutex mutex_;
     std::shared_ptr<tls::future_obj> info_;
     bool known_ = false;

@@ -89,9 +89,8 @@ std::string disconnectedText(failure why, std::string const & text) {
     return out.text("text", text.empty() ? make_error_code(why).message() : text).take();
 }
 
-std::string stateText(tls::client & client, std::string_view extra) {
+std::string stateText(tls::client & client, bool connected, std::string_view extra) {
     ObjectText out("state", extra);
-    bool const connected = client.connected();
     out.flag("connected", connected);
     if (connected) {
         putConnection(out, client);
@@ -332,7 +331,7 @@ std::string ofClient(Session const * session, Fields & fields, std::string_view 
     if (!client) {
         throw failureOf(failure::closed, std::string(type) + " needs a client");
     }
-    return type == "state" ? stateText(*client, extra) : statisticsText(*client, extra);
+    return type == "state" ? stateText(*client, session->isUp(), extra) : statisticsText(*client, extra);
 }
 
 } // namespace

@@ -16,7 +16,7 @@ namespace json_client {
 std::string connectedText(tls::client & client);
 std::string disconnectedText(tls::failure why, std::string const & text);
 /// The answer of "state".
-std::string stateText(tls::client & client, std::string_view extra);
+std::string stateText(tls::client & client, bool connected, std::string_view extra);
 /// The answer of "statistics".
 std::string statisticsText(tls::client const & client, std::string_view extra);
 void putExt(ObjectText & out, tavMsgExt const & ext);

@@ -46,6 +46,11 @@ std::shared_ptr<Template const> Session::messages() const {
     return messages_;
 }
 
+Call::Left Session::left() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return left_;
+}
+
 std::shared_ptr<tls::client> Session::client() const {
     std::lock_guard<std::mutex> const guard(mutex_);
     return client_;
@@ -110,6 +115,7 @@ void Session::serve(TicketPtr const & ticket, Fields & fields, std::string_view 
 
 void Session::leaveInLock() {
     ++era_;
+    left_->store(true);
     if (up_) {
         up_ = false;
         outbox_->event(disconnectedText(failure::cancelled, std::string()));
@@ -118,7 +124,7 @@ void Session::leaveInLock() {
 }
 
 void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish const> wish, int limit_ms) {
-    auto const call = std::make_shared<Call>(ticket);
+    std::shared_ptr<Call> call;
     std::lock_guard<std::mutex> const turn(turn_);
     std::shared_ptr<tls::client> client;
     Era era = 0;
@@ -133,7 +139,10 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
         }
         client = client_;
         replaces = up_;
+        auto const left = std::make_shared<std::atomic<bool>>(false);
+        call = std::make_shared<Call>(ticket, left);
         leaveInLock();
+        left_ = left;
         era = era_;
         attempt_ = call;
         wish_ = wish;
@@ -244,7 +253,7 @@ void Session::request(TicketPtr const & ticket, Fields & fields) {
 
 void Session::sendTracked(TicketPtr const & ticket, unsigned short code, tavBytes const & body,
                           tls::send_option & option) {
-    auto const call = std::make_shared<Call>(ticket);
+    auto const call = std::make_shared<Call>(ticket, left());
     option.set_on_timedout([call](unsigned long long, unsigned short, bool cancelled) {
         call->ended(cancelled ? failure::cancelled : failure::timed_out, std::string());
     });
@@ -347,6 +356,11 @@ void Session::onOpen(Era era, bool heartbeat) {
     Ticket & ticket = attempt_->ticket();
     ticket.answer(ObjectText("ok", ticket.extra()).take());
     attempt_.reset();
+}
+
+bool Session::isUp() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return up_;
 }
 
 bool Session::isUp(Era era) const {

@@ -6,6 +6,7 @@
 
 #include "tav/vinta/vinta_tls_client.h"
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -30,6 +31,8 @@ public:
     bool isDone() const { return outbox_->isDone(); }
 
     std::shared_ptr<Template const> messages() const;
+    /// As "connected" and "disconnected" have told.
+    bool isUp() const;
     /// Null if the end has come.
     std::shared_ptr<tls::client> client() const;
 
@@ -63,6 +66,7 @@ private:
     std::shared_ptr<Call> takeAttempt(Era era);
     void abandon(Era era);
     bool isUp(Era era) const;
+    Call::Left left() const;
 
     std::shared_ptr<Outbox> const outbox_ = std::make_shared<Outbox>();
 
@@ -73,6 +77,7 @@ private:
     std::shared_ptr<tls::client> client_;
     Era era_ = 0;
     bool up_ = false;
+    std::shared_ptr<std::atomic<bool>> left_ = std::make_shared<std::atomic<bool>>(false);
     unsigned long long breaks_by_peer_ = 0;
     /// The connect that has no answer yet.
     std::shared_ptr<Call> attempt_;
