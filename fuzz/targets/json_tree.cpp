@@ -86,6 +86,10 @@ bool isPlain(JsonUnit const & unit) {
         }
         return true;
     }
+    if (unit.numberValue() != nullptr) {
+        // A long one stands in quotes when it is written.
+        return isPlain(textOf(unit.numberValue()->getValue()), false);
+    }
     tavString text;
     unit >> text;
     return isPlain(textOf(text), false);
