@@ -35,8 +35,8 @@ examples=("$@")
 if [ ${#examples[@]} -eq 0 ]; then
     for source in "$project"/examples/*.c "$project"/examples/*.cpp; do
         name=$(basename "${source%.*}")
-        # The one that wants a later standard may have been left out of the build.
-        [ "$name" = coroutine ] && [ ! -x "$build/examples/coroutine" ] || examples+=("$name")
+        # Those that want a later standard, or the library for C, may have been left out of the build.
+        [[ $name = coroutine || $name = c_first ]] && [ ! -x "$build/examples/$name" ] || examples+=("$name")
     done
 fi
 for example in "${examples[@]}"; do
