@@ -44,6 +44,7 @@ inline std::ostream & operator<<(std::ostream & out, keeper_state v) {
     return out << "stopped";
 }
 
+/// Where a keeper stands.
 struct keeper_status {
     keeper_state state = keeper_state::stopped;
     /// The gateway of the connection, or of the last one.
