@@ -44,9 +44,9 @@ if(NOT TAV_SANITIZE)
     tav_find_program(test python3 TAV_PYTHON python3)
     set(tav_python_folder ${PROJECT_SOURCE_DIR}/bindings/python)
     set(tav_python_environment PYTHONPATH=${tav_python_folder} PYTHONDONTWRITEBYTECODE=1
-                               TAV_GATEWAY=$<TARGET_FILE:tav-gateway>
+                               TAV_GATEWAY=$<TARGET_FILE:tav-gateway> TAV_PROXY=$<TARGET_FILE:tav-proxy>
                                TAV_IM_JSON_LIBRARY=$<TARGET_FILE:tav_im_json>)
-    foreach(theme client async_client bot)
+    foreach(theme client async_client bot proxy)
         add_test(NAME python.${theme} COMMAND ${TAV_PYTHON} -W error -m unittest -v tests.test_${theme}
                  WORKING_DIRECTORY ${tav_python_folder})
         set_tests_properties(python.${theme} PROPERTIES ENVIRONMENT "${tav_python_environment}" TIMEOUT 120)
@@ -58,7 +58,7 @@ if(NOT TAV_SANITIZE)
     tav_find_program(test mypy TAV_MYPY mypy)
     add_test(NAME python.is_typed
              COMMAND ${TAV_MYPY} --strict --python-version 3.9 --cache-dir ${CMAKE_CURRENT_BINARY_DIR}/mypy tav_im
-                     tests/rig.py tests/test_client.py tests/test_async_client.py tests/test_bot.py examples/bot.py
+                     tests/rig.py tests/test_client.py tests/test_async_client.py tests/test_bot.py tests/test_proxy.py examples/bot.py
                      make_wheel.py
              WORKING_DIRECTORY ${tav_python_folder})
     if(TAV_SHARED AND TAV_INSTALL)
