@@ -68,8 +68,8 @@ void frame_reader::move_to_body() {
     begin_ += more;
 }
 
-// A body whose bytes are all there gets just its size.  The sizes on the way there are halves of the whole one,
-// halved again, so that what is left behind at the end is no more than half a body.
+// A body whose bytes are all there gets just its size.  The sizes on the way there are halves of the whole
+// one, halved again, so that what is left behind at the end is no more than half a body.
 void frame_reader::make_room(std::size_t more) {
     std::size_t const needed = body_.size() + more;
     if (needed <= body_.maxSize()) {

@@ -58,8 +58,8 @@ TAV_API std::error_code make_error_code(failure v) noexcept;
 /// Why the last call of this thread that failed on a client did: start, reconnect, a send, `send_and_wait` or
 /// a `wait`.  A call that succeeds sets it to none.
 ///
-/// In a function that tells of a failure, `on_error`, `on_timedout` or `on_heartbeat_timedout`, it is the name
-/// of that failure as the function begins, and what it was before when the function has returned.
+/// In a function that tells of a failure, `on_error`, `on_timedout` or `on_heartbeat_timedout`, it is the
+/// name of that failure as the function begins, and what it was before when the function has returned.
 TAV_API std::error_code last_failure() noexcept;
 
 } // namespace tls

@@ -23,16 +23,16 @@ struct limit_option {
     unsigned long long queued_bytes = 0;
     /// Default: 0, no limit.  Sends: the most that wait for their end.
     unsigned tracked_sends = 0;
-    /// Default: 0, no limit.  Messages: the most that have arrived and are not handled, the one whose callback
-    /// runs among them.  At the limit the connection stops reading, so that the gateway is held back, until
-    /// half of them are handled.  The supervision of the heartbeat rests meanwhile: the gateway's are not
-    /// missed, the client's own go out.
+    /// Default: 0, no limit.  Messages: the most that have arrived and are not handled, the one whose
+    /// callback runs among them.  At the limit the connection stops reading, so that the gateway is held
+    /// back, until half of them are handled.  The supervision of the heartbeat rests meanwhile: the gateway's
+    /// are not missed, the client's own go out.
     unsigned received_waiting = 0;
 
-    /// Default: none.  Told of high and low water: true when a limit on what waits to be sent is reached, false when half of
-    /// it or less waits.  The two take turns.  High water is told on the thread whose send reached it, low
-    /// water on `<n>io.context`, which writes, or on the thread that drops a message instead: `sender.0`, or
-    /// `<n>session.0` as a connection ends.  May send and close; must not wait for a result.
+    /// Default: none.  Told of high and low water: true when a limit on what waits to be sent is reached,
+    /// false when half of it or less waits.  The two take turns.  High water is told on the thread whose send
+    /// reached it, low water on `<n>io.context`, which writes, or on the thread that drops a message instead:
+    /// `sender.0`, or `<n>session.0` as a connection ends.  May send and close; must not wait for a result.
     std::function<void(bool full)> on_queue;
 };
 
