@@ -239,7 +239,7 @@ std::vector<Text> textsIn(std::string const & file, std::string const & source) 
 std::vector<Text> textsOf(std::string const & project) {
     namespace fs = std::filesystem;
     std::vector<Text> all;
-    for (char const * const top : {"src", "include"}) {
+    for (char const * const top : {"src", "include", "bindings"}) {
         for (auto const & entry : fs::recursive_directory_iterator(fs::path(project) / top)) {
             std::string const extension = entry.path().extension().string();
             if (extension == ".cpp" || extension == ".h") {
@@ -257,6 +257,9 @@ std::vector<Text> textsOf(std::string const & project) {
 std::string moduleOf(std::string const & file) {
     if (file.rfind("include/tav/kit/", 0) == 0) {
         return "kit";
+    }
+    if (file.rfind("bindings/", 0) == 0) {
+        return file.substr(0, file.rfind('/'));
     }
     return file.rfind("src/", 0) == 0 ? file.substr(4, file.rfind('/') - 4) : std::string();
 }
