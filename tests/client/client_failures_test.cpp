@@ -1,6 +1,8 @@
 #include "tav/vinta/vinta_tls_client.h"
 
+#include "support/bounded.h"
 #include "support/client_rig.h"
+#include "support/names.h"
 #include "support/templates.h"
 
 #include <gtest/gtest.h>
@@ -214,7 +216,7 @@ TEST(ClientFailures, FunctionThatTellsAFailureFindsItsName) {
         return rig.client.send_msg(Ask(1), own);
     };
     auto const late = ask(1);
-    EXPECT_EQ(late->wait(), tls::result_timedout);
+    EXPECT_EQ(waitedHere(late), tls::result_timedout);
     EXPECT_EQ(last_failure(), failure::timed_out);
     EXPECT_FALSE(rig.client.send_msg(tavSharedPtr<tavMessage>(), tracked()));
     ASSERT_EQ(last_failure(), failure::encoding_failed);
@@ -226,7 +228,7 @@ TEST(ClientFailures, FunctionThatTellsAFailureFindsItsName) {
         rig.receive();
     }
     rig.server->close();
-    EXPECT_EQ(lost->wait(), tls::result_cancelled);
+    EXPECT_EQ(waitedHere(lost), tls::result_cancelled);
     EXPECT_EQ(last_failure(), failure::closed_by_peer);
     ASSERT_TRUE(named.wait(5));
     std::vector<std::string> all = named.all();
@@ -242,14 +244,14 @@ TEST(ClientFailures, WaitTellsWhyItsConnectFailed) {
     tls::connect_option option = rig.option();
     option.port = "1";
     auto const info = rig.client.start(option);
-    EXPECT_EQ(info->wait(), tls::result_error);
+    EXPECT_EQ(waitedHere(info), tls::result_error);
     EXPECT_EQ(last_failure(), failure::refused);
     std::error_code on_library_thread;
     Events done;
     option = rig.option();
     option.set_on_open([&] {
         auto const again = rig.client.reconnect(tls::timedout_option());
-        EXPECT_EQ(again->wait(), tls::result_error);
+        EXPECT_EQ(waitedHere(again), tls::result_error);
         on_library_thread = last_failure();
         done.add("done");
     });
@@ -271,10 +273,12 @@ TEST(ClientFailures, ProxyThatRefusesHasItsName) {
 }
 
 TEST(ClientFailures, HostWithoutAnAddressIsNotFound) {
+    Names names;
     ClientRig rig;
     tls::connect_option option = rig.option();
-    option.host = "not-a-host.invalid.";
+    option.host = "nobody.test";
     EXPECT_EQ(endOf(rig.client, option), failure::host_not_found);
+    EXPECT_EQ(names.asked(), std::vector<std::string>{"nobody.test"});
 }
 
 TEST(ClientFailures, PeerThatSpeaksNoTlsFailsTheHandshake) {
