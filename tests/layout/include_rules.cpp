@@ -121,7 +121,8 @@ std::string_view below(std::string_view name) {
     return name;
 }
 
-/// The folder that a file of the tree stands for: a row, "umbrella", one of `beside`, or empty.
+/// The folder that a file of the tree stands for: a row, "umbrella", one of those beside the library, or
+/// empty.
 std::string folderOf(std::string const & path) {
     if (startsWith(path, "src/")) {
         return rowOf(path.substr(4));
@@ -212,6 +213,12 @@ std::string brokenRule(std::string const & path, std::string const & folder, std
     bool const ofLibrary = isOfLibrary(path);
     if (ofLibrary && isOfAsioOrOpenSsl(name)) {
         return startsWith(path, "src/client/") ? "" : "asio and OpenSSL are for src/client only: " + name;
+    }
+    if (folder == "fuzz" && isOfAsioOrOpenSsl(name)) {
+        return "fuzz stands on the library, not on what is under it: " + name;
+    }
+    if (folder == "fuzz" && beside.count(name.substr(0, name.find('/'))) != 0) {
+        return "fuzz stands on the library, not beside it: " + name;
     }
     if (ofLibrary && isOfSystem(name) && !mayNameSystem(path)) {
         return "systems differ behind foundation/platform.h only: " + name;
@@ -326,7 +333,8 @@ std::vector<std::string> brokenRules(std::vector<File> const & files) {
 std::vector<File> readTree(std::string const & root) {
     namespace fs = std::filesystem;
     std::vector<File> files;
-    for (char const * const top : {"include", "src", "kit", "tools", "bindings", "gateway", "examples", "bench"}) {
+    for (char const * const top :
+         {"include", "src", "tools", "bindings", "gateway", "examples", "bench", "fuzz"}) {
         if (!fs::exists(fs::path(root) / top)) {
             continue;
         }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <filesystem>
 #include <fstream>
@@ -68,7 +69,8 @@ TEST(Layout, SuitesAreNamedAfterTheirFile) {
 
 TEST(Layout, NoFunctionIsLongerThanSixtyLines) {
     unsigned functions = 0;
-    for (char const * const top : {"include", "src", "tests", "gateway", "examples", "bench"}) {
+    for (char const * const top :
+         {"include", "src", "tests", "bindings", "gateway", "examples", "bench", "fuzz"}) {
         for (auto const & entry :
              std::filesystem::recursive_directory_iterator(std::filesystem::path(TAV_SOURCE_DIR) / top)) {
             std::string const ending = entry.path().extension().string();
@@ -122,6 +124,18 @@ TEST(Layout, LowerFolderMayNotIncludeAHigherOne) {
     EXPECT_EQ(brokenBy("src/client/a.h", "#include \"tav/vinta/vinta_json_tree.h\"\n"),
               Lines{"src/client/a.h:1: client may not include formats/json: tav/vinta/vinta_json_tree.h"});
     EXPECT_EQ(brokenBy("src/runtime/a.h", "#include \"tav/vinta/vinta_log.h\"\n"), Lines{});
+}
+
+TEST(Layout, FuzzTargetsAreReadAndLookIntoTheLibraryAlone) {
+    std::vector<File> const files = readTree(TAV_SOURCE_DIR);
+    EXPECT_TRUE(std::any_of(files.begin(), files.end(),
+                            [](File const & each) { return each.path == "fuzz/fuzz.cpp"; }));
+    EXPECT_EQ(brokenBy("fuzz/a.cpp", "#include \"client/send_table.h\"\n#include \"support/exact.h\"\n"),
+              Lines{});
+    EXPECT_EQ(brokenBy("fuzz/targets/a.cpp", "#include <asio.hpp>\n"),
+              Lines{"fuzz/targets/a.cpp:1: fuzz stands on the library, not on what is under it: asio.hpp"});
+    EXPECT_EQ(brokenBy("fuzz/a.cpp", "#include \"gateway/gateway_core.h\"\n"),
+              Lines{"fuzz/a.cpp:1: fuzz stands on the library, not beside it: gateway/gateway_core.h"});
 }
 
 TEST(Layout, FormatsDoNotKnowEachOther) {
