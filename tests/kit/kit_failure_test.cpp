@@ -54,13 +54,16 @@ Say ofSize(std::size_t size) {
 
 TEST(KitFailure, EachHasASentenceOfItsOwn) {
     std::set<std::string> sentences;
-    for (int i = 1; i <= static_cast<int>(kit::failure::too_long); ++i) {
+    for (int i = 1; i <= static_cast<int>(kit::failure::login_refused); ++i) {
         std::string const text = kit::failures().message(i);
         EXPECT_TRUE(sentences.insert(text).second) << text;
     }
     EXPECT_EQ(kit::failures().message(0), kit::failures().message(99));
     EXPECT_EQ(make_error_code(kit::failure::over_limit), std::errc::resource_unavailable_try_again);
     EXPECT_EQ(make_error_code(kit::failure::too_long), std::errc::message_size);
+    EXPECT_EQ(make_error_code(kit::failure::outbox_full), std::errc::no_buffer_space);
+    EXPECT_EQ(make_error_code(kit::failure::stopped), std::errc::operation_canceled);
+    EXPECT_EQ(make_error_code(kit::failure::login_refused), std::errc::permission_denied);
 }
 
 TEST(KitFailure, EachOfTheClientsHasOneOfTheKits) {
