@@ -1,38 +1,58 @@
 #include "client/send_account.h"
 
+#include "client/failures.h"
 #include "foundation/report.h"
 
 namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
-send_account::send_account(limit_option limits, std::shared_ptr<counters> counted)
-    : limits_(std::move(limits)), counted_(counted ? std::move(counted) : std::make_shared<counters>()) {}
+namespace {
 
-// Taken first and looked at then, so that of two sends for the last place one gets it.
+/// High and low water.
+constexpr int most_untold = 2;
+
+} // namespace
+
+send_account::send_account(limit_option limits, std::shared_ptr<counters> counted)
+    : limits_(std::move(limits)),
+      limited_(limits_.queued_frames != 0 || limits_.queued_bytes != 0),
+      counted_(counted ? std::move(counted) : std::make_shared<counters>()) {}
+
+// Looked at and taken in one step: a send that is refused takes no room from others, and leaves at least one
+// message whose end brings low water.
 send_account::room send_account::enter(unsigned long long bytes) {
-    unsigned long long const frames = ++frames_;
-    unsigned long long const total = bytes_ += bytes;
-    bool const accepted = fits(frames, total);
-    if (accepted) {
-        counters::add(counted_->queued_frames);
-        counters::add(counted_->queued_bytes, bytes);
-    } else {
-        --frames_;
-        bytes_ -= bytes;
+    Guard guard;
+    if (limited_) {
+        guard = Guard(mutex_);
+        bool const accepted = fits(frames_ + 1, bytes_ + bytes);
+        if (accepted) {
+            ++frames_;
+            bytes_ += bytes;
+        }
+        if (!accepted || !fits(frames_ + 1, bytes_ + 1)) {
+            turn(true);
+        }
+        if (!accepted) {
+            tell(guard);
+            return room();
+        }
     }
-    bool const full = !accepted || !fits(frames + 1, total + 1);
-    if (full && !full_.exchange(true)) {
-        tell(true);
+    counters::add(counted_->queued_frames);
+    counters::add(counted_->queued_bytes, bytes);
+    if (limited_) {
+        tell(guard);
     }
-    return accepted ? room(this, bytes) : room();
+    return room(this, bytes);
 }
 
 bool send_account::track() noexcept {
-    if (++tracked_ > limits_.tracked_sends && limits_.tracked_sends != 0) {
-        --tracked_;
-        return false;
-    }
+    unsigned long long present = tracked_;
+    do {
+        if (limits_.tracked_sends != 0 && present >= limits_.tracked_sends) {
+            return false;
+        }
+    } while (!tracked_.compare_exchange_weak(present, present + 1));
     counters::add(counted_->tracked_sends);
     return true;
 }
@@ -53,20 +73,54 @@ bool send_account::is_low() const noexcept {
 }
 
 void send_account::leave(unsigned long long bytes) noexcept {
-    --frames_;
-    bytes_ -= bytes;
     counters::sub(counted_->queued_frames);
     counters::sub(counted_->queued_bytes, bytes);
-    if (full_ && is_low() && full_.exchange(false)) {
-        tell(false);
+    if (!limited_) {
+        return;
+    }
+    Guard guard(mutex_);
+    --frames_;
+    bytes_ -= bytes;
+    if (is_low()) {
+        turn(false);
+    }
+    tell(guard);
+}
+
+// Turns that follow each other while the function runs cancel out by pairs, but for the last pair: who was
+// refused hears of low water behind that.
+void send_account::turn(bool full) noexcept {
+    if (full_ != full) {
+        full_ = full;
+        untold_ += untold_ == most_untold ? -1 : 1;
     }
 }
 
-void send_account::tell(bool full) noexcept {
+// One thread tells at a time.  What turns meanwhile, on others or in the function itself, it tells next.
+void send_account::tell(Guard & guard) noexcept {
+    if (telling_) {
+        return;
+    }
+    telling_ = true;
+    while (untold_ > 0) {
+        bool const full = full_ == (untold_ % 2 != 0);
+        --untold_;
+        guard.unlock();
+        call(full);
+        guard.lock();
+    }
+    telling_ = false;
+}
+
+// The send that reached the limit may have been accepted: what the function's own calls failed for is not its
+// failure.
+void send_account::call(bool full) const noexcept {
+    if (!limits_.on_queue) {
+        return;
+    }
+    failure_scope const kept(static_cast<failure>(last_failure().value()));
     try {
-        if (limits_.on_queue) {
-            limits_.on_queue(full);
-        }
+        limits_.on_queue(full);
     } catch (...) {
         tav::detail::reportCaught(tav::detail::here("tav::tls::impl::send_account::tell"));
     }

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <utility>
 
 namespace tav {
@@ -64,17 +65,29 @@ public:
     bool may_resume(unsigned waiting) const noexcept { return waiting <= limits_.received_waiting / 2; }
 
 private:
+    using Guard = std::unique_lock<std::mutex>;
+
     bool fits(unsigned long long frames, unsigned long long bytes) const noexcept;
     bool is_low() const noexcept;
     void leave(unsigned long long bytes) noexcept;
-    void tell(bool full) noexcept;
+    void turn(bool full) noexcept;
+    void tell(Guard & guard) noexcept;
+    void call(bool full) const noexcept;
 
     limit_option const limits_;
+    /// Whether what waits to be sent has a limit; without one only the counters know of it.
+    bool const limited_;
     std::shared_ptr<counters> const counted_;
-    std::atomic<unsigned long long> frames_{0};
-    std::atomic<unsigned long long> bytes_{0};
+    /// Guards what follows, up to the flag.
+    std::mutex mutex_;
+    unsigned long long frames_ = 0;
+    unsigned long long bytes_ = 0;
+    bool full_ = false;
+    /// The turns between high and low water that the limits' function has not been told of.
+    int untold_ = 0;
+    /// A thread is at telling them.
+    bool telling_ = false;
     std::atomic<unsigned long long> tracked_{0};
-    std::atomic<bool> full_{false};
 };
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -71,6 +71,26 @@ TEST(ClientLimits, SendOverTheQueueIsRefusedByNameAndNothingAcceptedIsLost) {
     EXPECT_EQ(rig.receive().body.size(), large().size());
 }
 
+TEST(ClientLimits, AcceptedSendThatReachesTheLimitHasNotFailed) {
+    ClientRig rig;
+    unsigned told = 0;
+    std::error_code inner;
+    tls::connect_option option = rig.option();
+    option.limits.queued_frames = 1;
+    option.limits.on_queue = [&](bool full) {
+        if (full && ++told == 1) {
+            rig.client.send_msg(Ask(2), tls::send_option());
+            inner = tls::last_failure();
+        }
+    };
+    rig.connect(option);
+    EXPECT_FALSE(rig.client.send_msg(Ask(1), tls::send_option())) << "it is not tracked";
+    EXPECT_FALSE(tls::last_failure()) << tls::last_failure().message();
+    EXPECT_EQ(told, 1u);
+    EXPECT_EQ(inner, tls::failure::queue_full);
+    EXPECT_EQ(rig.receive().body, bodyOf(1));
+}
+
 TEST(ClientLimits, BytesThatWaitAreBoundedToo) {
     ClientRig rig;
     tls::connect_option option = rig.option();

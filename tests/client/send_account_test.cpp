@@ -1,11 +1,15 @@
 #include "client/send_account.h"
 
+#include "support/session_rig.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using tav::tls::limit_option;
@@ -146,6 +150,121 @@ TEST(SendAccount, ThreadsNeverHoldMoreThanTheLimit) {
     EXPECT_LE(most, 3u);
     EXPECT_GE(most, 1u);
     EXPECT_EQ(counted->copy().queued_frames, 0u);
+}
+
+TEST(SendAccount, LowWaterFollowsARefusalHoweverTheThreadsMeet) {
+    constexpr int rounds = 200000;
+    std::vector<int> tellings;
+    std::atomic<int> inside{0};
+    std::atomic<bool> alone{true};
+    limit_option limits = frames(1);
+    limits.on_queue = [&](bool full) {
+        alone = alone && ++inside == 1;
+        tellings.push_back(full ? 1 : 0);
+        --inside;
+    };
+    send_account account(limits, nullptr);
+    std::mutex mutex;
+    std::vector<send_account::room> waiting;
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (bool last = false; !last;) {
+            last = done;
+            std::vector<send_account::room> written;
+            std::lock_guard<std::mutex> const guard(mutex);
+            written.swap(waiting);
+        }
+    });
+    for (int i = 0; i < rounds; ++i) {
+        if (auto room = account.enter(1)) {
+            std::lock_guard<std::mutex> const guard(mutex);
+            waiting.push_back(std::move(room));
+        }
+    }
+    done = true;
+    writer.join();
+    EXPECT_TRUE(alone);
+    ASSERT_FALSE(tellings.empty());
+    for (std::size_t i = 0; i < tellings.size(); ++i) {
+        ASSERT_EQ(tellings[i], i % 2 == 0 ? 1 : 0) << i << " of " << tellings.size();
+    }
+    EXPECT_EQ(tellings.back(), 0) << "nothing waits, and nobody is told";
+}
+
+TEST(SendAccount, TurnWhileTheFunctionRunsIsToldBehindItOnItsThread) {
+    tav_test::Gate gate;
+    std::mutex mutex;
+    std::vector<std::pair<int, std::thread::id>> tellings;
+    limit_option limits = frames(2);
+    limits.on_queue = [&](bool full) {
+        if (full) {
+            gate.pass();
+        }
+        std::lock_guard<std::mutex> const guard(mutex);
+        tellings.emplace_back(full ? 1 : 0, std::this_thread::get_id());
+    };
+    send_account account(limits, nullptr);
+    auto first = account.enter(1);
+    send_account::room second;
+    std::thread sender([&] { second = account.enter(1); });
+    std::thread::id const id = sender.get_id();
+    EXPECT_TRUE(gate.waitArrived());
+    first = send_account::room();
+    {
+        std::lock_guard<std::mutex> const guard(mutex);
+        EXPECT_TRUE(tellings.empty());
+    }
+    gate.open();
+    sender.join();
+    EXPECT_EQ(tellings, (std::vector<std::pair<int, std::thread::id>>{{1, id}, {0, id}}));
+}
+
+TEST(SendAccount, TurnsInTheFunctionAreToldBehindIt) {
+    std::vector<int> tellings;
+    send_account * inner = nullptr;
+    send_account::room first;
+    limit_option limits = frames(1);
+    limits.on_queue = [&](bool full) {
+        tellings.push_back(full ? 1 : 0);
+        if (tellings.size() == 1) {
+            // The room is the outer call's own still, so that none is left to be given back here.
+            EXPECT_FALSE(inner->enter(1));
+            EXPECT_EQ(tellings.size(), 1u);
+        } else if (tellings.size() == 2) {
+            first = inner->enter(1);
+            EXPECT_TRUE(first);
+            EXPECT_EQ(tellings.size(), 2u) << "one telling at a time";
+        }
+    };
+    send_account account(limits, nullptr);
+    inner = &account;
+    first = account.enter(1);
+    first = send_account::room();
+    EXPECT_EQ(tellings, (std::vector<int>{1, 0, 1}));
+    first = send_account::room();
+    EXPECT_EQ(tellings, (std::vector<int>{1, 0, 1, 0}));
+}
+
+TEST(SendAccount, RefusedSendTakesNoRoomFromOthers) {
+    send_account account(bytes(100), nullptr);
+    auto const waits = account.enter(1);
+    std::atomic<bool> done{false};
+    std::atomic<unsigned> refused{0};
+    std::thread large([&] {
+        while (!done) {
+            refused += account.enter(1000) ? 0 : 1;
+        }
+    });
+    while (refused == 0) {
+        std::this_thread::yield();
+    }
+    unsigned lost = 0;
+    for (int i = 0; i < 200000; ++i) {
+        lost += account.enter(10) ? 0 : 1;
+    }
+    done = true;
+    large.join();
+    EXPECT_EQ(lost, 0u);
 }
 
 TEST(SendAccount, ReadingStopsAtTheLimitAndGoesOnAtHalf) {

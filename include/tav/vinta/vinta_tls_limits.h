@@ -30,9 +30,11 @@ struct limit_option {
     unsigned received_waiting = 0;
 
     /// Default: none.  Told of high and low water: true when a limit on what waits to be sent is reached,
-    /// false when half of it or less waits.  The two take turns.  High water is told on the thread whose send
-    /// reached it, low water on `<n>io.context`, which writes, or on the thread that drops a message instead:
-    /// `sender.0`, or `<n>session.0` as a connection ends.  May send and close; must not wait for a result.
+    /// false when half of it or less waits.  The two take turns, and the function never runs twice at a time.
+    /// High water is told on the thread whose send reached it, low water on `<n>io.context`, which writes, or
+    /// on the thread that drops a message instead: `sender.0`, or `<n>session.0` as a connection ends.  What
+    /// turns while the function runs is told next, on the thread where it does.  May send and close; must not
+    /// wait for a result.  `last_failure()` is behind it what it was ahead of it.
     std::function<void(bool full)> on_queue;
 };
 
