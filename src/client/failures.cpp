@@ -88,13 +88,17 @@ failure named_errno(int number) noexcept {
     }
 }
 
-bool is_certificate_error(int value) noexcept {
-    return ERR_GET_REASON(static_cast<unsigned long>(value)) == SSL_R_CERTIFICATE_VERIFY_FAILED;
+/// The reason of an error of TLS itself; 0 if it is another part's of the library, whose numbers mean
+/// something else.
+int reason_of_tls(std::error_code ec) noexcept {
+    auto const packed = static_cast<unsigned long>(ec.value());
+    bool const ofTls = ec.category() == asio::error::get_ssl_category() && ERR_GET_LIB(packed) == ERR_LIB_SSL;
+    return ofTls ? ERR_GET_REASON(packed) : 0;
 }
 
-/// Whether an error of TLS is the peer's word that it does not take the client's certificate.
-bool is_refusal_of_client(int value) noexcept {
-    switch (ERR_GET_REASON(static_cast<unsigned long>(value))) {
+/// Whether an error is the peer's word that it does not take the client's certificate.
+bool is_refusal_of_client(std::error_code ec) noexcept {
+    switch (reason_of_tls(ec)) {
     case SSL_R_SSLV3_ALERT_NO_CERTIFICATE:
     case SSL_R_SSLV3_ALERT_BAD_CERTIFICATE:
     case SSL_R_SSLV3_ALERT_UNSUPPORTED_CERTIFICATE:
@@ -143,6 +147,9 @@ failure named(std::error_code ec) noexcept {
     if (ec.category() == failure_category()) {
         return static_cast<failure>(ec.value());
     }
+    if (ec == asio::error::service_not_found) {
+        return failure::bad_address;
+    }
     if (ec.category() == asio::error::get_netdb_category() ||
         ec.category() == asio::error::get_addrinfo_category()) {
         return failure::host_not_found;
@@ -151,7 +158,8 @@ failure named(std::error_code ec) noexcept {
         return failure::closed_by_peer;
     }
     if (ec.category() == asio::error::get_ssl_category()) {
-        return is_certificate_error(ec.value()) ? failure::certificate_refused : failure::handshake_failed;
+        return reason_of_tls(ec) == SSL_R_CERTIFICATE_VERIFY_FAILED ? failure::certificate_refused
+                                                                    : failure::handshake_failed;
     }
     bool const ofSystem = ec.category() == std::system_category() ||
                           ec.category() == std::generic_category() ||
@@ -164,7 +172,9 @@ failure named(std::error_code ec) noexcept {
 
 failure named_break(std::error_code ec) noexcept {
     failure const v = named(ec);
-    return v == failure::handshake_failed && !is_refusal_of_client(ec.value()) ? failure::connection_lost : v;
+    bool const lost =
+        v == failure::unreachable || (v == failure::handshake_failed && !is_refusal_of_client(ec));
+    return lost ? failure::connection_lost : v;
 }
 
 failure named_exception() noexcept {

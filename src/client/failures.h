@@ -32,7 +32,8 @@ private:
 failure named(std::error_code ec) noexcept;
 
 /// The same of a connection that was up.  An error of TLS is the handshake's then only if the peer refuses
-/// the client's certificate, which with TLS 1.3 it does behind the handshake.
+/// the client's certificate, which with TLS 1.3 it does behind the handshake.  A peer that cannot be reached
+/// any more, as the system finds by keep-alive or user time-out, is a lost connection.
 failure named_break(std::error_code ec) noexcept;
 
 /// The name of the exception that is being handled.

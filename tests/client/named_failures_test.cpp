@@ -71,7 +71,8 @@ TEST(NamedFailures, ErrorsOfTheNetworkHaveNames) {
     EXPECT_EQ(named(asio::error::eof), failure::closed_by_peer);
     EXPECT_EQ(named(asio::ssl::error::stream_truncated), failure::closed_by_peer);
     EXPECT_EQ(named(asio::error::host_not_found), failure::host_not_found);
-    EXPECT_EQ(named(asio::error::service_not_found), failure::host_not_found);
+    EXPECT_EQ(named(asio::error::host_not_found_try_again), failure::host_not_found);
+    EXPECT_EQ(named(asio::error::service_not_found), failure::bad_address);
     EXPECT_EQ(named(asio::error::operation_aborted), failure::cancelled);
     EXPECT_EQ(named(failure::name_mismatch), failure::name_mismatch);
 }
@@ -83,6 +84,10 @@ TEST(NamedFailures, RefusedCertificateIsToldFromAFailedHandshake) {
     };
     EXPECT_EQ(named(ofTls(SSL_R_CERTIFICATE_VERIFY_FAILED)), failure::certificate_refused);
     EXPECT_EQ(named(ofTls(SSL_R_WRONG_VERSION_NUMBER)), failure::handshake_failed);
+    std::error_code const elsewhere(
+        static_cast<int>(ERR_PACK(ERR_LIB_X509, 0, SSL_R_CERTIFICATE_VERIFY_FAILED)),
+        asio::error::get_ssl_category());
+    EXPECT_EQ(named(elsewhere), failure::handshake_failed) << "each part of the library numbers for itself";
 }
 
 TEST(NamedFailures, BreakByTlsIsALostConnectionUnlessTheClientWasRefused) {
@@ -97,6 +102,19 @@ TEST(NamedFailures, BreakByTlsIsALostConnectionUnlessTheClientWasRefused) {
     EXPECT_EQ(broken(SSL_R_DECRYPTION_FAILED_OR_BAD_RECORD_MAC), failure::connection_lost);
     EXPECT_EQ(broken(SSL_R_TLSV1_ALERT_INTERNAL_ERROR), failure::connection_lost);
     EXPECT_EQ(tav::tls::impl::named_break(asio::error::eof), failure::closed_by_peer);
+}
+
+TEST(NamedFailures, RefusalOfTheClientIsTlsItsOwn) {
+    std::error_code const elsewhere(
+        static_cast<int>(ERR_PACK(ERR_LIB_X509, 0, SSL_R_TLSV13_ALERT_CERTIFICATE_REQUIRED)),
+        asio::error::get_ssl_category());
+    EXPECT_EQ(tav::tls::impl::named_break(elsewhere), failure::connection_lost);
+}
+
+TEST(NamedFailures, PeerThatCannotBeReachedAnyMoreIsALostConnection) {
+    for (int const number : {ETIMEDOUT, EHOSTUNREACH, ENETUNREACH, ECONNRESET}) {
+        EXPECT_EQ(tav::tls::impl::named_break(ofSystem(number)), failure::connection_lost) << number;
+    }
 }
 
 TEST(NamedFailures, NameThatAFunctionIsGivenGoesWithIt) {
