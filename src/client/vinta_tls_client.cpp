@@ -167,6 +167,13 @@ std::string textOf(char const * text) {
     return text ? text : std::string();
 }
 
+/// Begins a call that `last_failure` tells of; null if the client has ended.
+template <class Core>
+std::shared_ptr<Core> begun(std::shared_ptr<Core> core) {
+    impl::set_last_failure(core ? failure::none : failure::closed);
+    return core;
+}
+
 void logArg(Site site, std::string const & id, tavMessage const & msg, char const * expected,
             tavMessage const * ack, int wait_ms, bool grey, unsigned short version) {
     log_line(tavLogger::INFO, site, [&](std::ostream & out) {
@@ -295,7 +302,7 @@ void client::io(tavCodecStream & s) {
 
 std::shared_ptr<connect_info> client::start(connect_option const & option, bool reuseConnected) {
     Site const site = here("tav::tls::client::start");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return nullptr;
     }
@@ -310,7 +317,7 @@ std::shared_ptr<connect_info> client::start(char const * host, char const * port
                                             timedout_option const & timedout, char const * cipher,
                                             bool reuseConnected) {
     Site const site = here("tav::tls::client::start");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return nullptr;
     }
@@ -338,7 +345,7 @@ std::shared_ptr<connect_info> client::start(char const * host, char const * port
 
 std::shared_ptr<connect_info> client::reconnect(timedout_option const & timedout, bool reuseConnected) {
     Site const site = here("tav::tls::client::reconnect");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return nullptr;
     }
@@ -423,7 +430,7 @@ tls_report client::negotiated() const {
 
 std::shared_ptr<send_info> client::send_msg(tavMessage const & msg, send_option const & option) {
     Site const site = here("tav::tls::client::send_msg");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return nullptr;
     }
@@ -435,7 +442,7 @@ std::shared_ptr<send_info> client::send_msg(tavMessage const & msg, send_option 
 
 std::shared_ptr<send_info> client::send_msg(tavSharedPtr<tavMessage> msg, send_option const & option) {
     Site const site = here("tav::tls::client::send_msg");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return nullptr;
     }
@@ -448,7 +455,7 @@ std::shared_ptr<send_info> client::send_msg(tavSharedPtr<tavMessage> msg, send_o
 std::shared_ptr<send_info> client::send_json_msg(char const * json, send_option const & option,
                                                  char const * class_or_code) {
     Site const site = here("tav::tls::client::send_json_msg");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return nullptr;
     }
@@ -464,7 +471,7 @@ std::shared_ptr<send_info> client::send_nbr_msg(unsigned short msgcode, unsigned
                                                 unsigned int size, send_option const & option,
                                                 tav_istr target) {
     Site const site = here("tav::tls::client::send_nbr_msg");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return nullptr;
     }
@@ -476,7 +483,7 @@ std::shared_ptr<send_info> client::send_nbr_msg(unsigned short msgcode, unsigned
 
 std::shared_ptr<send_info> client::send_old_nbr_msg(unsigned char msgcode, tav_istr body, tav_istr target) {
     Site const site = here("tav::tls::client::send_old_nbr_msg");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return nullptr;
     }
@@ -494,7 +501,7 @@ result_type client::send_and_wait(tavMessage const & msg, tavMessage & ack, int 
 result_type client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessage> ack, int wait_ms,
                                   bool grey, unsigned short version) {
     Site const site = here("tav::tls::client::send_and_wait");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return result_error;
     }
@@ -508,7 +515,7 @@ result_type client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
 result_type client::send_and_wait(std::shared_ptr<send_info> * out, tavMessage const & msg, tavMessage & ack,
                                   int wait_ms, bool grey, unsigned short version) {
     Site const site = here("tav::tls::client::send_and_wait");
-    auto const core = alive(site);
+    auto const core = begun(alive(site));
     if (!core) {
         return result_error;
     }
@@ -715,11 +722,9 @@ std::shared_ptr<client::Core> client::alive(Site const & site) const {
     {
         Lock const guard(mutex_);
         if (impl_) {
-            impl::set_last_failure(failure::none);
             return impl_;
         }
     }
-    impl::set_last_failure(failure::closed);
     detail::log(tavLogger::DEFAULT_TAG(), tavLogger::ERROR, site,
                 [](std::ostream & out) { out << "<ASSERT FAILURE> impl_ != nullptr"; });
     return nullptr;

@@ -410,6 +410,7 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
     detail::Site const site = here("tav::tls::impl::Client::send_and_wait");
     if (!ack) {
         log_parts(tavLogger::ERROR, site, name_, " no ack object");
+        set_last_failure(failure::other);
         return result_error;
     }
     if (refused_to_wait(context_.get(), name_, site)) {

@@ -317,6 +317,22 @@ TEST(ClientFailures, SendAndWaitTellsItsOwn) {
     EXPECT_EQ(last_failure(), failure::timed_out);
 }
 
+TEST(ClientFailures, WaitForNothingIsAFailure) {
+    ClientRig rig;
+    rig.connect();
+    EXPECT_EQ(rig.client.send_and_wait(Ask(1), tavSharedPtr<tavMessage>(), 1000), tls::result_error);
+    EXPECT_EQ(last_failure(), failure::other);
+}
+
+TEST(ClientFailures, CallsThatAskLeaveTheLastOneAsItIs) {
+    tls::client client("n");
+    EXPECT_FALSE(client.send_msg(Ask(1), tracked()));
+    EXPECT_FALSE(client.connected());
+    EXPECT_EQ(client.statistics().sends_refused, 1u);
+    client.close();
+    EXPECT_EQ(last_failure(), failure::not_connected);
+}
+
 TEST(ClientFailures, BodyThatNoFrameCarriesIsTooLong) {
     ClientRig rig;
     rig.connect();

@@ -36,7 +36,7 @@ enum class failure {
     closed_by_peer = 17,        ///< The peer ended the connection.
     peer_silent = 18,           ///< Nothing came from a supervised peer for too long.
     bad_address = 19,           ///< The host or the port is empty or not one.
-    host_not_found = 20,        ///< The host's name has no address.
+    host_not_found = 20,        ///< The host's name has no address, or no name server could tell it.
     refused = 21,               ///< The peer refused the TCP connection.
     unreachable = 22,           ///< No route to the peer, or no answer from it.
     proxy_refused = 23,         ///< The proxy function failed.
@@ -56,7 +56,7 @@ TAV_API std::error_category const & failure_category() noexcept;
 TAV_API std::error_code make_error_code(failure v) noexcept;
 
 /// Why the last call of this thread that failed on a client did: start, reconnect, a send, `send_and_wait` or
-/// a `wait`.  A call that succeeds sets it to none.
+/// a `wait`.  One of these that succeeds sets it to none; all other calls leave it as it is.
 ///
 /// In a function that tells of a failure, `on_error`, `on_timedout` or `on_heartbeat_timedout`, it is the
 /// name of that failure as the function begins, and what it was before when the function has returned.
