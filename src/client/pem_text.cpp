@@ -106,7 +106,10 @@ pem_text pem_text::of_file(std::string const & label, std::string const & path) 
         out.fail("too long");
     }
     errno = 0;
-    std::ifstream in(path, std::ios::binary);
+    // Without a buffer of its own, which nobody would wipe.
+    std::ifstream in;
+    in.rdbuf()->pubsetbuf(nullptr, 0);
+    in.open(path, std::ios::binary);
     out.text_.resize(ec ? 0 : static_cast<std::size_t>(size));
     if (!in || (!out.text_.empty() && !in.read(&out.text_[0], static_cast<std::streamsize>(size)))) {
         out.fail(errno != 0 ? std::generic_category().message(errno) : "it can't be read");
