@@ -40,9 +40,7 @@ public:
     number bytes_received{0};
     number frames_sent{0};
     number frames_received{0};
-    number heartbeats_sent{0};
     number heartbeats_received{0};
-    number messages_sent{0};
     number breaks_by_peer{0};
     number breaks_by_error{0};
 
@@ -54,13 +52,16 @@ public:
     number pushes{0};
     number longest_callback_us{0};
 
-    // Where sends begin and end.
-    alignas(64) number sends_ok{0};
+    // Where sends begin, are encoded and end.
+    alignas(64) number messages_sent{0};
+    number sends_ok{0};
     number sends_timedout{0};
     number sends_cancelled{0};
     number sends_refused{0};
 
-    alignas(64) number connects_begun{0};
+    // What is rare.
+    alignas(64) number heartbeats_sent{0};
+    number connects_begun{0};
     number connects_up{0};
     number connects_failed{0};
     number breaks_by_silence{0};
