@@ -14,7 +14,9 @@
 /// A `tls_policy` is filled in once and handed to a `connect_option`.  What it promises: a connection that
 /// opens has kept all of it; a policy that can't be kept (a file that is missing, a key that does not match)
 /// fails the start or reconnect with result 1 and an `on_error` text that names the option; nothing is ever
-/// left out silently.  Without a policy, and with an empty one, connections are made as `connect_option`
+/// left out silently.  The one exception is the watch over the socket, `tcp_keep_alive_s` to
+/// `tcp_user_timeout_ms`: what the system does not take of it is told at WARN, and the connection opens.
+/// Without a policy, and with an empty one, connections are made as `connect_option`
 /// alone describes, to the byte.
 ///
 /// A `tls_report` tells what came of it: `client::negotiated`.
