@@ -1,6 +1,8 @@
 #include "client/resolver.h"
 
+#include "client/process_exit.h"
 #include "foundation/platform.h"
+#include "foundation/scope_exit.h"
 
 #include <asio/ip/address.hpp>
 #include <asio/post.hpp>
@@ -38,13 +40,39 @@ bool read_endpoint(std::string const & host, std::string const & service, tcp::e
     return !ec;
 }
 
-/// Asks the system, and waits for as long as it takes.
+/// The thread is at work between `begin` and the end of the scope.
+class work {
+public:
+    work() = default;
+    ~work() {
+        if (begun_) {
+            process_exit::leave();
+        }
+    }
+    work(work const &) = delete;
+    work & operator=(work const &) = delete;
+
+    void begin() noexcept {
+        begun_ = true;
+        process_exit::enter();
+    }
+
+private:
+    bool begun_ = false;
+};
+
+/// Asks the system, and waits for as long as it takes; what follows the answer is work.
 std::error_code ask_system(std::string const & host, std::string const & service,
-                           resolver::results_type & out) {
+                           resolver::results_type & out, work & following) {
     asio::io_context own;
     tcp::resolver asked(own);
     std::error_code ec;
-    for (auto const & each : asked.resolve(host, service, ec)) {
+    tcp::resolver::results_type answer;
+    {
+        detail::ScopeExit const answered([&] { following.begin(); });
+        answer = asked.resolve(host, service, ec);
+    }
+    for (auto const & each : answer) {
         out.push_back(each.endpoint());
     }
     return ec;
@@ -144,8 +172,10 @@ void resolver::run(lookup & what) noexcept {
     platform::nameThread("resolver");
     std::error_code ec;
     results_type results;
+    // The process may have exited while the system was asked.
+    work following;
     try {
-        ec = ask_system(what.host, what.service, results);
+        ec = ask_system(what.host, what.service, results, following);
     } catch (std::exception const &) {
         ec = std::make_error_code(std::errc::not_enough_memory);
     }

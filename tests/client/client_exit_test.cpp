@@ -2,6 +2,7 @@
 
 #include "support/client_rig.h"
 #include "support/log_capture.h"
+#include "support/names.h"
 
 #include <gtest/gtest.h>
 
@@ -10,6 +11,8 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 
 using namespace tav_test;
 
@@ -109,6 +112,37 @@ std::unique_ptr<tls::client> & staticOwner() {
     return owner;
 }
 
+/// Whether a thread of this process has the name.
+bool hasThread(std::string const & name) {
+    for (auto const & each : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string of_it;
+        std::getline(std::ifstream(each.path() / "comm"), of_it);
+        if (of_it == name) {
+            return true;
+        }
+    }
+    return false;
+}
+
+constexpr char hanging[] = "hanging.example";
+
+Names & names() {
+    static Names & the = *new Names;
+    return the;
+}
+
+/// The system answers behind the destruction of all that a lookup's thread uses.
+void answerLookup() {
+    names().letGo(hanging);
+    auto const end = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+    while (std::chrono::steady_clock::now() < end) {
+        if (!hasThread("resolver")) {
+            ::_exit(not_quiet);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
 class ClientExit : public ::testing::Test {
 protected:
     void SetUp() override { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
@@ -154,6 +188,24 @@ TEST_F(ClientExit, LeavesAClientThatAStaticObjectOwns) {
             traffic();
             staticOwner() = std::make_unique<tls::client>("n");
             traffic().run(*staticOwner());
+            std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ClientExit, LookupThatIsUnderWayDoesNothingBehindIt) {
+    EXPECT_EXIT(
+        {
+            ::alarm(watchdog_s);
+            names().addHanging(hanging);
+            std::atexit(&answerLookup);
+            tls::connect_option option;
+            option.host = hanging;
+            option.port = "1";
+            tls::client::instance("n").start(option);
+            if (!names().waitAsked(hanging) || !hasThread("resolver")) {
+                ::_exit(4);
+            }
             std::exit(0);
         },
         ::testing::ExitedWithCode(0), "");
