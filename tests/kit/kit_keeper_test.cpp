@@ -3,6 +3,7 @@
 #include "support/keeper_rig.h"
 #include "support/log_capture.h"
 #include "support/names.h"
+#include "support/openssl_server.h"
 
 #include <gtest/gtest.h>
 
@@ -284,6 +285,39 @@ TEST(KitKeeper, BreakIsNamed) {
     ASSERT_TRUE(rig.comesTo(state::waiting));
     tls::failure const lost = tls::failure::connection_lost;
     EXPECT_EQ(rig.keeper.status().cause, lost) << rig.keeper.status().cause.message();
+}
+
+TEST(KitKeeper, FrameThatIsNoneIsNamed) {
+    TlsPeer peer;
+    KeeperRig rig(peer.portText());
+    rig.keeper.start();
+    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
+    auto const server = acceptFrom(peer);
+    ASSERT_TRUE(rig.comesTo(state::up));
+    server->send("\x01\x01\x01\x01");
+    ASSERT_TRUE(rig.comesTo(state::waiting));
+    EXPECT_EQ(rig.keeper.status().cause, tls::failure::bad_frame);
+}
+
+// A server of TLS 1.3 refuses the client's certificate when the connection has opened, and does so each time.
+TEST(KitKeeper, RefusalBehindTheHandshakeIsNamedSoThatItCanGiveUp) {
+    Identity const own{CertificateSpec(), &Pki::the().root};
+    TempFile const root(Pki::the().root.pem());
+    ServerSettings settings;
+    settings.chain = {&own};
+    settings.clients = root.path();
+    OpensslServer const server(settings);
+    tls::connect_option option = quietOption(std::to_string(server.port()));
+    option.set_tls_policy(safePolicy());
+    kit::keeper_option how;
+    how.timer = std::make_shared<TestTimer>();
+    how.give_up = [](kit::keeper_status const & v) { return v.cause == tls::failure::handshake_failed; };
+    kit::keeper keeper(option, how);
+    keeper.start();
+    auto & timer = static_cast<TestTimer &>(*how.timer);
+    ASSERT_TRUE(timer.run([&] { return keeper.status().state == state::stopped; }));
+    EXPECT_EQ(keeper.status().cause, tls::failure::handshake_failed);
+    EXPECT_EQ(keeper.status().failed, 1u);
 }
 
 TEST(KitKeeper, ProxyThatRefusesIsAFailedAttemptAtOnce) {

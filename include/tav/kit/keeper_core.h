@@ -17,41 +17,6 @@ namespace tav {
 namespace kit {
 namespace detail {
 
-/// The result object of a connect, for those who hear of its end before the call that began it has returned.
-class connect_slot {
-public:
-    void put(std::shared_ptr<tls::connect_info> v) {
-        std::lock_guard<std::mutex> const guard(mutex_);
-        info_ = std::move(v);
-        known_ = true;
-        changed_.notify_all();
-    }
-    /// Why it ended; no error if it came up.
-    std::error_code cause() {
-        constexpr std::chrono::seconds patience(1);
-        std::shared_ptr<tls::connect_info> info;
-        {
-            std::unique_lock<std::mutex> guard(mutex_);
-            changed_.wait_for(guard, patience, [this] { return known_; });
-            info = info_;
-        }
-        if (!info) {
-            return tls::make_error_code(tls::failure::other);
-        }
-        // Who tells of the end says so a moment ahead of the result.
-        if (info->result() < 0) {
-            info->wait();
-        }
-        return info->error();
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool known_ = false;
-    std::shared_ptr<tls::connect_info> info_;
-};
-
 /// The work of a keeper.  All that has to do with the connection happens on the timer's thread, one step
 /// after the other: others leave an event.  Messages go out on the thread that sends them if the way is free,
 /// and on the timer's if they had to wait.
@@ -154,8 +119,6 @@ private:
     static constexpr std::chrono::milliseconds stop_patience{800};
     /// After so many messages other keepers have their turn.
     static constexpr unsigned in_one_go = 256;
-    /// What the client tells of a connection on which something came that can't be.
-    static constexpr int raised_code = 10;
 
     static keeper_timer & timer_of(keeper_option const & how) {
         return how.timer ? *how.timer : process_timer::instance();
@@ -174,12 +137,10 @@ private:
     void come_up(unsigned era);
     void lost(unsigned era, std::error_code cause);
     void wait_or_go_on(unsigned era, bool was_up, keeper_status next);
-    std::error_code cause_of_break(bool was_up) const;
     void look_at_time();
     void begin_attempt();
     void connect(gateway const & to, unsigned era);
-    tls::connect_option option_for(gateway const & to, unsigned era,
-                                   std::shared_ptr<connect_slot> const & slot);
+    tls::connect_option option_for(gateway const & to, unsigned era);
     void set_limit(tls::connect_option & option, unsigned era);
     void set_proxy(tls::connect_option & option, unsigned era);
     void set_queue(tls::connect_option & option);
@@ -243,7 +204,6 @@ private:
     std::vector<std::size_t> round_;
     std::size_t next_in_round_ = 0;
     std::shared_ptr<tls::connect_info> info_;
-    unsigned long long breaks_by_peer_ = 0;
     std::deque<event> events_;
 
     outbox outbox_;

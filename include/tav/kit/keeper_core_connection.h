@@ -205,7 +205,7 @@ inline void keeper_core::lost(unsigned era, std::error_code cause) {
         until_ = time_point::max();
     }
     next.state = keeper_state::waiting;
-    next.cause = cause ? cause : cause_of_break(was_up);
+    next.cause = cause;
     drop_connection(info);
     bool hopeless = next.cause == tls::failure::bad_policy || next.cause == tls::failure::bad_template ||
                     next.cause == tls::failure::closed;
@@ -236,14 +236,6 @@ inline void keeper_core::wait_or_go_on(unsigned era, bool was_up, keeper_status 
     until_ = now + back_off();
     next.until = until_;
     enter(phase::waiting, std::move(next));
-}
-
-inline std::error_code keeper_core::cause_of_break(bool was_up) const {
-    if (!was_up) {
-        return tls::make_error_code(tls::failure::other);
-    }
-    bool const by_peer = client_.statistics().breaks_by_peer != breaks_by_peer_;
-    return tls::make_error_code(by_peer ? tls::failure::closed_by_peer : tls::failure::connection_lost);
 }
 
 inline void keeper_core::look_at_time() {
@@ -307,15 +299,12 @@ inline void keeper_core::begin_attempt() {
 }
 
 inline void keeper_core::connect(gateway const & to, unsigned era) {
-    auto const slot = std::make_shared<connect_slot>();
     std::shared_ptr<tls::connect_info> info;
     std::error_code refused = tls::make_error_code(tls::failure::other);
-    breaks_by_peer_ = client_.statistics().breaks_by_peer;
     call_guarded("tav::kit::keeper", [&] {
-        info = client_.start(option_for(to, era, slot));
+        info = client_.start(option_for(to, era));
         refused = tls::last_failure();
     });
-    slot->put(info);
     bool stale = false;
     {
         lock const guard(mutex_);
@@ -331,8 +320,7 @@ inline void keeper_core::connect(gateway const & to, unsigned era) {
     }
 }
 
-inline tls::connect_option keeper_core::option_for(gateway const & to, unsigned era,
-                                                   std::shared_ptr<connect_slot> const & slot) {
+inline tls::connect_option keeper_core::option_for(gateway const & to, unsigned era) {
     tls::connect_option own = option_;
     own.host = to.host;
     own.port = to.port;
@@ -343,13 +331,10 @@ inline tls::connect_option keeper_core::option_for(gateway const & to, unsigned 
             core->post(event{news::opened, era, std::error_code()});
         }
     });
-    own.set_on_error([owner, era, slot, user = option_.on_error_](
-                         unsigned long long sno, unsigned short msgcode, int code, char const * text) {
+    own.set_on_error([owner, era, user = option_.on_error_](unsigned long long sno, unsigned short msgcode,
+                                                            int code, char const * text) {
         if (std::shared_ptr<keeper_core> const core = owner.lock()) {
-            std::error_code const cause = slot->cause();
-            bool const raised = !cause && code == raised_code;
-            core->post(
-                event{news::failed, era, raised ? tls::make_error_code(tls::failure::bad_frame) : cause});
+            core->post(event{news::failed, era, tls::last_failure()});
         }
         if (user) {
             user(sno, msgcode, code, text);
