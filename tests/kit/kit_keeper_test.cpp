@@ -952,7 +952,24 @@ TEST(KitKeeper, SendsThatWaitForNothingHoldNothing) {
         EXPECT_TRUE(kit::send(rig.keeper, Say(i)));
     }
     EXPECT_TRUE(rig.gateway.gateway.wait([](tav::gateway::Stats const & v) { return v.packets == 100; }));
-    EXPECT_TRUE(eventually([&] { return rig.keeper.client().statistics().tracked_sends == 0; }));
+    EXPECT_TRUE(eventually([&] { return rig.keeper.client().statistics().messages_sent == 100; }));
+    EXPECT_EQ(rig.keeper.client().statistics().tracked_sends, 0u);
+    EXPECT_EQ(rig.keeper.client().statistics().sends_cancelled, 0u);
+}
+
+TEST(KitKeeper, SendsThatWaitForNothingNeedNoPlaceAmongThoseThatWait) {
+    GatewayRig gateway(silent());
+    tls::connect_option option = quietOption(std::to_string(gateway.gateway.port()));
+    option.limits.tracked_sends = 1;
+    kit::keeper keeper(option);
+    keeper.start();
+    ASSERT_TRUE(eventually([&] { return keeper.status().state == state::up; }));
+    auto const waiting = kit::request<Said>(keeper, Say(1), 60s);
+    ASSERT_TRUE(eventually([&] { return keeper.client().statistics().tracked_sends == 1; }));
+    EXPECT_TRUE(kit::send(keeper, Say(2)));
+    EXPECT_EQ(keeper.waiting(), 0u);
+    EXPECT_TRUE(gateway.gateway.wait([](tav::gateway::Stats const & v) { return v.packets == 2; }));
+    EXPECT_EQ(keeper.client().statistics().tracked_sends, 1u);
 }
 
 // The end.

@@ -151,8 +151,8 @@ inline void keeper_core::flush() {
     flushing_ = false;
 }
 
-// Whether it went out is known for sure: a send that the client tracks was accepted if it is there, and has
-// not gone anywhere if it is not.  So those that wait for nothing are tracked too, for this moment.
+// Whether it went out is known for sure: a send that the client tracks was accepted if it is there, and one
+// that waits for nothing, which the client does not track, if the call has not failed.
 inline keeper_core::way keeper_core::send_now(parcel_ptr const & p) noexcept {
     way result = way::gone;
     try {
@@ -172,17 +172,18 @@ inline keeper_core::way keeper_core::send_now(parcel_ptr const & p) noexcept {
         }
         auto const going = std::make_shared<trip>(weak_from_this(), p);
         std::shared_ptr<tls::send_info> const sent = hand_over(*p, going, limit_ms);
-        if (!sent) {
+        std::error_code const why = tls::last_failure();
+        bool const taken = p->awaits ? sent != nullptr : !why;
+        if (!taken) {
             going->void_it();
-            result = refused(tls::last_failure(), *p);
+            result = refused(why, *p);
         } else if (p->awaits) {
             p->one->went_as(sent);
         } else {
             going->void_it();
-            sent->cancel();
             p->one->end(std::error_code());
         }
-        if (sent) {
+        if (taken) {
             lock const guard(mutex_);
             refused_since_ = time_point();
         }
@@ -208,7 +209,7 @@ inline keeper_core::way keeper_core::refused(std::error_code why, parcel const &
 inline std::shared_ptr<tls::send_info>
 keeper_core::hand_over(parcel const & p, std::shared_ptr<trip> const & going, int limit_ms) {
     tls::send_option option = p.terms.option(p.ack);
-    option.wait_ms(limit_ms);
+    option.wait_ms(p.awaits ? limit_ms : 0);
     option.sno = p.sno;
     option.ext = p.ext;
     if (p.awaits) {
