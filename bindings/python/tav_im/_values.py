@@ -24,6 +24,9 @@ class Error(Exception):
     def __str__(self) -> str:
         return f"{self.name}: {self.args[0]}"
 
+    def __repr__(self) -> str:
+        return f"Error({str(self)!r})"
+
 
 @dataclass(frozen=True)
 class Message:

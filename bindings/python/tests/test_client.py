@@ -90,6 +90,7 @@ class ClientTest(unittest.TestCase):
         with self.assertRaises(tav_im.Error) as caught:
             client.send(0x3001, "")
         self.assertEqual(caught.exception.name, "not_connected")
+        self.assertEqual(repr(caught.exception), "Error('not_connected: not connected')")
         with self.assertRaises(tav_im.Error) as caught:
             client.connect("127.0.0.1", self.gateway.port, ca=self.gateway.ca, policy={"min_version": "1.1"})
         self.assertEqual(caught.exception.field, "policy.min_version")
