@@ -13,6 +13,10 @@ folder=$work/certificates
 serve gateway "$gateway" --certificates "$folder" --port-file "$work/gateway.port" --ask-affirm
 to=(127.0.0.1 "$(cat "$work/gateway.port")" "$folder/ca.pem")
 
+# The program in Python takes the package and the library from where they are made.
+json=$build/bindings/c/libtav_im_json.so
+export TAV_IM_JSON_LIBRARY=$json PYTHONPATH=$project/bindings/python PYTHONDONTWRITEBYTECODE=1
+
 # What each example is given; most of them get the gateway alone.
 arguments() { # EXAMPLE
     case $1 in
@@ -38,11 +42,14 @@ if [ ${#examples[@]} -eq 0 ]; then
         # Those that want a later standard, or the library for C, may have been left out of the build.
         [[ $name = coroutine || $name = c_first ]] && [ ! -x "$build/examples/$name" ] || examples+=("$name")
     done
+    [ ! -e "$json" ] || examples+=(py_first)
 fi
 for example in "${examples[@]}"; do
     arguments "$example"
     echo "== $example"
-    if ! timeout 60 "$build/examples/$example" "${given[@]}"; then
+    program=("$build/examples/$example")
+    [ "$example" != py_first ] || program=(python3 "$project/examples/py_first.py")
+    if ! timeout 60 "${program[@]}" "${given[@]}"; then
         echo "$example failed; the servers say:" >&2
         cat "$work"/*.log >&2
         exit 1

@@ -4,9 +4,9 @@
 # Usage: scripts/packages.sh library|demo|test|lint|long|places|fuzz
 
 library_packages=(g++ cmake make libasio-dev libssl-dev)
-demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libedit-dev)
+demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libedit-dev python3)
 test_packages=("${demo_packages[@]}" openssl doxygen clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
-               protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev python3 python3-pip mypy)
+               protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev python3-pip mypy)
 lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)
 long_packages=(haproxy stunnel4)
 places_packages=("${library_packages[@]}" ninja-build ca-certificates clang g++-aarch64-linux-gnu

@@ -59,6 +59,7 @@ if(NOT TAV_SANITIZE)
     add_test(NAME python.is_typed
              COMMAND ${TAV_MYPY} --strict --python-version 3.9 --cache-dir ${CMAKE_CURRENT_BINARY_DIR}/mypy tav_im
                      tests/rig.py tests/test_client.py tests/test_async_client.py tests/test_bot.py tests/test_proxy.py examples/bot.py
+                     ${PROJECT_SOURCE_DIR}/examples/py_first.py
                      make_wheel.py
              WORKING_DIRECTORY ${tav_python_folder})
     if(TAV_SHARED AND TAV_INSTALL)

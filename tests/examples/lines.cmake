@@ -1,5 +1,5 @@
 # An example is one idea, and one screen: no program in EXAMPLES has more than 60 lines.
-file(GLOB sources ${EXAMPLES}/*.c ${EXAMPLES}/*.cpp)
+file(GLOB sources ${EXAMPLES}/*.c ${EXAMPLES}/*.cpp ${EXAMPLES}/*.py)
 if(NOT sources)
     message(FATAL_ERROR "no examples in ${EXAMPLES}")
 endif()
