@@ -126,14 +126,17 @@ TEST(ClientRefusalDeathTest, WithoutADescriptorAConnectIsAnErrorAndTheNextOneGoe
         {
             ClientRig rig;
             tls::result_type result = tls::result_ok;
+            bool named = false;
             {
                 DescriptorLimit const limit(0);
-                result = resultOf(rig.client.start(rig.option()));
+                auto const info = rig.client.start(rig.option());
+                result = resultOf(info);
+                named = info->error() == tls::failure::no_resources;
             }
             bool const told =
                 rig.events.wait(1) && rig.events.all()[0].find("Too many open files") != std::string::npos;
             rig.connect();
-            std::exit(result == tls::result_error && told && rig.settle() ? 0 : 1);
+            std::exit(result == tls::result_error && named && told && rig.settle() ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
 }
@@ -165,12 +168,13 @@ TEST(ClientRefusal, ASessionsThreadThatIsRefusedIsAnErrorAndLeavesNothing) {
         ClientRig rig;
         unsigned const of_client = threadsNow();
         for (int threads = 0; threads < 3; ++threads) {
-            tls::result_type result = tls::result_pending;
+            std::shared_ptr<tls::connect_info> info;
             {
                 ThreadLimit const limit(threads);
-                result = resultOf(rig.client.start(rig.option()));
+                info = rig.client.start(rig.option());
+                EXPECT_EQ(resultOf(info), tls::result_error) << threads;
             }
-            EXPECT_EQ(result, tls::result_error) << threads;
+            EXPECT_EQ(info->error(), tls::failure::no_resources) << threads;
             auto const told = static_cast<std::size_t>(threads) + 1;
             ASSERT_TRUE(rig.events.wait(told)) << threads;
             EXPECT_EQ(
@@ -191,12 +195,13 @@ TEST(ClientRefusal, OfAReconnectIsAnErrorAndTheNextOneGoes) {
     LogCapture log;
     ClientRig rig;
     rig.connect();
-    tls::result_type result = tls::result_pending;
+    std::shared_ptr<tls::connect_info> info;
     {
         ThreadLimit const limit(1);
-        result = resultOf(rig.client.reconnect(tls::timedout_option()));
+        info = rig.client.reconnect(tls::timedout_option());
+        EXPECT_EQ(resultOf(info), tls::result_error);
     }
-    EXPECT_EQ(result, tls::result_error);
+    EXPECT_EQ(info->error(), tls::failure::no_resources);
     ASSERT_TRUE(rig.events.wait(2));
     EXPECT_EQ(rig.events.all()[1].find("error " + textOf(EAGAIN)), 0u) << rig.events.all()[1];
     rig.reconnect();
@@ -210,12 +215,13 @@ TEST(ClientRefusal, AThreadForALookupThatIsRefusedIsAnError) {
         ClientRig rig;
         tls::connect_option option = rig.option();
         option.host = "localhost";
-        tls::result_type result = tls::result_pending;
+        std::shared_ptr<tls::connect_info> info;
         {
             ThreadLimit const limit(3);
-            result = resultOf(rig.client.start(option));
+            info = rig.client.start(option);
+            EXPECT_EQ(resultOf(info), tls::result_error);
         }
-        EXPECT_EQ(result, tls::result_error);
+        EXPECT_EQ(info->error(), tls::failure::no_resources);
         ASSERT_TRUE(rig.events.wait(1));
         EXPECT_EQ(rig.events.all()[0].find("error " + textOf(EAGAIN)), 0u) << rig.events.all()[0];
         EXPECT_TRUE(log.contains("<n> resolve failed "));

@@ -185,6 +185,20 @@ TEST(ClientStatistics, ConnectsAndEndsAreCountedByCause) {
     EXPECT_EQ(counted(rig, &tls::statistics::breaks_by_silence, 0u), 0u);
 }
 
+TEST(ClientStatistics, ConnectionThatIsReplacedIsAClose) {
+    ClientRig rig;
+    rig.connect();
+    rig.reconnect();
+    EXPECT_EQ(counted(rig, &tls::statistics::closes, 1u), 1u);
+    rig.connect();
+    EXPECT_EQ(counted(rig, &tls::statistics::closes, 2u), 2u);
+    tls::statistics const all = rig.client.statistics();
+    EXPECT_EQ(all.connects_begun, 3u);
+    EXPECT_EQ(all.connects_up, 3u);
+    EXPECT_EQ(all.connects_failed, 0u);
+    EXPECT_EQ(all.breaks_by_peer + all.breaks_by_error + all.breaks_by_silence, 0u);
+}
+
 TEST(ClientStatistics, LongestCallbackIsKept) {
     ClientRig rig;
     rig.client.on_nbr_msg(
