@@ -35,7 +35,10 @@ int main(int argc, char ** argv) {
         std::cerr << "first: the host or the port is empty\n";
         return 2;
     }
-    start->wait();
+    if (start->wait() != tav::tls::result_ok) {
+        std::cerr << "first: " << start->error().message() << "\n";
+        return 1;
+    }
 
     Hello hello;
     hello.text = "hello, gateway";
