@@ -1,6 +1,7 @@
 #include <asio.hpp>
 
 #include <array>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <iostream>
@@ -168,12 +169,17 @@ private:
     Buffer down_{};
 };
 
-void accept(tcp::acceptor & acceptor) {
-    acceptor.async_accept([&acceptor](std::error_code const & error, tcp::socket client) {
+/// Without a descriptor to spare the next accept would fail at once, as the client still waits: so there is a
+/// pause first.
+void accept(tcp::acceptor & acceptor, asio::steady_timer & pause) {
+    acceptor.async_accept([&acceptor, &pause](std::error_code const & error, tcp::socket client) {
         if (!error) {
             std::make_shared<Tunnel>(std::move(client))->start();
+            accept(acceptor, pause);
+            return;
         }
-        accept(acceptor);
+        pause.expires_after(std::chrono::milliseconds(100));
+        pause.async_wait([&acceptor, &pause](std::error_code const &) { accept(acceptor, pause); });
     });
 }
 
@@ -195,7 +201,8 @@ int main(int argc, char ** argv) {
             std::cerr << "tav-proxy: can't write " << argv[1] << "\n";
             return 1;
         }
-        accept(acceptor);
+        asio::steady_timer pause(io);
+        accept(acceptor, pause);
         io.run();
     } catch (std::exception const & e) {
         std::cerr << "tav-proxy: " << e.what() << "\n";
