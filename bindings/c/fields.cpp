@@ -162,6 +162,24 @@ unsigned Fields::object(std::string_view name) {
     return i;
 }
 
+std::vector<unsigned> Fields::objects(std::string_view name) {
+    std::vector<unsigned> out;
+    unsigned const i = find(name);
+    if (i == 0) {
+        return out;
+    }
+    if (document_.node(i).kind != Kind::array) {
+        refuse(i, "this has to be an array of objects");
+    }
+    for (unsigned each = i + 1; each < document_.node(i).next; each = document_.node(each).next) {
+        if (document_.node(each).kind != Kind::object) {
+            refuse(each, "this has to be an object");
+        }
+        out.push_back(each);
+    }
+    return out;
+}
+
 std::string Fields::numberText(std::string_view name) {
     unsigned const i = find(name);
     if (i != 0 && document_.node(i).kind == Kind::number) {

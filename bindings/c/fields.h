@@ -17,6 +17,10 @@ namespace json_client {
 constexpr int code_unknown_field = 100;
 constexpr int code_unknown_type = 101;
 constexpr int code_bad_reply = 102;
+constexpr int code_dropped = 103;
+constexpr int code_outbox_full = 104;
+constexpr int code_stopped = 105;
+constexpr int code_login_refused = 106;
 
 /// "timed_out" of failure::timed_out.
 std::string nameOf(tls::failure v);
@@ -42,6 +46,8 @@ public:
     int word(std::string_view name, std::initializer_list<char const *> words, int otherwise);
     /// A member that is an object, 0 if there is none.
     unsigned object(std::string_view name);
+    /// The objects of a member that is an array of them.
+    std::vector<unsigned> objects(std::string_view name);
     /// A number or a text of digits, such as a port.
     std::string numberText(std::string_view name);
     /// Has no meaning here, but belongs to the request.

@@ -150,6 +150,16 @@ void readProxy(Fields & fields, tls::connect_option & option, int limit_ms) {
     });
 }
 
+/// With gateways of its own a keeper needs no other address.
+void readAddress(Fields & fields, unsigned keeper, tls::connect_option & option) {
+    bool const elsewhere = keeper != 0 && Fields(fields.document(), keeper).has("gateways");
+    if (elsewhere && !fields.has("host") && !fields.has("port")) {
+        return;
+    }
+    option.host = fields.necessaryText("host");
+    option.port = fields.numberText("port");
+}
+
 } // namespace
 
 std::string templateText(Fields & fields) {
@@ -164,8 +174,8 @@ std::string templateText(Fields & fields) {
 ConnectWish readConnect(Fields & fields) {
     ConnectWish wish;
     tls::connect_option & option = wish.option;
-    option.host = fields.necessaryText("host");
-    option.port = fields.numberText("port");
+    unsigned const keeper = fields.object("keeper");
+    readAddress(fields, keeper, option);
     option.ca = fields.text("ca");
     option.cipher = fields.text("cipher");
     option.server_name = fields.text("server_name");
@@ -179,6 +189,9 @@ ConnectWish readConnect(Fields & fields) {
     if (!text.empty()) {
         wish.messages = std::make_shared<Template const>(text);
         option.metainfo = text;
+    }
+    if (keeper != 0) {
+        wish.keeper = readKeeper(fields.document(), keeper, option, wish.messages);
     }
     return wish;
 }

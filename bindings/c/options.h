@@ -2,6 +2,7 @@
 #define TAV_BINDINGS_C_OPTIONS_H
 
 #include "bindings/c/fields.h"
+#include "bindings/c/keeping.h"
 #include "bindings/c/message.h"
 
 #include "tav/vinta/vinta_tls_client_options.h"
@@ -17,6 +18,7 @@ struct ConnectWish {
     std::shared_ptr<Template const> messages; ///< Null without a template.
     int limit_ms = 0;
     bool heartbeat = true;
+    std::shared_ptr<KeeperWish const> keeper; ///< Null if nothing is to keep the connection.
 };
 
 /// The text of the member "template", or of the file that "template_file" names; empty without either.

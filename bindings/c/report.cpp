@@ -89,11 +89,15 @@ std::string disconnectedText(failure why, std::string const & text) {
     return out.text("text", text.empty() ? make_error_code(why).message() : text).take();
 }
 
-std::string stateText(tls::client & client, bool connected, std::string_view extra) {
+std::string stateText(tls::client & client, bool connected, kit::keeper const * keeper,
+                      std::string_view extra) {
     ObjectText out("state", extra);
     out.flag("connected", connected);
     if (connected) {
         putConnection(out, client);
+    }
+    if (keeper != nullptr) {
+        out.raw("keeper", keeperText(*keeper));
     }
     return out.take();
 }
@@ -287,7 +291,7 @@ std::string check(Session const * session, Fields & fields, std::string_view ext
     if (type == "connect") {
         readConnect(in);
     } else if (type == "send" || type == "request") {
-        for (char const * const each : {"time_limit_ms", "grey", "version"}) {
+        for (char const * const each : {"time_limit_ms", "grey", "version", "safe_to_repeat"}) {
             in.pass(each);
         }
         if (type == "send") {
@@ -331,7 +335,11 @@ std::string ofClient(Session const * session, Fields & fields, std::string_view 
     if (!client) {
         throw failureOf(failure::closed, std::string(type) + " needs a client");
     }
-    return type == "state" ? stateText(*client, session->isUp(), extra) : statisticsText(*client, extra);
+    if (type == "statistics") {
+        return statisticsText(*client, extra);
+    }
+    auto const kept = session->kept();
+    return stateText(*client, session->isUp(), kept ? &kept->keeper : nullptr, extra);
 }
 
 } // namespace

@@ -4,6 +4,8 @@
 #include "bindings/c/fields.h"
 #include "bindings/c/message.h"
 
+#include "tav/kit/keeper.h"
+
 #include "tav/vinta/vinta_tls_client.h"
 
 #include <memory>
@@ -16,7 +18,8 @@ namespace json_client {
 std::string connectedText(tls::client & client);
 std::string disconnectedText(tls::failure why, std::string const & text);
 /// The answer of "state".
-std::string stateText(tls::client & client, bool connected, std::string_view extra);
+std::string stateText(tls::client & client, bool connected, kit::keeper const * keeper,
+                      std::string_view extra);
 /// The answer of "statistics".
 std::string statisticsText(tls::client const & client, std::string_view extra);
 void putExt(ObjectText & out, tavMsgExt const & ext);

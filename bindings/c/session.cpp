@@ -22,6 +22,11 @@ int readLimit(Fields & fields) {
     return static_cast<int>(fields.number("time_limit_ms", 1, longest_limit_ms, default_limit_ms));
 }
 
+kit::within termsOf(int limit_ms, bool grey, unsigned short version, bool repeats) {
+    kit::within terms{std::chrono::milliseconds(limit_ms)};
+    return terms.grey(grey).version(version).repeatable(repeats);
+}
+
 Failure lastFailure() {
     auto const why = static_cast<failure>(tls::last_failure().value());
     return failureOf(why == failure::none ? failure::other : why);
@@ -54,6 +59,11 @@ Call::Left Session::left() const {
 std::shared_ptr<tls::client> Session::client() const {
     std::lock_guard<std::mutex> const guard(mutex_);
     return client_;
+}
+
+std::shared_ptr<Kept> Session::kept() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return kept_;
 }
 
 bool Session::send(std::string_view request) {
@@ -120,13 +130,21 @@ void Session::leaveInLock() {
         up_ = false;
         outbox_->event(disconnectedText(failure::cancelled, std::string()));
     }
+    if (keeping_) {
+        keeping_ = false;
+        kit::keeper_status status;
+        status.cause = make_error_code(failure::cancelled);
+        outbox_->event(keeperText(status));
+    }
     outbox_->stir();
 }
 
 void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish const> wish, int limit_ms) {
+    auto const left = std::make_shared<std::atomic<bool>>(false);
     std::shared_ptr<Call> call;
     std::lock_guard<std::mutex> const turn(turn_);
     std::shared_ptr<tls::client> client;
+    std::shared_ptr<Kept> before;
     Era era = 0;
     bool replaces = false;
     {
@@ -139,7 +157,6 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
         }
         client = client_;
         replaces = up_;
-        auto const left = std::make_shared<std::atomic<bool>>(false);
         call = std::make_shared<Call>(ticket, left);
         leaveInLock();
         left_ = left;
@@ -147,23 +164,26 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
         attempt_ = call;
         wish_ = wish;
         messages_ = wish->messages;
+        before.swap(kept_);
     }
+    letGo(before);
     if (replaces) {
         client->close();
     }
-    std::shared_ptr<tls::connect_info> info;
     try {
-        info = client->start(optionFor(*wish, limit_ms, era));
+        if (wish->keeper) {
+            keep(client, *wish, limit_ms, era, left);
+            return;
+        }
+        std::shared_ptr<tls::connect_info> const info = client->start(optionFor(*wish, limit_ms, era));
+        if (!info) {
+            throw lastFailure();
+        }
+        call->known(info);
     } catch (...) {
         takeAttempt(era);
         throw;
     }
-    if (!info) {
-        Failure const why = lastFailure();
-        takeAttempt(era);
-        throw why;
-    }
-    call->known(info);
 }
 
 void Session::reconnect(TicketPtr const & ticket, Fields & fields) {
@@ -184,13 +204,16 @@ void Session::disconnect(TicketPtr const & ticket, Fields & fields) {
     fields.finish();
     std::lock_guard<std::mutex> const turn(turn_);
     std::shared_ptr<tls::client> client;
+    std::shared_ptr<Kept> kept;
     std::shared_ptr<Call> attempt;
     {
         std::lock_guard<std::mutex> const guard(mutex_);
         client = client_;
+        kept.swap(kept_);
         attempt.swap(attempt_);
         leaveInLock();
     }
+    letGo(kept);
     if (client) {
         client->close();
     }
@@ -202,7 +225,8 @@ void Session::disconnect(TicketPtr const & ticket, Fields & fields) {
 
 void Session::sendMessage(TicketPtr const & ticket, Fields & fields) {
     bool const receipt = fields.flag("receipt", false);
-    int const limit_ms = receipt ? readLimit(fields) : 0;
+    int const limit_ms = readLimit(fields);
+    bool const repeats = fields.flag("safe_to_repeat", false);
     bool const grey = fields.flag("grey", false);
     auto const version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
     std::string const target = fields.text("target");
@@ -215,6 +239,16 @@ void Session::sendMessage(TicketPtr const & ticket, Fields & fields) {
     auto const client = this->client();
     if (!client) {
         throw failureOf(failure::closed);
+    }
+    if (auto const kept = this->kept()) {
+        if (!old && target.empty()) {
+            kit::within terms = termsOf(limit_ms, grey, version, repeats);
+            sendKept(ticket, *kept, out, receipt ? out.code : no_code, terms);
+            return;
+        }
+        if (!isUp()) {
+            throw failureOf(failure::not_connected);
+        }
     }
     if (receipt) {
         tls::send_option option(limit_ms, tls::timedout_function(), grey, version);
@@ -236,6 +270,7 @@ void Session::sendMessage(TicketPtr const & ticket, Fields & fields) {
 
 void Session::request(TicketPtr const & ticket, Fields & fields) {
     int const limit_ms = readLimit(fields);
+    bool const repeats = fields.flag("safe_to_repeat", false);
     bool const grey = fields.flag("grey", false);
     auto const version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
     auto const templates = messages();
@@ -245,6 +280,10 @@ void Session::request(TicketPtr const & ticket, Fields & fields) {
     if (out.code < 0x100) {
         throw failureOf(failure::value_does_not_fit, "code: a message of a code up to 255 has no reply",
                         "code");
+    }
+    if (auto const kept = this->kept()) {
+        sendKept(ticket, *kept, out, reply, termsOf(limit_ms, grey, version, repeats));
+        return;
     }
     tls::send_option option(limit_ms, tls::timedout_function(), grey, version);
     option.ack = reply;
@@ -261,16 +300,7 @@ void Session::sendTracked(TicketPtr const & ticket, unsigned short code, tavByte
     option.set_nbr_ack_callback([call, receipt, templates = messages()](
                                     unsigned long long sno, unsigned short reply, unsigned char const * data,
                                     unsigned size, tavMsgExt const & ext) {
-        Ticket & to = call->ticket();
-        try {
-            ObjectText text(receipt ? "receipt" : "reply", to.extra());
-            text.number("sno", sno);
-            putExt(text, ext);
-            putMessage(text, reply, tav_istr(data, size), templates);
-            to.answer(text.take());
-        } catch (std::bad_alloc const &) {
-            to.fail(failureOf(failure::out_of_memory));
-        }
+        answerReply(call->ticket(), receipt, Came{sno, reply, tav_istr(data, size), ext}, templates);
     });
     auto const client = this->client();
     std::shared_ptr<tls::send_info> info;
@@ -284,8 +314,25 @@ void Session::sendTracked(TicketPtr const & ticket, unsigned short code, tavByte
     call->known(info);
 }
 
-tls::connect_option Session::optionFor(ConnectWish const & wish, int limit_ms, Era era) {
+tls::connect_option Session::plainOption(ConnectWish const & wish) {
     tls::connect_option option = wish.option;
+    auto const weak = weak_from_this();
+    option.set_nbr_msg_callback([weak](unsigned long long sno, unsigned short code,
+                                       unsigned char const * data, unsigned size, tavMsgExt const & ext) {
+        if (auto const self = weak.lock()) {
+            self->onMessage(sno, code, tav_istr(data, size), ext);
+        }
+    });
+    option.limits.on_queue = [weak](bool full) {
+        if (auto const self = weak.lock()) {
+            self->outbox_->event(ObjectText("queue", std::string()).flag("full", full).take());
+        }
+    };
+    return option;
+}
+
+tls::connect_option Session::optionFor(ConnectWish const & wish, int limit_ms, Era era) {
+    tls::connect_option option = plainOption(wish);
     auto const weak = weak_from_this();
     option.timedout.wait_ms(limit_ms);
     option.timedout.set_on_timedout([weak, era](unsigned long long, unsigned short, bool cancelled) {
@@ -308,17 +355,6 @@ tls::connect_option Session::optionFor(ConnectWish const & wish, int limit_ms, E
             self->onSilence(era);
         }
     });
-    option.set_nbr_msg_callback([weak](unsigned long long sno, unsigned short code,
-                                       unsigned char const * data, unsigned size, tavMsgExt const & ext) {
-        if (auto const self = weak.lock()) {
-            self->onMessage(sno, code, tav_istr(data, size), ext);
-        }
-    });
-    option.limits.on_queue = [weak](bool full) {
-        if (auto const self = weak.lock()) {
-            self->outbox_->event(ObjectText("queue", std::string()).flag("full", full).take());
-        }
-    };
     if (auto const through = option.on_http_proxy_connect_) {
         option.set_on_http_proxy_connect(
             [weak, era, through](unsigned socket, char const * host, unsigned short port) {
@@ -347,15 +383,21 @@ void Session::onOpen(Era era, bool heartbeat) {
     std::string text = connectedText(*client);
     unsigned long long const breaks = client->statistics().breaks_by_peer;
     std::lock_guard<std::mutex> const guard(mutex_);
-    if (era != era_ || !attempt_) {
+    if (era != era_ || (!attempt_ && !kept_)) {
         return;
     }
     outbox_->event(std::move(text));
     up_ = true;
     breaks_by_peer_ = breaks;
-    Ticket & ticket = attempt_->ticket();
-    ticket.answer(ObjectText("ok", ticket.extra()).take());
-    attempt_.reset();
+    answerAttemptInLock();
+}
+
+void Session::answerAttemptInLock() {
+    if (attempt_) {
+        Ticket & ticket = attempt_->ticket();
+        ticket.answer(ObjectText("ok", ticket.extra()).take());
+        attempt_.reset();
+    }
 }
 
 bool Session::isUp() const {
@@ -471,10 +513,12 @@ bool Session::end() noexcept {
     }
     std::lock_guard<std::mutex> const turn(turn_);
     std::shared_ptr<tls::client> client;
+    std::shared_ptr<Kept> kept;
     std::shared_ptr<Call> attempt;
     {
         std::lock_guard<std::mutex> const guard(mutex_);
         client.swap(client_);
+        kept.swap(kept_);
         attempt.swap(attempt_);
         try {
             leaveInLock();
@@ -482,6 +526,7 @@ bool Session::end() noexcept {
             // The word of the end is "closed".
         }
     }
+    letGo(kept);
     if (client) {
         client->close();
         // A callback must not be the last to hold it: it would have to wait for its own thread.

@@ -35,6 +35,8 @@ public:
     bool isUp() const;
     /// Null if the end has come.
     std::shared_ptr<tls::client> client() const;
+    /// What keeps the connection; null if nothing does.  To be let go of at once.
+    std::shared_ptr<Kept> kept() const;
 
 private:
     using TicketPtr = std::shared_ptr<Ticket>;
@@ -44,6 +46,8 @@ private:
 
     void serve(TicketPtr const & ticket, Fields & fields, std::string_view type);
     void connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish const> wish, int limit_ms);
+    void keep(std::shared_ptr<tls::client> const & client, ConnectWish const & wish, int limit_ms, Era era,
+              Call::Left const & left);
     void reconnect(TicketPtr const & ticket, Fields & fields);
     void disconnect(TicketPtr const & ticket, Fields & fields);
     void sendMessage(TicketPtr const & ticket, Fields & fields);
@@ -51,7 +55,14 @@ private:
     void sendTracked(TicketPtr const & ticket, unsigned short code, tavBytes const & body,
                      tls::send_option & option);
 
+    /// What goes by a keeper; it awaits nothing if `reply` is no_code.
+    void sendKept(TicketPtr const & ticket, Kept & by, Encoded const & out, unsigned short reply,
+                  kit::within const & terms);
+
+    /// Without what tells of the connection.
+    tls::connect_option plainOption(ConnectWish const & wish);
     tls::connect_option optionFor(ConnectWish const & wish, int limit_ms, Era era);
+    void answerAttemptInLock();
     /// A connection of which nothing more is to be told is over.
     void leaveInLock();
 
@@ -60,6 +71,7 @@ private:
     void onTimedOut(Era era, bool cancelled);
     void onSilence(Era era);
     void onProxyRefused(Era era);
+    void onKept(Era era, kit::keeper_status const & status);
     void onMessage(unsigned long long sno, unsigned short code, tav_istr body, tavMsgExt const & ext);
     /// Tells that the connection is over; false if it was not up.
     bool broken(Era era, tls::failure why, std::string const & text);
@@ -81,6 +93,9 @@ private:
     unsigned long long breaks_by_peer_ = 0;
     /// The connect that has no answer yet.
     std::shared_ptr<Call> attempt_;
+    std::shared_ptr<Kept> kept_;
+    /// The keeper's end has not been told.
+    bool keeping_ = false;
     std::shared_ptr<ConnectWish const> wish_;
     std::shared_ptr<Template const> messages_;
 };
@@ -95,6 +110,16 @@ Encoded readOutgoing(Fields & fields, std::shared_ptr<Template const> const & me
 /// The members that tell a message: "class" and "message" if the template has them, else "body" in base64.
 void putMessage(ObjectText & out, unsigned short code, tav_istr body,
                 std::shared_ptr<Template const> const & messages);
+
+/// A reply, or a receipt, as it came.
+struct Came {
+    unsigned long long sno;
+    unsigned short code;
+    tav_istr body;
+    tavMsgExt const & ext;
+};
+void answerReply(Ticket & to, bool receipt, Came const & came,
+                 std::shared_ptr<Template const> const & messages) noexcept;
 
 /// The type of a request; throws a Failure if it has none.
 std::string readType(Document const & document);

@@ -4,7 +4,6 @@ Usage: bot.py HOST PORT CA-FILE [MESSAGES]      it stops after so many messages,
 """
 
 import asyncio
-import random
 import sys
 
 import tav_im
@@ -13,17 +12,6 @@ TEMPLATE = """
 Say:object(__class__(bot.Say) __code__(3001) [1]user:string() [2]text:string())
 Said:object(__class__(bot.Said) __super__(bot.Say) __code__(3002))
 """
-
-
-async def come_back(client: tav_im.AsyncClient) -> None:
-    pause = 0.5
-    while not client.connected:
-        await asyncio.sleep(random.uniform(0, pause))
-        pause = min(2 * pause, 30)
-        try:
-            await client.reconnect()
-        except tav_im.Error as error:
-            print("bot: not yet:", error, flush=True)
 
 
 async def answer(client: tav_im.AsyncClient, message: tav_im.Message) -> None:
@@ -39,11 +27,12 @@ async def main() -> None:
     host, port, ca = sys.argv[1:4]
     left = int(sys.argv[4]) if len(sys.argv) > 4 else -1
     async with tav_im.AsyncClient("bot") as client:
-        await client.connect(host, port, ca=ca, template=TEMPLATE)
-        print("bot: here", flush=True)
+        await client.connect(host, port, ca=ca, template=TEMPLATE, keeper={})
         async for event in client.events():
-            if event.type == "disconnected":
-                await come_back(client)
+            if event.type == "connected":
+                print("bot: here", flush=True)
+            elif event.type == "keeper" and event.data["state"] == "waiting":
+                print("bot: not yet:", event.data["text"], flush=True)
             elif event.type == "push" and event.message.class_name == "bot.Say":
                 await answer(client, event.message)
                 left -= 1

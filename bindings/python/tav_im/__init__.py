@@ -13,9 +13,25 @@ from typing import Any, Mapping, Optional
 from . import _library
 from ._async_client import AsyncClient
 from ._client import Client, Handler
-from ._values import Error, Event, Json, Message, Name, checked, encoded
+from ._values import Error, Event, Json, Keeper, KeeperGateway, KeeperLogin, KeeperOutbox, Message, Name
+from ._values import checked, encoded
 
-__all__ = ["AsyncClient", "Client", "Error", "Event", "Handler", "Json", "Message", "Name", "execute", "version"]
+__all__ = [
+    "AsyncClient",
+    "Client",
+    "Error",
+    "Event",
+    "Handler",
+    "Json",
+    "Keeper",
+    "KeeperGateway",
+    "KeeperLogin",
+    "KeeperOutbox",
+    "Message",
+    "Name",
+    "execute",
+    "version",
+]
 
 
 def execute(request: Mapping[str, Any]) -> Json:

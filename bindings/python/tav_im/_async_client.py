@@ -7,7 +7,7 @@ from types import TracebackType
 from typing import Any, AsyncIterator, List, Mapping, Optional, Type, Union
 
 from ._receiver import Receiver
-from ._values import Event, Json, Message, Name, checked, connect_request, message_members
+from ._values import Event, Json, Keeper, Message, Name, checked, connect_request, message_members
 from ._values import message_of, milliseconds
 
 
@@ -47,12 +47,16 @@ class AsyncClient:
         policy: Optional[Mapping[str, Any]] = None,
         limits: Optional[Mapping[str, Any]] = None,
         proxy: Optional[Mapping[str, Any]] = None,
+        keeper: Optional[Keeper] = None,
         **more: Any,
     ) -> None:
-        """Connects, in place of any connection there is.  docs/c.md lists what policy, limits and proxy hold."""
+        """Connects, in place of any connection there is.  docs/c.md lists what policy, limits and proxy hold.
+
+        With a keeper the connection is made again whenever it ends, and what is sent meanwhile waits for it.
+        """
         await self.ask(
             connect_request(
-                host, port, ca, template, template_file, time_limit, heartbeat, policy, limits, proxy, more
+                host, port, ca, template, template_file, time_limit, heartbeat, policy, limits, proxy, keeper, more
             )
         )
 
@@ -73,10 +77,16 @@ class AsyncClient:
         message: Union[Mapping[str, Any], str],
         reply: Name,
         time_limit: float = 30.0,
+        safe_to_repeat: bool = False,
         **more: Any,
     ) -> Message:
-        """Sends a message and gives its reply."""
+        """Sends a message and gives its reply.
+
+        One that is safe to repeat goes out again if a connection that is kept ended ahead of the reply.
+        """
         limit = milliseconds(time_limit)
+        if safe_to_repeat:
+            more["safe_to_repeat"] = True
         members = message_members(name, message)
         return message_of(
             await self.ask({"@type": "request", **members, "reply": reply, "time_limit_ms": limit, **more})

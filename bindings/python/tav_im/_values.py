@@ -4,11 +4,54 @@ from __future__ import annotations
 
 import json
 from dataclasses import dataclass, field
-from typing import Any, Dict, Mapping, Optional, Union
+from typing import Any, Dict, List, Mapping, Optional, TypedDict, Union
 
 Json = Dict[str, Any]
 #: A message is named by its class in the template, or by its code.
 Name = Union[str, int]
+
+
+class KeeperGateway(TypedDict, total=False):
+    """A gateway besides the one that `connect` names; that of the lowest preference is tried first."""
+
+    host: str
+    port: Union[int, str]
+    preference: int
+
+
+class KeeperOutbox(TypedDict, total=False):
+    """What is kept while there is no connection; `policy` is "refuse", "drop_oldest" or "wait"."""
+
+    messages: int
+    bytes: int
+    policy: str
+
+
+# "class" is no name that a class body can declare.
+KeeperLogin = TypedDict(
+    "KeeperLogin",
+    {
+        "class": str,
+        "code": int,
+        "message": Mapping[str, Any],
+        "body": str,
+        "reply": Name,
+        "expect": Mapping[str, Union[str, int, float, bool]],
+        "time_limit_ms": int,
+    },
+    total=False,
+)
+
+
+class Keeper(TypedDict, total=False):
+    """How a connection is kept; an empty one keeps it as docs/c.md says."""
+
+    gateways: List[KeeperGateway]
+    first_wait_ms: int
+    longest_wait_ms: int
+    reset_after_ms: int
+    outbox: KeeperOutbox
+    login: KeeperLogin
 
 
 class Error(Exception):
@@ -47,7 +90,10 @@ class Message:
 
 @dataclass(frozen=True)
 class Event:
-    """Something that happened: `type` is "connected", "disconnected", "push", "queue" or "closed"."""
+    """Something that happened.
+
+    `type` is "connected", "disconnected", "push", "queue" or "closed"; of a keeper "keeper" and "logged_in" too.
+    """
 
     type: str
     data: Json
@@ -105,6 +151,7 @@ def connect_request(
     policy: Optional[Mapping[str, Any]],
     limits: Optional[Mapping[str, Any]],
     proxy: Optional[Mapping[str, Any]],
+    keeper: Optional[Keeper],
     more: Mapping[str, Any],
 ) -> Json:
     request: Json = {
@@ -119,6 +166,7 @@ def connect_request(
         "policy": policy,
         "limits": limits,
         "proxy": proxy,
+        "keeper": keeper,
     }
     request.update(more)
     return {name: value for name, value in request.items() if value is not None}

@@ -206,6 +206,37 @@ class ClientTest(unittest.TestCase):
             thread.join()
         self.assertEqual(len(set(replies)), 100)
 
+    def test_a_connection_that_is_kept_comes_back(self) -> None:
+        client = tav_im.Client("test")
+        self.addCleanup(client.close)
+        login: tav_im.KeeperLogin = {
+            "class": "Say",
+            "message": {"text": "me"},
+            "reply": "Said",
+            "expect": {"text": "me"},
+        }
+        keeper: tav_im.Keeper = {
+            "first_wait_ms": 20,
+            "longest_wait_ms": 50,
+            "outbox": {"messages": 10, "policy": "drop_oldest"},
+            "login": login,
+        }
+        gate = self.gateway
+        client.connect(
+            "127.0.0.1", gate.port, ca=gate.ca, template=TEMPLATE, time_limit=LIMIT, keeper=keeper
+        )
+        self.assertEqual(self.next(client, "logged_in").message["text"], "me")
+        self.next(client, "connected")
+        client.send("CloseMe", {"text": "away"})
+        self.next(client, "disconnected")
+        reply = client.request("Say", {"text": "kept"}, reply="Said", time_limit=LIMIT, safe_to_repeat=True)
+        self.assertEqual(reply["text"], "kept")
+        self.next(client, "connected")
+        self.assertEqual(client.state()["keeper"]["state"], "up")
+        with self.assertRaises(tav_im.Error) as refused:
+            client.connect("127.0.0.1", gate.port, keeper={"outbox": {"policy": "lose"}})
+        self.assertEqual(refused.exception.field, "keeper.outbox.policy")
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -18,18 +18,39 @@ namespace tav {
 namespace kit {
 namespace detail {
 
+/// A message whose bytes are there already, for who has no class of it; it has no fields.
+class packed final : public tavMessage {
+public:
+    packed(unsigned short code, tavBytes bytes) : body(std::move(bytes)), code_(code) {}
+
+    tav_istr className() const override { return tav_istr("tav::kit::packed"); }
+    tav_istr baseName() const override { return tav_istr("tavMessage"); }
+    unsigned short msgcode() const override { return code_; }
+    tavObject * newInstance() const override { return nullptr; }
+    void assignFrom(tavObject const & /*other*/) override {}
+
+    tavBytes const body;
+
+private:
+    unsigned short const code_;
+};
+
 /// A message of a keeper on its way, encoded.
 struct parcel {
     using clock = keeper_timer::clock;
 
     parcel(std::shared_ptr<exchange> of, tavMessage const & msg, within const & how)
         : one(std::move(of)),
-          body(msg.encode(true)),
+          body(bytes_of(msg)),
           code(msg.msgcode()),
           sno(msg.sno),
           ext(msg.ext),
           terms(how) {}
 
+    static tavBytes bytes_of(tavMessage const & msg) {
+        auto const made = dynamic_cast<packed const *>(&msg);
+        return made != nullptr ? made->body : msg.encode(true);
+    }
     bool has_limit() const { return limit != clock::time_point::max(); }
 
     std::shared_ptr<exchange> const one;

@@ -1,0 +1,107 @@
+#include "bindings/c/report.h"
+#include "bindings/c/session.h"
+
+#include <new>
+#include <utility>
+
+// What a session does by a keeper.
+namespace tav {
+namespace json_client {
+
+void Session::keep(std::shared_ptr<tls::client> const & client, ConnectWish const & wish, int limit_ms,
+                   Era era, Call::Left const & left) {
+    auto const weak = weak_from_this();
+    kit::keeper_option how = wish.keeper->option;
+    how.connect_limit = std::chrono::milliseconds(limit_ms);
+    how.heartbeat = wish.heartbeat;
+    how.on_state = [weak, era](kit::keeper_status const & status) {
+        if (auto const self = weak.lock()) {
+            self->onKept(era, status);
+        }
+    };
+    if (auto const login = wish.keeper->login) {
+        auto const good = [weak, login](unsigned long long sno, tav_istr body, tavMsgExt const & ext) {
+            if (auto const self = weak.lock()) {
+                ObjectText text("logged_in", std::string());
+                text.number("sno", sno);
+                putExt(text, ext);
+                putMessage(text, login->reply, body, login->messages);
+                self->outbox_->event(text.take());
+            }
+        };
+        how.login = loginOf(login, good);
+    }
+    tls::connect_option option = plainOption(wish);
+    option.set_on_open([weak, era, heartbeat = wish.heartbeat] {
+        if (auto const self = weak.lock()) {
+            self->onOpen(era, heartbeat);
+        }
+    });
+    auto made = std::make_shared<Kept>(client, option, how, left);
+    std::lock_guard<std::mutex> const guard(mutex_);
+    keeping_ = true;
+    kept_ = std::move(made);
+    // Nobody sends by it before that.
+    kept_->keeper.start();
+}
+
+void Session::onKept(Era era, kit::keeper_status const & status) {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (era != era_) {
+        return;
+    }
+    bool const ended = status.state == kit::keeper_state::stopped;
+    keeping_ = !ended;
+    if (up_ && status.state != kit::keeper_state::up) {
+        up_ = false;
+        Failure const why = keeperFailure(status.cause, false);
+        ObjectText text("disconnected", std::string());
+        text.number("code", why.code).text("name", why.name).text("text", why.text);
+        outbox_->event(text.take());
+        outbox_->stir();
+    }
+    outbox_->event(keeperText(status));
+    if (ended && attempt_) {
+        attempt_->ticket().fail(keeperFailure(status.cause, false));
+        attempt_.reset();
+    } else if (status.state == kit::keeper_state::waiting) {
+        answerAttemptInLock();
+    }
+}
+
+void Session::sendKept(TicketPtr const & ticket, Kept & by, Encoded const & out, unsigned short reply,
+                       kit::within const & terms) {
+    bool const awaits = reply != no_code;
+    bool const receipt = reply == out.code;
+    auto const ended = [ticket, awaits, receipt, reply, left = by.left,
+                        templates = messages()](std::error_code why, kit::detail::arrival const & came) {
+        if (why) {
+            ticket->fail(keeperFailure(why, *left));
+        } else if (!awaits) {
+            ticket->answer(ObjectText("ok", ticket->extra()).take());
+        } else {
+            Came const what{came.sno, reply, tav_istr(came.data, came.size), *came.ext};
+            answerReply(*ticket, receipt, what, templates);
+        }
+    };
+    auto const one = std::make_shared<kit::detail::exchange>(ended, nullptr);
+    kit::detail::packed const msg(out.code, out.body);
+    // The sender of a request waits for nothing: what has to wait for room does so by itself.
+    kit::keeper_route(by.keeper, awaits, false).begin(one, msg, reply, terms);
+}
+
+void answerReply(Ticket & to, bool receipt, Came const & came,
+                 std::shared_ptr<Template const> const & messages) noexcept {
+    try {
+        ObjectText text(receipt ? "receipt" : "reply", to.extra());
+        text.number("sno", came.sno);
+        putExt(text, came.ext);
+        putMessage(text, came.code, came.body, messages);
+        to.answer(text.take());
+    } catch (std::bad_alloc const &) {
+        to.fail(failureOf(tls::failure::out_of_memory));
+    }
+}
+
+} // namespace json_client
+} // namespace tav
