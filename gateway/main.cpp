@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <mutex>
@@ -77,6 +78,10 @@ void run(Settings & settings) {
         certificates.ca = readFile(caFile(settings.folder));
         certificates.chain = readFile(chainFile(settings.folder));
         certificates.key = readFile(keyFile(settings.folder));
+        if (settings.options.ask_certificate && !std::filesystem::exists(clientFile(settings.folder))) {
+            std::cerr << "tav-gateway: " << settings.folder
+                      << " was made without a client.pem; one that is made anew has it\n";
+        }
     } else {
         certificates.chain = readFile(settings.chain);
         certificates.key = readFile(settings.key);
