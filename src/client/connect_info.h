@@ -28,6 +28,8 @@ public:
     std::atomic<failure> & cause() { return cause_; }
     /// Whether its connection has come up.
     std::atomic<bool> & up() { return up_; }
+    /// Whether it counts as failed.
+    std::atomic<bool> & failed() { return failed_; }
 
     void cancel() override;
     result_type wait() override;
@@ -54,6 +56,7 @@ private:
     unsigned const era_;
     std::atomic<failure> cause_{failure::none};
     std::atomic<bool> up_{false};
+    std::atomic<bool> failed_{false};
 };
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -57,6 +57,13 @@ private:
     std::shared_ptr<connect_info> info_;
 };
 
+/// A connect that runs out of time may fail a second time.
+void count_failed(counters & counted, connect_info & info) {
+    if (!info.failed().exchange(true)) {
+        counters::add(counted.connects_failed);
+    }
+}
+
 using policy_ptr = std::shared_ptr<tls_policy const>;
 
 /// Whether two starts are given one policy; an empty one is none.
@@ -347,6 +354,7 @@ void Client::post(std::function<void()> task) {
 
 void Client::on_start(connect_ptr const & info, connect_option const & option) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_start"), name_, " on_start...");
+    counters::add(counted_->connects_begun);
     checkConnect("start");
     cancel_all_i();
     auto const fresh = std::make_shared<connect_option>(option);
@@ -380,6 +388,7 @@ void Client::on_start(connect_ptr const & info, connect_option const & option) {
 
 void Client::on_reconnect(connect_ptr const & info, timedout_option const & option) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_reconnect"), name_, " on_reconnect...");
+    counters::add(counted_->connects_begun);
     checkConnect("reconnect");
     cancel_all_i();
     {
@@ -463,7 +472,6 @@ tavSharedPtr<session> Client::make_session(connect_ptr const & info) {
         name_, context_, [self](tavBytes frame) { self->on_recv(std::move(frame)); }, own, clock_, counted_,
         std::shared_ptr<std::atomic<failure>>(info, &info->cause())));
     *opened = &*fresh;
-    counters::add(counted_->connects_begun);
     try {
         fresh->open();
     } catch (...) {
@@ -564,12 +572,11 @@ void Client::tell_error(unsigned era, failure why, connect_option & told, unsign
 
 void Client::count_failure(connect_info & info) {
     counters & c = *counted_;
-    if (info.up() && info.cause() == failure::bad_frame) {
-        return; // Counted where the frame was read.
+    if (!info.up()) {
+        count_failed(c, info);
+    } else if (info.cause() != failure::bad_frame) { // Which is counted where the frame was read.
+        counters::add(info.cause() == failure::closed_by_peer ? c.breaks_by_peer : c.breaks_by_error);
     }
-    counters::add(!info.up()                                ? c.connects_failed
-                  : info.cause() == failure::closed_by_peer ? c.breaks_by_peer
-                                                            : c.breaks_by_error);
 }
 
 void Client::on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
@@ -577,6 +584,9 @@ void Client::on_connect_timedout(connect_ptr const & info, connect_option & told
     log_line(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_timedout"), [&](std::ostream & out) {
         out << name_ << " connect " << (cancelled ? "cancelled" : "timedout");
     });
+    if (!cancelled && !info->up()) {
+        count_failed(*counted_, *info);
+    }
     detail::ScopeExit const end([taken = take_connecting(info), cancelled] {
         if (taken && cancelled) {
             taken->on_conn_cancel();

@@ -199,6 +199,45 @@ TEST(ClientStatistics, ConnectionThatIsReplacedIsAClose) {
     EXPECT_EQ(all.breaks_by_peer + all.breaks_by_error + all.breaks_by_silence, 0u);
 }
 
+TEST(ClientStatistics, EachConnectThatFailsIsCountedOnce) {
+    ClientRig rig;
+    auto const ends = [&](tls::connect_option const & option, tls::result_type result) {
+        EXPECT_EQ(resultOf(rig.client.start(option)), result);
+    };
+    auto const settled = [&](unsigned long long n) {
+        return eventually([&] {
+            tls::statistics const all = rig.client.statistics();
+            return all.connects_begun == n && all.connects_failed == n;
+        });
+    };
+    tls::connect_option option = rig.option();
+    option.metainfo = "not } pml [";
+    ends(option, tls::result_error);
+    EXPECT_TRUE(settled(1)) << "a template that can't be read";
+    option = rig.option();
+    tls::tls_policy policy;
+    policy.trusted_pem = "no certificate";
+    option.set_tls_policy(policy);
+    ends(option, tls::result_error);
+    EXPECT_TRUE(settled(2)) << "a policy that can't be kept";
+    option = rig.option();
+    option.timedout.wait_ms(1);
+    ends(option, tls::result_timedout);
+    EXPECT_TRUE(settled(3)) << "no answer in time";
+    // The peer that failed to answer is gone, so that the attempt ends a second time.
+    rig.peer.accept()->reset();
+    EXPECT_TRUE(rig.events.wait(3));
+    EXPECT_TRUE(settled(3));
+    option = rig.option();
+    option.proxy_host = option.host;
+    option.proxy_port = option.port;
+    option.set_on_http_proxy_connect([](unsigned, char const *, unsigned short) { return 7; });
+    option.timedout.wait_ms(200);
+    EXPECT_NE(resultOf(rig.client.start(option)), tls::result_ok);
+    EXPECT_TRUE(settled(4)) << "a proxy that refuses";
+    EXPECT_EQ(rig.client.statistics().connects_up, 0u);
+}
+
 TEST(ClientStatistics, LongestCallbackIsKept) {
     ClientRig rig;
     rig.client.on_nbr_msg(

@@ -32,11 +32,11 @@ struct TAV_API statistics {
     unsigned long long replies = 0;       ///< Messages for the send level.
     unsigned long long pushes = 0;        ///< Messages for the type or the global level.
 
-    unsigned long long connects_begun = 0;
-    unsigned long long connects_up = 0;       ///< Of these, that came up.
-    unsigned long long connects_failed = 0;   ///< That failed by the network, TLS or a bad option.
-    unsigned long long breaks_by_peer = 0;    ///< A connection that was up: the peer closed it.
-    unsigned long long breaks_by_error = 0;   ///< A connection that was up: reset, TLS error, bad frame.
+    unsigned long long connects_begun = 0;  ///< Starts and reconnects, also with a bad option.
+    unsigned long long connects_up = 0;     ///< Of these, that came up, in their time or later.
+    unsigned long long connects_failed = 0; ///< That failed by the network, TLS, a bad option or their time.
+    unsigned long long breaks_by_peer = 0;  ///< A connection that was up: the peer closed it.
+    unsigned long long breaks_by_error = 0; ///< A connection that was up: reset, TLS error, bad frame.
     unsigned long long breaks_by_silence = 0; ///< A supervised connection whose peer was silent.
     unsigned long long closes = 0; ///< Connections that were up and that the application closed or replaced.
 
