@@ -761,9 +761,14 @@ void session::handle_frame(tavBytes body) {
     }
 }
 
-// A pause that the I/O thread could not be told the end of lasts until the next frame or tick.
+// A pause that the I/O thread could not be told the end of lasts until the next frame or tick.  The peer
+// could not be heard meanwhile, which no tick may take for silence once the pause is over.
 void session::end_pause() noexcept {
-    if (!paused_ || !account_->may_resume(unhandled_) || !paused_.exchange(false)) {
+    if (!paused_ || !account_->may_resume(unhandled_)) {
+        return;
+    }
+    last_recv_ms_ = clock_();
+    if (!paused_.exchange(false)) {
         return;
     }
     try {

@@ -421,6 +421,36 @@ TEST(SessionTimerHeartbeat, SilenceOfAPeerThatIsHeldBackEndsNothing) {
     EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
 }
 
+TEST(SessionTimerHeartbeat, PauseThatEndsIsNoSilenceBeforeReadingGoesOn) {
+    Gate callback;
+    Gate reading;
+    TlsPeer peer;
+    std::unique_ptr<TlsConnection> server;
+    SessionRig rig("<a>");
+    rig.freeze();
+    rig.on_body = [&](std::string const &) { callback.pass(); };
+    tav::tls::connect_option option = rig.option(peer);
+    option.limits.received_waiting = 2;
+    auto const s = rig.connect(peer, server, option);
+    s->check_heartbeat(true);
+    for (int i = 0; i < 8; ++i) {
+        ASSERT_TRUE(server->send(frame("body")));
+    }
+    ASSERT_TRUE(callback.waitArrived());
+    ASSERT_TRUE(eventually([&] { return rig.counted->copy().received_waiting == 1; }));
+    rig.settle();
+    rig.context()->post([&] { reading.pass(); });
+    ASSERT_TRUE(reading.waitArrived());
+    rig.advance(session::HEARTBEAT_INTERVAL_MS * (session::HEARTBEAT_MISSES + 1));
+    callback.open();
+    EXPECT_TRUE(rig.bodies.wait(2));
+    s->on_timer(false);
+    EXPECT_TRUE(s->connected());
+    reading.open();
+    EXPECT_TRUE(rig.bodies.wait(8));
+    EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
+}
+
 TEST(SessionTimerHeartbeat, FloodOfASlowCallbackMissesNone) {
     constexpr int bodies = 8;
     Gate gate;
