@@ -108,8 +108,9 @@ bool session::take_input() {
 void session::on_read_header_end(frame_reader::part part) {
     on_received(frame_reader::head_size);
     if (part == frame_reader::part::refused) {
-        set_cause(failure::bad_frame);
-        counters::add(account_->counted().breaks_by_error);
+        if (set_cause(failure::bad_frame)) {
+            counters::add(account_->counted().breaks_by_error);
+        }
         tav::detail::raiseAssertion(here("tav::tls::impl::session::on_read_header_end"),
                                     "length <= 0xffffff");
     }

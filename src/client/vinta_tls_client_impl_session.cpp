@@ -210,11 +210,11 @@ void session::close() {
 void session::active_close() {
     closing_ = true;
     log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::active_close"), name_, " try active close");
-    bool const up = state_ == state_connected;
-    if (!begin_closing()) {
+    state_type const left = begin_closing();
+    if (left == state_created) {
         return;
     }
-    if (up && !is_misread()) {
+    if (left == state_connected && !is_misread()) {
         counters::add(account_->counted().closes);
     }
     active_closing_ = true;
@@ -226,7 +226,7 @@ bool session::passive_close() {
     closing_ = true;
     log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::passive_close"), name_,
               " try passive close");
-    if (!begin_closing()) {
+    if (begin_closing() == state_created) {
         return false;
     }
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::passive_close"), name_, " passive closing...");
@@ -579,10 +579,10 @@ void session::end_broken(bool in_time) {
     on_error(break_error_);
 }
 
-// The first cause stays.
-void session::set_cause(failure v) noexcept {
+// The first cause stays; true if it is this one.
+bool session::set_cause(failure v) noexcept {
     failure none = failure::none;
-    cause_->compare_exchange_strong(none, v);
+    return cause_->compare_exchange_strong(none, v);
 }
 
 bool session::ended() const {
@@ -625,15 +625,16 @@ void session::post_close() {
     }
 }
 
-// True for the one caller who brings a session with a socket to the closing state.
-bool session::begin_closing() {
+// The state that it left, for the one caller who brings a session with a socket to the closing one; for all
+// others the created one.
+session::state_type session::begin_closing() {
     int state = state_;
     while (state != state_created && state != state_closing && state != state_closed) {
         if (state_.compare_exchange_weak(state, state_closing)) {
-            return true;
+            return static_cast<state_type>(state);
         }
     }
-    return false;
+    return state_created;
 }
 
 void session::close_timer() {

@@ -183,7 +183,7 @@ private:
     void on_error(std::error_code ec, std::string told);
     void on_broken(std::error_code ec);
     void end_broken(bool in_time);
-    void set_cause(failure v) noexcept;
+    bool set_cause(failure v) noexcept;
     /// Whether it got what is no frame: it counts as broken since then.
     bool is_misread() const noexcept { return cause() == failure::bad_frame; }
     bool ended() const;
@@ -192,7 +192,7 @@ private:
     // Closing.
     void close_socket();
     void post_close();
-    bool begin_closing();
+    state_type begin_closing();
     void close_timer();
     void close_receiver();
     void close_sender();
