@@ -79,6 +79,15 @@ bool frame_writer::pop() noexcept {
     return !queue_.empty();
 }
 
+// The limits' function may be called as the room is given back: that is without the lock.
+void frame_writer::clear() noexcept {
+    std::list<entry> dropped;
+    Guard const guard(mutex_);
+    dropped.splice(dropped.end(), queue_);
+    dropped.splice(dropped.end(), posted_);
+    pending_ = 0;
+}
+
 bool frame_writer::empty() const noexcept {
     Guard const guard(mutex_);
     return queue_.empty();

@@ -60,6 +60,8 @@ public:
     written first() const noexcept;
     /// Takes the first frame out; true if there are more.
     bool pop() noexcept;
+    /// Drops all frames, also those posted, and gives back their room; nothing may be being written.
+    void clear() noexcept;
     /// Whether frames wait.
     bool empty() const noexcept;
 

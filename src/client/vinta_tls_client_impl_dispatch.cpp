@@ -154,8 +154,9 @@ void Client::dispatch(tavBytes frame, session & from) {
         packet->setExt(ext);
         log_line(tavLogger::INFO, site,
                  [&](std::ostream & out) { out << name_ << " send back affirm" << *packet; });
-        from.send_pkt(packet, send_option());
-        counters::add(counted_->receipts_sent);
+        if (from.send_receipt(packet)) {
+            counters::add(counted_->receipts_sent);
+        }
     }
 }
 

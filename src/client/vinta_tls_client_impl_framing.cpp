@@ -182,7 +182,10 @@ bool session::tell_writer() {
 }
 
 void session::on_posted(self_ptr self) {
-    if (writer_.accept() && state_ == state_connected) {
+    bool const idle = writer_.accept();
+    if (state_ != state_connected) {
+        drop_unsent();
+    } else if (idle) {
         do_write(std::move(self));
     }
 }
@@ -194,9 +197,11 @@ void session::do_write(self_ptr self) {
                           session & s = *self;
                           s.on_write_end(std::move(self), ec, length);
                       });
+    writing_ = true;
 }
 
 void session::on_write_end(self_ptr self, std::error_code ec, std::size_t length) {
+    writing_ = false;
     bool more = false;
     while (writer_.pending() > 0) {
         frame_writer::written const first = writer_.first();
@@ -219,6 +224,14 @@ void session::on_write_end(self_ptr self, std::error_code ec, std::size_t length
     }
     if (more && state_ == state_connected) {
         do_write(std::move(self));
+    }
+}
+
+// Nothing of a connection that has ended goes out, so that nothing of it waits any more.  A piece that is
+// being written stays until that is over.
+void session::drop_unsent() {
+    if (!writing_) {
+        writer_.clear();
     }
 }
 
@@ -247,16 +260,7 @@ std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_
         }
         std::list<outgoing> one;
         one.push_back(outgoing{std::move(pkt), info, std::move(room)});
-        std::shared_ptr<tavTaskQueue> idle;
-        {
-            std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-            if (!sender_closed_) {
-                outgoing_.splice(outgoing_.end(), one);
-                idle = claim_sender();
-            }
-        }
-        if (one.empty()) {
-            put_drain(idle);
+        if (put_outgoing(one)) {
             return info;
         }
     }
@@ -264,6 +268,31 @@ std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_
     counters::add(account_->counted().sends_refused);
     set_last_failure(failure::not_connected);
     return info_ptr();
+}
+
+bool session::send_receipt(tavSharedPtr<im::Packet> pkt) {
+    std::list<outgoing> one;
+    one.push_back(outgoing{std::move(pkt), info_ptr(), send_account::room()});
+    if (connected() && put_outgoing(one)) {
+        return true;
+    }
+    log_parts(tavLogger::ERROR, here("tav::tls::impl::session::send_pkt"), name_, " not connected");
+    return false;
+}
+
+// Has "sender" take the packets; false, and they stay, if it has ended.
+bool session::put_outgoing(std::list<outgoing> & packets) {
+    std::shared_ptr<tavTaskQueue> idle;
+    {
+        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
+        if (sender_closed_) {
+            return false;
+        }
+        outgoing_.splice(outgoing_.end(), packets);
+        idle = claim_sender();
+    }
+    put_drain(idle);
+    return true;
 }
 
 std::shared_ptr<send_info> session::refuse(failure why, tav::detail::Site site) const {

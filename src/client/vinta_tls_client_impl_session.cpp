@@ -149,6 +149,7 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       break_told_(false),
       break_limit_(context_->io_context()),
       reading_(false),
+      writing_(false),
       closed_by_owner_(false),
       read_since_tick_(true),
       heard_bytes_(0),
@@ -524,6 +525,7 @@ void session::on_error(std::error_code ec, std::string told) {
               text(ec));
     set_cause(named(ec));
     cancel_all();
+    drop_unsent();
     if (closed_by_owner_ || (active_closing_ && state_ == state_closing)) {
         return;
     }

@@ -127,6 +127,8 @@ public:
     /// `option` the result tracks the send until its reply, its time-out or a cancellation; otherwise, and
     /// when not connected, it is null.
     std::shared_ptr<send_info> send_pkt(tavSharedPtr<im::Packet> pkt, send_option const & option);
+    /// The same for a receipt, which no limit holds back; false if it was not taken.
+    bool send_receipt(tavSharedPtr<im::Packet> pkt);
     /// The tracked send of this sequence if a message of code `ack` is its reply; otherwise null.
     std::shared_ptr<send_info> find_sending(unsigned long long sno, unsigned short ack) const;
     /// Gives back what a reply has claimed and did not end.  It waits on, unless all sends were ended
@@ -226,9 +228,11 @@ private:
     void on_posted(self_ptr self);
     void do_write(self_ptr self);
     void on_write_end(self_ptr self, std::error_code ec, std::size_t length);
+    void drop_unsent();
     void on_sent(std::size_t length, std::size_t remaining);
 
     // Sending, on "sender".
+    bool put_outgoing(std::list<outgoing> & packets);
     std::shared_ptr<tavTaskQueue> claim_sender();
     void put_drain(std::shared_ptr<tavTaskQueue> const & sender);
     void drain_outgoing();
@@ -299,13 +303,15 @@ private:
     std::error_code break_error_;
     bool break_told_;
     asio::steady_timer break_limit_;
-    /// Whether a read is outstanding.
+    /// Whether a read and a write are outstanding.
     bool reading_;
+    bool writing_;
     /// The application has asked for the end.
     std::atomic<bool> closed_by_owner_;
 
     /// On the I/O thread.
     frame_reader reader_;
+    /// Any thread posts to it; the rest is on the I/O thread.
     frame_writer writer_;
 
     std::atomic<long long> connect_begin_ms_;

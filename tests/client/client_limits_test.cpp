@@ -72,9 +72,9 @@ TEST(ClientLimits, SendOverTheQueueIsRefusedByNameAndNothingAcceptedIsLost) {
 }
 
 TEST(ClientLimits, AcceptedSendThatReachesTheLimitHasNotFailed) {
-    ClientRig rig;
     unsigned told = 0;
     std::error_code inner;
+    ClientRig rig;
     tls::connect_option option = rig.option();
     option.limits.queued_frames = 1;
     option.limits.on_queue = [&](bool full) {
@@ -89,6 +89,49 @@ TEST(ClientLimits, AcceptedSendThatReachesTheLimitHasNotFailed) {
     EXPECT_EQ(told, 1u);
     EXPECT_EQ(inner, tls::failure::queue_full);
     EXPECT_EQ(rig.receive().body, bodyOf(1));
+}
+
+TEST(ClientLimits, BreakWhileFullTellsLowWaterAndLeavesNothingWaiting) {
+    Events water;
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.limits.queued_frames = 20;
+    option.limits.on_queue = [&](bool full) { water.add(full ? "full" : "low"); };
+    rig.connect(option);
+    for (unsigned i = 0; i < 1000 && !tls::last_failure(); ++i) {
+        sendLarge(rig.client);
+    }
+    ASSERT_EQ(tls::last_failure(), tls::failure::queue_full);
+    rig.server->reset();
+    ASSERT_TRUE(eventually([&] { return !water.all().empty() && water.all().back() == "low"; }));
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().queued_frames == 0; }));
+    EXPECT_EQ(rig.client.statistics().queued_bytes, 0u);
+    EXPECT_FALSE(rig.client.connected());
+}
+
+TEST(ClientLimits, ReceiptGoesOutOverTheQueue) {
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.limits.queued_frames = 1;
+    rig.connect(option);
+    // More than sockets hold, so that it waits until the peer reads.
+    Ask long_one(1);
+    long_one.text = tavString(std::string(15000000, 'x'));
+    std::string const body(tav_istr(long_one.encode(true)));
+    rig.client.send_nbr_msg(0x1234, reinterpret_cast<unsigned char const *>(body.data()),
+                            static_cast<unsigned>(body.size()), tls::send_option());
+    ASSERT_FALSE(tls::last_failure());
+    sendLarge(rig.client);
+    ASSERT_EQ(tls::last_failure(), tls::failure::queue_full);
+    Pkt wanted = mobile(0x2345, 77);
+    wanted.affirm = 0x20;
+    rig.server->send(wanted.framed());
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().receipts_sent == 1; }));
+    EXPECT_EQ(rig.client.statistics().sends_refused, 1u);
+    EXPECT_EQ(rig.receive().body.size(), body.size());
+    Pkt const receipt = rig.receive();
+    EXPECT_EQ(receipt.affirm & 0xf0, 0x30);
+    EXPECT_EQ(receipt.sno, 77u);
 }
 
 TEST(ClientLimits, BytesThatWaitAreBoundedToo) {

@@ -43,6 +43,26 @@ using Texts = std::vector<std::string>;
 
 } // namespace
 
+TEST(FrameWriter, ClearDropsWhatWaitsAndWhatWasPostedWithTheirRoom) {
+    tav::tls::limit_option limits;
+    limits.queued_frames = 3;
+    tav::tls::impl::send_account account(limits, nullptr);
+    frame_writer writer;
+    writer.post(bytes("a"), account.enter(1));
+    writer.post(bytes("b"), account.enter(1));
+    writer.accept();
+    writer.post(bytes("c"), account.enter(1));
+    EXPECT_FALSE(account.enter(1));
+    writer.clear();
+    EXPECT_TRUE(writer.empty());
+    EXPECT_EQ(account.counted().copy().queued_frames, 0u);
+    EXPECT_TRUE(account.enter(1));
+    EXPECT_FALSE(writer.accept());
+    EXPECT_TRUE(writer.post(bytes("d")));
+    EXPECT_TRUE(writer.accept());
+    EXPECT_EQ(pieces(writer), Texts{"d"});
+}
+
 TEST(FrameWriter, FirstFrameIsToldOfAndTheRestIsNot) {
     frame_writer writer;
     EXPECT_TRUE(writer.empty());

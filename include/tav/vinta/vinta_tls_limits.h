@@ -14,6 +14,7 @@ namespace tls {
 ///
 /// A send over a limit is refused at once: the call gives null, `last_failure()` tells `queue_full` or
 /// `too_many_sends`, and nothing was sent.  What was accepted is never dropped for a limit.
+/// Receipts and heartbeats have no limit and count for none.
 /// Thread safety: none; a connection uses a copy of its own.
 struct limit_option {
     /// Default: 0, no limit.  Messages: the most that wait to be written to the socket.
