@@ -15,7 +15,8 @@ namespace TAV_IMPL_NAMESPACE {
 /// body.
 ///
 /// The bytes are written into `room` in pieces of any size; after each, `next` is asked until it says `none`.
-/// What a head announces costs nothing: a body's memory grows, doubling, with the bytes that have come.
+/// What a head announces costs nothing: a body's memory grows with the bytes that have come, by halves of the
+/// announced size.
 /// Thread safety: none.
 class frame_reader {
 public:

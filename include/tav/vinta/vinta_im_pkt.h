@@ -80,6 +80,7 @@ public:
     /// then stays as it was.
     virtual bool decode(tav_istr data) = 0;
     /// The same, but takes the bytes over, so that the body of a PacketMobile costs no memory of its own.
+    /// What is derived from a PacketMobile is read as one, whatever it makes of the other.
     bool decode(tavBytes && data);
 
     virtual void setAffirm(unsigned char v) = 0;

@@ -247,7 +247,9 @@ private:
 
 /// One thread that hands the values of a queue to a handler, in the order of put.  It takes all that is there
 /// at once and calls the handler without a lock, so a slow handler blocks no producer.  The handler never
-/// runs twice at the same time.  An exception out of it is logged, and the value counts as handled.
+/// runs twice at the same time.  An exception out of it is logged, and the value counts as handled.  The
+/// values are the queue's own and not const: each is shown once and dropped then, so that a handler may move
+/// it out.
 ///
 /// Nobody waits for a backlog longer than about a second, and the value being handled: the end is looked for
 /// between two values.  A close lets the thread go on with the values that it has taken; when the second is
