@@ -478,7 +478,8 @@ TEST(SessionTimerHeartbeat, FloodOfASlowCallbackMissesNone) {
     gate.open();
     EXPECT_TRUE(rig.bodies.wait(bodies));
     EXPECT_TRUE(eventually([&] { return rig.counted->copy().heartbeats_received == bodies; }));
-    EXPECT_EQ(rig.counted->copy().heartbeats_sent, session::HEARTBEAT_MISSES + 1u);
+    EXPECT_TRUE(
+        eventually([&] { return rig.counted->copy().heartbeats_sent == session::HEARTBEAT_MISSES + 1u; }));
     EXPECT_TRUE(s->connected());
     EXPECT_EQ(rig.counted->copy().breaks_by_silence, 0u);
     EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
