@@ -46,6 +46,11 @@ constexpr std::array<char const *, 32> names = {
 
 } // namespace
 
+std::string wordsOf(std::exception const & e) {
+    std::string_view const all = e.what();
+    return std::string(all.substr(0, all.rfind("\n    throw at ")));
+}
+
 std::string nameOf(tls::failure v) {
     auto const number = static_cast<std::size_t>(v);
     return number < names.size() ? names[number] : "other";

@@ -5,6 +5,7 @@
 
 #include "tav/vinta/vinta_tls_failure.h"
 
+#include <exception>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -22,6 +23,8 @@ constexpr int code_outbox_full = 104;
 constexpr int code_stopped = 105;
 constexpr int code_login_refused = 106;
 
+/// What an exception of the library says, without the place in its sources.
+std::string wordsOf(std::exception const & e);
 /// "timed_out" of failure::timed_out.
 std::string nameOf(tls::failure v);
 Failure failureOf(tls::failure v, std::string const & text = std::string(),

@@ -1,5 +1,6 @@
 #include "bindings/c/message.h"
 
+#include "bindings/c/fields.h"
 #include "tav/vinta/vinta_json2nbr.h"
 #include "tav/vinta/vinta_tls_failure.h"
 
@@ -422,7 +423,7 @@ MetaFactory factoryOf(std::string const & text) {
         }
         return made;
     } catch (std::invalid_argument const & e) {
-        throw Failure(static_cast<int>(failure::bad_template), "bad_template", e.what(), "template");
+        throw Failure(static_cast<int>(failure::bad_template), "bad_template", wordsOf(e), "template");
     }
 }
 
@@ -468,7 +469,7 @@ Encoded Template::encode(Document const & document, unsigned node, std::string c
     try {
         json2nbr::write(viewOf(text), out.body, out.code, to_write_, viewOf(class_name));
     } catch (std::invalid_argument const & e) {
-        throw failureOf(e.what(), document.path(node));
+        throw failureOf(wordsOf(e), document.path(node));
     }
     return out;
 }
@@ -481,7 +482,7 @@ std::string Template::decode(tav_istr body, unsigned short code) const {
     try {
         json2nbr::read(json, body, code, to_read_, false);
     } catch (std::invalid_argument const & e) {
-        throw Failure(102, "bad_reply", e.what());
+        throw Failure(102, "bad_reply", wordsOf(e));
     }
     std::string out = Unmarking(bytesOf(tav_istr(json))).run();
     Document strict;

@@ -29,7 +29,9 @@ kit::within termsOf(int limit_ms, bool grey, unsigned short version, bool repeat
 
 Failure lastFailure() {
     auto const why = static_cast<failure>(tls::last_failure().value());
-    return failureOf(why == failure::none ? failure::other : why);
+    // What a template has encoded is sound, so only bytes of the request's own can be wrong.
+    return failureOf(why == failure::none ? failure::other : why, std::string(),
+                     why == failure::encoding_failed ? "body" : "");
 }
 
 } // namespace

@@ -36,6 +36,9 @@ namespace TAV_IMPL_NAMESPACE {
 /// threads and the session meet: the order of starts, closes and their events, and the way of a message
 /// through sends, codes and options, need the same queue, session and option.  What stands by itself, as the
 /// registered classes and callbacks, has a class of its own.
+///
+/// Its source is two files, as lines of the log name the file that tells them: sends and what comes in tell
+/// theirs as "dispatch".
 class Client : public std::enable_shared_from_this<Client> {
 public:
     using send_ptr = std::shared_ptr<tls::send_info>;

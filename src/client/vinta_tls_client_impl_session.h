@@ -43,6 +43,9 @@ namespace TAV_IMPL_NAMESPACE {
 /// order a connection comes up and goes down over four threads: the steps of that order work on the same
 /// flags and the same socket, and a second class would have to be told of each of them.  What stands by
 /// itself, as the frames, the race of addresses, the tracked sends and their account, has a class of its own.
+///
+/// Its source is two files, as lines of the log name the file that tells them: what reads and writes frames
+/// tells its lines as "framing".
 class session : public send_owner {
 public:
     using recv_function = std::function<void(tavBytes)>;

@@ -90,6 +90,10 @@ TEST(JsonClient, MessagesGoByCodeToo) {
     Json const answer = ann.ask(request);
     EXPECT_EQ(answer["body"], "AQID") << answer;
     EXPECT_FALSE(answer.contains("class"));
+    request["body"] = "EgA=";
+    Json const refused = ann.ask(request);
+    EXPECT_EQ(nameOf(refused), "encoding_failed");
+    EXPECT_EQ(refused.value("field", ""), "body") << refused;
 }
 
 TEST(JsonClient, PushesAreEvents) {

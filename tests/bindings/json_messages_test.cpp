@@ -136,7 +136,9 @@ TEST(JsonMessages, ANameThatNoFieldHasIsRefused) {
 }
 
 TEST(JsonMessages, AMissingFieldIsNamed) {
-    EXPECT_EQ(blamed(encode(Json::object())), "field_missing message.text");
+    Json const answer = encode(Json::object());
+    EXPECT_EQ(blamed(answer), "field_missing message.text");
+    EXPECT_EQ(answer["text"].get<std::string>().find("throw at"), std::string::npos) << answer;
 }
 
 TEST(JsonMessages, AnErrorHasThePositionOfTheValue) {
@@ -157,8 +159,9 @@ TEST(JsonMessages, AClassThatTheTemplateLacksIsNamed) {
 }
 
 TEST(JsonMessages, ATemplateThatCantBeReadIsNamed) {
-    EXPECT_EQ(blamed(execute({{"@type", "encode"}, {"template", "Say:object("}, {"class", "a"}})),
-              "bad_template template");
+    Json const answer = execute({{"@type", "encode"}, {"template", "Say:object("}, {"class", "a"}});
+    EXPECT_EQ(blamed(answer), "bad_template template");
+    EXPECT_EQ(answer["text"].get<std::string>().find("throw at"), std::string::npos) << answer;
     EXPECT_EQ(blamed(execute({{"@type", "encode"}, {"template_file", "/nowhere/x.pml"}, {"class", "a"}})),
               "value_does_not_fit template_file");
 }
