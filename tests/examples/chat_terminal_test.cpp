@@ -109,7 +109,7 @@ public:
         std::thread([pid = pid_, said = std::move(said)]() mutable {
             int status = -1;
             ::waitpid(pid, &status, WUNTRACED);
-            said.set_value_at_thread_exit(status);
+            said.set_value(status);
         }).detach();
         int const status = got(std::move(future));
         if (!WIFSTOPPED(status)) {
