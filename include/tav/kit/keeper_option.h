@@ -105,8 +105,8 @@ struct keeper_option {
     /// Where to; empty: the host and port of the connect_option.
     std::vector<gateway> gateways;
 
-    /// What is waited after n rounds, or connections, that failed in a row is a random time up to
-    /// first_wait * 2^(n-1), longest_wait at most.  Within one round each gateway is tried once without a wait.
+    /// What is waited after n failures in a row, of whole rounds or of connections, is a random time up to
+    /// first_wait * 2^(n-1), and at most longest_wait.  A round tries each gateway once, without a wait.
     std::chrono::milliseconds first_wait{500};
     std::chrono::milliseconds longest_wait{30000};
     /// A connection that was up so long was no failure.
