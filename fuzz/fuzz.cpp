@@ -1,6 +1,7 @@
 #include "fuzz/fuzz.h"
 
 #include "fuzz/heap.h"
+#include "fuzz/seeds.h"
 #include "tav/vinta/vinta_log.h"
 
 #include <cstdio>
@@ -51,12 +52,6 @@ void runGuarded(Target const & target, std::string_view input) {
     }
 }
 
-int digitOf(char c) {
-    std::string_view const digits = "0123456789abcdef";
-    std::size_t const found = digits.find(c);
-    return found == std::string_view::npos ? -1 : static_cast<int>(found);
-}
-
 /// One seed a line, in hexadecimal; lines with a # say where the next ones come from.
 void readCorpus(std::string const & path, Seeds & out) {
     std::ifstream in(path);
@@ -65,14 +60,10 @@ void readCorpus(std::string const & path, Seeds & out) {
         if (line.empty() || line[0] == '#') {
             continue;
         }
-        std::string seed;
-        for (std::size_t i = 0; i + 1 < line.size(); i += 2) {
-            int const high = digitOf(line[i]);
-            int const low = digitOf(line[i + 1]);
-            require(high >= 0 && low >= 0, "the corpus is hexadecimal");
-            seed += static_cast<char>(high * 16 + low);
-        }
-        out.push_back(seed);
+        bool const whole =
+            line.find_first_not_of("0123456789abcdef") == std::string::npos && line.size() % 2 == 0;
+        require(whole, "the corpus is hexadecimal");
+        out.push_back(unhex(line));
     }
 }
 

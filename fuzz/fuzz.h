@@ -1,6 +1,7 @@
 #ifndef TAV_FUZZ_FUZZ_H
 #define TAV_FUZZ_FUZZ_H
 
+#include "foundation/views.h"
 #include "tav/vinta/vinta_basetypes_text.h"
 
 #include <cstddef>
@@ -108,9 +109,7 @@ public:
 /// Text without decimal digits.
 std::string withoutDigits(std::string_view text);
 
-inline tav_istr viewOf(std::string_view text) {
-    return tav_istr(text.data(), text.size());
-}
+using tav::detail::viewOf;
 template <class Text>
 std::string_view textOf(Text const & text) {
     return std::string_view(reinterpret_cast<char const *>(text.data()), text.size());
