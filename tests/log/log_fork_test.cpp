@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <iterator>
 #include <string>
 #include <thread>
@@ -20,6 +21,7 @@ namespace fs = std::filesystem;
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using tav_test::BesideForks;
 using tav_test::inChild;
 
 void write(tavLogger::LogLevel level, std::string const & text) {
@@ -72,6 +74,7 @@ TEST_F(LogFork, ChildWritesItsLinesItselfAndAtOnceWhileTheParentsThreadsLog) {
     for (int t = 0; t < 3; ++t) {
         threads.emplace_back([&] {
             while (!stop) {
+                BesideForks const here;
                 write(tavLogger::WARN, "parent " + std::to_string(written++));
                 tavLogger::setLogLevel("x", tavLogger::INFO);
                 tavLogger::str();
@@ -103,23 +106,21 @@ TEST_F(LogFork, ChildWritesItsLinesItselfAndAtOnceWhileTheParentsThreadsLog) {
 }
 
 TEST_F(LogFork, ChildEndsItsLoggerWithoutTheParentsLines) {
-    static std::atomic<bool> gate{false};
-    gate = false;
-    open(path_, [](int, char const *) {
-        while (!gate) {
-            std::this_thread::yield();
-        }
-    });
+    static std::promise<void> gate;
+    static std::shared_future<void> opened;
+    gate = std::promise<void>();
+    opened = gate.get_future().share();
+    open(path_, [](int, char const *) { opened.wait(); });
     write(tavLogger::INFO, "in hand");
     write(tavLogger::INFO, "waits");
     EXPECT_TRUE(inChild([] {
-        gate = true;
+        gate.set_value();
         tavLogger::close();
         write(tavLogger::ERROR, "child");
         tavLogger::finalize();
         return true;
     }));
-    gate = true;
+    gate.set_value();
     tavLogger::close();
     std::string const log = content(path_);
     EXPECT_EQ(countOf(log, " in hand.\n"), 1u);
@@ -168,6 +169,7 @@ TEST_F(LogFork, ChildMayOpenALogOfItsOwn) {
     std::atomic<bool> stop{false};
     std::thread starter([&] {
         while (!stop) {
+            BesideForks const here;
             tav_async_run(nullptr, "short", 0)->join();
         }
     });
