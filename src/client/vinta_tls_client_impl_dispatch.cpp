@@ -1,9 +1,9 @@
 #include "client/no_message.h"
 #include "client/vinta_tls_client_impl.h"
 #include "client/vinta_tls_client_impl_log.h"
+#include "formats/nbr/nbr_document.h"
 #include "foundation/report.h"
 #include "foundation/scope_exit.h"
-#include "tav/vinta/vinta_nbr_unit.h"
 
 #include <chrono>
 #include <mutex>
@@ -121,7 +121,7 @@ void Client::dispatch(tavBytes frame, session & from) {
         return out << name_ << " recv pkt " << *packet << " /" << local << "<->" << remote;
     };
     if (obj) {
-        obj->decode(body);
+        nbr::detail::readInPlace(body, [&](tavCodecStream & in) { obj->io(in); });
         obj->sno = packet->sequence();
         obj->ext = ext;
         log_object(tavLogger::INFO, site, [&](std::ostream & out) { received(out) << " obj " << *obj; });
@@ -495,12 +495,15 @@ std::string Client::body_text(im::Packet const & packet) const {
             return " json " + json;
         }
     }
-    nbr::NbrInputStream const parsed(body);
     if (!seen) {
+        nbr::detail::Document::check(body);
         return std::string();
     }
+    nbr::detail::Document parsed;
+    parsed.view(body, 0);
     std::ostringstream out;
-    out << " nbr " << parsed;
+    out << " nbr ";
+    parsed.dump(out, false);
     return tav::detail::printedText(out);
 }
 

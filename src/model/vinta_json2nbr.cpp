@@ -631,7 +631,8 @@ void read(tavString & json, tav_istr nbr, tavString className, MetaFactory const
         return;
     }
     Document document;
-    document.view(nbr);
+    // Values of a message that is large take twelve bytes or more, with the markers around them.
+    document.view(nbr, nbr.size() / 12 + 1);
 
     MetaClass const * const cls = factory.findClass(className);
     if (cls == nullptr) {

@@ -98,7 +98,9 @@ Packet::~Packet() = default;
 bool Packet::decode(tavBytes && data) {
     auto * const mobile = dynamic_cast<PacketMobile *>(this);
     if (mobile == nullptr) {
-        return decode(tav_istr(data));
+        bool const read = decode(tav_istr(data));
+        data.clear();
+        return read;
     }
     tav_istr body = data;
     mobile->decodeHead(body);
@@ -278,21 +280,30 @@ bool PacketPC::decode(tav_istr data) {
     }
     // What can raise comes before the first field is stored.
     nbr::detail::Document document;
-    document.assign(data.removeLeft(PC_HEAD_SIZE));
+    document.view(data.removeLeft(PC_HEAD_SIZE), PC_VALUES);
     std::array<tav_istr, PC_VALUES> const values = valuesOf(document);
     tav_istr const option_bytes = values[8];
     std::optional<tavNbrInStream> option;
     if (!option_bytes.empty()) {
         option.emplace(option_bytes);
     }
+    // The bytes may be of this packet's own target or body: both are read before one goes.
+    tavString target;
+    tavBytes body;
+    bool const hasTarget = nbr::detail::decodeValue(values[5], target);
+    bool const hasBody = nbr::detail::decodeValue(values[7], body);
     nbr::detail::decodeValue(values[0], kind_);
     nbr::detail::decodeValue(values[1], sub_kind_);
     nbr::detail::decodeValue(values[2], flag_);
     nbr::detail::decodeValue(values[3], sequence_);
     nbr::detail::decodeValue(values[4], extra_);
-    nbr::detail::decodeValue(values[5], target_);
     nbr::detail::decodeValue(values[6], code_);
-    nbr::detail::decodeValue(values[7], body_);
+    if (hasTarget) {
+        target_.swap(target);
+    }
+    if (hasBody) {
+        body_.swap(body);
+    }
     if (option) {
         option_.io(*option);
     }

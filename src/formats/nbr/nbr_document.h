@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <ostream>
 #include <vector>
@@ -139,8 +140,11 @@ public:
 
     /// Takes the place of what was here: a copy of the bytes and all values of them.
     void assign(tav_istr bytes);
-    /// The same without a copy: the bytes must stay as long as this views them.
-    void view(tav_istr bytes);
+    /// The same without a copy: the bytes must stay as long as this views them.  There is room for so many
+    /// values at once.
+    void view(tav_istr bytes, std::size_t expected);
+    /// Throws what the two above throw for these bytes, and keeps nothing of them.
+    static void check(tav_istr bytes);
     /// A copy of the bytes and the simple member of the first value with this tag, if it is found.
     void assign(tav_istr bytes, char tag);
     /// Appends the complex value at whose open marker `in` stands.  The bytes are not copied.
@@ -190,8 +194,11 @@ public:
                                          Empties & empties);
 
     void dump(std::ostream & out, unsigned i, bool pretty, int level) const;
+    /// The values that are in no other one.
+    void dump(std::ostream & out, bool pretty) const;
 
 private:
+    static void checkComplex(Scanner & in);
     void copy(tav_istr bytes);
     void parseAll(tav_istr bytes);
     unsigned search(unsigned parent, char tag, unsigned & cursor) const;
@@ -211,6 +218,10 @@ private:
     char const * base_ = nullptr;
     std::vector<Node> nodes_;
 };
+
+/// Has `read` take a value from bytes that nothing of it changes: they are not copied.  Throws what parsing
+/// throws, and what `read` does.
+void readInPlace(tav_istr bytes, std::function<void(tavCodecStream &)> const & read);
 
 } // namespace detail
 } // namespace nbr

@@ -281,12 +281,55 @@ void Document::assign(tav_istr bytes) {
     parseAll(buffer_);
 }
 
-void Document::view(tav_istr bytes) {
-    // Values of a message that is large take twelve bytes or more, with the markers around them.
+void Document::view(tav_istr bytes, std::size_t expected) {
     nodes_.clear();
-    nodes_.reserve(bytes.size() / 12 + 1);
+    nodes_.reserve(expected);
     base_ = bytes.data();
     parseAll(bytes);
+}
+
+void Document::check(tav_istr bytes) {
+    Scanner in(bytes);
+    while (!in.atEnd()) {
+        unsigned const start = in.position();
+        tav_istr data;
+        bool text = false;
+        if (in.atOpen()) {
+            checkComplex(in);
+        } else {
+            in.peekValue(data, text);
+        }
+        in.demandProgress(start);
+    }
+}
+
+void Document::checkComplex(Scanner & in) {
+    in.skipMarker();
+    for (unsigned depth = 1; depth != 0;) {
+        if (in.atEnd()) {
+            return;
+        }
+        if (in.atClose()) {
+            in.skipMarker();
+            --depth;
+            continue;
+        }
+        unsigned const start = in.position();
+        in.takeByte();
+        tav_istr data;
+        bool text = false;
+        if (in.atEnd()) {
+            in.traceEmptyValue();
+        } else if (in.peekShort(data, text)) {
+            continue;
+        } else if (in.atOpen()) {
+            in.skipMarker();
+            ++depth;
+        } else {
+            in.peekValue(data, text);
+            in.demandProgress(start);
+        }
+    }
 }
 
 void Document::parseAll(tav_istr bytes) {
@@ -448,6 +491,15 @@ void Document::dump(std::ostream & out, unsigned i, bool pretty, int level) cons
             out.write("[]", 2);
         } else {
             printSimple(out, data(node), node.kind == Kind::text);
+        }
+    }
+}
+
+void Document::dump(std::ostream & out, bool pretty) const {
+    for (unsigned i = 0; i != nodes_.size(); i = next(i)) {
+        dump(out, i, pretty, 0);
+        if (pretty) {
+            out.put('\n');
         }
     }
 }

@@ -244,6 +244,14 @@ public:
                static_cast<tavNbrInStream &>(stream).document_ != nullptr;
     }
 
+    /// Has `stream` read the bytes themselves, which stay.
+    static void view(tavNbrInStream & stream, tav_istr bytes) {
+        Document & document = stream.family_->document;
+        document.view(bytes, 0);
+        stream.node_ = document.first();
+        stream.cursor_ = stream.node_;
+    }
+
     void release() noexcept {
         if (slots_.capacity() > keptSlots) {
             std::vector<unsigned>().swap(slots_);
@@ -335,6 +343,12 @@ unsigned nextElement(tavNbrInStream & stream, unsigned place) {
 
 void closeElements(tavNbrInStream & stream) noexcept {
     InFamily::closeElements(stream);
+}
+
+void readInPlace(tav_istr bytes, std::function<void(tavCodecStream &)> const & read) {
+    tavNbrInStream in{tav_istr()};
+    InFamily::view(in, bytes);
+    read(in);
 }
 
 } // namespace detail

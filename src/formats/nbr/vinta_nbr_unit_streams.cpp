@@ -247,21 +247,15 @@ void NbrInputStream::enterSuper() {}
 void NbrInputStream::leaveSuper() {}
 
 std::ostream & NbrInputStream::dump(std::ostream & out, bool pretty) const {
-    auto const endOfValue = [&] {
-        if (pretty) {
-            out.put('\n');
-        }
-    };
     if (!listed_) {
-        for (unsigned i = 0; i != document_->nodes().size(); i = document_->next(i)) {
-            document_->dump(out, i, pretty, 0);
-            endOfValue();
-        }
+        document_->dump(out, pretty);
         return out;
     }
     for (tavSharedPtr<ValueBase> const & value : values_) {
         value->dump(out, pretty, 0);
-        endOfValue();
+        if (pretty) {
+            out.put('\n');
+        }
     }
     return out;
 }
