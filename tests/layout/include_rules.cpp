@@ -234,15 +234,18 @@ std::string brokenRule(std::string const & path, std::string const & folder, std
     if (header == publicHeaders().end() && startsWith(name, "tav/") && !startsWith(name, "tav/kit/")) {
         return "a public header without a row in the table: " + name;
     }
-    if (!ofLibrary || folder == "kit" || folder == "umbrella") {
+    if (!ofLibrary || folder == "umbrella") {
         return {};
-    }
-    if (startsWith(name, "tav/kit/")) {
-        return "the library knows nothing of the kit: " + name;
     }
     std::string const target = header == publicHeaders().end() ? row : header->second;
     if (target == "umbrella") {
         return "an umbrella header is for users: " + name;
+    }
+    if (folder == "kit") {
+        return {};
+    }
+    if (startsWith(name, "tav/kit/")) {
+        return "the library knows nothing of the kit: " + name;
     }
     auto const allowed = table().find(folder);
     if (target.empty() || target == folder || allowed == table().end() ||

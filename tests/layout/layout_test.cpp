@@ -182,6 +182,8 @@ TEST(Layout, NoSourceIncludesAnUmbrella) {
         EXPECT_EQ(brokenBy("src/client/a.cpp", "#include <tav/vinta/" + name + ">\n"),
                   Lines{"src/client/a.cpp:1: an umbrella header is for users: tav/vinta/" + name});
     }
+    EXPECT_EQ(brokenBy("include/tav/kit/a.h", "#include \"tav/vinta/vinta.h\"\n"),
+              Lines{"include/tav/kit/a.h:1: an umbrella header is for users: tav/vinta/vinta.h"});
     EXPECT_EQ(brokenBy("include/tav/vinta/vinta.h", "#include \"tav/vinta/vinta_basetypes.h\"\n"), Lines{});
 }
 

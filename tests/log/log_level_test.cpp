@@ -69,17 +69,17 @@ static_assert(declared<tavString (*)()>(&tavLogger::str), "");
 static_assert(declared<void (*)(char const *)>(&tav_log_setup), "");
 
 TEST_F(LogLevel, ValuesOfTheLevels) {
-    EXPECT_EQ(0, tavLogger::ALL);
-    EXPECT_EQ(1, tavLogger::TRACE);
-    EXPECT_EQ(2, tavLogger::VERBOSE);
-    EXPECT_EQ(3, tavLogger::DEBUG);
-    EXPECT_EQ(4, tavLogger::INFO);
-    EXPECT_EQ(5, tavLogger::WARN);
-    EXPECT_EQ(6, tavLogger::ERROR);
-    EXPECT_EQ(7, tavLogger::ASSERT);
-    EXPECT_EQ(100, tavLogger::OUT);
-    EXPECT_EQ(255, tavLogger::NONE);
-    EXPECT_EQ(-1, tavLogger::UNKNOWN);
+    EXPECT_EQ(tavLogger::ALL, 0);
+    EXPECT_EQ(tavLogger::TRACE, 1);
+    EXPECT_EQ(tavLogger::VERBOSE, 2);
+    EXPECT_EQ(tavLogger::DEBUG, 3);
+    EXPECT_EQ(tavLogger::INFO, 4);
+    EXPECT_EQ(tavLogger::WARN, 5);
+    EXPECT_EQ(tavLogger::ERROR, 6);
+    EXPECT_EQ(tavLogger::ASSERT, 7);
+    EXPECT_EQ(tavLogger::OUT, 100);
+    EXPECT_EQ(tavLogger::NONE, 255);
+    EXPECT_EQ(tavLogger::UNKNOWN, -1);
 }
 
 TEST_F(LogLevel, DefaultTagIsTav) {
