@@ -9,6 +9,7 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -86,6 +87,29 @@ TEST(Layout, NoFunctionIsLongerThanSixtyLines) {
         }
     }
     EXPECT_GT(functions, 5000u);
+}
+
+TEST(Layout, HeaderHasAGuardOfItsOwn) {
+    std::regex const guard("(^|\n)#ifndef (\\w+)\n#define \\2\n");
+    std::set<std::string> names;
+    std::size_t headers = 0;
+    for (char const * const top :
+         {"include", "src", "tests", "bindings", "gateway", "examples", "bench", "fuzz"}) {
+        for (auto const & entry :
+             std::filesystem::recursive_directory_iterator(std::filesystem::path(TAV_SOURCE_DIR) / top)) {
+            if (entry.path().extension() != ".h") {
+                continue;
+            }
+            std::ostringstream text;
+            text << std::ifstream(entry.path(), std::ios::binary).rdbuf();
+            std::string const source = text.str();
+            std::smatch found;
+            std::regex_search(source, found, guard);
+            EXPECT_TRUE(!found.empty() && names.insert(found[2]).second) << entry.path().string();
+            ++headers;
+        }
+    }
+    EXPECT_GT(headers, 150u);
 }
 
 TEST(Layout, LinesOfAFunctionLieBetweenItsBraces) {
