@@ -76,6 +76,11 @@ failure named_errno(int number) noexcept {
     case ECONNREFUSED: return failure::refused;
     case EHOSTUNREACH:
     case ENETUNREACH:
+    case ENETDOWN:
+    case EHOSTDOWN:
+    case EACCES: // A firewall of this machine, as the next.
+    case EPERM:
+    case EAFNOSUPPORT:
     case EADDRNOTAVAIL:
     case ETIMEDOUT: return failure::unreachable;
     case ECANCELED: return failure::cancelled;

@@ -64,7 +64,9 @@ TEST(NamedFailures, ErrorsOfTheNetworkHaveNames) {
     EXPECT_EQ(named(ofSystem(ECONNREFUSED)), failure::refused);
     EXPECT_EQ(named(ofSystem(EHOSTUNREACH)), failure::unreachable);
     EXPECT_EQ(named(ofSystem(ENETUNREACH)), failure::unreachable);
-    EXPECT_EQ(named(ofSystem(ETIMEDOUT)), failure::unreachable);
+    for (int const number : {ETIMEDOUT, EACCES, EPERM, ENETDOWN, EHOSTDOWN, EAFNOSUPPORT, EADDRNOTAVAIL}) {
+        EXPECT_EQ(named(ofSystem(number)), failure::unreachable) << number;
+    }
     EXPECT_EQ(named(ofSystem(ECONNRESET)), failure::connection_lost);
     EXPECT_EQ(named(ofSystem(EPIPE)), failure::connection_lost);
     EXPECT_EQ(named(ofSystem(EMFILE)), failure::no_resources);
@@ -112,7 +114,7 @@ TEST(NamedFailures, RefusalOfTheClientIsTlsItsOwn) {
 }
 
 TEST(NamedFailures, PeerThatCannotBeReachedAnyMoreIsALostConnection) {
-    for (int const number : {ETIMEDOUT, EHOSTUNREACH, ENETUNREACH, ECONNRESET}) {
+    for (int const number : {ETIMEDOUT, EHOSTUNREACH, ENETUNREACH, ECONNRESET, EPERM, ENETDOWN}) {
         EXPECT_EQ(tav::tls::impl::named_break(ofSystem(number)), failure::connection_lost) << number;
     }
 }
