@@ -1,6 +1,7 @@
 #include "client/send_account.h"
 
 #include "client/failures.h"
+#include "client/process_exit.h"
 #include "foundation/report.h"
 
 namespace tav {
@@ -121,6 +122,7 @@ void send_account::call(bool full) const noexcept {
     failure_scope const kept(static_cast<failure>(last_failure().value()));
     try {
         limits_.on_queue(full);
+        process_exit::pass();
     } catch (...) {
         tav::detail::reportCaught(tav::detail::here("tav::tls::impl::send_account::tell"));
     }

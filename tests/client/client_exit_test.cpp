@@ -85,6 +85,10 @@ public:
                 on_message();
             }
         });
+        if (on_queue) {
+            option.limits.queued_frames = 1;
+            option.limits.on_queue = on_queue;
+        }
         c.start(option);
     }
     void run(tls::client & c) {
@@ -96,6 +100,7 @@ public:
 
     std::function<void()> on_open;
     std::function<void()> on_message;
+    std::function<void(bool)> on_queue;
 
 private:
     TlsPeer peer_;
@@ -177,6 +182,23 @@ TEST_F(ClientExit, BesideACallbackThatHangsIsNoHang) {
             traffic().begin(tls::client::instance("n"));
             eventually([] { return calls > 0; });
             std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ClientExit, BesideATellingOfTheQueueThatHangsIsNoHang) {
+    EXPECT_EXIT(
+        {
+            static std::atomic<bool> told{false};
+            traffic().on_queue = [](bool full) {
+                if (!full) {
+                    told = true;
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1200));
+                }
+            };
+            traffic().begin(tls::client::instance("n"));
+            eventually([] { return told.load(); });
+            std::exit(told ? 0 : 6);
         },
         ::testing::ExitedWithCode(0), "");
 }
