@@ -157,7 +157,6 @@ TEST(ClientPolicyStart, WrongPolicyLeavesTheClientFitForARightOne) {
 
 TEST(ClientPolicyStart, FilesAreReadAnewAtAReconnect) {
     ClientRig rig;
-    TempFile const list("no list");
     tls::connect_option option = rig.option();
     tls_policy policy = trusting(TlsIdentity::ecdsa().ca);
     TempFile const key(TlsIdentity::ecdsa().key);

@@ -226,7 +226,7 @@ TEST(ClientStatistics, EachConnectThatFailsIsCountedOnce) {
     EXPECT_TRUE(settled(3)) << "no answer in time";
     // The peer that failed to answer is gone, so that the attempt ends a second time.
     rig.peer.accept()->reset();
-    EXPECT_TRUE(rig.events.wait(3));
+    EXPECT_TRUE(rig.events.wait(4)) << "two bad options, the limit and the reset";
     EXPECT_TRUE(settled(3));
     option = rig.option();
     option.proxy_host = option.host;
