@@ -55,7 +55,8 @@ public:
 
     /// Starts connecting, in place of any connection there is.  Null if host or port is empty.  The outcome
     /// is told by the result and by the option's callbacks.  With `reuseConnected`, a connection to the same
-    /// host and port is kept, if it was made with the same policy object or both have none.  If another start
+    /// host and port is kept, if it was made with the same policy object or both have none; its own limits
+    /// stay in force then, whatever the option says.  If another start
     /// or reconnect is under way, this call waits for it first, unless it is made on a thread of that
     /// attempt, or that one's host name takes its time to be looked up; then that one is cancelled.
     std::shared_ptr<connect_info> start(connect_option const & option, bool reuseConnected = false);

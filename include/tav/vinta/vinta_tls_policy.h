@@ -16,8 +16,8 @@
 /// fails the start or reconnect with result 1 and an `on_error` text that names the option; nothing is ever
 /// left out silently.  The one exception is the watch over the socket, `tcp_keep_alive_s` to
 /// `tcp_user_timeout_ms`: what the system does not take of it is told at WARN, and the connection opens.
-/// Without a policy, and with an empty one, connections are made as `connect_option`
-/// alone describes, to the byte.
+/// Without a policy, and with an empty one, connections are made as `connect_option` alone describes, to the
+/// byte.
 ///
 /// A `tls_report` tells what came of it: `client::negotiated`.
 namespace tav {
@@ -92,8 +92,9 @@ public:
     /// Default: empty.  The same as text; give one of the two.
     std::string key_pem;
     /// Default: none, the key must not be encrypted.  Called for the pass phrase of an encrypted key, at each
-    /// start and reconnect, on the client's thread "session"; may block, and then holds up that start only.
-    /// The library wipes its copies.
+    /// start and reconnect, on the client's thread "session"; may block, and then holds up all that this
+    /// client is told to do meanwhile.  The limit of a connect begins behind it.  The library wipes its
+    /// copies.
     std::function<std::string()> key_password;
 
     // What is spoken.

@@ -17,11 +17,13 @@ struct TAV_API statistics {
     unsigned long long bytes_received = 0; ///< Of frames, after TLS.
     unsigned long long frames_sent = 0;    ///< Heartbeats included.
     unsigned long long frames_received = 0;
-    unsigned long long messages_sent = 0; ///< Packets handed to the socket; receipts included.
+    /// Packets accepted and encoded to be sent, receipts included; those that a break kept from going out
+    /// too.
+    unsigned long long messages_sent = 0;
     unsigned long long messages_received = 0;
     unsigned long long heartbeats_sent = 0;
     unsigned long long heartbeats_received = 0;
-    unsigned long long receipts_sent = 0;     ///< For messages that asked for one.
+    unsigned long long receipts_sent = 0;     ///< Accepted to be sent, for messages that asked for one.
     unsigned long long receipts_received = 0; ///< For messages of ours.
 
     unsigned long long sends_ok = 0;       ///< Tracked sends that got their reply.
