@@ -1,7 +1,7 @@
 #include "tav/kit/coroutine.h"
 
-#include "support/client_rig.h"
-#include "tav/kit/message.h"
+#include "support/bounded.h"
+#include "support/talk_rig.h"
 
 #include <gtest/gtest.h>
 
@@ -19,53 +19,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace tav_test;
-namespace kit = tav::kit;
 using kit::use_awaitable;
-
-struct Say : kit::message<Say> {
-    static constexpr char const * type_name = "Say";
-    static constexpr unsigned short type_code = 0x1234;
-    int number = 0;
-
-    Say() = default;
-    explicit Say(int v) : number(v) {}
-    void traverse(tavCodecStream & s) override { ioField(s, 1, "number", number); }
-};
-
-struct Said : kit::message<Said, Say> {
-    static constexpr char const * type_name = "Said";
-    static constexpr unsigned short type_code = 0x1235;
-};
-
-template <class T>
-T got(std::future<T> future) {
-    if (future.wait_for(std::chrono::milliseconds(peer_limit_ms)) != std::future_status::ready) {
-        throw std::runtime_error("the future did not come");
-    }
-    return future.get();
-}
-
-class TalkRig {
-public:
-    explicit TalkRig(tav::gateway::Options const & options = tav::gateway::Options())
-        : gateway(options), client(std::make_unique<tls::client>("kit")) {
-        auto const info = client->start(gateway.option());
-        // The gateway may know of the client a moment later than that one does.
-        if (resultOf(info) != tls::result_ok ||
-            !gateway.gateway.wait([](tav::gateway::Stats const & stats) { return stats.open == 1; })) {
-            throw std::runtime_error("the client did not connect");
-        }
-    }
-
-    GatewayRig gateway;
-    std::unique_ptr<tls::client> client;
-};
-
-tav::gateway::Options silent() {
-    tav::gateway::Options options;
-    options.faults.silence = true;
-    return options;
-}
 
 kit::task<int> ask(tls::client & client, int number) {
     auto const reply = co_await kit::request<Said>(client, Say(number), 5s, use_awaitable);
@@ -120,7 +74,7 @@ TEST(KitCoroutine, RequestsMayBeUnderWayTogether) {
 }
 
 TEST(KitCoroutine, FailuresComeAsResults) {
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     kit::cancellation stop;
     EXPECT_EQ(got(kit::spawn(failureOf(*rig.client, 100ms))), kit::failure::timed_out);
     EXPECT_EQ(got(kit::spawn(failureOf(*rig.client, 0ms))), kit::failure::timed_out);
@@ -137,7 +91,7 @@ TEST(KitCoroutine, FailuresComeAsResults) {
 }
 
 TEST(KitCoroutine, EndOfTheClientResumesWhatAwaitsIt) {
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     std::vector<std::future<std::error_code>> ends;
     for (int i = 0; i < 50; ++i) {
         ends.push_back(kit::spawn(failureOf(*rig.client, 10s)));
@@ -174,7 +128,7 @@ TEST(KitCoroutine, TasksThatEndAtOnceInALoopNeedNoStack) {
 }
 
 TEST(KitCoroutine, WhatATaskRaisesComesOutOfItsFuture) {
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     // The result of a failure has no value to take.
     EXPECT_THROW(got(kit::spawn([](tls::client & client) -> kit::task<int> {
                      auto const reply = co_await kit::request<Said>(client, Say(1), 50ms, use_awaitable);
@@ -212,7 +166,7 @@ TEST(KitCoroutine, GoesOnOnItsExecutorWhateverTheEnd) {
         return got(kit::spawn(where(*rig.client, terms.on(executor))));
     };
     EXPECT_EQ(end(5s), "executor.0 ok");
-    rig.gateway.gateway.setFaults(silent().faults);
+    rig.gateway.gateway.setFaults(neverAnswering().faults);
     EXPECT_EQ(end(100ms), "executor.0 timed out");
     EXPECT_EQ(end(0ms), "executor.0 timed out");
     rig.client->close();
@@ -231,7 +185,7 @@ TEST(KitCoroutine, ExecutorThatDropsItsTasksStrandsNoCoroutine) {
 }
 
 TEST(KitCoroutine, DroppedAwaitableCancels) {
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     { auto const dropped = kit::request<Said>(*rig.client, Say(1), 10s, use_awaitable); }
     auto moved = kit::request<Said>(*rig.client, Say(1), 10s, use_awaitable);
     { auto const last = std::move(moved); }
@@ -252,7 +206,7 @@ TEST(KitCoroutine, DestroyedCoroutineIsNeverResumed) {
     };
     std::atomic<int> gone{0};
     std::atomic<int> resumed{0};
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     auto const wait = [&](kit::within terms) -> Owned {
         Witness const witness(gone);
         (void)co_await kit::request<Said>(*rig.client, Say(1), terms, use_awaitable);

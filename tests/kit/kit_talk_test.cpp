@@ -1,8 +1,8 @@
 #include "tav/kit/talk.h"
 
 #include "support/bounded.h"
-#include "support/client_rig.h"
 #include "support/log_capture.h"
+#include "support/talk_rig.h"
 #include "tav/kit/message.h"
 
 #include <gtest/gtest.h>
@@ -25,26 +25,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace tav_test;
-namespace kit = tav::kit;
-
-struct Say : kit::message<Say> {
-    static constexpr char const * type_name = "Say";
-    static constexpr unsigned short type_code = 0x1234;
-    int number = 0;
-    tavString text;
-
-    Say() = default;
-    explicit Say(int v) : number(v) {}
-    void traverse(tavCodecStream & s) override {
-        ioField(s, 1, "number", number);
-        ioField(s, 2, "text", text);
-    }
-};
-
-struct Said : kit::message<Said, Say> {
-    static constexpr char const * type_name = "Said";
-    static constexpr unsigned short type_code = 0x1235;
-};
 
 enum class Mood { good = 1 };
 /// Reads no reply whose number is not registered.
@@ -60,11 +40,6 @@ struct Raising : kit::message<Raising> {
     static constexpr unsigned short type_code = 0x1236;
     void traverse(tavCodecStream &) override { throw std::runtime_error("no fields today"); }
 };
-
-template <class T>
-std::string textOfResult(kit::result<T> const & v) {
-    return v ? "ok" : v.error().message();
-}
 
 /// A callback that counts its calls and keeps what it was given.
 class Ends {
@@ -123,29 +98,6 @@ private:
     std::thread thread_;
 };
 
-/// A client that talks to a gateway.
-class TalkRig {
-public:
-    explicit TalkRig(tav::gateway::Options const & options = tav::gateway::Options())
-        : gateway(options), client(std::make_unique<tls::client>("kit")) {
-        auto const info = client->start(gateway.option());
-        // The gateway may know of the client a moment later than that one does.
-        if (resultOf(info) != tls::result_ok ||
-            !gateway.gateway.wait([](tav::gateway::Stats const & stats) { return stats.open == 1; })) {
-            throw std::runtime_error("the client did not connect");
-        }
-    }
-
-    GatewayRig gateway;
-    std::unique_ptr<tls::client> client;
-};
-
-tav::gateway::Options silent() {
-    tav::gateway::Options options;
-    options.faults.silence = true;
-    return options;
-}
-
 } // namespace
 
 TEST(KitTalk, FutureHoldsTheReply) {
@@ -187,7 +139,7 @@ TEST(KitTalk, CallbackMayBeOfATypeThatOnlyMoves) {
 }
 
 TEST(KitTalk, NoReplyInTimeIsTimedOutAndComesInTime) {
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     auto const begin = std::chrono::steady_clock::now();
     kit::result<Said> const reply = got(kit::request<Said>(*rig.client, Say(1), 200ms));
     EXPECT_EQ(reply.error(), kit::failure::timed_out);
@@ -254,7 +206,7 @@ TEST(KitTalk, ReplyThatCanNotBeReadIsABadReply) {
 
 TEST(KitTalk, CancelEndsItOnceOnTheCancellersThread) {
     Ends ends;
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     kit::pending const request = kit::request<Said>(*rig.client, Say(1), 1s, ends.taker());
     request.cancel();
     request.cancel();
@@ -276,7 +228,7 @@ TEST(KitTalk, PendingThatGoesDoesNotCancel) {
 
 TEST(KitTalk, CancellationEndsAllThatWereMadeWithIt) {
     Ends ends;
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     kit::cancellation stop;
     auto future = kit::request<Said>(*rig.client, Say(1), kit::within(10s).unless(stop));
     kit::request<Said>(*rig.client, Say(1), kit::within(10s).unless(stop), ends.taker());
@@ -297,7 +249,7 @@ TEST(KitTalk, CancellationEndsAllThatWereMadeWithIt) {
 
 TEST(KitTalk, CancellationThatGoesCancels) {
     Ends ends;
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     {
         kit::cancellation const stop;
         kit::request<Said>(*rig.client, Say(1), kit::within(10s).unless(stop), ends.taker());
@@ -318,7 +270,7 @@ TEST(KitTalk, CancellationOfWhatHasEndedDoesNothing) {
 
 TEST(KitTalk, CloseEndsEachRequestOnce) {
     Ends ends;
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     for (int i = 0; i < 100; ++i) {
         kit::request<Said>(*rig.client, Say(i), 10s, ends.taker());
     }
@@ -330,7 +282,7 @@ TEST(KitTalk, CloseEndsEachRequestOnce) {
 }
 
 TEST(KitTalk, CancelAllEndsRequests) {
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     auto future = kit::request<Said>(*rig.client, Say(1), 10s);
     rig.client->cancel_all();
     EXPECT_EQ(got(std::move(future)).error(), kit::failure::disconnected);
@@ -338,7 +290,7 @@ TEST(KitTalk, CancelAllEndsRequests) {
 
 TEST(KitTalk, EndOfTheClientEndsEachRequestOnce) {
     Ends ends;
-    TalkRig rig(silent());
+    TalkRig rig(neverAnswering());
     std::vector<std::future<kit::result<Said>>> futures;
     for (int i = 0; i < 50; ++i) {
         kit::request<Said>(*rig.client, Say(i), 10s, ends.taker());
@@ -354,7 +306,7 @@ TEST(KitTalk, EndOfTheClientEndsEachRequestOnce) {
 }
 
 TEST(KitTalk, DestroyedClientEndsItsRequests) {
-    GatewayRig gateway(silent());
+    GatewayRig gateway(neverAnswering());
     tls::client & client = tls::client::instance("kit destroyed");
     ASSERT_EQ(resultOf(client.start(gateway.option())), tls::result_ok);
     auto future = kit::request<Said>(client, Say(1), 10s);
@@ -365,7 +317,7 @@ TEST(KitTalk, DestroyedClientEndsItsRequests) {
 TEST(KitTalk, BrokenConnectionEndsEachRequestOnce) {
     for (bool const reset : {false, true}) {
         Ends ends;
-        TalkRig rig(silent());
+        TalkRig rig(neverAnswering());
         for (int i = 0; i < 20; ++i) {
             kit::request<Said>(*rig.client, Say(i), 10s, ends.taker());
         }
@@ -391,7 +343,7 @@ TEST(KitTalk, CallbackThatRaisesEndsOnceAndHurtsNobody) {
         throw 5;
     });
     EXPECT_TRUE(got(kit::request<Said>(*rig.client, Say(2), 5s)));
-    rig.gateway.gateway.setFaults(silent().faults);
+    rig.gateway.gateway.setFaults(neverAnswering().faults);
     EXPECT_EQ(got(kit::request<Said>(*rig.client, Say(3), 800ms)).error(), kit::failure::timed_out);
     EXPECT_EQ(calls, 2);
 }
@@ -441,7 +393,7 @@ TEST(KitTalk, ExecutorRunsTheCallbackForEachKindOfEnd) {
     kit::within const terms = kit::within(5s).on(loop.executor());
     kit::request<Said>(*rig.client, Say(1), terms, taker);
     ASSERT_TRUE(done.wait(1));
-    rig.gateway.gateway.setFaults(silent().faults);
+    rig.gateway.gateway.setFaults(neverAnswering().faults);
     kit::request<Said>(*rig.client, Say(1), kit::within(100ms).on(loop.executor()), taker);
     ASSERT_TRUE(done.wait(2));
     kit::request<Said>(*rig.client, Say(1), terms, taker).cancel();
@@ -566,7 +518,7 @@ TEST(KitTalk, SendWithTermsWaitsForTheConfirmation) {
     EXPECT_TRUE(got(kit::send(*rig.client, Say(1), 5s)));
     kit::send(*rig.client, Say(1), 5s, [&](kit::result<void> v) { ends.add(textOfResult(v)); });
     ASSERT_TRUE(ends.wait(1));
-    rig.gateway.gateway.setFaults(silent().faults);
+    rig.gateway.gateway.setFaults(neverAnswering().faults);
     EXPECT_EQ(got(kit::send(*rig.client, Say(1), 200ms)).error(), kit::failure::timed_out);
     EXPECT_EQ(ends.all(), std::vector<std::string>{"ok"});
 }

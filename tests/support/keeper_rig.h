@@ -4,8 +4,7 @@
 #include "tav/kit/keeper.h"
 
 #include "support/bounded.h"
-#include "support/client_rig.h"
-#include "tav/kit/message.h"
+#include "support/talk_rig.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -22,34 +21,10 @@
 #include <utility>
 #include <vector>
 
-/// What tests of keepers share: messages, a time that the test decides, a record of states.
+/// What tests of keepers share: a time that the test decides, a record of states.
 namespace tav_test {
 
 namespace kit = tav::kit;
-
-struct Say : kit::message<Say> {
-    static constexpr char const * type_name = "Say";
-    static constexpr unsigned short type_code = 0x1234;
-    int number = 0;
-    tavString text;
-
-    Say() = default;
-    explicit Say(int v) : number(v) {}
-    void traverse(tavCodecStream & s) override {
-        ioField(s, 1, "number", number);
-        ioField(s, 2, "text", text);
-    }
-};
-
-struct Said : kit::message<Said, Say> {
-    static constexpr char const * type_name = "Said";
-    static constexpr unsigned short type_code = 0x1235;
-};
-
-template <class T>
-std::string textOfResult(kit::result<T> const & v) {
-    return v ? "ok" : v.error().message();
-}
 
 /// A time that passes when the test says so.  What is due happens on the test's own thread.
 class TestTimer final : public kit::keeper_timer {
