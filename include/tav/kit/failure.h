@@ -87,7 +87,7 @@ inline std::error_code make_error_code(failure v) noexcept {
 
 namespace detail {
 
-/// The client's failures as the kit's: these two are the only places where its names are known.
+// What the client says of a send, in the kit's names.
 
 /// Of a tracked send that ended without a reply.
 inline std::error_code failure_of_end(std::error_code why) noexcept {
