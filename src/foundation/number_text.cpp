@@ -11,7 +11,7 @@
 #include <cmath>
 #include <istream>
 #include <locale>
-#include <sstream>
+#include <ostream>
 #include <streambuf>
 #endif
 
@@ -117,11 +117,19 @@ std::from_chars_result parse(char const * first, char const * last, T & value) {
     return {first + buffer.taken(), tooLarge ? std::errc::result_out_of_range : std::errc()};
 }
 
+/// Bytes that a stream writes into; it allocates nothing, as part of a number would be another number.
+class SpaceBuffer : public std::streambuf {
+public:
+    SpaceBuffer(char * to, std::size_t size) { setp(to, to + size); }
+    std::size_t used() const { return static_cast<std::size_t>(pptr() - pbase()); }
+};
+
 std::size_t print(char * to, std::size_t size, double v) {
-    std::ostringstream out;
+    SpaceBuffer buffer(to, size);
+    std::ostream out(&buffer);
     out.imbue(std::locale::classic());
     out << v;
-    return out.str().copy(to, size);
+    return buffer.used();
 }
 
 #endif

@@ -13,7 +13,7 @@ namespace {
 std::string shortForm(Site site) {
     std::ostringstream out;
     tavCurrentInfo(site.file, site.line, site.func).dump(out);
-    return out.str();
+    return printedText(out);
 }
 
 /// Set while this thread tells the log of a failure: one that is raised by that very work is not told again.

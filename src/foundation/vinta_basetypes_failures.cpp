@@ -389,7 +389,7 @@ stringger & stringger::operator<<(std::ios_base & (*manipulator)(std::ios_base &
 }
 
 std::string stringger::str() const {
-    return out_.str();
+    return detail::printedText(out_);
 }
 
 Range::Range(tav_istr pattern) {

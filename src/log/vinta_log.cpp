@@ -323,15 +323,9 @@ public:
         std::lock_guard<std::recursive_mutex> const guard(mutex_);
         std::string banner = makeBanner(bytesOf(name), bytesOf(version), maxSize);
         {
-            Sinks sinks;
-            std::string_view const bytes = bytesOf(path);
-            sinks.path = std::string(bytes.substr(0, bytes.find('\0')));
-            sinks.wpath = tavString(path).toWstring();
-            sinks.maxSize = maxSize;
-            sinks.banner = banner;
+            auto file = fileOf(path, banner, maxSize);
             std::lock_guard<std::mutex> const sinksGuard(sinksMutex_);
-            sinks.callback = sinks_.callback;
-            sinks_ = std::move(sinks);
+            file_.swap(file);
         }
         unopenedIsTold_ = false;
         post(LogRecord{tavLogger::INFO, std::move(banner)});
@@ -371,12 +365,12 @@ public:
         setSwitches(nullptr, false, tavLogger::WARN);
         thresholds.set("clear", tavLogger::INFO);
         std::lock_guard<std::mutex> const sinksGuard(sinksMutex_);
-        sinks_ = Sinks();
+        file_.reset();
     }
 
     void setCallback(tavLogger::Callback callback) {
         std::lock_guard<std::mutex> const guard(sinksMutex_);
-        sinks_.callback = callback;
+        callback_ = callback;
     }
 
     void setSwitches(tavLogger::Callback callback, bool console, int vipLevel) {
@@ -409,14 +403,23 @@ public:
     }
 
 private:
-    /// What the record handler needs.
-    struct Sinks {
+    /// The file that records go to.
+    struct File {
         std::string path;
-        std::wstring wpath;
-        int maxSize = 0;
+        std::string backup;
         std::string banner;
-        tavLogger::Callback callback = nullptr;
+        long long maxSize;
     };
+
+    /// Null without a path.
+    static std::shared_ptr<File const> fileOf(tav_istr path, std::string const & banner, int maxSize) {
+        std::string_view const bytes = bytesOf(path);
+        std::string const name(bytes.substr(0, bytes.find('\0')));
+        if (name.empty()) {
+            return nullptr;
+        }
+        return std::make_shared<File const>(File{name, name + ".bak", banner, maxSize});
+    }
 
     LoggerImpl() {
         tav::platform::aroundFork([] { get().beforeFork(); }, [] { get().afterForkInParent(); },
@@ -445,21 +448,19 @@ private:
 
     void handle(LogRecord const & record) {
         tavLogger::Callback callback = nullptr;
-        std::string path;
-        std::string banner;
-        long long maxSize = 0;
+        std::shared_ptr<File const> file;
         {
             std::lock_guard<std::mutex> const guard(sinksMutex_);
-            callback = sinks_.callback;
-            if (!sinks_.wpath.empty()) {
-                path = sinks_.path;
-                banner = sinks_.banner;
-                maxSize = sinks_.maxSize;
-            }
+            callback = callback_;
+            file = file_;
         }
-        if (!path.empty()) {
+        if (file) {
             std::lock_guard<std::mutex> const guard(fileMutex_);
-            writeToFile(path, banner, maxSize, record.text);
+            try {
+                writeToFile(*file, record.text);
+            } catch (std::bad_alloc const &) {
+                tav::detail::countLostLine();
+            }
         }
         if (callback != nullptr) {
             callback(record.level, record.text.c_str());
@@ -473,38 +474,40 @@ private:
         }
     }
 
-    void writeToFile(std::string const & path, std::string const & banner, long long maxSize,
-                     std::string const & text) {
+    void writeToFile(File const & to, std::string const & text) {
+        char const * const path = to.path.c_str();
         {
-            tav::platform::AppendFile const file(path.c_str());
+            tav::platform::AppendFile const file(path);
             if (file.error()) {
-                tellUnopened(path, file.error());
+                tellUnopened(to.path, file.error());
                 return;
             }
             unopenedIsTold_ = false;
-            bool const full = file.regular() && file.size() + static_cast<long long>(text.size()) > maxSize;
+            bool const full =
+                file.regular() && file.size() + static_cast<long long>(text.size()) > to.maxSize;
             if (!full) {
                 file.write(text);
                 return;
             }
         }
-        std::string const backup = path + ".bak";
-        if (!tavUtil::moveFile(path, backup)) {
-            tav::platform::AppendFile(path.c_str()).write(text);
+        // Made ahead of the move, behind which nothing fails that the new file would lack.
+        std::string whole;
+        whole.reserve(to.banner.size() + 1 + text.size());
+        whole.append(to.banner).append(1, '\n').append(text);
+        if (!tavUtil::moveFile(to.path, to.backup)) {
+            tav::platform::AppendFile(path).write(text);
             return;
         }
-        debugger() << "logfile " << path << " moved to " << backup;
-        std::string whole;
-        whole.reserve(banner.size() + 1 + text.size());
-        whole.append(banner).append(1, '\n').append(text);
-        tav::platform::AppendFile(path.c_str()).write(whole);
+        tav::platform::AppendFile(path).write(whole);
+        debugger() << "logfile " << to.path << " moved to " << to.backup;
     }
 
     /// Held through open, close and finalize; recursive, as a callback may run within.
     std::recursive_mutex mutex_;
 
     mutable std::mutex sinksMutex_;
-    Sinks sinks_;
+    tavLogger::Callback callback_ = nullptr;
+    std::shared_ptr<File const> file_;
 
     /// One record at a time, so that a full file is set aside once.
     std::mutex fileMutex_;
@@ -734,8 +737,7 @@ console::console() {
 
 console::~console() {
     try {
-        out_ << '\n';
-        writeToConsole(out_.str());
+        writeToConsole(tav::detail::printedText(out_) + '\n');
     } catch (...) {
         // Out of memory: the line is lost.
     }
@@ -760,8 +762,7 @@ debugger::debugger() {
 
 debugger::~debugger() {
     try {
-        out_ << '\n';
-        std::string const text = out_.str();
+        std::string const text = tav::detail::printedText(out_) + '\n';
         print(text);
         writeToConsole(text);
     } catch (...) {
