@@ -4,10 +4,11 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdlib>
+#include <limits>
 #include <new>
 
-/// Lets the n-th allocation of the process fail.  It replaces the operators of the whole program, so one
-/// source of a test program includes it.
+/// Lets the n-th allocation of the process, or of one thread, fail, and counts those that live.  It replaces
+/// the operators of the whole program, so one source of a test program includes it.
 
 namespace tav_test {
 
@@ -15,10 +16,52 @@ namespace tav_test {
 inline std::atomic<long> allocationsLeft{0};
 inline std::atomic<bool> allocationFailed{false};
 inline thread_local bool allocationsSpared = false;
+/// Whether only the thread whose allocations are `allocationsOwn` counts.
+inline std::atomic<bool> onlyOwnAllocations{false};
+inline thread_local bool allocationsOwn = false;
+/// Those that live, but for those of threads that are spared.
+inline std::atomic<long> allocationsLive{0};
 
 inline bool allocationMayFail() {
     return !allocationsSpared && allocationsLeft.load(std::memory_order_relaxed) > 0 &&
+           (allocationsOwn || !onlyOwnAllocations.load(std::memory_order_relaxed)) &&
            allocationsLeft.fetch_sub(1) == 1;
+}
+
+/// What stands ahead of each allocation: whether it is among those that live.
+struct alignas(alignof(std::max_align_t)) AllocationHead {
+    bool counted;
+};
+
+/// Null if there is no memory, or none is to be had.
+inline void * allocateOrFail(std::size_t size) noexcept {
+    if (allocationMayFail()) {
+        allocationFailed = true;
+        return nullptr;
+    }
+    if (size > std::numeric_limits<std::size_t>::max() - sizeof(AllocationHead)) {
+        return nullptr;
+    }
+    void * const made = std::malloc(sizeof(AllocationHead) + size);
+    if (made == nullptr) {
+        return nullptr;
+    }
+    auto * const head = new (made) AllocationHead{!allocationsSpared};
+    if (head->counted) {
+        allocationsLive.fetch_add(1, std::memory_order_relaxed);
+    }
+    return head + 1;
+}
+
+inline void giveBack(void * p) noexcept {
+    if (p == nullptr) {
+        return;
+    }
+    AllocationHead * const head = static_cast<AllocationHead *>(p) - 1;
+    if (head->counted) {
+        allocationsLive.fetch_sub(1, std::memory_order_relaxed);
+    }
+    std::free(head);
 }
 
 /// While it lives, the `n`-th allocation from now on fails, on whichever thread; the others do not.
@@ -65,22 +108,14 @@ long eachAllocationFails(Scenario scenario) {
 
 // Kept out of line, so that the compiler does not take them for a mismatched pair.
 [[gnu::noinline]] void * operator new(std::size_t size) {
-    if (tav_test::allocationMayFail()) {
-        tav_test::allocationFailed = true;
-        throw std::bad_alloc();
-    }
-    if (void * const p = std::malloc(size != 0 ? size : 1)) {
+    if (void * const p = tav_test::allocateOrFail(size)) {
         return p;
     }
     throw std::bad_alloc();
 }
 
 [[gnu::noinline]] void * operator new(std::size_t size, std::nothrow_t const &) noexcept {
-    if (tav_test::allocationMayFail()) {
-        tav_test::allocationFailed = true;
-        return nullptr;
-    }
-    return std::malloc(size != 0 ? size : 1);
+    return tav_test::allocateOrFail(size);
 }
 
 // Those of arrays too, since a sanitizer's own do not come here.
@@ -105,15 +140,15 @@ long eachAllocationFails(Scenario scenario) {
 }
 
 [[gnu::noinline]] void operator delete(void * p) noexcept {
-    std::free(p);
+    tav_test::giveBack(p);
 }
 
 [[gnu::noinline]] void operator delete(void * p, std::size_t) noexcept {
-    std::free(p);
+    tav_test::giveBack(p);
 }
 
 [[gnu::noinline]] void operator delete(void * p, std::nothrow_t const &) noexcept {
-    std::free(p);
+    tav_test::giveBack(p);
 }
 
 #endif

@@ -1,0 +1,60 @@
+#ifndef TAV_TESTS_TORTURE_TORTURE_H
+#define TAV_TESTS_TORTURE_TORTURE_H
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <vector>
+
+/// Scenarios that are run with each of their allocations failing in turn.
+namespace tav_test {
+namespace torture {
+
+/// Whose allocations fail: those of the thread that runs the scenario, or of any thread.
+enum class Of { caller, process };
+
+struct Scenario {
+    char const * name;
+    /// Does something, tells `holds` how it went, and leaves nothing behind.  What it raises is what want of
+    /// memory made of it: std::bad_alloc and nothing else.
+    void (*run)();
+    Of of = Of::caller;
+};
+
+inline std::ostream & operator<<(std::ostream & out, Scenario const & v) {
+    return out << v.name;
+}
+
+using Scenarios = std::vector<Scenario>;
+
+/// The failure of a scenario unless `kept`: what has to be true whenever nothing was raised.
+void holds(bool kept, char const * promise);
+
+/// While it lives, no allocation of its thread fails or counts: for a scenario's own notes.
+class Spared {
+public:
+    Spared();
+    ~Spared();
+    Spared(Spared const &) = delete;
+    Spared & operator=(Spared const &) = delete;
+
+private:
+    bool const before_;
+};
+
+/// Has no allocation of the calling thread fail or count from now on.
+void spareThread();
+
+/// Has an allocation of the scenario fail, and then another one, up to the last, without log lines and with
+/// all of them.  Behind each the scenario has to succeed and to have left no more memory taken than before.
+/// With the variable TAV_TORTURE_STRIDE only each so many'th fails.
+void runWithEachFailing(Scenario const & scenario);
+
+inline std::string nameOf(testing::TestParamInfo<Scenario> const & info) {
+    return info.param.name;
+}
+
+} // namespace torture
+} // namespace tav_test
+
+#endif
