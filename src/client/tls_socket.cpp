@@ -2,6 +2,7 @@
 
 #include "client/peer_report.h"
 #include "client/vinta_tls_client_impl_log.h"
+#include "foundation/platform.h"
 
 #include <asio/ssl/verify_context.hpp>
 
@@ -16,6 +17,12 @@ namespace {
 /// The lines of a socket stand in the log under the context's file, with whose they are read.
 constexpr char const * log_file = "vinta_tls_client_impl_context.cpp";
 
+using Lock = std::lock_guard<std::mutex>;
+
+ip_port address(asio::ip::tcp::endpoint const & endpoint) {
+    return ip_port(endpoint.address().to_string(), endpoint.port());
+}
+
 } // namespace
 
 tls_socket::tls_socket(std::shared_ptr<context> owner, tav_istr name, std::shared_ptr<tls_setup> setup)
@@ -28,12 +35,83 @@ bool tls_socket::should_verify() const {
     return setup_ ? setup_->verifies() : context_->should_verify();
 }
 
+std::error_code tls_socket::adopt(asio::ip::tcp::socket connected, std::function<bool()> const & wanted) {
+    Lock const guard(descriptor_mutex_);
+    if (!wanted()) {
+        return asio::error::operation_aborted;
+    }
+    lowest_layer() = std::move(connected);
+    return std::error_code();
+}
+
+void tls_socket::shut_down() {
+    Lock const guard(descriptor_mutex_);
+    if (lowest_layer().is_open()) {
+        platform::shutDown(lowest_layer().native_handle());
+    }
+}
+
+void tls_socket::close() {
+    Lock const guard(descriptor_mutex_);
+    std::error_code ec;
+    lowest_layer().close(ec);
+    if (ec) {
+        throw std::system_error(ec, "close");
+    }
+}
+
+ip_port tls_socket::local_addr() const {
+    Lock const guard(descriptor_mutex_);
+    return address(lowest_layer().local_endpoint());
+}
+
+ip_port tls_socket::remote_addr() const {
+    Lock const guard(descriptor_mutex_);
+    return address(lowest_layer().remote_endpoint());
+}
+
+ip_port tls_socket::local_addr(std::error_code & ec) const {
+    Lock const guard(descriptor_mutex_);
+    asio::ip::tcp::endpoint const endpoint = lowest_layer().local_endpoint(ec);
+    return ec ? ip_port() : address(endpoint);
+}
+
+ip_port tls_socket::remote_addr(std::error_code & ec) const {
+    Lock const guard(descriptor_mutex_);
+    asio::ip::tcp::endpoint const endpoint = lowest_layer().remote_endpoint(ec);
+    return ec ? ip_port() : address(endpoint);
+}
+
+std::optional<unsigned long long> tls_socket::bytes_received() {
+    Lock const guard(descriptor_mutex_);
+    if (!lowest_layer().is_open()) {
+        return std::nullopt;
+    }
+    return platform::bytesReceived(lowest_layer().native_handle());
+}
+
 tls_report tls_socket::report() {
     tls_report out = report_of(native_handle(), should_verify());
     if (setup_ && setup_->expects_address()) {
         out.matched_name = setup_->expected_name();
     }
     return out;
+}
+
+std::shared_ptr<tls_report const> tls_socket::keep_report() {
+    auto made = std::make_shared<tls_report const>(report());
+    Lock const guard(report_mutex_);
+    report_ = made;
+    return made;
+}
+
+tls_report tls_socket::kept_report() const {
+    std::shared_ptr<tls_report const> present;
+    {
+        Lock const guard(report_mutex_);
+        present = report_;
+    }
+    return present ? *present : tls_report();
 }
 
 void tls_socket::init() {

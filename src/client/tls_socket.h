@@ -11,14 +11,21 @@
 #include <asio/ip/tcp.hpp>
 #include <asio/ssl/stream.hpp>
 
+#include <functional>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <system_error>
 
 namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
 /// The TLS stream of one session.
+///
+/// The descriptor is opened and closed by the I/O thread.  Thread safety: what asks for the descriptor, shuts
+/// it down or closes it, and kept_report, on any thread; all else on the I/O thread.
 class tls_socket {
 public:
     using stream_type = asio::ssl::stream<asio::ip::tcp::socket>;
@@ -36,8 +43,29 @@ public:
     /// Null without a policy.
     std::shared_ptr<tls_setup> const & setup() const { return setup_; }
 
+    /// Takes a connected socket over; if that is not `wanted`, which is asked while nobody else uses the
+    /// descriptor, gives operation_aborted.
+    std::error_code adopt(asio::ip::tcp::socket connected, std::function<bool()> const & wanted);
+    /// Makes the connection fail at once; nothing if there is none.
+    void shut_down();
+    /// Throws std::system_error with "close".
+    void close();
+
+    /// The ends.  Throw std::system_error with "local_endpoint" or "remote_endpoint" if there is no
+    /// connection; with `ec` they set that and return an empty address.
+    ip_port local_addr() const;
+    ip_port remote_addr() const;
+    ip_port local_addr(std::error_code & ec) const;
+    ip_port remote_addr(std::error_code & ec) const;
+    /// The bytes that have come by now, 0 if the system can't tell; none without a descriptor.
+    std::optional<unsigned long long> bytes_received();
+
     /// What the handshake that has just ended has come to.
     tls_report report();
+    /// The same, which is kept: the connection's own state changes with what is read.
+    std::shared_ptr<tls_report const> keep_report();
+    /// What was kept; empty before.
+    tls_report kept_report() const;
 
     /// The TLS library's question about one certificate of the chain, whose own answer is `preverified`.
     bool verify_certificate(bool preverified, asio::ssl::verify_context & ctx, bool should_verify);
@@ -56,6 +84,10 @@ private:
     stream_type stream_;
     certificate_refusal refusal_;
     std::string const name_;
+    /// Taken by all who use the descriptor from outside of the stream.
+    mutable std::mutex descriptor_mutex_;
+    mutable std::mutex report_mutex_;
+    std::shared_ptr<tls_report const> report_;
 };
 
 } // namespace TAV_IMPL_NAMESPACE

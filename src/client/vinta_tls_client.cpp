@@ -403,7 +403,7 @@ ip_port client::get_local_addr() {
         return ip_port();
     }
     auto const session = core->current();
-    ip_port const address = session ? session->local_addr() : ip_port();
+    ip_port const address = session ? session->socket().local_addr() : ip_port();
     log_line(tavLogger::DEBUG, site,
              [&](std::ostream & out) { out << core->name() << " self addr = " << address; });
     return address;
@@ -416,7 +416,7 @@ ip_port client::get_remote_addr() {
         return ip_port();
     }
     auto const session = core->current();
-    ip_port const address = session ? session->remote_addr() : ip_port();
+    ip_port const address = session ? session->socket().remote_addr() : ip_port();
     log_line(tavLogger::DEBUG, site,
              [&](std::ostream & out) { out << core->name() << " peer addr = " << address; });
     return address;

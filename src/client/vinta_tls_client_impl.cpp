@@ -380,7 +380,7 @@ void Client::on_start(connect_ptr const & info, connect_option const & option) {
     }
     renew(info);
     auto const present = current();
-    if (present && !present->verifies()) {
+    if (present && !present->socket().should_verify()) {
         log_parts(tavLogger::WARN, here("tav::tls::impl::Client::on_start"), name_,
                   " no certificates to trust were given: any peer is believed");
     }

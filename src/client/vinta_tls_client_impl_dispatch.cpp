@@ -116,8 +116,8 @@ void Client::dispatch(tavBytes frame, session & from) {
     tavSharedPtr<tavMessage> const obj = factory_.createMessage(code);
     std::error_code unreadable;
     auto const received = [&](std::ostream & out) -> std::ostream & {
-        ip_port const local = from.local_addr(unreadable);
-        ip_port const remote = from.remote_addr(unreadable);
+        ip_port const local = from.socket().local_addr(unreadable);
+        ip_port const remote = from.socket().remote_addr(unreadable);
         return out << name_ << " recv pkt " << *packet << " /" << local << "<->" << remote;
     };
     if (obj) {

@@ -54,8 +54,7 @@ void session::on_read_end(self_ptr self, std::error_code ec, std::size_t length)
         on_broken(ec);
         return;
     }
-    last_recv_ms_ = clock_();
-    read_since_tick_ = true;
+    heartbeat_.heard(clock_());
     counters::add(account_->counted().bytes_received, length);
     reader_.filled(length);
     read_on(std::move(self));
@@ -78,7 +77,7 @@ bool session::pause_reading() {
 
 // The peer could not be heard while nothing was read.
 void session::resume_reading(self_ptr self) {
-    last_recv_ms_ = clock_();
+    heartbeat_.resumed(clock_());
     if (!ended()) {
         read_on(std::move(self));
     }
@@ -238,7 +237,7 @@ void session::drop_unsent() {
 void session::on_sent(std::size_t length, std::size_t remaining) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_sent"), name_, " sent ", length,
               " bytes, remaining ", remaining, " msgs.");
-    last_send_ms_ = clock_();
+    heartbeat_.sent(clock_());
     counters::add(account_->counted().frames_sent);
     counters::add(account_->counted().bytes_sent, length);
 }

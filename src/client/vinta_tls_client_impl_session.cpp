@@ -101,10 +101,6 @@ private:
     void const * const client_;
 };
 
-ip_port address(asio::ip::tcp::endpoint const & endpoint) {
-    return ip_port(endpoint.address().to_string(), endpoint.port());
-}
-
 /// Null for an option without a policy, or with an empty one.
 std::shared_ptr<tls_setup> setup_of(tav_istr name, connect_option const & option) {
     bool const none = !option.policy || option.policy->empty();
@@ -145,20 +141,13 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       unhandled_(0),
       drop_at_ms_(std::numeric_limits<long long>::max()),
       dropped_frames_(0),
-      broken_(false),
-      break_told_(false),
-      break_limit_(context_->io_context()),
+      broken_(context_->io_context()),
       reading_(false),
       writing_(false),
       closed_by_owner_(false),
-      read_since_tick_(true),
-      heard_bytes_(0),
-      check_heartbeat_(false),
+      connect_begin_ms_(clock_()),
+      heartbeat_(clock_()),
       session_id_(0) {
-    long long const now = clock_();
-    connect_begin_ms_ = now;
-    last_recv_ms_ = now;
-    last_send_ms_ = now;
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::session"), name_, " session construct");
 }
 
@@ -243,28 +232,6 @@ bool session::on_own_thread() const {
     return thread_role::of_session(this);
 }
 
-ip_port session::local_addr() const {
-    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
-    return address(socket_.lowest_layer().local_endpoint());
-}
-
-ip_port session::remote_addr() const {
-    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
-    return address(socket_.lowest_layer().remote_endpoint());
-}
-
-ip_port session::local_addr(std::error_code & ec) const {
-    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
-    asio::ip::tcp::endpoint const endpoint = socket_.lowest_layer().local_endpoint(ec);
-    return ec ? ip_port() : address(endpoint);
-}
-
-ip_port session::remote_addr(std::error_code & ec) const {
-    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
-    asio::ip::tcp::endpoint const endpoint = socket_.lowest_layer().remote_endpoint(ec);
-    return ec ? ip_port() : address(endpoint);
-}
-
 bool session::on_timer(bool stopping) {
     if (stopping) {
         return true;
@@ -282,36 +249,19 @@ bool session::on_timer(bool stopping) {
     check_sends_timedout(now);
     resume_sending();
     end_pause();
-    if (state_ == state_connected && check_heartbeat_ && !broken_) {
-        if (now - last_send_ms_ > HEARTBEAT_INTERVAL_MS) {
+    if (state_ == state_connected && heartbeat_.wanted() && !broken_.begun()) {
+        if (heartbeat_.due(now)) {
             if (send_raw(nullptr, 0)) {
                 counters::add(account_->counted().heartbeats_sent);
             }
-            last_send_ms_ = now;
+            heartbeat_.sent(now);
         }
-        hear_unfinished(now);
-        if (!paused_ && now - last_recv_ms_ > HEARTBEAT_INTERVAL_MS * HEARTBEAT_MISSES) {
+        heartbeat_.listened(socket_.bytes_received(), now);
+        if (!paused_ && heartbeat_.missed(now)) {
             on_heartbeat_timedout();
         }
     }
     return true;
-}
-
-// A TLS record is read when it is whole, but the peer lives with each of its bytes.  What a read has told of
-// counts from then, so that only bytes without any read count here.
-void session::hear_unfinished(long long now) {
-    bool const was_read = read_since_tick_.exchange(false);
-    unsigned long long bytes = heard_bytes_;
-    {
-        std::lock_guard<std::mutex> const guard(descriptor_mutex_);
-        if (socket_.lowest_layer().is_open()) {
-            bytes = platform::bytesReceived(socket_.lowest_layer().native_handle());
-        }
-    }
-    if (bytes != heard_bytes_ && !was_read) {
-        last_recv_ms_ = now;
-    }
-    heard_bytes_ = bytes;
 }
 
 void session::connect_() {
@@ -394,7 +344,7 @@ void session::set_handshake() {
 
 void session::on_race_end(self_ptr self, std::error_code ec, tcp_socket winner) {
     if (!ec) {
-        ec = take_descriptor(std::move(winner));
+        ec = socket_.adopt(std::move(winner), [this] { return !ended(); });
     }
     on_connect_end(std::move(self), ec);
 }
@@ -487,24 +437,16 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
     start_io(std::move(self));
 }
 
-// The connection's own state changes with what is read, on this thread alone: others are given this copy.
 void session::keep_report() {
-    auto made = std::make_shared<tls_report const>(socket_.report());
+    auto const made = socket_.keep_report();
     if (socket_.setup()) {
         log_line(tavLogger::INFO, here("tav::tls::impl::session::keep_report"),
                  [&](std::ostream & out) { out << name_ << " negotiated " << *made; });
     }
-    std::lock_guard<std::mutex> const guard(report_mutex_);
-    report_ = std::move(made);
 }
 
 tls_report session::negotiated() const {
-    std::shared_ptr<tls_report const> present;
-    if (connected()) {
-        std::lock_guard<std::mutex> const guard(report_mutex_);
-        present = report_;
-    }
-    return present ? *present : tls_report();
+    return connected() ? socket_.kept_report() : tls_report();
 }
 
 void session::start_io(self_ptr self) {
@@ -549,22 +491,16 @@ void session::on_error(std::error_code ec, std::string told) {
 // for which it gets a second.  A failed write leaves the read on, which may still bring something ahead of
 // its own end.
 void session::on_broken(std::error_code ec) {
-    if (active_closing_ || break_told_) {
+    if (active_closing_ || broken_.told()) {
         set_cause(named_break(ec));
         on_error(ec);
         return;
     }
-    if (!broken_) {
-        break_error_ = ec;
+    if (!broken_.begun()) {
         closing_ = true;
-        broken_ = true;
-        if (reading_ || unhandled_ != 0) {
-            break_limit_.expires_after(rest_limit);
-            break_limit_.async_wait([self = self_ptr(this)](std::error_code cancelled) {
-                if (!cancelled) {
-                    self->end_broken(false);
-                }
-            });
+        broken_.begin(ec);
+        if (input_left()) {
+            broken_.limit(rest_limit, [self = self_ptr(this)] { self->end_broken(false); });
         }
     }
     end_broken(true);
@@ -572,13 +508,13 @@ void session::on_broken(std::error_code ec) {
 
 // Tells the end once nothing is left to wait for, or the time for that is over.
 void session::end_broken(bool in_time) {
-    if (break_told_ || (in_time && (reading_ || unhandled_ != 0))) {
+    if (in_time && input_left()) {
         return;
     }
-    break_told_ = true;
-    break_limit_.cancel();
-    set_cause(named_break(break_error_));
-    on_error(break_error_);
+    if (broken_.tell()) {
+        set_cause(named_break(broken_.error()));
+        on_error(broken_.error());
+    }
 }
 
 // The first cause stays; true if it is this one.
@@ -604,12 +540,7 @@ void session::close_socket() {
     if (context_->runs_here()) {
         close_descriptor();
     } else {
-        {
-            std::lock_guard<std::mutex> const guard(descriptor_mutex_);
-            if (socket_.lowest_layer().is_open()) {
-                platform::shutDown(socket_.lowest_layer().native_handle());
-            }
-        }
+        socket_.shut_down();
         post_close();
     }
     state_ = state_closed;
@@ -687,24 +618,10 @@ void session::handle_rest(tavMsgQueueThread<tavBytes> & receiver) {
     }
 }
 
-std::error_code session::take_descriptor(tcp_socket winner) {
-    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
-    if (ended()) {
-        return asio::error::operation_aborted;
-    }
-    socket_.lowest_layer() = std::move(winner);
-    return std::error_code();
-}
-
 void session::close_descriptor() {
     race_.cancel();
-    std::lock_guard<std::mutex> const guard(descriptor_mutex_);
-    break_limit_.cancel();
-    std::error_code ec;
-    socket_.lowest_layer().close(ec);
-    if (ec) {
-        throw std::system_error(ec, "close");
-    }
+    broken_.cancel();
+    socket_.close();
 }
 
 void session::on_heartbeat_timedout() {
@@ -789,7 +706,7 @@ void session::end_pause() noexcept {
 void session::frame_handled() noexcept {
     bool const last = --unhandled_ == 0;
     end_pause();
-    if (!last || !broken_) {
+    if (!last || !broken_.begun()) {
         return;
     }
     try {

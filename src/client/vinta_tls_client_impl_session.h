@@ -2,9 +2,11 @@
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 
 #include "client/address_race.h"
+#include "client/broken_end.h"
 #include "client/failures.h"
 #include "client/frame_reader.h"
 #include "client/frame_writer.h"
+#include "client/heartbeat.h"
 #include "client/send_account.h"
 #include "client/send_info.h"
 #include "client/send_table.h"
@@ -17,7 +19,6 @@
 #include "tav/vinta/vinta_tls_client_options.h"
 
 #include <asio/ip/tcp.hpp>
-#include <asio/steady_timer.hpp>
 
 #include <atomic>
 #include <functional>
@@ -54,10 +55,8 @@ public:
     /// The milliseconds of a clock that nobody can set, from some time on.
     static long long steady_ms();
 
-    /// Quiet send time after which a heartbeat goes out.
-    static constexpr long long HEARTBEAT_INTERVAL_MS = 30000;
-    /// So many intervals without a received byte end the session.
-    static constexpr long long HEARTBEAT_MISSES = 3;
+    static constexpr long long HEARTBEAT_INTERVAL_MS = heartbeat::interval_ms;
+    static constexpr long long HEARTBEAT_MISSES = heartbeat::misses;
     /// The largest body that is sent or accepted.
     static constexpr unsigned max_body_size = frame_reader::max_body_size;
 
@@ -113,18 +112,11 @@ public:
     bool on_own_thread() const;
 
     /// Whether heartbeats are sent and expected; not in a new session.
-    void check_heartbeat(bool v) { check_heartbeat_ = v; }
-    bool check_heartbeat() const { return check_heartbeat_; }
+    void check_heartbeat(bool v) { heartbeat_.wanted(v); }
+    bool check_heartbeat() const { return heartbeat_.wanted(); }
     /// The session value that the server gave last; 0 at first.
     void session_id(unsigned long long v) { session_id_ = v; }
     unsigned long long session_id() const { return session_id_; }
-
-    /// The socket's ends.  Throw std::system_error with "local_endpoint" or "remote_endpoint" if there is no
-    /// connection; with `ec` they set that and return an empty address.
-    ip_port local_addr() const;
-    ip_port remote_addr() const;
-    ip_port local_addr(std::error_code & ec) const;
-    ip_port remote_addr(std::error_code & ec) const;
 
     /// Has "sender" encode and send the packet, which must not be changed any more.  With a time limit in
     /// `option` the result tracks the send until its reply, its time-out or a cancellation; otherwise, and
@@ -146,8 +138,6 @@ public:
     /// The number of tracked sends.
     std::size_t sending() const;
 
-    /// Whether the peer's certificate is checked.
-    bool verifies() const { return socket_.should_verify(); }
     /// What was negotiated; empty when not connected.
     tls_report negotiated() const;
 
@@ -157,6 +147,7 @@ public:
     bool on_timer(bool stopping);
 
     tls_socket & socket() { return socket_; }
+    tls_socket const & socket() const { return socket_; }
 
 private:
     friend class send_info;
@@ -188,6 +179,7 @@ private:
     void on_error(std::error_code ec, std::string told);
     void on_broken(std::error_code ec);
     void end_broken(bool in_time);
+    bool input_left() const { return reading_ || unhandled_ != 0; }
     bool set_cause(failure v) noexcept;
     /// Whether it got what is no frame: it counts as broken since then.
     bool is_misread() const noexcept { return cause() == failure::bad_frame; }
@@ -201,9 +193,7 @@ private:
     void close_timer();
     void close_receiver();
     void close_sender();
-    std::error_code take_descriptor(tcp_socket winner);
     void close_descriptor();
-    void hear_unfinished(long long now);
     void on_heartbeat_timedout();
     void start_timer();
     void start_receiver();
@@ -260,17 +250,11 @@ private:
     std::atomic<unsigned long long> resolving_;
     std::atomic<bool> looking_up_;
     address_race race_;
-    /// Taken by the I/O thread while it opens and closes the descriptor, and by others who use the
-    /// descriptor.
-    mutable std::mutex descriptor_mutex_;
     recv_function const on_recv_;
     connect_option option_;
     std::shared_ptr<send_account> const account_;
     /// Why the sends that are left at the end are cancelled.
     std::shared_ptr<std::atomic<failure>> const cause_;
-
-    mutable std::mutex report_mutex_;
-    std::shared_ptr<tls_report const> report_;
 
     send_table sends_;
 
@@ -300,12 +284,7 @@ private:
     /// Frames that were dropped.
     unsigned dropped_frames_;
 
-    // The end that the network brought.  Once `broken_` is set, on the I/O thread, no send is accepted; the
-    // end is told when all that came before has been handled, or `break_limit_` is over.
-    std::atomic<bool> broken_;
-    std::error_code break_error_;
-    bool break_told_;
-    asio::steady_timer break_limit_;
+    broken_end broken_;
     /// Whether a read and a write are outstanding.
     bool reading_;
     bool writing_;
@@ -318,13 +297,7 @@ private:
     frame_writer writer_;
 
     std::atomic<long long> connect_begin_ms_;
-    std::atomic<long long> last_recv_ms_;
-    std::atomic<long long> last_send_ms_;
-    /// Whether a read has ended since the last look at what has come.
-    std::atomic<bool> read_since_tick_;
-    /// The bytes that had come on the socket at that look.  The ticks' own.
-    unsigned long long heard_bytes_;
-    std::atomic<bool> check_heartbeat_;
+    heartbeat heartbeat_;
     std::atomic<unsigned long long> session_id_;
 };
 

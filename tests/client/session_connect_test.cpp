@@ -357,25 +357,25 @@ TEST(SessionConnect, EndpointsAreReadWhileTheSocketIsOpen) {
     SessionRig rig;
     std::unique_ptr<TlsConnection> server;
     auto const s = rig.connect(peer, server);
-    EXPECT_EQ(s->remote_addr().host, "127.0.0.1");
-    EXPECT_EQ(s->remote_addr().port, peer.portText());
-    EXPECT_EQ(s->local_addr().host, "127.0.0.1");
+    EXPECT_EQ(s->socket().remote_addr().host, "127.0.0.1");
+    EXPECT_EQ(s->socket().remote_addr().port, peer.portText());
+    EXPECT_EQ(s->socket().local_addr().host, "127.0.0.1");
     std::error_code ec;
-    EXPECT_EQ(s->local_addr(ec).port, s->local_addr().port);
+    EXPECT_EQ(s->socket().local_addr(ec).port, s->socket().local_addr().port);
     EXPECT_FALSE(ec);
     s->close();
     rig.settle();
-    EXPECT_TRUE(s->remote_addr(ec).empty());
+    EXPECT_TRUE(s->socket().remote_addr(ec).empty());
     EXPECT_TRUE(ec);
-    EXPECT_TRUE(s->local_addr(ec).empty());
+    EXPECT_TRUE(s->socket().local_addr(ec).empty());
     try {
-        s->local_addr();
+        s->socket().local_addr();
         ADD_FAILURE() << "an address of a closed socket";
     } catch (std::system_error const & e) {
         EXPECT_EQ(std::string(e.what()).find("local_endpoint"), 0u) << e.what();
     }
     try {
-        s->remote_addr();
+        s->socket().remote_addr();
         ADD_FAILURE() << "an address of a closed socket";
     } catch (std::system_error const & e) {
         EXPECT_EQ(std::string(e.what()).find("remote_endpoint"), 0u) << e.what();
