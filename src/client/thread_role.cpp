@@ -67,6 +67,15 @@ bool thread_role::any(Accepts accepts) {
     return false;
 }
 
+void end_thread(tavThread & thread) {
+    if (thread.id() == tavThread::currentId()) {
+        thread.stopRunning();
+        thread.detach();
+    } else {
+        thread.close();
+    }
+}
+
 } // namespace TAV_IMPL_NAMESPACE
 } // namespace tls
 } // namespace tav

@@ -2,6 +2,7 @@
 #define TAV_CLIENT_THREAD_ROLE_H
 
 #include "foundation/build_stamp.h"
+#include "tav/vinta/vinta_mt_thread.h"
 
 /// What a client's threads know of themselves.  Internal.
 namespace tav {
@@ -42,6 +43,9 @@ private:
     kind const kind_;
     thread_role const * const before_;
 };
+
+/// Ends a thread; on itself it is left to end by itself.
+void end_thread(tavThread & thread);
 
 } // namespace TAV_IMPL_NAMESPACE
 namespace impl = TAV_IMPL_NAMESPACE;

@@ -172,7 +172,7 @@ void Client::count_callback(std::chrono::steady_clock::time_point begin) const n
 bool Client::to_send_level(session & from, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
                            tavMsgExt const & ext) {
     unsigned long long const sno = packet.sequence();
-    auto const sending = from.find_sending(sno, packet.code());
+    auto const sending = from.sends().find(sno, packet.code());
     if (!sending || !sending->claim()) {
         return false;
     }
@@ -182,12 +182,12 @@ bool Client::to_send_level(session & from, im::Packet const & packet, tavSharedP
         message_callback callback(sending->option().callback_);
         call(callback, {send_option::send_level_, "ack"}, packet, obj, ext);
     } catch (...) {
-        from.unclaim(sending);
+        from.sends().unclaim(sending);
         throw;
     }
     sending->complete(result_ok);
     // By its identity: the callback may have begun another send under the same number.
-    from.removeSending(sno, sending.get());
+    from.sends().remove(sno, sending.get());
     return true;
 }
 

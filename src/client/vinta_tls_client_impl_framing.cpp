@@ -61,18 +61,12 @@ void session::on_read_end(self_ptr self, std::error_code ec, std::size_t length)
 }
 
 void session::read_on(self_ptr self) {
-    while (!take_input() || account_->should_pause(unhandled_)) {
-        if (pause_reading()) {
+    while (!take_input() || received_.full()) {
+        if (received_.pause()) {
             return;
         }
     }
     do_read(std::move(self));
-}
-
-// False if enough was handled meanwhile: "receiver" may have seen no pause to end.
-bool session::pause_reading() {
-    paused_ = true;
-    return !account_->may_resume(unhandled_) || !paused_.exchange(false);
 }
 
 // The peer could not be heard while nothing was read.
@@ -87,7 +81,7 @@ void session::resume_reading(self_ptr self) {
 // the way takes no more: its next read fails.
 bool session::take_input() {
     while (!ended()) {
-        if (account_->should_pause(unhandled_)) {
+        if (received_.full()) {
             return false;
         }
         frame_reader::part const part = reader_.next();
@@ -107,7 +101,7 @@ bool session::take_input() {
 void session::on_read_header_end(frame_reader::part part) {
     on_received(frame_reader::head_size);
     if (part == frame_reader::part::refused) {
-        if (set_cause(failure::bad_frame)) {
+        if (sends_.set_cause(failure::bad_frame)) {
             counters::add(account_->counted().breaks_by_error);
         }
         tav::detail::raiseAssertion(here("tav::tls::impl::session::on_read_header_end"),
@@ -120,33 +114,15 @@ void session::on_read_header_end(frame_reader::part part) {
     }
 }
 
-void session::on_read_body_end(tavBytes body) {
+void session::on_read_body_end(tavBytes && body) {
     on_received(body.size());
     counters::add(account_->counted().frames_received);
-    {
-        // Held while the body is handed over, so that the thread's end finds every body that it was given.
-        std::lock_guard<std::mutex> const guard(threads_mutex_);
-        if (receiver_) {
-            ++received_;
-            ++unhandled_;
-            received_bytes_ += body.size();
-            counters::add(account_->counted().received_waiting);
-            counters::add(account_->counted().received_waiting_bytes, body.size());
-            receiver_->put(std::move(body));
-            return;
-        }
-        if (receiver_closed_) {
-            log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::on_read_body_end"), name_, " dropped ",
-                      body.size(), " bytes that came during the close");
-            return;
-        }
-    }
-    on_recv_(std::move(body));
+    received_.put(std::move(body));
 }
 
 void session::on_received(std::size_t length) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_received"), name_, " received ", length,
-              " bytes, queued ", received_.load(), " msgs.");
+              " bytes, queued ", received_.waiting(), " msgs.");
 }
 
 bool session::send_raw(unsigned char const * data, unsigned size) {
@@ -257,9 +233,9 @@ std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_
                 return refuse(failure::too_many_sends, site);
             }
         }
-        std::list<outgoing> one;
-        one.push_back(outgoing{std::move(pkt), info, std::move(room)});
-        if (put_outgoing(one)) {
+        send_queue::list one;
+        one.push_back(send_queue::entry{std::move(pkt), info, std::move(room)});
+        if (outgoing_.put(one)) {
             return info;
         }
     }
@@ -270,28 +246,13 @@ std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_
 }
 
 bool session::send_receipt(tavSharedPtr<im::Packet> pkt) {
-    std::list<outgoing> one;
-    one.push_back(outgoing{std::move(pkt), info_ptr(), send_account::room()});
-    if (connected() && put_outgoing(one)) {
+    send_queue::list one;
+    one.push_back(send_queue::entry{std::move(pkt), info_ptr(), send_account::room()});
+    if (connected() && outgoing_.put(one)) {
         return true;
     }
     log_parts(tavLogger::ERROR, here("tav::tls::impl::session::send_pkt"), name_, " not connected");
     return false;
-}
-
-// Has "sender" take the packets; false, and they stay, if it has ended.
-bool session::put_outgoing(std::list<outgoing> & packets) {
-    std::shared_ptr<tavTaskQueue> idle;
-    {
-        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-        if (sender_closed_) {
-            return false;
-        }
-        outgoing_.splice(outgoing_.end(), packets);
-        idle = claim_sender();
-    }
-    put_drain(idle);
-    return true;
 }
 
 std::shared_ptr<send_info> session::refuse(failure why, tav::detail::Site site) const {
@@ -301,53 +262,19 @@ std::shared_ptr<send_info> session::refuse(failure why, tav::detail::Site site) 
     return info_ptr();
 }
 
-// Called with outgoing_mutex_ held.  Null if "sender" need not be woken.
-std::shared_ptr<tavTaskQueue> session::claim_sender() {
-    if (draining_ || outgoing_.empty() || sender_closed_) {
-        return nullptr;
-    }
-    draining_ = true;
-    return sender_;
-}
-
-// Called without outgoing_mutex_, which is the first that the woken thread takes.  Packets that "sender"
-// could not be told of wait for the next send or tick.
-void session::put_drain(std::shared_ptr<tavTaskQueue> const & sender) {
-    if (!sender) {
-        return;
-    }
-    try {
-        sender->put([self = self_ptr(this)] {
-            thread_role::belong(self->context_.get());
-            self->drain_outgoing();
-        });
-    } catch (...) {
-        tav::detail::reportCaught(here("tav::tls::impl::session::put_drain"));
-        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-        draining_ = false;
-    }
-}
-
-// Sends what is there, one packet after the other; a session that is being closed leaves the rest to
-// close_sender.
+// Sends what is there, one packet after the other; a session that is being closed leaves the rest.
 void session::drain_outgoing() {
     thread_role const role(context_.get(), thread_role::sender, this);
     for (;;) {
-        std::list<outgoing> one;
-        {
-            std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-            if (sender_closed_ || outgoing_.empty()) {
-                draining_ = false;
-                return;
-            }
-            one.splice(one.end(), outgoing_, outgoing_.begin());
+        send_queue::list one = outgoing_.take();
+        if (one.empty()) {
+            return;
         }
         send_outgoing(one.front());
     }
 }
 
-// What fails here ends by its limit as if it had gone out, unless it did not even come to be tracked.
-void session::send_outgoing(outgoing & next) {
+void session::send_outgoing(send_queue::entry & next) {
     tav::detail::Site const site = here("tav::tls::impl::session::send_outgoing");
     try {
         do_send_pkt(next);
@@ -355,43 +282,18 @@ void session::send_outgoing(outgoing & next) {
     } catch (...) {
         tav::detail::reportCaught(site);
     }
-    if (next.info && !sends_.contains(*next.info)) {
-        cancel_each_send(next.info);
+    if (next.info) {
+        sends_.fail(next.info);
     }
 }
 
-void session::close_sender() {
-    std::shared_ptr<tavTaskQueue> sender;
-    {
-        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-        if (!sender_closed_) {
-            sender = sender_;
-        }
-        sender_closed_ = true;
-    }
-    if (!sender) {
-        return;
-    }
-    sender->close();
-    std::shared_ptr<tavTaskQueue> ended_sender;
-    std::list<outgoing> dropped;
-    {
-        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-        ended_sender.swap(sender_);
-        dropped.swap(outgoing_);
-    }
-    dropped.remove_if([](outgoing const & each) { return !each.info; });
-    std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-    dropped_.splice(dropped_.end(), dropped);
-}
-
-void session::do_send_pkt(outgoing & next) {
+void session::do_send_pkt(send_queue::entry & next) {
     tav::detail::Site const site = here("tav::tls::impl::session::do_send_pkt");
     im::Packet & pkt = *next.pkt;
     info_ptr const & info = next.info;
     unsigned long long const sno = pkt.sequence();
     if (info && !info->claimed()) {
-        track(info);
+        sends_.track(info);
     }
     tavBytes frame(pkt.body().size() + packet_overhead);
     frame.size(head_size);
@@ -412,82 +314,15 @@ void session::do_send_pkt(outgoing & next) {
         log_parts(tavLogger::ERROR, site, name_, " send buf fail, maybe not connected, remove #", sno);
     }
     if (info) {
-        sends_.remove(*info);
-        cancel_each_send(info);
+        sends_.drop(info);
     }
-}
-
-// A second send under the same number takes the first one's place.
-void session::track(info_ptr const & info) {
-    std::size_t const total = sends_.add(info);
-    log_parts(tavLogger::DEBUG, here("tav::tls::impl::session::do_send_pkt"), name_, " add sending #",
-              info->sno(), ", total = ", total);
-    if (info->claimed()) {
-        // Cancelled meanwhile by someone who could not find it here yet.
-        removeSending(info->sno(), info.get());
-    }
-}
-
-std::shared_ptr<send_info> session::find_sending(unsigned long long sno, unsigned short ack) const {
-    return sends_.find(sno, ack);
-}
-
-void session::unclaim(std::shared_ptr<send_info> const & info) {
-    info->unclaim();
-    if (!sends_.contains(*info)) {
-        cancel_each_send(info);
-    }
-}
-
-bool session::removeSending(unsigned long long sno) {
-    bool const removed = sno != no_sno && sends_.remove(sno);
-    log_removed(removed, sno);
-    return removed;
-}
-
-void session::forget(send_info const & info) {
-    removeSending(info.sno(), &info);
-}
-
-bool session::removeSending(unsigned long long sno, send_info const * info) {
-    bool const removed = info->sno() == sno && sends_.remove(*info);
-    log_removed(removed, sno);
-    return removed;
-}
-
-void session::log_removed(bool removed, unsigned long long sno) const {
-    if (removed) {
-        log_parts(tavLogger::INFO, here("tav::tls::impl::session::removeSending"), name_,
-                  " removed waiting msg #", sno);
-    }
-}
-
-std::size_t session::sending() const {
-    return sends_.size();
 }
 
 void session::cancel_all() {
     tav::detail::Site const site = here("tav::tls::impl::session::cancel_all");
     log_parts(tavLogger::INFO, site, name_, " cancel session");
     closing_ = true;
-    send_table::content const taken = sends_.take_all();
-    std::list<outgoing> dropped;
-    {
-        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-        dropped.swap(dropped_);
-    }
-    if (!taken.empty() || !dropped.empty()) {
-        log_parts(tavLogger::INFO, site, name_, " cancel all sending...");
-    }
-    for (auto const & each : taken.by_number) {
-        cancel_each_send(each.second);
-    }
-    for (auto const & each : taken.replaced) {
-        cancel_each_send(each.second);
-    }
-    for (outgoing const & each : dropped) {
-        cancel_each_send(each.info);
-    }
+    sends_.cancel_all(outgoing_.take_left());
     log_waiting_frames();
 }
 
@@ -505,45 +340,9 @@ void session::log_waiting_frames() const {
     }
 }
 
-// Ends a send as cancelled, unless someone else is ending it.  What the application's function throws must
-// not keep the sends behind it from their end.
-void session::cancel_each_send(info_ptr const & info) {
-    tav::detail::Site const site = here("tav::tls::impl::session::cancel_each_send");
-    if (!info->claim()) {
-        return;
-    }
-    log_parts(tavLogger::DEBUG, site, name_, " cancel sending #", info->sno());
-    try {
-        failure const cause = *cause_;
-        info->end_cancelled(cause != failure::none ? cause : failure::cancelled);
-        process_exit::pass();
-    } catch (...) {
-        tav::detail::reportCaught(site);
-    }
-}
-
-// The functions are called with no lock held, so that they may add and end sends on the way.
-void session::check_sends_timedout(long long now) {
-    tav::detail::Site const site = here("tav::tls::impl::session::check_each_send_timedout");
-    send_table::cursor at;
-    while (info_ptr const due = sends_.take_due(now, at)) {
-        try {
-            due->end_timed_out(now);
-        } catch (...) {
-            tav::detail::reportCaught(site);
-        }
-        log_parts(tavLogger::DEBUG, site, name_, " send timed out #", due->sno(), ", will remove sending");
-    }
-}
-
 // Has what waits for another thread told again, if there was no memory to tell it at once.
 void session::resume_sending() {
-    std::shared_ptr<tavTaskQueue> idle;
-    {
-        std::lock_guard<std::mutex> const guard(outgoing_mutex_);
-        idle = claim_sender();
-    }
-    put_drain(idle);
+    outgoing_.retell();
     if (writer_.retell()) {
         tell_writer();
     }

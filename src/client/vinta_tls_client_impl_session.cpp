@@ -26,10 +26,6 @@ namespace {
 using tav::detail::here;
 
 constexpr int timer_period_ms = 100;
-constexpr int receiver_wait_ms = 1000;
-
-/// How long what has come is handled at the end of a connection.
-constexpr std::chrono::milliseconds rest_limit(1000);
 
 /// Clears a flag at the end of a scope.
 class clear_at_end {
@@ -76,31 +72,6 @@ unsigned short port_number(std::string const & port) {
     return static_cast<unsigned short>(std::strtoul(port.c_str(), nullptr, 10));
 }
 
-/// Ends a thread; its own end is left to itself.
-template <class Thread>
-void end_thread(Thread & thread) {
-    if (thread.id() == tavThread::currentId()) {
-        thread.stopRunning();
-        thread.detach();
-    } else {
-        thread.close();
-    }
-}
-
-/// "receiver", which is its client's for as long as it lives.
-class receiver_thread final : public tavMsgQueueThread<tavBytes> {
-public:
-    receiver_thread(void const * client, std::function<void(tavBytes const &)> handler)
-        : tavMsgQueueThread<tavBytes>("receiver", receiver_wait_ms, std::move(handler)), client_(client) {}
-    bool on_open() override {
-        thread_role::belong(client_);
-        return true;
-    }
-
-private:
-    void const * const client_;
-};
-
 /// Null for an option without a policy, or with an empty one.
 std::shared_ptr<tls_setup> setup_of(tav_istr name, connect_option const & option) {
     bool const none = !option.policy || option.policy->empty();
@@ -127,20 +98,16 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       resolving_(0),
       looking_up_(false),
       race_(context_->io_context()),
-      on_recv_(std::move(on_recv)),
       option_(option),
       account_(std::make_shared<send_account>(option.limits, std::move(counted))),
-      cause_(cause ? std::move(cause) : std::make_shared<std::atomic<failure>>(failure::none)),
-      receiver_closed_(false),
-      sender_(std::make_shared<tavTaskQueue>("sender", 1)),
-      draining_(false),
-      sender_closed_(false),
-      received_(0),
-      received_bytes_(0),
-      paused_(false),
-      unhandled_(0),
-      drop_at_ms_(std::numeric_limits<long long>::max()),
-      dropped_frames_(0),
+      sends_(name_, std::move(cause)),
+      outgoing_([this] {
+          return [self = self_ptr(this)] {
+              thread_role::belong(self->context_.get());
+              self->drain_outgoing();
+          };
+      }),
+      received_(name_, account_, std::move(on_recv)),
       broken_(context_->io_context()),
       reading_(false),
       writing_(false),
@@ -164,14 +131,12 @@ session::~session() {
     } catch (std::exception const & e) {
         tav::detail::reportCaught(here("tav::tls::impl::session::~session"), e.what());
     }
-    counters::sub(account_->counted().received_waiting, received_);
-    counters::sub(account_->counted().received_waiting_bytes, received_bytes_);
 }
 
 void session::open() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::open"), name_, " open session");
     start_timer();
-    sender_->start();
+    outgoing_.start();
     start_receiver();
 }
 
@@ -190,8 +155,8 @@ void session::close() {
     self_ptr const self(this);
     closed_by_owner_ = true;
     closing_ = true;
-    close_receiver();
-    close_sender();
+    received_.close();
+    outgoing_.close();
     close_timer();
     active_close();
     cancel_all();
@@ -246,7 +211,7 @@ bool session::on_timer(bool stopping) {
                       " connect timed out ", elapsed, "ms");
         }
     }
-    check_sends_timedout(now);
+    sends_.check_timedout(now);
     resume_sending();
     end_pause();
     if (state_ == state_connected && heartbeat_.wanted() && !broken_.begun()) {
@@ -257,7 +222,7 @@ bool session::on_timer(bool stopping) {
             heartbeat_.sent(now);
         }
         heartbeat_.listened(socket_.bytes_received(), now);
-        if (!paused_ && heartbeat_.missed(now)) {
+        if (!received_.paused() && heartbeat_.missed(now)) {
             on_heartbeat_timedout();
         }
     }
@@ -300,7 +265,7 @@ void session::connect_() {
 void session::refuse_port(std::string const & port) {
     std::string const text = "port " + port + " is no number from 0 to 65535";
     log_parts(tavLogger::ERROR, here("tav::tls::impl::session::connect_"), name_, " ", text);
-    set_cause(failure::bad_address);
+    sends_.set_cause(failure::bad_address);
     passive_close();
     option_.on_error(no_sno, no_code, EINVAL, text);
 }
@@ -313,7 +278,7 @@ void session::on_resolved(self_ptr self, std::error_code ec, results_type result
     if (ec) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_resolved"), name_, " resolve failed ",
                   text_of(ec), " for ", option_.connect_host(), ":", option_.connect_port());
-        set_cause(named(ec));
+        sends_.set_cause(named(ec));
         option_.on_error(no_sno, no_code, ec.value(), text_of(ec));
         return;
     }
@@ -400,7 +365,7 @@ bool session::connect_proxy() {
     if (result != 0) {
         log_parts(tavLogger::ERROR, here("tav::tls::impl::session::on_connect_end"), name_,
                   " http proxy connect error ", result);
-        set_cause(failure::proxy_refused);
+        sends_.set_cause(failure::proxy_refused);
         return false;
     }
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_connect_end"), name_,
@@ -417,7 +382,7 @@ void session::on_handshake_end(self_ptr self, std::error_code ec) {
                   " Handshake failed: ", text_of(ec));
         certificate_refusal const & refusal = socket_.refusal();
         if (!refusal.reason.empty()) {
-            set_cause(refusal.wrong_name ? failure::name_mismatch : failure::certificate_refused);
+            sends_.set_cause(refusal.wrong_name ? failure::name_mismatch : failure::certificate_refused);
         }
         on_error(ec, refused_text(ec, refusal));
         return;
@@ -465,7 +430,7 @@ void session::on_error(std::error_code ec) {
 void session::on_error(std::error_code ec, std::string told) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_error"), name_, " on std::error_code ",
               text(ec));
-    set_cause(named(ec));
+    sends_.set_cause(named(ec));
     cancel_all();
     drop_unsent();
     if (closed_by_owner_ || (active_closing_ && state_ == state_closing)) {
@@ -492,7 +457,7 @@ void session::on_error(std::error_code ec, std::string told) {
 // its own end.
 void session::on_broken(std::error_code ec) {
     if (active_closing_ || broken_.told()) {
-        set_cause(named_break(ec));
+        sends_.set_cause(named_break(ec));
         on_error(ec);
         return;
     }
@@ -500,7 +465,7 @@ void session::on_broken(std::error_code ec) {
         closing_ = true;
         broken_.begin(ec);
         if (input_left()) {
-            broken_.limit(rest_limit, [self = self_ptr(this)] { self->end_broken(false); });
+            broken_.limit(receive_queue::rest_limit, [self = self_ptr(this)] { self->end_broken(false); });
         }
     }
     end_broken(true);
@@ -512,15 +477,9 @@ void session::end_broken(bool in_time) {
         return;
     }
     if (broken_.tell()) {
-        set_cause(named_break(broken_.error()));
+        sends_.set_cause(named_break(broken_.error()));
         on_error(broken_.error());
     }
-}
-
-// The first cause stays; true if it is this one.
-bool session::set_cause(failure v) noexcept {
-    failure none = failure::none;
-    return cause_->compare_exchange_strong(none, v);
 }
 
 bool session::ended() const {
@@ -574,47 +533,11 @@ void session::close_timer() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::close_timer"), name_, " close timer");
     tavSharedPtr<tavTimerThread> timer;
     {
-        std::lock_guard<std::mutex> const guard(threads_mutex_);
+        std::lock_guard<std::mutex> const guard(timer_mutex_);
         timer.swap(timer_);
     }
     if (timer) {
         end_thread(*timer);
-    }
-}
-
-void session::close_receiver() {
-    tavSharedPtr<tavMsgQueueThread<tavBytes>> receiver;
-    {
-        std::lock_guard<std::mutex> const guard(threads_mutex_);
-        receiver_closed_ = true;
-        receiver.swap(receiver_);
-    }
-    if (!receiver) {
-        return;
-    }
-    drop_at_ms_ = steady_ms() + rest_limit.count();
-    bool const own = receiver->id() == tavThread::currentId();
-    end_thread(*receiver);
-    if (!own) {
-        handle_rest(*receiver);
-    }
-}
-
-// Handles what the ended thread has left, until its time is over, and drops what is left then.  Whoever else
-// may still hold the queue finds nothing to do in it.
-void session::handle_rest(tavMsgQueueThread<tavBytes> & receiver) {
-    for (bool done = false; !done;) {
-        try {
-            receiver.flush();
-            done = true;
-        } catch (...) {
-            tav::detail::reportCaught(here("tav::tls::impl::session::close"));
-        }
-    }
-    drop_at_ms_ = 0;
-    if (dropped_frames_ + received_ != 0) {
-        log_parts(tavLogger::WARN, here("tav::tls::impl::session::close"), name_, " dropped ",
-                  dropped_frames_ + received_, " messages that still waited for their callbacks");
     }
 }
 
@@ -627,7 +550,7 @@ void session::close_descriptor() {
 void session::on_heartbeat_timedout() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_heartbeat_timedout"), name_,
               " on heartbeat timedout");
-    set_cause(failure::peer_silent);
+    sends_.set_cause(failure::peer_silent);
     if (passive_close()) {
         if (!is_misread()) {
             counters::add(account_->counted().breaks_by_silence);
@@ -647,7 +570,7 @@ void session::start_timer() {
         },
         std::function<void()>(), -1));
     {
-        std::lock_guard<std::mutex> const guard(threads_mutex_);
+        std::lock_guard<std::mutex> const guard(timer_mutex_);
         timer_ = timer;
     }
     timer->start();
@@ -655,40 +578,25 @@ void session::start_timer() {
 
 void session::start_receiver() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::start_receiver"), name_, " start receiver");
-    // The queue drops what it has shown, so that the one who handles it may have its memory.
-    auto const handle = [self = self_ptr(this)](tavBytes const & body) {
-        self->handle_frame(std::move(const_cast<tavBytes &>(body)));
-    };
-    tavSharedPtr<tavMsgQueueThread<tavBytes>> const receiver(new receiver_thread(context_.get(), handle));
-    {
-        std::lock_guard<std::mutex> const guard(threads_mutex_);
-        receiver_ = receiver;
-    }
-    receiver->start();
+    received_.start(context_.get(),
+                    [self = self_ptr(this)](tavBytes body) { self->handle_frame(std::move(body)); });
 }
 
 void session::handle_frame(tavBytes body) {
     thread_role const role(context_.get(), thread_role::receiver, this);
     tav::detail::ScopeExit const done([this] { frame_handled(); });
-    --received_;
-    received_bytes_ -= body.size();
-    counters::sub(account_->counted().received_waiting);
-    counters::sub(account_->counted().received_waiting_bytes, body.size());
-    if (steady_ms() < drop_at_ms_) {
-        on_recv_(std::move(body));
-    } else {
-        ++dropped_frames_;
-    }
+    received_.taken(body);
+    received_.deliver(std::move(body));
 }
 
 // A pause that the I/O thread could not be told the end of lasts until the next frame or tick.  The peer
 // could not be heard meanwhile, which no tick may take for silence once the pause is over.
 void session::end_pause() noexcept {
-    if (!paused_ || !account_->may_resume(unhandled_)) {
+    if (!received_.may_resume()) {
         return;
     }
-    last_recv_ms_ = clock_();
-    if (!paused_.exchange(false)) {
+    heartbeat_.resumed(clock_());
+    if (!received_.end_pause()) {
         return;
     }
     try {
@@ -698,13 +606,13 @@ void session::end_pause() noexcept {
         });
     } catch (...) {
         tav::detail::reportCaught(here("tav::tls::impl::session::end_pause"));
-        paused_ = true;
+        received_.pause_on();
     }
 }
 
 // A broken connection waits for the last frame; without memory to tell of that, for its limit.
 void session::frame_handled() noexcept {
-    bool const last = --unhandled_ == 0;
+    bool const last = received_.done();
     end_pause();
     if (!last || !broken_.begun()) {
         return;

@@ -7,10 +7,12 @@
 #include "client/frame_reader.h"
 #include "client/frame_writer.h"
 #include "client/heartbeat.h"
+#include "client/receive_queue.h"
 #include "client/send_account.h"
 #include "client/send_info.h"
-#include "client/send_table.h"
+#include "client/send_queue.h"
 #include "client/tls_socket.h"
+#include "client/tracked_sends.h"
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_im_pkt.h"
@@ -49,7 +51,7 @@ namespace TAV_IMPL_NAMESPACE {
 /// tells its lines as "framing".
 class session : public send_owner {
 public:
-    using recv_function = std::function<void(tavBytes)>;
+    using recv_function = receive_queue::handler;
     using clock_function = std::function<long long()>;
 
     /// The milliseconds of a clock that nobody can set, from some time on.
@@ -98,7 +100,7 @@ public:
     /// Ends the connection as if its socket had failed with `ec`, which is told.
     void fail(std::error_code ec) { on_error(ec); }
     /// Why it fails or breaks; none as long as it does not.
-    failure cause() const noexcept { return *cause_; }
+    failure cause() const noexcept { return sends_.cause(); }
     /// Ends all tracked sends as cancelled; nothing can be sent any more.  Any thread.
     void cancel_all();
 
@@ -124,19 +126,10 @@ public:
     std::shared_ptr<send_info> send_pkt(tavSharedPtr<im::Packet> pkt, send_option const & option);
     /// The same for a receipt, which no limit holds back; false if it was not taken.
     bool send_receipt(tavSharedPtr<im::Packet> pkt);
-    /// The tracked send of this sequence if a message of code `ack` is its reply; otherwise null.
-    std::shared_ptr<send_info> find_sending(unsigned long long sno, unsigned short ack) const;
-    /// Gives back what a reply has claimed and did not end.  It waits on, unless all sends were ended
-    /// meanwhile.
-    void unclaim(std::shared_ptr<send_info> const & info);
-    /// Forgets a tracked send; true if there was one.
-    bool removeSending(unsigned long long sno);
-    /// The same if it is this one, and not one that took its place.
-    bool removeSending(unsigned long long sno, send_info const * info);
-    void forget(send_info const & info) override;
+    /// The tracked sends.
+    tracked_sends & sends() { return sends_; }
+    void forget(send_info const & info) override { sends_.remove(info.sno(), &info); }
     void const * client() const override { return context_.get(); }
-    /// The number of tracked sends.
-    std::size_t sending() const;
 
     /// What was negotiated; empty when not connected.
     tls_report negotiated() const;
@@ -150,18 +143,10 @@ public:
     tls_socket const & socket() const { return socket_; }
 
 private:
-    friend class send_info;
-
     using self_ptr = tavSharedPtr<session>;
     using info_ptr = std::shared_ptr<send_info>;
     using results_type = context::results_type;
     using tcp_socket = asio::ip::tcp::socket;
-
-    struct outgoing {
-        tavSharedPtr<im::Packet> pkt;
-        info_ptr info;
-        send_account::room room;
-    };
 
     // Connecting, on the I/O thread but for connect_.
     void connect_();
@@ -179,8 +164,7 @@ private:
     void on_error(std::error_code ec, std::string told);
     void on_broken(std::error_code ec);
     void end_broken(bool in_time);
-    bool input_left() const { return reading_ || unhandled_ != 0; }
-    bool set_cause(failure v) noexcept;
+    bool input_left() const { return reading_ || received_.any_left(); }
     /// Whether it got what is no frame: it counts as broken since then.
     bool is_misread() const noexcept { return cause() == failure::bad_frame; }
     bool ended() const;
@@ -191,8 +175,6 @@ private:
     void post_close();
     state_type begin_closing();
     void close_timer();
-    void close_receiver();
-    void close_sender();
     void close_descriptor();
     void on_heartbeat_timedout();
     void start_timer();
@@ -203,17 +185,15 @@ private:
     void on_read_end(self_ptr self, std::error_code ec, std::size_t length);
     bool take_input();
     void read_on(self_ptr self);
-    bool pause_reading();
     void resume_reading(self_ptr self);
     void on_read_header_end(frame_reader::part part);
-    void on_read_body_end(tavBytes body);
+    void on_read_body_end(tavBytes && body);
     void on_received(std::size_t length);
 
     // Handling what was read, on "receiver" or on the thread that closes the session.
     void handle_frame(tavBytes body);
     void end_pause() noexcept;
     void frame_handled() noexcept;
-    void handle_rest(tavMsgQueueThread<tavBytes> & receiver);
 
     // Writing: post_bytes and tell_writer on any thread, the others on the I/O thread.
     bool post_bytes(tavBytes && frame, send_account::room room = send_account::room());
@@ -225,18 +205,11 @@ private:
     void on_sent(std::size_t length, std::size_t remaining);
 
     // Sending, on "sender".
-    bool put_outgoing(std::list<outgoing> & packets);
-    std::shared_ptr<tavTaskQueue> claim_sender();
-    void put_drain(std::shared_ptr<tavTaskQueue> const & sender);
     void drain_outgoing();
-    void send_outgoing(outgoing & next);
+    void send_outgoing(send_queue::entry & next);
     std::shared_ptr<send_info> refuse(failure why, tav::detail::Site site) const;
-    void do_send_pkt(outgoing & next);
-    void track(info_ptr const & info);
-    void log_removed(bool removed, unsigned long long sno) const;
-    void cancel_each_send(info_ptr const & info);
+    void do_send_pkt(send_queue::entry & next);
     void log_waiting_frames() const;
-    void check_sends_timedout(long long now);
     void resume_sending();
 
     std::string const name_;
@@ -250,40 +223,14 @@ private:
     std::atomic<unsigned long long> resolving_;
     std::atomic<bool> looking_up_;
     address_race race_;
-    recv_function const on_recv_;
     connect_option option_;
     std::shared_ptr<send_account> const account_;
-    /// Why the sends that are left at the end are cancelled.
-    std::shared_ptr<std::atomic<failure>> const cause_;
+    tracked_sends sends_;
+    send_queue outgoing_;
+    receive_queue received_;
 
-    send_table sends_;
-
-    /// Guards the two pointers and the flag.
-    std::mutex threads_mutex_;
-    tavSharedPtr<tavMsgQueueThread<tavBytes>> receiver_;
-    /// From the beginning of the end of "receiver" on: frames that come later are dropped.
-    bool receiver_closed_;
+    std::mutex timer_mutex_;
     tavSharedPtr<tavTimerThread> timer_;
-    /// Guards what belongs to "sender": its pointer, the packets that wait for it and the two flags.
-    std::mutex outgoing_mutex_;
-    std::shared_ptr<tavTaskQueue> sender_;
-    std::list<outgoing> outgoing_;
-    /// What "sender" never came to; its tracked sends end with the session.
-    std::list<outgoing> dropped_;
-    bool draining_;
-    bool sender_closed_;
-    /// Frames that "receiver" has not begun with.
-    std::atomic<unsigned> received_;
-    std::atomic<unsigned long long> received_bytes_;
-    /// No read is begun, since too much waits for "receiver".
-    std::atomic<bool> paused_;
-    /// Frames that "receiver" has not done with.
-    std::atomic<unsigned> unhandled_;
-    /// When the frames that still wait for "receiver" are dropped, by the monotonic clock.
-    std::atomic<long long> drop_at_ms_;
-    /// Frames that were dropped.
-    unsigned dropped_frames_;
-
     broken_end broken_;
     /// Whether a read and a write are outstanding.
     bool reading_;

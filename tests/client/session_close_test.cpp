@@ -344,7 +344,7 @@ TEST(SessionClose, FramesThatComeWhenTheReceiverIsGoneAreDropped) {
         s->send_pkt(pkt, tav::tls::send_option(
                              1, [&](unsigned long long, unsigned short, bool) { gate.pass(); }, false, 4));
     ASSERT_TRUE(info);
-    ASSERT_TRUE(eventually([&] { return s->sending() == 1; }));
+    ASSERT_TRUE(eventually([&] { return s->sends().size() == 1; }));
     rig.advance(1000);
     ASSERT_TRUE(gate.waitArrived());
     LogCapture log;

@@ -32,7 +32,7 @@ TEST(SessionConnectLife, NewSessionIsCreatedAndNothingElse) {
     EXPECT_FALSE(s->closing());
     EXPECT_FALSE(s->check_heartbeat());
     EXPECT_EQ(s->session_id(), 0u);
-    EXPECT_EQ(s->sending(), 0u);
+    EXPECT_EQ(s->sends().size(), 0u);
     EXPECT_EQ(log.find("<a> session construct\n").level, tavLogger::INFO);
 }
 

@@ -97,7 +97,7 @@ public:
         for (; received_ < n; ++received_) {
             server->receiveFrame();
         }
-        return s->sending() == n;
+        return s->sends().size() == n;
     }
 
     TlsPeer peer;
@@ -118,7 +118,7 @@ TEST(SessionSend, PacketGoesOutAsOneFrame) {
     EXPECT_EQ(p.s->send_pkt(packet(7, "hello"), send_option()), nullptr)
         << "without a limit nothing is tracked";
     EXPECT_EQ(p.server->receive(9), frame("hello"));
-    EXPECT_EQ(p.s->sending(), 0u);
+    EXPECT_EQ(p.s->sends().size(), 0u);
     EXPECT_EQ(log.find("<a> send buf /").level, tavLogger::VERBOSE);
     ASSERT_TRUE(log.waitFor("<a> sent 9 bytes, remaining 1 msgs.\n"));
     EXPECT_EQ(log.find(" sent 9 bytes").level, tavLogger::INFO);
@@ -157,7 +157,7 @@ TEST(SessionSend, TrackedSendIsPending) {
     EXPECT_EQ(info->option().wait_ms(), 60000);
     EXPECT_EQ(info->result(), -1);
     EXPECT_EQ(p.server->receiveFrame(), "body");
-    EXPECT_EQ(p.s->sending(), 1u);
+    EXPECT_EQ(p.s->sends().size(), 1u);
     EXPECT_EQ(log.find("<a> add sending #7, total = 1\n").level, tavLogger::DEBUG);
 }
 
@@ -323,9 +323,9 @@ TEST(SessionSendQueue, ManyThreadsSendEverything) {
     for (std::thread & each : threads) {
         each.join();
     }
-    EXPECT_EQ(p.s->sending(), 600u);
+    EXPECT_EQ(p.s->sends().size(), 600u);
     p.s->close();
-    EXPECT_EQ(p.s->sending(), 0u);
+    EXPECT_EQ(p.s->sends().size(), 0u);
     EXPECT_TRUE(p.timeouts.wait(600));
     EXPECT_EQ(p.timeouts.count(), 600u);
 }
@@ -345,7 +345,7 @@ TEST(SessionSendTimeout, FiresOnceWithFiveMillisecondsOfSlack) {
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 timedout"});
     EXPECT_EQ(info->result(), 2);
     EXPECT_EQ(waited(info), 2);
-    EXPECT_EQ(p.s->sending(), 0u);
+    EXPECT_EQ(p.s->sends().size(), 0u);
     EXPECT_EQ(log.find("<a> send timed out #7\n").level, tavLogger::VERBOSE);
     EXPECT_EQ(log.find(", will remove sending\n").level, tavLogger::DEBUG);
     EXPECT_EQ(info->option().wait_ms(), -100);
@@ -378,7 +378,7 @@ TEST(SessionSendTimeout, FunctionRunsWithoutTheSendsLock) {
                                                    [&](unsigned long long, unsigned short, bool) {
                                                        std::atomic<bool> asked{false};
                                                        helper = std::thread([&] {
-                                                           p.s->find_sending(1, 1);
+                                                           p.s->sends().find(1, 1);
                                                            asked = true;
                                                        });
                                                        done = eventually([&] { return asked.load(); }, 2000);
@@ -422,7 +422,7 @@ TEST(SessionSendTimeout, FunctionMayEndAndAddSends) {
                                                     100,
                                                     [&](unsigned long long, unsigned short, bool) {
                                                         last->cancel();
-                                                        p.s->removeSending(2);
+                                                        p.s->sends().remove(2);
                                                         p.s->send_pkt(packet(4), p.limited(60000));
                                                         p.s->cancel_all();
                                                         ran.add("ran");
@@ -439,18 +439,18 @@ TEST(SessionSendTimeout, FunctionMayEndAndAddSends) {
     EXPECT_EQ(second->result(), -1) << "it was forgotten by hand";
     second->complete(tav::tls::result_error);
     p.s->close();
-    EXPECT_EQ(p.s->sending(), 0u);
+    EXPECT_EQ(p.s->sends().size(), 0u);
 }
 
 TEST(SessionSendReply, IsFoundByNumberAndCodeTogether) {
     Pair p;
     auto const info = p.s->send_pkt(packet(7), p.limited(60000, 0x4321));
     ASSERT_TRUE(p.tracked(1));
-    EXPECT_EQ(p.s->find_sending(7, 0x4321), info);
-    EXPECT_EQ(p.s->find_sending(7, 0x4322), nullptr);
-    EXPECT_EQ(p.s->find_sending(8, 0x4321), nullptr);
+    EXPECT_EQ(p.s->sends().find(7, 0x4321), info);
+    EXPECT_EQ(p.s->sends().find(7, 0x4322), nullptr);
+    EXPECT_EQ(p.s->sends().find(8, 0x4321), nullptr);
     p.s->cancel_all();
-    EXPECT_EQ(p.s->find_sending(7, 0x4321), nullptr) << "a late reply finds nothing";
+    EXPECT_EQ(p.s->sends().find(7, 0x4321), nullptr) << "a late reply finds nothing";
 }
 
 TEST(SessionSendReply, ClaimKeepsAllOthersFromEndingIt) {
@@ -476,7 +476,7 @@ TEST(SessionSendReply, ClaimThatIsGivenBackLeavesItToItsLimit) {
     auto const info = p.s->send_pkt(packet(7), p.limited(1000));
     ASSERT_TRUE(p.tracked(1));
     ASSERT_TRUE(info->claim());
-    p.s->unclaim(info);
+    p.s->sends().unclaim(info);
     EXPECT_EQ(info->result(), -1);
     p.rig.advance(5000);
     EXPECT_EQ(waited(info), 2);
@@ -488,7 +488,7 @@ TEST(SessionSendReply, ClaimThatIsGivenBackAfterTheEndOfAllIsCancelled) {
     ASSERT_TRUE(p.tracked(1));
     ASSERT_TRUE(info->claim());
     p.s->cancel_all();
-    p.s->unclaim(info);
+    p.s->sends().unclaim(info);
     EXPECT_EQ(info->result(), 3);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
 }
@@ -504,12 +504,12 @@ TEST(SessionSendReply, CompleteWakesAllWaiters) {
     }
     ASSERT_TRUE(log.waitFor("<a> send wait begin, sno = #7, send result = unknown\n", 3));
     info->complete(tav::tls::result_ok);
-    p.s->removeSending(7, info.get());
+    p.s->sends().remove(7, info.get());
     for (auto & each : waiters) {
         EXPECT_EQ(got(std::move(each)), tav::tls::result_ok);
     }
     EXPECT_EQ(log.count("<a> send wait end, result = ok\n"), 3u);
-    EXPECT_EQ(p.s->sending(), 0u);
+    EXPECT_EQ(p.s->sends().size(), 0u);
     EXPECT_EQ(waited(info), 0) << "waiting afterwards returns at once";
     EXPECT_EQ(log.count("<a> send wait begin, "), 3u);
     EXPECT_EQ(info->option().wait_ms(), -60000);
@@ -534,12 +534,12 @@ TEST(SessionSendReply, RemoveTellsWhetherThereWasOne) {
     auto const info = p.s->send_pkt(packet(7), p.limited(60000));
     auto const odd = p.s->send_pkt(packet(~0ull), p.limited(60000));
     ASSERT_TRUE(p.tracked(2));
-    EXPECT_FALSE(p.s->removeSending(8));
-    EXPECT_FALSE(p.s->removeSending(~0ull)) << "all ones is nobody's number";
-    EXPECT_EQ(p.s->sending(), 2u);
-    EXPECT_FALSE(p.s->removeSending(7, odd.get()));
-    EXPECT_TRUE(p.s->removeSending(7));
-    EXPECT_FALSE(p.s->removeSending(7));
+    EXPECT_FALSE(p.s->sends().remove(8));
+    EXPECT_FALSE(p.s->sends().remove(~0ull)) << "all ones is nobody's number";
+    EXPECT_EQ(p.s->sends().size(), 2u);
+    EXPECT_FALSE(p.s->sends().remove(7, odd.get()));
+    EXPECT_TRUE(p.s->sends().remove(7));
+    EXPECT_FALSE(p.s->sends().remove(7));
     EXPECT_EQ(log.count("<a> removed waiting msg #7\n"), 1u);
     EXPECT_EQ(log.find(" removed waiting msg #7").level, tavLogger::INFO);
     EXPECT_FALSE(log.contains(" removed waiting msg #8"));
@@ -555,7 +555,7 @@ TEST(SessionSendCancel, OneSendIsToldAndForgotten) {
     EXPECT_EQ(waited(info), tav::tls::result_cancelled);
     canceller.join();
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 cancelled"});
-    EXPECT_EQ(p.s->sending(), 1u);
+    EXPECT_EQ(p.s->sends().size(), 1u);
     EXPECT_EQ(other->result(), -1);
     info->cancel();
     EXPECT_EQ(p.timeouts.count(), 1u);
@@ -628,7 +628,7 @@ TEST(SessionSendCancel, FunctionRunsWithoutTheSendsLock) {
                                                    [&](unsigned long long, unsigned short, bool) {
                                                        std::atomic<bool> asked{false};
                                                        helper = std::thread([&] {
-                                                           p.s->sending();
+                                                           p.s->sends().size();
                                                            asked = true;
                                                        });
                                                        done = eventually([&] { return asked.load(); });
@@ -675,7 +675,7 @@ TEST(SessionSendCancel, QueuedSendThatIsRefusedAfterwardsIsToldAsCancelled) {
     ASSERT_TRUE(log.waitFor("<a> send buf fail, maybe not connected, remove #3\n"));
     EXPECT_TRUE(log.contains("<a> send buf fail, maybe not connected, remove #2\n"));
     EXPECT_EQ(log.find(" send buf fail").level, tavLogger::ERROR);
-    EXPECT_EQ(p.s->sending(), 0u);
+    EXPECT_EQ(p.s->sends().size(), 0u);
     EXPECT_EQ(first->result(), 3);
 }
 
@@ -700,7 +700,7 @@ TEST(SessionSendCancel, EachOfSeveralThatTheWireRefusesIsToldOnceAsCancelled) {
     EXPECT_EQ(p.timeouts.all(), (Texts{"1 4660 cancelled", "2 4660 cancelled", "3 4660 cancelled",
                                        "4 4660 cancelled", "5 4660 cancelled"}));
     EXPECT_EQ(log.count(" send buf fail, maybe not connected, remove #"), 5u);
-    EXPECT_EQ(p.s->sending(), 0u);
+    EXPECT_EQ(p.s->sends().size(), 0u);
     p.s->close();
     EXPECT_EQ(p.timeouts.count(), 5u) << "the end tells none of them again";
 }
@@ -736,7 +736,7 @@ TEST(SessionSendCancel, SendThatIsCancelledAheadOfSenderIsNotTracked) {
     gate.open();
     EXPECT_EQ(p.server->receiveFrame(), "held");
     EXPECT_EQ(p.server->receiveFrame(), "second");
-    EXPECT_EQ(p.s->sending(), 0u);
+    EXPECT_EQ(p.s->sends().size(), 0u);
 }
 
 TEST(SessionSendReplace, FirstOfTwoWithOneNumberEndsByItsOwnLimit) {
@@ -746,14 +746,14 @@ TEST(SessionSendReplace, FirstOfTwoWithOneNumberEndsByItsOwnLimit) {
     EXPECT_EQ(p.server->receiveFrame(), "1");
     auto const second = p.s->send_pkt(packet(7, "2"), p.limited(60000, 0x2222));
     EXPECT_EQ(p.server->receiveFrame(), "2");
-    EXPECT_EQ(p.s->sending(), 1u);
-    EXPECT_EQ(p.s->find_sending(7, 0x2222), second);
-    EXPECT_EQ(p.s->find_sending(7, 0x1111), nullptr) << "the reply goes to the last one";
+    EXPECT_EQ(p.s->sends().size(), 1u);
+    EXPECT_EQ(p.s->sends().find(7, 0x2222), second);
+    EXPECT_EQ(p.s->sends().find(7, 0x1111), nullptr) << "the reply goes to the last one";
     p.rig.advance(5000);
     EXPECT_EQ(waited(first), 2);
     EXPECT_EQ(p.timeouts.all(), Texts{"7 4660 timedout"});
     EXPECT_EQ(second->result(), -1);
-    EXPECT_EQ(p.s->find_sending(7, 0x2222), second);
+    EXPECT_EQ(p.s->sends().find(7, 0x2222), second);
 }
 
 TEST(SessionSendReplace, FirstOfTwoEndsWithTheSessionAheadOfItsLimit) {
@@ -763,7 +763,7 @@ TEST(SessionSendReplace, FirstOfTwoEndsWithTheSessionAheadOfItsLimit) {
     EXPECT_EQ(p.server->receiveFrame(), "1");
     EXPECT_EQ(p.server->receiveFrame(), "2");
     second->complete(tav::tls::result_ok);
-    p.s->removeSending(7);
+    p.s->sends().remove(7);
     p.s->close();
     EXPECT_EQ(waited(first), 3);
     EXPECT_EQ(second->result(), 0);
@@ -777,7 +777,7 @@ TEST(SessionSendReplace, CancelOfTheFirstLeavesTheSecondAlone) {
     EXPECT_EQ(p.server->receiveFrame(), "1");
     EXPECT_EQ(p.server->receiveFrame(), "2");
     first->cancel();
-    EXPECT_EQ(p.s->find_sending(7, 0x4321), second);
+    EXPECT_EQ(p.s->sends().find(7, 0x4321), second);
     p.s->cancel_all();
     EXPECT_EQ(second->result(), 3);
     EXPECT_EQ(p.timeouts.count(), 2u);
@@ -866,9 +866,9 @@ TEST(SessionSendInfo, EndsMayRaceInAnyNumber) {
         threads.emplace_back([&] { info->cancel(); });
         threads.emplace_back([&] { p.s->cancel_all(); });
         threads.emplace_back([&] {
-            if (auto const found = p.s->find_sending(7, 0x4321)) {
+            if (auto const found = p.s->sends().find(7, 0x4321)) {
                 found->complete(tav::tls::result_ok);
-                p.s->removeSending(7);
+                p.s->sends().remove(7);
             }
         });
         threads.emplace_back([&] {
@@ -882,6 +882,6 @@ TEST(SessionSendInfo, EndsMayRaceInAnyNumber) {
         }
         EXPECT_LE(p.timeouts.count(), 1u);
         p.s->close();
-        EXPECT_EQ(p.s->sending(), 0u);
+        EXPECT_EQ(p.s->sends().size(), 0u);
     }
 }

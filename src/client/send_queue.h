@@ -1,0 +1,74 @@
+#ifndef TAV_CLIENT_SEND_QUEUE_H
+#define TAV_CLIENT_SEND_QUEUE_H
+
+#include "client/send_account.h"
+#include "foundation/build_stamp.h"
+#include "tav/vinta/vinta_im_pkt.h"
+#include "tav/vinta/vinta_mt_thread.h"
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <mutex>
+
+namespace tav {
+namespace tls {
+namespace TAV_IMPL_NAMESPACE {
+
+class send_info;
+
+/// The packets of one connection that wait for its thread "sender", which takes them one after the other.
+/// Internal.
+///
+/// Thread safety: all operations.
+class send_queue {
+public:
+    /// A packet, the send that tracks it, if one does, and the room that it takes.
+    struct entry {
+        tavSharedPtr<im::Packet> pkt;
+        std::shared_ptr<send_info> info;
+        send_account::room room;
+    };
+    using list = std::list<entry>;
+    /// Makes what "sender" is to run: it has to `take` until there is nothing.
+    using work_maker = std::function<std::function<void()>()>;
+
+    explicit send_queue(work_maker make_work);
+    send_queue(send_queue const &) = delete;
+    send_queue & operator=(send_queue const &) = delete;
+
+    /// Starts the thread.
+    void start() { sender_->start(); }
+    /// Moves the packets behind all others and has "sender" work; leaves them and gives false once it is
+    /// closed.
+    bool put(list & packets);
+    /// The next packet, by itself; empty if there is none for "sender".
+    list take();
+    /// Has "sender" told again of packets, if there was no memory to tell it at once.
+    void retell();
+    /// Ends the thread.  What it never came to is dropped, but for the tracked sends.
+    void close();
+    /// Takes out what was left by the close.
+    list take_left();
+
+private:
+    std::shared_ptr<tavTaskQueue> claim_sender();
+    void tell(std::shared_ptr<tavTaskQueue> const & sender);
+
+    work_maker const make_work_;
+    /// Guards all that follows.
+    std::mutex mutex_;
+    std::shared_ptr<tavTaskQueue> sender_;
+    list waiting_;
+    list left_;
+    /// "sender" works, or was told to.
+    bool working_ = false;
+    bool closed_ = false;
+};
+
+} // namespace TAV_IMPL_NAMESPACE
+namespace impl = TAV_IMPL_NAMESPACE;
+} // namespace tls
+} // namespace tav
+
+#endif
