@@ -19,12 +19,14 @@ using impl::Client;
 using impl::session;
 using SessionPtr = tavSharedPtr<session>;
 
-using StateMember = std::atomic<int> session::*;
+using StateMember = impl::session_state session::*;
+using AttemptMember = impl::connect_attempt session::*;
 using ReaderMember = impl::frame_reader session::*;
 using WriterMember = impl::frame_writer session::*;
 using TakeInput = bool (session::*)();
 using DrainOutgoing = void (session::*)();
-using OnEnd = void (session::*)(SessionPtr, std::error_code);
+using OnConnectEnd = void (impl::connect_attempt::*)(tavSharedPtr<impl::connect_owner>, std::error_code);
+using OnHandshakeEnd = void (impl::connect_attempt::*)(impl::connect_owner &, std::error_code);
 using OnTransferEnd = void (session::*)(SessionPtr, std::error_code, std::size_t);
 using ContextMember = std::shared_ptr<impl::context> Client::*;
 using SessionMember = SessionPtr Client::*;
@@ -32,12 +34,13 @@ using OptionMember = std::shared_ptr<tav::tls::connect_option> Client::*;
 using MetainfoMember = std::shared_ptr<impl::metainfo> Client::*;
 
 TAV_FUZZ_OPEN(stateOf, StateMember, &session::state_);
+TAV_FUZZ_OPEN(attemptOf, AttemptMember, &session::attempt_);
 TAV_FUZZ_OPEN(readerOf, ReaderMember, &session::reader_);
 TAV_FUZZ_OPEN(writerOf, WriterMember, &session::writer_);
 TAV_FUZZ_OPEN(takeInput, TakeInput, &session::take_input);
 TAV_FUZZ_OPEN(drainOutgoing, DrainOutgoing, &session::drain_outgoing);
-TAV_FUZZ_OPEN(onConnectEnd, OnEnd, &session::on_connect_end);
-TAV_FUZZ_OPEN(onHandshakeEnd, OnEnd, &session::on_handshake_end);
+TAV_FUZZ_OPEN(onConnectEnd, OnConnectEnd, &impl::connect_attempt::on_connect_end);
+TAV_FUZZ_OPEN(onHandshakeEnd, OnHandshakeEnd, &impl::connect_attempt::on_handshake_end);
 TAV_FUZZ_OPEN(onReadEnd, OnTransferEnd, &session::on_read_end);
 TAV_FUZZ_OPEN(onWriteEnd, OnTransferEnd, &session::on_write_end);
 TAV_FUZZ_OPEN(contextOf, ContextMember, &Client::context_);
@@ -191,14 +194,16 @@ private:
     }
 
     void connect(unsigned way) {
-        (*session_).*stateOf() = session::state_connecting;
+        impl::session_state & state = (*session_).*stateOf();
+        impl::connect_attempt & attempt = (*session_).*attemptOf();
+        state.advance(impl::session_state::created, impl::session_state::connecting);
         if (way == 3) {
-            ((*session_).*onConnectEnd())(session_, asio::error::connection_refused);
+            (attempt.*onConnectEnd())(session_, asio::error::connection_refused);
             return;
         }
-        (*session_).*stateOf() = session::state_handshaking;
-        ((*session_).*onHandshakeEnd())(session_,
-                                        way == 2 ? std::error_code(asio::error::eof) : std::error_code());
+        state.advance(impl::session_state::connecting, impl::session_state::handshaking);
+        (attempt.*onHandshakeEnd())(*session_,
+                                    way == 2 ? std::error_code(asio::error::eof) : std::error_code());
         if (way == 1) {
             session_->check_heartbeat(true);
         }

@@ -508,7 +508,7 @@ void Client::on_connect_open(connect_ptr const & info, connect_option & told, se
     }
     connect_option asking;
     asking.set_on_open([&told, &opened] {
-        if (opened.state() == session::state_connected) {
+        if (opened.state() == session_state::connected) {
             told.on_open_();
         }
     });

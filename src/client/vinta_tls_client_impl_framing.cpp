@@ -72,7 +72,7 @@ void session::read_on(self_ptr self) {
 // The peer could not be heard while nothing was read.
 void session::resume_reading(self_ptr self) {
     heartbeat_.resumed(clock_());
-    if (!ended()) {
+    if (!state_.ended()) {
         read_on(std::move(self));
     }
 }
@@ -80,7 +80,7 @@ void session::resume_reading(self_ptr self) {
 // Cuts the frames out of what has come; false if some are left, since too much waits.  A session that ends on
 // the way takes no more: its next read fails.
 bool session::take_input() {
-    while (!ended()) {
+    while (!state_.ended()) {
         if (received_.full()) {
             return false;
         }
@@ -158,7 +158,7 @@ bool session::tell_writer() {
 
 void session::on_posted(self_ptr self) {
     bool const idle = writer_.accept();
-    if (state_ != state_connected) {
+    if (state_.now() != session_state::connected) {
         drop_unsent();
     } else if (idle) {
         do_write(std::move(self));
@@ -197,7 +197,7 @@ void session::on_write_end(self_ptr self, std::error_code ec, std::size_t length
         tav::detail::raiseAssertion(here("tav::tls::impl::session::on_write_end"),
                                     "length == write_msgs_.front().size()");
     }
-    if (more && state_ == state_connected) {
+    if (more && state_.now() == session_state::connected) {
         do_write(std::move(self));
     }
 }
@@ -321,7 +321,7 @@ void session::do_send_pkt(send_queue::entry & next) {
 void session::cancel_all() {
     tav::detail::Site const site = here("tav::tls::impl::session::cancel_all");
     log_parts(tavLogger::INFO, site, name_, " cancel session");
-    closing_ = true;
+    state_.stop_sends();
     sends_.cancel_all(outgoing_.take_left());
     log_waiting_frames();
 }

@@ -1,8 +1,8 @@
 #ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_SESSION_H
 
-#include "client/address_race.h"
 #include "client/broken_end.h"
+#include "client/connect_attempt.h"
 #include "client/failures.h"
 #include "client/frame_reader.h"
 #include "client/frame_writer.h"
@@ -11,6 +11,7 @@
 #include "client/send_account.h"
 #include "client/send_info.h"
 #include "client/send_queue.h"
+#include "client/session_state.h"
 #include "client/tls_socket.h"
 #include "client/tracked_sends.h"
 #include "foundation/build_stamp.h"
@@ -20,17 +21,12 @@
 #include "tav/vinta/vinta_mt_thread.h"
 #include "tav/vinta/vinta_tls_client_options.h"
 
-#include <asio/ip/tcp.hpp>
-
 #include <atomic>
 #include <functional>
-#include <list>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <system_error>
-#include <vector>
 
 namespace tav {
 namespace tls {
@@ -42,14 +38,13 @@ namespace TAV_IMPL_NAMESPACE {
 /// heartbeats, each 100 ms); the socket belongs to the context's I/O thread.  From `open` to `close` they
 /// keep the session alive, so `close` must be called.  Times are milliseconds of a clock that nobody can set.
 ///
-/// It has more operations and members than other classes because it is the one place that knows in which
-/// order a connection comes up and goes down over four threads: the steps of that order work on the same
-/// flags and the same socket, and a second class would have to be told of each of them.  What stands by
-/// itself, as the frames, the race of addresses, the tracked sends and their account, has a class of its own.
+/// It has more operations than other classes, some seventy, because it is the one place that knows in which
+/// order a connection comes up and goes down over four threads: half of them are small steps of the reading,
+/// the writing and the end.  What does each single part has a class of its own, and those are its members.
 ///
 /// Its source is two files, as lines of the log name the file that tells them: what reads and writes frames
 /// tells its lines as "framing".
-class session : public send_owner {
+class session : public send_owner, public connect_owner {
 public:
     using recv_function = receive_queue::handler;
     using clock_function = std::function<long long()>;
@@ -61,15 +56,6 @@ public:
     static constexpr long long HEARTBEAT_MISSES = heartbeat::misses;
     /// The largest body that is sent or accepted.
     static constexpr unsigned max_body_size = frame_reader::max_body_size;
-
-    enum state_type {
-        state_created = 0,
-        state_connecting = 1,
-        state_handshaking = 2,
-        state_connected = 3,
-        state_closing = 4,
-        state_closed = 5
-    };
 
     /// `on_recv` is given each frame's body, on the thread "receiver"; `option` is copied.  `clock` replaces
     /// `steady_ms`; `counted` and `cause` are null or the client's own.  Throws tls_policy_error if the
@@ -104,10 +90,10 @@ public:
     /// Ends all tracked sends as cancelled; nothing can be sent any more.  Any thread.
     void cancel_all();
 
-    int state() const { return state_; }
-    bool closing() const { return closing_; }
+    int state() const { return state_.now(); }
+    bool closing() const { return state_.stopped(); }
     /// True if connected and not closing.
-    bool connected() const { return state_ == state_connected && !closing_; }
+    bool connected() const { return state_.up(); }
     /// The milliseconds that the lookup of the host takes by now; 0 if none is under way.
     long long resolving_ms() const;
     /// Whether the calling thread is "sender", "receiver" or "timer" of this session.
@@ -145,21 +131,13 @@ public:
 private:
     using self_ptr = tavSharedPtr<session>;
     using info_ptr = std::shared_ptr<send_info>;
-    using results_type = context::results_type;
-    using tcp_socket = asio::ip::tcp::socket;
 
-    // Connecting, on the I/O thread but for connect_.
-    void connect_();
-    void on_resolved(self_ptr self, std::error_code ec, results_type results);
-    void on_race_end(self_ptr self, std::error_code ec, tcp_socket winner);
-    void refuse_port(std::string const & port);
-    void on_connect_end(self_ptr self, std::error_code ec);
-    bool connect_proxy();
-    void set_handshake();
-    void watch_socket();
-    void keep_report();
-    void on_handshake_end(self_ptr self, std::error_code ec);
-    void start_io(self_ptr self);
+    // The outcome of the connect.
+    void connect_up() override;
+    void connect_failed(std::error_code ec, std::string told) override;
+    void connect_refused(std::string const & why) override;
+
+    // The end that the network brings, on the I/O thread.
     void on_error(std::error_code ec);
     void on_error(std::error_code ec, std::string told);
     void on_broken(std::error_code ec);
@@ -167,13 +145,10 @@ private:
     bool input_left() const { return reading_ || received_.any_left(); }
     /// Whether it got what is no frame: it counts as broken since then.
     bool is_misread() const noexcept { return cause() == failure::bad_frame; }
-    bool ended() const;
-    bool advance(int from, int to);
 
     // Closing.
     void close_socket();
     void post_close();
-    state_type begin_closing();
     void close_timer();
     void close_descriptor();
     void on_heartbeat_timedout();
@@ -213,16 +188,10 @@ private:
     void resume_sending();
 
     std::string const name_;
-    std::atomic<int> state_;
-    std::atomic<bool> active_closing_;
-    std::atomic<bool> closing_;
+    session_state state_;
     clock_function const clock_;
     std::shared_ptr<context> context_;
     tls_socket socket_;
-    /// The call of the resolver that is under way, 0 if there was none.
-    std::atomic<unsigned long long> resolving_;
-    std::atomic<bool> looking_up_;
-    address_race race_;
     connect_option option_;
     std::shared_ptr<send_account> const account_;
     tracked_sends sends_;
@@ -235,15 +204,13 @@ private:
     /// Whether a read and a write are outstanding.
     bool reading_;
     bool writing_;
-    /// The application has asked for the end.
-    std::atomic<bool> closed_by_owner_;
 
     /// On the I/O thread.
     frame_reader reader_;
     /// Any thread posts to it; the rest is on the I/O thread.
     frame_writer writer_;
 
-    std::atomic<long long> connect_begin_ms_;
+    connect_attempt attempt_;
     heartbeat heartbeat_;
     std::atomic<unsigned long long> session_id_;
 };
