@@ -161,7 +161,7 @@ TEST(Console, FlushesTheStandardOutput) {
         char buffer[128];
         ssize_t const got = ::read(ends[0], buffer, sizeof buffer);
         std::string const text(buffer, got > 0 ? static_cast<std::size_t>(got) : 0);
-        EXPECT_NE(std::string::npos, text.find("now"));
+        EXPECT_NE(text.find("now"), std::string::npos);
         int status = -1;
         EXPECT_EQ(child, ::waitpid(child, &status, 0));
         ::close(ends[0]);

@@ -201,8 +201,8 @@ TEST_F(LogFile, LimitOfZeroMovesTheFileForEveryRecord) {
     write("two\n");
     testing::internal::GetCapturedStdout();
     EXPECT_EQ(second, content(path_ + ".bak"));
-    EXPECT_EQ(std::string::npos, content(path_).find("one"));
-    EXPECT_NE(std::string::npos, content(path_).find("two"));
+    EXPECT_EQ(content(path_).find("one"), std::string::npos);
+    EXPECT_NE(content(path_).find("two"), std::string::npos);
 }
 
 TEST_F(LogFile, NegativeLimitMovesTheFileForEveryRecord) {
@@ -309,9 +309,9 @@ TEST_F(LogFile, FileMayBeRemovedOrMovedBetweenRecords) {
     EXPECT_EQ(lines(content(path_)).size() - 1, 1u);
     fs::rename(path_, folder_ + "/other");
     write("two\n");
-    EXPECT_NE(std::string::npos, content(folder_ + "/other").find("one"));
-    EXPECT_EQ(std::string::npos, content(path_).find("one"));
-    EXPECT_NE(std::string::npos, content(path_).find("two"));
+    EXPECT_NE(content(folder_ + "/other").find("one"), std::string::npos);
+    EXPECT_EQ(content(path_).find("one"), std::string::npos);
+    EXPECT_NE(content(path_).find("two"), std::string::npos);
 }
 
 TEST_F(LogFile, NoDescriptorStaysOpen) {
@@ -349,9 +349,9 @@ TEST_F(LogFile, SecondOpenPutsItsBannerInTheNewFileOnce) {
     tavLogger::close();
     EXPECT_EQ(former, content(path_));
     EXPECT_EQ(lines(content(path)).size(), 10u);
-    EXPECT_NE(std::string::npos, content(path).find("other version 3\n"));
+    EXPECT_NE(content(path).find("other version 3\n"), std::string::npos);
     EXPECT_EQ(lines(content(path + "2")).size(), 10u);
-    EXPECT_NE(std::string::npos, content(path + "2").find("third version 3\n"));
+    EXPECT_NE(content(path + "2").find("third version 3\n"), std::string::npos);
 }
 
 TEST_F(LogFile, SetupLeavesTheFile) {
@@ -371,7 +371,7 @@ TEST_F(LogFile, CFunctionSetupWritesTheStateAtOut) {
     std::string const got = content(path_).substr(before.size());
     EXPECT_EQ(calls, 0);
     std::size_t const place = got.find("[OUT]{main}[TAV]tav_log_setup(vinta_log.cpp:");
-    ASSERT_NE(std::string::npos, place) << got;
+    ASSERT_NE(place, std::string::npos) << got;
     std::string const tail = ") (default(WARN)net(DEBUG)__console(1)__vip(5))\n";
     EXPECT_EQ(tail, got.substr(got.size() - tail.size()));
 }

@@ -124,7 +124,7 @@ TEST_F(LogThread, RecordsAreHandledInOrderOnTheThreadNamedLogger) {
     tavLogger::flush();
     ASSERT_EQ(gotTexts().size(), 100u);
     for (unsigned i = 0; i < 100; ++i) {
-        EXPECT_NE(std::string::npos, gotTexts()[i].find(" n" + std::to_string(i) + ".\n"));
+        EXPECT_NE(gotTexts()[i].find(" n" + std::to_string(i) + ".\n"), std::string::npos);
         EXPECT_EQ(names[i], "logger");
     }
 }
@@ -390,7 +390,7 @@ TEST_F(LogThread, ErrorsAreInTheFileWhenTheCallReturnsAndLinesStayWhole) {
     write(tavLogger::ERROR, "second");
     std::string const now = content();
     EXPECT_EQ(now.size() - 8, now.find(" second\n"));
-    EXPECT_NE(std::string::npos, now.find(" first\n"));
+    EXPECT_NE(now.find(" first\n"), std::string::npos);
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t] {

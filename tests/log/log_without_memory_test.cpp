@@ -57,7 +57,7 @@ TEST_F(LogWithoutMemory, ALineIsWholeOrSaysThatItIsCutOrIsToldAsLost) {
             tellLong();
             ASSERT_EQ(got.size(), 2u);
             EXPECT_TRUE(endsWith(got[0], ") 1 log lines lost, as memory was short\n")) << got[0];
-            EXPECT_NE(std::string::npos, got[0].find("[WARN]{main}[TAV]"));
+            EXPECT_NE(got[0].find("[WARN]{main}[TAV]"), std::string::npos);
             ++lost;
         } else if (!endsWith(got[0], " begin " + longWord + " end\n")) {
             EXPECT_TRUE(endsWith(got[0], "... (cut short)\n")) << got[0];

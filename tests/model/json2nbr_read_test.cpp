@@ -71,7 +71,7 @@ TEST(Json2NbrRead, EmptyBytesChangeNothingAndAreTold) {
     EXPECT_EQ(log.count("nbr bytes is empty\n"), 2u);
     LogCapture::Record const line = log.find("nbr bytes is empty");
     EXPECT_EQ(line.level, tavLogger::VERBOSE);
-    EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
+    EXPECT_NE(line.text.find("JSON2NBR"), std::string::npos) << line.text;
 }
 
 TEST(Json2NbrRead, UnknownClassGivesNull) {
@@ -130,8 +130,8 @@ TEST(Json2NbrRead, MissingFieldsFailByTheirIdsAndLeaveTheText) {
         tav::json2nbr::read(json, tav_istr(data), tavString("M"), factory, false);
         FAIL() << "nothing raised";
     } catch (std::invalid_argument const & e) {
-        EXPECT_NE(std::string::npos,
-                  std::string(e.what()).find("throw at json2nbr::checkNecessaryFields(vinta_json2nbr.cpp:"))
+        EXPECT_NE(std::string(e.what()).find("throw at json2nbr::checkNecessaryFields(vinta_json2nbr.cpp:"),
+                  std::string::npos)
             << e.what();
     }
     EXPECT_EQ(json, "old");
@@ -173,8 +173,8 @@ TEST(Json2NbrRead, UnknownTagIsToldAndCountsAsSeen) {
     EXPECT_EQ(withMember("\"f\":5"), readMembers(factory, "09 01 01 01 01 01 01 05"));
     LogCapture::Record const line = log.find("not found field id [9] in class M\n");
     EXPECT_EQ(line.level, tavLogger::INFO);
-    EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
-    EXPECT_NE(std::string::npos, line.text.find("json2nbr::read(")) << line.text;
+    EXPECT_NE(line.text.find("JSON2NBR"), std::string::npos) << line.text;
+    EXPECT_NE(line.text.find("json2nbr::read("), std::string::npos) << line.text;
 }
 
 TEST(Json2NbrRead, IdAbove127IsWrittenAndNeverFound) {
@@ -294,8 +294,8 @@ TEST(Json2NbrRead, OtherKindsAreToldAndStayNull) {
         if (other) {
             EXPECT_EQ(got, "null") << one.name;
             EXPECT_EQ(log.find(line).level, tavLogger::ERROR) << one.name;
-            EXPECT_NE(std::string::npos, log.find(line).text.find("JSON2NBR"));
-            EXPECT_NE(std::string::npos, log.find(line).text.find("readFrom"));
+            EXPECT_NE(log.find(line).text.find("JSON2NBR"), std::string::npos);
+            EXPECT_NE(log.find(line).text.find("readFrom"), std::string::npos);
         }
     }
 }
@@ -411,7 +411,7 @@ TEST(Json2NbrRead, SimpleValueOfAMissingClassIsToldToo) {
     MetaFactory const factory = message({field(1, "f", k::ref_, k::unknown_, "Nowhere")});
     EXPECT_EQ(withMember("\"f\":{ }"), readMembers(factory, "01 01 01 05"));
     EXPECT_EQ(log.count("not found class Nowhere\n"), 1u);
-    EXPECT_NE(std::string::npos, log.find("not found class").text.find("json2nbr::readFrom("));
+    EXPECT_NE(log.find("not found class").text.find("json2nbr::readFrom("), std::string::npos);
 }
 
 TEST(Json2NbrRead, ClassWithinABaseIsNotSeenFromTheObjectsClass) {
@@ -443,7 +443,7 @@ TEST(Json2NbrRead, MissingNestedClassIsToldOnceAndTheObjectStaysEmpty) {
     EXPECT_EQ(withMember("\"f\":{ }"), readMembers(factory, "01 FF 01 28 01 01 01 05 02 01 01 05 FF 01 29"));
     EXPECT_EQ(log.count("not found class Nowhere\n"), 1u);
     EXPECT_EQ(log.find("not found class Nowhere").level, tavLogger::ERROR);
-    EXPECT_NE(std::string::npos, log.find("not found class").text.find("JSON2NBR"));
+    EXPECT_NE(log.find("not found class").text.find("JSON2NBR"), std::string::npos);
 }
 
 TEST(Json2NbrRead, ListsAndMapsOfObjects) {

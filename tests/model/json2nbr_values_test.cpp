@@ -294,8 +294,9 @@ TEST(Json2NbrValues, EveryRefusalNamesItsPlace) {
             tav::json2nbr::write(json, out, code, factory, "M");
             FAIL() << json;
         } catch (std::invalid_argument const & e) {
-            EXPECT_NE(std::string::npos, std::string(e.what()).find(
-                                             "\n    throw at json2nbr::writeToSimple(vinta_json2nbr.cpp:"))
+            EXPECT_NE(
+                std::string(e.what()).find("\n    throw at json2nbr::writeToSimple(vinta_json2nbr.cpp:"),
+                std::string::npos)
                 << e.what();
         }
     }
@@ -465,7 +466,7 @@ TEST(Json2NbrValues, MissingNestedClassIsToldOnceForEachMember) {
     EXPECT_EQ(wroteMembers(factory, "{f:{a:1,b:2}}"), "01 FF 01 28 FF 01 29");
     EXPECT_EQ(log.count("not found class Nowhere\n"), 2u);
     EXPECT_EQ(log.find("not found class Nowhere").level, tavLogger::ERROR);
-    EXPECT_NE(std::string::npos, log.find("not found class Nowhere").text.find("JSON2NBR"));
+    EXPECT_NE(log.find("not found class Nowhere").text.find("JSON2NBR"), std::string::npos);
     log.clear();
     EXPECT_EQ(wroteMembers(factory, "{f:{}}"), "01 FF 01 28 FF 01 29");
     EXPECT_EQ(log.count("not found class"), 0u);
@@ -479,8 +480,8 @@ TEST(Json2NbrValues, UnknownNestedMemberIsToldUnlessItBeginsWithTwoUnderscores) 
     EXPECT_EQ(log.count("not found field name"), 1u);
     LogCapture::Record const line = log.find("not found field name [z] in class Sub\n");
     EXPECT_EQ(line.level, tavLogger::INFO);
-    EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
-    EXPECT_NE(std::string::npos, line.text.find("json2nbr::writeTo(")) << line.text;
+    EXPECT_NE(line.text.find("JSON2NBR"), std::string::npos) << line.text;
+    EXPECT_NE(line.text.find("json2nbr::writeTo("), std::string::npos) << line.text;
 }
 
 TEST(Json2NbrValues, ListOfObjects) {

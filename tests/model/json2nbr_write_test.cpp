@@ -83,8 +83,8 @@ TEST(Json2NbrWrite, EmptyTextChangesNothingAndIsTold) {
     EXPECT_EQ(code, 7);
     LogCapture::Record const line = log.find("json string is empty\n");
     EXPECT_EQ(line.level, tavLogger::VERBOSE);
-    EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
-    EXPECT_NE(std::string::npos, line.text.find("vinta_json2nbr")) << line.text;
+    EXPECT_NE(line.text.find("JSON2NBR"), std::string::npos) << line.text;
+    EXPECT_NE(line.text.find("vinta_json2nbr"), std::string::npos) << line.text;
 }
 
 TEST(Json2NbrWrite, OldBytesAreReplaced) {
@@ -117,7 +117,7 @@ TEST(Json2NbrWrite, ParserFailurePassesThroughAndLeavesTheOutput) {
         FAIL() << "nothing raised";
     } catch (std::invalid_argument const & e) {
         EXPECT_EQ(std::string(e.what()).find("pair value no end : "), 0u) << e.what();
-        EXPECT_NE(std::string::npos, std::string(e.what()).find("vinta_json_parser")) << e.what();
+        EXPECT_NE(std::string(e.what()).find("vinta_json_parser"), std::string::npos) << e.what();
     }
     EXPECT_EQ(hex(out), "6F 6C 64");
     EXPECT_EQ(code, 7);
@@ -143,7 +143,7 @@ TEST(Json2NbrWrite, FailureLeavesTheOutputAndNamesItsPlace) {
         log.find("<EXCEPTION> field f in class M should not be json boolean type, "
                  "expected type string\n");
     EXPECT_EQ(line.level, tavLogger::ERROR);
-    EXPECT_NE(std::string::npos, line.text.find("TAV")) << line.text;
+    EXPECT_NE(line.text.find("TAV"), std::string::npos) << line.text;
     EXPECT_EQ(log.records().size(), 1u);
 }
 
@@ -305,8 +305,8 @@ TEST(Json2NbrWrite, UnknownMemberIsToldAndDropped) {
     EXPECT_EQ(wroteMembers(message({field(1, "f", k::int32_)}), "{\"f\":1,\"g\":2}"), "01 01 01 01");
     LogCapture::Record const line = log.find("not found field name [g] in class M\n");
     EXPECT_EQ(line.level, tavLogger::INFO);
-    EXPECT_NE(std::string::npos, line.text.find("JSON2NBR")) << line.text;
-    EXPECT_NE(std::string::npos, line.text.find("json2nbr::write(")) << line.text;
+    EXPECT_NE(line.text.find("JSON2NBR"), std::string::npos) << line.text;
+    EXPECT_NE(line.text.find("json2nbr::write("), std::string::npos) << line.text;
     EXPECT_EQ(log.count("not found field name"), 1u);
 }
 
@@ -369,16 +369,16 @@ TEST(Json2NbrWrite, MissingFieldsNameTheirPlace) {
         tav::json2nbr::write("{}", out, code, message({field(1, "f", k::int32_)}), "M");
         FAIL() << "nothing raised";
     } catch (std::invalid_argument const & e) {
-        EXPECT_NE(std::string::npos,
-                  std::string(e.what()).find("throw at json2nbr::checkNecessaryFields(vinta_json2nbr.cpp:"))
+        EXPECT_NE(std::string(e.what()).find("throw at json2nbr::checkNecessaryFields(vinta_json2nbr.cpp:"),
+                  std::string::npos)
             << e.what();
     }
     try {
         tav::json2nbr::write("{}", out, code = 0xFFFF, message({}), "X");
         FAIL() << "nothing raised";
     } catch (std::invalid_argument const & e) {
-        EXPECT_NE(std::string::npos,
-                  std::string(e.what()).find("throw at json2nbr::write(vinta_json2nbr.cpp:"))
+        EXPECT_NE(std::string(e.what()).find("throw at json2nbr::write(vinta_json2nbr.cpp:"),
+                  std::string::npos)
             << e.what();
     }
 }

@@ -87,7 +87,7 @@ TEST(MetaHostile, WritesDeepClasses) {
         factory.io(s);
         EXPECT_LT(4 * deep, count);
         std::string const text = tav_test::written(factory);
-        EXPECT_NE(std::string::npos, text.find("[1]x:int32()"));
+        EXPECT_NE(text.find("[1]x:int32()"), std::string::npos);
         tav::pml::Unit const again = tav_test::unitOf(text);
         EXPECT_EQ(again.type(), "factory");
     });
@@ -161,7 +161,7 @@ TEST(MetaHostile, AnyTextIsAModelOrAFailureOfTheText) {
                 EXPECT_EQ(chain.findField("\x01"), nullptr);
             }
         } catch (std::invalid_argument const & e) {
-            EXPECT_NE(std::string::npos, std::string(e.what()).find("pml")) << text;
+            EXPECT_NE(std::string(e.what()).find("pml"), std::string::npos) << text;
         }
     }
     EXPECT_LT(500u, loaded);

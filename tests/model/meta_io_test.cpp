@@ -206,7 +206,7 @@ TEST(MetaIo, WritesNestedClassesAsAnyListInEveryEncoding) {
     EXPECT_EQ(dumped(plain, true), dumped(c, true));
     EXPECT_EQ(dumped(plain, false), dumped(c, false));
     EXPECT_EQ(nbrOf(plain), nbrOf(c));
-    EXPECT_NE(std::string::npos, dumped(c, true).find("y:time()"));
+    EXPECT_NE(dumped(c, true).find("y:time()"), std::string::npos);
 }
 
 TEST(MetaIo, AnInputStreamChangesNothing) {

@@ -234,8 +234,8 @@ TEST(GateMessage, FromLogsAFailureAndGivesTheEmptyMessage) {
     expectSame(tavGateMessage(), m);
     ASSERT_EQ(log.records().size(), 1u);
     EXPECT_EQ(log.records()[0].level, tavLogger::ERROR);
-    EXPECT_NE(std::string::npos, log.records()[0].text.find("IllegalArgumentException\n"));
-    EXPECT_EQ(std::string::npos, log.records()[0].text.find("EXCEPTION>"));
+    EXPECT_NE(log.records()[0].text.find("IllegalArgumentException\n"), std::string::npos);
+    EXPECT_EQ(log.records()[0].text.find("EXCEPTION>"), std::string::npos);
 }
 
 TEST(GateMessage, SizesAreCutTo16BitsWhileAllBytesAreWritten) {
@@ -267,7 +267,7 @@ TEST(GateMessage, DumpPrintsDecimalWhateverTheStreamIsSetTo) {
     std::ostringstream out;
     out << std::hex << std::showbase << std::setfill('*') << std::setw(60);
     tavGateMessage(1, 30, 40, 0, 50, 60, 70, "", "").dump(out);
-    EXPECT_NE(std::string::npos, out.str().find("TEXT 30 40 ARG 50 60 70 [0]"));
+    EXPECT_NE(out.str().find("TEXT 30 40 ARG 50 60 70 [0]"), std::string::npos);
 }
 
 TEST(GateMessage, BytesPrintByTheProtocol) {

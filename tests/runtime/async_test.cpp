@@ -84,10 +84,10 @@ TEST(TavAsyncRun, LogsItsSteps) {
           Row{"leave thread {", "[TAV]tav_async_run_entry("}}) {
         LogCapture::Record const record = log.find(row.text);
         EXPECT_EQ(record.level, tavLogger::DEBUG) << row.text;
-        EXPECT_NE(std::string::npos, record.text.find(row.func)) << record.text;
+        EXPECT_NE(record.text.find(row.func), std::string::npos) << record.text;
     }
     for (char const * text : {"enter thread {", "delay 1ms {", "leave thread {"}) {
-        EXPECT_NE(std::string::npos, log.find(text).text.find("{steps}[TAV]")) << text;
+        EXPECT_NE(log.find(text).text.find("{steps}[TAV]"), std::string::npos) << text;
     }
 }
 
@@ -164,7 +164,7 @@ TEST(TavAsyncCall, LogsTheDetachingWithTheRegisteredName) {
     LogCapture::Record const record =
         log.find(") detach thread {loose." + tav_test::got(id.get_future()) + "}\n");
     EXPECT_EQ(record.level, tavLogger::DEBUG);
-    EXPECT_NE(std::string::npos, record.text.find("[TAV]tav_async_call("));
+    EXPECT_NE(record.text.find("[TAV]tav_async_call("), std::string::npos);
     gate.set_value();
     EXPECT_TRUE(log.waitFor("leave thread {loose."));
     EXPECT_TRUE(log.inOrder({"started thread {loose.", "detach thread {loose.", "leave thread {loose."}));

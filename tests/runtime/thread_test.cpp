@@ -249,7 +249,7 @@ TEST(TavThread, LogsWithLevelTagAndPosition) {
                             Row{"thead fini ", tavLogger::DEBUG, "tavThread::~tavThread("}}) {
         LogCapture::Record const record = log.find(row.text);
         EXPECT_EQ(row.level, record.level) << row.text;
-        EXPECT_NE(std::string::npos, record.text.find(std::string("[TAV]") + row.func)) << record.text;
+        EXPECT_NE(record.text.find(std::string("[TAV]") + row.func), std::string::npos) << record.text;
     }
 }
 
@@ -385,7 +385,7 @@ TEST(TavThread, ExceptionsDoNotEndTheLoop) {
     EXPECT_EQ(first.level, tavLogger::ERROR);
     LogCapture::Record const second = log.find(") <<< EXCEPTION >>> unknown exception\n");
     EXPECT_EQ(second.level, tavLogger::ERROR);
-    EXPECT_NE(std::string::npos, second.text.find("[TAV]tavThread::onLoop("));
+    EXPECT_NE(second.text.find("[TAV]tavThread::onLoop("), std::string::npos);
 }
 
 TEST(TavThread, StopRunningEndsWithoutWaiting) {
@@ -595,7 +595,7 @@ TEST(TavThread, DetachedThreadEndsByItselfAndKeepsItself) {
     EXPECT_TRUE(log.waitFor("thead fini {free." + id + "}"));
     LogCapture::Record const record = log.find(") thead detach {free." + id + "}\n");
     EXPECT_EQ(record.level, tavLogger::INFO);
-    EXPECT_NE(std::string::npos, record.text.find("[TAV]tavThread::detach("));
+    EXPECT_NE(record.text.find("[TAV]tavThread::detach("), std::string::npos);
 }
 
 TEST(TavThread, DetachOfAnUnstartedThreadOnlyLogs) {
@@ -721,7 +721,7 @@ TEST(TavThread, IdsAreDecimalAndAgree) {
     out << std::this_thread::get_id();
     EXPECT_EQ(out.str(), tavThread::currentId());
     EXPECT_EQ(out.str(), tavThread::getThreadId(std::this_thread::get_id()));
-    EXPECT_EQ(std::string::npos, tavThread::currentId().find_first_not_of("0123456789"));
+    EXPECT_EQ(tavThread::currentId().find_first_not_of("0123456789"), std::string::npos);
     EXPECT_EQ(tavThread::getThreadId(std::thread::id()), "0");
 }
 
@@ -764,7 +764,7 @@ TEST(TavThread, PrintThreadsListsWhoIsRegistered) {
         tavThread::printThreads();
         LogCapture::Record const record = log.find(") thread not closed: " + thread->id() + ".listed\n");
         EXPECT_EQ(record.level, tavLogger::INFO);
-        EXPECT_NE(std::string::npos, record.text.find("[TAV]tavThreadManager::print("));
+        EXPECT_NE(record.text.find("[TAV]tavThreadManager::print("), std::string::npos);
         EXPECT_EQ(log.count(") thread not closed: " + tavThread::getThreadId(bare->get_id()) + ".bare\n"),
                   1u);
         EXPECT_EQ(log.count("thread not closed"), 2u);

@@ -370,7 +370,7 @@ TEST(TavTimerThread, LogsItsLife) {
                             Row{") closed timer tick\n", "[TAV]tavTimerThread::on_close("}}) {
         LogCapture::Record const record = log.find(row.text);
         EXPECT_EQ(record.level, tavLogger::INFO) << row.text;
-        EXPECT_NE(std::string::npos, record.text.find(row.func)) << record.text;
+        EXPECT_NE(record.text.find(row.func), std::string::npos) << record.text;
     }
     EXPECT_TRUE(log.inOrder(
         {"started timer", "thead started. ", "thead on_stop ", "cancel timer", "join thread end"}));

@@ -342,8 +342,8 @@ TEST(JsonParserFailure, IsLoggedUnderTheDefaultTag) {
     tavLogger::flush();
     LogCapture::Record const record = log.find("<EXCEPTION> ");
     EXPECT_EQ(static_cast<int>(tavLogger::ERROR), record.level);
-    EXPECT_NE(std::string::npos, record.text.find("<EXCEPTION> no value end : {y\n")) << record.text;
-    EXPECT_NE(std::string::npos, record.text.find("JsonParser::parseValue")) << record.text;
+    EXPECT_NE(record.text.find("<EXCEPTION> no value end : {y\n"), std::string::npos) << record.text;
+    EXPECT_NE(record.text.find("JsonParser::parseValue"), std::string::npos) << record.text;
     EXPECT_EQ(log.count("<EXCEPTION> "), 1u);
 }
 

@@ -199,7 +199,7 @@ TEST(NbrCompactRead, RefusalIsLoggedAtError) {
     failureOf("123456789", 9, 9);
     auto const record = log.find("<EXCEPTION> invalid size 9\n");
     EXPECT_EQ(record.level, tavLogger::ERROR);
-    EXPECT_EQ(std::string::npos, record.text.find("throw at"));
+    EXPECT_EQ(record.text.find("throw at"), std::string::npos);
     EXPECT_EQ(log.count("invalid size"), 1u);
 }
 

@@ -168,8 +168,8 @@ TEST(NbrDump, DeepIndentation) {
     document += bytes("01 01 05");
     tav_istr view(document);
     std::string const all = dumped(*parser::from(view), true);
-    EXPECT_NE(std::string::npos,
-              all.find("\n" + std::string(160, ' ') + "1[1]5\n" + std::string(156, ' ') + "}"));
+    EXPECT_NE(all.find("\n" + std::string(160, ' ') + "1[1]5\n" + std::string(156, ' ') + "}"),
+              std::string::npos);
 }
 
 TEST(NbrDumpPrint, InputStreamPutsNothingBetweenValues) {

@@ -208,7 +208,7 @@ void compareWithPlain(std::string const & document) {
         ASSERT_EQ(withoutFlagsOfNothing(expected), described(value, exact.view().data())) << hex(document);
     } catch (std::invalid_argument const & e) {
         ASSERT_NE(fault, "") << hex(document) << ": " << e.what();
-        ASSERT_NE(std::string::npos, std::string(e.what()).find(fault + "\n")) << hex(document);
+        ASSERT_NE(std::string(e.what()).find(fault + "\n"), std::string::npos) << hex(document);
     }
     ASSERT_EQ(document.size() - one.position(), document.empty() ? 0 : view.size()) << hex(document);
 

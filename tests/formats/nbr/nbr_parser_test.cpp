@@ -88,8 +88,8 @@ void expectTrace(LogCapture const & log, std::string const & text, std::string c
     ASSERT_EQ(log.records().size(), 1u);
     LogCapture::Record const record = log.records()[0];
     EXPECT_EQ(record.level, tavLogger::TRACE);
-    EXPECT_NE(std::string::npos, record.text.find("parser::" + func)) << record.text;
-    EXPECT_NE(std::string::npos, record.text.find("vinta_nbr_unit")) << record.text;
+    EXPECT_NE(record.text.find("parser::" + func), std::string::npos) << record.text;
+    EXPECT_NE(record.text.find("vinta_nbr_unit"), std::string::npos) << record.text;
     ASSERT_GE(record.text.size(), text.size());
     EXPECT_EQ(text, record.text.substr(record.text.size() - text.size()));
 }
@@ -183,7 +183,7 @@ TEST(NbrParser, FailuresAreLoggedAtError) {
     LogCapture::Record const record =
         log.find("<EXCEPTION> DecodeException: maybe not nbr: invalid high part of lengthOfSize a0\n");
     EXPECT_EQ(record.level, tavLogger::ERROR);
-    EXPECT_EQ(std::string::npos, record.text.find("throw at"));
+    EXPECT_EQ(record.text.find("throw at"), std::string::npos);
     log.clear();
     failureOf("0F 00");
     EXPECT_EQ(log.find("<EXCEPTION> DecodeException: maybe not nbr: invalid lengthOfSize 15\n").level,

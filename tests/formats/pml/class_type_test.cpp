@@ -409,7 +409,7 @@ TEST(ClassType, AMapWithoutACommaIsLogged) {
     EXPECT_EQ(parsed("map{string}"), "map 'string'");
     ASSERT_TRUE(log.waitFor(") no ',' found for map type: string\n"));
     EXPECT_EQ(log.find("no ',' found for map type: ").level, tavLogger::ERROR);
-    EXPECT_NE(std::string::npos, log.find("no ',' found for map type: ").text.find("[TAV]"));
+    EXPECT_NE(log.find("no ',' found for map type: ").text.find("[TAV]"), std::string::npos);
     EXPECT_EQ(parsed("list{map{x}}"), "list 'x'");
     ASSERT_TRUE(log.waitFor("no ',' found for map type: x\n"));
     EXPECT_EQ(log.count("no ',' found"), 2u);

@@ -174,7 +174,7 @@ TEST(FieldTypes, ANameThatIsNotDefinedIsLogged) {
         ASSERT_TRUE(log.waitFor("type {double} not defined in template cfg"));
         LogCapture::Record const record = log.find("type {double} not defined in template cfg");
         EXPECT_EQ(record.level, tavLogger::VERBOSE);
-        EXPECT_NE(std::string::npos, record.text.find("[TAV]field_type::getTypeName(")) << record.text;
+        EXPECT_NE(record.text.find("[TAV]field_type::getTypeName("), std::string::npos) << record.text;
         EXPECT_EQ(record.text.substr(record.text.rfind(") ")),
                   ") type {double} not defined in template cfg\n");
         EXPECT_EQ(log.count("not defined"), 1u);

@@ -307,11 +307,11 @@ TEST(FieldWalksXml, UnsetOptionalIsLeftOutOfTheCompactFormAndAnEmptyElementSetsO
     using Optional = tavOptional<int>;
     EXPECT_EQ(xml(Optional()), "<Holder></Holder>");
     EXPECT_FALSE(fromXml<Optional>(xml(Optional())).has_value());
-    EXPECT_NE(std::string::npos, xml(Optional(), true).find("<v/>"));
+    EXPECT_NE(xml(Optional(), true).find("<v/>"), std::string::npos);
     EXPECT_TRUE(parsed<Optional>("<v/>").has_value());
     Holder<Optional> holder;
     holder.meta = tavCodecMeta(-1, false, nullptr, true);
-    EXPECT_EQ(std::string::npos, xmlOf(holder, true).find("<v"));
+    EXPECT_EQ(xmlOf(holder, true).find("<v"), std::string::npos);
 }
 
 TEST(FieldWalksXml, EnumTravelsAsItsNumberAndAnUnknownOneFails) {

@@ -211,12 +211,12 @@ TEST(XmlParser, FailureIsLoggedInThreeRecordsAndNotThrown) {
     for (auto const & record : records) {
         EXPECT_EQ(record.level, tavLogger::ERROR);
     }
-    EXPECT_NE(std::string::npos, records[0].text.find("not parsed xml =text\n\n"));
-    EXPECT_NE(std::string::npos, records[1].text.find("<EXCEPTION> XML_DECODE_CONTENT_NO_END_TAG\n"));
-    EXPECT_NE(std::string::npos,
-              records[2].text.find("<<< EXCEPTION >>> (tav::Exception) XML_DECODE_CONTENT_NO_END_TAG"));
-    EXPECT_NE(std::string::npos, records[2].text.find("\n    throw at Node::decodeContent(vinta_xml_node"));
-    EXPECT_NE(std::string::npos, records[2].text.find("\n    catch at Node::decode(vinta_xml_node"));
+    EXPECT_NE(records[0].text.find("not parsed xml =text\n\n"), std::string::npos);
+    EXPECT_NE(records[1].text.find("<EXCEPTION> XML_DECODE_CONTENT_NO_END_TAG\n"), std::string::npos);
+    EXPECT_NE(records[2].text.find("<<< EXCEPTION >>> (tav::Exception) XML_DECODE_CONTENT_NO_END_TAG"),
+              std::string::npos);
+    EXPECT_NE(records[2].text.find("\n    throw at Node::decodeContent(vinta_xml_node"), std::string::npos);
+    EXPECT_NE(records[2].text.find("\n    catch at Node::decode(vinta_xml_node"), std::string::npos);
     EXPECT_EQ(node.encode(false, false, 0, true), "<a><b/></a>");
 }
 
