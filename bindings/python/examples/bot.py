@@ -41,4 +41,6 @@ async def main() -> None:
 
 
 if __name__ == "__main__":
+    if len(sys.argv) < 4:
+        sys.exit(__doc__)
     asyncio.run(main())

@@ -13,8 +13,8 @@ from typing import Any, Mapping, Optional
 from . import _library
 from ._async_client import AsyncClient
 from ._client import Client, Handler
-from ._values import Error, Event, Json, Keeper, KeeperGateway, KeeperLogin, KeeperOutbox, Message, Name
-from ._values import checked, encoded
+from ._values import Error, Event, Json, Keeper, KeeperGateway, KeeperLogin, KeeperOutbox, Limits
+from ._values import Message, Name, Policy, Proxy, checked, encoded
 
 __all__ = [
     "AsyncClient",
@@ -27,8 +27,11 @@ __all__ = [
     "KeeperGateway",
     "KeeperLogin",
     "KeeperOutbox",
+    "Limits",
     "Message",
     "Name",
+    "Policy",
+    "Proxy",
     "execute",
     "version",
 ]

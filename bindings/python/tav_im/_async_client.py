@@ -4,11 +4,14 @@ from __future__ import annotations
 
 import asyncio
 from types import TracebackType
-from typing import Any, AsyncIterator, List, Mapping, Optional, Type, Union
+from typing import Any, AsyncIterator, Callable, Dict, List, Mapping, Optional, Type, Union
 
 from ._receiver import Receiver
-from ._values import Event, Json, Keeper, Message, Name, checked, connect_request, message_members
-from ._values import message_of, milliseconds
+from ._values import Event, Json, Keeper, Limits, Message, Name, Policy, Proxy, checked
+from ._values import connect_request, handler_of, milliseconds, reply_of, request_request, send_request
+from ._values import with_extra_of
+
+Handler = Callable[[Message], None]
 
 
 class AsyncClient:
@@ -20,6 +23,7 @@ class AsyncClient:
     def __init__(self, name: str = "") -> None:
         self._loop = asyncio.get_running_loop()
         self._events: "asyncio.Queue[Event]" = asyncio.Queue()
+        self._handlers: Dict[Name, Handler] = {}
         self._receiver = Receiver(name, self._take)
 
     async def __aenter__(self) -> "AsyncClient":
@@ -36,70 +40,106 @@ class AsyncClient:
 
     async def connect(
         self,
-        host: str,
-        port: Union[int, str],
+        host: Optional[str] = None,
+        port: Optional[Union[int, str]] = None,
         *,
         ca: Optional[str] = None,
         template: Optional[str] = None,
         template_file: Optional[str] = None,
-        time_limit: float = 30.0,
+        time_limit: Optional[float] = 30.0,
         heartbeat: bool = True,
-        policy: Optional[Mapping[str, Any]] = None,
-        limits: Optional[Mapping[str, Any]] = None,
-        proxy: Optional[Mapping[str, Any]] = None,
+        policy: Optional[Policy] = None,
+        limits: Optional[Limits] = None,
+        proxy: Optional[Proxy] = None,
+        cipher: Optional[str] = None,
+        server_name: Optional[str] = None,
         keeper: Optional[Keeper] = None,
-        **more: Any,
     ) -> None:
         """Connects, in place of any connection there is.  docs/c.md lists what policy, limits and proxy hold.
 
-        With a keeper the connection is made again whenever it ends, and what is sent meanwhile waits for it.
+        With a keeper the connection is made again whenever it ends, and what is sent meanwhile waits for it.  The
+        call returns then once the first attempts are over, also if there is no connection yet: `connected` tells.
+        Where the keeper has gateways, host and port may be left out.
         """
-        await self.ask(
-            connect_request(
-                host, port, ca, template, template_file, time_limit, heartbeat, policy, limits, proxy, keeper, more
-            )
-        )
+        more = {
+            "ca": ca,
+            "template": template,
+            "template_file": template_file,
+            "heartbeat": heartbeat,
+            "policy": policy,
+            "limits": limits,
+            "proxy": proxy,
+            "cipher": cipher,
+            "server_name": server_name,
+            "keeper": keeper,
+        }
+        await self.ask(connect_request(host, port, time_limit, more))
 
-    async def reconnect(self, time_limit: float = 30.0) -> None:
+    async def reconnect(self, time_limit: Optional[float] = 30.0) -> None:
         """Connects again as the last `connect` did."""
         await self.ask({"@type": "reconnect", "time_limit_ms": milliseconds(time_limit)})
 
     async def disconnect(self) -> None:
         await self.ask({"@type": "disconnect"})
 
-    async def send(self, name: Name, message: Union[Mapping[str, Any], str], **more: Any) -> None:
-        """Sends a message and waits for nothing but that it was taken."""
-        await self.ask({"@type": "send", **message_members(name, message), **more})
+    async def send(
+        self,
+        name: Name,
+        message: Union[Mapping[str, Any], str],
+        *,
+        receipt: bool = False,
+        time_limit: Optional[float] = 30.0,
+        safe_to_repeat: bool = False,
+        target: Optional[str] = None,
+        grey: Optional[bool] = None,
+        version: Optional[int] = None,
+    ) -> None:
+        """Sends a message; waits for nothing but that it was taken, or for the peer's receipt if one is wanted."""
+        more = {"target": target, "grey": grey, "version": version}
+        await self.ask(send_request(name, message, receipt, time_limit, safe_to_repeat, more))
 
     async def request(
         self,
         name: Name,
         message: Union[Mapping[str, Any], str],
         reply: Name,
-        time_limit: float = 30.0,
+        time_limit: Optional[float] = 30.0,
         safe_to_repeat: bool = False,
-        **more: Any,
+        *,
+        grey: Optional[bool] = None,
+        version: Optional[int] = None,
     ) -> Message:
         """Sends a message and gives its reply.
 
         One that is safe to repeat goes out again if a connection that is kept ended ahead of the reply.
         """
-        limit = milliseconds(time_limit)
-        if safe_to_repeat:
-            more["safe_to_repeat"] = True
-        members = message_members(name, message)
-        return message_of(
-            await self.ask({"@type": "request", **members, "reply": reply, "time_limit_ms": limit, **more})
+        more = {"grey": grey, "version": version}
+        return reply_of(
+            await self.ask(request_request(name, message, reply, time_limit, safe_to_repeat, more))
         )
 
-    async def next_event(self) -> Event:
-        return await self._events.get()
+    def on(self, name: Name, handler: Optional[Handler]) -> None:
+        """Has `handler` called by the loop with each push of this class or code; None ends that."""
+        if handler is None:
+            self._handlers.pop(name, None)
+        else:
+            self._handlers[name] = handler
+
+    async def next_event(self, timeout: Optional[float] = None) -> Optional[Event]:
+        """The next event that no handler took; None if none came in time.  The last one, "closed", stays."""
+        try:
+            event = await asyncio.wait_for(self._events.get(), timeout)
+        except asyncio.TimeoutError:
+            return None
+        if event.type == "closed":
+            self._events.put_nowait(event)
+        return event
 
     async def events(self) -> AsyncIterator[Event]:
-        """The events, until the client is closed."""
+        """The events that no handler takes, until the client is closed."""
         while True:
-            event = await self._events.get()
-            if event.type == "closed":
+            event = await self.next_event()
+            if event is None or event.type == "closed":
                 return
             yield event
 
@@ -129,7 +169,7 @@ class AsyncClient:
 
         number = self._receiver.ask(request, lambda answer: self._call(settle, answer))
         try:
-            return checked(await answered)
+            return checked(with_extra_of(request, await answered))
         finally:
             self._receiver.forget(number)
 
@@ -138,7 +178,15 @@ class AsyncClient:
         return checked(self._receiver.execute(request))
 
     def _take(self, said: Json) -> None:
-        self._call(self._events.put_nowait, Event(said["@type"], said))
+        self._call(self._tell, said)
+
+    def _tell(self, said: Json) -> None:
+        event = Event(said["@type"], said)
+        handler = handler_of(self._handlers, said) if event.type == "push" else None
+        if handler is None:
+            self._events.put_nowait(event)
+        else:
+            handler(event.message)
 
     def _call(self, function: Any, value: Any) -> None:
         try:

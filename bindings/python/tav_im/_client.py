@@ -7,8 +7,9 @@ from types import TracebackType
 from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Type, Union
 
 from ._receiver import Receiver
-from ._values import Error, Event, Json, Keeper, Message, Name, checked, connect_request, message_members
-from ._values import message_of, milliseconds
+from ._values import Error, Event, Json, Keeper, Limits, Message, Name, Policy, Proxy, checked
+from ._values import connect_request, milliseconds, reply_of, request_request, send_request
+from ._values import handler_of, with_extra_of
 
 Handler = Callable[[Message], None]
 
@@ -39,83 +40,117 @@ class Client:
 
     def connect(
         self,
-        host: str,
-        port: Union[int, str],
+        host: Optional[str] = None,
+        port: Optional[Union[int, str]] = None,
         *,
         ca: Optional[str] = None,
         template: Optional[str] = None,
         template_file: Optional[str] = None,
-        time_limit: float = 30.0,
+        time_limit: Optional[float] = 30.0,
         heartbeat: bool = True,
-        policy: Optional[Mapping[str, Any]] = None,
-        limits: Optional[Mapping[str, Any]] = None,
-        proxy: Optional[Mapping[str, Any]] = None,
+        policy: Optional[Policy] = None,
+        limits: Optional[Limits] = None,
+        proxy: Optional[Proxy] = None,
+        cipher: Optional[str] = None,
+        server_name: Optional[str] = None,
         keeper: Optional[Keeper] = None,
-        **more: Any,
     ) -> None:
         """Connects, in place of any connection there is.  docs/c.md lists what policy, limits and proxy hold.
 
-        With a keeper the connection is made again whenever it ends, and what is sent meanwhile waits for it.
+        With a keeper the connection is made again whenever it ends, and what is sent meanwhile waits for it.  The
+        call returns then once the first attempts are over, also if there is no connection yet: `connected` tells.
+        Where the keeper has gateways, host and port may be left out.
         """
-        self.ask(
-            connect_request(
-                host, port, ca, template, template_file, time_limit, heartbeat, policy, limits, proxy, keeper, more
-            )
-        )
+        more = {
+            "ca": ca,
+            "template": template,
+            "template_file": template_file,
+            "heartbeat": heartbeat,
+            "policy": policy,
+            "limits": limits,
+            "proxy": proxy,
+            "cipher": cipher,
+            "server_name": server_name,
+            "keeper": keeper,
+        }
+        self.ask(connect_request(host, port, time_limit, more))
 
-    def reconnect(self, time_limit: float = 30.0) -> None:
+    def reconnect(self, time_limit: Optional[float] = 30.0) -> None:
         """Connects again as the last `connect` did."""
         self.ask({"@type": "reconnect", "time_limit_ms": milliseconds(time_limit)})
 
     def disconnect(self) -> None:
         self.ask({"@type": "disconnect"})
 
-    def send(self, name: Name, message: Union[Mapping[str, Any], str], **more: Any) -> None:
-        """Sends a message and waits for nothing but that it was taken."""
-        self.ask({"@type": "send", **message_members(name, message), **more})
+    def send(
+        self,
+        name: Name,
+        message: Union[Mapping[str, Any], str],
+        *,
+        receipt: bool = False,
+        time_limit: Optional[float] = 30.0,
+        safe_to_repeat: bool = False,
+        target: Optional[str] = None,
+        grey: Optional[bool] = None,
+        version: Optional[int] = None,
+    ) -> None:
+        """Sends a message; waits for nothing but that it was taken, or for the peer's receipt if one is wanted."""
+        more = {"target": target, "grey": grey, "version": version}
+        self.ask(send_request(name, message, receipt, time_limit, safe_to_repeat, more))
 
     def request(
         self,
         name: Name,
         message: Union[Mapping[str, Any], str],
         reply: Name,
-        time_limit: float = 30.0,
+        time_limit: Optional[float] = 30.0,
         safe_to_repeat: bool = False,
-        **more: Any,
+        *,
+        grey: Optional[bool] = None,
+        version: Optional[int] = None,
     ) -> Message:
         """Sends a message and gives its reply.
 
         One that is safe to repeat goes out again if a connection that is kept ended ahead of the reply.
         """
-        limit = milliseconds(time_limit)
-        if safe_to_repeat:
-            more["safe_to_repeat"] = True
-        members = message_members(name, message)
-        return message_of(
-            self.ask({"@type": "request", **members, "reply": reply, "time_limit_ms": limit, **more})
+        more = {"grey": grey, "version": version}
+        return reply_of(
+            self.ask(request_request(name, message, reply, time_limit, safe_to_repeat, more))
         )
 
     def on(self, name: Name, handler: Optional[Handler]) -> None:
-        """Has `handler` called with each push of this class or code; None ends that."""
+        """Has `handler` called with each push of this class or code; None ends that.
+
+        It runs on the client's own thread, where calls that wait must not be made.
+        """
         if handler is None:
             self._handlers.pop(name, None)
         else:
             self._handlers[name] = handler
 
     def next_event(self, timeout: Optional[float] = None) -> Optional[Event]:
-        """The next event that no handler took; None if none came in time."""
+        """The next event that no handler took; None if none came in time.  The last one, "closed", stays."""
         try:
-            return self._events.get(timeout=timeout)
+            event = self._events.get(timeout=timeout)
         except queue.Empty:
             return None
+        if event.type == "closed":
+            self._events.put(event)
+        return event
 
     def events(self) -> Iterator[Event]:
         """The events that no handler takes, until the client is closed."""
         while True:
-            event = self._events.get()
-            if event.type == "closed":
+            event = self.next_event()
+            if event is None or event.type == "closed":
                 return
             yield event
+
+    def messages(self) -> Iterator[Message]:
+        """The pushes among the events, until the client is closed."""
+        for event in self.events():
+            if event.type == "push":
+                yield event.message
 
     @property
     def connected(self) -> bool:
@@ -133,7 +168,7 @@ class Client:
             raise RuntimeError("a handler must not wait: this thread brings the answer")
         answers: "queue.SimpleQueue[Json]" = queue.SimpleQueue()
         self._receiver.ask(request, answers.put)
-        return checked(answers.get())
+        return checked(with_extra_of(request, answers.get()))
 
     def execute(self, request: Mapping[str, Any]) -> Json:
         """The answer of a request that needs no waiting."""
@@ -143,7 +178,7 @@ class Client:
         event = Event(said["@type"], said)
         handler: Optional[Handler] = None
         if event.type == "push":
-            handler = self._handlers.get(said.get("class", "")) or self._handlers.get(said["code"])
+            handler = handler_of(self._handlers, said)
         if handler is None:
             self._events.put(event)
         else:

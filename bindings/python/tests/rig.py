@@ -5,6 +5,7 @@ import shutil
 import subprocess
 import tempfile
 import time
+import unittest
 from pathlib import Path
 from typing import List, Optional
 
@@ -22,15 +23,24 @@ CloseMe:object(__class__(CloseMe) __code__(7005) [1]text:string())
 """
 
 
+def program_of(variable: str) -> str:
+    """The program that a variable of the environment names; without it the test is skipped."""
+    program = os.environ.get(variable)
+    if not program:
+        raise unittest.SkipTest(f"set {variable} to the path of the program: HACKING.md, \"Python\"")
+    return program
+
+
 class Gateway:
     """A gateway on a free port."""
 
     def __init__(self, *options: str) -> None:
+        program_of("TAV_GATEWAY")
         self._folder = Path(tempfile.mkdtemp())
         self.ca = str(self._folder / "certificates" / "ca.pem")
         port_file = self._folder / "port"
         command: List[str] = [
-            os.environ["TAV_GATEWAY"],
+            program_of("TAV_GATEWAY"),
             "--quiet",
             "--until-eof",
             "--certificates",

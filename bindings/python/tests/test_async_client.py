@@ -25,8 +25,9 @@ class AsyncClientTest(unittest.IsolatedAsyncioTestCase):
 
     async def next(self, client: tav_im.AsyncClient, kind: str) -> tav_im.Event:
         while True:
-            event = await asyncio.wait_for(client.next_event(), LIMIT)
-            if event.type == kind:
+            event = await client.next_event(LIMIT)
+            self.assertIsNotNone(event, kind)
+            if event is not None and event.type == kind:
                 return event
 
     async def test_many_requests_wait_at_once(self) -> None:
@@ -79,6 +80,33 @@ class AsyncClientTest(unittest.IsolatedAsyncioTestCase):
         with self.assertRaises(tav_im.Error) as caught:
             await client.send("Say", {"text": 1})
         self.assertEqual(caught.exception.field, "message.text")
+
+    async def test_the_end_is_told_to_everyone_who_listens(self) -> None:
+        client = tav_im.AsyncClient()
+
+        async def listen() -> list[str]:
+            return [event.type async for event in client.events()]
+
+        listening = [asyncio.ensure_future(listen()) for _ in range(2)]
+        await client.close()
+        for each in listening:
+            self.assertEqual(await asyncio.wait_for(each, LIMIT), [])
+        self.assertEqual(await asyncio.wait_for(listen(), LIMIT), [])
+        last = await client.next_event(LIMIT)
+        assert last is not None
+        self.assertEqual(last.type, "closed")
+
+    async def test_pushes_go_to_a_function(self) -> None:
+        client = await self.connected()
+        heard: "asyncio.Queue[str]" = asyncio.Queue()
+        client.on("Pushed", lambda message: heard.put_nowait(message["text"]))
+        await client.request("PushMe", {"text": "a"}, reply="Pushing", time_limit=LIMIT)
+        self.assertEqual(await asyncio.wait_for(heard.get(), LIMIT), "a")
+
+    async def test_no_event_in_time_is_none(self) -> None:
+        client = tav_im.AsyncClient()
+        self.addAsyncCleanup(client.close)
+        self.assertIsNone(await client.next_event(0.01))
 
     async def test_close_ends_what_waits(self) -> None:
         silent = Gateway("--silence")

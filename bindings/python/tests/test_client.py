@@ -1,6 +1,10 @@
+import gc
+import math
 import threading
+import time
 import unittest
 from typing import List
+from unittest import mock
 
 import tav_im
 
@@ -83,6 +87,104 @@ class ClientTest(unittest.TestCase):
         listener.join(LIMIT)
         self.assertFalse(listener.is_alive())
         self.assertEqual(seen, ["connected", "disconnected"])
+
+    def test_the_end_is_told_to_everyone_who_listens(self) -> None:
+        client = tav_im.Client()
+        listeners = [threading.Thread(target=lambda: list(client.events()), daemon=True) for _ in range(2)]
+        for each in listeners:
+            each.start()
+        client.close()
+        for each in listeners:
+            each.join(LIMIT)
+            self.assertFalse(each.is_alive())
+        again = threading.Thread(target=lambda: list(client.messages()), daemon=True)
+        again.start()
+        again.join(LIMIT)
+        self.assertFalse(again.is_alive())
+        self.assertEqual(self.next(client, "closed").type, "closed")
+
+    def test_many_clients_that_end_at_once_all_end(self) -> None:
+        clients = [tav_im.Client(str(number)) for number in range(40)]
+        names: List[str] = []
+
+        def ask(client: tav_im.Client) -> None:
+            try:
+                client.connect(keeper={"gateways": [{"host": "127.0.0.1", "port": self.gateway.port}]})
+            except tav_im.Error as error:
+                names.append(error.name)
+
+        threads = [threading.Thread(target=ask, args=(client,), daemon=True) for client in clients]
+        threads += [threading.Thread(target=client.close, daemon=True) for client in clients]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join(LIMIT)
+            self.assertFalse(thread.is_alive())
+        self.assertLessEqual(set(names), {"cancelled", "closed", "certificate_refused"})
+
+    def test_a_client_that_the_library_knows_no_more_has_ended(self) -> None:
+        client = tav_im.Client()
+        with mock.patch("tav_im._library.receive", return_value=None):
+            # The thread is in the library still; what it asks for next is not there.
+            client.execute({"@type": "version"})
+            client.ask({"@type": "version"})
+            taken: List[str] = []
+            waiting = threading.Thread(target=lambda: taken.extend(event.type for event in client.events()))
+            waiting.start()
+            waiting.join(LIMIT)
+            self.assertFalse(waiting.is_alive())
+        client.close()
+
+    def test_a_client_that_was_dropped_ends(self) -> None:
+        before = threading.active_count()
+        with self.assertWarns(ResourceWarning):
+            tav_im.Client("dropped")
+            gc.collect()
+        until = time.monotonic() + LIMIT
+        while threading.active_count() > before and time.monotonic() < until:
+            time.sleep(0.01)
+        self.assertLessEqual(threading.active_count(), before)
+
+    def test_a_reply_that_can_not_be_read_is_an_error(self) -> None:
+        client = tav_im.Client()
+        self.addCleanup(client.close)
+        template = TEMPLATE + "Strict:object(__class__(Strict) __code__(3004) [1]text:string() [9]more:string())\n"
+        template += "Loose:object(__class__(Loose) __code__(3003) [1]text:string())"
+        gate = self.gateway
+        client.connect("127.0.0.1", gate.port, ca=gate.ca, template=template, time_limit=LIMIT)
+        with self.assertRaises(tav_im.Error) as caught:
+            client.request("Loose", {"text": "a"}, reply="Strict", time_limit=LIMIT)
+        self.assertEqual((caught.exception.name, caught.exception.code), ("bad_reply", 102))
+        self.assertIn("{ 9 } in class Strict", str(caught.exception))
+        push = tav_im.Event("push", {"@type": "push", "code": 7, "name": "bad_reply", "text": "no", "body": ""})
+        assert push.message.error is not None
+        self.assertEqual(str(push.message.error), "bad_reply: no")
+        with self.assertRaises(AttributeError):
+            self.next(client, "connected").message
+
+    def test_limits_may_be_longer_than_the_library_waits(self) -> None:
+        client = self.connected()
+        for limit in (math.inf, None, 1e12):
+            reply = client.request("Say", {"text": "a"}, reply="Said", time_limit=limit)
+            self.assertEqual(reply["text"], "a")
+
+    def test_a_send_may_want_a_receipt(self) -> None:
+        echo = Gateway("--echo")
+        self.addCleanup(echo.stop)
+        client = tav_im.Client()
+        self.addCleanup(client.close)
+        echo.connect(client)
+        client.send("Say", {"text": "a"}, receipt=True, time_limit=LIMIT)
+        silent = self.connected()
+        with self.assertRaises(tav_im.Error) as caught:
+            silent.send("Say", {"text": "a"}, receipt=True, time_limit=0.2)
+        self.assertEqual(caught.exception.name, "timed_out")
+
+    def test_an_extra_of_the_application_comes_back(self) -> None:
+        client = tav_im.Client()
+        self.addCleanup(client.close)
+        self.assertEqual(client.ask({"@type": "version", "@extra": [1, "mine"]})["@extra"], [1, "mine"])
+        self.assertNotIn("@extra", client.ask({"@type": "version"}))
 
     def test_errors_name_the_failure_and_the_field(self) -> None:
         client = tav_im.Client()

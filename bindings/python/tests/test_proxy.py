@@ -1,4 +1,3 @@
-import os
 import subprocess
 import tempfile
 import time
@@ -7,17 +6,18 @@ from pathlib import Path
 
 import tav_im
 
-from .rig import LIMIT, TEMPLATE, Gateway
+from .rig import LIMIT, TEMPLATE, Gateway, program_of
 
 
 class ProxyTest(unittest.TestCase):
     """TAV_PROXY in the environment is a proxy's program."""
 
     def setUp(self) -> None:
+        program = program_of("TAV_PROXY")
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
         port_file = Path(folder.name) / "port"
-        proxy = subprocess.Popen([os.environ["TAV_PROXY"], str(port_file)], stdout=subprocess.DEVNULL)
+        proxy = subprocess.Popen([program, str(port_file)], stdout=subprocess.DEVNULL)
         self.addCleanup(proxy.wait)
         self.addCleanup(proxy.kill)
         until = time.monotonic() + LIMIT
@@ -28,7 +28,7 @@ class ProxyTest(unittest.TestCase):
         self.addCleanup(self.gateway.stop)
 
     def connect(self, client: tav_im.Client, kind: str, port: int) -> None:
-        proxy = {"type": kind, "host": "127.0.0.1", "port": self.proxy_port}
+        proxy: tav_im.Proxy = {"type": kind, "host": "127.0.0.1", "port": self.proxy_port}
         client.connect("localhost", port, ca=self.gateway.ca, template=TEMPLATE, time_limit=LIMIT, proxy=proxy)
 
     def test_a_connection_goes_through_a_proxy(self) -> None:
