@@ -3,6 +3,7 @@
 #include "bindings/c/fields.h"
 
 #include <algorithm>
+#include <numeric>
 #include <utility>
 
 namespace tav {
@@ -46,7 +47,10 @@ Outbox::Found Outbox::receive(std::string & out, double seconds) {
         std::chrono::steady_clock::now() +
         std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(wait));
     std::unique_lock<std::mutex> guard(mutex_);
+    ++receivers_;
     came_.wait_until(guard, until, [this] { return !items_.empty() || done_; });
+    --receivers_;
+    received_at_ = std::chrono::steady_clock::now();
     if (items_.empty()) {
         return done_ ? Found::gone : Found::none;
     }
@@ -63,6 +67,18 @@ Outbox::Found Outbox::receive(std::string & out, double seconds) {
 bool Outbox::isDone() const {
     std::lock_guard<std::mutex> const guard(mutex_);
     return done_;
+}
+
+bool Outbox::isReceivedFrom() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    auto const recently = std::chrono::steady_clock::now() - std::chrono::minutes(1);
+    return receivers_ != 0 || received_at_ > recently;
+}
+
+std::size_t Outbox::bytes() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return std::accumulate(items_.begin(), items_.end(), std::size_t(0),
+                           [](std::size_t sum, std::string const & each) { return sum + each.size(); });
 }
 
 bool Outbox::end() noexcept {

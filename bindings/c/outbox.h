@@ -37,6 +37,10 @@ public:
     Found receive(std::string & out, double seconds);
     /// "closed" has been received.
     bool isDone() const;
+    /// Somebody receives, or has in the last minute.
+    bool isReceivedFrom() const;
+    /// The bytes that wait to be received.
+    std::size_t bytes() const;
 
     /// No request begins any more.  False if that was so before.
     bool end() noexcept;
@@ -60,6 +64,8 @@ private:
     bool ended_ = false;
     bool closed_ = false;
     bool done_ = false;
+    unsigned receivers_ = 0;
+    std::chrono::steady_clock::time_point received_at_ = std::chrono::steady_clock::time_point::min();
 };
 
 /// A request that was taken.  It has one answer: the first that it is given, and "cancelled" if it goes

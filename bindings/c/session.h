@@ -29,6 +29,10 @@ public:
     bool end() noexcept;
     /// "closed" has been received.
     bool isDone() const { return outbox_->isDone(); }
+    /// Somebody receives, or has in the last minute.
+    bool isReceivedFrom() const { return outbox_->isReceivedFrom(); }
+    /// The bytes that wait to be received.
+    std::size_t bytes() const { return outbox_->bytes(); }
 
     std::shared_ptr<Template const> messages() const;
     /// As "connected" and "disconnected" have told.

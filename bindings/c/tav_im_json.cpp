@@ -3,7 +3,6 @@
 #include "bindings/c/session.h"
 
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <new>
 
@@ -29,7 +28,7 @@ public:
     tav_json_client * add(SessionPtr session) {
         std::lock_guard<std::mutex> const guard(mutex_);
         last_ += step;
-        sessions_[last_] = std::move(session);
+        sessions_[last_].session = std::move(session);
         return handleOf(last_);
     }
 
@@ -37,32 +36,50 @@ public:
     SessionPtr find(tav_json_client * handle) const {
         std::lock_guard<std::mutex> const guard(mutex_);
         auto const found = sessions_.find(keyOf(handle));
-        return found != sessions_.end() ? found->second : nullptr;
+        return found != sessions_.end() ? found->second.session : nullptr;
     }
 
-    /// The client has been destroyed; what is left of it is kept for a while.
-    void leave(tav_json_client * handle) {
-        SessionPtr dropped;
+    /// The client has been destroyed.  What is left of it stays until it has been received; if nobody
+    /// receives it, until later ones need its room.
+    void leave(tav_json_client * handle) noexcept {
         std::lock_guard<std::mutex> const guard(mutex_);
-        left_.push_back(keyOf(handle));
-        if (left_.size() > most_left) {
-            auto const oldest = sessions_.find(left_.front());
-            if (oldest != sessions_.end()) {
-                dropped = std::move(oldest->second);
-                sessions_.erase(oldest);
+        auto const found = sessions_.find(keyOf(handle));
+        if (found == sessions_.end()) {
+            return;
+        }
+        found->second.left = ++leaves_;
+        found->second.bytes = overhead + found->second.session->bytes();
+        left_bytes_ += found->second.bytes;
+        while (left_bytes_ > most_left_bytes) {
+            auto const oldest = oldestAlone(found);
+            if (oldest == sessions_.end()) {
+                return;
             }
-            left_.pop_front();
+            erase(oldest);
         }
     }
 
     void remove(tav_json_client * handle) {
         std::lock_guard<std::mutex> const guard(mutex_);
-        sessions_.erase(keyOf(handle));
+        auto const found = sessions_.find(keyOf(handle));
+        if (found != sessions_.end()) {
+            erase(found);
+        }
     }
 
 private:
-    static constexpr std::size_t most_left = 16;
+    static constexpr std::size_t most_left_bytes = 16u << 20u;
+    /// What a client that was destroyed takes besides its texts.
+    static constexpr std::size_t overhead = 4096;
     static constexpr std::uintptr_t step = 16;
+
+    struct Entry {
+        SessionPtr session;
+        /// The number of its end; 0 before that.
+        unsigned long long left = 0;
+        std::size_t bytes = 0;
+    };
+    using Entries = std::map<std::uintptr_t, Entry>;
 
     // A handle is never followed, only looked up.
     static std::uintptr_t keyOf(tav_json_client * handle) { return reinterpret_cast<std::uintptr_t>(handle); }
@@ -70,10 +87,29 @@ private:
         return reinterpret_cast<tav_json_client *>(key); // NOLINT(performance-no-int-to-ptr)
     }
 
+    /// The first that was destroyed and from which nobody receives; not `last`.
+    Entries::iterator oldestAlone(Entries::iterator last) noexcept {
+        auto oldest = sessions_.end();
+        for (auto at = sessions_.begin(); at != sessions_.end(); ++at) {
+            bool const earlier =
+                at->second.left != 0 && (oldest == sessions_.end() || at->second.left < oldest->second.left);
+            if (earlier && at != last && !at->second.session->isReceivedFrom()) {
+                oldest = at;
+            }
+        }
+        return oldest;
+    }
+
+    void erase(Entries::iterator at) noexcept {
+        left_bytes_ -= at->second.bytes;
+        sessions_.erase(at);
+    }
+
     mutable std::mutex mutex_;
     std::uintptr_t last_ = 0;
-    std::map<std::uintptr_t, SessionPtr> sessions_;
-    std::deque<std::uintptr_t> left_;
+    Entries sessions_;
+    unsigned long long leaves_ = 0;
+    std::size_t left_bytes_ = 0;
 };
 
 /// The text that a thread was given last.
@@ -165,10 +201,6 @@ char const * tav_json_execute(tav_json_client * client, char const * request) {
 void tav_json_destroy(tav_json_client * client) {
     SessionPtr const session = Registry::instance().find(client);
     if (session && session->end()) {
-        try {
-            Registry::instance().leave(client);
-        } catch (std::bad_alloc const &) {
-            Registry::instance().remove(client);
-        }
+        Registry::instance().leave(client);
     }
 }

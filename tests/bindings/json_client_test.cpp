@@ -550,17 +550,48 @@ TEST(JsonClient, DestroyEndsAConnectUnderWay) {
     EXPECT_EQ(Json::parse(tav_json_receive(ann.client, limit_s))["@type"], "closed");
 }
 
-TEST(JsonClient, WhatIsLeftOfManyIsLetGo) {
+TEST(JsonClient, EachOfManyThatEndTogetherGivesAllItsAnswers) {
     std::vector<tav_json_client *> all;
-    for (int i = 0; i < 18; ++i) {
+    for (int i = 0; i < 40; ++i) {
         all.push_back(tav_json_create("gone"));
         ASSERT_NE(all.back(), nullptr);
+        for (int n = 0; n < 10; ++n) {
+            ASSERT_EQ(tav_json_send(all.back(), R"({"@type":"version","@extra":1})"), 0);
+        }
         tav_json_destroy(all.back());
         tav_json_destroy(all.back());
     }
-    EXPECT_EQ(tav_json_receive(all[0], 5), nullptr);
-    EXPECT_EQ(tav_json_receive(all[1], 5), nullptr);
-    EXPECT_EQ(Json::parse(tav_json_receive(all[17], 5))["@type"], "closed");
+    for (tav_json_client * const each : all) {
+        for (int n = 0; n < 10; ++n) {
+            char const * const text = tav_json_receive(each, limit_s);
+            ASSERT_NE(text, nullptr);
+            EXPECT_EQ(Json::parse(text)["@type"], "version");
+        }
+        char const * const last = tav_json_receive(each, limit_s);
+        ASSERT_NE(last, nullptr);
+        EXPECT_EQ(Json::parse(last)["@type"], "closed");
+        EXPECT_EQ(tav_json_receive(each, limit_s), nullptr);
+    }
+}
+
+TEST(JsonClient, WhatNobodyReceivesOfManyIsBoundByItsSize) {
+    std::string const request = R"({"@type":"version","@extra":")" + std::string(1u << 20u, 'x') + "\"}";
+    std::vector<tav_json_client *> all;
+    for (int i = 0; i < 24; ++i) {
+        all.push_back(tav_json_create("gone"));
+        ASSERT_NE(all.back(), nullptr);
+        ASSERT_EQ(tav_json_send(all.back(), request.c_str()), 0);
+        if (i == 0) {
+            ASSERT_EQ(tav_json_send(all.back(), request.c_str()), 0);
+            ASSERT_NE(tav_json_receive(all.back(), limit_s), nullptr);
+        }
+        tav_json_destroy(all.back());
+    }
+    // From the first one somebody has received a moment ago.
+    EXPECT_NE(tav_json_receive(all[0], limit_s), nullptr);
+    EXPECT_EQ(tav_json_receive(all[1], 0), nullptr);
+    EXPECT_NE(tav_json_receive(all[23], limit_s), nullptr);
+    EXPECT_EQ(Json::parse(tav_json_receive(all[23], limit_s))["@type"], "closed");
 }
 
 TEST(JsonClient, DestroyWakesTheReceiver) {

@@ -58,8 +58,9 @@ TAV_JSON_API char const * tav_json_execute(tav_json_client * client, char const 
 
 /// Ends the client: the connection is closed, requests under way are answered with the error "cancelled", and
 /// the event "closed" comes last.  The handle takes no requests any more; `tav_json_receive` still gives what
-/// is left, "closed" included, and then knows the handle no more.  Who does not want it need not ask: of the
-/// clients that were destroyed, what is left of the last 16 is kept.
+/// is left, "closed" included, and then knows the handle no more.  Who does not want it need not ask: what is
+/// left of clients from which nobody has received for a minute is let go of, the oldest first, once there is
+/// more than 16 MiB of it.
 TAV_JSON_API void tav_json_destroy(tav_json_client * client);
 
 #ifdef __cplusplus
