@@ -35,7 +35,7 @@ public:
     void sent(long long now) noexcept { sent_ms_ = now; }
     /// Something was read.
     void heard(long long now) noexcept;
-    /// Reading goes on after a pause, in which the peer could not be heard.
+    /// Reading pauses, or goes on after a pause, in which the peer could not be heard.
     void resumed(long long now) noexcept { heard_ms_ = now; }
     /// So many bytes have come on the socket by now; none if that can't be told.  What a read has told of
     /// counts from then, so that only bytes without any read since the last call count here.

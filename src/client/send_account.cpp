@@ -1,50 +1,49 @@
 #include "client/send_account.h"
 
-#include "client/failures.h"
-#include "client/process_exit.h"
-#include "foundation/report.h"
-
 namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
-namespace {
-
-/// High and low water.
-constexpr int most_untold = 2;
-
-} // namespace
-
-send_account::send_account(limit_option limits, std::shared_ptr<counters> counted)
+send_account::send_account(limit_option limits, std::shared_ptr<counters> counted,
+                           std::shared_ptr<queue_teller> teller)
     : limits_(std::move(limits)),
       limited_(limits_.queued_frames != 0 || limits_.queued_bytes != 0),
-      counted_(counted ? std::move(counted) : std::make_shared<counters>()) {}
+      counted_(counted ? std::move(counted) : std::make_shared<counters>()),
+      teller_(teller ? std::move(teller) : std::make_shared<queue_teller>()),
+      turns_(teller_->begin(limits_.on_queue)) {}
 
 // Looked at and taken in one step: a send that is refused takes no room from others, and leaves at least one
 // message whose end brings low water.
-send_account::room send_account::enter(unsigned long long bytes) {
+send_account::room send_account::enter(unsigned long long bytes, bool tracked) {
     Guard guard;
     if (limited_) {
-        guard = Guard(mutex_);
-        bool const accepted = fits(frames_ + 1, bytes_ + bytes);
-        if (accepted) {
-            ++frames_;
-            bytes_ += bytes;
-        }
-        if (!accepted || !fits(frames_ + 1, bytes_ + 1)) {
-            turn(true);
-        }
-        if (!accepted) {
-            tell(guard);
-            return room();
-        }
+        guard = teller_->lock();
     }
-    counters::add(counted_->queued_frames);
-    counters::add(counted_->queued_bytes, bytes);
+    bool const accepted = fits(frames_ + 1, bytes_ + bytes);
+    if (accepted && tracked && !track()) {
+        return room(failure::too_many_sends);
+    }
     if (limited_) {
-        tell(guard);
+        frames_ += accepted ? 1 : 0;
+        bytes_ += accepted ? bytes : 0;
+        if (!accepted || !fits(frames_ + 1, bytes_ + 1)) {
+            queue_teller::turn(*turns_, true);
+        }
     }
-    return room(this, bytes);
+    if (accepted) {
+        counters::add(counted_->queued_frames);
+        counters::add(counted_->queued_bytes, bytes);
+    }
+    if (limited_) {
+        teller_->tell(guard, turns_);
+    }
+    return accepted ? room(this, bytes, room::kind::message) : room(failure::queue_full);
+}
+
+send_account::room send_account::enter_receipt() noexcept {
+    ++receipts_;
+    counters::add(counted_->queued_frames);
+    return room(this, 0, room::kind::receipt);
 }
 
 bool send_account::track() noexcept {
@@ -73,59 +72,23 @@ bool send_account::is_low() const noexcept {
            (limits_.queued_bytes == 0 || bytes_ <= limits_.queued_bytes / 2);
 }
 
-void send_account::leave(unsigned long long bytes) noexcept {
+void send_account::leave(room const & left) noexcept {
     counters::sub(counted_->queued_frames);
-    counters::sub(counted_->queued_bytes, bytes);
+    counters::sub(counted_->queued_bytes, left.bytes_);
+    if (left.kind_ == room::kind::receipt) {
+        --receipts_;
+        return;
+    }
     if (!limited_) {
         return;
     }
-    Guard guard(mutex_);
+    Guard guard = teller_->lock();
     --frames_;
-    bytes_ -= bytes;
+    bytes_ -= left.bytes_;
     if (is_low()) {
-        turn(false);
+        queue_teller::turn(*turns_, false);
     }
-    tell(guard);
-}
-
-// Turns that follow each other while the function runs cancel out by pairs, but for the last pair: who was
-// refused hears of low water behind that.
-void send_account::turn(bool full) noexcept {
-    if (full_ != full) {
-        full_ = full;
-        untold_ += untold_ == most_untold ? -1 : 1;
-    }
-}
-
-// One thread tells at a time.  What turns meanwhile, on others or in the function itself, it tells next.
-void send_account::tell(Guard & guard) noexcept {
-    if (telling_) {
-        return;
-    }
-    telling_ = true;
-    while (untold_ > 0) {
-        bool const full = full_ == (untold_ % 2 != 0);
-        --untold_;
-        guard.unlock();
-        call(full);
-        guard.lock();
-    }
-    telling_ = false;
-}
-
-// The send that reached the limit may have been accepted: what the function's own calls failed for is not its
-// failure.
-void send_account::call(bool full) const noexcept {
-    if (!limits_.on_queue) {
-        return;
-    }
-    failure_scope const kept(static_cast<failure>(last_failure().value()));
-    try {
-        limits_.on_queue(full);
-        process_exit::pass();
-    } catch (...) {
-        tav::detail::reportCaught(tav::detail::here("tav::tls::impl::send_account::tell"));
-    }
+    teller_->tell(guard, turns_);
 }
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -2,13 +2,13 @@
 #define TAV_CLIENT_SEND_ACCOUNT_H
 
 #include "client/counters.h"
+#include "client/queue_teller.h"
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_tls_failure.h"
 #include "tav/vinta/vinta_tls_limits.h"
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 namespace tav {
@@ -19,7 +19,9 @@ namespace TAV_IMPL_NAMESPACE {
 /// Thread safety: all operations.  No lock is held while the limits' function runs.
 class send_account {
 public:
-    send_account(limit_option limits, std::shared_ptr<counters> counted);
+    /// `counted` and `teller` are null or the client's own.
+    send_account(limit_option limits, std::shared_ptr<counters> counted,
+                 std::shared_ptr<queue_teller> teller = nullptr);
     send_account(send_account const &) = delete;
     send_account & operator=(send_account const &) = delete;
 
@@ -28,66 +30,79 @@ public:
     public:
         room() = default;
         room(room && other) noexcept
-            : account_(std::exchange(other.account_, nullptr)), bytes_(std::exchange(other.bytes_, 0)) {}
+            : account_(std::exchange(other.account_, nullptr)),
+              bytes_(other.bytes_),
+              kind_(other.kind_),
+              why_(other.why_) {}
         room & operator=(room && other) noexcept {
             std::swap(account_, other.account_);
             std::swap(bytes_, other.bytes_);
+            std::swap(kind_, other.kind_);
+            std::swap(why_, other.why_);
             return *this;
         }
         ~room() {
             if (account_ != nullptr) {
-                account_->leave(bytes_);
+                account_->leave(*this);
             }
         }
         explicit operator bool() const noexcept { return account_ != nullptr; }
+        /// Why there is none.
+        failure refusal() const noexcept { return why_; }
 
     private:
         friend class send_account;
-        room(send_account * account, unsigned long long bytes) noexcept : account_(account), bytes_(bytes) {}
+        enum class kind : unsigned char { message, receipt };
+        explicit room(failure why) noexcept : why_(why) {}
+        room(send_account * account, unsigned long long bytes, kind of) noexcept
+            : account_(account), bytes_(bytes), kind_(of) {}
 
         send_account * account_ = nullptr;
         unsigned long long bytes_ = 0;
+        kind kind_ = kind::message;
+        failure why_ = failure::none;
     };
 
-    /// Room for a message with a body of so many bytes; none over a limit.  What the limits' function throws
-    /// is logged.
-    room enter(unsigned long long bytes);
+    /// Room for a message with a body of so many bytes; none over a limit.  With `tracked` it has a place
+    /// among the tracked sends too, for `untrack`, or neither.  What the limits' function throws is logged.
+    room enter(unsigned long long bytes, bool tracked = false);
+    /// Room for a receipt, which no limit refuses: it counts as a message that is not handled until it has
+    /// gone out.
+    room enter_receipt() noexcept;
     /// Takes a tracked send in; false over the limit.
     bool track() noexcept;
     /// One that was taken in has ended.
     void untrack() noexcept;
 
     counters & counted() const noexcept { return *counted_; }
-    /// Whether so many received messages are to stop the reading, or not to let it go on yet.
+    /// Whether so many received messages, with the receipts that wait, are to stop the reading, or not to let
+    /// it go on yet.
     bool should_pause(unsigned waiting) const noexcept {
-        return limits_.received_waiting != 0 && waiting >= limits_.received_waiting;
+        return limits_.received_waiting != 0 && waiting + receipts_ >= limits_.received_waiting;
     }
-    bool may_resume(unsigned waiting) const noexcept { return waiting <= limits_.received_waiting / 2; }
+    bool may_resume(unsigned waiting) const noexcept { return is_half(waiting + receipts_); }
+    /// Whether it is the messages that do not let it go on, whatever the receipts.
+    bool is_busy(unsigned waiting) const noexcept { return !is_half(waiting); }
 
 private:
-    using Guard = std::unique_lock<std::mutex>;
+    using Guard = queue_teller::Guard;
 
+    bool is_half(unsigned waiting) const noexcept { return waiting <= limits_.received_waiting / 2; }
     bool fits(unsigned long long frames, unsigned long long bytes) const noexcept;
     bool is_low() const noexcept;
-    void leave(unsigned long long bytes) noexcept;
-    void turn(bool full) noexcept;
-    void tell(Guard & guard) noexcept;
-    void call(bool full) const noexcept;
+    void leave(room const & left) noexcept;
 
     limit_option const limits_;
     /// Whether what waits to be sent has a limit; without one only the counters know of it.
     bool const limited_;
     std::shared_ptr<counters> const counted_;
-    /// Guards what follows, up to the flag.
-    std::mutex mutex_;
+    std::shared_ptr<queue_teller> const teller_;
+    std::shared_ptr<queue_teller::connection> const turns_;
+    /// Under the teller's lock.
     unsigned long long frames_ = 0;
     unsigned long long bytes_ = 0;
-    bool full_ = false;
-    /// The turns between high and low water that the limits' function has not been told of.
-    int untold_ = 0;
-    /// A thread is at telling them.
-    bool telling_ = false;
     std::atomic<unsigned long long> tracked_{0};
+    std::atomic<unsigned> receipts_{0};
 };
 
 } // namespace TAV_IMPL_NAMESPACE

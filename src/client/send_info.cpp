@@ -67,14 +67,6 @@ send_info::~send_info() {
     }
 }
 
-bool send_info::admit(std::shared_ptr<send_account> account) noexcept {
-    if (!account->track()) {
-        return false;
-    }
-    account_ = std::move(account);
-    return true;
-}
-
 bool send_info::claim() noexcept {
     if (claimed_.exchange(true)) {
         return false;

@@ -60,8 +60,8 @@ public:
     /// Whether its limit has passed at `now`.
     bool due(long long now) const;
 
-    /// Takes its place among the tracked sends until its end; false if there is none.
-    bool admit(std::shared_ptr<send_account> account) noexcept;
+    /// Has a place among the account's tracked sends, which it gives back at its end.
+    void placed(std::shared_ptr<send_account> account) noexcept { account_ = std::move(account); }
 
     /// True for the one caller who is to end it.
     bool claim() noexcept;

@@ -470,7 +470,7 @@ tavSharedPtr<session> Client::make_session(connect_ptr const & info) {
         });
     tavSharedPtr<session> fresh(new session(
         name_, context_, [self](tavBytes frame) { self->on_recv(std::move(frame)); }, own, clock_, counted_,
-        std::shared_ptr<std::atomic<failure>>(info, &info->cause())));
+        std::shared_ptr<std::atomic<failure>>(info, &info->cause()), teller_));
     *opened = &*fresh;
     try {
         fresh->open();
@@ -519,7 +519,9 @@ void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_
                               unsigned long long sno, unsigned short msgcode, int code, char const * text) {
     log_line(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_error"),
              [&](std::ostream & out) { out << name_ << " connect error <" << code << ">" << text; });
-    count_failure(*info);
+    if (!info->up()) {
+        count_failed(*counted_, *info);
+    }
     failure const cause = info->cause();
     connect_ptr const taken = take_connecting(info);
     std::shared_ptr<tavTaskQueue> queue;
@@ -568,15 +570,6 @@ void Client::tell_error(unsigned era, failure why, connect_option & told, unsign
         asking.reset();
     }
     (asking ? *asking : told).on_error(sno, msgcode, code, std::move(text));
-}
-
-void Client::count_failure(connect_info & info) {
-    counters & c = *counted_;
-    if (!info.up()) {
-        count_failed(c, info);
-    } else if (info.cause() != failure::bad_frame) { // Which is counted where the frame was read.
-        counters::add(info.cause() == failure::closed_by_peer ? c.breaks_by_peer : c.breaks_by_error);
-    }
 }
 
 void Client::on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,

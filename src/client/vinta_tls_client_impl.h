@@ -130,7 +130,6 @@ private:
                           unsigned long long sno, unsigned short msgcode, int code, char const * text);
     void tell_error(unsigned era, failure why, connect_option & told, unsigned long long sno,
                     unsigned short msgcode, int code, std::string text);
-    void count_failure(connect_info & info);
     void on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
                              unsigned short msgcode, bool cancelled);
     /// Whether the connection of this attempt was closed by the application since: nothing is told of it.
@@ -189,6 +188,7 @@ private:
     std::shared_ptr<tavTaskQueue> error_queue_;
     session::clock_function const clock_;
     std::shared_ptr<counters> const counted_ = std::make_shared<counters>();
+    std::shared_ptr<queue_teller> const teller_ = std::make_shared<queue_teller>();
     std::atomic<bool> finished_{false};
     /// Keeps the closes, and the starts with the era that they have, in the order of the queue.
     tavMutex requests_mutex_;

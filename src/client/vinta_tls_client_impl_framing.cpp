@@ -102,7 +102,7 @@ void session::on_read_header_end(frame_reader::part part) {
     on_received(frame_reader::head_size);
     if (part == frame_reader::part::refused) {
         if (sends_.set_cause(failure::bad_frame)) {
-            counters::add(account_->counted().breaks_by_error);
+            count_end(account_->counted().breaks_by_error);
         }
         tav::detail::raiseAssertion(here("tav::tls::impl::session::on_read_header_end"),
                                     "length <= 0xffffff");
@@ -200,6 +200,7 @@ void session::on_write_end(self_ptr self, std::error_code ec, std::size_t length
     if (more && state_.now() == session_state::connected) {
         do_write(std::move(self));
     }
+    end_pause();
 }
 
 // Nothing of a connection that has ended goes out, so that nothing of it waits any more.  A piece that is
@@ -221,17 +222,17 @@ void session::on_sent(std::size_t length, std::size_t remaining) {
 std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_option const & option) {
     tav::detail::Site const site = here("tav::tls::impl::session::send_pkt");
     if (connected()) {
-        send_account::room room = account_->enter(pkt->body().size());
-        if (!room) {
-            return refuse(failure::queue_full, site);
-        }
         info_ptr info;
         if (!option.empty()) {
             info = std::make_shared<send_info>(name_, self_ptr(this), pkt->sequence(), pkt->code(), option,
                                                clock_());
-            if (!info->admit(account_)) {
-                return refuse(failure::too_many_sends, site);
-            }
+        }
+        send_account::room room = account_->enter(pkt->body().size(), info != nullptr);
+        if (!room) {
+            return refuse(room.refusal(), site);
+        }
+        if (info) {
+            info->placed(account_);
         }
         send_queue::list one;
         one.push_back(send_queue::entry{std::move(pkt), info, std::move(room)});
@@ -247,7 +248,7 @@ std::shared_ptr<send_info> session::send_pkt(tavSharedPtr<im::Packet> pkt, send_
 
 bool session::send_receipt(tavSharedPtr<im::Packet> pkt) {
     send_queue::list one;
-    one.push_back(send_queue::entry{std::move(pkt), info_ptr(), send_account::room()});
+    one.push_back(send_queue::entry{std::move(pkt), info_ptr(), account_->enter_receipt()});
     if (connected() && outgoing_.put(one)) {
         return true;
     }

@@ -46,13 +46,13 @@ long long session::steady_ms() {
 
 session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
                  connect_option const & option, clock_function clock, std::shared_ptr<counters> counted,
-                 std::shared_ptr<std::atomic<failure>> cause)
+                 std::shared_ptr<std::atomic<failure>> cause, std::shared_ptr<queue_teller> teller)
     : name_(name),
       clock_(clock ? std::move(clock) : clock_function(&steady_ms)),
       context_(std::move(owner)),
       socket_(context_, name, setup_of(name, option)),
       option_(option),
-      account_(std::make_shared<send_account>(option.limits, std::move(counted))),
+      account_(std::make_shared<send_account>(option.limits, std::move(counted), std::move(teller))),
       sends_(name_, std::move(cause)),
       outgoing_([this] {
           return [self = self_ptr(this)] {
@@ -121,8 +121,8 @@ void session::active_close() {
     if (left == session_state::created) {
         return;
     }
-    if (left == session_state::connected && !is_misread()) {
-        counters::add(account_->counted().closes);
+    if (left == session_state::connected) {
+        count_end(account_->counted().closes);
     }
     state_.closing_actively(true);
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::active_close"), name_, " active closing...");
@@ -133,12 +133,31 @@ bool session::passive_close() {
     state_.stop_sends();
     log_parts(tavLogger::VERBOSE, here("tav::tls::impl::session::passive_close"), name_,
               " try passive close");
-    if (state_.begin_closing() == session_state::created) {
+    session_state::step const left = state_.begin_closing();
+    if (left == session_state::created) {
         return false;
+    }
+    if (left == session_state::connected) {
+        count_end(breaks_by_cause());
     }
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::passive_close"), name_, " passive closing...");
     close_socket();
     return true;
+}
+
+void session::count_end(counters::number & by) noexcept {
+    if (!end_counted_.exchange(true)) {
+        counters::add(by);
+    }
+}
+
+counters::number & session::breaks_by_cause() const noexcept {
+    counters & counted = account_->counted();
+    switch (cause()) {
+    case failure::closed_by_peer: return counted.breaks_by_peer;
+    case failure::peer_silent: return counted.breaks_by_silence;
+    default: return counted.breaks_by_error;
+    }
 }
 
 long long session::resolving_ms() const {
@@ -174,7 +193,9 @@ bool session::on_timer(bool stopping) {
             heartbeat_.sent(now);
         }
         heartbeat_.listened(socket_.bytes_received(), now);
-        if (!received_.paused() && heartbeat_.missed(now)) {
+        if (received_.paused() && received_.busy()) {
+            heartbeat_.resumed(now);
+        } else if (heartbeat_.missed(now)) {
             on_heartbeat_timedout();
         }
     }
@@ -311,9 +332,6 @@ void session::on_heartbeat_timedout() {
               " on heartbeat timedout");
     sends_.set_cause(failure::peer_silent);
     if (passive_close()) {
-        if (!is_misread()) {
-            counters::add(account_->counted().breaks_by_silence);
-        }
         failure_scope const why(failure::peer_silent);
         option_.on_heartbeat_timedout();
     }

@@ -58,12 +58,13 @@ public:
     static constexpr unsigned max_body_size = frame_reader::max_body_size;
 
     /// `on_recv` is given each frame's body, on the thread "receiver"; `option` is copied.  `clock` replaces
-    /// `steady_ms`; `counted` and `cause` are null or the client's own.  Throws tls_policy_error if the
-    /// option's policy can't be kept.
+    /// `steady_ms`; `counted`, `cause` and `teller` are null or the client's own.  Throws tls_policy_error if
+    /// the option's policy can't be kept.
     session(tav_istr name, std::shared_ptr<context> owner, recv_function on_recv,
             connect_option const & option, clock_function clock = clock_function(),
             std::shared_ptr<counters> counted = nullptr,
-            std::shared_ptr<std::atomic<failure>> cause = nullptr);
+            std::shared_ptr<std::atomic<failure>> cause = nullptr,
+            std::shared_ptr<queue_teller> teller = nullptr);
     /// Closes the socket and cancels all that is left.
     ~session() override;
     session(session const &) = delete;
@@ -143,8 +144,9 @@ private:
     void on_broken(std::error_code ec);
     void end_broken(bool in_time);
     bool input_left() const { return reading_ || received_.any_left(); }
-    /// Whether it got what is no frame: it counts as broken since then.
-    bool is_misread() const noexcept { return cause() == failure::bad_frame; }
+    /// Counts the end of a connection that was up, once.
+    void count_end(counters::number & by) noexcept;
+    counters::number & breaks_by_cause() const noexcept;
 
     // Closing.
     void close_socket();
@@ -212,6 +214,7 @@ private:
 
     connect_attempt attempt_;
     heartbeat heartbeat_;
+    std::atomic<bool> end_counted_{false};
     std::atomic<unsigned long long> session_id_;
 };
 

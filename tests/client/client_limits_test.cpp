@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <thread>
@@ -132,6 +133,42 @@ TEST(ClientLimits, ReceiptGoesOutOverTheQueue) {
     Pkt const receipt = rig.receive();
     EXPECT_EQ(receipt.affirm & 0xf0, 0x30);
     EXPECT_EQ(receipt.sno, 77u);
+}
+
+TEST(ClientLimits, GatewayThatTakesNoReceiptsIsReadUpToTheLimit) {
+    constexpr unsigned limit = 16;
+    constexpr unsigned total = 5000;
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.limits.received_waiting = limit;
+    rig.connect(option);
+    // More than sockets hold, so that all behind it waits until the peer reads.
+    Ask long_one(1);
+    long_one.text = tavString(std::string(15000000, 'x'));
+    rig.client.send_msg(long_one, tls::send_option());
+    ASSERT_FALSE(tls::last_failure());
+    std::string pushes;
+    for (unsigned i = 0; i < total; ++i) {
+        Pkt push = mobile(0x2345, i);
+        push.affirm = 0x20;
+        pushes += push.framed();
+    }
+    ASSERT_TRUE(rig.server->sendInRecords(pushes, 4096));
+    unsigned long long most = 0;
+    EXPECT_TRUE(eventually([&] {
+        most = std::max(most, rig.client.statistics().queued_frames);
+        return rig.client.statistics().queued_frames == 1 + limit;
+    })) << most;
+    EXPECT_EQ(rig.client.statistics().messages_received, limit);
+    EXPECT_EQ(rig.receive().code, 0x1234);
+    for (unsigned i = 0; i < total; ++i) {
+        Pkt const receipt = rig.receive();
+        ASSERT_EQ(receipt.affirm & 0xf0, 0x30);
+        ASSERT_EQ(receipt.sno, i);
+        ASSERT_LE(rig.client.statistics().queued_frames, limit);
+    }
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().queued_frames == 0; }));
+    EXPECT_TRUE(eventually([&] { return rig.client.statistics().receipts_sent == total; }));
 }
 
 TEST(ClientLimits, BytesThatWaitAreBoundedToo) {

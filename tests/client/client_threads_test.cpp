@@ -86,6 +86,35 @@ TEST_F(ClientThreads, OnOpenRunsOnTheIoThread) {
     expectNote("open on <n>io.context");
 }
 
+TEST_F(ClientThreads, HighWaterIsToldWhereTheSendIsMadeAndLowWaterOnTheIoThread) {
+    tls::connect_option option = rig.option();
+    option.limits.queued_frames = 1;
+    option.limits.on_queue = [&](bool full) { note(full ? "high water" : "low water"); };
+    called = true; // Without further calls.
+    rig.connect(option);
+    rig.client.send_msg(Ask(1), tls::send_option());
+    EXPECT_TRUE(has("high water on " + threadName())) << seen();
+    EXPECT_TRUE(eventually([&] { return has("low water on <n>io.context"); })) << seen();
+}
+
+TEST_F(ClientThreads, LowWaterOfAConnectionThatIsClosedIsToldOnAThreadOfTheClient) {
+    tls::connect_option option = rig.option();
+    option.limits.queued_frames = 2;
+    option.limits.on_queue = [&](bool full) { note(full ? "high water" : "low water"); };
+    called = true;
+    rig.connect(option);
+    Ask more_than_sockets_hold(1);
+    more_than_sockets_hold.text = tavString(std::string(15000000, 'x'));
+    rig.client.send_msg(more_than_sockets_hold, tls::send_option());
+    rig.client.send_msg(Ask(2), tls::send_option());
+    ASSERT_TRUE(has("high water on " + threadName())) << seen();
+    rig.client.close();
+    EXPECT_TRUE(eventually([&] {
+        return has("low water on <n>io.context") || has("low water on <n>session.0") ||
+               has("low water on <n>session.0.sender.0");
+    })) << seen();
+}
+
 TEST_F(ClientThreads, TheProxyCallbackRunsOnTheIoThreadAndMayBlockOnItsSocket) {
     tls::connect_option option = rig.option();
     option.proxy_host = "127.0.0.1";

@@ -8,12 +8,14 @@
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 using tav::tls::limit_option;
 using tav::tls::impl::counters;
+using tav::tls::impl::queue_teller;
 using tav::tls::impl::send_account;
 
 namespace {
@@ -123,6 +125,96 @@ TEST(SendAccount, TrackedSendOverTheLimitIsRefused) {
     told.account->untrack();
     EXPECT_TRUE(told.account->track());
     EXPECT_EQ(told.counted->copy().tracked_sends, 1u);
+}
+
+TEST(SendAccount, TrackedSendWithoutAPlaceTakesNoRoomAndTellsNothing) {
+    limit_option limits = frames(1);
+    limits.tracked_sends = 1;
+    Told told(limits);
+    told.account->enter(1, true);
+    ASSERT_EQ(told.tellings, (std::vector<int>{1, 0})) << "the first has gone out, and waits for its reply";
+    auto const second = told.account->enter(1, true);
+    EXPECT_FALSE(second);
+    EXPECT_EQ(second.refusal(), tav::tls::failure::too_many_sends);
+    EXPECT_EQ(told.tellings.size(), 2u);
+    EXPECT_TRUE(told.account->enter(1)) << "others have room";
+    told.account->untrack();
+    auto const third = told.account->enter(1, true);
+    EXPECT_TRUE(third);
+    auto const fourth = told.account->enter(1, true);
+    EXPECT_EQ(fourth.refusal(), tav::tls::failure::queue_full);
+    told.account->untrack();
+    EXPECT_TRUE(told.account->track()) << "who has no room keeps no place either";
+}
+
+TEST(SendAccount, ReceiptIsNeverRefusedAndStandsForAMessageThatIsNotHandled) {
+    limit_option limits = frames(1);
+    limits.received_waiting = 4;
+    Told told(limits);
+    auto const full = told.account->enter(1);
+    std::vector<send_account::room> receipts;
+    for (int i = 0; i < 3; ++i) {
+        receipts.push_back(told.account->enter_receipt());
+        EXPECT_TRUE(receipts.back());
+    }
+    EXPECT_EQ(told.tellings, (std::vector<int>{1}));
+    EXPECT_EQ(told.counted->copy().queued_frames, 4u);
+    EXPECT_FALSE(told.account->should_pause(0));
+    EXPECT_TRUE(told.account->should_pause(1));
+    EXPECT_FALSE(told.account->may_resume(0));
+    EXPECT_FALSE(told.account->is_busy(2));
+    EXPECT_TRUE(told.account->is_busy(3));
+    receipts.pop_back();
+    EXPECT_TRUE(told.account->may_resume(0));
+    receipts.clear();
+    EXPECT_EQ(told.counted->copy().queued_frames, 1u);
+}
+
+TEST(SendAccount, ConnectionThatIsReplacedTellsLowWaterAheadOfTheNext) {
+    auto const teller = std::make_shared<queue_teller>();
+    std::vector<std::string> tellings;
+    auto const limitsOf = [&tellings](std::string name) {
+        limit_option limits = frames(1);
+        limits.on_queue = [&tellings, name](bool full) {
+            tellings.push_back(name + (full ? " full" : " low"));
+        };
+        return limits;
+    };
+    send_account first(limitsOf("first"), nullptr, teller);
+    auto waits = first.enter(1);
+    send_account second(limitsOf("second"), nullptr, teller);
+    auto const next = second.enter(1);
+    EXPECT_EQ(tellings, (std::vector<std::string>{"first full", "first low", "second full"}));
+    waits = send_account::room();
+    EXPECT_EQ(tellings.size(), 3u) << "what goes of the first changes nothing";
+}
+
+TEST(SendAccount, FunctionsOfTwoConnectionsNeverRunAtOnce) {
+    tav_test::Gate gate;
+    auto const teller = std::make_shared<queue_teller>();
+    std::atomic<bool> inside{false};
+    std::atomic<bool> alone{true};
+    std::vector<std::string> tellings;
+    limit_option limits = frames(1);
+    limits.on_queue = [&](bool full) {
+        alone = !inside.exchange(true) && alone;
+        if (tellings.empty()) {
+            gate.pass();
+        }
+        tellings.push_back(full ? "full" : "low");
+        inside = false;
+    };
+    send_account first(limits, nullptr, teller);
+    send_account::room of_first;
+    std::thread sender([&] { of_first = first.enter(1); });
+    EXPECT_TRUE(gate.waitArrived());
+    send_account second(limits, nullptr, teller);
+    auto const of_second = second.enter(1);
+    EXPECT_TRUE(of_second) << "a function that runs holds nobody back";
+    gate.open();
+    sender.join();
+    EXPECT_TRUE(alone);
+    EXPECT_EQ(tellings, (std::vector<std::string>{"full", "low", "full"}));
 }
 
 TEST(SendAccount, ThreadsNeverHoldMoreThanTheLimit) {

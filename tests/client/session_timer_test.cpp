@@ -484,3 +484,33 @@ TEST(SessionTimerHeartbeat, FloodOfASlowCallbackMissesNone) {
     EXPECT_EQ(rig.counted->copy().breaks_by_silence, 0u);
     EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
 }
+
+// Bytes that the peer does not take keep the receipts back, which keep the reading back: that is no pause of
+// the supervision.
+TEST(SessionTimerHeartbeat, PeerThatTakesNoReceiptsIsSilent) {
+    constexpr unsigned limit = 2;
+    TlsPeer peer;
+    std::unique_ptr<TlsConnection> server;
+    SessionRig rig("<a>");
+    rig.freeze();
+    SessionRig::session_ptr s;
+    rig.on_body = [&s](std::string const &) { s->send_receipt(tav::im::Packet::create(true, 4)); };
+    tav::tls::connect_option option = rig.option(peer);
+    option.limits.received_waiting = limit;
+    s = rig.connect(peer, server, option);
+    s->check_heartbeat(true);
+    std::string const more_than_sockets_hold(15000000, 'x');
+    ASSERT_TRUE(s->send_raw(reinterpret_cast<unsigned char const *>(more_than_sockets_hold.data()),
+                            static_cast<unsigned>(more_than_sockets_hold.size())));
+    for (int i = 0; i < 10; ++i) {
+        ASSERT_TRUE(server->send(frame("body")));
+    }
+    ASSERT_TRUE(eventually([&] { return rig.counted->copy().queued_frames == limit; }));
+    EXPECT_EQ(rig.bodies.count(), limit);
+    rig.advance(session::HEARTBEAT_INTERVAL_MS * session::HEARTBEAT_MISSES - 1);
+    ASSERT_TRUE(eventually([&] { return rig.counted->copy().heartbeats_sent == 1; }));
+    EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
+    rig.advance(2);
+    EXPECT_TRUE(eventually([&] { return rig.events.count("heartbeat timedout") == 1; }));
+    EXPECT_EQ(rig.counted->copy().breaks_by_silence, 1u);
+}

@@ -14,8 +14,8 @@ namespace tls {
 ///
 /// A send over a limit is refused at once: the call gives null, `last_failure()` tells `queue_full` or
 /// `too_many_sends`, and nothing was sent.  What was accepted is never dropped for a limit.
-/// Receipts and heartbeats have no limit and count for none.
-/// Thread safety: none; a connection uses a copy of its own.
+/// Heartbeats have no limit.  A receipt is never refused: it counts as a message that is not handled, until
+/// it has been written. Thread safety: none; a connection uses a copy of its own.
 struct limit_option {
     /// Default: 0, no limit.  Messages: the most that wait to be written to the socket.
     unsigned queued_frames = 0;
@@ -25,17 +25,22 @@ struct limit_option {
     /// Default: 0, no limit.  Sends: the most that wait for their end.
     unsigned tracked_sends = 0;
     /// Default: 0, no limit.  Messages: the most that have arrived and are not handled, the one whose
-    /// callback runs among them.  At the limit the connection stops reading, so that the gateway is held
-    /// back, until half of them are handled.  The supervision of the heartbeat rests meanwhile: the gateway's
-    /// are not missed, the client's own go out.
+    /// callback runs and those whose receipts were not written yet among them.  At the limit the connection
+    /// stops reading, so that the gateway is held back, until half of them are handled.  The supervision of
+    /// the heartbeat rests while callbacks are what it waits for: the gateway's are not missed, the client's
+    /// own go out.  A gateway that takes no receipts counts as silent.
     unsigned received_waiting = 0;
 
     /// Default: none.  Told of high and low water: true when a limit on what waits to be sent is reached,
-    /// false when half of it or less waits.  The two take turns, and the function never runs twice at a time.
+    /// false when half of it or less waits.  Over all connections of a client the two take turns, and the
+    /// function never runs twice at a time; of a connection that is replaced low water is told ahead of what
+    /// the next one's turns are.
     /// High water is told on the thread whose send reached it, low water on `<n>io.context`, which writes, or
-    /// on the thread that drops a message instead: `sender.0`, or `<n>session.0` as a connection ends.  What
-    /// turns while the function runs is told next, on the thread where it does.  May send and close; must not
-    /// wait for a result.  `last_failure()` is behind it what it was ahead of it.
+    /// on the thread that drops a message instead: `sender.0`, and as a connection ends `<n>io.context`,
+    /// `<n>session.0` or the thread that ends the client.  What turns while the function runs is told next,
+    /// on the thread where it does, which is held for so long.  May send and close; must not wait for a
+    /// result, nor for the other telling, which comes behind this one: hold a sender back behind its call.
+    /// `last_failure()` is behind it what it was ahead of it.
     std::function<void(bool full)> on_queue;
 };
 

@@ -1,0 +1,108 @@
+#include "client/vinta_tls_client_impl_session.h"
+
+#include "support/log_capture.h"
+#include "support/session_rig.h"
+
+#include <gtest/gtest.h>
+
+#include <asio/error.hpp>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+
+// Ends of one connection that meet: whichever comes first counts, and nothing else does.
+
+using namespace tav_test;
+
+namespace {
+
+class SessionEnds : public ::testing::Test {
+protected:
+    void connect() { session = rig.connect(peer, server); }
+    /// Has `f` called once, at the first line that holds `part`.
+    void at(std::string part, std::function<void()> f) {
+        log.at(std::move(part), [this, f = std::move(f)] {
+            if (!met.exchange(true)) {
+                f();
+            }
+        });
+    }
+    std::string counts() const {
+        tav::tls::statistics const all = rig.counted->copy();
+        return std::to_string(all.closes) + " closes, " + std::to_string(all.breaks_by_peer) + " by peer, " +
+               std::to_string(all.breaks_by_error) + " by error, " + std::to_string(all.breaks_by_silence) +
+               " by silence";
+    }
+
+    LogCapture log;
+    std::atomic<bool> met{false};
+    TlsPeer peer;
+    SessionRig rig;
+    std::unique_ptr<TlsConnection> server;
+    SessionRig::session_ptr session;
+};
+
+constexpr long long silence_ms = impl::session::HEARTBEAT_INTERVAL_MS * (impl::session::HEARTBEAT_MISSES + 1);
+std::string const not_a_frame("\xff\xff\xff\xff", 4);
+
+} // namespace
+
+TEST_F(SessionEnds, HandshakeThatEndsBesideACloseIsClosed) {
+    session = rig.start(rig.option(peer));
+    server = peer.accept();
+    at(" try active close", [this] {
+        server->handshake();
+        eventually([this] { return session->state() == impl::session_state::connected; });
+    });
+    session->close();
+    EXPECT_TRUE(met);
+    EXPECT_EQ(counts(), "1 closes, 0 by peer, 0 by error, 0 by silence");
+}
+
+TEST_F(SessionEnds, BadFrameBesideACloseIsClosed) {
+    connect();
+    at(" received 4 bytes", [this] { session->active_close(); });
+    server->send(not_a_frame);
+    ASSERT_TRUE(log.waitFor("length <= 0xffffff"));
+    EXPECT_EQ(counts(), "1 closes, 0 by peer, 0 by error, 0 by silence");
+}
+
+TEST_F(SessionEnds, CloseBehindABadFrameIsABreak) {
+    connect();
+    server->send(not_a_frame);
+    ASSERT_TRUE(log.waitFor("length <= 0xffffff"));
+    session->close();
+    EXPECT_EQ(counts(), "0 closes, 0 by peer, 1 by error, 0 by silence");
+}
+
+TEST_F(SessionEnds, BadFrameBesideSilenceIsSilence) {
+    connect();
+    rig.freeze();
+    session->check_heartbeat(true);
+    at(" received 4 bytes", [this] {
+        rig.advance(silence_ms);
+        log.waitFor(" on heartbeat timedout");
+        eventually([this] { return session->state() == impl::session_state::closed; });
+    });
+    server->send(not_a_frame);
+    ASSERT_TRUE(log.waitFor("length <= 0xffffff"));
+    EXPECT_EQ(session->cause(), tav::tls::failure::peer_silent);
+    EXPECT_EQ(counts(), "0 closes, 0 by peer, 0 by error, 1 by silence");
+}
+
+TEST_F(SessionEnds, BreakThatOvertakesSilenceHasItsCause) {
+    connect();
+    rig.freeze();
+    session->check_heartbeat(true);
+    at(" try passive close",
+       [this] { rig.onIoThread([this] { session->fail(asio::error::connection_reset); }); });
+    rig.advance(silence_ms);
+    ASSERT_TRUE(rig.events.wait(2)) << "it has opened, and broken";
+    EXPECT_EQ(rig.events.all().back(), "error Connection reset by peer");
+    EXPECT_EQ(session->cause(), tav::tls::failure::peer_silent);
+    session->close();
+    EXPECT_EQ(counts(), "0 closes, 0 by peer, 0 by error, 1 by silence");
+}
