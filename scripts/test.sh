@@ -14,6 +14,18 @@ jobs=$(($(nproc) + 2))
 export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
 
+# Ends with what failed: its output, and its names in the last lines, which are what is kept of a long run.
+tell_failures() {
+    if [ -f "$1/LastTestsFailed.log" ]; then
+        awk 'FNR == NR { sub(/^[0-9]+:/, ""); failed[$0]; next }
+             /^[0-9]+\/[0-9]+ Testing: / { name = $0; sub(/^[^:]*: /, "", name); shown = name in failed }
+             shown' "$1/LastTestsFailed.log" "$1/LastTest.log"
+        echo "== failed: $preset"
+        sed 's/^[0-9]*:/    /' "$1/LastTestsFailed.log"
+    fi
+    exit 1
+}
+
 for preset in "${presets[@]}"; do
     echo "== $preset"
     run=()
@@ -23,5 +35,7 @@ for preset in "${presets[@]}"; do
     fi
     cmake --preset "$preset" >/dev/null
     cmake --build --preset "$preset"
-    "${run[@]}" ctest --preset "$preset" -j "$jobs" --progress
+    logs=build/$preset/Testing/Temporary
+    rm -f "$logs/LastTestsFailed.log"
+    "${run[@]}" ctest --preset "$preset" -j "$jobs" --progress || tell_failures "$logs"
 done
