@@ -3,6 +3,7 @@
 #include "support/client_rig.h"
 #include "support/heap_meter.h"
 #include "support/joining_thread.h"
+#include "support/log_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -83,45 +84,83 @@ TEST(LimitsMemory, GatewayThatStopsReadingCostsAtMostTheLimitAndLosesNothing) {
     EXPECT_EQ(rig.client.statistics().sends_refused, refused);
 }
 
-// What waits is the limit's, the message in hand among it.  Beside it stands the half that a body leaves
-// behind as it grows; the little is what a connection, a packet and their log lines take.
-TEST(LimitsMemory, FloodOfASlowCallbackCostsAtMostTheLimitAndOneFrame) {
-    constexpr unsigned limit = 8;
-    constexpr unsigned total = 60;
-    constexpr long long little = 100000;
-    std::string const body = bodyOf(1, 1u << 20);
-    std::string const flood = mobile(0x2345, 1, body).framed();
-    auto const each = static_cast<long long>(flood.size());
-    Gate gate;
-    ClientRig rig;
-    std::atomic<unsigned> handled{0};
-    rig.client.on_nbr_msg(
-        0x2345, [&](unsigned long long, unsigned short, unsigned char const *, unsigned size, tavMsgExt) {
-            if (handled == 0) {
-                gate.pass();
-            }
-            handled += size == body.size() ? 1u : 0u;
-        });
-    tls::connect_option option = rig.option();
-    option.limits.received_waiting = limit;
-    rig.connect(option);
-    HeapMeter const meter;
-    std::atomic<unsigned> sent{0};
-    JoiningThread gateway([&] {
-        while (sent < total && rig.server->sendInRecords(flood, 16384)) {
-            ++sent;
+namespace {
+
+/// Floods a client whose first callback is held, and looks at what its heap takes: while the callback is held
+/// no more than the limit, and never more than that, a frame, and `beside`.
+class Flood {
+public:
+    static constexpr unsigned limit = 8;
+    static constexpr unsigned total = 60;
+    /// What a connection, a packet and their log lines take.
+    static constexpr long long little = 100000;
+
+    long long each() const { return static_cast<long long>(bytes_.size()); }
+    /// To be called by the callback.
+    void handle(bool whole) {
+        if (handled_ == 0) {
+            gate_.pass();
         }
-    });
-    ASSERT_TRUE(gate.waitArrived());
-    ASSERT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == limit - 1; }));
-    EXPECT_LE(meter.kept(), limit * each + little) << "nothing is read beyond the limit";
-    EXPECT_LT(sent, total) << "the gateway is held back";
-    gate.open();
-    ASSERT_TRUE(eventually([&] { return handled == total; }));
-    gateway.join();
-    EXPECT_EQ(sent, total);
-    EXPECT_LE(meter.peak(), (limit + 1) * each + little);
-    EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == 0; }));
-    EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting_bytes == 0; }));
-    EXPECT_TRUE(eventually([&] { return meter.kept() < each; }));
+        handled_ += whole ? 1u : 0u;
+    }
+    std::size_t bodySize() const { return body_.size(); }
+
+    void run(long long beside) {
+        tls::connect_option option = rig.option();
+        option.limits.received_waiting = limit;
+        rig.connect(option);
+        HeapMeter const meter;
+        std::atomic<unsigned> sent{0};
+        JoiningThread gateway([&] {
+            while (sent < total && rig.server->sendInRecords(bytes_, 16384)) {
+                ++sent;
+            }
+        });
+        ASSERT_TRUE(gate_.waitArrived());
+        ASSERT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == limit - 1; }));
+        EXPECT_LE(meter.kept(), limit * each() + beside + little) << "nothing is read beyond the limit";
+        EXPECT_LT(sent, total) << "the gateway is held back";
+        gate_.open();
+        ASSERT_TRUE(eventually([&] { return handled_ == total; }));
+        gateway.join();
+        EXPECT_EQ(sent, total);
+        EXPECT_LE(meter.peak(), (limit + 1) * each() + beside + little);
+        EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == 0; }));
+        EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting_bytes == 0; }));
+        EXPECT_TRUE(eventually([&] { return meter.kept() < each(); }));
+    }
+
+    ClientRig rig;
+
+private:
+    std::string const body_ = bodyOf(1, 1u << 20);
+    std::string const bytes_ = mobile(0x2345, 1, body_).framed();
+    Gate gate_;
+    std::atomic<unsigned> handled_{0};
+};
+
+} // namespace
+
+// What waits is the limit's, the message in hand among it.  Beside it stands the half that a body leaves
+// behind as it grows, and no copy of a body that is parsed.
+TEST(LimitsMemory, FloodOfASlowCallbackCostsAtMostTheLimitAndOneFrame) {
+    Flood flood;
+    flood.rig.client.on_nbr_msg(0x2345,
+                                [&](unsigned long long, unsigned short, unsigned char const *, unsigned size,
+                                    tavMsgExt) { flood.handle(size == flood.bodySize()); });
+    flood.run(0);
+}
+
+// The object that is made of the message in hand is the application's, and stands beside it.  So would the
+// line that shows it in the log, which has several times its size.
+TEST(LimitsMemory, FloodOfASlowCallbackForObjectsCostsTheObjectBesides) {
+    LogCapture const quiet("clear(WARN)");
+    Flood flood;
+    flood.rig.client.register_message(0x2345, &Msg<0x2345>::create);
+    tls::obj_function const handle = [&](unsigned long long, tavMessage const & msg) {
+        auto const * const got = dynamic_cast<Msg<0x2345> const *>(&msg);
+        flood.handle(got != nullptr && got->text.size() == 1u << 20);
+    };
+    flood.rig.client.on_msg(0x2345, handle);
+    flood.run(flood.each());
 }
