@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <limits>
 #include <sstream>
-#include <thread>
 #include <utility>
 
 namespace tav {
@@ -186,16 +185,11 @@ kit::login_function loginOf(std::shared_ptr<LoginWish const> const & wish, Login
     };
 }
 
-void letGo(std::shared_ptr<Kept> & kept) noexcept {
-    if (!kept) {
-        return;
+void letGo(LastOwner<Kept> & kept, LastOwner<Kept>::Clock::time_point until) noexcept {
+    if (kept) {
+        kept.share()->keeper.stop();
+        kept.end(until);
     }
-    kept->keeper.stop();
-    // Whoever is about to send by it is not held up, and gone in a moment.
-    while (kept.use_count() > 1) {
-        std::this_thread::sleep_for(milliseconds(1));
-    }
-    kept.reset();
 }
 
 Failure keeperFailure(std::error_code why, bool left) {

@@ -2,6 +2,7 @@
 #define TAV_BINDINGS_C_KEEPING_H
 
 #include "bindings/c/fields.h"
+#include "bindings/c/last_owner.h"
 #include "bindings/c/message.h"
 
 #include "tav/kit/keeper.h"
@@ -60,8 +61,8 @@ struct Kept {
     kit::keeper keeper;
 };
 
-/// Stops it, and ends it here and nowhere else.
-void letGo(std::shared_ptr<Kept> & kept) noexcept;
+/// Stops it, and ends it, as LastOwner::end has it.
+void letGo(LastOwner<Kept> & kept, LastOwner<Kept>::Clock::time_point until) noexcept;
 
 /// The failure of a keeper, or of what was sent by it.  `left`: the application has ended it.
 Failure keeperFailure(std::error_code why, bool left);

@@ -14,7 +14,8 @@ void Session::keep(std::shared_ptr<tls::client> const & client, ConnectWish cons
     kit::keeper_option how = wish.keeper->option;
     how.connect_limit = std::chrono::milliseconds(limit_ms);
     how.heartbeat = wish.heartbeat;
-    how.on_state = [weak, era](kit::keeper_status const & status) {
+    // The keeper's work holds the client too, however late its thread comes to an end.
+    how.on_state = [weak, era, client](kit::keeper_status const & status) {
         if (auto const self = weak.lock()) {
             self->onKept(era, status);
         }
@@ -37,19 +38,32 @@ void Session::keep(std::shared_ptr<tls::client> const & client, ConnectWish cons
             self->onOpen(era, heartbeat);
         }
     });
-    auto made = std::make_shared<Kept>(client, option, how, left);
+    LastOwner<Kept> made(std::make_unique<Kept>(client, option, how, left));
     std::lock_guard<std::mutex> const guard(mutex_);
     keeping_ = true;
     kept_ = std::move(made);
     // Nobody sends by it before that.
-    kept_->keeper.start();
+    kept_.share()->keeper.start();
 }
 
 void Session::onKept(Era era, kit::keeper_status const & status) {
-    std::lock_guard<std::mutex> const guard(mutex_);
-    if (era != era_) {
-        return;
+    LastOwner<Line> line;
+    {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        if (era != era_) {
+            return;
+        }
+        if (status.state != kit::keeper_state::up) {
+            line = std::move(line_);
+        }
+        tellKeptInLock(status);
     }
+    // The next connection waits for who is about to send by this one, which would be ahead of its login.
+    constexpr std::chrono::milliseconds patience(500);
+    line.end(LastOwner<Line>::Clock::now() + patience);
+}
+
+void Session::tellKeptInLock(kit::keeper_status const & status) {
     bool const ended = status.state == kit::keeper_state::stopped;
     keeping_ = !ended;
     if (up_ && status.state != kit::keeper_state::up) {
@@ -69,12 +83,12 @@ void Session::onKept(Era era, kit::keeper_status const & status) {
     }
 }
 
-void Session::sendKept(TicketPtr const & ticket, Kept & by, Encoded const & out, unsigned short reply,
+void Session::sendKept(TicketPtr const & ticket, Ways const & by, Encoded const & out, unsigned short reply,
                        kit::within const & terms) {
     bool const awaits = reply != no_code;
     bool const receipt = reply == out.code;
     auto const ended = [ticket, awaits, receipt, reply, left = by.left,
-                        templates = messages()](std::error_code why, kit::detail::arrival const & came) {
+                        templates = by.messages](std::error_code why, kit::detail::arrival const & came) {
         if (why) {
             ticket->fail(keeperFailure(why, *left));
         } else if (!awaits) {
@@ -87,7 +101,7 @@ void Session::sendKept(TicketPtr const & ticket, Kept & by, Encoded const & out,
     auto const one = std::make_shared<kit::detail::exchange>(ended, nullptr);
     kit::detail::packed const msg(out.code, out.body);
     // The sender of a request waits for nothing: what has to wait for room does so by itself.
-    kit::keeper_route(by.keeper, awaits, false).begin(one, msg, reply, terms);
+    kit::keeper_route(by.kept->keeper, awaits, false).begin(one, msg, reply, terms);
 }
 
 void answerReply(Ticket & to, bool receipt, Came const & came,

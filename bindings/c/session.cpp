@@ -5,7 +5,6 @@
 #include <chrono>
 #include <limits>
 #include <new>
-#include <thread>
 #include <utility>
 
 namespace tav {
@@ -17,6 +16,8 @@ using tls::failure;
 
 constexpr int default_limit_ms = 30000;
 constexpr int longest_limit_ms = std::numeric_limits<int>::max() - 5;
+/// For those who use what is to end.
+constexpr std::chrono::milliseconds patience(1000);
 
 int readLimit(Fields & fields) {
     return static_cast<int>(fields.number("time_limit_ms", 1, longest_limit_ms, default_limit_ms));
@@ -36,10 +37,10 @@ Failure lastFailure() {
 
 } // namespace
 
-Session::Session(std::string const & name) : client_(std::make_shared<tls::client>(tav_istr(name))) {}
+Session::Session(std::string const & name) : client_(std::make_unique<tls::client>(tav_istr(name))) {}
 
 void Session::open() {
-    client_->set_old_msg_default_callback(
+    client_.share()->set_old_msg_default_callback(
         [weak = weak_from_this()](unsigned long long sno, unsigned short code, unsigned char const * data,
                                   unsigned size, tavMsgExt const & ext) {
             if (auto const self = weak.lock()) {
@@ -53,19 +54,38 @@ std::shared_ptr<Template const> Session::messages() const {
     return messages_;
 }
 
-Call::Left Session::left() const {
-    std::lock_guard<std::mutex> const guard(mutex_);
-    return left_;
-}
-
 std::shared_ptr<tls::client> Session::client() const {
     std::lock_guard<std::mutex> const guard(mutex_);
-    return client_;
+    return client_.share();
 }
 
 std::shared_ptr<Kept> Session::kept() const {
     std::lock_guard<std::mutex> const guard(mutex_);
-    return kept_;
+    return kept_.share();
+}
+
+Session::Ways Session::ways() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return Ways{kept_.share(), line_.share(), left_, messages_};
+}
+
+Session::Line & Session::lineOf(Ways const & by) {
+    if (!by.line) {
+        throw failureOf(failure::not_connected);
+    }
+    return *by.line;
+}
+
+LastOwner<Session::Line> Session::newLine() const {
+    return LastOwner<Line>(std::make_unique<Line>(Line{client()}));
+}
+
+void Session::openLine(Era era) {
+    LastOwner<Line> line = newLine();
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (era == era_) {
+        line_ = std::move(line);
+    }
 }
 
 bool Session::send(std::string_view request) {
@@ -146,7 +166,8 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
     std::shared_ptr<Call> call;
     std::lock_guard<std::mutex> const turn(turn_);
     std::shared_ptr<tls::client> client;
-    std::shared_ptr<Kept> before;
+    LastOwner<Kept> before;
+    LastOwner<Line> line;
     Era era = 0;
     bool replaces = false;
     {
@@ -157,7 +178,7 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
         if (attempt_) {
             throw failureOf(failure::busy);
         }
-        client = client_;
+        client = client_.share();
         replaces = up_;
         call = std::make_shared<Call>(ticket, left);
         leaveInLock();
@@ -166,9 +187,13 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
         attempt_ = call;
         wish_ = wish;
         messages_ = wish->messages;
-        before.swap(kept_);
+        before = std::move(kept_);
+        line = std::move(line_);
     }
-    letGo(before);
+    // What is being handed over goes by the connection that it was meant for.
+    Until const until = LastOwner<Line>::Clock::now() + patience;
+    line.end(until);
+    letGo(before, until);
     if (replaces) {
         client->close();
     }
@@ -177,6 +202,7 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
             keep(client, *wish, limit_ms, era, left);
             return;
         }
+        openLine(era);
         std::shared_ptr<tls::connect_info> const info = client->start(optionFor(*wish, limit_ms, era));
         if (!info) {
             throw lastFailure();
@@ -206,16 +232,20 @@ void Session::disconnect(TicketPtr const & ticket, Fields & fields) {
     fields.finish();
     std::lock_guard<std::mutex> const turn(turn_);
     std::shared_ptr<tls::client> client;
-    std::shared_ptr<Kept> kept;
+    LastOwner<Kept> kept;
+    LastOwner<Line> line;
     std::shared_ptr<Call> attempt;
     {
         std::lock_guard<std::mutex> const guard(mutex_);
-        client = client_;
-        kept.swap(kept_);
+        client = client_.share();
+        kept = std::move(kept_);
+        line = std::move(line_);
         attempt.swap(attempt_);
         leaveInLock();
     }
-    letGo(kept);
+    Until const until = LastOwner<Line>::Clock::now() + patience;
+    line.end(until);
+    letGo(kept, until);
     if (client) {
         client->close();
     }
@@ -232,37 +262,30 @@ void Session::sendMessage(TicketPtr const & ticket, Fields & fields) {
     bool const grey = fields.flag("grey", false);
     auto const version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
     std::string const target = fields.text("target");
-    Encoded const out = readOutgoing(fields, messages());
+    Ways const by = ways();
+    Encoded const out = readOutgoing(fields, by.messages);
     bool const old = out.code < 0x100;
     fields.finish();
     if (old && receipt) {
         fields.refuse(fields.find("receipt"), "a message of a code up to 255 has no receipt");
     }
-    auto const client = this->client();
-    if (!client) {
-        throw failureOf(failure::closed);
-    }
-    if (auto const kept = this->kept()) {
-        if (!old && target.empty()) {
-            kit::within terms = termsOf(limit_ms, grey, version, repeats);
-            sendKept(ticket, *kept, out, receipt ? out.code : no_code, terms);
-            return;
-        }
-        if (!isUp()) {
-            throw failureOf(failure::not_connected);
-        }
+    if (by.kept && !old && target.empty()) {
+        kit::within terms = termsOf(limit_ms, grey, version, repeats);
+        sendKept(ticket, by, out, receipt ? out.code : no_code, terms);
+        return;
     }
     if (receipt) {
         tls::send_option option(limit_ms, tls::timedout_function(), grey, version);
         option.ack = out.code;
-        sendTracked(ticket, out.code, out.body, option);
+        sendTracked(ticket, by, out.code, out.body, option);
         return;
     }
+    tls::client & client = *lineOf(by).client;
     tls::send_option option(0, tls::timedout_function(), grey, version);
     if (old) {
-        client->send_old_nbr_msg(static_cast<unsigned char>(out.code), tav_istr(out.body), tav_istr(target));
+        client.send_old_nbr_msg(static_cast<unsigned char>(out.code), tav_istr(out.body), tav_istr(target));
     } else {
-        client->send_nbr_msg(out.code, out.body.data(), out.body.size(), option, tav_istr(target));
+        client.send_nbr_msg(out.code, out.body.data(), out.body.size(), option, tav_istr(target));
     }
     if (tls::last_failure()) {
         throw lastFailure();
@@ -275,42 +298,39 @@ void Session::request(TicketPtr const & ticket, Fields & fields) {
     bool const repeats = fields.flag("safe_to_repeat", false);
     bool const grey = fields.flag("grey", false);
     auto const version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
-    auto const templates = messages();
-    unsigned short const reply = readCode(fields, "reply", templates);
-    Encoded const out = readOutgoing(fields, templates);
+    Ways const by = ways();
+    unsigned short const reply = readCode(fields, "reply", by.messages);
+    Encoded const out = readOutgoing(fields, by.messages);
     fields.finish();
     if (out.code < 0x100) {
         throw failureOf(failure::value_does_not_fit, "code: a message of a code up to 255 has no reply",
                         "code");
     }
-    if (auto const kept = this->kept()) {
-        sendKept(ticket, *kept, out, reply, termsOf(limit_ms, grey, version, repeats));
+    if (by.kept) {
+        sendKept(ticket, by, out, reply, termsOf(limit_ms, grey, version, repeats));
         return;
     }
     tls::send_option option(limit_ms, tls::timedout_function(), grey, version);
     option.ack = reply;
-    sendTracked(ticket, out.code, out.body, option);
+    sendTracked(ticket, by, out.code, out.body, option);
 }
 
-void Session::sendTracked(TicketPtr const & ticket, unsigned short code, tavBytes const & body,
-                          tls::send_option & option) {
-    auto const call = std::make_shared<Call>(ticket, left());
+void Session::sendTracked(TicketPtr const & ticket, Ways const & by, unsigned short code,
+                          tavBytes const & body, tls::send_option & option) {
+    tls::client & client = *lineOf(by).client;
+    auto const call = std::make_shared<Call>(ticket, by.left);
     option.set_on_timedout([call](unsigned long long, unsigned short, bool cancelled) {
         call->ended(cancelled ? failure::cancelled : failure::timed_out, std::string());
     });
     bool const receipt = option.ack == code;
-    option.set_nbr_ack_callback([call, receipt, templates = messages()](
+    option.set_nbr_ack_callback([call, receipt, templates = by.messages](
                                     unsigned long long sno, unsigned short reply, unsigned char const * data,
                                     unsigned size, tavMsgExt const & ext) {
         answerReply(call->ticket(), receipt, Came{sno, reply, tav_istr(data, size), ext}, templates);
     });
-    auto const client = this->client();
-    std::shared_ptr<tls::send_info> info;
-    if (client) {
-        info = client->send_nbr_msg(code, body.data(), body.size(), option);
-    }
+    std::shared_ptr<tls::send_info> const info = client.send_nbr_msg(code, body.data(), body.size(), option);
     if (!info) {
-        ticket->fail(client ? lastFailure() : failureOf(failure::closed));
+        ticket->fail(lastFailure());
         return;
     }
     call->known(info);
@@ -384,12 +404,16 @@ void Session::onOpen(Era era, bool heartbeat) {
     client->should_check_heartbeat(heartbeat);
     std::string text = connectedText(*client);
     unsigned long long const breaks = client->statistics().breaks_by_peer;
+    LastOwner<Line> line = newLine();
     std::lock_guard<std::mutex> const guard(mutex_);
     if (era != era_ || (!attempt_ && !kept_)) {
         return;
     }
     outbox_->event(std::move(text));
     up_ = true;
+    if (!line_) {
+        line_ = std::move(line);
+    }
     breaks_by_peer_ = breaks;
     answerAttemptInLock();
 }
@@ -464,7 +488,7 @@ void Session::abandon(Era era) {
     {
         std::lock_guard<std::mutex> const guard(mutex_);
         if (era == era_ && attempt_) {
-            client = client_;
+            client = client_.share();
         }
     }
     if (client) {
@@ -491,7 +515,7 @@ void Session::onMessage(unsigned long long sno, unsigned short code, tav_istr bo
     {
         std::lock_guard<std::mutex> const guard(mutex_);
         templates = messages_;
-        client = client_;
+        client = client_.share();
         most = wish_ ? wish_->option.limits.received_waiting : 0;
         era = era_;
     }
@@ -514,13 +538,15 @@ bool Session::end() noexcept {
         return false;
     }
     std::lock_guard<std::mutex> const turn(turn_);
-    std::shared_ptr<tls::client> client;
-    std::shared_ptr<Kept> kept;
+    LastOwner<tls::client> client;
+    LastOwner<Kept> kept;
+    LastOwner<Line> line;
     std::shared_ptr<Call> attempt;
     {
         std::lock_guard<std::mutex> const guard(mutex_);
-        client.swap(client_);
-        kept.swap(kept_);
+        client = std::move(client_);
+        kept = std::move(kept_);
+        line = std::move(line_);
         attempt.swap(attempt_);
         try {
             leaveInLock();
@@ -528,15 +554,15 @@ bool Session::end() noexcept {
             // The word of the end is "closed".
         }
     }
-    letGo(kept);
+    Until const until = LastOwner<Line>::Clock::now() + patience;
+    letGo(kept, until);
     if (client) {
-        client->close();
-        // A callback must not be the last to hold it: it would have to wait for its own thread.
-        while (client.use_count() > 1) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-        client.reset();
+        client.share()->close();
     }
+    line.end(until);
+    // A callback is to be the last to hold it as a last resort alone: the client's end would wait for its own
+    // thread, so another one has to be made for it.
+    client.end(until);
     if (attempt) {
         attempt->ticket().fail(failureOf(failure::cancelled));
         attempt.reset();

@@ -1,6 +1,7 @@
 #ifndef TAV_BINDINGS_C_SESSION_H
 #define TAV_BINDINGS_C_SESSION_H
 
+#include "bindings/c/last_owner.h"
 #include "bindings/c/options.h"
 #include "bindings/c/outbox.h"
 
@@ -25,7 +26,8 @@ public:
     /// False, and nothing was done, if the end has come.  Throws std::bad_alloc in that case too.
     bool send(std::string_view request);
     Outbox::Found receive(std::string & out, double seconds) { return outbox_->receive(out, seconds); }
-    /// False if that was done before.
+    /// False if that was done before.  Waits about a second for who still uses the client, and leaves it to
+    /// that one then: it has been closed, and all that was under way has its answer.
     bool end() noexcept;
     /// "closed" has been received.
     bool isDone() const { return outbox_->isDone(); }
@@ -48,6 +50,22 @@ private:
     /// Which connection a callback is for; 0 is none.
     using Era = unsigned long long;
 
+    /// Who hands messages straight to the client, by one connection: no other one takes its place before
+    /// they are through.
+    struct Line {
+        std::shared_ptr<tls::client> client;
+    };
+    /// What a message goes out by, all of one connect.
+    struct Ways {
+        /// Null if nothing keeps the connection.
+        std::shared_ptr<Kept> kept;
+        /// Null if there is no connection, and none under way.
+        std::shared_ptr<Line> line;
+        Call::Left left;
+        std::shared_ptr<Template const> messages;
+    };
+    using Until = LastOwner<Line>::Clock::time_point;
+
     void serve(TicketPtr const & ticket, Fields & fields, std::string_view type);
     void connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish const> wish, int limit_ms);
     void keep(std::shared_ptr<tls::client> const & client, ConnectWish const & wish, int limit_ms, Era era,
@@ -56,12 +74,12 @@ private:
     void disconnect(TicketPtr const & ticket, Fields & fields);
     void sendMessage(TicketPtr const & ticket, Fields & fields);
     void request(TicketPtr const & ticket, Fields & fields);
-    void sendTracked(TicketPtr const & ticket, unsigned short code, tavBytes const & body,
-                     tls::send_option & option);
+    static void sendTracked(TicketPtr const & ticket, Ways const & by, unsigned short code,
+                            tavBytes const & body, tls::send_option & option);
 
     /// What goes by a keeper; it awaits nothing if `reply` is no_code.
-    void sendKept(TicketPtr const & ticket, Kept & by, Encoded const & out, unsigned short reply,
-                  kit::within const & terms);
+    static void sendKept(TicketPtr const & ticket, Ways const & by, Encoded const & out, unsigned short reply,
+                         kit::within const & terms);
 
     /// Without what tells of the connection.
     tls::connect_option plainOption(ConnectWish const & wish);
@@ -76,13 +94,19 @@ private:
     void onSilence(Era era);
     void onProxyRefused(Era era);
     void onKept(Era era, kit::keeper_status const & status);
+    void tellKeptInLock(kit::keeper_status const & status);
     void onMessage(unsigned long long sno, unsigned short code, tav_istr body, tavMsgExt const & ext);
     /// Tells that the connection is over; false if it was not up.
     bool broken(Era era, tls::failure why, std::string const & text);
     std::shared_ptr<Call> takeAttempt(Era era);
     void abandon(Era era);
     bool isUp(Era era) const;
-    Call::Left left() const;
+    Ways ways() const;
+    /// Fails if there is none.
+    static Line & lineOf(Ways const & by);
+    LastOwner<Line> newLine() const;
+    /// Opens the way for the messages of this connection.
+    void openLine(Era era);
 
     std::shared_ptr<Outbox> const outbox_ = std::make_shared<Outbox>();
 
@@ -90,14 +114,15 @@ private:
     std::mutex turn_;
     /// Never held while the client is called for that.
     mutable std::mutex mutex_;
-    std::shared_ptr<tls::client> client_;
+    LastOwner<tls::client> client_;
+    LastOwner<Line> line_;
     Era era_ = 0;
     bool up_ = false;
     std::shared_ptr<std::atomic<bool>> left_ = std::make_shared<std::atomic<bool>>(false);
     unsigned long long breaks_by_peer_ = 0;
     /// The connect that has no answer yet.
     std::shared_ptr<Call> attempt_;
-    std::shared_ptr<Kept> kept_;
+    LastOwner<Kept> kept_;
     /// The keeper's end has not been told.
     bool keeping_ = false;
     std::shared_ptr<ConnectWish const> wish_;

@@ -15,11 +15,6 @@ Json whole() {
     return {{"text", "hello"}, {"tags", {"a"}}};
 }
 
-std::string nameOf(Json const & answer) {
-    return answer["@type"] == "error" ? answer["name"].get<std::string>()
-                                      : answer["@type"].get<std::string>();
-}
-
 /// A body as it stands on the wire.
 std::string bodyOf(std::string const & text) {
     std::string const digits = execute({{"@type", "encode"},
@@ -277,18 +272,14 @@ TEST(JsonClient, ConnectUnderWayMakesAnotherBusyAndEndsByDisconnect) {
 
 TEST(JsonClient, LimitsRefuseAndTellHighWater) {
     // A gateway that does not read while it is held, since its thread is.
-    std::atomic<bool> held{false};
+    Hold gateway;
     Options options;
     options.faults.silence = true;
-    options.log = [&held](std::string const &) {
-        while (held) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
-    };
+    options.log = [&gateway](std::string const &) { gateway.pass(); };
     Gate gate(options);
     Talker ann;
     connect(ann, gate, {{"limits", {{"tracked_sends", 1}, {"queued_bytes", 1000}}}});
-    held = true;
+    gateway.hold();
     Json request = Talker::said(whole());
     request["@extra"] = "first";
     ann.send(request);
@@ -297,7 +288,7 @@ TEST(JsonClient, LimitsRefuseAndTellHighWater) {
     for (int i = 0; i < 40; ++i) {
         EXPECT_EQ(tav_json_send(ann.client, text.c_str()), 0);
     }
-    held = false;
+    gateway.release();
     EXPECT_FALSE(ann.wait([](Json const & v) { return v.value("name", "") == "queue_full"; }).is_null());
     EXPECT_EQ(ann.event("queue")["full"], true);
     EXPECT_EQ(ann.event("queue")["full"], false);
@@ -546,6 +537,24 @@ TEST(JsonClient, DestroyEndsAConnectUnderWay) {
     request["@extra"] = 1;
     ann.send(request);
     tav_json_destroy(ann.client);
+    EXPECT_EQ(Json::parse(tav_json_receive(ann.client, limit_s))["name"], "cancelled");
+    EXPECT_EQ(Json::parse(tav_json_receive(ann.client, limit_s))["@type"], "closed");
+}
+
+TEST(JsonClient, DestroyEndsAConnectThroughAProxyThatSaysNothing) {
+    Options options;
+    options.faults.no_handshake = true;
+    Gate proxy(options);
+    Gate gate;
+    Talker ann;
+    Json request = gate.connect();
+    request["proxy"] = {{"host", "127.0.0.1"}, {"port", proxy.gateway.port()}};
+    request["@extra"] = 1;
+    ann.send(request);
+    ASSERT_TRUE(proxy.gateway.wait([](Stats const & s) { return s.connections == 1; }));
+    auto const begun = std::chrono::steady_clock::now();
+    tav_json_destroy(ann.client);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(5));
     EXPECT_EQ(Json::parse(tav_json_receive(ann.client, limit_s))["name"], "cancelled");
     EXPECT_EQ(Json::parse(tav_json_receive(ann.client, limit_s))["@type"], "closed");
 }

@@ -15,11 +15,6 @@ Json whole() {
     return {{"text", "hello"}, {"tags", {"a"}}};
 }
 
-std::string nameOf(Json const & answer) {
-    return answer["@type"] == "error" ? answer["name"].get<std::string>()
-                                      : answer["@type"].get<std::string>();
-}
-
 /// A connect that is kept, with waits as short as a test wants them.
 Json kept(Gate const & gate, Json const & more = Json::object()) {
     Json request = gate.connect();

@@ -11,9 +11,11 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -143,6 +145,42 @@ public:
 private:
     int last_ = 0;
 };
+
+/// Holds up the threads that pass, for the limit at most.
+class Hold {
+public:
+    void hold() { set(true); }
+    void release() { set(false); }
+    void pass() {
+        std::unique_lock<std::mutex> guard(mutex_);
+        here_ = true;
+        changed_.notify_all();
+        changed_.wait_for(guard, std::chrono::duration<double>(limit_s), [this] { return !held_; });
+    }
+    /// Whether somebody has come by before the limit.
+    bool waitForSomebody() {
+        std::unique_lock<std::mutex> guard(mutex_);
+        return changed_.wait_for(guard, std::chrono::duration<double>(limit_s), [this] { return here_; });
+    }
+
+private:
+    void set(bool v) {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        held_ = v;
+        changed_.notify_all();
+    }
+
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool held_ = false;
+    bool here_ = false;
+};
+
+/// The type of an answer, or the failure that it tells.
+inline std::string nameOf(Json const & answer) {
+    return answer["@type"] == "error" ? answer["name"].get<std::string>()
+                                      : answer["@type"].get<std::string>();
+}
 
 inline Json execute(Json const & request, tav_json_client * client = nullptr) {
     return Json::parse(tav_json_execute(client, request.dump().c_str()));

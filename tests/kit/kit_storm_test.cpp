@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -14,6 +15,7 @@
 #include <random>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 // Four threads talk through a keeper while its gateway is killed, resets, goes silent, answers late and
@@ -36,7 +38,8 @@ enum class kind : unsigned char { none, repeatable, once, hasty, posted, direct 
 /// What has become of each message, by its number.
 class Record {
 public:
-    static constexpr int most = 1 << 22;
+    /// More than a storm sends in its time.
+    int const most = (1 << 21) * std::max(2, static_cast<int>(lasting().count()) / 15);
 
     struct Entry {
         std::atomic<kind> as{kind::none};
@@ -79,7 +82,7 @@ public:
     int count() const { return std::min(next_.load(), most); }
 
 private:
-    std::vector<Entry> entries_ = std::vector<Entry>(most);
+    std::vector<Entry> entries_ = std::vector<Entry>(static_cast<std::size_t>(most));
     std::atomic<int> next_{0};
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -132,6 +135,8 @@ public:
           keeper_(option(), how(policy, with_login), "storm") {}
 
     void rage() {
+        // It lasts as long as it is told to, and hangs only behind that.
+        ::alarm(static_cast<unsigned>(lasting().count()) + 100);
         keeper_.start();
         std::vector<std::thread> threads;
         for (unsigned t = 0; t < 4; ++t) {
@@ -177,6 +182,7 @@ public:
         EXPECT_EQ(wrong, 0);
         EXPECT_GT(ends[0], 100u);
         EXPECT_GT(ends[static_cast<std::size_t>(kit::failure::disconnected)], 0u) << "there was a storm";
+        EXPECT_LT(record_->count(), record_->most) << "there were numbers to the end of the storm";
         std::string text;
         for (std::size_t i = 0; i < ends.size(); ++i) {
             text += ends[i] != 0 ? " " + std::to_string(i) + ":" + std::to_string(ends[i]) : std::string();

@@ -61,6 +61,10 @@ TAV_JSON_API char const * tav_json_execute(tav_json_client * client, char const 
 /// is left, "closed" included, and then knows the handle no more.  Who does not want it need not ask: what is
 /// left of clients from which nobody has received for a minute is let go of, the oldest first, once there is
 /// more than 16 MiB of it.
+///
+/// Usually returns at once.  A thread that is in the midst of a request is waited for, a second at most; one
+/// that stays longer finds the connection closed, its request is answered all the same, and "closed" comes
+/// behind that answer.
 TAV_JSON_API void tav_json_destroy(tav_json_client * client);
 
 #ifdef __cplusplus
