@@ -173,6 +173,55 @@ private:
     }
 };
 
+/// A gateway that reads and says nothing.
+inline tav::gateway::Options silentGateway() {
+    tav::gateway::Options options;
+    options.faults.silence = true;
+    return options;
+}
+
+/// A keeper by the time of the world, and a gateway.
+class LiveRig {
+public:
+    explicit LiveRig(kit::keeper_option how = kit::keeper_option(),
+                     tav::gateway::Options const & options = tav::gateway::Options())
+        : gateway(options), keeper(quietOption(port()), completed(std::move(how)), "live") {}
+
+    std::string port() const { return std::to_string(gateway.gateway.port()); }
+    bool comesTo(kit::keeper_state v) {
+        return eventually([&] { return keeper.status().state == v; });
+    }
+    bool start() {
+        keeper.start();
+        return comesTo(kit::keeper_state::up);
+    }
+
+    GatewayRig gateway;
+    Events states;
+    kit::keeper keeper;
+
+private:
+    kit::keeper_option completed(kit::keeper_option how) {
+        how.first_wait = std::chrono::milliseconds(20);
+        how.longest_wait = std::chrono::milliseconds(50);
+        if (!how.on_state) {
+            how.on_state = recorded(states).on_state;
+        }
+        return how;
+    }
+};
+
+/// How long a call takes.
+template <class Call>
+std::chrono::milliseconds took(Call const & call) {
+    auto const begin = std::chrono::steady_clock::now();
+    call();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
+}
+
+/// What a loaded machine may add to a second.
+constexpr std::chrono::milliseconds a_second(1500);
+
 /// A connection that the test's far end has accepted.
 inline std::unique_ptr<TlsConnection> acceptFrom(TlsPeer & peer) {
     auto server = peer.accept();
