@@ -13,6 +13,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -334,6 +335,12 @@ public:
             limit_ms_ = static_cast<int>(ms);
             limit_ms_ += limit_ms_ < ms ? 1 : 0;
         }
+    }
+    /// A plain number does not compile, as it could be of any unit.
+    template <class Number, class = std::enable_if_t<std::is_arithmetic<Number>::value>>
+    within(Number) {
+        static_assert(!std::is_arithmetic<Number>::value,
+                      "tav::kit: a time limit has a unit, such as 5s or std::chrono::milliseconds(500)");
     }
 
     /// Where the callback runs and the coroutine goes on; a future needs none.

@@ -101,8 +101,10 @@ private:
 /// it is repeatable, goes out again.
 template <class Reply, class Token = use_future_t>
 auto request(keeper & by, tavMessage const & msg, within const & terms, Token && token = use_future_t()) {
+    static_assert(detail::is_whole<Reply>, "tav::kit::request<Reply>: Reply has to override "
+                                           "traverse(tavCodecStream &), which is not const");
     static_assert(
-        detail::is_message<Reply>,
+        !detail::is_whole<Reply> || detail::is_message<Reply>,
         "tav::kit::request<Reply>: Reply is the message class of the reply, with a default constructor");
     if constexpr (detail::is_message<Reply>) {
         constexpr bool may_block = detail::may_block<std::decay_t<Token>>;

@@ -271,4 +271,11 @@ bool operator!=(T const & a, T const & b) {
 } // namespace kit
 } // namespace tav
 
+/// A call that lacks the name or the value does not compile, and says so.
+template <class T>
+void ioField(tavCodecStream &, int, T &&) {
+    static_assert(!std::is_same<T, T>::value,
+                  "ioField: a field has an id, a name and a value, as in ioField(s, 1, \"text\", text)");
+}
+
 #endif

@@ -176,6 +176,10 @@ template <class T>
 inline constexpr bool is_message =
     std::is_base_of<tavMessage, T>::value && std::is_default_constructible<T>::value;
 
+/// Whether T has overridden all that it has to.
+template <class T>
+inline constexpr bool is_whole = !std::is_abstract<T>::value;
+
 } // namespace detail
 
 /// Sends `msg` and waits, as the token says, for the reply of class Reply: the message with this one's
@@ -184,8 +188,10 @@ inline constexpr bool is_message =
 template <class Reply, class Token = use_future_t>
 auto request(tls::client & client, tavMessage const & msg, within const & terms,
              Token && token = use_future_t()) {
+    static_assert(detail::is_whole<Reply>, "tav::kit::request<Reply>: Reply has to override "
+                                           "traverse(tavCodecStream &), which is not const");
     static_assert(
-        detail::is_message<Reply>,
+        !detail::is_whole<Reply> || detail::is_message<Reply>,
         "tav::kit::request<Reply>: Reply is the message class of the reply, with a default constructor");
     if constexpr (detail::is_message<Reply>) {
         return detail::begin_request<Reply>(detail::client_route(client), msg, Reply().msgcode(), terms,
@@ -218,7 +224,10 @@ inline result<void> send(tls::client & client, tavMessage const & msg) {
 /// when it has returned, or when `where` has taken the message.
 template <class T, class F>
 void on(tls::client & client, F f, executor where = executor()) {
-    static_assert(detail::is_message<T>, "tav::kit::on<T>: T is a message class with a default constructor");
+    static_assert(detail::is_whole<T>,
+                  "tav::kit::on<T>: T has to override traverse(tavCodecStream &), which is not const");
+    static_assert(!detail::is_whole<T> || detail::is_message<T>,
+                  "tav::kit::on<T>: T is a message class with a default constructor");
     static_assert(std::is_invocable<F &, T const &>::value || std::is_invocable<F &, tavSharedPtr<T>>::value,
                   "tav::kit::on<T>: the function takes T const & or tavSharedPtr<T>");
     if constexpr (detail::is_message<T>) {
