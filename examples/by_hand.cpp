@@ -38,7 +38,6 @@ int main(int argc, char ** argv) {
     option.port = argv[2];
     option.ca = argv[3];
     option.timedout.wait_ms(5000);
-
     client & gateway = client::instance("by_hand");
     auto const start = gateway.start(option);
     if (!start) {
@@ -52,6 +51,8 @@ int main(int argc, char ** argv) {
     result_type result = start->wait();
     if (result == result_ok) {
         result = gateway.send_and_wait(hello, reply, 5000);
+    } else {
+        std::cerr << "by_hand: " << start->error().message() << "\n";
     }
     std::cout << result << ": " << reply.text << "\n";
     client::finalize();

@@ -41,6 +41,9 @@ int main(int argc, char ** argv) {
         reply = answer(client, "\"@extra\":2");
     }
     good = strstr(reply, "hello, gateway") != NULL;
+    if (!good) {
+        fprintf(stderr, "c_first: no greeting, see above\n");
+    }
     tav_json_destroy(client);
     return good ? 0 : 1;
 }

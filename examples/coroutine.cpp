@@ -47,7 +47,7 @@ int main(int argc, char ** argv) {
     auto const start = gateway.start(argv[1], argv[2], argv[3], nullptr, tav::tls::global_callback(),
                                      tav::tls::timedout_option(5000));
     if (!start || start->wait() != tav::tls::result_ok) {
-        std::cerr << "coroutine: no connection\n";
+        std::cerr << "coroutine: " << (start ? start->error() : tav::tls::last_failure()).message() << "\n";
         return 1;
     }
     std::string const said = spawn(talk(gateway)).get();

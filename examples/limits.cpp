@@ -36,10 +36,10 @@ int main(int argc, char ** argv) {
         full = high;
         changed.notify_all();
     };
-
     client gateway("limits");
     auto const connecting = gateway.start(option);
     if (!connecting || connecting->wait() != result_ok) {
+        std::cerr << "limits: " << (connecting ? connecting->error() : last_failure()).message() << "\n";
         return 1;
     }
     tavBytes const bytes = body();

@@ -36,8 +36,8 @@ int main(int argc, char ** argv) {
         tav::tls::client gateway("logging");
         auto const start = gateway.start(argv[1], argv[2], argv[3], nullptr, tav::tls::global_callback(),
                                          tav::tls::timedout_option(5000));
-        if (start) {
-            start->wait();
+        if (!start || start->wait() != tav::tls::result_ok) {
+            std::cerr << "logging: " << (start ? start->error() : tav::tls::last_failure()).message() << "\n";
         }
         Hello hello;
         Greeting greeting;

@@ -8,7 +8,6 @@
 
 using namespace std::chrono_literals;
 using namespace tav::kit;
-
 /// The development gateway answers this one, and pushes its text besides.
 struct PushMe : message<PushMe> {
     static constexpr char const * type_name = "PushMe";
@@ -37,10 +36,10 @@ int main(int argc, char ** argv) {
     on<Pushed>(gateway, [&](Pushed const & pushed) {
         std::call_once(once, [&] { heard.set_value(pushed.text.data()); });
     });
-
     auto const start = gateway.start(argv[1], argv[2], argv[3], nullptr, tav::tls::global_callback(),
                                      tav::tls::timedout_option(5000));
     if (!start || start->wait() != tav::tls::result_ok) {
+        std::cerr << "pushes: " << (start ? start->error() : tav::tls::last_failure()).message() << "\n";
         return 1;
     }
     PushMe wake;
@@ -48,6 +47,7 @@ int main(int argc, char ** argv) {
     bool well = bool(request<Taken>(gateway, wake, 5s).get());
     auto pushed = heard.get_future();
     if (!well || pushed.wait_for(5s) != std::future_status::ready) {
+        std::cerr << "pushes: nothing was pushed\n";
         return 1;
     }
     // The receipt went ahead of the last of these, so that it has gone for certain when that one is answered.

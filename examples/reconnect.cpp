@@ -43,14 +43,16 @@ int main(int argc, char ** argv) {
     };
     keeper gateway(option, how, "reconnect");
     gateway.start();
-
     // Sent at once, although nobody is connected yet: it waits for that, at most 20 s.
     Ask ask;
     ask.text = "still there?";
-    bool ok = request<Answer>(gateway, ask, 20s).get().has_value();
-
+    auto const first = request<Answer>(gateway, ask, 20s).get();
+    if (!first) {
+        std::cerr << "reconnect: " << first.error().message() << "\n";
+        return 1;
+    }
     // The gateway hangs up.  What may be repeated goes out again on the next connection.
-    ok = request<Answer>(gateway, HangUp(), 20s).get().error() == failure::disconnected && ok;
+    bool ok = request<Answer>(gateway, HangUp(), 20s).get().error() == failure::disconnected;
     auto const again = request<Answer>(gateway, ask, within(20s).repeatable()).get();
     ok = again && again->text == ask.text && ok;
     gateway.stop();

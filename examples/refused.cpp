@@ -27,7 +27,7 @@ static bool refuses(char ** argv, std::function<void(tls_policy &)> const & spoi
     client gateway("refused");
     auto const start = gateway.start(option);
     if (!start || start->wait() != result_error) {
-        std::cerr << "not refused\n";
+        std::cerr << "refused: not at all\n";
         return false;
     }
     // The text has a thread of its own, so that it may come a moment after the result.
@@ -35,7 +35,11 @@ static bool refuses(char ** argv, std::function<void(tls_policy &)> const & spoi
     bool const came = text.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
     std::string const line = came ? text.get() : "";
     std::cout << start->error().message() << ": " << line << "\n";
-    return start->error() == why && line.find(reason) != std::string::npos;
+    bool const well = start->error() == why && line.find(reason) != std::string::npos;
+    if (!well) {
+        std::cerr << "refused: not by \"" << make_error_code(why).message() << "\"\n";
+    }
+    return well;
 }
 
 int main(int argc, char ** argv) {

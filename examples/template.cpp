@@ -28,6 +28,7 @@ int main(int argc, char ** argv) {
     client gateway("template");
     auto const start = gateway.start(option);
     if (!start || start->wait() != result_ok) {
+        std::cerr << "template: " << (start ? start->error() : last_failure()).message() << "\n";
         return 1;
     }
     // Classes are looked up in the template that the start has read, so this stands behind it.
@@ -43,6 +44,7 @@ int main(int argc, char ** argv) {
             "tags":["sun"], "votes":{"ann":"2"}, "place":{"city":"Utrecht", "latitude":52.09}})",
         tracked, "chat.Say");
     if (!sent || sent->wait() != result_ok) {
+        std::cerr << "template: " << (sent ? sent->error() : last_failure()).message() << "\n";
         return 1;
     }
     std::cout << replied.get_future().get() << "\n";

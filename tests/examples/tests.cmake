@@ -18,3 +18,12 @@ add_test(NAME examples.first_tells_of_an_empty_host
 add_test(NAME examples.first_tells_of_an_empty_port
          COMMAND ${CMAKE_COMMAND} -DPROGRAM=$<TARGET_FILE:first> -DHOST=127.0.0.1 -DPORT=
                  -P ${CMAKE_CURRENT_SOURCE_DIR}/examples/first_arguments.cmake)
+
+# Nobody at the port: each says why, and ends badly.
+foreach(example ${TAV_EXAMPLES})
+    if(NOT example MATCHES "^(encodings|py_first)$")
+        add_test(NAME examples.${example}_tells_of_a_closed_port
+                 COMMAND ${CMAKE_COMMAND} -DPROGRAM=$<TARGET_FILE:${example}> -DNAME=${example}
+                         -DSOURCE=${PROJECT_SOURCE_DIR}/examples -P ${CMAKE_CURRENT_SOURCE_DIR}/examples/closed_port.cmake)
+    endif()
+endforeach()
