@@ -56,6 +56,43 @@ std::string nameOf(tls::failure v) {
     return number < names.size() ? names[number] : "other";
 }
 
+std::string policyField(std::string_view text) {
+    constexpr std::string_view front = "tls policy: ";
+    constexpr std::array<std::string_view, 22> options = {"check_name",
+                                                          "expected_name",
+                                                          "trusted_pem",
+                                                          "trust_system",
+                                                          "crl_file",
+                                                          "crl_pem",
+                                                          "crl_check_chain",
+                                                          "certificate_file",
+                                                          "certificate_pem",
+                                                          "key_file",
+                                                          "key_pem",
+                                                          "key_password",
+                                                          "min_version",
+                                                          "max_version",
+                                                          "ciphers",
+                                                          "cipher_suites",
+                                                          "security_level",
+                                                          "send_host_name",
+                                                          "alpn",
+                                                          "tcp_keep_alive_s",
+                                                          "tcp_keep_alive_interval_s",
+                                                          "tcp_keep_alive_probes"};
+    if (text.substr(0, front.size()) != front) {
+        return std::string();
+    }
+    text.remove_prefix(front.size());
+    std::string_view const word = text.substr(0, text.find_first_of(" :"));
+    if (word == "ca" || word == "cipher") {
+        return std::string(word);
+    }
+    bool const known =
+        std::find(options.begin(), options.end(), word) != options.end() || word == "tcp_user_timeout_ms";
+    return known ? "policy." + std::string(word) : std::string();
+}
+
 Failure failureOf(tls::failure v, std::string const & text, std::string const & field, long long position) {
     return Failure(static_cast<int>(v), nameOf(v), text.empty() ? make_error_code(v).message() : text, field,
                    position);
@@ -93,12 +130,20 @@ std::string Fields::text(std::string_view name, std::string const & otherwise) {
 std::string Fields::necessaryText(std::string_view name) {
     std::string const found = text(name);
     if (found.empty()) {
-        std::string const path =
-            object_ == Document::root ? std::string(name) : document_.path(object_) + "." + std::string(name);
-        throw failureOf(tls::failure::field_missing, path + ": this is necessary", path,
-                        static_cast<long long>(document_.node(object_).begin));
+        lack(name);
     }
     return found;
+}
+
+void Fields::lack(std::string_view name, char const * why) {
+    if (!lacking_) {
+        lacking_ = failureOf(tls::failure::field_missing, path(name) + ": " + why, path(name),
+                             static_cast<long long>(document_.node(object_).begin));
+    }
+}
+
+std::string Fields::path(std::string_view name) const {
+    return object_ == Document::root ? std::string(name) : document_.path(object_) + "." + std::string(name);
 }
 
 bool Fields::flag(std::string_view name, bool otherwise) {
@@ -185,12 +230,21 @@ std::vector<unsigned> Fields::objects(std::string_view name) {
     return out;
 }
 
-std::string Fields::numberText(std::string_view name) {
+std::string Fields::portText(std::string_view name) {
     unsigned const i = find(name);
-    if (i != 0 && document_.node(i).kind == Kind::number) {
-        return std::string(document_.node(i).text);
+    bool const number = i != 0 && document_.node(i).kind == Kind::number;
+    std::string const found = number ? std::string(document_.node(i).text) : necessaryText(name);
+    bool const service = !number && std::any_of(found.begin(), found.end(), [](char c) {
+        return (c | 0x20) >= 'a' && (c | 0x20) <= 'z';
+    });
+    unsigned short port = 0;
+    auto const read = std::from_chars(found.data(), found.data() + found.size(), port);
+    if (!found.empty() && !service && (read.ec != std::errc() || read.ptr != found.data() + found.size())) {
+        throw failureOf(tls::failure::bad_address,
+                        path(name) + ": this has to be a number from 0 to 65535 or the name of a service",
+                        path(name), static_cast<long long>(document_.node(i).begin));
     }
-    return necessaryText(name);
+    return found;
 }
 
 void Fields::finish() const {
@@ -201,6 +255,9 @@ void Fields::finish() const {
             throw Failure(code_unknown_field, "unknown_field", path + ": no such member is known here", path,
                           static_cast<long long>(document_.node(i).begin));
         }
+    }
+    if (lacking_) {
+        throw Failure(*lacking_);
     }
 }
 

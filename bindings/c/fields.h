@@ -7,6 +7,7 @@
 
 #include <exception>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,15 +28,21 @@ constexpr int code_login_refused = 106;
 std::string wordsOf(std::exception const & e);
 /// "timed_out" of failure::timed_out.
 std::string nameOf(tls::failure v);
+/// The member of a connect that a text of failure::bad_policy begins with; empty if it names none.
+std::string policyField(std::string_view text);
 Failure failureOf(tls::failure v, std::string const & text = std::string(),
                   std::string const & field = std::string(), long long position = -1);
 
 /// The members of one object.  All operations throw a Failure that names the member.
+///
+/// A necessary member that is missing is told by `finish`, behind those that nobody knows: one of these may
+/// be the one that is missed, misspelt.  What was read of it until then is empty.
 class Fields {
 public:
     Fields(Document const & document, unsigned object);
 
     Document const & document() const { return document_; }
+    unsigned object() const { return object_; }
     /// The member, 0 if there is none or it is null.
     unsigned find(std::string_view name);
     bool has(std::string_view name) { return find(name) != 0; }
@@ -51,12 +58,17 @@ public:
     unsigned object(std::string_view name);
     /// The objects of a member that is an array of them.
     std::vector<unsigned> objects(std::string_view name);
-    /// A number or a text of digits, such as a port.
-    std::string numberText(std::string_view name);
+    /// A port: a number from 0 to 65535, or the name of a service.
+    std::string portText(std::string_view name);
     /// Has no meaning here, but belongs to the request.
     void pass(std::string_view name) { find(name); }
 
-    /// Fails if there is a member that nobody has asked for.
+    std::string path(std::string_view name) const;
+
+    /// A necessary member is missing.
+    void lack(std::string_view name, char const * why = "this is necessary");
+
+    /// Fails if there is a member that nobody has asked for, or one is missing.
     void finish() const;
 
     [[noreturn]] void refuse(unsigned i, std::string const & why) const;
@@ -65,6 +77,7 @@ private:
     Document const & document_;
     unsigned const object_;
     std::vector<std::string_view> known_;
+    std::optional<Failure> lacking_;
 };
 
 } // namespace json_client

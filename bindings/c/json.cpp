@@ -153,11 +153,24 @@ public:
     Parser(Document & to, std::string_view text) : to_(to), text_(text) {}
 
     void run() {
+        // What stands ahead of such a byte is read all the same: it may tell whose answer this is.
         std::size_t const bad = findNoUtf8(text_);
-        if (bad != std::string_view::npos) {
-            at_ = bad;
-            fail("this is not UTF-8");
+        if (bad == std::string_view::npos) {
+            whole();
+            return;
         }
+        text_ = text_.substr(0, bad);
+        try {
+            whole();
+        } catch (Failure const &) {
+            // It ends too early, as it has to.
+        }
+        at_ = bad;
+        fail("this is not UTF-8");
+    }
+
+private:
+    void whole() {
         value(std::string_view());
         while (!open_.empty()) {
             item();
@@ -168,7 +181,6 @@ public:
         }
     }
 
-private:
     [[noreturn]] void fail(std::string const & what) const {
         std::string_view const front = text_.substr(0, at_);
         auto const line = 1 + std::count(front.begin(), front.end(), '\n');

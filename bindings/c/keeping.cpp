@@ -31,7 +31,7 @@ std::vector<kit::gateway> readGateways(Fields & in, tls::connect_option const & 
         Fields one(in.document(), each);
         kit::gateway to;
         to.host = one.necessaryText("host");
-        to.port = one.numberText("port");
+        to.port = one.portText("port");
         to.preference = static_cast<int>(one.number("preference", 0, std::numeric_limits<int>::max(), 0));
         one.finish();
         out.push_back(std::move(to));

@@ -32,7 +32,7 @@ void Session::keep(std::shared_ptr<tls::client> const & client, ConnectWish cons
         };
         how.login = loginOf(login, good);
     }
-    tls::connect_option option = plainOption(wish);
+    tls::connect_option option = plainOption(wish, era);
     option.set_on_open([weak, era, heartbeat = wish.heartbeat] {
         if (auto const self = weak.lock()) {
             self->onOpen(era, heartbeat);
@@ -66,6 +66,7 @@ void Session::onKept(Era era, kit::keeper_status const & status) {
 void Session::tellKeptInLock(kit::keeper_status const & status) {
     bool const ended = status.state == kit::keeper_state::stopped;
     keeping_ = !ended;
+    kept_to_ = status.to;
     if (up_ && status.state != kit::keeper_state::up) {
         up_ = false;
         Failure const why = keeperFailure(status.cause, false);
@@ -83,10 +84,10 @@ void Session::tellKeptInLock(kit::keeper_status const & status) {
     }
 }
 
-void Session::sendKept(TicketPtr const & ticket, Ways const & by, Encoded const & out, unsigned short reply,
-                       kit::within const & terms) {
+void Session::sendKept(TicketPtr const & ticket, Ways const & by, SendWish const & wish) {
+    unsigned short const reply = wish.reply;
     bool const awaits = reply != no_code;
-    bool const receipt = reply == out.code;
+    bool const receipt = reply == wish.out.code;
     auto const ended = [ticket, awaits, receipt, reply, left = by.left,
                         templates = by.messages](std::error_code why, kit::detail::arrival const & came) {
         if (why) {
@@ -99,7 +100,9 @@ void Session::sendKept(TicketPtr const & ticket, Ways const & by, Encoded const 
         }
     };
     auto const one = std::make_shared<kit::detail::exchange>(ended, nullptr);
-    kit::detail::packed const msg(out.code, out.body);
+    kit::detail::packed const msg(wish.out.code, wish.out.body);
+    kit::within terms{std::chrono::milliseconds(wish.limit_ms)};
+    terms.grey(wish.grey).version(wish.version).repeatable(wish.repeats);
     // The sender of a request waits for nothing: what has to wait for room does so by itself.
     kit::keeper_route(by.kept->keeper, awaits, false).begin(one, msg, reply, terms);
 }

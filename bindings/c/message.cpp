@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <limits>
+#include <locale>
 #include <set>
+#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -67,6 +70,20 @@ bool isPlain(int kind) {
     return kind <= kinds::enum_;
 }
 
+/// Whether the text of a JSON number is within what a real number of type T holds.
+template <class T>
+bool fitsReal(std::string_view text) {
+    constexpr std::size_t surely = 30;
+    if (text.size() <= surely && text.find_first_of("eE") == std::string_view::npos) {
+        return true;
+    }
+    std::istringstream in{std::string(text)};
+    in.imbue(std::locale::classic());
+    double value = 0;
+    in >> value;
+    return !in.fail() && std::abs(value) <= static_cast<double>(std::numeric_limits<T>::max());
+}
+
 /// Whether the digits are a number of type T.
 template <class T>
 bool fits(std::string_view digits) {
@@ -87,8 +104,17 @@ bool fitsKind(std::string_view digits, int kind) {
     case kinds::uint16_: return fits<unsigned short>(digits);
     case kinds::uint32_: return fits<unsigned>(digits);
     case kinds::uint64_: return fits<unsigned long long>(digits);
+    case kinds::float_: return fitsReal<float>(digits);
+    case kinds::double_: return fitsReal<double>(digits);
     default: return true;
     }
+}
+
+/// Whether a key of digits is the one way to write its number.
+bool isPlainKey(std::string_view key, int kind) {
+    std::string_view const digits = key.substr(!key.empty() && key.front() == '-' ? 1 : 0);
+    bool const plain = digits == "0" ? digits.size() == key.size() : digits.substr(0, 1) != "0";
+    return plain && fitsKind(key, kind);
 }
 
 /// What the transcoder would take in silence and make something else of is refused here, by its place: names
@@ -97,6 +123,9 @@ class Check {
 public:
     Check(Document const & document, unsigned message, MetaFactory const & factory)
         : document_(document), message_(message), factory_(factory) {}
+
+    /// Strings of digits that are to be handed on as numbers, by where they begin and end.
+    std::vector<std::pair<std::size_t, std::size_t>> const & numbers() const { return numbers_; }
 
     void run(MetaClass const & cls) {
         unsigned const end = document_.node(message_).next;
@@ -123,7 +152,7 @@ private:
                       path, static_cast<long long>(document_.node(i).begin));
     }
 
-    Spot look(unsigned i, Spot const & in) const {
+    Spot look(unsigned i, Spot const & in) {
         Node const & value = document_.node(i);
         Spot spot;
         if (isObject(in.kind)) {
@@ -143,6 +172,9 @@ private:
             if (value.kind == Kind::null && isList(in.kind)) {
                 refuse(i, "a list holds no null");
             }
+            if (in.kind == kinds::map_) {
+                checkKey(i, in.field->classType.keyType.value());
+            }
             spot = Spot{in.field->classType.elementType.value(), nullptr, in.owner, in.field};
         } else {
             return spot;
@@ -151,10 +183,42 @@ private:
             spot.cls = classNamed(spot.field->classType.name, *spot.owner, factory_);
         }
         checkShape(i, spot);
+        if (isObject(in.kind)) {
+            checkRules(i, spot);
+        }
         return spot;
     }
 
-    void checkShape(unsigned i, Spot const & spot) const {
+    /// What the template says of the numbers of a field.
+    void checkRules(unsigned i, Spot const & spot) const {
+        Node const & value = document_.node(i);
+        bool const whole = spot.kind < kinds::float_ || spot.kind == kinds::enum_;
+        if (value.kind != Kind::number || !whole || !fits<long long>(value.text)) {
+            return;
+        }
+        long long number = 0;
+        std::from_chars(value.text.data(), value.text.data() + value.text.size(), number);
+        std::set<int> const & values = spot.field->validValues;
+        if (spot.kind == kinds::enum_ && !values.empty() && values.count(static_cast<int>(number)) == 0) {
+            refuse(i, "the enum has no such value");
+        }
+        if (!spot.field->range.check(number)) {
+            refuse(i, "the field does not hold this number");
+        }
+    }
+
+    void checkKey(unsigned i, int kind) const {
+        std::string_view const key = document_.node(i).name;
+        if (key.empty()) {
+            refuse(i, "the empty text can't be a key");
+        }
+        bool const number = kind < kinds::float_ || kind == kinds::time_ || kind == kinds::enum_;
+        if (number && !isPlainKey(key, kind)) {
+            refuse(i, "the keys of this map do not hold this number");
+        }
+    }
+
+    void checkShape(unsigned i, Spot const & spot) {
         Node const & value = document_.node(i);
         bool const object = isObject(spot.kind) || spot.kind == kinds::map_;
         if (value.kind == Kind::null || spot.kind == kinds::unknown_) {
@@ -171,9 +235,9 @@ private:
         }
     }
 
-    void checkPlain(unsigned i, int kind) const {
+    void checkPlain(unsigned i, int kind) {
         Node const & value = document_.node(i);
-        bool const large = kind == kinds::int64_ || kind == kinds::uint64_;
+        bool const large = kind == kinds::int64_ || kind == kinds::uint64_ || kind == kinds::time_;
         bool const text = kind >= kinds::char_ && kind <= kinds::bytes_;
         switch (value.kind) {
         case Kind::object:
@@ -196,6 +260,9 @@ private:
             if (!text && !large) {
                 refuse(i, "this may not be a string");
             }
+            if (large && (kind == kinds::time_ || value.text.front() == '-')) {
+                numbers_.emplace_back(value.begin, value.end);
+            }
             if (kind == kinds::bytes_ && !isBase64(value.text)) {
                 refuse(i, "this has to be base64");
             }
@@ -213,6 +280,7 @@ private:
     unsigned const message_;
     MetaFactory const & factory_;
     std::vector<Spot> spots_;
+    std::vector<std::pair<std::size_t, std::size_t>> numbers_;
 };
 
 /// JSON in the library's dialect, which has the same form but gives no character for the escape \u.  A JSON
@@ -463,9 +531,19 @@ Encoded Template::encode(Document const & document, unsigned node, std::string c
                           std::string(cls == nullptr ? "no class " : "no code for the class ") + class_name,
                       "class");
     }
-    Check(document, node, to_write_).run(*cls);
+    Check check(document, node, to_write_);
+    check.run(*cls);
     out.class_name = class_name;
-    std::string const text = inDialect(document.raw(node));
+    std::string_view const all = document.raw(node);
+    std::size_t const front = document.node(node).begin;
+    std::size_t at = front;
+    std::string text;
+    for (auto const & each : check.numbers()) {
+        text += inDialect(all.substr(at - front, each.first - at));
+        text.append(all.substr(each.first + 1 - front, each.second - each.first - 2));
+        at = each.second;
+    }
+    text += inDialect(all.substr(at - front));
     try {
         json2nbr::write(viewOf(text), out.body, out.code, to_write_, viewOf(class_name));
     } catch (std::invalid_argument const & e) {

@@ -137,7 +137,7 @@ void readProxy(Fields & fields, tls::connect_option & option, int limit_ms) {
     ProxyWish wish;
     wish.socks = in.word("type", {"http", "socks5"}, 0) == 1;
     option.proxy_host = in.necessaryText("host");
-    option.proxy_port = in.numberText("port");
+    option.proxy_port = in.portText("port");
     wish.user = in.text("user");
     wish.password = in.text("password");
     wish.limit_ms = limit_ms;
@@ -157,7 +157,7 @@ void readAddress(Fields & fields, unsigned keeper, tls::connect_option & option)
         return;
     }
     option.host = fields.necessaryText("host");
-    option.port = fields.numberText("port");
+    option.port = fields.portText("port");
 }
 
 } // namespace
@@ -171,6 +171,10 @@ std::string templateText(Fields & fields) {
     return path.empty() ? text : readFile(fields, "template_file", path);
 }
 
+int readLimit(Fields & fields) {
+    return static_cast<int>(fields.number("time_limit_ms", 1, longest_limit_ms, default_limit_ms));
+}
+
 ConnectWish readConnect(Fields & fields) {
     ConnectWish wish;
     tls::connect_option & option = wish.option;
@@ -180,7 +184,7 @@ ConnectWish readConnect(Fields & fields) {
     option.cipher = fields.text("cipher");
     option.server_name = fields.text("server_name");
     wish.heartbeat = fields.flag("heartbeat", true);
-    wish.limit_ms = static_cast<int>(fields.number("time_limit_ms", 1, longest_limit_ms, default_limit_ms));
+    wish.limit_ms = readLimit(fields);
     option.set_tls_policy(readPolicy(fields));
     readLimits(fields, option.limits);
     readProxy(fields, option, wish.limit_ms);

@@ -24,6 +24,9 @@ struct ConnectWish {
 /// The text of the member "template", or of the file that "template_file" names; empty without either.
 std::string templateText(Fields & fields);
 
+/// The member "time_limit_ms".
+int readLimit(Fields & fields);
+
 /// Reads all members of a connect.  Throws Failure.
 ConnectWish readConnect(Fields & fields);
 

@@ -27,7 +27,8 @@ void Outbox::answer(Item & item) noexcept {
     items_.splice(items_.end(), item);
     --under_way_;
     closeInLock();
-    came_.notify_one();
+    // "closed" may have come with it.
+    came_.notify_all();
 }
 
 void Outbox::event(std::string text) {
@@ -201,7 +202,8 @@ void Call::tell() noexcept {
         // The peer closes too when it sees the end, and may be the first to be noticed.
         bool const own = otherwise_ == tls::failure::cancelled && *left_;
         tls::failure const name = cause && !own ? static_cast<tls::failure>(cause.value()) : otherwise_;
-        ticket_->fail(failureOf(name, text_));
+        ticket_->fail(
+            failureOf(name, text_, name == tls::failure::bad_policy ? policyField(text_) : std::string()));
     } catch (std::bad_alloc const &) {
         // The ticket's own answer tells the end.
     }

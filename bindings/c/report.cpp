@@ -154,10 +154,11 @@ void putMessage(ObjectText & out, unsigned short code, tav_istr body,
 unsigned short readCode(Fields & fields, std::string_view name,
                         std::shared_ptr<Template const> const & messages) {
     unsigned const i = fields.find(name);
-    if (i == 0 || fields.document().node(i).kind != Kind::string) {
-        if (i == 0) {
-            fields.necessaryText(name);
-        }
+    if (i == 0) {
+        fields.lack(name);
+        return no_code;
+    }
+    if (fields.document().node(i).kind != Kind::string) {
         return static_cast<unsigned short>(fields.number(name, 0, no_code - 1, 0));
     }
     std::string const class_name = fields.text(name);
@@ -193,6 +194,20 @@ tavBytes readBody(Fields & fields) {
     return out;
 }
 
+/// Of a body: both code and class may be given, and have to mean the same.
+unsigned short readBodyCode(Fields & fields, std::shared_ptr<Template const> const & messages) {
+    if (!fields.has("code")) {
+        return readCode(fields, "class", messages);
+    }
+    unsigned short const code = readCode(fields, "code", messages);
+    if (fields.has("class") && readCode(fields, "class", messages) != code) {
+        throw failureOf(failure::template_lacks_class,
+                        "code: the template has another code for the class " + fields.text("class"),
+                        fields.path("code"));
+    }
+    return code;
+}
+
 } // namespace
 
 Encoded readOutgoing(Fields & fields, std::shared_ptr<Template const> const & messages) {
@@ -205,15 +220,17 @@ Encoded readOutgoing(Fields & fields, std::shared_ptr<Template const> const & me
     }
     if (message == 0) {
         if (!fields.has("body")) {
-            throw failureOf(failure::field_missing, "message: give this, or body", "message");
+            fields.pass("as");
+            fields.lack("message", "give this, or body");
+            return out;
         }
         out.body = readBody(fields);
-        out.code = code != no_code ? code : readCode(fields, "class", messages);
+        out.code = readBodyCode(fields, messages);
         return out;
     }
     if (!messages) {
         throw failureOf(failure::template_lacks_class, "message: there is no template to encode it by",
-                        "message");
+                        fields.path("message"));
     }
     if (code != no_code) {
         std::string const of_code = messages->classOf(code);
@@ -221,14 +238,73 @@ Encoded readOutgoing(Fields & fields, std::shared_ptr<Template const> const & me
             throw failureOf(failure::template_lacks_class,
                             "code: the template has no class " + class_name + " of the code " +
                                 std::to_string(code),
-                            "code");
+                            fields.path("code"));
         }
         class_name = of_code;
     }
     if (class_name.empty()) {
-        fields.necessaryText("class");
+        fields.lack("class");
+        return out;
     }
-    return messages->encode(fields.document(), message, class_name);
+    try {
+        return messages->encode(fields.document(), message, class_name);
+    } catch (Failure & e) {
+        // The template does not know where its class was named.
+        e.field = e.field == "class" ? fields.path("class") : e.field;
+        throw;
+    }
+}
+
+namespace {
+
+/// The type of a request, without which no member means anything.
+std::string typeOf(Fields & fields) {
+    std::string const found = fields.necessaryText("@type");
+    if (found.empty()) {
+        Document const & document = fields.document();
+        unsigned const object = fields.object();
+        fields.pass("@extra");
+        for (unsigned i = object + 1; i < document.node(object).next; i = document.node(i).next) {
+            std::string_view const name = document.node(i).name;
+            if (name.empty() || name.front() != '@') {
+                fields.pass(name);
+            }
+        }
+        fields.finish();
+    }
+    return found;
+}
+
+} // namespace
+
+SendWish readSend(Fields & fields, bool request, std::shared_ptr<Template const> const & messages) {
+    SendWish wish;
+    wish.limit_ms = readLimit(fields);
+    wish.repeats = fields.flag("safe_to_repeat", false);
+    wish.grey = fields.flag("grey", false);
+    wish.version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
+    bool receipt = false;
+    if (request) {
+        wish.reply = readCode(fields, "reply", messages);
+    } else {
+        receipt = fields.flag("receipt", false);
+        wish.target = fields.text("target");
+    }
+    wish.out = readOutgoing(fields, messages);
+    fields.finish();
+    if (request && wish.isOld()) {
+        throw failureOf(failure::value_does_not_fit,
+                        fields.path("code") + ": a message of a code up to 255 has no reply",
+                        fields.path("code"));
+    }
+    if (receipt && wish.isOld()) {
+        fields.refuse(fields.find("receipt"), "a message of a code up to 255 has no receipt");
+    }
+    if (!wish.target.empty() && !wish.isOld()) {
+        fields.refuse(fields.find("target"), "only a message of a code up to 255 has a target");
+    }
+    wish.reply = receipt ? wish.out.code : wish.reply;
+    return wish;
 }
 
 std::string readType(Document const & document) {
@@ -236,7 +312,7 @@ std::string readType(Document const & document) {
         throw failureOf(failure::bad_json, "a request is a JSON object", std::string(), 0);
     }
     Fields fields(document, Document::root);
-    return fields.necessaryText("@type");
+    return typeOf(fields);
 }
 
 namespace {
@@ -264,13 +340,15 @@ std::string encode(Session const * session, Fields & fields, std::string_view ex
 
 std::string decode(Session const * session, Fields & fields, std::string_view extra) {
     Templates const messages = readTemplate(session, fields);
+    if (!fields.has("body")) {
+        fields.lack("body");
+    }
     tavBytes const body = readBody(fields);
-    unsigned short const code = readCode(fields, fields.has("class") ? "class" : "code", messages);
-    fields.pass("code");
+    unsigned short const code = readBodyCode(fields, messages);
     fields.finish();
     if (!messages || messages->classOf(code).empty()) {
         throw failureOf(failure::template_lacks_class,
-                        "code: there is no class of the code " + std::to_string(code), "code");
+                        "code: there is no class of the code " + std::to_string(code), fields.path("code"));
     }
     ObjectText out("decoded", extra);
     out.number("code", code).text("class", messages->classOf(code));
@@ -286,22 +364,12 @@ std::string check(Session const * session, Fields & fields, std::string_view ext
         throw failureOf(failure::field_missing, "request: this is necessary", "request");
     }
     Fields in(fields.document(), object);
-    std::string const type = in.necessaryText("@type");
+    std::string const type = typeOf(in);
     in.pass("@extra");
     if (type == "connect") {
         readConnect(in);
     } else if (type == "send" || type == "request") {
-        for (char const * const each : {"time_limit_ms", "grey", "version", "safe_to_repeat"}) {
-            in.pass(each);
-        }
-        if (type == "send") {
-            in.flag("receipt", false);
-            in.text("target");
-        } else {
-            readCode(in, "reply", messages);
-        }
-        readOutgoing(in, messages);
-        in.finish();
+        readSend(in, type == "request", messages);
     } else {
         throw Failure(code_unknown_type, "unknown_type",
                       "request.@type: only connect, send and request are checked", "request.@type");
@@ -323,7 +391,7 @@ std::string log(Fields & fields, std::string_view extra) {
     try {
         tavLogger::setLogLevel(tav_istr(levels));
     } catch (std::invalid_argument const & e) {
-        fields.refuse(fields.find("levels"), e.what());
+        fields.refuse(fields.find("levels"), wordsOf(e));
     }
     return ObjectText("ok", extra).take();
 }

@@ -24,9 +24,26 @@ std::string stateText(tls::client & client, bool connected, kit::keeper const * 
 std::string statisticsText(tls::client const & client, std::string_view extra);
 void putExt(ObjectText & out, tavMsgExt const & ext);
 
-/// A code: a number, or the name of a class of the template.
+/// A code: a number, or the name of a class of the template; no_code if it is missing.
 unsigned short readCode(Fields & fields, std::string_view name,
                         std::shared_ptr<Template const> const & messages);
+
+/// What a `send` or `request` wants.
+struct SendWish {
+    Encoded out;
+    /// no_code if nothing is awaited; the message's own code awaits a receipt.
+    unsigned short reply = no_code;
+    int limit_ms = 0;
+    bool grey = false;
+    unsigned short version = 4;
+    bool repeats = false;
+    std::string target;
+
+    bool isOld() const { return out.code < 0x100; }
+};
+
+/// Reads all members of a send, or of a request.  Throws Failure.
+SendWish readSend(Fields & fields, bool request, std::shared_ptr<Template const> const & messages);
 
 } // namespace json_client
 } // namespace tav

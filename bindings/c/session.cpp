@@ -14,19 +14,8 @@ namespace {
 
 using tls::failure;
 
-constexpr int default_limit_ms = 30000;
-constexpr int longest_limit_ms = std::numeric_limits<int>::max() - 5;
 /// For those who use what is to end.
 constexpr std::chrono::milliseconds patience(1000);
-
-int readLimit(Fields & fields) {
-    return static_cast<int>(fields.number("time_limit_ms", 1, longest_limit_ms, default_limit_ms));
-}
-
-kit::within termsOf(int limit_ms, bool grey, unsigned short version, bool repeats) {
-    kit::within terms{std::chrono::milliseconds(limit_ms)};
-    return terms.grey(grey).version(version).repeatable(repeats);
-}
 
 Failure lastFailure() {
     auto const why = static_cast<failure>(tls::last_failure().value());
@@ -38,16 +27,6 @@ Failure lastFailure() {
 } // namespace
 
 Session::Session(std::string const & name) : client_(std::make_unique<tls::client>(tav_istr(name))) {}
-
-void Session::open() {
-    client_.share()->set_old_msg_default_callback(
-        [weak = weak_from_this()](unsigned long long sno, unsigned short code, unsigned char const * data,
-                                  unsigned size, tavMsgExt const & ext) {
-            if (auto const self = weak.lock()) {
-                self->onMessage(sno, code, tav_istr(data, size), ext);
-            }
-        });
-}
 
 std::shared_ptr<Template const> Session::messages() const {
     std::lock_guard<std::mutex> const guard(mutex_);
@@ -118,7 +97,7 @@ bool Session::send(std::string_view request) {
     } catch (std::bad_alloc const &) {
         ticket->fail(failureOf(failure::out_of_memory));
     } catch (std::exception const & e) {
-        ticket->fail(failureOf(failure::other, e.what()));
+        ticket->fail(failureOf(failure::other, wordsOf(e)));
     }
     return true;
 }
@@ -134,9 +113,9 @@ void Session::serve(TicketPtr const & ticket, Fields & fields, std::string_view 
     } else if (type == "disconnect") {
         disconnect(ticket, fields);
     } else if (type == "send") {
-        sendMessage(ticket, fields);
+        sendOrRequest(ticket, fields, false);
     } else if (type == "request") {
-        request(ticket, fields);
+        sendOrRequest(ticket, fields, true);
     } else if (serveAtOnce(this, fields, type, ticket->extra(), text)) {
         ticket->answer(std::move(text));
     } else {
@@ -156,6 +135,7 @@ void Session::leaveInLock() {
         keeping_ = false;
         kit::keeper_status status;
         status.cause = make_error_code(failure::cancelled);
+        status.to = kept_to_;
         outbox_->event(keeperText(status));
     }
     outbox_->stir();
@@ -198,6 +178,7 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
         client->close();
     }
     try {
+        listenToOld(*client, era);
         if (wish->keeper) {
             keep(client, *wish, limit_ms, era, left);
             return;
@@ -255,37 +236,24 @@ void Session::disconnect(TicketPtr const & ticket, Fields & fields) {
     ticket->answer(ObjectText("ok", ticket->extra()).take());
 }
 
-void Session::sendMessage(TicketPtr const & ticket, Fields & fields) {
-    bool const receipt = fields.flag("receipt", false);
-    int const limit_ms = readLimit(fields);
-    bool const repeats = fields.flag("safe_to_repeat", false);
-    bool const grey = fields.flag("grey", false);
-    auto const version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
-    std::string const target = fields.text("target");
+void Session::sendOrRequest(TicketPtr const & ticket, Fields & fields, bool request) {
     Ways const by = ways();
-    Encoded const out = readOutgoing(fields, by.messages);
-    bool const old = out.code < 0x100;
-    fields.finish();
-    if (old && receipt) {
-        fields.refuse(fields.find("receipt"), "a message of a code up to 255 has no receipt");
-    }
-    if (by.kept && !old && target.empty()) {
-        kit::within terms = termsOf(limit_ms, grey, version, repeats);
-        sendKept(ticket, by, out, receipt ? out.code : no_code, terms);
+    SendWish const wish = readSend(fields, request, by.messages);
+    if (by.kept && !wish.isOld()) {
+        sendKept(ticket, by, wish);
         return;
     }
-    if (receipt) {
-        tls::send_option option(limit_ms, tls::timedout_function(), grey, version);
-        option.ack = out.code;
-        sendTracked(ticket, by, out.code, out.body, option);
+    if (wish.reply != no_code) {
+        sendTracked(ticket, by, wish);
         return;
     }
     tls::client & client = *lineOf(by).client;
-    tls::send_option option(0, tls::timedout_function(), grey, version);
-    if (old) {
-        client.send_old_nbr_msg(static_cast<unsigned char>(out.code), tav_istr(out.body), tav_istr(target));
+    tls::send_option option(0, tls::timedout_function(), wish.grey, wish.version);
+    tav_istr const body(wish.out.body);
+    if (wish.isOld()) {
+        client.send_old_nbr_msg(static_cast<unsigned char>(wish.out.code), body, tav_istr(wish.target));
     } else {
-        client.send_nbr_msg(out.code, out.body.data(), out.body.size(), option, tav_istr(target));
+        client.send_nbr_msg(wish.out.code, wish.out.body.data(), wish.out.body.size(), option);
     }
     if (tls::last_failure()) {
         throw lastFailure();
@@ -293,42 +261,22 @@ void Session::sendMessage(TicketPtr const & ticket, Fields & fields) {
     ticket->answer(ObjectText("ok", ticket->extra()).take());
 }
 
-void Session::request(TicketPtr const & ticket, Fields & fields) {
-    int const limit_ms = readLimit(fields);
-    bool const repeats = fields.flag("safe_to_repeat", false);
-    bool const grey = fields.flag("grey", false);
-    auto const version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
-    Ways const by = ways();
-    unsigned short const reply = readCode(fields, "reply", by.messages);
-    Encoded const out = readOutgoing(fields, by.messages);
-    fields.finish();
-    if (out.code < 0x100) {
-        throw failureOf(failure::value_does_not_fit, "code: a message of a code up to 255 has no reply",
-                        "code");
-    }
-    if (by.kept) {
-        sendKept(ticket, by, out, reply, termsOf(limit_ms, grey, version, repeats));
-        return;
-    }
-    tls::send_option option(limit_ms, tls::timedout_function(), grey, version);
-    option.ack = reply;
-    sendTracked(ticket, by, out.code, out.body, option);
-}
-
-void Session::sendTracked(TicketPtr const & ticket, Ways const & by, unsigned short code,
-                          tavBytes const & body, tls::send_option & option) {
+void Session::sendTracked(TicketPtr const & ticket, Ways const & by, SendWish const & wish) {
     tls::client & client = *lineOf(by).client;
+    tls::send_option option(wish.limit_ms, tls::timedout_function(), wish.grey, wish.version);
+    option.ack = wish.reply;
     auto const call = std::make_shared<Call>(ticket, by.left);
     option.set_on_timedout([call](unsigned long long, unsigned short, bool cancelled) {
         call->ended(cancelled ? failure::cancelled : failure::timed_out, std::string());
     });
-    bool const receipt = option.ack == code;
+    bool const receipt = wish.reply == wish.out.code;
     option.set_nbr_ack_callback([call, receipt, templates = by.messages](
                                     unsigned long long sno, unsigned short reply, unsigned char const * data,
                                     unsigned size, tavMsgExt const & ext) {
         answerReply(call->ticket(), receipt, Came{sno, reply, tav_istr(data, size), ext}, templates);
     });
-    std::shared_ptr<tls::send_info> const info = client.send_nbr_msg(code, body.data(), body.size(), option);
+    std::shared_ptr<tls::send_info> const info =
+        client.send_nbr_msg(wish.out.code, wish.out.body.data(), wish.out.body.size(), option);
     if (!info) {
         ticket->fail(lastFailure());
         return;
@@ -336,13 +284,14 @@ void Session::sendTracked(TicketPtr const & ticket, Ways const & by, unsigned sh
     call->known(info);
 }
 
-tls::connect_option Session::plainOption(ConnectWish const & wish) {
+tls::connect_option Session::plainOption(ConnectWish const & wish, Era era) {
     tls::connect_option option = wish.option;
     auto const weak = weak_from_this();
-    option.set_nbr_msg_callback([weak](unsigned long long sno, unsigned short code,
-                                       unsigned char const * data, unsigned size, tavMsgExt const & ext) {
+    option.set_nbr_msg_callback([weak, era](unsigned long long sno, unsigned short code,
+                                            unsigned char const * data, unsigned size,
+                                            tavMsgExt const & ext) {
         if (auto const self = weak.lock()) {
-            self->onMessage(sno, code, tav_istr(data, size), ext);
+            self->onMessage(era, Came{sno, code, tav_istr(data, size), ext});
         }
     });
     option.limits.on_queue = [weak](bool full) {
@@ -354,7 +303,7 @@ tls::connect_option Session::plainOption(ConnectWish const & wish) {
 }
 
 tls::connect_option Session::optionFor(ConnectWish const & wish, int limit_ms, Era era) {
-    tls::connect_option option = plainOption(wish);
+    tls::connect_option option = plainOption(wish, era);
     auto const weak = weak_from_this();
     option.timedout.wait_ms(limit_ms);
     option.timedout.set_on_timedout([weak, era](unsigned long long, unsigned short, bool cancelled) {
@@ -507,22 +456,34 @@ void Session::onProxyRefused(Era era) {
     }
 }
 
-void Session::onMessage(unsigned long long sno, unsigned short code, tav_istr body, tavMsgExt const & ext) {
+void Session::listenToOld(tls::client & client, Era era) {
+    client.set_old_msg_default_callback(
+        [weak = weak_from_this(), era](unsigned long long sno, unsigned short code,
+                                       unsigned char const * data, unsigned size, tavMsgExt const & ext) {
+            if (auto const self = weak.lock()) {
+                self->onMessage(era, Came{sno, code, tav_istr(data, size), ext});
+            }
+        });
+}
+
+// What the connection before has left is not told behind its end, nor read by the template of this one.
+void Session::onMessage(Era era, Came const & came) {
     std::shared_ptr<Template const> templates;
     std::shared_ptr<tls::client> client;
     std::size_t most = 0;
-    Era era = 0;
     {
         std::lock_guard<std::mutex> const guard(mutex_);
+        if (era != era_) {
+            return;
+        }
         templates = messages_;
         client = client_.share();
         most = wish_ ? wish_->option.limits.received_waiting : 0;
-        era = era_;
     }
     ObjectText text("push", std::string());
-    text.number("sno", sno);
-    putExt(text, ext);
-    putMessage(text, code, body, templates);
+    text.number("sno", came.sno);
+    putExt(text, came.ext);
+    putMessage(text, came.code, came.body, templates);
     if (most != 0) {
         // Who limits what waits has the gateway held back, which the client does while this callback lasts.
         outbox_->waitForRoom(most, [&] {
@@ -530,7 +491,10 @@ void Session::onMessage(unsigned long long sno, unsigned short code, tav_istr bo
             return era == era_ && up_ && client_ && client && client->connected();
         });
     }
-    outbox_->event(text.take());
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (era == era_) {
+        outbox_->event(text.take());
+    }
 }
 
 bool Session::end() noexcept {

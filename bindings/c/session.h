@@ -4,6 +4,7 @@
 #include "bindings/c/last_owner.h"
 #include "bindings/c/options.h"
 #include "bindings/c/outbox.h"
+#include "bindings/c/report.h"
 
 #include "tav/vinta/vinta_tls_client.h"
 
@@ -16,13 +17,19 @@
 namespace tav {
 namespace json_client {
 
+/// A message as it came.
+struct Came {
+    unsigned long long sno;
+    unsigned short code;
+    tav_istr body;
+    tavMsgExt const & ext;
+};
+
 /// One client of the interface in JSON.  Thread safety: all operations.
 class Session : public std::enable_shared_from_this<Session> {
 public:
     explicit Session(std::string const & name);
 
-    /// To be called once, ahead of all else.
-    void open();
     /// False, and nothing was done, if the end has come.  Throws std::bad_alloc in that case too.
     bool send(std::string_view request);
     Outbox::Found receive(std::string & out, double seconds) { return outbox_->receive(out, seconds); }
@@ -72,17 +79,14 @@ private:
               Call::Left const & left);
     void reconnect(TicketPtr const & ticket, Fields & fields);
     void disconnect(TicketPtr const & ticket, Fields & fields);
-    void sendMessage(TicketPtr const & ticket, Fields & fields);
-    void request(TicketPtr const & ticket, Fields & fields);
-    static void sendTracked(TicketPtr const & ticket, Ways const & by, unsigned short code,
-                            tavBytes const & body, tls::send_option & option);
-
-    /// What goes by a keeper; it awaits nothing if `reply` is no_code.
-    static void sendKept(TicketPtr const & ticket, Ways const & by, Encoded const & out, unsigned short reply,
-                         kit::within const & terms);
+    /// A send, or a request.
+    void sendOrRequest(TicketPtr const & ticket, Fields & fields, bool request);
+    static void sendTracked(TicketPtr const & ticket, Ways const & by, SendWish const & wish);
+    /// What goes by a keeper.
+    static void sendKept(TicketPtr const & ticket, Ways const & by, SendWish const & wish);
 
     /// Without what tells of the connection.
-    tls::connect_option plainOption(ConnectWish const & wish);
+    tls::connect_option plainOption(ConnectWish const & wish, Era era);
     tls::connect_option optionFor(ConnectWish const & wish, int limit_ms, Era era);
     void answerAttemptInLock();
     /// A connection of which nothing more is to be told is over.
@@ -95,7 +99,9 @@ private:
     void onProxyRefused(Era era);
     void onKept(Era era, kit::keeper_status const & status);
     void tellKeptInLock(kit::keeper_status const & status);
-    void onMessage(unsigned long long sno, unsigned short code, tav_istr body, tavMsgExt const & ext);
+    void onMessage(Era era, Came const & came);
+    /// Has messages of codes up to 255 told as of this connection.
+    void listenToOld(tls::client & client, Era era);
     /// Tells that the connection is over; false if it was not up.
     bool broken(Era era, tls::failure why, std::string const & text);
     std::shared_ptr<Call> takeAttempt(Era era);
@@ -125,6 +131,7 @@ private:
     LastOwner<Kept> kept_;
     /// The keeper's end has not been told.
     bool keeping_ = false;
+    kit::gateway kept_to_;
     std::shared_ptr<ConnectWish const> wish_;
     std::shared_ptr<Template const> messages_;
 };
@@ -140,13 +147,6 @@ Encoded readOutgoing(Fields & fields, std::shared_ptr<Template const> const & me
 void putMessage(ObjectText & out, unsigned short code, tav_istr body,
                 std::shared_ptr<Template const> const & messages);
 
-/// A reply, or a receipt, as it came.
-struct Came {
-    unsigned long long sno;
-    unsigned short code;
-    tav_istr body;
-    tavMsgExt const & ext;
-};
 void answerReply(Ticket & to, bool receipt, Came const & came,
                  std::shared_ptr<Template const> const & messages) noexcept;
 

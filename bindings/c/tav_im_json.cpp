@@ -147,7 +147,7 @@ std::string execute(Session const * session, char const * request) {
     } catch (std::bad_alloc const &) {
         throw;
     } catch (std::exception const & e) {
-        return errorText(failureOf(tav::tls::failure::other, e.what()), extra);
+        return errorText(failureOf(tav::tls::failure::other, wordsOf(e)), extra);
     }
 }
 
@@ -156,7 +156,6 @@ std::string execute(Session const * session, char const * request) {
 tav_json_client * tav_json_create(char const * name) {
     try {
         auto const session = std::make_shared<Session>(name != nullptr ? name : "");
-        session->open();
         return Registry::instance().add(session);
     } catch (std::exception const &) {
         return nullptr;

@@ -163,14 +163,25 @@ TEST(JsonClient, FailuresHaveTheirNames) {
     EXPECT_EQ(nameOf(ann.ask({{"@type", "send"}, {"code", 0x3001}, {"body", ""}})), "not_connected");
     EXPECT_EQ(nameOf(ann.ask({{"@type", "reconnect"}})), "not_connected");
     Json request = gate.connect();
-    request["port"] = "65536";
-    EXPECT_EQ(nameOf(ann.ask(request)), "bad_address");
+    for (Json const & port : {Json("65536"), Json(70000), Json(-1), Json(1.5), Json("-1")}) {
+        request["port"] = port;
+        Json const refused = ann.ask(request);
+        EXPECT_EQ(nameOf(refused), "bad_address");
+        EXPECT_EQ(refused.value("field", ""), "port");
+    }
     request = gate.connect();
     request["policy"] = {{"expected_name", "other.example"}};
     EXPECT_EQ(nameOf(ann.ask(request)), "name_mismatch");
     request["policy"] = {{"ciphers", "NO-SUCH"}};
     EXPECT_EQ(nameOf(ann.ask(request)), "bad_policy");
+    EXPECT_EQ(ann.ask(request).value("field", ""), "policy.ciphers");
+    request["policy"] = {{"min_version", "1.3"}, {"max_version", "1.2"}};
+    EXPECT_EQ(ann.ask(request).value("field", ""), "policy.min_version");
+    request["policy"] = {{"certificate_file", "/nowhere/at/all"}, {"key_file", "/nowhere/at/all"}};
+    EXPECT_EQ(ann.ask(request).value("field", ""), "policy.certificate_file");
     request.erase("policy");
+    request["ca"] = "/nowhere/at/all";
+    EXPECT_EQ(ann.ask(request).value("field", ""), "ca");
     request["ca"] = "";
     EXPECT_EQ(nameOf(ann.ask(request)), "certificate_refused");
     request["policy"] = {{"safe", false}};
@@ -367,6 +378,72 @@ TEST(JsonClient, BadRequestsNameWhatIsWrong) {
     EXPECT_EQ(refused({{"@type", "send"}, {"code", 4096}}), "field_missing message");
     EXPECT_EQ(refused({{"@type", "send"}, {"code", 4096}, {"body", "AAA"}}), "value_does_not_fit body");
     EXPECT_EQ(refused({{"@type", "send"}, {"code", 65535}, {"body", "AAAA"}}), "value_does_not_fit code");
+    EXPECT_EQ(refused({{"@type", "send"}, {"code", 4096}, {"body", "AAAA"}, {"target", "bob"}}),
+              "value_does_not_fit target");
+    EXPECT_EQ(refused({{"@type", "decode"}, {"code", 4096}}), "field_missing body");
+}
+
+TEST(JsonClient, MisspeltMemberIsToldAheadOfTheOneThatIsMissing) {
+    Talker ann;
+    auto const refused = [&](Json const & request) {
+        Json const answer = ann.ask(request);
+        return nameOf(answer) + " " + answer.value("field", "");
+    };
+    EXPECT_EQ(refused({{"@tpe", "connect"}}), "unknown_field @tpe");
+    EXPECT_EQ(refused({{"@type", "connect"}, {"hst", "a"}, {"port", 1}}), "unknown_field hst");
+    EXPECT_EQ(refused({{"@type", "connect"}, {"host", "a"}, {"prot", 1}}), "unknown_field prot");
+    Json connect = {{"@type", "connect"}, {"host", "a"}, {"port", 1}, {"proxy", {{"hst", "b"}, {"port", 1}}}};
+    EXPECT_EQ(refused(connect), "unknown_field proxy.hst");
+    EXPECT_EQ(refused({{"@type", "check"}, {"request", connect}}), "unknown_field request.proxy.hst");
+    EXPECT_EQ(refused({{"@type", "check"}, {"request", {{"@tpe", "send"}}}}), "unknown_field request.@tpe");
+    EXPECT_EQ(refused({{"@type", "check"}, {"reqest", connect}}), "unknown_field reqest");
+    EXPECT_EQ(refused({{"@type", "request"}, {"code", 4096}, {"body", "AAAA"}, {"repy", 4097}}),
+              "unknown_field repy");
+    EXPECT_EQ(refused({{"@type", "send"}, {"code", 4096}, {"bdy", "AAAA"}}), "unknown_field bdy");
+    EXPECT_EQ(refused({{"@type", "send"}, {"cod", 4096}, {"body", "AAAA"}}), "unknown_field cod");
+    EXPECT_EQ(refused({{"@type", "encode"}, {"template", chat}, {"clas", "chat.Say"}, {"message", whole()}}),
+              "unknown_field clas");
+    EXPECT_EQ(refused({{"@type", "decode"}, {"template", chat}, {"class", "chat.Say"}, {"bdy", "AAAA"}}),
+              "unknown_field bdy");
+    EXPECT_EQ(refused({{"@type", "log"}, {"level", "(default(WARN))"}}), "unknown_field level");
+    // Alone, the missing one is named.
+    EXPECT_EQ(refused({{"@type", "check"}, {"request", {{"host", "a"}}}}), "field_missing request.@type");
+    EXPECT_EQ(refused({{"@type", "encode"}, {"template", chat}, {"message", whole()}}),
+              "field_missing class");
+}
+
+TEST(JsonClient, CheckRefusesWhatSendRefuses) {
+    auto const refused = [&](char const * name, Json const & value) {
+        Json request = {{"@type", "send"}, {"code", 4096}, {"body", "AAAA"}};
+        request[name] = value;
+        Json const answer = execute({{"@type", "check"}, {"request", request}});
+        return nameOf(answer) + " " + answer.value("field", "");
+    };
+    for (char const * const each :
+         {"time_limit_ms", "version", "grey", "safe_to_repeat", "receipt", "target"}) {
+        EXPECT_EQ(refused(each, Json::object()), std::string("value_does_not_fit request.") + each);
+    }
+    EXPECT_EQ(refused("grey", true), "ok ");
+    EXPECT_EQ(refused("class", "chat.Say"), "template_lacks_class request.class");
+}
+
+TEST(JsonClient, NothingOfAConnectionIsToldBehindItsEnd) {
+    Gate gate;
+    Talker ann;
+    connect(ann, gate, {{"limits", {{"received_waiting", 2}}}});
+    std::string const body = bodyOf("late");
+    for (int i = 0; i < 20; ++i) {
+        gate.gateway.push(0x4444, body, false);
+    }
+    ASSERT_FALSE(ann.event("push").is_null());
+    EXPECT_EQ(nameOf(ann.ask({{"@type", "disconnect"}})), "ok");
+    ASSERT_FALSE(ann.event("disconnected").is_null());
+    connect(ann, gate);
+    tav_json_destroy(ann.client);
+    ann.heard.clear();
+    while (char const * const text = tav_json_receive(ann.client, limit_s)) {
+        EXPECT_NE(Json::parse(text)["@type"], "push");
+    }
 }
 
 TEST(JsonClient, TextThatIsNoJsonNamesThePosition) {
@@ -390,8 +467,10 @@ TEST(JsonClient, TextThatIsNoJsonNamesThePosition) {
     ASSERT_EQ(tav_json_send(ann.client, nullptr), 0);
     EXPECT_EQ(Json::parse(tav_json_receive(ann.client, limit_s))["name"], "bad_json");
     // What had been read ahead of the fault comes back.
-    ASSERT_EQ(tav_json_send(ann.client, "{\"@extra\":[7],\"@type\":"), 0);
-    EXPECT_EQ(Json::parse(tav_json_receive(ann.client, limit_s))["@extra"], Json{7});
+    for (char const * const text : {"{\"@extra\":[7],\"@type\":", "{\"@extra\":[7],\"x\":\"\xff\"}"}) {
+        ASSERT_EQ(tav_json_send(ann.client, text), 0);
+        EXPECT_EQ(Json::parse(tav_json_receive(ann.client, limit_s))["@extra"], Json{7});
+    }
 }
 
 TEST(JsonClient, DepthCostsNoStack) {

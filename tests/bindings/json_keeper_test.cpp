@@ -82,7 +82,9 @@ TEST(JsonKeeper, StatesAreToldAndAConnectIsAnsweredWhenItIsUp) {
     EXPECT_EQ(now["keeper"]["outbox"], 0);
     EXPECT_EQ(nameOf(ann.ask({{"@type", "disconnect"}})), "ok");
     EXPECT_EQ(ann.event("disconnected")["name"], "cancelled");
-    EXPECT_EQ(state(ann, "stopped")["name"], "cancelled");
+    Json const stopped = state(ann, "stopped");
+    EXPECT_EQ(stopped["name"], "cancelled");
+    EXPECT_EQ(stopped["port"], std::to_string(gate.gateway.port()));
     Json const then = ann.ask({{"@type", "state"}});
     EXPECT_EQ(then["connected"], false);
     EXPECT_FALSE(then.contains("keeper"));
@@ -256,10 +258,10 @@ TEST(JsonKeeper, WhatCanNotBeKeptFailsWhileDown) {
     Away const away;
     Talker ann;
     ASSERT_EQ(nameOf(waiting(ann, trusted, away)), "ok");
-    EXPECT_EQ(nameOf(ann.ask({{"@type", "send"}, {"code", 7}, {"body", "AQID"}})), "not_connected");
-    Json targeted = Talker::said(whole(), "send");
-    targeted["target"] = "bob";
-    EXPECT_EQ(nameOf(ann.ask(targeted)), "not_connected");
+    Json old = {{"@type", "send"}, {"code", 7}, {"body", "AQID"}};
+    EXPECT_EQ(nameOf(ann.ask(old)), "not_connected");
+    old["target"] = "bob";
+    EXPECT_EQ(nameOf(ann.ask(old)), "not_connected");
 }
 
 TEST(JsonKeeper, DestroyWhileDownAnswersAll) {
@@ -318,6 +320,17 @@ TEST(JsonKeeper, BadOptionsNameTheField) {
     login.erase("expect");
     login.erase("reply");
     EXPECT_EQ(with({{"login", login}}), "field_missing keeper.login.reply");
+    login["rply"] = "chat.Pushing";
+    EXPECT_EQ(with({{"login", login}}), "unknown_field keeper.login.rply");
+    login.erase("rply");
+    login["reply"] = "chat.Pushing";
+    login.erase("message");
+    EXPECT_EQ(with({{"login", login}}), "field_missing keeper.login.message");
+    login["message"] = {{"text", "ann"}};
+    login["class"] = "chat.Nobody";
+    EXPECT_EQ(with({{"login", login}}), "template_lacks_class keeper.login.class");
+    EXPECT_EQ(with({{"gateways", {{{"host", "a"}, {"port", 70000}}}}}),
+              "bad_address keeper.gateways[0].port");
     Json empty = gate.connect();
     empty.erase("host");
     empty.erase("port");

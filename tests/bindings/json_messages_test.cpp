@@ -197,3 +197,80 @@ TEST(JsonMessages, AnyBytesAsBodyGiveJsonOrAnError) {
         ASSERT_TRUE(answer["@type"] == "decoded" || answer["@type"] == "error") << changed;
     }
 }
+
+namespace {
+
+char const * const numbers = R"(
+    Inner:object(__class__(n.Inner) [1]age:int32?(0{0..150}) [2]mood:enum{Mood}?(a(0) b(1)))
+    All:object(
+        __class__(n.All) __code__(3001)
+        [1]f:float?()
+        [2]d:double?()
+        [3]fs:list{float}()
+        [4]fm:map{string,float}()
+        [5]at:time?()
+        [6]big:int64?()
+        [7]ubig:uint64?()
+        [8]ats:list{time}()
+        [9]keys:map{int64,int32}()
+        [10]ins:list{n.Inner}()
+        [11]bigs:map{string,int64}()
+    )
+)";
+
+Json encodeAll(Json const & message) {
+    return execute({{"@type", "encode"}, {"template", numbers}, {"class", "n.All"}, {"message", message}});
+}
+Json decodeAll(Json const & encoded) {
+    return execute(
+        {{"@type", "decode"}, {"template", numbers}, {"class", "n.All"}, {"body", encoded["body"]}});
+}
+std::string raw(std::string const & message) {
+    std::string const request = R"({"@type":"encode","class":"n.All","template":)" + Json(numbers).dump() +
+                                R"(,"message":)" + message + "}";
+    return blamed(Json::parse(tav_json_execute(nullptr, request.c_str())));
+}
+
+} // namespace
+
+TEST(JsonMessages, RealNumberThatAFieldDoesNotHoldIsRefused) {
+    EXPECT_EQ(raw(R"({"f":1e39})"), "value_does_not_fit message.f");
+    EXPECT_EQ(raw(R"({"f":-1e300})"), "value_does_not_fit message.f");
+    EXPECT_EQ(raw(R"({"d":1e999})"), "value_does_not_fit message.d");
+    EXPECT_EQ(raw(R"({"fs":[1,1e39]})"), "value_does_not_fit message.fs[1]");
+    EXPECT_EQ(raw(R"({"fm":{"a":1e39}})"), "value_does_not_fit message.fm.a");
+    EXPECT_EQ(raw("{\"f\":1" + std::string(60, '0') + "}"), "value_does_not_fit message.f");
+    EXPECT_NE(raw(R"({"f":3e38,"d":1e300})").find("encoded"), std::string::npos);
+}
+
+TEST(JsonMessages, KeyThatItsMapDoesNotHoldIsRefused) {
+    EXPECT_EQ(raw(R"({"keys":{"99999999999999999999":1}})"),
+              "value_does_not_fit message.keys.99999999999999999999");
+    EXPECT_EQ(raw(R"({"keys":{"9223372036854775808":1}})"),
+              "value_does_not_fit message.keys.9223372036854775808");
+    EXPECT_EQ(raw(R"({"keys":{"abc":1}})"), "value_does_not_fit message.keys.abc");
+    EXPECT_EQ(raw(R"({"keys":{"007":1}})"), "value_does_not_fit message.keys.007");
+    EXPECT_EQ(raw(R"({"bigs":{"":1}})"), "value_does_not_fit message.bigs.");
+    EXPECT_NE(raw(R"({"keys":{"9223372036854775807":1,"0":2}})").find("encoded"), std::string::npos);
+}
+
+TEST(JsonMessages, WhatComesCanBeSentAgain) {
+    for (char const * const number :
+         {"1700000000000", "-5", "0", "-9223372036854775808", "9223372036854775807"}) {
+        Json const message = {
+            {"at", number}, {"big", number}, {"ats", {number, "1"}}, {"bigs", {{"a", number}}}};
+        Json const made = encodeAll(message);
+        ASSERT_EQ(made["@type"], "encoded") << made;
+        Json const back = decodeAll(made);
+        EXPECT_EQ(back["message"], message);
+        EXPECT_EQ(encodeAll(back["message"])["body"], made["body"]);
+    }
+    EXPECT_EQ(blamed(encodeAll({{"at", "soon"}})), "value_does_not_fit message.at");
+    EXPECT_EQ(blamed(encodeAll({{"ubig", "-1"}})), "value_does_not_fit message.ubig");
+    EXPECT_EQ(encodeAll({{"ubig", "18446744073709551615"}})["@type"], "encoded");
+}
+
+TEST(JsonMessages, FaultsWithinListsNameTheirPlace) {
+    EXPECT_EQ(raw(R"({"ins":[{"age":7},{"age":200}]})"), "value_does_not_fit message.ins[1].age");
+    EXPECT_EQ(raw(R"({"ins":[{"age":7},{"mood":7}]})"), "value_does_not_fit message.ins[1].mood");
+}

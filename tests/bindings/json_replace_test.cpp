@@ -4,6 +4,7 @@
 #include "support/log_capture.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <mutex>
 #include <vector>
 
@@ -29,6 +30,12 @@ public:
         std::lock_guard<std::mutex> const guard(mutex_);
         return codes_;
     }
+    /// Whether so many packets have come before the limit.
+    bool wait(std::size_t packets) {
+        std::unique_lock<std::mutex> guard(mutex_);
+        return came_.wait_for(guard, std::chrono::duration<double>(limit_s),
+                              [&] { return codes_.size() >= packets; });
+    }
     /// Whether there is a new connection within a time in which there always was one.
     bool isConnectedSoon(unsigned connections) {
         auto const until = std::chrono::steady_clock::now() + 200ms;
@@ -47,11 +54,13 @@ private:
         out.on_packet = [this](unsigned short code, std::string const &) {
             std::lock_guard<std::mutex> const guard(mutex_);
             codes_.push_back(code);
+            came_.notify_all();
         };
         return out;
     }
 
     std::mutex mutex_;
+    std::condition_variable came_;
     std::vector<unsigned short> codes_;
     std::unique_ptr<Gate> gate_;
 };
@@ -59,16 +68,18 @@ private:
 /// A client with a sender that is about to hand its message to the connection.
 class HeldSender {
 public:
-    HeldSender() {
+    /// `line` is in the log as a message is handed over.
+    explicit HeldSender(char const * line = " send nbr msg 0x4444") {
         hold_.hold();
-        log_.at(" send nbr msg 0x4444", [this] { hold_.pass(); });
+        log_.at(line, [this] { hold_.pass(); });
     }
     ~HeldSender() { release(); }
     HeldSender(HeldSender const &) = delete;
     HeldSender & operator=(HeldSender const &) = delete;
 
     void send(Json request) {
-        request.update({{"@extra", "held"}, {"code", held_code}, {"body", "AQID"}});
+        Json const more = {{"@extra", "held"}, {"code", held_code}, {"body", "AQID"}};
+        request.insert(more.begin(), more.end());
         thread_ = std::make_unique<JoiningThread>([this, request] { ann.send(request); });
         ASSERT_TRUE(hold_.waitForSomebody());
     }
@@ -134,7 +145,9 @@ TEST(JsonReplace, MessageNeverGoesByTheConnectionThatTookThePlaceOfItsOwn) {
         EXPECT_EQ(ann.event("disconnected")["name"], "cancelled");
         EXPECT_FALSE(second.isConnectedSoon(0));
         sender.release();
-        EXPECT_EQ(nameOf(sender.answer()), wish == plain() ? "ok" : "cancelled");
+        // The connection that it was meant for may still bring the reply.
+        std::string const end = nameOf(sender.answer());
+        EXPECT_TRUE(wish == plain() ? end == "ok" : end == "cancelled" || end == "reply") << end;
         EXPECT_EQ(nameOf(ann.wait([](Json const & v) { return v.value("@extra", Json()) == "second"; })),
                   "ok");
         EXPECT_EQ(nameOf(ann.ask(request())), "reply");
@@ -161,13 +174,14 @@ TEST(JsonReplace, MessageOfTheConnectionBeforeAKeeperIsNotAheadOfItsLogin) {
     EXPECT_EQ(second.codes(), (std::vector<unsigned short>{0x3001, 0x1000}));
 }
 
-TEST(JsonReplace, MessageWithATargetIsNotAheadOfTheLoginOfTheNextConnection) {
+TEST(JsonReplace, MessageThatAKeeperDoesNotKeepIsNotAheadOfTheNextLogin) {
     Watched watched;
-    HeldSender sender;
+    HeldSender sender(" send old nbr msg 0x");
     Talker & ann = sender.ann;
     ASSERT_EQ(nameOf(ann.ask(kept(watched.gate()))), "ok");
     ASSERT_FALSE(ann.event("connected").is_null());
     Json wish = plain();
+    wish["code"] = 0x44;
     wish["target"] = "bob";
     sender.send(wish);
     ASSERT_TRUE(watched.gate().gateway.wait([](Stats const & s) { return s.open == 1; }));
@@ -181,7 +195,7 @@ TEST(JsonReplace, MessageWithATargetIsNotAheadOfTheLoginOfTheNextConnection) {
     EXPECT_FALSE(watched.isConnectedSoon(before));
     sender.release();
     EXPECT_EQ(nameOf(sender.answer()), "not_connected");
-    EXPECT_TRUE(watched.gate().gateway.wait([](Stats const & s) { return s.packets == 2; }));
+    EXPECT_TRUE(watched.wait(2));
     EXPECT_EQ(watched.codes(), (std::vector<unsigned short>{0x3001, 0x3001}));
 }
 

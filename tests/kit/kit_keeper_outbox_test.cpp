@@ -105,7 +105,7 @@ TEST(KitKeeperOutbox, MessageWaitsNoLongerThanItsLimit) {
 }
 
 TEST(KitKeeperOutbox, LimitGoesOnOnTheWire) {
-    LiveRig rig(kit::keeper_option(), silentGateway());
+    LiveRig rig(kit::keeper_option(), neverAnswering());
     rig.keeper.start();
     auto const begin = std::chrono::steady_clock::now();
     EXPECT_EQ(got(kit::request<Said>(rig.keeper, Say(1), 300ms)).error(), kit::failure::timed_out);
@@ -249,7 +249,7 @@ TEST(KitKeeperOutbox, OutboxIsBoundedInBytesToo) {
 }
 
 TEST(KitKeeperOutbox, MessageThatWasOnTheWireEndsWithItsConnection) {
-    LiveRig rig(kit::keeper_option(), silentGateway());
+    LiveRig rig(kit::keeper_option(), neverAnswering());
     ASSERT_TRUE(rig.start());
     auto lost = kit::request<Said>(rig.keeper, Say(1), 30s);
     ASSERT_TRUE(rig.gateway.gateway.wait([](tav::gateway::Stats const & v) { return v.packets == 1; }));
@@ -261,7 +261,7 @@ TEST(KitKeeperOutbox, MessageThatWasOnTheWireEndsWithItsConnection) {
 }
 
 TEST(KitKeeperOutbox, RepeatableMessageGoesOutAgainUntilItIsAnswered) {
-    LiveRig rig(kit::keeper_option(), silentGateway());
+    LiveRig rig(kit::keeper_option(), neverAnswering());
     ASSERT_TRUE(rig.start());
     Events ends;
     kit::request<Said>(rig.keeper, Say(1), kit::within(30s).repeatable(),
@@ -269,7 +269,7 @@ TEST(KitKeeperOutbox, RepeatableMessageGoesOutAgainUntilItIsAnswered) {
     for (unsigned times = 1; times <= 3; ++times) {
         ASSERT_TRUE(
             rig.gateway.gateway.wait([=](tav::gateway::Stats const & v) { return v.packets == times; }));
-        rig.gateway.gateway.setFaults(times < 3 ? silentGateway().faults : tav::gateway::Faults());
+        rig.gateway.gateway.setFaults(times < 3 ? neverAnswering().faults : tav::gateway::Faults());
         rig.gateway.gateway.drop(times % 2 == 0);
     }
     ASSERT_TRUE(ends.wait(1));
@@ -336,7 +336,7 @@ TEST(KitKeeperOutbox, SendsThatWaitForNothingHoldNothing) {
 }
 
 TEST(KitKeeperOutbox, SendsThatWaitForNothingNeedNoPlaceAmongThoseThatWait) {
-    GatewayRig gateway(silentGateway());
+    GatewayRig gateway(neverAnswering());
     tls::connect_option option = quietOption(std::to_string(gateway.gateway.port()));
     option.limits.tracked_sends = 1;
     kit::keeper keeper(option);

@@ -24,7 +24,7 @@ using Texts = std::vector<std::string>;
 
 TEST(KitKeeperStop, StopEndsEachMessageOnceAndReturnsAtOnce) {
     Events ends;
-    LiveRig rig(kit::keeper_option(), silentGateway());
+    LiveRig rig(kit::keeper_option(), neverAnswering());
     ASSERT_TRUE(rig.start());
     for (int i = 0; i < 20; ++i) {
         kit::request<Said>(rig.keeper, Say(i), 30s, [&](kit::result<Said> v) { ends.add(textOfResult(v)); });
@@ -77,7 +77,7 @@ TEST(KitKeeperStop, StopsWhileAConnectHangs) {
 TEST(KitKeeperStop, StopsWhileALoginHangs) {
     kit::keeper_option how;
     how.login = kit::login_with<Said>(Say(1), 30s);
-    LiveRig rig(how, silentGateway());
+    LiveRig rig(how, neverAnswering());
     rig.keeper.start();
     ASSERT_TRUE(rig.gateway.gateway.wait([](tav::gateway::Stats const & v) { return v.packets == 1; }));
     EXPECT_LT(took([&] { rig.keeper.stop(); }), a_second);
@@ -99,7 +99,7 @@ TEST(KitKeeperStop, StopsWhileALoginHoldsUpTheThread) {
 TEST(KitKeeperStop, StopsWhileAnotherKeeperHoldsUpTheThread) {
     auto const obstacle = std::make_shared<Gate>();
     Events ends;
-    LiveRig rig(kit::keeper_option(), silentGateway());
+    LiveRig rig(kit::keeper_option(), neverAnswering());
     ASSERT_TRUE(rig.start());
     kit::keeper_option how;
     how.on_state = [obstacle](kit::keeper_status const &) { obstacle->pass(); };

@@ -173,13 +173,6 @@ private:
     }
 };
 
-/// A gateway that reads and says nothing.
-inline tav::gateway::Options silentGateway() {
-    tav::gateway::Options options;
-    options.faults.silence = true;
-    return options;
-}
-
 /// A keeper by the time of the world, and a gateway.
 class LiveRig {
 public:
