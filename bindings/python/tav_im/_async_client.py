@@ -6,6 +6,7 @@ import asyncio
 from types import TracebackType
 from typing import Any, AsyncIterator, Callable, Dict, List, Mapping, Optional, Type, Union
 
+from ._backlog import AsyncEventQueue
 from ._receiver import Receiver
 from ._values import Event, Json, Keeper, Limits, Message, Name, Policy, Proxy, checked
 from ._values import connect_request, handler_of, milliseconds, reply_of, request_request, send_request
@@ -18,11 +19,14 @@ class AsyncClient:
     """A client for one event loop: the one that runs where it is made.  No call blocks the loop.
 
     A task that is cancelled while it waits for an answer gives the answer up; the request itself goes on.
+
+    Of the events that nobody takes the last `most_waiting` are kept: an event "dropped" with their `count` stands
+    in the place of older ones.
     """
 
-    def __init__(self, name: str = "") -> None:
+    def __init__(self, name: str = "", *, most_waiting: int = 10000) -> None:
         self._loop = asyncio.get_running_loop()
-        self._events: "asyncio.Queue[Event]" = asyncio.Queue()
+        self._events = AsyncEventQueue(most_waiting)
         self._handlers: Dict[Name, Handler] = {}
         self._receiver = Receiver(name, self._take)
 

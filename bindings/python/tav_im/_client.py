@@ -6,6 +6,7 @@ import queue
 from types import TracebackType
 from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Type, Union
 
+from ._backlog import EventQueue
 from ._receiver import Receiver
 from ._values import Error, Event, Json, Keeper, Limits, Message, Name, Policy, Proxy, checked
 from ._values import connect_request, milliseconds, reply_of, request_request, send_request
@@ -19,10 +20,13 @@ class Client:
 
     Every method may be called from any thread.  Pushes that `on` has a function for are handed to it on the
     client's own thread, where calls that wait must not be made; all else waits in `events`.
+
+    Of the events that nobody takes the last `most_waiting` are kept: an event "dropped" with their `count` stands
+    in the place of older ones.
     """
 
-    def __init__(self, name: str = "") -> None:
-        self._events: "queue.SimpleQueue[Event]" = queue.SimpleQueue()
+    def __init__(self, name: str = "", *, most_waiting: int = 10000) -> None:
+        self._events = EventQueue(most_waiting)
         self._handlers: Dict[Name, Handler] = {}
         self._receiver = Receiver(name, self._take)
 

@@ -150,7 +150,8 @@ _Handler = Callable[[Message], None]
 class Event:
     """Something that happened.
 
-    `type` is "connected", "disconnected", "push", "queue" or "closed"; of a keeper "keeper" and "logged_in" too.
+    `type` is "connected", "disconnected", "push", "queue" or "closed"; of a keeper "keeper" and "logged_in" too; and
+    "dropped", with `count`, in the place of events that nobody took and for which there was no room any more.
     """
 
     type: str

@@ -52,6 +52,28 @@ class AsyncClientTest(unittest.IsolatedAsyncioTestCase):
         await bob.close()
         self.assertEqual(await asyncio.wait_for(listening, LIMIT), ["a", "b", "c"])
 
+    async def test_events_that_nobody_takes_are_bounded(self) -> None:
+        with self.assertRaises(ValueError):
+            tav_im.AsyncClient(most_waiting=0)
+        bob = tav_im.AsyncClient("bob", most_waiting=4)
+        self.addAsyncCleanup(bob.close)
+        await self.gateway.connect_async(bob)
+        ann = await self.connected()
+        await bob.request("Say", {"text": "here"}, reply="Said", time_limit=LIMIT)
+        for number in range(20):
+            await ann.request("Say", {"text": str(number)}, reply="Said", time_limit=LIMIT)
+        await bob.request("Say", {"text": "last"}, reply="Said", time_limit=LIMIT)
+        dropped = await bob.next_event(LIMIT)
+        self.assertIsNotNone(dropped)
+        if dropped is not None:
+            self.assertEqual((dropped.type, dropped.data["count"]), ("dropped", 17))
+        texts = []
+        for _ in range(4):
+            event = await bob.next_event(LIMIT)
+            if event is not None:
+                texts.append(event.message["text"])
+        self.assertEqual(texts, ["16", "17", "18", "19"])
+
     async def test_connections_and_breaks_are_events(self) -> None:
         client = await self.connected()
         await self.next(client, "connected")

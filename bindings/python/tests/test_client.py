@@ -78,6 +78,29 @@ class ClientTest(unittest.TestCase):
         ann.send(0x3001, {"text": "three"})
         self.assertEqual(self.next(bob, "push").message["text"], "three")
 
+    def test_events_that_nobody_takes_are_bounded(self) -> None:
+        with self.assertRaises(ValueError):
+            tav_im.Client(most_waiting=0)
+        bob = tav_im.Client("bob", most_waiting=4)
+        self.addCleanup(bob.close)
+        self.gateway.connect(bob)
+        ann = self.connected()
+        bob.request("Say", {"text": "here"}, reply="Said", time_limit=LIMIT)
+        for number in range(20):
+            ann.request("Say", {"text": str(number)}, reply="Said", time_limit=LIMIT)
+        # What the gateway passes on comes to bob ahead of the answer to what he asks next.
+        bob.request("Say", {"text": "last"}, reply="Said", time_limit=LIMIT)
+        dropped = bob.next_event(0)
+        self.assertIsNotNone(dropped)
+        if dropped is not None:
+            # One more is "connected".
+            self.assertEqual((dropped.type, dropped.data["count"]), ("dropped", 17))
+        bob.close()
+        left = list(bob.events())
+        self.assertEqual(left[0].type, "dropped")
+        self.assertEqual([event.message["text"] for event in left if event.type == "push"], ["18", "19"])
+        self.assertEqual(left[-1].type, "disconnected")
+
     def test_events_end_with_the_client(self) -> None:
         client = self.connected()
         seen: List[str] = []
