@@ -1,4 +1,4 @@
-// Must not compile: tav::kit::request<Reply>: Reply has to override traverse(tavCodecStream &), which is not const
+// Must not compile: tav::kit::request<Reply>: Reply has to override traverse(tavCodecStream &)
 #include "tav/kit/message.h"
 #include "tav/kit/talk.h"
 
