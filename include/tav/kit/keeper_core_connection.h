@@ -22,6 +22,7 @@ inline void keeper_core::start() {
             return;
         }
         ++era_;
+        bad_addresses_ = 0;
         rounds_ = 0;
         round_.clear();
         next_in_round_ = 0;
@@ -183,6 +184,8 @@ inline void keeper_core::come_up(unsigned era) {
 // An attempt or a connection has ended.  What is left of it goes, and so does what it may still tell.
 inline void keeper_core::lost(unsigned era, std::error_code cause) {
     bool was_up = false;
+    // Of none of the gateways.
+    bool no_address = false;
     std::shared_ptr<tls::connect_info> info;
     keeper_status next;
     {
@@ -194,6 +197,8 @@ inline void keeper_core::lost(unsigned era, std::error_code cause) {
         era = era_;
         info.swap(info_);
         was_up = phase_ == phase::up;
+        bad_addresses_ = cause == tls::failure::bad_address ? bad_addresses_ + 1 : 0;
+        no_address = bad_addresses_ >= how_.gateways.size();
         if (was_up && timer_.now() - up_since_ >= how_.reset_after) {
             rounds_ = 0;
             status_.failed = 0;
@@ -208,7 +213,7 @@ inline void keeper_core::lost(unsigned era, std::error_code cause) {
     next.cause = cause;
     drop_connection(info);
     bool hopeless = next.cause == tls::failure::bad_policy || next.cause == tls::failure::bad_template ||
-                    next.cause == tls::failure::closed;
+                    next.cause == tls::failure::closed || no_address;
     if (how_.give_up && !hopeless) {
         call_guarded("tav::kit::keeper_option::give_up", [&] { hopeless = how_.give_up(next); });
     }
@@ -333,11 +338,13 @@ inline tls::connect_option keeper_core::option_for(gateway const & to, unsigned 
     });
     own.set_on_error([owner, era, user = option_.on_error_](unsigned long long sno, unsigned short msgcode,
                                                             int code, char const * text) {
-        if (std::shared_ptr<keeper_core> const core = owner.lock()) {
-            core->post(event{news::failed, era, tls::last_failure()});
-        }
+        std::error_code const cause = tls::last_failure();
+        // Ahead of the state that it leads to.
         if (user) {
-            user(sno, msgcode, code, text);
+            call_guarded("tav::kit::keeper", [&] { user(sno, msgcode, code, text); });
+        }
+        if (std::shared_ptr<keeper_core> const core = owner.lock()) {
+            core->post(event{news::failed, era, cause});
         }
     });
     own.set_on_heartbeat_timedout([owner, era, user = option_.on_heartbeat_timedout_] {
