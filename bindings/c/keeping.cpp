@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <locale>
 #include <sstream>
 #include <utility>
 
@@ -95,11 +96,41 @@ std::shared_ptr<LoginWish const> readLogin(Fields & fields, kit::keeper_option &
     if (!wish->expected.empty() && (!messages || messages->classOf(wish->reply).empty())) {
         in.refuse(in.find("expect"), "the template does not have the class of the reply");
     }
+    if (!wish->expected.empty()) {
+        messages->checkValues(in.document(), in.find("expect"), messages->classOf(wish->reply));
+    }
     wish->code = out.code;
     wish->body = std::move(out.body);
     wish->terms = kit::within(option.login_limit);
     wish->messages = messages;
     return wish;
+}
+
+bool readReal(std::string_view text, double & value) {
+    std::istringstream in{std::string(text)};
+    in.imbue(std::locale::classic());
+    in >> value;
+    return !in.fail() && in.peek() == std::istringstream::traits_type::eof();
+}
+
+/// Whether a field of the reply has the value that was wanted.  Both fit the field, so numbers may be written
+/// in more than one way, and as strings.
+bool isSame(Expected const & wanted, Node const & found) {
+    if (found.kind == wanted.kind && found.truth == wanted.truth && found.text == wanted.text) {
+        return true;
+    }
+    bool const number = wanted.kind == Kind::number || found.kind == Kind::number;
+    if (!number || wanted.kind == Kind::boolean || found.kind == Kind::boolean) {
+        return false;
+    }
+    if (wanted.text == found.text) {
+        return true;
+    }
+    double first = 0;
+    double second = 0;
+    bool const whole = wanted.text.find_first_not_of("-0123456789") == std::string::npos &&
+                       found.text.find_first_not_of("-0123456789") == std::string_view::npos;
+    return !whole && readReal(wanted.text, first) && readReal(found.text, second) && first == second;
 }
 
 bool holds(LoginWish const & wish, tav_istr reply) {
@@ -114,8 +145,7 @@ bool holds(LoginWish const & wish, tav_istr reply) {
     }
     return std::all_of(wish.expected.begin(), wish.expected.end(), [&](Expected const & each) {
         unsigned const i = document.member(Document::root, each.name);
-        Node const & found = document.node(i);
-        return i != 0 && found.kind == each.kind && found.truth == each.truth && found.text == each.text;
+        return i != 0 && isSame(each, document.node(i));
     });
 }
 
@@ -123,7 +153,7 @@ Failure ownFailure(int code, char const * name, std::error_code why) {
     return Failure(code, name, why.message());
 }
 
-ObjectText & putStatus(ObjectText & out, kit::keeper_status const & status) {
+ObjectText & putStatus(ObjectText & out, kit::keeper_status const & status, std::string const & words) {
     std::ostringstream state;
     state << status.state;
     out.text("state", state.str()).text("host", status.to.host).text("port", status.to.port);
@@ -134,7 +164,7 @@ ObjectText & putStatus(ObjectText & out, kit::keeper_status const & status) {
         out.number("wait_ms", std::max<milliseconds::rep>(ms, 0));
     }
     if (status.cause) {
-        Failure const cause = keeperFailure(status.cause, false);
+        Failure const cause = keeperFailure(status.cause, false, words);
         out.number("code", cause.code).text("name", cause.name).text("text", cause.text);
     }
     return out;
@@ -192,10 +222,11 @@ void letGo(LastOwner<Kept> & kept, LastOwner<Kept>::Clock::time_point until) noe
     }
 }
 
-Failure keeperFailure(std::error_code why, bool left) {
+Failure keeperFailure(std::error_code why, bool left, std::string const & cause) {
     using tls::failure;
     if (why.category() == tls::failure_category()) {
-        return failureOf(static_cast<failure>(why.value()));
+        auto const name = static_cast<failure>(why.value());
+        return failureOf(name, cause, name == failure::bad_policy ? policyField(cause) : std::string());
     }
     if (why.category() != kit::failures()) {
         return failureOf(failure::other, why.message());
@@ -219,14 +250,14 @@ Failure keeperFailure(std::error_code why, bool left) {
     return failureOf(failure::other, why.message());
 }
 
-std::string keeperText(kit::keeper_status const & status) {
+std::string keeperText(kit::keeper_status const & status, std::string const & cause) {
     ObjectText out("keeper", std::string());
-    return putStatus(out, status).take();
+    return putStatus(out, status, cause).take();
 }
 
-std::string keeperText(kit::keeper const & keeper) {
+std::string keeperText(kit::keeper const & keeper, std::string const & cause) {
     ObjectText out;
-    return putStatus(out, keeper.status()).number("outbox", keeper.waiting()).take();
+    return putStatus(out, keeper.status(), cause).number("outbox", keeper.waiting()).take();
 }
 
 } // namespace json_client

@@ -65,12 +65,13 @@ struct Kept {
 void letGo(LastOwner<Kept> & kept, LastOwner<Kept>::Clock::time_point until) noexcept;
 
 /// The failure of a keeper, or of what was sent by it.  `left`: the application has ended it.
-Failure keeperFailure(std::error_code why, bool left);
+/// `cause` are words for it, if there are better ones than its name.
+Failure keeperFailure(std::error_code why, bool left, std::string const & cause = std::string());
 
 /// The event of a state.
-std::string keeperText(kit::keeper_status const & status);
+std::string keeperText(kit::keeper_status const & status, std::string const & cause = std::string());
 /// As a member of the answer of "state".
-std::string keeperText(kit::keeper const & keeper);
+std::string keeperText(kit::keeper const & keeper, std::string const & cause);
 
 } // namespace json_client
 } // namespace tav

@@ -33,6 +33,11 @@ void Session::keep(std::shared_ptr<tls::client> const & client, ConnectWish cons
         how.login = loginOf(login, good);
     }
     tls::connect_option option = plainOption(wish, era);
+    option.set_on_error([weak, era](unsigned long long, unsigned short, int, char const * text) {
+        if (auto const self = weak.lock()) {
+            self->noteCause(era, text);
+        }
+    });
     option.set_on_open([weak, era, heartbeat = wish.heartbeat] {
         if (auto const self = weak.lock()) {
             self->onOpen(era, heartbeat);
@@ -44,6 +49,19 @@ void Session::keep(std::shared_ptr<tls::client> const & client, ConnectWish cons
     kept_ = std::move(made);
     // Nobody sends by it before that.
     kept_.share()->keeper.start();
+}
+
+void Session::noteCause(Era era, std::string const & text) {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    if (era == era_) {
+        cause_ = text;
+        cause_is_old_ = false;
+    }
+}
+
+std::string Session::cause() const {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    return cause_;
 }
 
 void Session::onKept(Era era, kit::keeper_status const & status) {
@@ -66,18 +84,25 @@ void Session::onKept(Era era, kit::keeper_status const & status) {
 void Session::tellKeptInLock(kit::keeper_status const & status) {
     bool const ended = status.state == kit::keeper_state::stopped;
     keeping_ = !ended;
+    if (cause_is_old_ && (ended || status.state == kit::keeper_state::waiting)) {
+        cause_.clear();
+    }
     kept_to_ = status.to;
+    Failure const why = keeperFailure(status.cause, false, cause_);
     if (up_ && status.state != kit::keeper_state::up) {
         up_ = false;
-        Failure const why = keeperFailure(status.cause, false);
         ObjectText text("disconnected", std::string());
         text.number("code", why.code).text("name", why.name).text("text", why.text);
         outbox_->event(text.take());
         outbox_->stir();
     }
-    outbox_->event(keeperText(status));
+    outbox_->event(keeperText(status, cause_));
+    if (status.state == kit::keeper_state::connecting || status.state == kit::keeper_state::up) {
+        // The next failure has words of its own.
+        cause_is_old_ = true;
+    }
     if (ended && attempt_) {
-        attempt_->ticket().fail(keeperFailure(status.cause, false));
+        attempt_->ticket().fail(why);
         attempt_.reset();
     } else if (status.state == kit::keeper_state::waiting) {
         answerAttemptInLock();
@@ -113,7 +138,12 @@ void answerReply(Ticket & to, bool receipt, Came const & came,
         ObjectText text(receipt ? "receipt" : "reply", to.extra());
         text.number("sno", came.sno);
         putExt(text, came.ext);
-        putMessage(text, came.code, came.body, messages);
+        if (receipt && came.body.empty()) {
+            // It confirms, and says no more.
+            text.number("code", came.code).raw("message", "{}");
+        } else {
+            putMessage(text, came.code, came.body, messages);
+        }
         to.answer(text.take());
     } catch (std::bad_alloc const &) {
         to.fail(failureOf(tls::failure::out_of_memory));

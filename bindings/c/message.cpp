@@ -1,12 +1,14 @@
 #include "bindings/c/message.h"
 
 #include "bindings/c/fields.h"
+#include "bindings/c/template_check.h"
 #include "tav/vinta/vinta_json2nbr.h"
 #include "tav/vinta/vinta_tls_failure.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <locale>
 #include <set>
@@ -35,15 +37,6 @@ std::string_view bytesOf(tav_istr text) {
 
 std::string textOf(tav_istr text) {
     return std::string(bytesOf(text));
-}
-
-MetaClass const * classNamed(tavString const & name, MetaClass const & within, MetaFactory const & factory) {
-    for (MetaClass const & nested : within.classes) {
-        if (nested.className == name) {
-            return &nested;
-        }
-    }
-    return within.className == name ? &within : factory.findClass(tav_istr(name));
 }
 
 /// The field of this name, of the class or of one of its bases.
@@ -79,9 +72,50 @@ bool fitsReal(std::string_view text) {
     }
     std::istringstream in{std::string(text)};
     in.imbue(std::locale::classic());
-    double value = 0;
+    T value = 0;
     in >> value;
-    return !in.fail() && std::abs(value) <= static_cast<double>(std::numeric_limits<T>::max());
+    return !in.fail();
+}
+
+/// The shortest text that reads back as the number; null if there is none.
+template <class T>
+std::string realText(T value) {
+    if (!std::isfinite(value)) {
+        return "null";
+    }
+#if defined(__cpp_lib_to_chars)
+    char text[64];
+    return std::string(text, std::to_chars(text, text + sizeof(text), value).ptr);
+#else
+    std::string text;
+    for (int digits = std::numeric_limits<T>::digits10; digits <= std::numeric_limits<T>::max_digits10;
+         ++digits) {
+        std::ostringstream out;
+        out.imbue(std::locale::classic());
+        out.precision(digits);
+        out << value;
+        text = out.str();
+        std::istringstream in(text);
+        in.imbue(std::locale::classic());
+        T back = 0;
+        in >> back;
+        if (back == value) {
+            break;
+        }
+    }
+    return text;
+#endif
+}
+
+/// The real number of type T whose bits the digits tell.
+template <class T, class Bits>
+std::string realOfBits(std::string_view digits) {
+    static_assert(sizeof(T) == sizeof(Bits), "all bits of a number");
+    Bits bits = 0;
+    std::from_chars(digits.data(), digits.data() + digits.size(), bits);
+    T value = 0;
+    std::memcpy(&value, &bits, sizeof(value));
+    return realText(value);
 }
 
 /// Whether the digits are a number of type T.
@@ -110,6 +144,19 @@ bool fitsKind(std::string_view digits, int kind) {
     }
 }
 
+/// The kinds that come as strings of digits, and may be sent so.
+bool isLarge(int kind) {
+    return kind == kinds::int64_ || kind == kinds::uint64_ || kind == kinds::time_;
+}
+
+bool isWhole(int kind) {
+    return (kind >= kinds::int8_ && kind <= kinds::uint64_) || kind == kinds::time_ || kind == kinds::enum_;
+}
+
+bool isTextKey(int kind) {
+    return kind >= kinds::string_ && kind <= kinds::u8string_;
+}
+
 /// Whether a key of digits is the one way to write its number.
 bool isPlainKey(std::string_view key, int kind) {
     std::string_view const digits = key.substr(!key.empty() && key.front() == '-' ? 1 : 0);
@@ -117,23 +164,96 @@ bool isPlainKey(std::string_view key, int kind) {
     return plain && fitsKind(key, kind);
 }
 
+/// The bits of a number of 64 bits, which are the same on the wire with a sign and without.
+unsigned long long bitsOf(std::string_view digits) {
+    unsigned long long bits = 0;
+    if (!digits.empty() && digits.front() == '-') {
+        long long value = 0;
+        std::from_chars(digits.data(), digits.data() + digits.size(), value);
+        return static_cast<unsigned long long>(value);
+    }
+    std::from_chars(digits.data(), digits.data() + digits.size(), bits);
+    return bits;
+}
+
+bool isNecessary(MetaField const & field) {
+    int const kind = field.classType.type.value();
+    return !field.classType.optional && kind != kinds::optional_ && kind != kinds::map_ && !isList(kind);
+}
+
+/// A string as the library's reader takes it, which gives no character for the escape \u.
+void appendQuoted(std::string & out, std::string_view text) {
+    out += '"';
+    for (char const c : text) {
+        if (c == '"' || c == '\\') {
+            out += '\\';
+        }
+        out += c;
+    }
+    out += '"';
+}
+
 /// What the transcoder would take in silence and make something else of is refused here, by its place: names
-/// that no field has, numbers that would be cut, nulls that would be dropped, and values of another shape.
+/// that no field has, numbers and keys that would be cut, nulls that would be dropped, values of another
+/// shape, and fields that are missing, within objects too.  The rest is what the transcoder writes.
 class Check {
 public:
     Check(Document const & document, unsigned message, MetaFactory const & factory)
         : document_(document), message_(message), factory_(factory) {}
 
-    /// Strings of digits that are to be handed on as numbers, by where they begin and end.
-    std::vector<std::pair<std::size_t, std::size_t>> const & numbers() const { return numbers_; }
-
-    void run(MetaClass const & cls) {
+    /// The names and values alone.
+    void runValues(MetaClass const & cls) {
         unsigned const end = document_.node(message_).next;
         spots_.resize(end - message_);
         spots_[0] = Spot{kinds::object_, &cls, &cls, nullptr};
         for (unsigned i = message_ + 1; i < end; ++i) {
-            spots_[i - message_] = look(i, spots_[document_.node(i).parent - message_]);
+            spots_[i - message_] = look(i, spotOf(document_.node(i).parent));
         }
+    }
+
+    void run(MetaClass const & cls) {
+        runValues(cls);
+        unsigned const end = document_.node(message_).next;
+        for (unsigned i = message_; i < end; ++i) {
+            if (isObject(spotOf(i).kind) && document_.node(i).kind == Kind::object) {
+                checkMissing(i, *spotOf(i).cls);
+            }
+        }
+    }
+
+    /// The message for the transcoder: numbers are numbers, keys of maps are strings or digits without a
+    /// sign, and a member that is null is not there.
+    std::string text() const {
+        std::string out;
+        std::vector<unsigned> open;
+        auto const close = [&] {
+            out += document_.node(open.back()).kind == Kind::object ? '}' : ']';
+            open.pop_back();
+        };
+        unsigned const end = document_.node(message_).next;
+        for (unsigned i = message_; i < end; ++i) {
+            while (!open.empty() && i == document_.node(open.back()).next) {
+                close();
+            }
+            Node const & value = document_.node(i);
+            if (value.kind == Kind::null && isObject(spotOf(value.parent).kind)) {
+                continue;
+            }
+            if (!open.empty()) {
+                out += out.back() == '{' || out.back() == '[' ? "" : ",";
+                putName(out, i);
+            }
+            if (value.kind == Kind::object || value.kind == Kind::array) {
+                out += value.kind == Kind::object ? '{' : '[';
+                open.push_back(i);
+            } else {
+                putValue(out, i);
+            }
+        }
+        while (!open.empty()) {
+            close();
+        }
+        return out;
     }
 
 private:
@@ -146,19 +266,50 @@ private:
         MetaField const * field = nullptr;
     };
 
+    Spot const & spotOf(unsigned i) const { return spots_[i - message_]; }
+
     [[noreturn]] void refuse(unsigned i, std::string const & why) const {
         std::string const path = document_.path(i);
         throw Failure(static_cast<int>(failure::value_does_not_fit), "value_does_not_fit", path + ": " + why,
                       path, static_cast<long long>(document_.node(i).begin));
     }
 
-    Spot look(unsigned i, Spot const & in) {
+    void putName(std::string & out, unsigned i) const {
+        Node const & value = document_.node(i);
+        if (document_.node(value.parent).kind != Kind::object) {
+            return;
+        }
+        Spot const & in = spotOf(value.parent);
+        if (in.kind == kinds::map_ && isLarge(in.field->classType.keyType.value())) {
+            appendQuoted(out, std::to_string(bitsOf(value.name)));
+        } else {
+            appendQuoted(out, value.name);
+        }
+        out += ':';
+    }
+
+    void putValue(std::string & out, unsigned i) const {
+        Node const & value = document_.node(i);
+        switch (value.kind) {
+        case Kind::boolean: out += value.truth ? "true" : "false"; return;
+        case Kind::number: out += value.text; return;
+        case Kind::string:
+            if (!isLarge(spotOf(i).kind)) {
+                appendQuoted(out, value.text);
+            } else if (value.text.front() == '-') {
+                out += std::to_string(static_cast<long long>(bitsOf(value.text)));
+            } else {
+                out += std::to_string(bitsOf(value.text));
+            }
+            return;
+        default: out += "null";
+        }
+    }
+
+    Spot look(unsigned i, Spot const & in) const {
         Node const & value = document_.node(i);
         Spot spot;
         if (isObject(in.kind)) {
-            if (in.cls == nullptr) {
-                return spot;
-            }
             MetaField const * const field = fieldNamed(value.name, *in.cls, factory_);
             if (field == nullptr) {
                 std::string const path = document_.path(i);
@@ -183,28 +334,7 @@ private:
             spot.cls = classNamed(spot.field->classType.name, *spot.owner, factory_);
         }
         checkShape(i, spot);
-        if (isObject(in.kind)) {
-            checkRules(i, spot);
-        }
         return spot;
-    }
-
-    /// What the template says of the numbers of a field.
-    void checkRules(unsigned i, Spot const & spot) const {
-        Node const & value = document_.node(i);
-        bool const whole = spot.kind < kinds::float_ || spot.kind == kinds::enum_;
-        if (value.kind != Kind::number || !whole || !fits<long long>(value.text)) {
-            return;
-        }
-        long long number = 0;
-        std::from_chars(value.text.data(), value.text.data() + value.text.size(), number);
-        std::set<int> const & values = spot.field->validValues;
-        if (spot.kind == kinds::enum_ && !values.empty() && values.count(static_cast<int>(number)) == 0) {
-            refuse(i, "the enum has no such value");
-        }
-        if (!spot.field->range.check(number)) {
-            refuse(i, "the field does not hold this number");
-        }
     }
 
     void checkKey(unsigned i, int kind) const {
@@ -212,13 +342,18 @@ private:
         if (key.empty()) {
             refuse(i, "the empty text can't be a key");
         }
-        bool const number = kind < kinds::float_ || kind == kinds::time_ || kind == kinds::enum_;
-        if (number && !isPlainKey(key, kind)) {
+        if (!isTextKey(kind) && kind != kinds::bytes_ && !isLarge(kind)) {
+            refuse(i, "a map with keys of this kind can't be sent");
+        }
+        if (isLarge(kind) && !isPlainKey(key, kind)) {
             refuse(i, "the keys of this map do not hold this number");
+        }
+        if (kind == kinds::bytes_ && !isBase64(key)) {
+            refuse(i, "this key has to be base64");
         }
     }
 
-    void checkShape(unsigned i, Spot const & spot) {
+    void checkShape(unsigned i, Spot const & spot) const {
         Node const & value = document_.node(i);
         bool const object = isObject(spot.kind) || spot.kind == kinds::map_;
         if (value.kind == Kind::null || spot.kind == kinds::unknown_) {
@@ -230,14 +365,17 @@ private:
         if (object && value.kind != Kind::object) {
             refuse(i, "this has to be an object");
         }
+        if (isObject(spot.kind) && spot.cls == nullptr) {
+            refuse(i, "the template has no class for this");
+        }
         if (isPlain(spot.kind)) {
-            checkPlain(i, spot.kind);
+            checkPlain(i, spot);
         }
     }
 
-    void checkPlain(unsigned i, int kind) {
+    void checkPlain(unsigned i, Spot const & spot) const {
         Node const & value = document_.node(i);
-        bool const large = kind == kinds::int64_ || kind == kinds::uint64_ || kind == kinds::time_;
+        int const kind = spot.kind;
         bool const text = kind >= kinds::char_ && kind <= kinds::bytes_;
         switch (value.kind) {
         case Kind::object:
@@ -249,19 +387,15 @@ private:
             if (kind == kinds::bool_) {
                 refuse(i, "this has to be true or false");
             }
-            if (!fitsKind(value.text, kind)) {
-                refuse(i, "the field does not hold this number");
-            }
+            checkNumber(i, spot);
             return;
         case Kind::string:
-            if (large && !fitsKind(value.text, kind)) {
-                refuse(i, "the field does not hold this number");
-            }
-            if (!text && !large) {
+            if (isLarge(kind)) {
+                checkNumber(i, spot);
+            } else if (!text) {
                 refuse(i, "this may not be a string");
-            }
-            if (large && (kind == kinds::time_ || value.text.front() == '-')) {
-                numbers_.emplace_back(value.begin, value.end);
+            } else if (kind == kinds::char_ || kind == kinds::wchar_) {
+                refuse(i, "a field of one character can't be sent");
             }
             if (kind == kinds::bytes_ && !isBase64(value.text)) {
                 refuse(i, "this has to be base64");
@@ -276,82 +410,82 @@ private:
         }
     }
 
+    /// What the kind holds, and of that what the template allows.
+    void checkNumber(unsigned i, Spot const & spot) const {
+        std::string_view const digits = document_.node(i).text;
+        if (!fitsKind(digits, spot.kind)) {
+            refuse(i, "the field does not hold this number");
+        }
+        if (!isWhole(spot.kind)) {
+            return;
+        }
+        auto const number = static_cast<long long>(bitsOf(digits));
+        std::set<int> const & values = spot.field->validValues;
+        if (spot.kind == kinds::enum_ && values.count(static_cast<int>(number)) == 0) {
+            refuse(i, "the enum has no such value");
+        }
+        if (spot.kind != kinds::enum_ && spot.kind != kinds::time_ && !spot.field->range.check(number)) {
+            refuse(i, "the field does not hold this number");
+        }
+    }
+
+    void checkMissing(unsigned object, MetaClass const & cls) const {
+        std::set<MetaClass const *> seen;
+        for (MetaClass const * one = &cls; one != nullptr && seen.insert(one).second;) {
+            for (MetaField const & field : one->fields) {
+                std::string_view const name = bytesOf(tav_istr(field.idName.name));
+                unsigned const i = isNecessary(field) ? document_.member(object, name) : message_;
+                if (i == 0 || document_.node(i).kind == Kind::null) {
+                    std::string const path = document_.path(object) + "." + std::string(name);
+                    throw Failure(static_cast<int>(failure::field_missing), "field_missing",
+                                  path + ": this is necessary", path,
+                                  static_cast<long long>(document_.node(object).begin));
+                }
+            }
+            one = one->superName.empty() ? nullptr : classNamed(one->superName, *one, factory_);
+        }
+    }
+
     Document const & document_;
     unsigned const message_;
     MetaFactory const & factory_;
     std::vector<Spot> spots_;
-    std::vector<std::pair<std::size_t, std::size_t>> numbers_;
 };
 
-/// JSON in the library's dialect, which has the same form but gives no character for the escape \u.  A JSON
-/// string between backslashes u is read again as a text of its own.
-std::string inDialect(std::string_view json) {
-    std::string out;
-    out.reserve(json.size());
-    while (!json.empty()) {
-        std::size_t const run = json.find('\\');
-        out.append(json.substr(0, run));
-        if (run == std::string_view::npos) {
-            break;
-        }
-        json.remove_prefix(run);
-        std::size_t size = 2;
-        if (json[1] == 'u') {
-            size = 6;
-            bool const pair = json[2] == 'd' || json[2] == 'D' ? json[3] >= '8' : false;
-            size += pair ? 6 : 0;
-            std::string const quoted = "\"" + std::string(json.substr(0, size)) + "\"";
-            Document one;
-            Failure fault(0, std::string(), std::string());
-            one.read(quoted, fault);
-            std::string_view const plain = one.node(Document::root).text;
-            if (plain == "\"" || plain == "\\") {
-                out += '\\';
-            }
-            out.append(plain);
-        } else {
-            out.append(json.substr(0, 2));
-        }
-        json.remove_prefix(size);
+/// The letters that names are marked with for reading.  They tell what is in a field: how it is to be read
+/// if it is a map, and whether its bits are those of real numbers.
+struct Mark {
+    enum class Shape : unsigned char { plain, map, text_map };
+    enum class Real : unsigned char { none, single, twofold };
+
+    Shape shape = Shape::plain;
+    Real real = Real::none;
+
+    char letter() const {
+        return static_cast<char>('a' + static_cast<int>(shape) * 3 + static_cast<int>(real));
     }
-    return out;
-}
-
-/// The member that a text of the transcoder blames: "field age in class ...", or the first of
-/// "... field name(s) { user seq } in class ...".
-std::string blamedField(std::string_view text) {
-    for (std::string_view const front : {"field name(s) { ", "field "}) {
-        std::size_t const at = text.find(front);
-        if (at != std::string_view::npos) {
-            std::string_view const rest = text.substr(at + front.size());
-            return std::string(rest.substr(0, rest.find(' ')));
-        }
+    static Mark of(char letter) {
+        int const number = letter - 'a';
+        return Mark{static_cast<Shape>(number / 3), static_cast<Real>(number % 3)};
     }
-    return std::string();
-}
+};
 
-Failure failureOf(std::string const & text, std::string const & member) {
-    bool const missing = text.find("missing necessary field") != std::string::npos;
-    std::string const blamed = blamedField(text);
-    std::string const field = member + (member.empty() || blamed.empty() ? "" : ".") + blamed;
-    if (missing) {
-        return Failure(static_cast<int>(failure::field_missing), "field_missing", text, field);
+/// Has real numbers read as whole ones of the same bits.
+template <class Enum>
+Mark::Real takeReal(Enum & kind) {
+    if (kind.value() == kinds::float_) {
+        kind = kinds::uint32_;
+        return Mark::Real::single;
     }
-    return Failure(static_cast<int>(failure::value_does_not_fit), "value_does_not_fit", text, field);
+    if (kind.value() == kinds::double_) {
+        kind = kinds::uint64_;
+        return Mark::Real::twofold;
+    }
+    return Mark::Real::none;
 }
 
-/// How names are marked for reading: names of fields begin with one of these, so that they are told from keys
-/// of maps, which are base64 or digits.
-constexpr char plain_mark = 'f';
-constexpr char keyed_mark = 'm';
-
-bool isTextKey(int kind) {
-    return kind >= kinds::char_ && kind <= kinds::u8string_;
-}
-
-/// Names come out of the transcoder as they are, without escapes.  Keys of maps, which a peer chooses, are
-/// read as bytes here, so that they come in base64 and nothing in them is taken for JSON.
-void markNames(MetaFactory & factory) {
+template <class Change>
+void changeFields(MetaFactory & factory, Change const & change) {
     std::vector<MetaClass *> left;
     for (auto & each : factory.classes) {
         left.push_back(&each.second);
@@ -360,18 +494,43 @@ void markNames(MetaFactory & factory) {
         MetaClass & cls = *left.back();
         left.pop_back();
         for (MetaField & field : cls.fields) {
-            bool const keyed =
-                field.classType.type.value() == kinds::map_ && isTextKey(field.classType.keyType.value());
-            field.idName.name =
-                tavString((keyed ? keyed_mark : plain_mark) + textOf(tav_istr(field.idName.name)));
-            if (keyed) {
-                field.classType.keyType = kinds::bytes_;
-            }
+            change(field);
         }
         for (MetaClass & nested : cls.classes) {
             left.push_back(&nested);
         }
     }
+}
+
+/// Names come out of the transcoder as they are, without escapes.  Keys of maps, which a peer chooses, are
+/// read as bytes here, so that they come in base64 and nothing in them is taken for JSON.  Real numbers would
+/// come with six digits, so their bits are read.
+void markToRead(MetaFactory & factory) {
+    changeFields(factory, [](MetaField & field) {
+        auto & type = field.classType;
+        Mark mark;
+        if (type.type.value() == kinds::map_) {
+            bool const texts = isTextKey(type.keyType.value()) || type.keyType.value() == kinds::char_ ||
+                               type.keyType.value() == kinds::wchar_;
+            mark.shape = texts ? Mark::Shape::text_map : Mark::Shape::map;
+            if (texts) {
+                type.keyType = kinds::bytes_;
+            }
+        }
+        bool const holds = type.type.value() == kinds::map_ || isList(type.type.value());
+        mark.real = takeReal(holds ? type.elementType : type.type);
+        field.idName.name = tavString(mark.letter() + textOf(tav_istr(field.idName.name)));
+    });
+}
+
+/// Keys of maps are written as digits without a sign.
+void markToWrite(MetaFactory & factory) {
+    changeFields(factory, [](MetaField & field) {
+        auto & type = field.classType;
+        if (type.type.value() == kinds::map_ && isLarge(type.keyType.value())) {
+            type.keyType = kinds::uint64_;
+        }
+    });
 }
 
 /// Makes plain JSON of what the transcoder has read with marked names.
@@ -385,8 +544,8 @@ public:
             if (c == '"') {
                 string();
             } else if (c == '{' || c == '[') {
-                open_.push_back(c == '{' ? (keyed_ ? Within::map : Within::object) : Within::array);
-                keyed_ = false;
+                open_.push_back(c == '{' ? next_ : Within::array);
+                next_ = Within::object;
                 name_next_ = c == '{';
                 put();
             } else if (c == '}' || c == ']') {
@@ -396,7 +555,6 @@ public:
                 put();
             } else if (c == ',') {
                 name_next_ = !open_.empty() && open_.back() != Within::array;
-                keyed_ = false;
                 put();
             } else if (c == ':' || c == ' ') {
                 put();
@@ -408,7 +566,7 @@ public:
     }
 
 private:
-    enum class Within : unsigned char { object, map, array };
+    enum class Within : unsigned char { object, map, text_map, array };
 
     void put() { out_ += text_[at_++]; }
 
@@ -423,6 +581,8 @@ private:
         if (name_next_) {
             name_next_ = false;
             name(inside);
+        } else if (real_ == Mark::Real::twofold) {
+            out_ += realOfBits<double, unsigned long long>(inside);
         } else {
             out_ += '"';
             escaped(inside);
@@ -431,10 +591,14 @@ private:
     }
 
     void name(std::string_view marked) {
-        if (open_.back() == Within::map) {
+        if (open_.back() == Within::text_map) {
             tavBytes bytes;
             tavBase64::decode(viewOf(marked), bytes);
             appendString(out_, bytesOf(tav_istr(bytes)));
+            return;
+        }
+        if (open_.back() == Within::map || marked.empty()) {
+            appendString(out_, marked);
             return;
         }
         if (marked == "__class__") {
@@ -446,9 +610,12 @@ private:
             at_ += name_next_ ? 1 : 0;
             return;
         }
-        bool const field = !marked.empty() && (marked.front() == keyed_mark || marked.front() == plain_mark);
-        keyed_ = field && marked.front() == keyed_mark;
-        appendString(out_, marked.substr(field ? 1 : 0));
+        Mark const mark = Mark::of(marked.front());
+        next_ = mark.shape == Mark::Shape::text_map ? Within::text_map
+                : mark.shape == Mark::Shape::map    ? Within::map
+                                                    : Within::object;
+        real_ = mark.real;
+        appendString(out_, marked.substr(1));
     }
 
     /// Escapes stay as they are; what stands between them gets its own.
@@ -468,7 +635,11 @@ private:
         std::size_t const end = std::min(text_.find_first_of(",]}: ", at_), text_.size());
         std::string_view const word = text_.substr(at_, end - at_);
         bool const known = word == "true" || word == "false" || isNumber(word);
-        out_.append(known ? word : std::string_view("null"));
+        if (known && real_ == Mark::Real::single) {
+            out_ += realOfBits<float, unsigned>(word);
+        } else {
+            out_.append(known ? word : std::string_view("null"));
+        }
         at_ = std::max(end, at_ + 1);
     }
 
@@ -477,21 +648,25 @@ private:
     std::string out_;
     std::vector<Within> open_;
     bool name_next_ = false;
-    /// The next object is a map whose keys are texts.
-    bool keyed_ = false;
+    /// What the next brace opens.
+    Within next_ = Within::object;
+    /// Of the field whose values come.
+    Mark::Real real_ = Mark::Real::none;
 };
 
-MetaFactory factoryOf(std::string const & text) {
+/// `member` is the one that has the text.
+MetaFactory factoryOf(std::string const & text, std::string const & member) {
     try {
         pml::PmlInputStream in{viewOf(text)};
         MetaFactory made(in);
         if (made.classes.empty()) {
             throw Failure(static_cast<int>(failure::bad_template), "bad_template",
-                          "the template has no class", "template");
+                          "the template has no class", member);
         }
+        checkTemplate(made, text, member);
         return made;
     } catch (std::invalid_argument const & e) {
-        throw Failure(static_cast<int>(failure::bad_template), "bad_template", wordsOf(e), "template");
+        throw Failure(static_cast<int>(failure::bad_template), "bad_template", wordsOf(e), member);
     }
 }
 
@@ -503,17 +678,18 @@ bool isBase64(std::string_view text) {
            text.substr(0, text.size() - pads).find('=') == std::string_view::npos;
 }
 
-Template::Template(std::string text)
-    : text_(std::move(text)), to_write_(factoryOf(text_)), to_read_(factoryOf(text_)) {
-    markNames(to_read_);
+Template::Template(std::string text, std::string const & member)
+    : text_(std::move(text)), given_(factoryOf(text_, member)), to_write_(given_), to_read_(given_) {
+    markToWrite(to_write_);
+    markToRead(to_read_);
 }
 
 std::string Template::classOf(unsigned short code) const {
-    return textOf(tav_istr(to_write_.findClassName(code)));
+    return textOf(tav_istr(given_.findClassName(code)));
 }
 
 unsigned short Template::codeOf(std::string_view class_name) const {
-    for (auto const & each : to_write_.code2class) {
+    for (auto const & each : given_.code2class) {
         if (bytesOf(tav_istr(each.second)) == class_name) {
             return each.first;
         }
@@ -521,39 +697,57 @@ unsigned short Template::codeOf(std::string_view class_name) const {
     return no_code;
 }
 
-Encoded Template::encode(Document const & document, unsigned node, std::string const & class_name) const {
-    Encoded out;
-    MetaClass const * const cls = to_write_.findClass(viewOf(class_name));
-    out.code = codeOf(class_name);
-    if (cls == nullptr || out.code == no_code) {
+MetaClass const & Template::sendable(std::string const & class_name) const {
+    MetaClass const * const cls = given_.findClass(viewOf(class_name));
+    if (cls == nullptr || codeOf(class_name) == no_code) {
         throw Failure(static_cast<int>(failure::template_lacks_class), "template_lacks_class",
                       "class: the template has " +
                           std::string(cls == nullptr ? "no class " : "no code for the class ") + class_name,
                       "class");
     }
-    Check check(document, node, to_write_);
-    check.run(*cls);
-    out.class_name = class_name;
-    std::string_view const all = document.raw(node);
-    std::size_t const front = document.node(node).begin;
-    std::size_t at = front;
-    std::string text;
-    for (auto const & each : check.numbers()) {
-        text += inDialect(all.substr(at - front, each.first - at));
-        text.append(all.substr(each.first + 1 - front, each.second - each.first - 2));
-        at = each.second;
+    return *cls;
+}
+
+void Template::checkValues(Document const & document, unsigned node, std::string const & class_name) const {
+    Check(document, node, given_).runValues(sendable(class_name));
+}
+
+void Template::checkEmpty(unsigned short code) const {
+    std::set<MetaClass const *> seen;
+    MetaClass const * one = given_.findClass(code);
+    while (one != nullptr && seen.insert(one).second) {
+        for (MetaField const & field : one->fields) {
+            if (isNecessary(field)) {
+                throw Failure(102, "bad_reply",
+                              "the message is empty, and lacks " + textOf(tav_istr(field.idName.name)));
+            }
+        }
+        one = one->superName.empty() ? nullptr : classNamed(one->superName, *one, given_);
     }
-    text += inDialect(all.substr(at - front));
+}
+
+Encoded Template::encode(Document const & document, unsigned node, std::string const & class_name) const {
+    Encoded out;
+    Check check(document, node, given_);
+    check.run(sendable(class_name));
+    out.code = codeOf(class_name);
+    out.class_name = class_name;
+    std::string const text = check.text();
     try {
         json2nbr::write(viewOf(text), out.body, out.code, to_write_, viewOf(class_name));
-    } catch (std::invalid_argument const & e) {
-        throw failureOf(wordsOf(e), document.path(node));
+    } catch (std::invalid_argument const &) {
+        // Its words may have the rest of the message in them, which is for nobody's log.
+        std::string const path = document.path(node);
+        throw Failure(static_cast<int>(failure::value_does_not_fit), "value_does_not_fit",
+                      path + ": the library can't encode this", path,
+                      static_cast<long long>(document.node(node).begin));
     }
     return out;
 }
 
 std::string Template::decode(tav_istr body, unsigned short code) const {
     if (body.empty()) {
+        checkEmpty(code);
         return "{}";
     }
     tavString json;
@@ -563,6 +757,9 @@ std::string Template::decode(tav_istr body, unsigned short code) const {
         throw Failure(102, "bad_reply", wordsOf(e));
     }
     std::string out = Unmarking(bytesOf(tav_istr(json))).run();
+    if (out == "{}") {
+        checkEmpty(code);
+    }
     Document strict;
     Failure fault(0, std::string(), std::string());
     if (!strict.read(out, fault)) {

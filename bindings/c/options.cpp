@@ -162,13 +162,20 @@ void readAddress(Fields & fields, unsigned keeper, tls::connect_option & option)
 
 } // namespace
 
-std::string templateText(Fields & fields) {
+std::shared_ptr<Template const> givenTemplate(Fields & fields) {
     std::string const text = fields.text("template");
     std::string const path = fields.text("template_file");
     if (!text.empty() && !path.empty()) {
         fields.refuse(fields.find("template_file"), "give the template as a text or as a file, not both");
     }
-    return path.empty() ? text : readFile(fields, "template_file", path);
+    for (char const * const each : {"template", "template_file"}) {
+        if (fields.has(each)) {
+            bool const file = std::string_view(each) == "template_file";
+            return std::make_shared<Template const>(file ? readFile(fields, each, path) : text,
+                                                    fields.path(each));
+        }
+    }
+    return nullptr;
 }
 
 int readLimit(Fields & fields) {
@@ -188,11 +195,11 @@ ConnectWish readConnect(Fields & fields) {
     option.set_tls_policy(readPolicy(fields));
     readLimits(fields, option.limits);
     readProxy(fields, option, wish.limit_ms);
-    std::string const text = templateText(fields);
+    auto const messages = givenTemplate(fields);
     fields.finish();
-    if (!text.empty()) {
-        wish.messages = std::make_shared<Template const>(text);
-        option.metainfo = text;
+    if (messages) {
+        wish.messages = messages;
+        option.metainfo = messages->text();
     }
     if (keeper != 0) {
         wish.keeper = readKeeper(fields.document(), keeper, option, wish.messages);

@@ -21,8 +21,8 @@ struct ConnectWish {
     std::shared_ptr<KeeperWish const> keeper; ///< Null if nothing is to keep the connection.
 };
 
-/// The text of the member "template", or of the file that "template_file" names; empty without either.
-std::string templateText(Fields & fields);
+/// The template of the member "template", or of the file that "template_file" names; null without either.
+std::shared_ptr<Template const> givenTemplate(Fields & fields);
 
 /// The member "time_limit_ms".
 int readLimit(Fields & fields);

@@ -5,6 +5,12 @@
 #include "tav/vinta/vinta_basetypes_failures.h"
 #include "tav/vinta/vinta_log.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iterator>
+#include <limits>
 #include <stdexcept>
 #include <utility>
 
@@ -90,14 +96,14 @@ std::string disconnectedText(failure why, std::string const & text) {
 }
 
 std::string stateText(tls::client & client, bool connected, kit::keeper const * keeper,
-                      std::string_view extra) {
+                      std::string const & cause, std::string_view extra) {
     ObjectText out("state", extra);
     out.flag("connected", connected);
     if (connected) {
         putConnection(out, client);
     }
     if (keeper != nullptr) {
-        out.raw("keeper", keeperText(*keeper));
+        out.raw("keeper", keeperText(*keeper, cause));
     }
     return out.take();
 }
@@ -321,9 +327,8 @@ using Templates = std::shared_ptr<Template const>;
 
 /// The template that the request gives, else the session's.
 Templates readTemplate(Session const * session, Fields & fields) {
-    std::string const text = templateText(fields);
-    if (!text.empty()) {
-        return std::make_shared<Template const>(text);
+    if (auto const given = givenTemplate(fields)) {
+        return given;
     }
     return session != nullptr ? session->messages() : nullptr;
 }
@@ -385,13 +390,52 @@ std::string version(Fields & fields, std::string_view extra) {
         .take();
 }
 
-std::string log(Fields & fields, std::string_view extra) {
-    std::string const levels = fields.necessaryText("levels");
-    fields.finish();
+/// What the log would take in silence, and let everything pass, is refused.
+void checkLevels(Fields & fields, std::string const & text) {
+    static constexpr std::string_view known[] = {"ALL",  "TRACE", "VERBOSE", "DEBUG", "INFO",
+                                                 "WARN", "ERROR", "ASSERT",  "OUT",   "NONE"};
+    unsigned const member = fields.find("levels");
+    pml::Unit unit;
     try {
-        tavLogger::setLogLevel(tav_istr(levels));
+        unit.decode(tav_istr(text));
     } catch (std::invalid_argument const & e) {
-        fields.refuse(fields.find("levels"), wordsOf(e));
+        fields.refuse(member, wordsOf(e));
+    }
+    if (!unit.value().empty() || unit.simple() || unit.next()) {
+        fields.refuse(member, "levels stand in one pair of brackets, such as (default(WARN))");
+    }
+    for (tavSharedPtr<pml::Unit> const & child : unit) {
+        if (std::find(std::begin(known), std::end(known), child->value()) == std::end(known)) {
+            fields.refuse(member, "there is no level " + child->value());
+        }
+    }
+}
+
+void checkLogFile(Fields & fields, std::string const & path) {
+    std::FILE * const file = std::fopen(path.c_str(), "ab");
+    if (file == nullptr) {
+        fields.refuse(fields.find("file"), "can't write " + path + ": " + std::strerror(errno));
+    }
+    std::fclose(file);
+}
+
+std::string log(Fields & fields, std::string_view extra) {
+    constexpr int usual_size = 10 << 20;
+    bool const to_file = fields.has("file");
+    std::string const levels = to_file ? fields.text("levels") : fields.necessaryText("levels");
+    std::string const path = to_file ? fields.necessaryText("file") : std::string();
+    auto const size =
+        static_cast<int>(fields.number("size", 1024, std::numeric_limits<int>::max(), usual_size));
+    fields.finish();
+    if (!levels.empty()) {
+        checkLevels(fields, levels);
+    }
+    if (to_file) {
+        checkLogFile(fields, path);
+        tavLogger::open(tav_istr(path), tav_istr("tav_im_json"), tav_istr(levels), nullptr,
+                        tav_istr(version_t::release()), size, false, tavLogger::WARN);
+    } else {
+        tavLogger::setLogLevel(tav_istr(levels));
     }
     return ObjectText("ok", extra).take();
 }
@@ -407,7 +451,7 @@ std::string ofClient(Session const * session, Fields & fields, std::string_view 
         return statisticsText(*client, extra);
     }
     auto const kept = session->kept();
-    return stateText(*client, session->isUp(), kept ? &kept->keeper : nullptr, extra);
+    return stateText(*client, session->isUp(), kept ? &kept->keeper : nullptr, session->cause(), extra);
 }
 
 } // namespace

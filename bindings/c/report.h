@@ -19,7 +19,7 @@ std::string connectedText(tls::client & client);
 std::string disconnectedText(tls::failure why, std::string const & text);
 /// The answer of "state".
 std::string stateText(tls::client & client, bool connected, kit::keeper const * keeper,
-                      std::string_view extra);
+                      std::string const & cause, std::string_view extra);
 /// The answer of "statistics".
 std::string statisticsText(tls::client const & client, std::string_view extra);
 void putExt(ObjectText & out, tavMsgExt const & ext);

@@ -50,6 +50,8 @@ public:
     std::shared_ptr<tls::client> client() const;
     /// What keeps the connection; null if nothing does.  To be let go of at once.
     std::shared_ptr<Kept> kept() const;
+    /// Why the keeper's last attempt or connection failed, in words; empty if there are none.
+    std::string cause() const;
 
 private:
     using TicketPtr = std::shared_ptr<Ticket>;
@@ -99,6 +101,8 @@ private:
     void onProxyRefused(Era era);
     void onKept(Era era, kit::keeper_status const & status);
     void tellKeptInLock(kit::keeper_status const & status);
+    /// The words of a failure, ahead of the keeper's state that it leads to.
+    void noteCause(Era era, std::string const & text);
     void onMessage(Era era, Came const & came);
     /// Has messages of codes up to 255 told as of this connection.
     void listenToOld(tls::client & client, Era era);
@@ -132,6 +136,9 @@ private:
     /// The keeper's end has not been told.
     bool keeping_ = false;
     kit::gateway kept_to_;
+    /// In words, of the keeper's last failure; empty if there are none.
+    std::string cause_;
+    bool cause_is_old_ = false;
     std::shared_ptr<ConnectWish const> wish_;
     std::shared_ptr<Template const> messages_;
 };

@@ -1,5 +1,7 @@
 #include "bindings/json_rig.h"
 
+#include "tav/vinta/vinta_log.h"
+
 #include <atomic>
 #include <cmath>
 #include <set>
@@ -381,6 +383,43 @@ TEST(JsonClient, BadRequestsNameWhatIsWrong) {
     EXPECT_EQ(refused({{"@type", "send"}, {"code", 4096}, {"body", "AAAA"}, {"target", "bob"}}),
               "value_does_not_fit target");
     EXPECT_EQ(refused({{"@type", "decode"}, {"code", 4096}}), "field_missing body");
+}
+
+TEST(JsonClient, LogGoesToAFile) {
+    char path[] = "/tmp/tav_json_log_XXXXXX";
+    ::close(::mkstemp(path));
+    EXPECT_EQ(nameOf(execute(
+                  {{"@type", "log"}, {"file", path}, {"levels", "(default(DEBUG))"}, {"size", 1000000}})),
+              "ok");
+    {
+        Gate gate;
+        Talker ann;
+        connect(ann, gate);
+        EXPECT_EQ(nameOf(ann.echo(whole())), "reply");
+    }
+    EXPECT_EQ(nameOf(execute({{"@type", "log"}, {"levels", "(default(INFO))"}})), "ok");
+    tavLogger::close();
+    std::stringstream lines;
+    lines << std::ifstream(path).rdbuf();
+    EXPECT_NE(lines.str().find("send nbr msg 0x3001"), std::string::npos) << lines.str();
+    tavLogger::finalize();
+    std::remove(path);
+}
+
+TEST(JsonClient, LogRefusesWhatItWouldLetPass) {
+    auto const refused = [](Json request) {
+        request["@type"] = "log";
+        Json const answer = execute(request);
+        EXPECT_EQ(answer["text"].get<std::string>().find("throw at"), std::string::npos) << answer;
+        return nameOf(answer) + " " + answer.value("field", "");
+    };
+    for (char const * const levels :
+         {"(default(NOPE))", "default(WARN)", "(default(WARN)net())", "(default(WARN"}) {
+        EXPECT_EQ(refused({{"levels", levels}}), "value_does_not_fit levels") << levels;
+    }
+    EXPECT_EQ(refused({{"file", "/nowhere/at/all.log"}}), "value_does_not_fit file");
+    EXPECT_EQ(refused({{"file", "/tmp/a.log"}, {"size", 0}}), "value_does_not_fit size");
+    EXPECT_EQ(refused({{"size", 5000}}), "field_missing levels");
 }
 
 TEST(JsonClient, MisspeltMemberIsToldAheadOfTheOneThatIsMissing) {

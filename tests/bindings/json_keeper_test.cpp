@@ -379,3 +379,77 @@ TEST(JsonKeeper, EachRequestHasOneAnswerWhileTheGatewayFailsAndTheClientEnds) {
         EXPECT_EQ(answers, taken);
     }
 }
+
+TEST(JsonKeeper, ReasonOfAFailureIsToldInWords) {
+    Gate gate;
+    Talker ann;
+    Json request = kept(gate);
+    request["ca"] = "/nowhere/at/all.pem";
+    Json const refused = ann.ask(request);
+    EXPECT_EQ(nameOf(refused), "bad_policy");
+    EXPECT_EQ(refused.value("field", ""), "ca");
+    EXPECT_NE(refused["text"].get<std::string>().find("/nowhere/at/all.pem"), std::string::npos) << refused;
+    request["ca"] = "";
+    EXPECT_EQ(nameOf(ann.ask(request)), "ok");
+    Json const waits = state(ann, "waiting");
+    EXPECT_EQ(waits["name"], "certificate_refused");
+    EXPECT_NE(waits["text"].get<std::string>().find("certificate verify failed"), std::string::npos) << waits;
+    Json const now = ann.ask({{"@type", "state"}})["keeper"];
+    EXPECT_NE(now["text"].get<std::string>().find("certificate verify failed"), std::string::npos) << now;
+}
+
+TEST(JsonKeeper, WordsOfAFailureAreNotThoseOfTheNextOne) {
+    Gate gate;
+    Talker ann;
+    Json login = Talker::said(whole());
+    login.erase("@type");
+    login["reply"] = "chat.Pushing";
+    login["time_limit_ms"] = 50;
+    Away const away;
+    Json request =
+        kept(gate, {{"gateways", {{{"host", "127.0.0.1"}, {"port", gate.gateway.port()}, {"preference", 1}}}},
+                    {"login", login}});
+    request["port"] = away.port();
+    EXPECT_EQ(nameOf(ann.ask(request)), "ok");
+    Json const second = ann.wait([&](Json const & v) {
+        return v["@type"] == "keeper" && v["state"] == "waiting" &&
+               v["port"] == std::to_string(gate.gateway.port());
+    });
+    EXPECT_EQ(second["name"], "timed_out");
+    EXPECT_EQ(second["text"].get<std::string>().find("refused"), std::string::npos) << second;
+}
+
+TEST(JsonKeeper, GatewayThatCanHaveNoAddressEndsIt) {
+    Gate gate;
+    Talker ann;
+    Json request =
+        kept(gate, {{"gateways", {{{"host", "127.0.0.1"}, {"port", "no such service"}, {"preference", 1}}}}});
+    request["port"] = "neither this one";
+    Json const refused = ann.ask(request);
+    EXPECT_EQ(nameOf(refused), "bad_address") << refused;
+    EXPECT_FALSE(state(ann, "stopped").is_null());
+    // One that can be reached is enough.
+    request["port"] = gate.gateway.port();
+    EXPECT_EQ(nameOf(ann.ask(request)), "ok");
+}
+
+TEST(JsonKeeper, ExpectedValuesAreComparedByTheirField) {
+    Gate gate;
+    Talker ann;
+    Json const message = {{"text", "ann"}, {"tags", {"a"}}, {"ratio", 1},
+                          {"big", 5},      {"mood", 3},     {"sure", true}};
+    auto const with = [&](Json const & expect) {
+        Json login = {
+            {"class", "chat.Say"}, {"message", message}, {"reply", "chat.Said"}, {"expect", expect}};
+        return ann.ask(kept(gate, {{"login", login}}));
+    };
+    for (Json const & expect : {Json{{"ratio", 1.0}}, Json{{"ratio", 1}}, Json{{"big", 5}},
+                                Json{{"big", "5"}}, Json{{"mood", 3}, {"sure", true}, {"text", "ann"}}}) {
+        EXPECT_EQ(nameOf(with(expect)), "ok");
+        EXPECT_FALSE(state(ann, "up").is_null()) << expect;
+    }
+    EXPECT_EQ(nameOf(with({{"big", 6}})), "ok");
+    EXPECT_EQ(state(ann, "waiting")["name"], "login_refused");
+    EXPECT_EQ(with({{"txt", "ann"}}).value("field", ""), "keeper.login.expect.txt");
+    EXPECT_EQ(nameOf(with({{"mood", "3"}})), "value_does_not_fit");
+}

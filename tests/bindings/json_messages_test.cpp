@@ -1,5 +1,7 @@
 #include "bindings/json_rig.h"
 
+#include <cstdlib>
+
 using namespace tav_test;
 
 namespace {
@@ -273,4 +275,172 @@ TEST(JsonMessages, WhatComesCanBeSentAgain) {
 TEST(JsonMessages, FaultsWithinListsNameTheirPlace) {
     EXPECT_EQ(raw(R"({"ins":[{"age":7},{"age":200}]})"), "value_does_not_fit message.ins[1].age");
     EXPECT_EQ(raw(R"({"ins":[{"age":7},{"mood":7}]})"), "value_does_not_fit message.ins[1].mood");
+}
+
+namespace {
+
+char const * const kinds = R"(
+    Leaf:object(__class__(k.Leaf) [1]name:string())
+    All:object(
+        __class__(k.All) __code__(3001)
+        [1]i8:int8?()
+        [2]i64:int64?()
+        [3]u64:uint64?()
+        [4]f:float?()
+        [5]d:double?()
+        [6]at:time?()
+        [7]b:bytes?()
+        [8]fs:list{float}()
+        [9]ds:list{double}()
+        [10]ats:list{time}()
+        [11]by_text:map{string,double}()
+        [12]by_number:map{int64,float}()
+        [13]by_count:map{uint64,double}()
+        [14]by_bytes:map{bytes,int64}()
+        [15]leaf:k.Leaf?()
+        [16]leaves:map{string,k.Leaf}()
+        [17]truth:bool?()
+        [18]text:string?()
+        [19]by_time:map{time,string}()
+    )
+)";
+
+Json ofKinds(char const * type, Json more) {
+    more.update({{"@type", type}, {"template", kinds}, {"class", "k.All"}});
+    return execute(more);
+}
+
+Json backOfKinds(Json const & message) {
+    Json const made = ofKinds("encode", {{"message", message}});
+    return made["@type"] == "encoded" ? ofKinds("decode", {{"body", made["body"]}}) : made;
+}
+
+/// What a template is refused for.
+std::string fault(std::string const & text) {
+    Json const answer =
+        execute({{"@type", "encode"}, {"template", text}, {"class", "A"}, {"message", Json::object()}});
+    return answer["name"] == "bad_template"
+               ? answer.value("field", "") + " " + answer["text"].get<std::string>()
+               : answer.dump();
+}
+
+} // namespace
+
+TEST(JsonMessages, RealNumbersComeAsTheyAre) {
+    for (double const value :
+         {52.5200081, 123456789.1, 0.1 + 0.2, 5e-324, 1.7976931348623157e308, -2.5, 0.0, 1e22}) {
+        Json const message = {
+            {"d", value}, {"ds", {value, 1.5}}, {"by_text", {{"a\"", value}}}, {"by_count", {{"7", value}}}};
+        EXPECT_EQ(backOfKinds(message)["message"], message) << value;
+    }
+    for (char const * const value : {"16777217", "3.4028235e+38", "0.1", "-1e-45", "52.520008"}) {
+        float const single = std::strtof(value, nullptr);
+        Json const back = backOfKinds({{"f", Json::parse(value)},
+                                       {"fs", {Json::parse(value)}},
+                                       {"by_number", {{"-1", Json::parse(value)}}}})["message"];
+        EXPECT_EQ(back["f"].get<float>(), single) << back;
+        EXPECT_EQ(back["fs"][0], back["f"]);
+        EXPECT_EQ(back["by_number"]["-1"], back["f"]);
+    }
+    EXPECT_EQ(backOfKinds({{"f", 0.1}})["message"].dump(), R"({"f":0.1})");
+}
+
+TEST(JsonMessages, WhatHasComeEncodesToTheSameBytes) {
+    Json const messages[] = {
+        {{"i8", -128}, {"i64", "-9223372036854775808"}, {"u64", "18446744073709551615"}, {"at", "-1"}},
+        {{"i64", "9223372036854775807"},
+         {"at", "1700000000000"},
+         {"ats", {"0", "-5", "9223372036854775807"}}},
+        {{"f", 3.4028235e38}, {"d", -1.7976931348623157e308}, {"fs", {1.5, -0.25}}, {"ds", {5e-324}}},
+        {{"b", "AQID"}, {"by_bytes", {{"fAAA", "-1"}, {"mAAA", "2"}, {"AQ==", "3"}}}, {"truth", true}},
+        {{"by_number", {{"-5", 1.5}, {"0", 2}, {"-9223372036854775808", 3}}}, {"by_time", {{"-7", "a"}}}},
+        {{"by_count", {{"18446744073709551615", 1e300}}},
+         {"by_text", {{"d", 1}, {"a\\\"\n", 2.5}, {"-5", 3}}}},
+        {{"leaf", {{"name", "\"\\\x01"}}},
+         {"leaves", {{"a", {{"name", "b"}}}, {"c", {{"name", ""}}}}},
+         {"text", "t"}},
+    };
+    for (Json const & message : messages) {
+        Json const made = ofKinds("encode", {{"message", message}});
+        ASSERT_EQ(made["@type"], "encoded") << made << message;
+        Json const back = ofKinds("decode", {{"body", made["body"]}});
+        EXPECT_EQ(back["message"], message);
+        EXPECT_EQ(ofKinds("encode", {{"message", back["message"]}})["body"], made["body"]);
+    }
+}
+
+TEST(JsonMessages, KeyOfBytesHasToBeBase64) {
+    EXPECT_EQ(blamed(ofKinds("encode", {{"message", {{"by_bytes", {{"5", 1}}}}}})),
+              "value_does_not_fit message.by_bytes.5");
+}
+
+TEST(JsonMessages, NecessaryFieldsMayLackInNoObject) {
+    auto const refused = [](Json const & message) {
+        return blamed(ofKinds("encode", {{"message", message}}));
+    };
+    EXPECT_EQ(refused({{"leaf", Json::object()}}), "field_missing message.leaf.name");
+    EXPECT_EQ(refused({{"leaves", {{"a", Json::object()}}}}), "field_missing message.leaves.a.name");
+    EXPECT_EQ(refused({{"leaf", {{"name", nullptr}}}}), "field_missing message.leaf.name");
+    EXPECT_EQ(refused({{"leaf", {{"nam", "a"}}}}), "unknown_field message.leaf.nam");
+    // What may lack and is null is not there.
+    EXPECT_EQ(backOfKinds({{"leaf", nullptr}, {"d", nullptr}, {"text", "a"}})["message"],
+              (Json{{"text", "a"}}));
+}
+
+TEST(JsonMessages, EmptyBodyOfAClassWithNecessaryFieldsIsAnError) {
+    Json request = {{"@type", "decode"}, {"template", chat}, {"class", "chat.Say"}, {"body", ""}};
+    EXPECT_EQ(nameOf(execute(request)), "bad_reply");
+    EXPECT_EQ(ofKinds("decode", {{"body", ""}})["message"], Json::object());
+    request["code"] = 0x3002;
+    EXPECT_EQ(blamed(execute(request)), "template_lacks_class code");
+    request["code"] = "x";
+    EXPECT_EQ(blamed(execute(request)), "template_lacks_class code");
+}
+
+TEST(JsonMessages, TemplateOfWhichAPartWouldBeLostIsRefused) {
+    auto const with = [](std::string const & fields) {
+        return "A:object(__class__(A) __code__(3001) " + fields + ")";
+    };
+    EXPECT_EQ(fault(with("[1]x:string() [1]y:string()")),
+              "template class A: field y: the field x has the same tag");
+    EXPECT_EQ(fault(with("[1]x:string() [2]x:string()")),
+              "template class A: field x: there is another one of this name");
+    for (char const * const tag : {"", "[0]", "[200]"}) {
+        EXPECT_EQ(fault(with(tag + std::string("x:string()"))),
+                  "template class A: field x: it needs a tag from 1 to 127");
+    }
+    EXPECT_EQ(fault("A:object(__class__(A) __code__(zz) [1]x:string())"),
+              "template class A: the code zz is no hexadecimal number of four digits at most");
+    EXPECT_EQ(fault(with("[1]x:string()") + " B:object(__class__(B) __code__(0x3001) [1]x:string())"),
+              "template class B: the class A has the same code");
+    EXPECT_EQ(fault(with("[1]x:strng()")),
+              "template class A: field x: there is neither a type nor a class strng");
+    EXPECT_EQ(fault(with("[1]x:list{Strng}()")),
+              "template class A: field x: there is neither a type nor a class Strng");
+    EXPECT_EQ(fault(with("[1]x:object()")),
+              "template class A: field x: there is neither a type nor a class ");
+    EXPECT_EQ(fault(with("__super__(Nobody) [1]x:string()")),
+              "template class A: there is no class Nobody to be its base");
+    EXPECT_EQ(fault("B:object(__class__(B) [1]y:string()) " + with("__super__(B) [1]x:string()")),
+              "template class A: field x: the field y of its base class has the same tag");
+    std::string const closed = with("[1]x:string()");
+    EXPECT_EQ(fault(closed + ") B:object(__class__(B) [1]x:string())"),
+              "template byte " + std::to_string(closed.size()) + ": this bracket closes nothing");
+    EXPECT_EQ(fault("").substr(0, 9), "template ");
+    // None of these is wrong.
+    EXPECT_NE(fault(with("[1]x:string(')' {***}) [2]in:object([1]y:string()) "
+                         "[3]m:list{Mood}(m:enum{Mood}(a(0) b(1)))"))
+                  .find("field_missing"),
+              std::string::npos);
+}
+
+TEST(JsonMessages, TemplateOfAFileIsBlamedAsSuch) {
+    char path[] = "/tmp/tav_json_test_XXXXXX";
+    ::close(::mkstemp(path));
+    std::ofstream(path) << "A:object(__class__(A) __code__(3001) [1]x:strng())";
+    EXPECT_EQ(
+        blamed(execute(
+            {{"@type", "encode"}, {"template_file", path}, {"class", "A"}, {"message", Json::object()}})),
+        "bad_template template_file");
+    std::remove(path);
 }

@@ -16,8 +16,6 @@ Scenarios textScenarios();
 Scenarios logScenarios();
 Scenarios threadScenarios();
 
-Scenarios clientScenarios();
-
 } // namespace torture
 } // namespace tav_test
 
