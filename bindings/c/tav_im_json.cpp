@@ -50,12 +50,8 @@ public:
         found->second.left = ++leaves_;
         found->second.bytes = overhead + found->second.session->bytes();
         left_bytes_ += found->second.bytes;
-        while (left_bytes_ > most_left_bytes) {
-            auto const oldest = oldestAlone(found);
-            if (oldest == sessions_.end()) {
-                return;
-            }
-            erase(oldest);
+        if (left_bytes_ > most_left_bytes) {
+            dropAlone(found);
         }
     }
 
@@ -87,17 +83,28 @@ private:
         return reinterpret_cast<tav_json_client *>(key); // NOLINT(performance-no-int-to-ptr)
     }
 
-    /// The first that was destroyed and from which nobody receives; not `last`.
-    Entries::iterator oldestAlone(Entries::iterator last) noexcept {
-        auto oldest = sessions_.end();
-        for (auto at = sessions_.begin(); at != sessions_.end(); ++at) {
-            bool const earlier =
-                at->second.left != 0 && (oldest == sessions_.end() || at->second.left < oldest->second.left);
-            if (earlier && at != last && !at->second.session->isReceivedFrom()) {
-                oldest = at;
+    static bool isAlone(Entry const & entry) noexcept {
+        return entry.left != 0 && !entry.session->isReceivedFrom();
+    }
+
+    /// Lets go of those from which nobody receives, the first that was destroyed first, while they take too
+    /// much; not of `last`.
+    void dropAlone(Entries::iterator last) noexcept {
+        for (;;) {
+            std::size_t bytes = 0;
+            auto oldest = sessions_.end();
+            for (auto at = sessions_.begin(); at != sessions_.end(); ++at) {
+                if (isAlone(at->second)) {
+                    bytes += at->second.bytes;
+                    bool const earlier = oldest == sessions_.end() || at->second.left < oldest->second.left;
+                    oldest = earlier && at != last ? at : oldest;
+                }
             }
+            if (bytes <= most_left_bytes || oldest == sessions_.end()) {
+                return;
+            }
+            erase(oldest);
         }
-        return oldest;
     }
 
     void erase(Entries::iterator at) noexcept {
