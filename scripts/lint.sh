@@ -14,7 +14,7 @@ done
 files=("$@")
 if [ ${#files[@]} -eq 0 ]; then
     # Fragments that must not compile begin with the line that the compiler has to say, whatever its length.
-    mapfile -t files < <(find include src bindings gateway examples tests bench fuzz \( -name '*.h' -o -name '*.cpp' -o -name '*.c' \) \
+    mapfile -t files < <(find include src tools bindings gateway examples tests bench fuzz \( -name '*.h' -o -name '*.cpp' -o -name '*.c' \) \
         -not -path '*/compile_fail/*' -not -path '*/wrong/*' | sort)
 fi
 clang-format-14 --dry-run -Werror "${files[@]}"
@@ -24,7 +24,7 @@ for file in "${files[@]}"; do
     # clang-tidy 14 has no coroutines.
     case $file in
     examples/coroutine.cpp) continue ;;
-    src/*.cpp | bindings/*.cpp | gateway/*.cpp | examples/*.cpp) sources+=("$file") ;;
+    src/*.cpp | tools/*.cpp | bindings/*.cpp | gateway/*.cpp | examples/*.cpp) sources+=("$file") ;;
     esac
 done
 if [ ${#sources[@]} -gt 0 ]; then

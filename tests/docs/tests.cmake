@@ -1,6 +1,6 @@
-# Every block of code in README.md, HACKING.md, docs/ and docs/guide/ is compiled or run, and every link leads somewhere.
+# Every block of code in README.md, HACKING.md, docs/, docs/guide/ and docs/tool/ is compiled or run, and every link leads somewhere.
 file(GLOB tav_pages CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/docs/*.md
-     ${PROJECT_SOURCE_DIR}/docs/guide/*.md)
+     ${PROJECT_SOURCE_DIR}/docs/guide/*.md ${PROJECT_SOURCE_DIR}/docs/tool/*.md)
 list(APPEND tav_pages README.md HACKING.md)
 set(tav_docs_environment "CXX=${CMAKE_CXX_COMPILER}" "CC=${CMAKE_C_COMPILER}" "INCLUDE=-I${PROJECT_SOURCE_DIR}/include")
 foreach(page ${tav_pages})
@@ -41,3 +41,6 @@ endforeach()
 add_test(NAME docs.shown_output_is_printed
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/shown_output.sh ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
 set_tests_properties(docs.shown_output_is_printed PROPERTIES TIMEOUT 120)
+add_test(NAME docs.tool_prints_what_its_pages_show
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/tool_pages.sh ${PROJECT_SOURCE_DIR} $<TARGET_FILE:tav>
+                 ${CMAKE_CURRENT_BINARY_DIR}/docs-work/tool_pages)

@@ -3,7 +3,7 @@
 include(${CMAKE_CURRENT_LIST_DIR}/steps.cmake)
 
 # As a tarball has them.
-foreach(entry CMakeLists.txt CMakePresets.json cmake include src bindings gateway examples tests bench)
+foreach(entry CMakeLists.txt CMakePresets.json cmake include src tools bindings gateway examples tests bench)
     file(COPY ${SOURCE}/${entry} DESTINATION ${WORK}/tarball)
 endforeach()
 set(ENV{SOURCE_DATE_EPOCH})
@@ -30,12 +30,18 @@ expect("stamp" "the stamp names no version: ${lines}")
 string(REGEX MATCH "TAV_IMPL_NAMESPACE impl[0-9]+_v[0-9]+_[0-9]+_[0-9]+;" name "${lines};")
 expect("name" "the name of the namespace is no name: ${lines}")
 
+configure(tools -DTAV_TOOLS=ON)
+expect("result EQUAL 0" "the tool can't be configured without the gateway and the examples: ${output}")
+
 function(expect_named what part debian_package)
     expect("NOT result EQUAL 0" "the tests are configured without ${what}")
     string(FIND "${output}" "${what} is missing: it is in the Debian package ${debian_package}" named)
     string(FIND "${output}" "scripts/packages.sh ${part} " script)
     expect("NOT named EQUAL -1 AND NOT script EQUAL -1" "this does not help who lacks ${what}: ${output}")
 endfunction()
+
+configure(tools ${without} -DTAV_TOOLS=ON)
+expect_named(CLI11 demo libcli11-dev)
 
 foreach(case "CLI11 demo libcli11-dev" "GTest test libgtest-dev" "benchmark test libbenchmark-dev"
              "Protobuf test protobuf-compiler" "nlohmann_json test nlohmann-json3-dev" "pugixml test libpugixml-dev"

@@ -16,3 +16,10 @@ run(${WORK}/by-pkg-config)
 
 # The gateway comes with it, and finds the library beside it.
 run(${WORK}/prefix/bin/tav-gateway --help)
+
+# So does the tool, with a man page for each of its commands, and completion.
+run(${WORK}/prefix/bin/tav --help)
+foreach(file man/man1/tav.1 man/man1/tav-diff.1 bash-completion/completions/tav zsh/site-functions/_tav)
+    file(SIZE ${WORK}/prefix/share/${file} size)
+    expect("size GREATER 500" "share/${file} is empty")
+endforeach()

@@ -1,0 +1,25 @@
+(* The messages of a small chat. *)
+Hello:object(
+    __class__(im.Hello)
+    __code__(1F01)
+    [1]user:string()
+    [2]seq:uint32()
+    [3]tags:list{string}()
+    [4]mood:enum{Mood}(
+        good(0)
+        bad(1)
+    )
+    [5]secret:string?({***})
+)
+Line:object(
+    __class__(im.Line)
+    __code__(1F02)
+    [1]from:im.Place()
+    [2]text:string()
+    [3]at:time()
+)
+Place:object(
+    __class__(im.Place)
+    [1]room:string()
+    [2]seats:map{string,int32}()
+)

@@ -1,0 +1,13 @@
+Hello:object(
+    __class__(im.Hello)
+    __code__(1F01)
+    [1]user:string()
+    [1]seq:int64()
+    [3]tags:stringList()
+    [4]mood:Mood()
+)
+Other:object(
+    __class__(im.Other)
+    __code__(1F01)
+    [200]big:int32(18{0..150})
+)

@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Holds what docs/tool shows of the tool against what it prints: in each block of text the lines behind "$ " are run, and
+# what follows must be what they print, the error stream behind the output.
+# Usage: tool_pages.sh PROJECT TAV WORK
+set -euo pipefail
+project=$1
+tav=$2
+work=$3
+rm -rf "$work"
+cp -r "$project/docs/tool" "$work"
+mkdir "$work/bin"
+ln -s "$tav" "$work/bin/tav"
+export PATH=$work/bin:$PATH TZ=UTC
+cd "$work"
+commands=0
+for page in *.md; do
+    # The commands with what is shown, as two files each.
+    awk -v to="$work/$page" '
+        /^```text$/ { inside = 1; next }
+        /^```$/ { inside = 0; if (out) close(out); out = ""; next }
+        inside && /^\$ / { count++; out = to "." count ".shown"; print substr($0, 3) > (to "." count ".line"); printf "" > out; next }
+        inside && out { print > out }' "$page"
+    for line in "$page".*.line; do
+        [ -e "$line" ] || continue
+        commands=$((commands + 1))
+        status=0
+        bash "$line" >out 2>err || status=$?
+        cat err >>out
+        if [ "$status" -gt 1 ] || ! diff -u "${line%.line}.shown" out; then
+            echo "$page: not what this prints (it ends with $status): $(<"$line")" >&2
+            exit 1
+        fi
+    done
+done
+[ "$commands" -ge 9 ] || { echo "the pages show $commands commands only" >&2; exit 1; }

@@ -1,0 +1,166 @@
+#include "support/tool.h"
+#include "tools/failure.h"
+#include "tools/template_check.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <set>
+
+namespace {
+
+using tav::tool::Finding;
+using tav_test::ToolRig;
+using tav_test::ToolRun;
+
+/// A template with one mistake: the rule that it breaks, and where.
+struct Wrong {
+    char const * rule;
+    bool error;
+    std::size_t line;
+    std::size_t column;
+    std::string text;
+};
+
+/// A message with these fields.
+std::string message(std::string const & fields) {
+    return "M:object(__class__(im.M)__code__(1F01)\n" + fields + "\n)\n";
+}
+
+std::vector<Wrong> const & wrongs() {
+    static std::vector<Wrong> const all = {
+        {"pml", true, 1, 9, message("[1]a:int32(")},
+        {"pml", true, 4, 1, message("[1]a:int32()") + ")"},
+        {"empty", false, 1, 1, ""},
+        {"dropped", false, 1, 1, "a(b(1))"},
+        {"class-twice", true, 4, 1, message("[1]a:int32()") + "N:object(__class__(im.M)[1]a:int32())"},
+        {"code-twice", true, 4, 34,
+         message("[1]a:int32()") + "N:object(__class__(im.N)__code__(0x1f01)[1]a:int32())"},
+        {"code", true, 1, 34, "M:object(__class__(im.M)__code__(1F0G)[1]a:int32())"},
+        {"code", true, 1, 34, "M:object(__class__(im.M)__code__(12345)[1]a:int32())"},
+        {"code", false, 1, 34, "M:object(__class__(im.M)__code__(FFFF)[1]a:int32())"},
+        {"class-name", false, 1, 1, "M:object(__class__(interface)__code__(1F01)[1]a:int32())"},
+        {"directive", false, 2, 1, message("__code(1)[1]a:int32()").replace(39, 6, "__codes")},
+        {"tag-twice", true, 3, 1, message("[1]a:int32()\n[1]b:int32()")},
+        {"tag-twice", true, 4, 51,
+         message("[1]a:int32()") + "N:object(__class__(im.N)__super__(im.M)__code__(2)[1]b:int32())"},
+        {"field-twice", true, 3, 1, message("[1]a:int32()\n[2]a:int32()")},
+        {"no-tag", true, 2, 1, message("a:int32()")},
+        {"no-tag", true, 2, 1, message("[x]a:int32()")},
+        {"tag-range", true, 2, 1, message("[128]a:int32()")},
+        {"tag-range", true, 2, 1, message("[-1]a:int32()")},
+        {"field-name", true, 2, 1, message("[1]:int32()")},
+        {"field-name", true, 2, 1, message("[1]__class__:string()")},
+        {"field-name", true, 2, 1, message("[1]a\\b:int32()")},
+        {"field-name", true, 2, 1, message("[1]a\xFF:int32()")},
+        {"unknown-type", true, 2, 6, message("[1]a:stringList()")},
+        {"unknown-type", true, 2, 6, message("[1]a:list{int32x}()")},
+        {"unknown-type", true, 2, 6, message("[1]a:list{list{int32}}()")},
+        {"unknown-type", true, 2, 6, message("[1]a:map{string}()")},
+        {"unknown-class", true, 2, 6, message("[1]a:im.N()")},
+        {"unknown-class", true, 2, 6, message("[1]a:list{im.N}()")},
+        {"unknown-class", true, 2, 6, message("[1]a:map{string,im.N}()")},
+        {"unknown-class", true, 2, 11, message("__super__(im.N)[1]a:int32()")},
+        {"base-of-itself", true, 2, 11, message("__super__(im.M)[1]a:int32()")},
+        {"unseen-class", true, 4, 1,
+         message("[1]a:object(__class__(im.N)[1]b:int32())") +
+             "O:object(__class__(im.O)__super__(im.M)__code__(2)[2]c:int32())"},
+        {"map-key", true, 2, 6, message("[1]a:map{int32,string}()")},
+        {"enum-empty", true, 2, 6, message("[1]a:enum{E}()")},
+        {"enum-number", true, 2, 21, message("[1]a:enum{E}(x(0) y(z))").replace(0, 0, "")},
+        {"enum-number", false, 2, 21, message("[1]a:enum{E}(x(0) y(0))")},
+        {"enum-member", true, 2, 19, message("[1]a:enum{E}(x(0) x(1))")},
+        {"default", false, 2, 26, message("[1]a:enum{E}(__default__(z) x(0))")},
+        {"default", false, 2, 12, message("[1]a:int32(18{0..9})")},
+        {"bool", false, 2, 12, message("[1]a:int32(true)")},
+        {"protected", false, 2, 12, message("[1]a:int32({***})")},
+        {"range", true, 2, 12, message("[1]a:int32(1{9..0})")},
+        {"range", true, 2, 12, message("[1]a:int32(1{a})")},
+        {"range", true, 2, 12, message("[1]a:int32(1{0..9)")},
+        {"range", false, 2, 13, message("[1]a:string(x{0..9})")},
+        {"generators-only", false, 2, 6, message("[1]a:char()")},
+        {"generators-only", false, 2, 6, message("[1]a:int32[4]()")},
+        {"unreachable", false, 4, 1, message("[1]a:int32()") + "N:object(__class__(im.N)[1]a:int32())"},
+    };
+    return all;
+}
+
+TEST(ToolCheck, EachMistakeIsFoundWhereItStandsAndNothingElseIs) {
+    for (Wrong const & wrong : wrongs()) {
+        std::vector<Finding> const findings = tav::tool::checkTemplate(wrong.text);
+        EXPECT_EQ(findings.size(), 1u) << wrong.rule << ":\n"
+                                       << wrong.text << (findings.empty() ? "none" : findings.back().text);
+        if (findings.empty()) {
+            continue;
+        }
+        tav::tool::TextPlace const place = tav::tool::placeOf(wrong.text, findings[0].offset);
+        EXPECT_EQ(findings[0].rule, wrong.rule) << wrong.text << findings[0].text;
+        EXPECT_EQ(findings[0].error, wrong.error) << wrong.text;
+        EXPECT_EQ(place.line, wrong.line) << wrong.text << findings[0].text;
+        EXPECT_EQ(place.column, wrong.column) << wrong.text << findings[0].text;
+    }
+}
+
+TEST(ToolCheck, NoRuleIsWithoutAMistakeThatBreaksIt) {
+    std::set<std::string> broken;
+    for (Wrong const & wrong : wrongs()) {
+        broken.insert(wrong.rule);
+    }
+    std::vector<std::string> const & rules = tav::tool::checkRules();
+    EXPECT_EQ(broken, std::set<std::string>(rules.begin(), rules.end()));
+}
+
+TEST(ToolCheck, TemplateWithAllThatIsGoodHasNothingWrong) {
+    EXPECT_TRUE(tav::tool::checkTemplate(R"(
+        __global__:object(x(1))
+        Hello:object(
+            __class__(im.Hello) __code__(1F01) __import__(a.b) __import__(a.c)
+            [1]user:string() [2]seq:int64?() [3]tags:list{string}()
+            [4]mood:enum{Mood}(__default__(good) good(0) bad(-1))
+            [5]secret:string?({***}) [6]place:object(__class__(im.Place)[1]city:string())
+            [7]ages:map{string,int32}() [8]others:map{int64,im.Place}() [9]on:bool(true)
+            [10]age:int32(18{0..150}) [11]at:time() [12]raw:bytes() [13]self:list{im.Hello}()
+            [14]moods:list{Mood}(m:enum{Mood}(good(0) bad(1))) [15]n:optional{int32}() [16]s:Long()
+        )
+        Loud:object(__class__(im.Loud)__super__(im.Base)[1]x:double())
+        Base:object(__class__(im.Base)[2]y:float())
+        Top:object(__class__(im.Top)__code__(12)[1]l:im.Loud())
+    )")
+                    .empty());
+}
+
+TEST(ToolCheck, ErrorsMakeTheExitCodeAndWarningsOnlyIfStrict) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("good.pml", message("[1]a:int32()"));
+    rig.file("warns.pml", message("[1]a:int32(true)"));
+    rig.file("fails.pml", message("a:int32()"));
+    EXPECT_EQ(rig.run("check good.pml").code, 0);
+    EXPECT_EQ(rig.run("check good.pml").out, "0 errors, 0 warnings\n");
+    EXPECT_EQ(rig.run("check warns.pml").code, 0);
+    EXPECT_EQ(rig.run("check --strict warns.pml").code, 1);
+    EXPECT_EQ(rig.run("check good.pml fails.pml").code, 1);
+    EXPECT_EQ(rig.run("check -", message("a:int32()")).out,
+              "<stdin>:2:1: error: the field a has no tag: [1]a [no-tag]\n    a:int32()\n    ^\n1 error, 0 "
+              "warnings\n");
+}
+
+TEST(ToolCheck, JsonHasAllThatTheTextHas) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("t.pml", message("a:int32()"));
+    EXPECT_EQ(rig.run("check --json t.pml").out,
+              "{\"findings\":[{\"file\":\"t.pml\",\"line\":2,\"column\":1,\"offset\":39,\"severity\":"
+              "\"error\",\"rule\":"
+              "\"no-tag\",\"text\":\"the field a has no tag: [1]a\"}],\"errors\":1,\"warnings\":0}\n");
+}
+
+TEST(ToolCheck, DepthCostsNoStack) {
+    std::string deep;
+    constexpr int levels = 20000;
+    for (int i = 0; i < levels; ++i) {
+        deep += "[1]a:object(__class__(C)";
+    }
+    deep += "[1]b:int32()" + std::string(levels, ')');
+    EXPECT_TRUE(tav::tool::checkTemplate("T:object(__class__(T)" + deep + ")").empty());
+}
+
+} // namespace

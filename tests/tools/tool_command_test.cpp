@@ -1,0 +1,143 @@
+#include "support/tool.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+
+using tav_test::ToolRig;
+using tav_test::ToolRun;
+
+char const * const model = "Hello:object(__class__(im.Hello)__code__(1F01)[1]user:string())\n";
+
+TEST(ToolCommand, HelpOfEachSubcommandGoesToTheOutputAndHasExamples) {
+    ToolRig const rig(TAV_TOOL);
+    ToolRun const all = rig.run("--help");
+    EXPECT_EQ(all.code, 0);
+    EXPECT_EQ(all.err, "");
+    for (std::string const command : {"check", "dump", "convert", "diff"}) {
+        EXPECT_NE(all.out.find("\n  " + command + " "), std::string::npos) << command;
+        ToolRun const one = rig.run(command + " --help");
+        EXPECT_EQ(one.code, 0) << command;
+        EXPECT_NE(one.out.find("Examples:\n# "), std::string::npos) << command;
+        EXPECT_NE(one.out.find("tav " + command + " "), std::string::npos) << command;
+    }
+    EXPECT_EQ(all.out.find("__texts"), std::string::npos) << "the subcommand of the build is shown";
+}
+
+TEST(ToolCommand, VersionIsThatOfTheLibrary) {
+    ToolRun const run = ToolRig(TAV_TOOL).run("--version");
+    EXPECT_EQ(run.code, 0);
+    EXPECT_EQ(run.out.substr(0, 4), "tav ");
+}
+
+TEST(ToolCommand, BadUseExitsWithTwoAndSaysWhy) {
+    ToolRig const rig(TAV_TOOL);
+    struct Case {
+        char const * arguments;
+        char const * said;
+    };
+    for (Case const & one :
+         {Case{"", "subcommand is required"},
+          Case{"nonsense", "there is no command nonsense; did you mean one of check, dump, convert, diff?"},
+          Case{"check", "TEMPLATE is required"}, Case{"dump --bad", "--bad"},
+          Case{"convert --from x --to json", "--from: \"x\" is none of frames|json|nbr|pml|xml"},
+          Case{"dump --class im.Hello --hex 00", "need a template"},
+          Case{"convert --from json --to nbr", "--template is needed"},
+          Case{"check absent.pml", "absent.pml: can't open: No such file or directory"},
+          Case{"check .", ".: can't read: Is a directory"}}) {
+        ToolRun const run = rig.run(one.arguments);
+        EXPECT_EQ(run.code, 2) << one.arguments;
+        EXPECT_NE(run.err.find(one.said), std::string::npos) << one.arguments << ": " << run.err;
+        EXPECT_EQ(run.out, "") << one.arguments;
+    }
+}
+
+TEST(ToolCommand, ClassThatIsNotThereIsToldWithTheNearestOne) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    ToolRun const run = rig.run("dump -t m.pml -c im.Hallo --hex 00");
+    EXPECT_EQ(run.code, 2);
+    EXPECT_NE(run.err.find("m.pml has no class im.Hallo; did you mean im.Hello?"), std::string::npos)
+        << run.err;
+    EXPECT_EQ(rig.run("dump -t m.pml --code 1F02 --hex 00").code, 2);
+    EXPECT_EQ(rig.run("dump -t m.pml --code xyz --hex 00").code, 2);
+}
+
+TEST(ToolCommand, FullDiskIsAnErrorWithItsReason) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    for (std::string const arguments :
+         {"check m.pml", "dump --hex 00", "diff m.pml m.pml", "--help", "check --help"}) {
+        ToolRun const run = rig.run(arguments + " >/dev/full");
+        EXPECT_EQ(run.code, 2) << arguments;
+        EXPECT_EQ(run.err, "tav: <stdout>: can't write: No space left on device\n") << arguments;
+    }
+    rig.file("j", "{\"__class__\":\"im.Hello\",\"user\":\"x\"}\n");
+    EXPECT_EQ(rig.run("convert -t m.pml --from json --to json j >/dev/full").code, 2);
+}
+
+TEST(ToolCommand, ReaderThatGoesAwayEndsItAsAnyFilter) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    // Also where a parent has the signal ignored.
+    for (std::string const before : {"", "trap '' PIPE; "}) {
+        ToolRun const run = rig.shell(
+            before +
+            "yes '{\"__class__\":\"im.Hello\",\"user\":\"x\"}' 2>yes.err | $TAV convert -t m.pml --from json "
+            "--to json | head -n 1; echo ${PIPESTATUS[1]}");
+        EXPECT_EQ(run.out,
+                  "{ \"__class__\":\"im.Hello\", \"user\":\"x\" }\n" + std::to_string(128 + SIGPIPE) + "\n");
+        EXPECT_EQ(run.err, "");
+    }
+}
+
+TEST(ToolCommand, ColoursAreForTerminalsOrForWhoAsks) {
+    ToolRig const rig(TAV_TOOL);
+    EXPECT_EQ(rig.run("dump --hex 010105").out.find('\x1b'), std::string::npos);
+    EXPECT_NE(rig.run("dump --hex 010105 --color always").out.find("\x1b["), std::string::npos);
+    std::string const onTerminal = "script -qec \"$TAV dump --hex 010105\" /dev/null";
+    if (rig.shell("command -v script").code == 0) {
+        EXPECT_NE(rig.shell("env -u NO_COLOR " + onTerminal).out.find("\x1b["), std::string::npos);
+        EXPECT_EQ(rig.shell("NO_COLOR=1 " + onTerminal).out.find('\x1b'), std::string::npos);
+        EXPECT_EQ(rig.shell("env -u NO_COLOR script -qec \"$TAV dump --color never --hex 010105\" /dev/null")
+                      .out.find('\x1b'),
+                  std::string::npos);
+    }
+}
+
+TEST(ToolCommand, CompletionOfBashKnowsCommandsOptionsAndWords) {
+    ToolRig const rig(TAV_TOOL);
+    ToolRun const run =
+        rig.shell("$TAV __texts bash >tav && . ./tav\n"
+                  "complete_() { COMP_WORDS=(tav \"$@\"); COMP_CWORD=$#; _tav; echo \"${COMPREPLY[*]}\"; }\n"
+                  "complete_ c\ncomplete_ dump --an\ncomplete_ convert --from n\ntouch found.pml\n"
+                  "complete_ check fou\n");
+    EXPECT_EQ(run.out, "check convert\n--annotate\nnbr\nfound.pml\n") << run.err;
+}
+
+TEST(ToolCommand, CompletionOfZshHasEachOption) {
+    ToolRig const rig(TAV_TOOL);
+    ToolRun const run = rig.run("__texts zsh");
+    EXPECT_EQ(run.code, 0);
+    EXPECT_EQ(run.out.substr(0, 13), "#compdef tav\n");
+    EXPECT_NE(run.out.find("'--from[the encoding of FILE]:value:(frames json nbr pml xml)'"),
+              std::string::npos);
+    EXPECT_NE(run.out.find("'--annotate[show each byte beside its meaning]'"), std::string::npos);
+}
+
+TEST(ToolCommand, ManPagesHaveWhatTheHelpHas) {
+    ToolRig const rig(TAV_TOOL);
+    EXPECT_NE(rig.run("__texts man").out.find(".BR tav\\-diff (1)"), std::string::npos);
+    ToolRun const run = rig.run("__texts man convert");
+    EXPECT_EQ(run.code, 0);
+    EXPECT_EQ(run.out.substr(0, 17), ".TH TAV\\-CONVERT ");
+    for (char const * const part :
+         {".SH DESCRIPTION\n", "\\-\\-keep\\-going", ".SH EXIT STATUS\n", ".SH EXAMPLES\n"}) {
+        EXPECT_NE(run.out.find(part), std::string::npos) << part;
+    }
+    EXPECT_EQ(rig.run("__texts man nonsense").code, 2);
+}
+
+} // namespace

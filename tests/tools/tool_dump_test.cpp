@@ -1,0 +1,251 @@
+#include "support/tool.h"
+
+#include <tav/vinta/vinta_im_pkt.h>
+#include <tav/vinta/vinta_transport_message.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using tav_test::ToolRig;
+using tav_test::ToolRun;
+
+char const * const model = R"(
+Hello:object(
+    __class__(im.Hello) __code__(1F01)
+    [1]user:string() [2]seq:int64() [3]tags:list{string}() [4]mood:enum{Mood}(good(0) bad(1))
+    [5]secret:string?({***}) [6]at:time?() [7]place:im.Place?() [8]ages:map{string,int32}() [9]x:double?()
+)
+Place:object(__class__(im.Place)[1]city:string())
+Old:object(__class__(im.Old)__code__(05)[1]a:int32())
+)";
+
+std::string hexOf(tavBytes const & bytes) {
+    return "'" + std::string(tavHex16::encode(bytes).data()) + "'";
+}
+
+tavBytes packetOf(unsigned short code, std::string const & body) {
+    auto const packet = tav::im::Packet::create(code > 0xff, 6);
+    packet->setCode(code);
+    packet->setSequence(2);
+    packet->setSession(3);
+    packet->setBody(body);
+    tavBytes bytes;
+    packet->encode(bytes);
+    return bytes;
+}
+
+std::string framed(tavBytes const & packet) {
+    tavBytes frame;
+    frame.writeBigEndian(packet.size());
+    frame.writeBytes(packet);
+    return std::string(reinterpret_cast<char const *>(frame.data()), frame.size());
+}
+
+TEST(ToolDump, ValuesWithoutATemplateHaveWhatTheBytesTell) {
+    ToolRun const whole = ToolRig(TAV_TOOL).run(
+        "dump --hex 'FF0128 01 010105 02 F1026162 03 FF0128 00 010107 FF0129 04 00 05 0104FFFFFFFF 06 "
+        "0109000102030405060708 FF0129 010103'");
+    EXPECT_EQ(whole.code, 0);
+    EXPECT_EQ(whole.out, "0000  object\n"
+                         "0003    [1]: number 5\n"
+                         "0007    [2]: text \"ab\"\n"
+                         "000c    [3]: object\n"
+                         "0010      [0]: number 7\n"
+                         "0017    [4]: null\n"
+                         "0019    [5]: number 4294967295 or -1\n"
+                         "0020    [6]: bytes 00 01 02 03 04 05 06 07 08\n"
+                         "002f  number 3\n");
+}
+
+TEST(ToolDump, TemplateGivesNamesTypesAndMasks) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    std::string const bytes =
+        "--hex 'FF0128 01 F103616E6E 02 0108FBFFFFFFFFFFFFFF 03 FF0128 00 F10161 FF0129 04 010101 05 "
+        "F10668756E746572 06 01060068E5CF8B01 07 FF0128 01 F1044F736C6F FF0129 08 FF0128 00 FF0128 01 "
+        "F1016B 02 01012A FF0129 FF0129 09 0108000000000000F83F 0B 010101 01 010105 FF0129'";
+    ToolRun const run = rig.run("dump -t m.pml -c im.Hello " + bytes);
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(run.out, "0000  im.Hello\n"
+                       "0003    [1] user: string \"ann\"\n"
+                       "0009    [2] seq: int64 -5\n"
+                       "0014    [3] tags: list{string}\n"
+                       "0018      -: string \"a\"\n"
+                       "001f    [4] mood: enum{Mood} 1 (bad)\n"
+                       "0023    [5] secret: string? ***[6]\n"
+                       "002c    [6] at: time? 1700000000000 (2023-11-14T22:13:20.000Z)\n"
+                       "0035    [7] place: im.Place\n"
+                       "0039      [1] city: string \"Oslo\"\n"
+                       "0043    [8] ages: map{string,int32}\n"
+                       "0047      -: entry\n"
+                       "004b        key: string \"k\"\n"
+                       "004f        value: int32 42\n"
+                       "0059    [9] x: double? 1.5\n"
+                       "0064    [11]: number 1  (no field of im.Hello has this tag)\n"
+                       "0068    [1] user: string \"\\x05\"  (bytes where the template has string)\n");
+    EXPECT_NE(rig.run("dump -t m.pml -c im.Hello --reveal " + bytes).out.find("\"hunter\""),
+              std::string::npos);
+    EXPECT_EQ(rig.run("dump -a -t m.pml -c im.Hello " + bytes).out.find("68 75 6E"), std::string::npos)
+        << "masked, and seen";
+    EXPECT_EQ(rig.run("dump --code 1f01 -t m.pml " + bytes).out, run.out);
+}
+
+TEST(ToolDump, AnnotatedFormShowsEachByteOnce) {
+    ToolRun const run =
+        ToolRig(TAV_TOOL).run("dump -a --hex '00000014 0006 00 1234 00 0002 0000000000000003 0000 4142'");
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(run.out, "0000  00 00 00 14              frame: 20 bytes\n"
+                       "0004                             mobile packet: 20 bytes\n"
+                       "0004  00 06                        version: 6\n"
+                       "0006  00                           affirm: 0x0\n"
+                       "0007  12 34                        code: 0x1234\n"
+                       "0009  00                           flags: 0x0\n"
+                       "000a  00 02                        sequence: 2\n"
+                       "000c  00 00 00 00 00 00 00 03      session: 0x3\n"
+                       "0014  00 00                        size of the extension: 0\n"
+                       "0016  41 42                        body: 2 bytes: 16961\n");
+}
+
+TEST(ToolDump, OldPacketIsNamedAndItsBodyIsThatOfItsCode) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    tavBytes const packet = packetOf(5, std::string("\xFF\x01(\x01\x01\x01\x07\xFF\x01)", 10));
+    ToolRun const run = rig.run("dump -t m.pml --hex " + hexOf(packet));
+    EXPECT_EQ(run.code, 0) << run.err;
+    for (char const * const line :
+         {"old packet: ", "sequence: number 2\n", "code: number 5\n", "im.Old\n", "[1] a: int32 7\n",
+          "[8] sessionId: number 3\n", "[14] hmac: text \"\"\n"}) {
+        EXPECT_NE(run.out.find(line), std::string::npos) << line << run.out;
+    }
+}
+
+TEST(ToolDump, ExtensionOfAPacketHasItsNames) {
+    tav::im::PacketMobile packet(6);
+    tavMsgExt ext;
+    ext.serverTime = 1700000000000;
+    ext.traceId = tavString("abc");
+    packet.setCode(0x1F01);
+    packet.setExt(ext);
+    tavBytes bytes;
+    packet.encode(bytes);
+    ToolRun const run = ToolRig(TAV_TOOL).run("dump --as packet --hex " + hexOf(bytes));
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_NE(run.out.find("[1] serverTime: number 1700000000000\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("[3] traceId: text \"abc\"\n"), std::string::npos) << run.out;
+}
+
+TEST(ToolDump, GateMessageIsTakenForOneIfThatIsSaid) {
+    tavGateMessage const message(7, 3, 4, 0, -5, 6, 7, "head", "{\"a\":1}");
+    tavBytes bytes;
+    message.encode(bytes);
+    ToolRun const run = ToolRig(TAV_TOOL).run("dump --as gate --hex " + hexOf(bytes));
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_EQ(run.out, "0000  gate message: 23 bytes\n"
+                       "0000    protocol: 7 (JSON)\n"
+                       "0001    type: 0x304\n"
+                       "0003    direction: 0 (ARG)\n"
+                       "0004    sequence: -5\n"
+                       "0008    extras: 06 07\n"
+                       "000a    size of the head: 4\n"
+                       "000c    head: \"head\"\n"
+                       "0010    body: \"{\\\"a\\\":1}\"\n");
+    EXPECT_EQ(ToolRig(TAV_TOOL).run("dump --as gate --hex 0304").code, 1);
+}
+
+TEST(ToolDump, FormsOfTheInputAreOneInput) {
+    ToolRig const rig(TAV_TOOL);
+    std::string const raw = framed(packetOf(0x1F01, "\xFF\x01(\x01\xF1\x03"
+                                                    "ann\xFF\x01)"));
+    std::string const expected = rig.run("dump", raw).out;
+    EXPECT_NE(expected.find("text \"ann\""), std::string::npos) << expected;
+    rig.file("raw", raw);
+    EXPECT_EQ(rig.run("dump raw").out, expected);
+    EXPECT_EQ(rig.shell("base64 raw | $TAV dump").out, expected);
+    EXPECT_EQ(rig.shell("base64 -w 0 raw >b; $TAV dump --base64 \"$(cat b)\"").out, expected);
+    EXPECT_EQ(rig.shell("od -An -tx1 -v raw | $TAV dump -").out, expected);
+    EXPECT_EQ(rig.shell("od -An -tx1 -v raw | $TAV dump --in hex").out, expected);
+}
+
+TEST(ToolDump, WhatIsBrokenIsShownUpToTheByteWhereItBreaks) {
+    ToolRun const run = ToolRig(TAV_TOOL).run("dump --hex 'FF0128 01 F105616E'");
+    EXPECT_EQ(run.code, 1);
+    EXPECT_EQ(run.out,
+              "0000  object\n0003    [1]: text \"an\"\n"
+              "0008    broken here: the value at byte 4 says that it has 5 bytes, and 2 are there\n");
+    EXPECT_EQ(
+        run.err,
+        "tav: --hex: byte 8 (0x8): error: the value at byte 4 says that it has 5 bytes, and 2 are there\n"
+        "    FF 01 28 01 F1 05 61 6E\n"
+        "                            ^\n");
+}
+
+TEST(ToolDump, EachKindOfBrokenInputIsToldByItsPlace) {
+    struct Case {
+        char const * arguments;
+        char const * said;
+    };
+    for (Case const & one :
+         {Case{"--hex 'FF0128 0x'", "--hex:1:9: error: 'x' is no hexadecimal digit\n"},
+          Case{"--hex 'FF012'", "--hex:1:6: error: a byte has two hexadecimal digits"},
+          Case{"--base64 'AA%A'", "--base64:1:3: error: '%' is no base64\n"},
+          Case{"--base64 'A=AA'", "--base64:1:2: error: '=' ends a group"},
+          Case{"--base64 'AAAAA'", "--base64:1:6: error: the input ends behind"},
+          Case{"--as nbr --hex 28", "byte 0 (0x0): error: no value begins with 28"},
+          Case{"--as frames --hex '00000005 0006'", "byte 6 (0x6): error: affirm has 1 bytes"},
+          Case{"--as frames --hex '01000000'", "error: a frame has at most 16777215 bytes"},
+          Case{"--as frames --hex '0000'", "byte 2 (0x2): error: length has 4 bytes, and 2 are there"},
+          Case{"--as packet --hex '01000000'", "begins with three zeros"},
+          Case{"--as frames --hex '00000000 00000014 0006'", "byte 10 (0xa): error:"},
+          Case{"/dev/null", "/dev/null: is empty"}}) {
+        ToolRun const run = ToolRig(TAV_TOOL).run(std::string("dump ") + one.arguments);
+        EXPECT_EQ(run.code, 1) << one.arguments;
+        EXPECT_NE(run.err.find(one.said), std::string::npos) << one.arguments << ": " << run.err;
+    }
+}
+
+TEST(ToolDump, HexadecimalIsToldByTheLineOfTheFile) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("h", "FF 01 28\n01 zz\n");
+    EXPECT_EQ(rig.run("dump --in hex h").err,
+              "tav: h:2:4: error: 'z' is no hexadecimal digit\n    01 zz\n       ^\n");
+}
+
+TEST(ToolDump, JsonIsAnObjectForEachFrameAlsoWhereItBreaks) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    std::string const good = framed(packetOf(0x1F01, "\xFF\x01(\x01\xF1\x03"
+                                                     "ann\xFF\x01)"));
+    rig.file("f", good + good + std::string("\0\0\0\0", 4) + good.substr(0, good.size() - 3));
+    ToolRun const run = rig.shell("$TAV dump --json -t m.pml f >j; echo $?; python3 -c 'import json,sys\n"
+                                  "for line in open(\"j\"):\n"
+                                  "    tree = json.loads(line)\n"
+                                  "    print(tree[\"offset\"], tree[\"name\"], \"fault\" in line)'");
+    std::string const size = std::to_string(good.size());
+    EXPECT_EQ(run.out, "1\n0 frame False\n" + size + " frame False\n" + std::to_string(2 * good.size()) +
+                           " heartbeat False\n" + std::to_string(2 * good.size() + 4) + " frame True\n")
+        << run.err;
+}
+
+TEST(ToolDump, DepthCostsNoStackAndNoSquareOfOutput) {
+    ToolRig const rig(TAV_TOOL);
+    std::string bytes = "\xFF\x01(";
+    constexpr int levels = 100000;
+    for (int i = 0; i < levels; ++i) {
+        bytes += "\x01\xFF\x01(";
+    }
+    rig.file("deep", bytes);
+    ToolRun const run = rig.run("dump deep");
+    EXPECT_EQ(run.code, 1);
+    EXPECT_LT(run.out.size(), 200u * levels);
+}
+
+TEST(ToolDump, LongTextsAreShownInPartUnlessAllIsWanted) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("t", std::string("\xF2\xE8\x03", 3) + std::string(1000, 'x'));
+    EXPECT_EQ(rig.run("dump --in raw t").out,
+              "0000  text \"" + std::string(200, 'x') + "\"... (1000 bytes)\n");
+    EXPECT_EQ(rig.run("dump --in raw --full t").out, "0000  text \"" + std::string(1000, 'x') + "\"\n");
+}
+
+} // namespace

@@ -1,0 +1,183 @@
+#include "tools/command.h"
+#include "tools/dump_tree.h"
+#include "tools/failure.h"
+#include "tools/input.h"
+
+#include <memory>
+
+namespace tav {
+namespace tool {
+
+namespace {
+
+constexpr std::size_t largestInput = 1024ull * 1024 * 1024;
+constexpr std::size_t guessedFrom = 64 * 1024;
+constexpr std::size_t largestFrame = 0xFFFFFF;
+constexpr std::size_t frameHead = 4;
+/// Of a text or bytes, unless all of it is wanted.
+constexpr std::size_t shownBytes = 200;
+
+struct Options {
+    std::string file = "-";
+    std::string hex;
+    std::string base64;
+    Form form = Form::automatic;
+    Shape shape = Shape::automatic;
+    std::string model;
+    std::string className;
+    std::string code;
+    bool annotate = false;
+    bool json = false;
+    bool reveal = false;
+    bool full = false;
+};
+
+std::map<std::string, Shape> const & shapeNames() {
+    static std::map<std::string, Shape> const names = {{"auto", Shape::automatic},
+                                                       {"nbr", Shape::nbr},
+                                                       {"packet", Shape::packet},
+                                                       {"frames", Shape::frames},
+                                                       {"gate", Shape::gate}};
+    return names;
+}
+
+/// What one run needs.
+class Dump {
+public:
+    Dump(Options const & options, Output & output) : options_(options), output_(output) {}
+
+    int run();
+
+private:
+    std::unique_ptr<ByteReader> open() const;
+    bool frames(ByteReader & in, std::string front);
+    bool oneFrame(std::string_view bytes, unsigned long long base);
+    void tell(std::string_view bytes, unsigned long long base);
+
+    Options const & options_;
+    Output & output_;
+    std::string name_;
+    Template model_;
+    pml::MetaClass const * cls_ = nullptr;
+    std::unique_ptr<TreeOutput> tree_;
+    std::unique_ptr<DumpTree> dump_;
+};
+
+std::unique_ptr<ByteReader> Dump::open() const {
+    if (!options_.hex.empty()) {
+        return std::make_unique<ByteReader>("--hex", options_.hex, Form::hex);
+    }
+    if (!options_.base64.empty()) {
+        return std::make_unique<ByteReader>("--base64", options_.base64, Form::base64);
+    }
+    return std::make_unique<ByteReader>(options_.file, options_.form);
+}
+
+/// Tells people what is broken, with the bytes around it.
+void Dump::tell(std::string_view bytes, unsigned long long base) {
+    output_.tell("tav: " + toldInBytes(name_, bytes, base, dump_->faultAt(), "error", dump_->faultText()));
+}
+
+bool Dump::oneFrame(std::string_view bytes, unsigned long long base) {
+    tree_->bytes(bytes, base);
+    bool const good = dump_->frame(0, bytes.size(), cls_);
+    if (!good) {
+        tell(bytes, base);
+    }
+    return good;
+}
+
+/// Frame after frame, each forgotten before the next one is read.
+bool Dump::frames(ByteReader & in, std::string front) {
+    std::string bytes = std::move(front);
+    unsigned long long base = 0;
+    auto const want = [&](std::size_t n) {
+        if (bytes.size() < n) {
+            std::size_t const before = bytes.size();
+            bytes.resize(n);
+            bytes.resize(before + in.read(&bytes[before], n - before));
+        }
+    };
+    for (;;) {
+        want(frameHead);
+        if (bytes.empty()) {
+            return true;
+        }
+        std::size_t length = 0;
+        for (std::size_t i = 0; i < frameHead && i < bytes.size(); ++i) {
+            length = length << 8 | static_cast<unsigned char>(bytes[i]);
+        }
+        bool const readable = bytes.size() >= frameHead && length <= largestFrame;
+        std::size_t const size = readable ? frameHead + length : bytes.size();
+        want(size);
+        if (!oneFrame(std::string_view(bytes).substr(0, size), base)) {
+            return false;
+        }
+        base += std::min(size, bytes.size());
+        bytes.erase(0, size);
+    }
+}
+
+int Dump::run() {
+    if (!options_.model.empty()) {
+        model_ = loadTemplate(options_.model);
+        cls_ = chosenClass(model_, options_.className, options_.code);
+    } else if (!options_.className.empty() || !options_.code.empty()) {
+        throw Failure(exitUse, "--class and --code need a template: --template FILE");
+    }
+    std::unique_ptr<ByteReader> const in = open();
+    name_ = in->name();
+    if (options_.json) {
+        tree_ = std::make_unique<JsonTree>(output_);
+    } else {
+        tree_ = std::make_unique<TextTree>(output_, options_.annotate);
+    }
+    std::size_t const limit = options_.full || options_.json ? 0 : shownBytes;
+    dump_ = std::make_unique<DumpTree>(*tree_, options_.model.empty() ? nullptr : &model_, options_.reveal,
+                                       limit);
+    std::string front(guessedFrom, '\0');
+    front.resize(in->read(&front[0], front.size()));
+    if (front.empty()) {
+        throw Failure(exitFound, name_ + ": is empty");
+    }
+    Shape const shape =
+        options_.shape == Shape::automatic ? guessShape(front, front.size() < guessedFrom) : options_.shape;
+    if (shape == Shape::frames) {
+        return frames(*in, std::move(front)) ? exitGood : exitFound;
+    }
+    std::string const bytes = front + readRest(*in, largestInput);
+    tree_->bytes(bytes, 0);
+    bool const good = shape == Shape::packet ? dump_->packet(0, bytes.size(), cls_)
+                      : shape == Shape::gate ? dump_->gate(0, bytes.size(), cls_)
+                                             : dump_->document(0, bytes.size(), cls_);
+    if (!good) {
+        tell(bytes, 0);
+    }
+    return good ? exitGood : exitFound;
+}
+
+} // namespace
+
+Run addDump(CLI::App & app) {
+    auto const options = std::make_shared<Options>();
+    auto * const file =
+        app.add_option("FILE", options->file, "what to show; - is the standard input")->capture_default_str();
+    auto * const hex =
+        app.add_option("--hex", options->hex, "the bytes themselves, in hexadecimal")->type_name("BYTES");
+    auto * const base64 =
+        app.add_option("--base64", options->base64, "the bytes themselves, in base64")->type_name("TEXT");
+    hex->excludes(file);
+    base64->excludes(file)->excludes(hex);
+    addChoice(app, "--in", options->form, formNames(), "how bytes stand in FILE");
+    addChoice(app, "--as", options->shape, shapeNames(),
+              "what they are; auto never takes them for a gate message");
+    addModelOptions(app, options->model, options->className, options->code);
+    app.add_flag("-a,--annotate", options->annotate, "show each byte beside its meaning");
+    app.add_flag("--full", options->full, "show long texts and bytes whole");
+    app.add_flag("--reveal", options->reveal, "show values that the template protects");
+    app.add_flag("--json", options->json, "print a JSON object for each frame, packet or value");
+    return [options](Output & output) { return Dump(*options, output).run(); };
+}
+
+} // namespace tool
+} // namespace tav

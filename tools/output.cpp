@@ -1,0 +1,115 @@
+#include "tools/output.h"
+
+#include "tools/failure.h"
+#include "tools/utf8.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+
+namespace tav {
+namespace tool {
+
+namespace {
+
+constexpr std::size_t flushedAt = 64 * 1024;
+
+void writeAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        ssize_t const n = ::write(fd, text.data(), text.size());
+        if (n >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(n));
+        } else if (errno != EINTR) {
+            throw systemFailure("<stdout>", "can't write", errno);
+        }
+    }
+}
+
+} // namespace
+
+std::map<std::string, Colours> const & colourNames() {
+    static std::map<std::string, Colours> const names = {
+        {"auto", Colours::automatic}, {"always", Colours::always}, {"never", Colours::never}};
+    return names;
+}
+
+void Output::colours(Colours choice) {
+    char const * const without = std::getenv("NO_COLOR");
+    bool const wanted = (without == nullptr || *without == '\0') && ::isatty(STDOUT_FILENO) == 1;
+    coloured_ = choice == Colours::always || (choice == Colours::automatic && wanted);
+}
+
+void Output::write(std::string_view text) {
+    buffer_ += text;
+    if (buffer_.size() >= flushedAt) {
+        flush();
+    }
+}
+
+void Output::flush() {
+    std::string const text = std::move(buffer_);
+    buffer_.clear();
+    writeAll(STDOUT_FILENO, text);
+}
+
+std::string Output::in(char colour, std::string_view text) const {
+    if (!coloured_) {
+        return std::string(text);
+    }
+    char const * const code = colour == 'r'   ? "31"
+                              : colour == 'g' ? "32"
+                              : colour == 'y' ? "33"
+                              : colour == 'c' ? "36"
+                              : colour == 'd' ? "2"
+                                              : "1";
+    return std::string("\x1b[") + code + "m" + std::string(text) + "\x1b[0m";
+}
+
+void Output::tell(std::string_view text) {
+    flush();
+    std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+std::string jsonText(std::string_view text) {
+    std::string result = "\"";
+    while (!text.empty()) {
+        auto const c = static_cast<unsigned char>(text.front());
+        std::size_t const size = utf8Character(text);
+        if (size == 0) {
+            result += "\xEF\xBF\xBD";
+        } else if (c == '"' || c == '\\') {
+            result += '\\';
+            result += static_cast<char>(c);
+        } else if (c == '\n') {
+            result += "\\n";
+        } else if (c == '\t') {
+            result += "\\t";
+        } else if (c < 32 || c == 127) {
+            std::array<char, 8> escape{};
+            std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(c));
+            result += escape.data();
+        } else {
+            result += text.substr(0, size);
+        }
+        text.remove_prefix(size == 0 ? 1 : size);
+    }
+    return result + "\"";
+}
+
+std::string hexText(std::string_view bytes) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string result;
+    for (char const c : bytes) {
+        auto const byte = static_cast<unsigned char>(c);
+        result += result.empty() ? "" : " ";
+        result += digits[byte >> 4];
+        result += digits[byte & 15];
+    }
+    return result;
+}
+
+} // namespace tool
+} // namespace tav

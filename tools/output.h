@@ -1,0 +1,55 @@
+#ifndef TAV_TOOLS_OUTPUT_H
+#define TAV_TOOLS_OUTPUT_H
+
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace tav {
+namespace tool {
+
+enum class Colours { automatic, always, never };
+
+/// The names of the choices, as an option takes them.
+std::map<std::string, Colours> const & colourNames();
+
+/// The standard output, and the standard error for what is told to people.  What can't be written ends the
+/// program: a full disk with a text, a reader that went away by SIGPIPE, as it ends any filter.
+class Output {
+public:
+    Output() = default;
+    Output(Output const &) = delete;
+    Output & operator=(Output const &) = delete;
+
+    /// Colour on a terminal alone, and not where NO_COLOR is set, unless it is asked for.
+    void colours(Colours choice);
+
+    void write(std::string_view text);
+    void line(std::string_view text) {
+        write(text);
+        write("\n");
+    }
+    /// To be called at the end: what was written has then been taken by the system.
+    void flush();
+
+    /// The text in a colour, if there are colours: 'r'ed, 'y'ellow, 'g'reen, 'c'yan, 'd'im, 'b'old.
+    std::string in(char colour, std::string_view text) const;
+
+    /// Writes to the standard error, behind all that was written before.
+    void tell(std::string_view text);
+
+private:
+    std::string buffer_;
+    bool coloured_ = false;
+};
+
+/// The text as JSON: quoted, with escapes, and with U+FFFD for what is no UTF-8.
+std::string jsonText(std::string_view text);
+
+/// Bytes as "FF 01 28".
+std::string hexText(std::string_view bytes);
+
+} // namespace tool
+} // namespace tav
+
+#endif

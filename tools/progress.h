@@ -1,0 +1,31 @@
+#ifndef TAV_TOOLS_PROGRESS_H
+#define TAV_TOOLS_PROGRESS_H
+
+#include <chrono>
+
+namespace tav {
+namespace tool {
+
+/// A line on the standard error that tells how far long work is.  It is shown on a terminal alone, after a
+/// second, and is gone at the end.
+class Progress {
+public:
+    Progress();
+    ~Progress();
+    Progress(Progress const &) = delete;
+    Progress & operator=(Progress const &) = delete;
+
+    /// `size` is 0 if it is not known.
+    void show(unsigned long long done, unsigned long long size);
+
+private:
+    bool terminal_;
+    bool shown_ = false;
+    unsigned calls_ = 0;
+    std::chrono::steady_clock::time_point next_;
+};
+
+} // namespace tool
+} // namespace tav
+
+#endif
