@@ -64,6 +64,15 @@ void count_failed(counters & counted, connect_info & info) {
     }
 }
 
+/// What there is no memory for is told all the same, in a text that needs none.
+std::string said_by(std::exception const & e) noexcept {
+    try {
+        return e.what();
+    } catch (std::bad_alloc const &) {
+        return "no memory";
+    }
+}
+
 using policy_ptr = std::shared_ptr<tls_policy const>;
 
 /// Whether two starts are given one policy; an empty one is none.
@@ -107,12 +116,16 @@ void Client::fini__() {
         return;
     }
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::fini__"), name_, " Client fini");
-    auto const closed = std::make_shared<std::atomic<bool>>(false);
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::close__"), name_, " close...");
-    post([self = shared_from_this(), closed] {
-        self->on_close();
-        *closed = true;
-    });
+    try {
+        post([self = shared_from_this()] {
+            self->on_close();
+            self->closed_at_end_ = true;
+        });
+    } catch (std::bad_alloc const & e) {
+        // An end needs no memory: it comes about below, on this thread.
+        detail::reportCaught(here("tav::tls::impl::Client::fini__"), e.what());
+    }
 
     std::shared_ptr<tavTaskQueue> queue;
     {
@@ -120,7 +133,7 @@ void Client::fini__() {
         queue.swap(main_queue_);
     }
     queue->close();
-    if (!*closed) {
+    if (!closed_at_end_) {
         // In the place of the queue, for what the application's functions may wait for.
         thread_role const role(context_.get(), thread_role::session);
         on_close();
@@ -330,7 +343,7 @@ void Client::on_exception(std::exception const & e) {
         auto const present = current();
         bool const misread = present && present->cause() == failure::bad_frame;
         tell_error(session_era_, misread ? failure::bad_frame : named_exception(), *option(), no_sno, no_code,
-                   exception_code, e.what());
+                   exception_code, said_by(e));
         process_exit::pass();
     } catch (...) {
         detail::reportCaught(here("tav::tls::impl::Client::on_exception"));

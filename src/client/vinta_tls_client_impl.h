@@ -190,6 +190,8 @@ private:
     std::shared_ptr<counters> const counted_ = std::make_shared<counters>();
     std::shared_ptr<queue_teller> const teller_ = std::make_shared<queue_teller>();
     std::atomic<bool> finished_{false};
+    /// Whether the last close has come about on the thread of the queue.
+    std::atomic<bool> closed_at_end_{false};
     /// Keeps the closes, and the starts with the era that they have, in the order of the queue.
     tavMutex requests_mutex_;
     /// The number of closes so far.
