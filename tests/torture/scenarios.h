@@ -16,6 +16,8 @@ Scenarios textScenarios();
 Scenarios logScenarios();
 Scenarios threadScenarios();
 
+Scenarios clientScenarios();
+
 } // namespace torture
 } // namespace tav_test
 

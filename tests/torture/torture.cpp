@@ -35,6 +35,8 @@ class Nowhere : public std::streambuf {
 /// What runs, for the one who finds the process ended.
 char running[256] = "";
 int failures = 0;
+/// What the next Want has up to the one that fails.
+long wanted = 0;
 
 extern "C" void onAbort(int) {
     if (::write(STDERR_FILENO, running, std::strlen(running)) < 0) {
@@ -55,9 +57,9 @@ void fail(std::string const & what) {
     ADD_FAILURE() << where << ": " << what;
 }
 
-long stride() {
+long strideOf(Scenario const & scenario) {
     char const * const text = std::getenv("TAV_TORTURE_STRIDE");
-    return std::max(1L, text != nullptr ? std::atol(text) : 5L);
+    return std::max(1L, text != nullptr ? std::atol(text) : scenario.of == Of::want ? 23L : 5L);
 }
 
 /// Runs it once; true if it came to its end.
@@ -78,6 +80,13 @@ bool ends(Scenario const & scenario, bool maybeWithout) {
 /// Runs it with the n-th allocation failing, and again with none; false if it had fewer.
 bool happens(Scenario const & scenario, char const * levels, long n) {
     note(scenario, levels, n);
+    if (scenario.of == Of::want) {
+        allocationFailed = false;
+        wanted = n;
+        ends(scenario, false);
+        wanted = 0;
+        return FailingAllocation::happened();
+    }
     {
         FailingAllocation const failing(n);
         ends(scenario, true);
@@ -121,7 +130,7 @@ void runWithLevels(Scenario const & scenario, char const * levels) {
     }
     long live = allocationsLive;
     long points = 0;
-    long const step = stride();
+    long const step = strideOf(scenario);
     for (long n = 1; failures < failuresTold && happens(scenario, levels, n); n += step) {
         ++points;
         if (leaks(scenario, levels, n, live)) {
@@ -147,6 +156,14 @@ Spared::Spared() : before_(allocationsSpared) {
 
 Spared::~Spared() {
     allocationsSpared = before_;
+}
+
+Want::Want() {
+    allocationsLeft = wanted;
+}
+
+Want::~Want() {
+    wanted = std::max(0L, allocationsLeft.exchange(0));
 }
 
 void spareThread() {

@@ -10,8 +10,9 @@
 namespace tav_test {
 namespace torture {
 
-/// Whose allocations fail: those of the thread that runs the scenario, or of any thread.
-enum class Of { caller, process };
+/// Whose allocations fail: those of the thread that runs the scenario, or of any thread; or of any thread
+/// where the scenario has a Want, which then goes on with all memory there is and shows that all works.
+enum class Of { caller, process, want };
 
 struct Scenario {
     char const * name;
@@ -42,12 +43,22 @@ private:
     bool const before_;
 };
 
+/// Where a scenario of that kind wants for memory.
+class Want {
+public:
+    Want();
+    ~Want();
+    Want(Want const &) = delete;
+    Want & operator=(Want const &) = delete;
+};
+
 /// Has no allocation of the calling thread fail or count from now on.
 void spareThread();
 
 /// Has an allocation of the scenario fail, and then another one, up to the last, without log lines and with
 /// all of them.  Behind each the scenario has to succeed and to have left no more memory taken than before.
-/// With the variable TAV_TORTURE_STRIDE only each so many'th fails.
+/// Only each fifth fails, where a scenario has a Want each 23rd, and with the variable TAV_TORTURE_STRIDE
+/// each so many'th.
 void runWithEachFailing(Scenario const & scenario);
 
 inline std::string nameOf(testing::TestParamInfo<Scenario> const & info) {
