@@ -177,10 +177,10 @@ BENCHMARK(requestReplyBare)->UseRealTime();
 
 /// Numbers that several threads add to, on lines of the cache of their own, as the client's counters are.
 struct Counted {
-    alignas(64) std::atomic<unsigned long long> io[7] = {};
-    alignas(64) std::atomic<unsigned long long> dispatch[3] = {};
+    alignas(64) std::atomic<unsigned long long> io[4] = {};
+    alignas(64) std::atomic<unsigned long long> dispatch[2] = {};
     alignas(64) std::atomic<unsigned long long> sends[2] = {};
-    alignas(64) std::atomic<unsigned long long> present[6] = {};
+    alignas(64) std::atomic<unsigned long long> present[10] = {};
 };
 
 /// What the client's counters add to a request and its reply: 18 relaxed additions and two looks at the
