@@ -1,5 +1,7 @@
 #include "client/pem_text.h"
 
+#include "client/pem_keys.h"
+
 #include <openssl/bio.h>
 #include <openssl/crypto.h>
 #include <openssl/err.h>
@@ -27,30 +29,6 @@ using Bio = std::unique_ptr<BIO, int (*)(BIO *)>;
 
 Bio reader_of(std::string const & text) {
     return Bio(::BIO_new_mem_buf(text.data(), static_cast<int>(text.size())), ::BIO_free);
-}
-
-/// The text without its private keys: the TLS library decodes each block that it passes over, and frees what
-/// it has made of it as it is.
-std::string without_keys(std::string const & text) {
-    constexpr char const * begin = "-----BEGIN ";
-    constexpr char const * end = "-----END ";
-    constexpr char const * kind = "PRIVATE KEY-----";
-    auto const line_behind = [&text](std::size_t at) {
-        return at == std::string::npos ? text.size() : std::min(text.find('\n', at), text.size());
-    };
-    std::string out;
-    std::size_t kept = 0;
-    for (std::size_t at = text.find(begin); at != std::string::npos; at = text.find(begin, at)) {
-        std::size_t const line = line_behind(at);
-        if (text.find(kind, at) < line) {
-            out.append(text, kept, at - kept);
-            at = line_behind(text.find(end, line));
-            kept = at;
-        } else {
-            at = line;
-        }
-    }
-    return out.append(text, kept, std::string::npos);
 }
 
 void wipe(std::string & text) {
