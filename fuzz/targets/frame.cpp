@@ -28,10 +28,9 @@ using DrainOutgoing = void (session::*)();
 using OnConnectEnd = void (impl::connect_attempt::*)(tavSharedPtr<impl::connect_owner>, std::error_code);
 using OnHandshakeEnd = void (impl::connect_attempt::*)(impl::connect_owner &, std::error_code);
 using OnTransferEnd = void (session::*)(SessionPtr, std::error_code, std::size_t);
-using ContextMember = std::shared_ptr<impl::context> Client::*;
-using SessionMember = SessionPtr Client::*;
-using OptionMember = std::shared_ptr<tav::tls::connect_option> Client::*;
-using MetainfoMember = std::shared_ptr<impl::metainfo> Client::*;
+using ContextMember = std::shared_ptr<impl::context> impl::io_thread::*;
+using IoMember = impl::io_thread Client::*;
+using StateOfClientMember = impl::client_state Client::*;
 
 TAV_FUZZ_OPEN(stateOf, StateMember, &session::state_);
 TAV_FUZZ_OPEN(attemptOf, AttemptMember, &session::attempt_);
@@ -43,10 +42,9 @@ TAV_FUZZ_OPEN(onConnectEnd, OnConnectEnd, &impl::connect_attempt::on_connect_end
 TAV_FUZZ_OPEN(onHandshakeEnd, OnHandshakeEnd, &impl::connect_attempt::on_handshake_end);
 TAV_FUZZ_OPEN(onReadEnd, OnTransferEnd, &session::on_read_end);
 TAV_FUZZ_OPEN(onWriteEnd, OnTransferEnd, &session::on_write_end);
-TAV_FUZZ_OPEN(contextOf, ContextMember, &Client::context_);
-TAV_FUZZ_OPEN(sessionOf, SessionMember, &Client::session_);
-TAV_FUZZ_OPEN(optionOf, OptionMember, &Client::option_);
-TAV_FUZZ_OPEN(metainfoOf, MetainfoMember, &Client::metainfo_);
+TAV_FUZZ_OPEN(ioOf, IoMember, &Client::io_);
+TAV_FUZZ_OPEN(contextOf, ContextMember, &impl::io_thread::context_);
+TAV_FUZZ_OPEN(presentOf, StateOfClientMember, &Client::present_);
 
 using tav::tls::message_callback;
 
@@ -85,14 +83,15 @@ Client & theClient() {
     static std::shared_ptr<Client> const * const kept = [] {
         nameMoods();
         auto const made = std::make_shared<Client>("fuzz");
-        (*made).*contextOf() = std::make_shared<impl::context>("<fuzz>");
-        (*made).*metainfoOf() = std::make_shared<impl::metainfo>(fixedTemplate());
-        made->factory().register_message(0x2001, [] { return new Everything; });
-        made->callbacks().set_type(0x3000, tav::tls::msg_type_callback(tav::tls::json_function(
-                                               [](unsigned long long, unsigned short, char const *,
-                                                  tavMsgExt const &) { onMessage(); })));
-        made->callbacks().set_old([](unsigned long long, unsigned short, unsigned char const *, unsigned,
-                                     tavMsgExt const &) { onMessage(); });
+        ((*made).*ioOf()).*contextOf() = std::make_shared<impl::context>("<fuzz>");
+        auto described = std::make_shared<impl::metainfo>(fixedTemplate());
+        ((*made).*presentOf()).begin(nullptr, &described);
+        made->messages().factory().register_message(0x2001, [] { return new Everything; });
+        made->messages().callbacks().set_type(0x3000, tav::tls::msg_type_callback(tav::tls::json_function(
+                                                          [](unsigned long long, unsigned short, char const *,
+                                                             tavMsgExt const &) { onMessage(); })));
+        made->messages().callbacks().set_old([](unsigned long long, unsigned short, unsigned char const *,
+                                                unsigned, tavMsgExt const &) { onMessage(); });
         return new std::shared_ptr<Client>(made);
     }();
     return **kept;
@@ -148,27 +147,27 @@ public:
         option_->limits.queued_frames = (options & 8) != 0 ? 3 : 0;
         option_->limits.tracked_sends = (options & 16) != 0 ? 2 : 0;
         option_->timedout = tav::tls::timedout_option(1000);
-        client_.*optionOf() = option_;
+        (client_.*presentOf()).replace(option_);
         session_ = new session(
-            "<fuzz>", client_.*contextOf(),
+            "<fuzz>", (client_.*ioOf()).*contextOf(),
             [this](tavBytes const & body) {
                 plain_.expect(textOf(tav_istr(body)));
-                client_.on_recv(body);
+                client_.messages().on_recv(body);
             },
             *option_, [this] { return clock_; });
-        client_.*sessionOf() = session_;
+        (client_.*presentOf()).replace(session_);
         connect((options & 0x60) >> 5);
     }
 
     ~Script() {
         session_->close();
-        client_.*sessionOf() = SessionPtr();
+        (client_.*presentOf()).replace(SessionPtr());
         poll();
         for (auto const & each : sent_) {
             require(each->result() >= 0, "each send ends with its session");
         }
         require(session_->getRefCount() == 1, "nothing keeps a session that was closed");
-        client_.*optionOf() = std::make_shared<tav::tls::connect_option>();
+        (client_.*presentOf()).replace(std::make_shared<tav::tls::connect_option>());
     }
 
     void run() {
@@ -182,7 +181,7 @@ public:
 
 private:
     void poll() {
-        auto & io = (client_.*contextOf())->io_context();
+        auto & io = ((client_.*ioOf()).*contextOf())->io_context();
         for (bool more = true; more;) {
             io.restart();
             try {
@@ -285,8 +284,8 @@ private:
             option.wait_ms(1 + input_.pair());
         }
         option.set_on_timedout([](unsigned long long, unsigned short, bool) { ++called; });
-        auto const info = client_.sendNbrMsg((bits & 128) != 0 ? 7 : 0x2001,
-                                             viewOf(input_.bytes(input_.byte())), option, "target");
+        auto const info = client_.messages().send_nbr((bits & 128) != 0 ? 7 : 0x2001,
+                                                      viewOf(input_.bytes(input_.byte())), option, "target");
         if (info) {
             sent_.push_back(info);
         }
@@ -294,7 +293,7 @@ private:
 
     void sendJson() {
         std::string_view const json = input_.bytes(input_.byte());
-        client_.sendJsonMsg(viewOf(json), tav::tls::send_option(), tav_istr("im.Everything"));
+        client_.messages().send_json(viewOf(json), tav::tls::send_option(), tav_istr("im.Everything"));
     }
 
     void tick() {

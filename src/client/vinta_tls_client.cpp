@@ -435,7 +435,7 @@ std::shared_ptr<send_info> client::send_msg(tavMessage const & msg, send_option 
         return nullptr;
     }
     logCode(site, core->name(), " send msg obj 0x", msg.msgcode());
-    auto const info = core->sendMsg(msg, option);
+    auto const info = core->messages().send(msg, option);
     logSent(site, core->name(), info);
     return info;
 }
@@ -447,7 +447,7 @@ std::shared_ptr<send_info> client::send_msg(tavSharedPtr<tavMessage> msg, send_o
         return nullptr;
     }
     logCode(site, core->name(), " send msg ptr 0x", msg ? msg->msgcode() : no_code);
-    auto const info = core->sendMsg(msg, option);
+    auto const info = core->messages().send(msg, option);
     logSent(site, core->name(), info);
     return info;
 }
@@ -462,7 +462,7 @@ std::shared_ptr<send_info> client::send_json_msg(char const * json, send_option 
     log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << core->name() << " send json msg @" << tav_istr(class_or_code);
     });
-    auto const info = core->sendJsonMsg(tav_istr(json), option, tav_istr(class_or_code));
+    auto const info = core->messages().send_json(tav_istr(json), option, tav_istr(class_or_code));
     logSent(site, core->name(), info);
     return info;
 }
@@ -476,7 +476,7 @@ std::shared_ptr<send_info> client::send_nbr_msg(unsigned short msgcode, unsigned
         return nullptr;
     }
     logCode(site, core->name(), " send nbr msg 0x", msgcode);
-    auto const info = core->sendNbrMsg(msgcode, tav_istr(data, size), option, target);
+    auto const info = core->messages().send_nbr(msgcode, tav_istr(data, size), option, target);
     logSent(site, core->name(), info);
     return info;
 }
@@ -488,7 +488,7 @@ std::shared_ptr<send_info> client::send_old_nbr_msg(unsigned char msgcode, tav_i
         return nullptr;
     }
     logCode(site, core->name(), " send old nbr msg 0x", msgcode);
-    auto const info = core->sendOldNbrMsg(msgcode, body, target);
+    auto const info = core->messages().send_old_nbr(msgcode, body, target);
     logSent(site, core->name(), info);
     return info;
 }
@@ -506,7 +506,7 @@ result_type client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
         return result_error;
     }
     logArg(site, core->name(), msg, ", expect ack ptr 0x", ack.get(), wait_ms, grey, version);
-    result_type const result = core->send_and_wait(msg, ack, wait_ms, grey, version, nullptr);
+    result_type const result = core->messages().send_and_wait(msg, ack, wait_ms, grey, version, nullptr);
     log_line(tavLogger::INFO, site,
              [&](std::ostream & out) { out << core->name() << " send and wait result = " << result; });
     return result;
@@ -520,7 +520,7 @@ result_type client::send_and_wait(std::shared_ptr<send_info> * out, tavMessage c
         return result_error;
     }
     logArg(site, core->name(), msg, ", expect ack obj 0x", &ack, wait_ms, grey, version);
-    result_type const result = core->send_and_wait(msg, ack, wait_ms, grey, version, out);
+    result_type const result = core->messages().send_and_wait(msg, ack, wait_ms, grey, version, out);
     log_line(tavLogger::INFO, site,
              [&](std::ostream & line) { line << core->name() << " send and wait result = " << result; });
     return result;
@@ -530,7 +530,7 @@ void client::on_msg(unsigned short msgcode, obj_function f) {
     Site const site = here("tav::tls::client::on_msg");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " setup type level obj msg callback, msgcode = 0x", msgcode);
-        core->callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
+        core->messages().callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
 
@@ -538,7 +538,7 @@ void client::on_msg(unsigned short msgcode, ptr_function f) {
     Site const site = here("tav::tls::client::on_msg");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " setup type level ptr msg callback, msgcode = 0x", msgcode);
-        core->callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
+        core->messages().callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
 
@@ -546,7 +546,7 @@ void client::on_json_msg(unsigned short msgcode, json_function f) {
     Site const site = here("tav::tls::client::on_json_msg");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " setup type level json msg callback, msgcode = 0x", msgcode);
-        core->callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
+        core->messages().callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
 
@@ -556,8 +556,8 @@ void client::on_json_msg(char const * className, json_function f) {
         log_line(tavLogger::INFO, site, [&](std::ostream & out) {
             out << core->name() << " setup type level json msg callback, class = " << tav_istr(className);
         });
-        core->callbacks().set_type(core->meta()->find_code_by_class(className),
-                                   msg_type_callback(std::move(f)));
+        core->messages().callbacks().set_type(core->meta()->find_code_by_class(className),
+                                              msg_type_callback(std::move(f)));
     }
 }
 
@@ -565,7 +565,7 @@ void client::on_nbr_msg(unsigned short msgcode, nbr_function f) {
     Site const site = here("tav::tls::client::on_nbr_msg");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " setup type level nbr msg callback, msgcode = 0x", msgcode);
-        core->callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
+        core->messages().callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
 
@@ -573,7 +573,7 @@ void client::set_old_msg_default_callback(nbr_function f) {
     Site const site = here("tav::tls::client::set_old_msg_default_callback");
     if (auto const core = alive(site)) {
         logText(site, core->name(), " set old msg callback");
-        core->callbacks().set_old(std::move(f));
+        core->messages().callbacks().set_old(std::move(f));
     }
 }
 
@@ -582,7 +582,7 @@ void client::register_class(tav_istr name, std::function<tavObject *()> creator)
     if (auto const core = alive(site)) {
         log_line(tavLogger::INFO, site,
                  [&](std::ostream & out) { out << core->name() << " register object class " << name; });
-        core->factory().register_class(name, std::move(creator));
+        core->messages().factory().register_class(name, std::move(creator));
     }
 }
 
@@ -591,7 +591,7 @@ void client::unregister_class(tav_istr name) {
     if (auto const core = alive(site)) {
         log_line(tavLogger::INFO, site,
                  [&](std::ostream & out) { out << core->name() << " unregister object class " << name; });
-        core->factory().unregister_class(name);
+        core->messages().factory().unregister_class(name);
     }
 }
 
@@ -599,7 +599,7 @@ void client::register_message(unsigned short msgcode, std::function<tavObject *(
     Site const site = here("tav::tls::client::register_message");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " register message msgcode = 0x", msgcode);
-        core->factory().register_message(msgcode, std::move(creator));
+        core->messages().factory().register_message(msgcode, std::move(creator));
     }
 }
 
@@ -607,7 +607,7 @@ void client::unregister_message(unsigned short msgcode) {
     Site const site = here("tav::tls::client::unregister_message");
     if (auto const core = alive(site)) {
         logCode(site, core->name(), " unregister message msgcode = 0x", msgcode);
-        core->factory().unregister_message(msgcode);
+        core->messages().factory().unregister_message(msgcode);
     }
 }
 
@@ -618,7 +618,7 @@ tavSharedPtr<tavMessage> client::createMessage(unsigned short msgcode) {
         return nullptr;
     }
     logCode(site, core->name(), " creating message msgcode = 0x", msgcode);
-    return core->factory().createMessage(msgcode);
+    return core->messages().factory().createMessage(msgcode);
 }
 
 tavSharedPtr<tavMessage> client::createMessage(tav_istr class_or_code) {
@@ -630,7 +630,7 @@ tavSharedPtr<tavMessage> client::createMessage(tav_istr class_or_code) {
     log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << core->name() << " creating message class_or_code = " << class_or_code;
     });
-    return core->factory().createMessage(class_or_code);
+    return core->messages().factory().createMessage(class_or_code);
 }
 
 tavSharedPtr<tavObject> client::createObject(tav_istr name) {
@@ -641,7 +641,7 @@ tavSharedPtr<tavObject> client::createObject(tav_istr name) {
     }
     log_line(tavLogger::INFO, site,
              [&](std::ostream & out) { out << core->name() << " creating object class = " << name; });
-    return core->factory().createObject(name);
+    return core->messages().factory().createObject(name);
 }
 
 tavString client::find_class_by_code(unsigned short msgcode) {
@@ -677,7 +677,7 @@ tav::tls::statistics client::statistics() const {
 
 unsigned short client::get_next_sno() {
     auto const core = alive(here("tav::tls::client::get_next_sno"));
-    return core ? core->get_next_sno() : static_cast<unsigned short>(0);
+    return core ? core->messages().get_next_sno() : static_cast<unsigned short>(0);
 }
 
 void client::init(tav_istr name) {

@@ -5,7 +5,6 @@
 #include "client/thread_role.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "foundation/report.h"
-#include "foundation/scope_exit.h"
 
 #include <mutex>
 #include <new>
@@ -21,7 +20,6 @@ namespace {
 using detail::here;
 
 constexpr long long connect_quiet_ms = 3000;
-constexpr int keep_alive_seconds = 10;
 constexpr int exception_code = -10;
 /// How long a start waits for one before it that is still looking up its host.
 constexpr int lookup_patience_ms = 500;
@@ -29,7 +27,7 @@ constexpr int wait_slice_ms = 50;
 
 using Lock = std::lock_guard<tavMutex const>;
 
-std::string nameOf(tav_istr name, void const * object) {
+std::string name_of(tav_istr name, void const * object) {
     if (!name.empty()) {
         return "<" + std::string(name) + ">";
     }
@@ -57,13 +55,6 @@ private:
     std::shared_ptr<connect_info> info_;
 };
 
-/// A connect that runs out of time may fail a second time.
-void count_failed(counters & counted, connect_info & info) {
-    if (!info.failed().exchange(true)) {
-        counters::add(counted.connects_failed);
-    }
-}
-
 /// What there is no memory for is told all the same, in a text that needs none.
 std::string said_by(std::exception const & e) noexcept {
     try {
@@ -84,31 +75,32 @@ bool is_same_policy(policy_ptr const & a, policy_ptr const & b) {
 
 } // namespace
 
+class Client::completions final : public io_thread::owner {
+public:
+    explicit completions(std::shared_ptr<Client> client) : client_(std::move(client)) {}
+    void on_exception(std::exception const & e) override { client_->on_exception(e); }
+    void on_no_memory(std::bad_alloc const & e) override { client_->on_no_memory(e); }
+
+private:
+    std::shared_ptr<Client> const client_;
+};
+
 Client::Client(tav_istr name, session::clock_function clock)
-    : option_(std::make_shared<connect_option>()),
-      metainfo_(std::make_shared<metainfo>(std::string())),
-      id_generator_(tavTime::now()),
-      last_connect_ms_(-connect_quiet_ms),
-      name_(nameOf(name, this)),
-      main_queue_(std::make_shared<tavTaskQueue>(tav_istr(name_ + "session"), 1)),
-      error_queue_(std::make_shared<tavTaskQueue>(tav_istr(name_ + "global.on_error"), 1)),
-      clock_(clock ? std::move(clock) : session::clock_function(&session::steady_ms)) {}
+    : name_(name_of(name, this)),
+      clock_(clock ? std::move(clock) : session::clock_function(&session::steady_ms)),
+      io_(name_),
+      messages_(name_, present_, io_, counted_),
+      main_queue_(tav_istr(name_ + "session"), thread_role::session),
+      events_(name_, present_, counted_),
+      last_connect_ms_(-connect_quiet_ms) {}
 
 Client::~Client() = default;
 
 void Client::init__() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::init__"), name_, " Client init");
-    auto const self = shared_from_this();
-    context_thread_ = tavSharedPtr<tavThread>(new tavThread_(
-        tav_istr(name_ + "io.context"), [self] { return self->on_context_loop(); },
-        [self] { self->on_context_stop(); }, [self] { return self->on_context_open(); },
-        [self] { self->on_context_close(); }));
-    context_thread_->start();
-    if (open_failure_) {
-        std::rethrow_exception(open_failure_);
-    }
-    main_queue_->start();
-    error_queue_->start();
+    io_.start(std::make_shared<completions>(shared_from_this()));
+    main_queue_.start(key());
+    events_.start(key());
 }
 
 void Client::fini__() {
@@ -118,7 +110,7 @@ void Client::fini__() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::fini__"), name_, " Client fini");
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::close__"), name_, " close...");
     try {
-        post([self = shared_from_this()] {
+        main_queue_.put([self = shared_from_this()] {
             self->on_close();
             self->closed_at_end_ = true;
         });
@@ -127,31 +119,16 @@ void Client::fini__() {
         detail::reportCaught(here("tav::tls::impl::Client::fini__"), e.what());
     }
 
-    std::shared_ptr<tavTaskQueue> queue;
-    {
-        Lock const guard(fields_);
-        queue.swap(main_queue_);
-    }
-    queue->close();
+    std::shared_ptr<void> never_ran = main_queue_.close();
     if (!closed_at_end_) {
         // In the place of the queue, for what the application's functions may wait for.
-        thread_role const role(context_.get(), thread_role::session);
+        thread_role const role(key(), thread_role::session);
         on_close();
     }
-    // The tasks that never ran go with the queue; they hold this client.
-    queue.reset();
-
-    {
-        Lock const guard(fields_);
-        queue.swap(error_queue_);
-    }
-    queue->close();
-    queue.reset();
-
-    if (context_thread_) {
-        context_thread_->close();
-        context_thread_ = tavSharedPtr<tavThread>();
-    }
+    // They hold this client.
+    never_ran.reset();
+    events_.close();
+    io_.close();
 }
 
 Client::connect_ptr Client::start__(connect_option const & option, bool reuseConnected) {
@@ -166,19 +143,19 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
         log_parts(tavLogger::ERROR, site, name_, " port is empty");
         return nullptr;
     }
-    connect_ptr const last = connecting();
-    if (last && !thread_role::needed_to_connect(context_.get())) {
+    connect_ptr const last = present_.connecting();
+    if (last && !thread_role::needed_to_connect(key())) {
         log_parts(tavLogger::WARN, site, name_, " last start not complete, wait it...");
         result_type const result = last->wait(wait_slice_ms, [this] { return !hangs_in_lookup(); });
         log_line(tavLogger::WARN, site, [&](std::ostream & out) {
             out << name_ << " last start not complete, wait result = " << result;
         });
         if (result >= 0) {
-            take_connecting(last);
+            present_.take_connecting(last);
         }
     }
     if (reuseConnected && connected()) {
-        auto const present = this->option();
+        auto const present = present_.option();
         if (present->host == option.host && present->port == option.port &&
             is_same_policy(present->policy, option.policy)) {
             log_line(tavLogger::WARN, site, [&](std::ostream & out) {
@@ -188,9 +165,9 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
         }
     }
     Lock const guard(requests_mutex_);
-    auto const info = std::make_shared<connect_info>(name_, option.timedout, context_.get(), era_);
+    auto const info = std::make_shared<connect_info>(name_, option.timedout, key(), events_.era());
     auto const journey = std::make_shared<Journey>(info);
-    post([self = shared_from_this(), journey, option] {
+    main_queue_.put([self = shared_from_this(), journey, option] {
         self->on_start(journey->info(), option);
         journey->arrived();
     });
@@ -199,7 +176,7 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
 
 Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reuseConnected) {
     detail::Site const site = here("tav::tls::impl::Client::reconnect__");
-    if (connect_ptr const last = connecting()) {
+    if (connect_ptr const last = present_.connecting()) {
         log_line(tavLogger::WARN, site, [&](std::ostream & out) {
             out << name_ << " last reconnect not complete, return directly";
         });
@@ -213,9 +190,9 @@ Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reu
         return std::make_shared<connect_info>(name_);
     }
     Lock const guard(requests_mutex_);
-    auto const info = std::make_shared<connect_info>(name_, option, context_.get(), era_);
+    auto const info = std::make_shared<connect_info>(name_, option, key(), events_.era());
     auto const journey = std::make_shared<Journey>(info);
-    post([self = shared_from_this(), journey, option] {
+    main_queue_.put([self = shared_from_this(), journey, option] {
         self->on_reconnect(journey->info(), option);
         journey->arrived();
     });
@@ -225,13 +202,13 @@ Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reu
 void Client::close__() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::close__"), name_, " close...");
     Lock const guard(requests_mutex_);
-    ++era_;
-    post([self = shared_from_this()] { self->on_close(); });
+    events_.begin_era();
+    main_queue_.put([self = shared_from_this()] { self->on_close(); });
 }
 
 void Client::cancel_all__() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::cancel_all__"), name_, " cancel all");
-    post([self = shared_from_this()] { self->cancel_all_i(); });
+    main_queue_.put([self = shared_from_this()] { self->cancel_all_i(); });
 }
 
 void Client::io(tavCodecStream & s) {
@@ -240,91 +217,9 @@ void Client::io(tavCodecStream & s) {
     s.leave();
 }
 
-tavSharedPtr<session> Client::current() const {
-    Lock const guard(fields_);
-    return session_;
-}
-
 bool Client::connected() const {
     auto const present = current();
     return present && present->connected();
-}
-
-unsigned short Client::get_next_sno() {
-    unsigned short const sno = static_cast<unsigned short>(id_generator_.nextSno());
-    return sno != 0 ? sno : static_cast<unsigned short>(id_generator_.nextSno());
-}
-
-bool Client::on_context_open() {
-    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_context_open"), name_, " io context open");
-    try {
-        auto const made = std::make_shared<context>(tav_istr(name_));
-        keep_alive_timer_ = std::make_shared<asio::steady_timer>(made->io_context());
-        context_ = made;
-        thread_role::belong(context_.get());
-        keep_alive();
-    } catch (...) {
-        // For the one who makes the client, since the thread would take the process with it.
-        open_failure_ = std::current_exception();
-        keep_alive_timer_.reset();
-        context_.reset();
-        return false;
-    }
-    return true;
-}
-
-bool Client::on_context_loop() {
-    detail::Site const site = here("tav::tls::impl::Client::on_context_loop");
-    log_parts(tavLogger::INFO, site, name_, " io context loop begin...");
-    if (on_context_run()) {
-        return true;
-    }
-    log_parts(tavLogger::INFO, site, name_, " io context loop end.");
-    return false;
-}
-
-bool Client::on_context_run() {
-    // Outside of the context's own run too, as what a completion threw is told here.
-    thread_role const role(context_.get(), thread_role::io);
-    try {
-        context_->run();
-        return false;
-    } catch (std::bad_alloc const & e) {
-        on_no_memory(e);
-    } catch (std::exception const & e) {
-        on_exception(e);
-    } catch (...) {
-        detail::reportCaught(here("tav::tls::impl::Client::on_context_run"));
-    }
-    return true;
-}
-
-void Client::on_context_close() {
-    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_context_close"), name_, " io context close");
-    if (!context_) {
-        return;
-    }
-    keep_alive_timer_->cancel();
-    // If a completion threw as the loop was told to end, what was ready is still there and holds its session.
-    while (on_context_run()) {
-    }
-}
-
-void Client::on_context_stop() {
-    stop_context();
-}
-
-void Client::stop_context() {
-    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::stop_context"), name_, " stop io context");
-    if (context_) {
-        context_->close();
-    }
-}
-
-void Client::keep_alive() {
-    keep_alive_timer_->expires_after(std::chrono::seconds(keep_alive_seconds));
-    // Its only work is that the loop always has some; the handler lives no longer than the context.
-    keep_alive_timer_->async_wait([this](std::error_code const &) { keep_alive(); });
 }
 
 // Which step of the connection was lost nobody knows: it ends, and that is told.
@@ -342,55 +237,32 @@ void Client::on_exception(std::exception const & e) {
     try {
         auto const present = current();
         bool const misread = present && present->cause() == failure::bad_frame;
-        tell_error(session_era_, misread ? failure::bad_frame : named_exception(), *option(), no_sno, no_code,
-                   exception_code, said_by(e));
+        events_.tell_error(session_era_, misread ? failure::bad_frame : named_exception(), *present_.option(),
+                           no_sno, no_code, exception_code, said_by(e));
         process_exit::pass();
     } catch (...) {
         detail::reportCaught(here("tav::tls::impl::Client::on_exception"));
     }
 }
 
-void Client::post(std::function<void()> task) {
-    std::shared_ptr<tavTaskQueue> queue;
-    {
-        Lock const guard(fields_);
-        queue = main_queue_;
-    }
-    if (queue) {
-        queue->put([client = context_.get(), work = std::move(task)] {
-            thread_role::belong(client);
-            thread_role const role(client, thread_role::session);
-            work();
-        });
-    }
-}
-
 void Client::on_start(connect_ptr const & info, connect_option const & option) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_start"), name_, " on_start...");
     counters::add(counted_->connects_begun);
-    checkConnect("start");
+    check_connect("start");
     cancel_all_i();
     auto const fresh = std::make_shared<connect_option>(option);
-    auto retired = fresh;
-    {
-        Lock const guard(fields_);
-        option_.swap(retired);
-    }
+    auto const retired = present_.replace(fresh);
     std::shared_ptr<metainfo> described;
     try {
         described = std::make_shared<metainfo>(option.metainfo);
     } catch (std::exception const & e) {
         // The application hears of it as of any start that fails; the queue's loop has the log line.
         info->cause() = failure::bad_template;
-        on_connect_error(info, fresh, no_sno, no_code, exception_code, e.what());
+        events_.on_error(info, fresh, no_sno, no_code, exception_code, e.what(), shared_from_this());
         info->on_conn_error();
         throw;
     }
-    {
-        Lock const guard(fields_);
-        metainfo_.swap(described);
-        connecting_ = info;
-    }
+    present_.begin(info, &described);
     renew(info);
     auto const present = current();
     if (present && !present->socket().should_verify()) {
@@ -402,14 +274,11 @@ void Client::on_start(connect_ptr const & info, connect_option const & option) {
 void Client::on_reconnect(connect_ptr const & info, timedout_option const & option) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_reconnect"), name_, " on_reconnect...");
     counters::add(counted_->connects_begun);
-    checkConnect("reconnect");
+    check_connect("reconnect");
     cancel_all_i();
-    {
-        Lock const guard(fields_);
-        connecting_ = info;
-    }
+    present_.begin(info);
     if (!option.empty()) {
-        this->option()->timedout = option;
+        present_.option()->timedout = option;
     }
     renew(info);
 }
@@ -423,17 +292,17 @@ void Client::on_close() {
 void Client::cancel_all_i() {
     detail::Site const site = here("tav::tls::impl::Client::cancel_all_i");
     log_parts(tavLogger::INFO, site, name_, " cancel all");
-    if (connect_ptr const last = connecting()) {
+    if (connect_ptr const last = present_.connecting()) {
         log_parts(tavLogger::INFO, site, name_, " cancel connecting...");
         last->cancel();
-        take_connecting(last);
+        present_.take_connecting(last);
     }
     if (auto const present = current()) {
         present->cancel_all();
     }
 }
 
-void Client::checkConnect(char const * what) {
+void Client::check_connect(char const * what) {
     long long const now = clock_();
     long long const elapsed = now - last_connect_ms_;
     if (elapsed > 0 && elapsed < connect_quiet_ms) {
@@ -449,10 +318,7 @@ void Client::renew(connect_ptr const & info) {
     try {
         close_session();
         auto const fresh = make_session(info);
-        {
-            Lock const guard(fields_);
-            session_ = fresh;
-        }
+        present_.replace(fresh);
         session_era_ = info->era();
         fresh->connect();
     } catch (std::exception const & e) {
@@ -461,29 +327,30 @@ void Client::renew(connect_ptr const & info) {
         failure none = failure::none;
         info->cause().compare_exchange_strong(none, named_exception());
         auto const * const of_system = dynamic_cast<std::system_error const *>(&e);
-        on_connect_error(info, option(), no_sno, no_code,
-                         of_system != nullptr ? of_system->code().value() : exception_code, e.what());
+        events_.on_error(info, present_.option(), no_sno, no_code,
+                         of_system != nullptr ? of_system->code().value() : exception_code, e.what(),
+                         shared_from_this());
         throw;
     }
 }
 
 tavSharedPtr<session> Client::make_session(connect_ptr const & info) {
     auto const self = shared_from_this();
-    std::shared_ptr<connect_option> const told = option();
+    std::shared_ptr<connect_option> const told = present_.option();
     connect_option own = *told;
     own.set_on_error(
         [self, info, told](unsigned long long sno, unsigned short msgcode, int code, char const * text) {
-            self->on_connect_error(info, told, sno, msgcode, code, text);
+            self->events_.on_error(info, told, sno, msgcode, code, text, self);
         });
     auto const opened = std::make_shared<session *>(nullptr);
-    own.set_on_open([self, info, told, opened] { self->on_connect_open(info, *told, **opened); });
+    own.set_on_open([self, info, told, opened] { self->events_.on_open(info, *told, **opened); });
     own.timedout.set_on_timedout(
         [self, info, told](unsigned long long sno, unsigned short msgcode, bool cancelled) {
-            self->on_connect_timedout(info, *told, sno, msgcode, cancelled);
+            self->events_.on_timedout(info, *told, sno, msgcode, cancelled);
         });
     tavSharedPtr<session> fresh(new session(
-        name_, context_, [self](tavBytes frame) { self->on_recv(std::move(frame)); }, own, clock_, counted_,
-        std::shared_ptr<std::atomic<failure>>(info, &info->cause()), teller_));
+        name_, io_.io(), [self](tavBytes frame) { self->messages_.on_recv(std::move(frame)); }, own, clock_,
+        counted_, std::shared_ptr<std::atomic<failure>>(info, &info->cause()), teller_));
     *opened = &*fresh;
     try {
         fresh->open();
@@ -500,141 +367,17 @@ bool Client::close_session() {
         return false;
     }
     last->close();
-    Lock const guard(fields_);
-    session_ = tavSharedPtr<session>();
+    present_.replace(tavSharedPtr<session>());
     return true;
-}
-
-// Whether it is still open is asked at the call itself: another attempt may have taken its place while the
-// application's log took the lines of it.
-void Client::on_connect_open(connect_ptr const & info, connect_option & told, session const & opened) {
-    log_parts(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_open"), name_, " connect ok");
-    info->up() = true;
-    counters::add(counted_->connects_up);
-    detail::ScopeExit const end([taken = take_connecting(info)] {
-        if (taken) {
-            taken->on_conn_connected();
-        }
-    });
-    if (!told.on_open_) {
-        return;
-    }
-    connect_option asking;
-    asking.set_on_open([&told, &opened] {
-        if (opened.state() == session_state::connected) {
-            told.on_open_();
-        }
-    });
-    asking.on_open();
-}
-
-void Client::on_connect_error(connect_ptr const & info, std::shared_ptr<connect_option> const & told,
-                              unsigned long long sno, unsigned short msgcode, int code, char const * text) {
-    log_line(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_error"),
-             [&](std::ostream & out) { out << name_ << " connect error <" << code << ">" << text; });
-    if (!info->up()) {
-        count_failed(*counted_, *info);
-    }
-    failure const cause = info->cause();
-    connect_ptr const taken = take_connecting(info);
-    std::shared_ptr<tavTaskQueue> queue;
-    {
-        Lock const guard(fields_);
-        queue = error_queue_;
-    }
-    detail::ScopeExit const end([&] {
-        if (taken) {
-            taken->on_conn_error();
-        }
-    });
-    if (queue) {
-        try {
-            queue->put([self = shared_from_this(), era = info->era(), cause, told, sno, msgcode, code,
-                        said = std::string(text)]() mutable {
-                thread_role::belong(self->context_.get());
-                thread_role const role(self->context_.get(), thread_role::error);
-                self->tell_error(era, cause, *told, sno, msgcode, code, std::move(said));
-            });
-        } catch (std::bad_alloc const &) {
-            // Told on this thread: better than not at all.
-            tell_error(info->era(), cause, *told, sno, msgcode, code, "no memory");
-        }
-    }
-}
-
-// Asked when its turn has come, and again at the call itself: a close may have returned since it was queued,
-// and while the application's log took the line of it.
-void Client::tell_error(unsigned era, failure why, connect_option & told, unsigned long long sno,
-                        unsigned short msgcode, int code, std::string text) {
-    if (closed_since(era) || !told.on_error_) {
-        return;
-    }
-    failure_scope const named(why != failure::none ? why : failure::other);
-    std::unique_ptr<connect_option> asking;
-    try {
-        asking = std::make_unique<connect_option>();
-        asking->set_on_error([this, era, f = told.on_error_](unsigned long long number, unsigned short msg,
-                                                             int error, char const * said) {
-            if (!closed_since(era)) {
-                f(number, msg, error, said);
-            }
-        });
-    } catch (std::bad_alloc const &) {
-        asking.reset();
-    }
-    (asking ? *asking : told).on_error(sno, msgcode, code, std::move(text));
-}
-
-void Client::on_connect_timedout(connect_ptr const & info, connect_option & told, unsigned long long sno,
-                                 unsigned short msgcode, bool cancelled) {
-    log_line(tavLogger::INFO, here("tav::tls::impl::Client::on_connect_timedout"), [&](std::ostream & out) {
-        out << name_ << " connect " << (cancelled ? "cancelled" : "timedout");
-    });
-    if (!cancelled && !info->up()) {
-        count_failed(*counted_, *info);
-    }
-    detail::ScopeExit const end([taken = take_connecting(info), cancelled] {
-        if (taken && cancelled) {
-            taken->on_conn_cancel();
-        } else if (taken) {
-            taken->on_conn_timedout();
-        }
-    });
-    failure_scope const why(cancelled ? failure::cancelled : failure::timed_out);
-    told.timedout.on_timedout(sno, msgcode, cancelled);
 }
 
 bool Client::on_own_thread() const {
     return thread_role::of_client(key());
 }
 
-Client::connect_ptr Client::take_connecting(connect_ptr const & info) {
-    Lock const guard(fields_);
-    return connecting_ == info ? std::move(connecting_) : nullptr;
-}
-
-Client::connect_ptr Client::connecting() const {
-    connect_ptr last;
-    {
-        Lock const guard(fields_);
-        last = connecting_;
-    }
-    return last && last->result() < 0 ? last : nullptr;
-}
-
 bool Client::hangs_in_lookup() const {
     auto const present = current();
     return present && present->resolving_ms() > lookup_patience_ms;
-}
-
-std::shared_ptr<connect_option> Client::option() const {
-    Lock const guard(fields_);
-    return option_;
-}
-
-std::shared_ptr<metainfo> Client::meta() const {
-    Lock const guard(fields_);
-    return metainfo_;
 }
 
 } // namespace TAV_IMPL_NAMESPACE

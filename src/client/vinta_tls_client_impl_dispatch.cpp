@@ -1,5 +1,8 @@
+#include "client/vinta_tls_client_impl_dispatch.h"
+
+#include "client/failures.h"
 #include "client/no_message.h"
-#include "client/vinta_tls_client_impl.h"
+#include "client/send_info.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "formats/nbr/nbr_document.h"
 #include "foundation/report.h"
@@ -26,12 +29,12 @@ constexpr char const * no_json = "null";
 /// The tag under which messages are told of that do not fit the meta model.
 constexpr char const * json_tag = "JSON2NBR";
 
-void sayCode(tavLogger::LogLevel level, detail::Site site, std::string const & name, char const * words,
-             unsigned short code) {
+void say_code(tavLogger::LogLevel level, detail::Site site, std::string const & name, char const * words,
+              unsigned short code) {
     log_line(level, site, [&](std::ostream & out) { out << name << words << asHex(code, 4, true); });
 }
 
-unsigned char const * bytesOf(tav_istr v) {
+unsigned char const * bytes_of(tav_istr v) {
     return reinterpret_cast<unsigned char const *>(v.data());
 }
 
@@ -40,7 +43,7 @@ constexpr std::size_t packet_overhead = 1024;
 
 /// Whether a packet is too large for a frame; then `size` is what it takes, or what its body alone does.  The
 /// packet is encoded only if it is near the limit.
-bool exceedsFrame(im::Packet & packet, tavMsgExt const & ext, std::size_t & size) {
+bool exceeds_frame(im::Packet & packet, tavMsgExt const & ext, std::size_t & size) {
     constexpr std::size_t most = session::max_body_size;
     size = packet.body().size();
     std::size_t const texts = size + packet.target().size() + ext.traceId.value().size();
@@ -64,7 +67,9 @@ failure failure_of(json2nbr::WriteStage stage) noexcept {
 
 /// What a reply is written to.  The caller of send_and_wait and the thread "receiver" share it; once the call
 /// has returned it is null, and what the caller gave is the caller's alone.
-struct Awaited {
+struct awaited_reply {
+    explicit awaited_reply(std::string client_name) : name(std::move(client_name)) {}
+    std::string const name;
     std::mutex mutex;
     tavSharedPtr<tavMessage> ack;
 };
@@ -72,15 +77,28 @@ struct Awaited {
 } // namespace
 
 /// Where a callback is held and what it is given, in the words of the log.
-struct Client::callback_level {
+struct message_dispatch::callback_level {
     char const * name;
     char const * event;
 };
 
-void Client::on_recv(tavBytes frame) {
+message_dispatch::message_dispatch(std::string name, client_state const & present, io_thread const & io,
+                                   std::shared_ptr<counters> counted)
+    : name_(std::move(name)),
+      present_(present),
+      io_(io),
+      counted_(std::move(counted)),
+      id_generator_(tavTime::now()) {}
+
+unsigned short message_dispatch::get_next_sno() {
+    unsigned short const sno = static_cast<unsigned short>(id_generator_.nextSno());
+    return sno != 0 ? sno : static_cast<unsigned short>(id_generator_.nextSno());
+}
+
+void message_dispatch::on_recv(tavBytes frame) {
     detail::Site const site = here("tav::tls::impl::Client::on_recv");
     try {
-        tavSharedPtr<session> const from = current();
+        tavSharedPtr<session> const from = present_.session();
         if (!from) {
             log_parts(tavLogger::ERROR, site, name_, " no session");
             return;
@@ -99,7 +117,7 @@ void Client::on_recv(tavBytes frame) {
     }
 }
 
-void Client::dispatch(tavBytes frame, session & from) {
+void message_dispatch::dispatch(tavBytes frame, session & from) {
     detail::Site const site = here("tav::tls::impl::Client::on_recv");
     tavSharedPtr<im::Packet> const packet = im::Packet::create(frame[1] != 0, frame[1]);
     log_line(tavLogger::VERBOSE, site,
@@ -160,7 +178,7 @@ void Client::dispatch(tavBytes frame, session & from) {
     }
 }
 
-void Client::count_callback(std::chrono::steady_clock::time_point begin) const noexcept {
+void message_dispatch::count_callback(std::chrono::steady_clock::time_point begin) const noexcept {
     auto const spent = std::chrono::steady_clock::now() - begin;
     counters::raise(counted_->longest_callback_us,
                     static_cast<unsigned long long>(
@@ -169,8 +187,8 @@ void Client::count_callback(std::chrono::steady_clock::time_point begin) const n
 
 // The reply has claimed the send ahead of the callback, so that no limit that passes meanwhile is told too.
 // If the callback throws the message is lost, and the send waits on.
-bool Client::to_send_level(session & from, im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
-                           tavMsgExt const & ext) {
+bool message_dispatch::to_send_level(session & from, im::Packet const & packet,
+                                     tavSharedPtr<tavMessage> const & obj, tavMsgExt const & ext) {
     unsigned long long const sno = packet.sequence();
     auto const sending = from.sends().find(sno, packet.code());
     if (!sending || !sending->claim()) {
@@ -191,8 +209,9 @@ bool Client::to_send_level(session & from, im::Packet const & packet, tavSharedP
     return true;
 }
 
-void Client::call(message_callback & callback, callback_level const & level, im::Packet const & packet,
-                  tavSharedPtr<tavMessage> const & obj, tavMsgExt const & ext) const {
+void message_dispatch::call(message_callback & callback, callback_level const & level,
+                            im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                            tavMsgExt const & ext) const {
     detail::Site const site = here("tav::tls::impl::Client::on_recv");
     unsigned long long const sno = packet.sequence();
     unsigned short const code = packet.code();
@@ -200,7 +219,7 @@ void Client::call(message_callback & callback, callback_level const & level, im:
     auto const say = [&](char const * form) {
         log_parts(tavLogger::DEBUG, site, name_, " on ", level.name, " level ", form, " ", level.event, " ");
     };
-    if (callback.on_nbr_msg(level.name, sno, code, bytesOf(body), body.size(), ext)) {
+    if (callback.on_nbr_msg(level.name, sno, code, bytes_of(body), body.size(), ext)) {
         say("nbr");
     } else if (obj && callback.on_ptr_msg(level.name, sno, obj)) {
         say("ptr");
@@ -214,8 +233,8 @@ void Client::call(message_callback & callback, callback_level const & level, im:
 }
 
 // A callback for objects gets nothing of a code without a class, and no other callback is asked.
-void Client::warn_unregistered(message_callback const & callback, unsigned short code,
-                               tavSharedPtr<tavMessage> const & obj) const {
+void message_dispatch::warn_unregistered(message_callback const & callback, unsigned short code,
+                                         tavSharedPtr<tavMessage> const & obj) const {
     callback_type const type = callback.type();
     if (!obj && (type == callback_obj || type == callback_ptr)) {
         log_line(tavLogger::WARN, here("tav::tls::impl::Client::on_recv"), [&](std::ostream & out) {
@@ -226,30 +245,30 @@ void Client::warn_unregistered(message_callback const & callback, unsigned short
     }
 }
 
-bool Client::to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
-                           tavMsgExt const & ext) {
+bool message_dispatch::to_type_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                                     tavMsgExt const & ext) {
     auto const callback = callbacks_.of_type(packet.code());
     if (!callback) {
         return false;
     }
-    sayCode(tavLogger::DEBUG, here("tav::tls::impl::Client::on_recv"), name_, " use type level callback 0x",
-            packet.code());
+    say_code(tavLogger::DEBUG, here("tav::tls::impl::Client::on_recv"), name_, " use type level callback 0x",
+             packet.code());
     call(*callback, {msg_type_callback::type_level_, "msg"}, packet, obj, ext);
     return true;
 }
 
-void Client::to_global_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
-                             tavMsgExt const & ext) {
+void message_dispatch::to_global_level(im::Packet const & packet, tavSharedPtr<tavMessage> const & obj,
+                                       tavMsgExt const & ext) {
     log_parts(tavLogger::DEBUG, here("tav::tls::impl::Client::on_recv"), name_, " use global callback ");
     if ((packet.code() & 0xff00u) == 0) {
         to_old_callback(packet);
         return;
     }
-    auto const present = option();
+    auto const present = present_.option();
     call(present->callback_, {connect_option::global_level_, "msg"}, packet, obj, ext);
 }
 
-void Client::to_old_callback(im::Packet const & packet) const {
+void message_dispatch::to_old_callback(im::Packet const & packet) const {
     detail::Site const site = here("tav::tls::impl::Client::on_recv");
     auto const old = callbacks_.old();
     if (!old) {
@@ -259,14 +278,15 @@ void Client::to_old_callback(im::Packet const & packet) const {
     log_parts(tavLogger::DEBUG, site, name_, " on_old_nbr_msg_ not null");
     tav_istr const body = packet.body();
     auto const widened = static_cast<unsigned short>(static_cast<signed char>(packet.code()));
-    (*old)(packet.sequence(), widened, bytesOf(body), body.size(), tavMsgExt());
+    (*old)(packet.sequence(), widened, bytes_of(body), body.size(), tavMsgExt());
 }
 
-Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgcode, tav_istr body,
-                                  send_option const & option, tav_istr target, tavMessage const * obj,
-                                  tavMsgExt const & ext) {
+message_dispatch::send_ptr message_dispatch::send_packet(unsigned long long sno, unsigned short msgcode,
+                                                         tav_istr body, send_option const & option,
+                                                         tav_istr target, tavMessage const * obj,
+                                                         tavMsgExt const & ext) {
     detail::Site const site = here("tav::tls::impl::Client::send_msg");
-    tavSharedPtr<session> const to = current();
+    tavSharedPtr<session> const to = present_.session();
     if (!to) {
         log_parts(tavLogger::ERROR, site, name_, " no session");
         return refused(failure::not_connected);
@@ -290,7 +310,7 @@ Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgco
     packet->setGrey(option.grey);
     packet->setExt(ext);
     std::size_t size = 0;
-    if (exceedsFrame(*packet, ext, size)) {
+    if (exceeds_frame(*packet, ext, size)) {
         log_parts(tavLogger::ERROR, site, name_, " send pkt too large, ", size, " bytes, at most ",
                   session::max_body_size);
         return refused(failure::body_too_long);
@@ -309,47 +329,50 @@ Client::send_ptr Client::send_msg(unsigned long long & sno, unsigned short msgco
     return to->send_pkt(packet, option);
 }
 
-Client::send_ptr Client::refused(failure why) const {
+message_dispatch::send_ptr message_dispatch::refused(failure why) const {
     counters::add(counted_->sends_refused);
     set_last_failure(why);
     return nullptr;
 }
 
 // Of the exception that is being handled; `why` if it has no name of its own.
-Client::send_ptr Client::refused_caught(detail::Site site, failure why) const {
+message_dispatch::send_ptr message_dispatch::refused_caught(detail::Site site, failure why) const {
     detail::reportCaught(site);
     failure const own = named_exception();
     return refused(own == failure::other ? why : own);
 }
 
-Client::send_ptr Client::sendMsg(tavMessage const & msg, send_option const & option) {
+message_dispatch::send_ptr message_dispatch::send(tavMessage const & msg, send_option const & option) {
     detail::Site const site = here("tav::tls::impl::Client::sendMsg");
-    sayCode(tavLogger::VERBOSE, site, name_, " send obj msg  0x", msg.msgcode());
+    say_code(tavLogger::VERBOSE, site, name_, " send obj msg  0x", msg.msgcode());
     return send_object(msg, option, site);
 }
 
-Client::send_ptr Client::sendMsg(tavSharedPtr<tavMessage> const & msg, send_option const & option) {
+message_dispatch::send_ptr message_dispatch::send(tavSharedPtr<tavMessage> const & msg,
+                                                  send_option const & option) {
     detail::Site const site = here("tav::tls::impl::Client::sendMsg");
     if (!msg) {
         log_parts(tavLogger::ERROR, site, name_, " send ptr msg  null");
         return refused(failure::encoding_failed);
     }
-    sayCode(tavLogger::VERBOSE, site, name_, " send ptr msg  0x", msg->msgcode());
+    say_code(tavLogger::VERBOSE, site, name_, " send ptr msg  0x", msg->msgcode());
     return send_object(*msg, option, site);
 }
 
-Client::send_ptr Client::send_object(tavMessage const & msg, send_option const & option, detail::Site site) {
+message_dispatch::send_ptr message_dispatch::send_object(tavMessage const & msg, send_option const & option,
+                                                         detail::Site site) {
     try {
-        unsigned long long sno = msg.sno != 0 ? msg.sno : option.sno;
+        unsigned long long const sno = msg.sno != 0 ? msg.sno : option.sno;
         tavBytes const body = msg.encode(true);
-        return send_msg(sno, msg.msgcode(), tav_istr(body), option, tav_istr(), &msg,
-                        msg.ext.empty() ? option.ext : msg.ext);
+        return send_packet(sno, msg.msgcode(), tav_istr(body), option, tav_istr(), &msg,
+                           msg.ext.empty() ? option.ext : msg.ext);
     } catch (...) {
         return refused_caught(site, failure::encoding_failed);
     }
 }
 
-Client::send_ptr Client::sendJsonMsg(tav_istr json, send_option const & option, tav_istr class_or_code) {
+message_dispatch::send_ptr message_dispatch::send_json(tav_istr json, send_option const & option,
+                                                       tav_istr class_or_code) {
     char const first = class_or_code.firstChar();
     if (first >= '0' && first <= '9') {
         return send_json(json, option, decimalCode(class_or_code), tav_istr());
@@ -357,86 +380,85 @@ Client::send_ptr Client::sendJsonMsg(tav_istr json, send_option const & option, 
     return send_json(json, option, no_code, class_or_code);
 }
 
-Client::send_ptr Client::sendJsonMsg(tav_istr json, send_option const & option, unsigned short msgcode) {
+message_dispatch::send_ptr message_dispatch::send_json(tav_istr json, send_option const & option,
+                                                       unsigned short msgcode) {
     return send_json(json, option, msgcode, tav_istr());
 }
 
-Client::send_ptr Client::send_json(tav_istr json, send_option const & option, unsigned short msgcode,
-                                   tav_istr className) {
+message_dispatch::send_ptr message_dispatch::send_json(tav_istr json, send_option const & option,
+                                                       unsigned short msgcode, tav_istr class_name) {
     detail::Site const site = here("tav::tls::impl::Client::sendJsonMsg");
     // Told also of a text that can't be sent; the code is the message's own once that is known.
-    auto const say = [&] { sayCode(tavLogger::VERBOSE, site, name_, " send json msg  0x", msgcode); };
+    auto const say = [&] { say_code(tavLogger::VERBOSE, site, name_, " send json msg  0x", msgcode); };
     tavBytes body;
     json2nbr::WriteStage stage = json2nbr::WriteStage::text;
     try {
-        meta()->json_to_message(json, body, msgcode, className, stage);
+        present_.meta()->json_to_message(json, body, msgcode, class_name, stage);
     } catch (...) {
         say();
         return refused_caught(site, failure_of(stage));
     }
     say();
     try {
-        unsigned long long sno = option.sno;
-        return send_msg(sno, msgcode, tav_istr(body), option, tav_istr(), nullptr, option.ext);
+        unsigned long long const sno = option.sno;
+        return send_packet(sno, msgcode, tav_istr(body), option, tav_istr(), nullptr, option.ext);
     } catch (...) {
         return refused_caught(site, failure::encoding_failed);
     }
 }
 
-Client::send_ptr Client::sendNbrMsg(unsigned short msgcode, tav_istr body, send_option const & option,
-                                    tav_istr target) {
+message_dispatch::send_ptr message_dispatch::send_nbr(unsigned short msgcode, tav_istr body,
+                                                      send_option const & option, tav_istr target) {
     detail::Site const site = here("tav::tls::impl::Client::sendNbrMsg");
-    sayCode(tavLogger::VERBOSE, site, name_, " send nbr msg  0x", msgcode);
+    say_code(tavLogger::VERBOSE, site, name_, " send nbr msg  0x", msgcode);
     try {
-        unsigned long long sno = option.sno;
-        return send_msg(sno, msgcode, body, option, target, nullptr, option.ext);
+        unsigned long long const sno = option.sno;
+        return send_packet(sno, msgcode, body, option, target, nullptr, option.ext);
     } catch (...) {
         return refused_caught(site, failure::encoding_failed);
     }
 }
 
-Client::send_ptr Client::sendOldNbrMsg(unsigned char msgcode, tav_istr body, tav_istr target) {
+message_dispatch::send_ptr message_dispatch::send_old_nbr(unsigned char msgcode, tav_istr body,
+                                                          tav_istr target) {
     detail::Site const site = here("tav::tls::impl::Client::sendOldNbrMsg");
-    sayCode(tavLogger::VERBOSE, site, name_, " send old nbr msg 0x", msgcode);
+    say_code(tavLogger::VERBOSE, site, name_, " send old nbr msg 0x", msgcode);
     try {
-        unsigned long long sno = 0;
-        return send_msg(sno, msgcode, body, send_option(), target, nullptr, tavMsgExt());
+        return send_packet(0, msgcode, body, send_option(), target, nullptr, tavMsgExt());
     } catch (...) {
         return refused_caught(site, failure::encoding_failed);
     }
 }
 
-result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessage> const & ack, int wait_ms,
-                                  bool grey, unsigned short version, send_ptr * out) {
+result_type message_dispatch::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessage> const & ack,
+                                            int wait_ms, bool grey, unsigned short version, send_ptr * out) {
     detail::Site const site = here("tav::tls::impl::Client::send_and_wait");
     if (!ack) {
         log_parts(tavLogger::ERROR, site, name_, " no ack object");
         set_last_failure(failure::other);
         return result_error;
     }
-    if (refused_to_wait(context_.get(), name_, site)) {
+    if (refused_to_wait(io_.io().get(), name_, site)) {
         set_last_failure(failure::would_wait_for_itself);
         return result_error;
     }
-    auto const self = shared_from_this();
-    auto const awaited = std::make_shared<Awaited>();
+    auto const awaited = std::make_shared<awaited_reply>(name_);
     awaited->ack = ack;
 
-    timedout_function const timedout = [self, site](unsigned long long sno, unsigned short msgcode,
-                                                    bool cancelled) {
+    timedout_function const timedout = [site, awaited](unsigned long long sno, unsigned short msgcode,
+                                                       bool cancelled) {
         log_line(tavLogger::INFO, site, [&](std::ostream & line) {
-            line << self->name_ << " " << msginfo(sno, msgcode, -1) << " "
+            line << awaited->name << " " << msginfo(sno, msgcode, -1) << " "
                  << (cancelled ? "cancelled" : "timedout");
         });
     };
-    error_function const error = [self, site](unsigned long long, unsigned short, int code,
-                                              char const * text) {
+    error_function const error = [site, awaited](unsigned long long, unsigned short, int code,
+                                                 char const * text) {
         log_line(tavLogger::INFO, site,
-                 [&](std::ostream & line) { line << self->name_ << " on error <" << code << ">" << text; });
+                 [&](std::ostream & line) { line << awaited->name << " on error <" << code << ">" << text; });
     };
-    nbr_function const reply = [self, site, awaited](unsigned long long sno, unsigned short,
-                                                     unsigned char const * data, unsigned size,
-                                                     tavMsgExt ext) {
+    nbr_function const reply = [site, awaited](unsigned long long sno, unsigned short,
+                                               unsigned char const * data, unsigned size, tavMsgExt ext) {
         std::lock_guard<std::mutex> const guard(awaited->mutex);
         if (!awaited->ack) {
             return;
@@ -446,10 +468,10 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
         target.sno = sno;
         target.ext = ext;
         log_object(tavLogger::INFO, site,
-                   [&](std::ostream & line) { line << self->name_ << " ack " << target; });
+                   [&](std::ostream & line) { line << awaited->name << " ack " << target; });
     };
     send_ptr const info =
-        sendMsg(msg, send_option(wait_ms, timedout, error, reply, ack->msgcode(), grey, version));
+        send(msg, send_option(wait_ms, timedout, error, reply, ack->msgcode(), grey, version));
     if (!info) {
         // A send without a limit went out and is not waited for.
         set_last_failure(last_failure() ? static_cast<failure>(last_failure().value()) : failure::timed_out);
@@ -468,8 +490,8 @@ result_type Client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
     return result;
 }
 
-result_type Client::send_and_wait(tavMessage const & msg, tavMessage & ack, int wait_ms, bool grey,
-                                  unsigned short version, send_ptr * out) {
+result_type message_dispatch::send_and_wait(tavMessage const & msg, tavMessage & ack, int wait_ms, bool grey,
+                                            unsigned short version, send_ptr * out) {
     tavSharedPtr<tavObject> const copy(ack.clone());
     tavSharedPtr<tavMessage> const filled(dynamic_cast<tavMessage *>(copy.get()));
     result_type const result = send_and_wait(msg, filled, wait_ms, grey, version, out);
@@ -479,17 +501,17 @@ result_type Client::send_and_wait(tavMessage const & msg, tavMessage & ack, int 
     return result;
 }
 
-std::string Client::to_json(im::Packet const & packet, bool for_log) const {
-    return meta()->message_to_json(packet.body(), packet.code(), for_log);
+std::string message_dispatch::to_json(im::Packet const & packet, bool for_log) const {
+    return present_.meta()->message_to_json(packet.body(), packet.code(), for_log);
 }
 
-std::string Client::body_text(im::Packet const & packet) const {
+std::string message_dispatch::body_text(im::Packet const & packet) const {
     tav_istr const body = packet.body();
     bool const seen = tavLogger::isLoggable(tav_istr(log_tag), tavLogger::INFO);
     // The masked text needs a class and a reader, of the text or of what making it tells.  All else is
     // decided by the reading below, which fails for the same bytes.
     bool const told = seen || tavLogger::isLoggable(tav_istr(json_tag), tavLogger::ERROR);
-    if (body.empty() || (told && meta()->describes(packet.code()))) {
+    if (body.empty() || (told && present_.meta()->describes(packet.code()))) {
         std::string const json = to_json(packet, true);
         if (json != no_json) {
             return " json " + json;

@@ -702,7 +702,7 @@ TEST_F(ClientDispatch, RegistrationsBesideMessagesAreSafe) {
 TEST_F(ClientDispatch, AFrameWithoutASessionOrWithoutBytesIsDropped) {
     auto const core = std::make_shared<tls::impl::Client>("core");
     core->init__();
-    core->on_recv(tavBytes(tav_istr("0123456789abcdef")));
+    core->messages().on_recv(tavBytes(tav_istr("0123456789abcdef")));
     EXPECT_EQ(log.find("<core> no session\n").level, tavLogger::ERROR);
     TlsPeer peer;
     Events events;
@@ -711,7 +711,7 @@ TEST_F(ClientDispatch, AFrameWithoutASessionOrWithoutBytesIsDropped) {
     ASSERT_TRUE(server->handshake());
     ASSERT_EQ(resultOf(info), tls::result_ok);
     log.clear();
-    core->on_recv(tavBytes());
+    core->messages().on_recv(tavBytes());
     ASSERT_EQ(log.records().size(), 1u);
     EXPECT_EQ(log.records()[0].level, tavLogger::VERBOSE);
     core->fini__();

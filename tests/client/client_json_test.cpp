@@ -133,10 +133,11 @@ TEST_F(ClientJson, TheCodeCanBeGivenAsANumber) {
     auto const server = rig.peer.accept();
     ASSERT_TRUE(server->handshake());
     ASSERT_EQ(resultOf(info), tls::result_ok);
-    ASSERT_TRUE(core->sendJsonMsg(R"({"note":"n"})", tracked(), static_cast<unsigned short>(4097)));
+    ASSERT_TRUE(core->messages().send_json(R"({"note":"n"})", tracked(), static_cast<unsigned short>(4097)));
     Pkt const pkt = Pkt::of(server->receiveFrame());
     EXPECT_EQ(textOf(pkt.code) + " " + hex(pkt.body), "4097 " + fields("01 F1 01 6E"));
-    EXPECT_FALSE(core->sendJsonMsg(R"({"note":"n"})", tracked(), static_cast<unsigned short>(0x1f03)));
+    EXPECT_FALSE(
+        core->messages().send_json(R"({"note":"n"})", tracked(), static_cast<unsigned short>(0x1f03)));
     core->fini__();
 }
 

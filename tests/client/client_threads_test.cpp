@@ -337,7 +337,7 @@ TEST_F(ClientThreads, OnHeartbeatTimedoutRunsOnTheTimer) {
     std::shared_ptr<tls::connect_info> again;
     option.set_on_heartbeat_timedout([&] {
         tls::send_option const plain;
-        core->sendMsg(Ask(1), plain);
+        core->messages().send(Ask(1), plain);
         core->cancel_all__();
         core->close__();
         again = core->reconnect__(tls::timedout_option(), false);
