@@ -52,7 +52,7 @@ constexpr std::array<char const *, 32> sentences = {
     "the wait would wait for itself",
 };
 
-class Category final : public std::error_category {
+class named_category final : public std::error_category {
 public:
     char const * name() const noexcept override { return "tav.tls"; }
     std::string message(int value) const override {
@@ -63,10 +63,10 @@ public:
 };
 
 /// Never destroyed: a code may be asked for its text while the process ends.
-union CategoryPlace {
-    CategoryPlace() : category() {}
-    ~CategoryPlace() {}
-    Category category;
+union category_place {
+    category_place() : category() {}
+    ~category_place() {}
+    named_category category;
 };
 
 thread_local failure last = failure::none;
@@ -97,8 +97,9 @@ failure named_errno(int number) noexcept {
 /// something else.
 int reason_of_tls(std::error_code ec) noexcept {
     auto const packed = static_cast<unsigned long>(ec.value());
-    bool const ofTls = ec.category() == asio::error::get_ssl_category() && ERR_GET_LIB(packed) == ERR_LIB_SSL;
-    return ofTls ? ERR_GET_REASON(packed) : 0;
+    bool const of_tls =
+        ec.category() == asio::error::get_ssl_category() && ERR_GET_LIB(packed) == ERR_LIB_SSL;
+    return of_tls ? ERR_GET_REASON(packed) : 0;
 }
 
 /// Whether an error is the peer's word that it does not take the client's certificate.
@@ -121,7 +122,7 @@ bool is_refusal_of_client(std::error_code ec) noexcept {
 } // namespace
 
 std::error_category const & failure_category() noexcept {
-    static CategoryPlace const place;
+    static category_place const place;
     return place.category;
 }
 
@@ -166,10 +167,10 @@ failure named(std::error_code ec) noexcept {
         return reason_of_tls(ec) == SSL_R_CERTIFICATE_VERIFY_FAILED ? failure::certificate_refused
                                                                     : failure::handshake_failed;
     }
-    bool const ofSystem = ec.category() == std::system_category() ||
-                          ec.category() == std::generic_category() ||
-                          ec.category() == asio::error::get_system_category();
-    if (ofSystem) {
+    bool const of_system = ec.category() == std::system_category() ||
+                           ec.category() == std::generic_category() ||
+                           ec.category() == asio::error::get_system_category();
+    if (of_system) {
         return named_errno(ec.value());
     }
     return ec == asio::error::not_found ? failure::unreachable : failure::other;

@@ -13,7 +13,7 @@ namespace {
 
 using Lock = std::lock_guard<tavMutex const>;
 
-bool beginsWithDigit(tav_istr text) {
+bool begins_with_digit(tav_istr text) {
     char const first = text.firstChar();
     return first >= '0' && first <= '9';
 }
@@ -45,13 +45,13 @@ tavSharedPtr<tavObject> make(tavMutex const & mutex, Map const & map, typename M
     return tavSharedPtr<tavObject>(made_by ? made_by() : nullptr);
 }
 
-tavSharedPtr<tavMessage> asMessage(tavSharedPtr<tavObject> const & object) {
+tavSharedPtr<tavMessage> as_message(tavSharedPtr<tavObject> const & object) {
     return tavSharedPtr<tavMessage>(dynamic_cast<tavMessage *>(object.get()));
 }
 
 } // namespace
 
-unsigned short decimalCode(tav_istr text) {
+unsigned short decimal_code(tav_istr text) {
     unsigned code = 0;
     for (char c = text.firstChar(); c >= '0' && c <= '9'; c = (++text).firstChar()) {
         code = code * 10 + static_cast<unsigned>(c - '0');
@@ -78,16 +78,16 @@ void message_factory::unregister_message(unsigned short msgcode) {
     drop(mutex_, messages_, msgcode);
 }
 
-tavSharedPtr<tavMessage> message_factory::createMessage(unsigned short msgcode) const {
-    return asMessage(make(mutex_, messages_, msgcode));
+tavSharedPtr<tavMessage> message_factory::create_message(unsigned short msgcode) const {
+    return as_message(make(mutex_, messages_, msgcode));
 }
 
-tavSharedPtr<tavMessage> message_factory::createMessage(tav_istr class_or_code) const {
-    return beginsWithDigit(class_or_code) ? createMessage(decimalCode(class_or_code))
-                                          : asMessage(createObject(class_or_code));
+tavSharedPtr<tavMessage> message_factory::create_message(tav_istr class_or_code) const {
+    return begins_with_digit(class_or_code) ? create_message(decimal_code(class_or_code))
+                                            : as_message(create_object(class_or_code));
 }
 
-tavSharedPtr<tavObject> message_factory::createObject(tav_istr name) const {
+tavSharedPtr<tavObject> message_factory::create_object(tav_istr name) const {
     return make(mutex_, classes_, std::string(name));
 }
 

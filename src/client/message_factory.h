@@ -15,7 +15,7 @@ namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
 /// The decimal number at the front of a text; 0xffff if it does not fit a message code, 0 if there is none.
-unsigned short decimalCode(tav_istr text);
+unsigned short decimal_code(tav_istr text);
 
 /// The classes and messages that an application has registered with a client, and what makes their objects.
 /// Names and codes are two registries: a class has no code here, and a code no name.
@@ -35,10 +35,10 @@ public:
     void unregister_message(unsigned short msgcode);
 
     /// Each makes one object; null of what is not registered, and of an object that is no message.
-    tavSharedPtr<tavMessage> createMessage(unsigned short msgcode) const;
+    tavSharedPtr<tavMessage> create_message(unsigned short msgcode) const;
     /// By the code if the text begins with a digit, otherwise by the class.
-    tavSharedPtr<tavMessage> createMessage(tav_istr class_or_code) const;
-    tavSharedPtr<tavObject> createObject(tav_istr name) const;
+    tavSharedPtr<tavMessage> create_message(tav_istr class_or_code) const;
+    tavSharedPtr<tavObject> create_object(tav_istr name) const;
 
 private:
     tavMutex mutex_;

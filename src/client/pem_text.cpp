@@ -38,8 +38,8 @@ void wipe(std::string & text) {
 }
 
 /// What the reading of a key asks and gets to know.
-struct Phrase {
-    explicit Phrase(std::function<std::string()> const & f) : password(f) {}
+struct phrase_call {
+    explicit phrase_call(std::function<std::string()> const & f) : password(f) {}
 
     std::function<std::string()> const & password;
     bool asked = false;
@@ -54,7 +54,7 @@ int no_phrase(char *, int, int, void *) {
 }
 
 int give_phrase(char * out, int size, int, void * data) {
-    Phrase & phrase = *static_cast<Phrase *>(data);
+    phrase_call & phrase = *static_cast<phrase_call *>(data);
     bool const again = std::exchange(phrase.asked, true);
     if (again || !phrase.password) {
         return -1;
@@ -172,7 +172,7 @@ std::vector<pem_text::revocation_list> pem_text::revocation_lists() const {
 
 pem_text::private_key pem_text::key(std::function<std::string()> const & password) const {
     Bio const in = reader_of(text_);
-    Phrase phrase(password);
+    phrase_call phrase(password);
     ::ERR_clear_error();
     private_key out(::PEM_read_bio_PrivateKey(in.get(), nullptr, give_phrase, &phrase), ::EVP_PKEY_free);
     std::string const reason = openssl_reason("it can't be read");

@@ -38,26 +38,26 @@ using ClientMap = std::map<std::string, std::shared_ptr<client>>;
 /// The process-wide registries.  They are made at first use and never destroyed, so that a client that ends
 /// with the process still finds them.  A forked child begins with empty ones: the threads of its parent's
 /// clients are not in it, so there these clients can be neither used nor ended.
-struct Registry {
+struct client_registry {
     tavMutex names_mutex;
     ClientMap names;
     tavMutex all_mutex;
     std::set<client const *> all;
     /// Those of the process that forked this one.
-    Registry * former = nullptr;
+    client_registry * former = nullptr;
 };
 
 std::mutex registry_making;
-Registry * parents_registry = nullptr;
-std::atomic<Registry *> present_registry{nullptr};
+client_registry * parents_registry = nullptr;
+std::atomic<client_registry *> present_registry{nullptr};
 
-Registry & registry() {
-    Registry * the = present_registry.load(std::memory_order_acquire);
+client_registry & registry() {
+    client_registry * the = present_registry.load(std::memory_order_acquire);
     if (the == nullptr) {
         std::lock_guard<std::mutex> const guard(registry_making);
         the = present_registry.load(std::memory_order_relaxed);
         if (the == nullptr) {
-            the = new Registry;
+            the = new client_registry;
             the->former = parents_registry;
             present_registry.store(the, std::memory_order_release);
         }
@@ -68,7 +68,7 @@ Registry & registry() {
 [[maybe_unused]] bool const forks_are_watched =
     platform::aroundFork([] { registry_making.lock(); }, [] { registry_making.unlock(); },
                          [] {
-                             if (Registry * const parents = present_registry.exchange(nullptr)) {
+                             if (client_registry * const parents = present_registry.exchange(nullptr)) {
                                  parents_registry = parents;
                              }
                              registry_making.unlock();
@@ -86,11 +86,11 @@ void keep(std::shared_ptr<void> core) {
     kept.push_front(std::move(core));
 }
 
-void logText(Site site, std::string const & id, char const * words) {
+void log_text(Site site, std::string const & id, char const * words) {
     log_line(tavLogger::INFO, site, [&](std::ostream & out) { out << id << words; });
 }
 
-void logCode(Site site, std::string const & id, char const * words, unsigned short msgcode) {
+void log_code(Site site, std::string const & id, char const * words, unsigned short msgcode) {
     log_line(tavLogger::INFO, site,
              [&](std::ostream & out) { out << id << words << asHex(msgcode, 4, true); });
 }
@@ -99,12 +99,12 @@ void logCode(Site site, std::string const & id, char const * words, unsigned sho
 thread_local char const * ending_call = "client::~client";
 
 /// Names the call while it lives.
-class EndingCall {
+class call_name {
 public:
-    explicit EndingCall(char const * call) : before_(ending_call) { ending_call = call; }
-    ~EndingCall() { ending_call = before_; }
-    EndingCall(EndingCall const &) = delete;
-    EndingCall & operator=(EndingCall const &) = delete;
+    explicit call_name(char const * call) : before_(ending_call) { ending_call = call; }
+    ~call_name() { ending_call = before_; }
+    call_name(call_name const &) = delete;
+    call_name & operator=(call_name const &) = delete;
 
 private:
     char const * const before_;
@@ -114,7 +114,7 @@ private:
 constexpr std::chrono::seconds ends_limit(5);
 
 /// Ends a core.  One of its own threads would wait for itself, so that another one does it then.
-void endCore(std::shared_ptr<impl::Client> core, Site site) {
+void end_core(std::shared_ptr<impl::Client> core, Site site) {
     if (impl::process_exit::begun()) {
         // Its threads stay as they are, and use it.
         static auto & kept = *new std::list<std::shared_ptr<impl::Client>>;
@@ -141,7 +141,7 @@ void endCore(std::shared_ptr<impl::Client> core, Site site) {
 }
 
 /// What is left of the end of the process when the named clients have ended.
-void finishProcess(Site site) {
+void finish_process(Site site) {
     if (!impl::process_exit::begun()) {
         impl::wait_for_ends(ends_limit);
     }
@@ -163,7 +163,7 @@ void finishProcess(Site site) {
     log_line(tavLogger::INFO, site, [](std::ostream & out) { out << "finalized."; });
 }
 
-std::string textOf(char const * text) {
+std::string text_or_empty(char const * text) {
     return text ? text : std::string();
 }
 
@@ -174,8 +174,8 @@ std::shared_ptr<Core> begun(std::shared_ptr<Core> core) {
     return core;
 }
 
-void logArg(Site site, std::string const & id, tavMessage const & msg, char const * expected,
-            tavMessage const * ack, int wait_ms, bool grey, unsigned short version) {
+void log_arg(Site site, std::string const & id, tavMessage const & msg, char const * expected,
+             tavMessage const * ack, int wait_ms, bool grey, unsigned short version) {
     log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << id << " send arg 0x" << asHex(msg.msgcode(), 4, true) << expected
             << asHex(ack ? ack->msgcode() : no_code, 4, true) << std::dec << ", wait " << wait_ms
@@ -183,7 +183,7 @@ void logArg(Site site, std::string const & id, tavMessage const & msg, char cons
     });
 }
 
-void logSent(Site site, std::string const & id, std::shared_ptr<send_info> const & info) {
+void log_sent(Site site, std::string const & id, std::shared_ptr<send_info> const & info) {
     log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << id << " send result: ";
         if (info) {
@@ -201,7 +201,7 @@ client::client(tav_istr name) : id_("<" + std::string(name) + ">") {
         Lock const guard(registry().all_mutex);
         registry().all.insert(this);
     }
-    logText(here("tav::tls::client::client"), id_, " client construct");
+    log_text(here("tav::tls::client::client"), id_, " client construct");
     try {
         init(name);
     } catch (...) {
@@ -212,7 +212,7 @@ client::client(tav_istr name) : id_("<" + std::string(name) + ">") {
 }
 
 client::~client() {
-    logText(here("tav::tls::client::~client"), id_, " client destruct");
+    log_text(here("tav::tls::client::~client"), id_, " client destruct");
     if (!is_own(this)) {
         keep(std::move(impl_));
         return;
@@ -247,7 +247,7 @@ bool client::destroy(tav_istr name) {
         registry().names.erase(found);
     }
     {
-        EndingCall const call("client::destroy");
+        call_name const call("client::destroy");
         taken.reset();
     }
     log_line(tavLogger::INFO, here("tav::tls::client::destroy"),
@@ -266,7 +266,7 @@ void client::finalize() {
     }
     bool on_own_thread = false;
     for (auto const & entry : names) {
-        EndingCall const call("client::finalize");
+        call_name const call("client::finalize");
         log_line(tavLogger::INFO, site,
                  [&](std::ostream & out) { out << "finalize: client " << entry.second->id(); });
         {
@@ -283,9 +283,9 @@ void client::finalize() {
     }
     names.clear();
     if (on_own_thread) {
-        impl::end_elsewhere(nullptr, [site] { finishProcess(site); });
+        impl::end_elsewhere(nullptr, [site] { finish_process(site); });
     } else {
-        finishProcess(site);
+        finish_process(site);
     }
 }
 
@@ -322,11 +322,11 @@ std::shared_ptr<connect_info> client::start(char const * host, char const * port
         return nullptr;
     }
     connect_option option;
-    option.host = textOf(host);
-    option.port = textOf(port);
-    option.ca = textOf(ca);
-    option.metainfo = textOf(metainfo);
-    option.cipher = textOf(cipher);
+    option.host = text_or_empty(host);
+    option.port = text_or_empty(port);
+    option.ca = text_or_empty(ca);
+    option.metainfo = text_or_empty(metainfo);
+    option.cipher = text_or_empty(cipher);
     option.callback_ = callback;
     option.on_error_ = callback.on_error_;
     option.on_heartbeat_timedout_ = callback.on_heartbeat_timedout_;
@@ -358,7 +358,7 @@ std::shared_ptr<connect_info> client::reconnect(timedout_option const & timedout
 void client::close() {
     Site const site = here("tav::tls::client::close");
     if (auto const core = alive(site)) {
-        logText(site, core->name(), " closing...");
+        log_text(site, core->name(), " closing...");
         core->close__();
     }
 }
@@ -366,7 +366,7 @@ void client::close() {
 void client::cancel_all() {
     Site const site = here("tav::tls::client::cancel_all");
     if (auto const core = alive(site)) {
-        logText(site, core->name(), " cancel all");
+        log_text(site, core->name(), " cancel all");
         core->cancel_all__();
     }
 }
@@ -434,9 +434,9 @@ std::shared_ptr<send_info> client::send_msg(tavMessage const & msg, send_option 
     if (!core) {
         return nullptr;
     }
-    logCode(site, core->name(), " send msg obj 0x", msg.msgcode());
+    log_code(site, core->name(), " send msg obj 0x", msg.msgcode());
     auto const info = core->messages().send(msg, option);
-    logSent(site, core->name(), info);
+    log_sent(site, core->name(), info);
     return info;
 }
 
@@ -446,9 +446,9 @@ std::shared_ptr<send_info> client::send_msg(tavSharedPtr<tavMessage> msg, send_o
     if (!core) {
         return nullptr;
     }
-    logCode(site, core->name(), " send msg ptr 0x", msg ? msg->msgcode() : no_code);
+    log_code(site, core->name(), " send msg ptr 0x", msg ? msg->msgcode() : no_code);
     auto const info = core->messages().send(msg, option);
-    logSent(site, core->name(), info);
+    log_sent(site, core->name(), info);
     return info;
 }
 
@@ -463,7 +463,7 @@ std::shared_ptr<send_info> client::send_json_msg(char const * json, send_option 
         out << core->name() << " send json msg @" << tav_istr(class_or_code);
     });
     auto const info = core->messages().send_json(tav_istr(json), option, tav_istr(class_or_code));
-    logSent(site, core->name(), info);
+    log_sent(site, core->name(), info);
     return info;
 }
 
@@ -475,9 +475,9 @@ std::shared_ptr<send_info> client::send_nbr_msg(unsigned short msgcode, unsigned
     if (!core) {
         return nullptr;
     }
-    logCode(site, core->name(), " send nbr msg 0x", msgcode);
+    log_code(site, core->name(), " send nbr msg 0x", msgcode);
     auto const info = core->messages().send_nbr(msgcode, tav_istr(data, size), option, target);
-    logSent(site, core->name(), info);
+    log_sent(site, core->name(), info);
     return info;
 }
 
@@ -487,9 +487,9 @@ std::shared_ptr<send_info> client::send_old_nbr_msg(unsigned char msgcode, tav_i
     if (!core) {
         return nullptr;
     }
-    logCode(site, core->name(), " send old nbr msg 0x", msgcode);
+    log_code(site, core->name(), " send old nbr msg 0x", msgcode);
     auto const info = core->messages().send_old_nbr(msgcode, body, target);
-    logSent(site, core->name(), info);
+    log_sent(site, core->name(), info);
     return info;
 }
 
@@ -505,7 +505,7 @@ result_type client::send_and_wait(tavMessage const & msg, tavSharedPtr<tavMessag
     if (!core) {
         return result_error;
     }
-    logArg(site, core->name(), msg, ", expect ack ptr 0x", ack.get(), wait_ms, grey, version);
+    log_arg(site, core->name(), msg, ", expect ack ptr 0x", ack.get(), wait_ms, grey, version);
     result_type const result = core->messages().send_and_wait(msg, ack, wait_ms, grey, version, nullptr);
     log_line(tavLogger::INFO, site,
              [&](std::ostream & out) { out << core->name() << " send and wait result = " << result; });
@@ -519,7 +519,7 @@ result_type client::send_and_wait(std::shared_ptr<send_info> * out, tavMessage c
     if (!core) {
         return result_error;
     }
-    logArg(site, core->name(), msg, ", expect ack obj 0x", &ack, wait_ms, grey, version);
+    log_arg(site, core->name(), msg, ", expect ack obj 0x", &ack, wait_ms, grey, version);
     result_type const result = core->messages().send_and_wait(msg, ack, wait_ms, grey, version, out);
     log_line(tavLogger::INFO, site,
              [&](std::ostream & line) { line << core->name() << " send and wait result = " << result; });
@@ -529,7 +529,7 @@ result_type client::send_and_wait(std::shared_ptr<send_info> * out, tavMessage c
 void client::on_msg(unsigned short msgcode, obj_function f) {
     Site const site = here("tav::tls::client::on_msg");
     if (auto const core = alive(site)) {
-        logCode(site, core->name(), " setup type level obj msg callback, msgcode = 0x", msgcode);
+        log_code(site, core->name(), " setup type level obj msg callback, msgcode = 0x", msgcode);
         core->messages().callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
@@ -537,7 +537,7 @@ void client::on_msg(unsigned short msgcode, obj_function f) {
 void client::on_msg(unsigned short msgcode, ptr_function f) {
     Site const site = here("tav::tls::client::on_msg");
     if (auto const core = alive(site)) {
-        logCode(site, core->name(), " setup type level ptr msg callback, msgcode = 0x", msgcode);
+        log_code(site, core->name(), " setup type level ptr msg callback, msgcode = 0x", msgcode);
         core->messages().callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
@@ -545,7 +545,7 @@ void client::on_msg(unsigned short msgcode, ptr_function f) {
 void client::on_json_msg(unsigned short msgcode, json_function f) {
     Site const site = here("tav::tls::client::on_json_msg");
     if (auto const core = alive(site)) {
-        logCode(site, core->name(), " setup type level json msg callback, msgcode = 0x", msgcode);
+        log_code(site, core->name(), " setup type level json msg callback, msgcode = 0x", msgcode);
         core->messages().callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
@@ -564,7 +564,7 @@ void client::on_json_msg(char const * className, json_function f) {
 void client::on_nbr_msg(unsigned short msgcode, nbr_function f) {
     Site const site = here("tav::tls::client::on_nbr_msg");
     if (auto const core = alive(site)) {
-        logCode(site, core->name(), " setup type level nbr msg callback, msgcode = 0x", msgcode);
+        log_code(site, core->name(), " setup type level nbr msg callback, msgcode = 0x", msgcode);
         core->messages().callbacks().set_type(msgcode, msg_type_callback(std::move(f)));
     }
 }
@@ -572,7 +572,7 @@ void client::on_nbr_msg(unsigned short msgcode, nbr_function f) {
 void client::set_old_msg_default_callback(nbr_function f) {
     Site const site = here("tav::tls::client::set_old_msg_default_callback");
     if (auto const core = alive(site)) {
-        logText(site, core->name(), " set old msg callback");
+        log_text(site, core->name(), " set old msg callback");
         core->messages().callbacks().set_old(std::move(f));
     }
 }
@@ -598,7 +598,7 @@ void client::unregister_class(tav_istr name) {
 void client::register_message(unsigned short msgcode, std::function<tavObject *()> creator) {
     Site const site = here("tav::tls::client::register_message");
     if (auto const core = alive(site)) {
-        logCode(site, core->name(), " register message msgcode = 0x", msgcode);
+        log_code(site, core->name(), " register message msgcode = 0x", msgcode);
         core->messages().factory().register_message(msgcode, std::move(creator));
     }
 }
@@ -606,22 +606,22 @@ void client::register_message(unsigned short msgcode, std::function<tavObject *(
 void client::unregister_message(unsigned short msgcode) {
     Site const site = here("tav::tls::client::unregister_message");
     if (auto const core = alive(site)) {
-        logCode(site, core->name(), " unregister message msgcode = 0x", msgcode);
+        log_code(site, core->name(), " unregister message msgcode = 0x", msgcode);
         core->messages().factory().unregister_message(msgcode);
     }
 }
 
-tavSharedPtr<tavMessage> client::createMessage(unsigned short msgcode) {
+tavSharedPtr<tavMessage> client::create_message(unsigned short msgcode) {
     Site const site = here("tav::tls::client::createMessage");
     auto const core = alive(site);
     if (!core) {
         return nullptr;
     }
-    logCode(site, core->name(), " creating message msgcode = 0x", msgcode);
-    return core->messages().factory().createMessage(msgcode);
+    log_code(site, core->name(), " creating message msgcode = 0x", msgcode);
+    return core->messages().factory().create_message(msgcode);
 }
 
-tavSharedPtr<tavMessage> client::createMessage(tav_istr class_or_code) {
+tavSharedPtr<tavMessage> client::create_message(tav_istr class_or_code) {
     Site const site = here("tav::tls::client::createMessage");
     auto const core = alive(site);
     if (!core) {
@@ -630,10 +630,10 @@ tavSharedPtr<tavMessage> client::createMessage(tav_istr class_or_code) {
     log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << core->name() << " creating message class_or_code = " << class_or_code;
     });
-    return core->messages().factory().createMessage(class_or_code);
+    return core->messages().factory().create_message(class_or_code);
 }
 
-tavSharedPtr<tavObject> client::createObject(tav_istr name) {
+tavSharedPtr<tavObject> client::create_object(tav_istr name) {
     Site const site = here("tav::tls::client::createObject");
     auto const core = alive(site);
     if (!core) {
@@ -641,7 +641,7 @@ tavSharedPtr<tavObject> client::createObject(tav_istr name) {
     }
     log_line(tavLogger::INFO, site,
              [&](std::ostream & out) { out << core->name() << " creating object class = " << name; });
-    return core->messages().factory().createObject(name);
+    return core->messages().factory().create_object(name);
 }
 
 tavString client::find_class_by_code(unsigned short msgcode) {
@@ -685,11 +685,11 @@ void client::init(tav_istr name) {
     {
         Lock const guard(mutex_);
         if (impl_) {
-            logText(site, id_, " initialized already.");
+            log_text(site, id_, " initialized already.");
             return;
         }
     }
-    logText(site, id_, " initializing...");
+    log_text(site, id_, " initializing...");
     auto const made = std::make_shared<Core>(name);
     try {
         made->init__();
@@ -709,11 +709,11 @@ void client::fini() {
         taken = impl_;
     }
     if (!taken) {
-        logText(site, id_, " finalized already.");
+        log_text(site, id_, " finalized already.");
         return;
     }
-    logText(site, id_, " finalizing...");
-    endCore(std::move(taken), site);
+    log_text(site, id_, " finalizing...");
+    end_core(std::move(taken), site);
     Lock const guard(mutex_);
     impl_.reset();
 }

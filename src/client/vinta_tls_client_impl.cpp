@@ -37,16 +37,16 @@ std::string name_of(tav_istr name, void const * object) {
 
 /// A connect_info on its way through the queue: if its task is dropped or fails before it has ended, it ends
 /// as cancelled.
-class Journey {
+class connect_journey {
 public:
-    explicit Journey(std::shared_ptr<connect_info> info) : info_(std::move(info)) {}
-    ~Journey() {
+    explicit connect_journey(std::shared_ptr<connect_info> info) : info_(std::move(info)) {}
+    ~connect_journey() {
         if (info_ && info_->result() < 0) {
             info_->on_conn_cancel();
         }
     }
-    Journey(Journey const &) = delete;
-    Journey & operator=(Journey const &) = delete;
+    connect_journey(connect_journey const &) = delete;
+    connect_journey & operator=(connect_journey const &) = delete;
 
     std::shared_ptr<connect_info> const & info() const { return info_; }
     void arrived() { info_.reset(); }
@@ -166,7 +166,7 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
     }
     Lock const guard(requests_mutex_);
     auto const info = std::make_shared<connect_info>(name_, option.timedout, key(), events_.era());
-    auto const journey = std::make_shared<Journey>(info);
+    auto const journey = std::make_shared<connect_journey>(info);
     main_queue_.put([self = shared_from_this(), journey, option] {
         self->on_start(journey->info(), option);
         journey->arrived();
@@ -191,7 +191,7 @@ Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reu
     }
     Lock const guard(requests_mutex_);
     auto const info = std::make_shared<connect_info>(name_, option, key(), events_.era());
-    auto const journey = std::make_shared<Journey>(info);
+    auto const journey = std::make_shared<connect_journey>(info);
     main_queue_.put([self = shared_from_this(), journey, option] {
         self->on_reconnect(journey->info(), option);
         journey->arrived();

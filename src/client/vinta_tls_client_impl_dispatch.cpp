@@ -131,7 +131,7 @@ void message_dispatch::dispatch(tavBytes frame, session & from) {
     from.session_id(packet->session());
     counters::add(counted_->messages_received);
 
-    tavSharedPtr<tavMessage> const obj = factory_.createMessage(code);
+    tavSharedPtr<tavMessage> const obj = factory_.create_message(code);
     std::error_code unreadable;
     auto const received = [&](std::ostream & out) -> std::ostream & {
         ip_port const local = from.socket().local_addr(unreadable);
@@ -375,7 +375,7 @@ message_dispatch::send_ptr message_dispatch::send_json(tav_istr json, send_optio
                                                        tav_istr class_or_code) {
     char const first = class_or_code.firstChar();
     if (first >= '0' && first <= '9') {
-        return send_json(json, option, decimalCode(class_or_code), tav_istr());
+        return send_json(json, option, decimal_code(class_or_code), tav_istr());
     }
     return send_json(json, option, no_code, class_or_code);
 }

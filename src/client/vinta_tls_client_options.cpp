@@ -33,15 +33,15 @@ std::string hex4(unsigned short v) {
     return text;
 }
 
-std::string maxWaiting(int wait_ms) {
+std::string max_waiting(int wait_ms) {
     return "max waiting " + std::to_string(wait_ms) + "ms...";
 }
 
-std::string textOf(ip_port const & v) {
+std::string text_of(ip_port const & v) {
     return (v.host.size() < 3 ? v.host : v.host.substr(0, v.host.size() - 3)) + "***:" + v.port;
 }
 
-std::string textOf(msginfo const & v) {
+std::string text_of(msginfo const & v) {
     std::string text = "#" + std::to_string(v.sno) + " 0x" + hex4(v.msgcode);
     if (v.size > 0) {
         text += " [" + std::to_string(v.size) + "]";
@@ -49,18 +49,18 @@ std::string textOf(msginfo const & v) {
     return text;
 }
 
-int asSize(std::size_t size) {
+int as_size(std::size_t size) {
     return static_cast<int>(std::min<std::size_t>(size, std::numeric_limits<int>::max()));
 }
 
 /// `info` makes the msginfo.
 template <class Info>
-void logMessage(char const * level, char const * kind, detail::Site site, Info info) {
+void log_message(char const * level, char const * kind, detail::Site site, Info info) {
     log_line(tavLogger::INFO, site,
-             [&](std::ostream & out) { out << level << " level on " << kind << ' ' << textOf(info()); });
+             [&](std::ostream & out) { out << level << " level on " << kind << ' ' << text_of(info()); });
 }
 
-void logConstructed(char const * word, detail::Site site) {
+void log_constructed(char const * word, detail::Site site) {
     log_parts(tavLogger::VERBOSE, site, word);
 }
 
@@ -81,7 +81,7 @@ void expect(send_option & out, error_function error, message_callback const & ca
 /// Calls through a copy, as the function may replace the one that the object holds.  Without memory for one
 /// it is called in its place: an event is told in any case.
 template <class Function, class Call>
-auto callCopy(Function const & held, Call call) {
+auto call_copy(Function const & held, Call call) {
     Function copy;
     try {
         copy = held;
@@ -96,39 +96,39 @@ bool fire(std::function<void()> const & held, char const * text, detail::Site si
         return false;
     }
     log_parts(tavLogger::INFO, site, text);
-    callCopy(held, [](std::function<void()> const & function) { function(); });
+    call_copy(held, [](std::function<void()> const & function) { function(); });
     return true;
 }
 
-bool fireError(error_function const & held, char const * level, unsigned long long sno,
-               unsigned short msgcode, int code, std::string text, detail::Site site) {
+bool fire_error(error_function const & held, char const * level, unsigned long long sno,
+                unsigned short msgcode, int code, std::string text, detail::Site site) {
     if (!held || code == 0) {
         return false;
     }
     log_line(tavLogger::INFO, site, [&](std::ostream & out) {
-        out << level << " level on error " << textOf(msginfo(sno, msgcode, -1)) << " <"
+        out << level << " level on error " << text_of(msginfo(sno, msgcode, -1)) << " <"
             << std::to_string(code) << "> " << text;
     });
-    callCopy(held, [&](error_function const & function) {
+    call_copy(held, [&](error_function const & function) {
         on_error_call(function, sno, msgcode, code, std::move(text));
     });
     return true;
 }
 
-int fireProxy(proxy_function const & held, unsigned int socket, char const * host, unsigned short port,
-              detail::Site site) {
+int fire_proxy(proxy_function const & held, unsigned int socket, char const * host, unsigned short port,
+               detail::Site site) {
     if (!held) {
         return 0;
     }
     log_line(tavLogger::INFO, site, [&](std::ostream & out) {
         out << "http proxy tcp connected, connecting real server "
-            << textOf(ip_port(host != nullptr ? host : "", port));
+            << text_of(ip_port(host != nullptr ? host : "", port));
     });
-    return callCopy(held, [&](proxy_function const & function) { return function(socket, host, port); });
+    return call_copy(held, [&](proxy_function const & function) { return function(socket, host, port); });
 }
 
 /// Empty for callback_none.
-char const * kindWord(callback_type type) {
+char const * kind_word(callback_type type) {
     switch (type) {
     case callback_json: return "on_json_msg";
     case callback_nbr: return "on_nbr_msg";
@@ -186,11 +186,11 @@ bool msginfo::empty() const {
 }
 
 std::ostream & operator<<(std::ostream & out, ip_port const & v) {
-    return out << textOf(v);
+    return out << text_of(v);
 }
 
 std::ostream & operator<<(std::ostream & out, msginfo const & v) {
-    return out << textOf(v);
+    return out << text_of(v);
 }
 
 timedout_option::timedout_option() : wait_ms_(0), firing_(false) {}
@@ -282,7 +282,7 @@ bool timedout_option::check_timedout(unsigned long long sno, unsigned short msgc
     });
     log_line(tavLogger::INFO, detail::here("tav::tls::timedout_option::check_timedout"),
              [&](std::ostream & out) {
-                 out << "on timedout " << textOf(msginfo(sno, msgcode, -1)) << maxWaiting(wait)
+                 out << "on timedout " << text_of(msginfo(sno, msgcode, -1)) << max_waiting(wait)
                      << std::to_string(elapsed) << "ms";
              });
     if (function) {
@@ -305,7 +305,7 @@ bool timedout_option::is_timedout_i(int elapsed) const {
 }
 
 std::ostream & operator<<(std::ostream & out, timedout_option const & v) {
-    return out << maxWaiting(v.wait_ms());
+    return out << max_waiting(v.wait_ms());
 }
 
 /// Never changed once made, so that threads may call through it while it is being replaced.
@@ -365,8 +365,8 @@ bool message_callback::on_json_msg(char const * level, unsigned long long sno, u
     if (!held || !held->json) {
         return false;
     }
-    logMessage(level, "json", detail::here("tav::tls::message_callback::on_json_msg"),
-               [&] { return msginfo(sno, msgcode, json != nullptr ? asSize(std::strlen(json)) : 0); });
+    log_message(level, "json", detail::here("tav::tls::message_callback::on_json_msg"),
+                [&] { return msginfo(sno, msgcode, json != nullptr ? as_size(std::strlen(json)) : 0); });
     held->json(sno, msgcode, json, ext);
     return true;
 }
@@ -377,8 +377,8 @@ bool message_callback::on_nbr_msg(char const * level, unsigned long long sno, un
     if (!held || !held->nbr) {
         return false;
     }
-    logMessage(level, "nbr", detail::here("tav::tls::message_callback::on_nbr_msg"),
-               [&] { return msginfo(sno, msgcode, asSize(size)); });
+    log_message(level, "nbr", detail::here("tav::tls::message_callback::on_nbr_msg"),
+                [&] { return msginfo(sno, msgcode, as_size(size)); });
     held->nbr(sno, msgcode, data, size, ext);
     return true;
 }
@@ -388,8 +388,8 @@ bool message_callback::on_base_msg(char const * level, unsigned long long sno, t
     if (!held || !held->obj) {
         return false;
     }
-    logMessage(level, "obj", detail::here("tav::tls::message_callback::on_base_msg"),
-               [&] { return msginfo(sno, msg.msgcode(), -1); });
+    log_message(level, "obj", detail::here("tav::tls::message_callback::on_base_msg"),
+                [&] { return msginfo(sno, msg.msgcode(), -1); });
     held->obj(sno, msg);
     return true;
 }
@@ -399,8 +399,8 @@ bool message_callback::on_ptr_msg(char const * level, unsigned long long sno, ta
     if (!held || !held->ptr) {
         return false;
     }
-    logMessage(level, "ptr", detail::here("tav::tls::message_callback::on_ptr_msg"),
-               [&] { return msginfo(sno, msg ? msg->msgcode() : no_code, -1); });
+    log_message(level, "ptr", detail::here("tav::tls::message_callback::on_ptr_msg"),
+                [&] { return msginfo(sno, msg ? msg->msgcode() : no_code, -1); });
     held->ptr(sno, std::move(msg));
     return true;
 }
@@ -418,7 +418,7 @@ void message_callback::replace(std::shared_ptr<Entry const> next) {
 
 std::ostream & operator<<(std::ostream & out, message_callback const & v) {
     callback_type const type = v.type();
-    return out << (type == callback_none ? "<on_unknown_msg>" : kindWord(type));
+    return out << (type == callback_none ? "<on_unknown_msg>" : kind_word(type));
 }
 
 msg_type_callback::msg_type_callback() = default;
@@ -485,13 +485,13 @@ bool global_callback::on_heartbeat_timedout() {
 }
 
 bool global_callback::on_error(unsigned long long sno, unsigned short msgcode, int code, std::string text) {
-    return fireError(on_error_, global_level_, sno, msgcode, code, std::move(text),
-                     detail::here("tav::tls::global_callback::on_error"));
+    return fire_error(on_error_, global_level_, sno, msgcode, code, std::move(text),
+                      detail::here("tav::tls::global_callback::on_error"));
 }
 
 int global_callback::on_http_proxy_connect(unsigned int socket, char const * host, unsigned short port) {
-    return fireProxy(on_http_proxy_connect_, socket, host, port,
-                     detail::here("tav::tls::global_callback::on_http_proxy_connect"));
+    return fire_proxy(on_http_proxy_connect_, socket, host, port,
+                      detail::here("tav::tls::global_callback::on_http_proxy_connect"));
 }
 
 bool global_callback::on_json_msg(unsigned long long sno, unsigned short msgcode, char const * json,
@@ -576,14 +576,14 @@ bool connect_option::on_heartbeat_timedout() {
 }
 
 bool connect_option::on_error(unsigned long long sno, unsigned short msgcode, int code, std::string text) {
-    return fireError(on_error_, global_level_, sno, msgcode, code, std::move(text),
-                     detail::here("tav::tls::connect_option::on_error"));
+    return fire_error(on_error_, global_level_, sno, msgcode, code, std::move(text),
+                      detail::here("tav::tls::connect_option::on_error"));
 }
 
 int connect_option::on_http_proxy_connect(unsigned int socket, char const * real_host,
                                           unsigned short real_port) {
-    return fireProxy(on_http_proxy_connect_, socket, real_host, real_port,
-                     detail::here("tav::tls::connect_option::on_http_proxy_connect"));
+    return fire_proxy(on_http_proxy_connect_, socket, real_host, real_port,
+                      detail::here("tav::tls::connect_option::on_http_proxy_connect"));
 }
 
 bool connect_option::on_json_msg(unsigned long long sno, unsigned short msgcode, char const * json,
@@ -608,7 +608,7 @@ std::ostream & operator<<(std::ostream & out, connect_option const & v) {
     std::string text = "host=" + v.host + " port=" + v.port + " ca length=" + std::to_string(v.ca.size());
     int const wait = v.timedout.wait_ms();
     if (wait >= 1) {
-        text += " " + maxWaiting(wait);
+        text += " " + max_waiting(wait);
     }
     return out << text;
 }
@@ -620,7 +620,7 @@ send_option::send_option(int wait_ms, timedout_function timedout, error_function
     : send_option() {
     fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
     expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
-    logConstructed("using object msg callback", detail::here("tav::tls::send_option::send_option"));
+    log_constructed("using object msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, json_function f,
@@ -628,7 +628,7 @@ send_option::send_option(int wait_ms, timedout_function timedout, error_function
     : send_option() {
     fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
     expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
-    logConstructed("using json msg callback", detail::here("tav::tls::send_option::send_option"));
+    log_constructed("using json msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, nbr_function f,
@@ -636,7 +636,7 @@ send_option::send_option(int wait_ms, timedout_function timedout, error_function
     : send_option() {
     fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
     expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
-    logConstructed("using nbr msg callback", detail::here("tav::tls::send_option::send_option"));
+    log_constructed("using nbr msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, ptr_function f,
@@ -644,13 +644,13 @@ send_option::send_option(int wait_ms, timedout_function timedout, error_function
     : send_option() {
     fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
     expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
-    logConstructed("using ptr msg callback", detail::here("tav::tls::send_option::send_option"));
+    log_constructed("using ptr msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, bool is_grey, unsigned short pkt_version)
     : send_option() {
     fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
-    logConstructed("no msg callback", detail::here("tav::tls::send_option::send_option"));
+    log_constructed("no msg callback", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(timedout_option const & timedout, error_function error,
@@ -659,13 +659,13 @@ send_option::send_option(timedout_option const & timedout, error_function error,
     : send_option() {
     fill(*this, timedout, is_grey, pkt_version);
     expect(*this, std::move(error), callback, ack_code);
-    logConstructed("using all", detail::here("tav::tls::send_option::send_option"));
+    log_constructed("using all", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(timedout_option const & timedout, bool is_grey, unsigned short pkt_version)
     : send_option() {
     fill(*this, timedout, is_grey, pkt_version);
-    logConstructed("timedout option only", detail::here("tav::tls::send_option::send_option"));
+    log_constructed("timedout option only", detail::here("tav::tls::send_option::send_option"));
 }
 
 send_option::send_option(send_option const & other) = default;
@@ -721,19 +721,19 @@ bool send_option::on_ptr_ack(unsigned long long seq, tavSharedPtr<tavMessage> ms
 }
 
 bool send_option::on_error(unsigned long long seq, unsigned short msgcode, int code, std::string text) {
-    return fireError(on_error_, send_level_, seq, msgcode, code, std::move(text),
-                     detail::here("tav::tls::send_option::on_error"));
+    return fire_error(on_error_, send_level_, seq, msgcode, code, std::move(text),
+                      detail::here("tav::tls::send_option::on_error"));
 }
 
 std::ostream & operator<<(std::ostream & out, send_option const & v) {
     std::string text;
     int const wait = v.wait_ms();
     if (wait > 0) {
-        text += maxWaiting(wait) + " ";
+        text += max_waiting(wait) + " ";
     }
     callback_type const type = v.callback_.type();
     if (type != callback_none) {
-        text += kindWord(type);
+        text += kind_word(type);
         text += ' ';
     }
     if (v.ack < no_code) {

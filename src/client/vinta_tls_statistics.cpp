@@ -6,7 +6,7 @@ namespace tav {
 namespace tls {
 namespace {
 
-struct Metric {
+struct metric_line {
     unsigned long long statistics::*value;
     char const * name;
     char const * labels;
@@ -14,7 +14,7 @@ struct Metric {
 };
 
 /// Metrics of one name stand together, the first with the help.  A name that ends in "_total" is a counter.
-constexpr Metric metrics[] = {
+constexpr metric_line metrics[] = {
     {&statistics::bytes_sent, "tav_client_bytes_total", "direction=\"sent\"", "Bytes of frames before TLS."},
     {&statistics::bytes_received, "tav_client_bytes_total", "direction=\"received\"", nullptr},
     {&statistics::frames_sent, "tav_client_frames_total", "direction=\"sent\"",
@@ -49,7 +49,7 @@ constexpr Metric metrics[] = {
      "Longest message callback."},
 };
 
-bool endsWith(std::string_view text, std::string_view end) {
+bool ends_with(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
@@ -75,9 +75,9 @@ std::string statistics::prometheus(char const * client_name) const {
     std::string const client = "{client=\"" + escaped(client_name != nullptr ? client_name : "") + '"';
     std::string out;
     out.reserve(4096);
-    for (Metric const & metric : metrics) {
+    for (metric_line const & metric : metrics) {
         if (metric.help != nullptr) {
-            char const * const type = endsWith(metric.name, "_total") ? " counter\n" : " gauge\n";
+            char const * const type = ends_with(metric.name, "_total") ? " counter\n" : " gauge\n";
             out.append("# HELP ").append(metric.name).append(1, ' ').append(metric.help).append(1, '\n');
             out.append("# TYPE ").append(metric.name).append(type);
         }

@@ -6,7 +6,7 @@
 
 #include <memory>
 
-using tav::tls::impl::decimalCode;
+using tav::tls::impl::decimal_code;
 using tav::tls::impl::message_factory;
 using tav_test::endsOnAnotherThread;
 using tav_test::Note;
@@ -39,8 +39,8 @@ tavObject * makePlain() {
 message_factory::creator askingAtItsEnd(message_factory & factory, bool & answered) {
     std::shared_ptr<void> const end(nullptr, [&factory, &answered](void *) {
         answered = endsOnAnotherThread([&factory] {
-            factory.createMessage(note_code);
-            factory.createObject("Note");
+            factory.create_message(note_code);
+            factory.create_object("Note");
         });
     });
     return [end] { return makeNote(); };
@@ -52,68 +52,68 @@ TEST(MessageFactory, MakesANewObjectEachTime) {
     message_factory factory;
     factory.register_message(note_code, &makeNote);
     factory.register_class("Note", &makeNote);
-    tavSharedPtr<tavMessage> const by_code = factory.createMessage(note_code);
+    tavSharedPtr<tavMessage> const by_code = factory.create_message(note_code);
     ASSERT_TRUE(by_code);
     EXPECT_EQ(by_code->className(), "Note");
-    EXPECT_NE(factory.createMessage(note_code).get(), by_code.get());
-    tavSharedPtr<tavObject> const by_class = factory.createObject("Note");
+    EXPECT_NE(factory.create_message(note_code).get(), by_code.get());
+    tavSharedPtr<tavObject> const by_class = factory.create_object("Note");
     ASSERT_TRUE(by_class);
-    EXPECT_NE(factory.createObject("Note").get(), by_class.get());
+    EXPECT_NE(factory.create_object("Note").get(), by_class.get());
 }
 
 TEST(MessageFactory, MakesNothingOfWhatIsNotRegistered) {
     message_factory factory;
-    EXPECT_FALSE(factory.createMessage(note_code));
-    EXPECT_FALSE(factory.createMessage("4660"));
-    EXPECT_FALSE(factory.createMessage("Note"));
-    EXPECT_FALSE(factory.createMessage(""));
-    EXPECT_FALSE(factory.createObject("Note"));
+    EXPECT_FALSE(factory.create_message(note_code));
+    EXPECT_FALSE(factory.create_message("4660"));
+    EXPECT_FALSE(factory.create_message("Note"));
+    EXPECT_FALSE(factory.create_message(""));
+    EXPECT_FALSE(factory.create_object("Note"));
     factory.register_class("Note", message_factory::creator());
     factory.register_message(note_code, [] { return static_cast<tavObject *>(nullptr); });
-    EXPECT_FALSE(factory.createObject("Note"));
-    EXPECT_FALSE(factory.createMessage(note_code));
+    EXPECT_FALSE(factory.create_object("Note"));
+    EXPECT_FALSE(factory.create_message(note_code));
 }
 
 TEST(MessageFactory, CodesAndClassesAreTwoRegistries) {
     message_factory factory;
     factory.register_message(note_code, &makeNote);
-    EXPECT_FALSE(factory.createMessage("Note"));
-    EXPECT_FALSE(factory.createObject("4660"));
+    EXPECT_FALSE(factory.create_message("Note"));
+    EXPECT_FALSE(factory.create_object("4660"));
     factory.register_class("Note", &makeNote);
     factory.unregister_message(note_code);
-    EXPECT_FALSE(factory.createMessage(note_code));
-    EXPECT_TRUE(factory.createMessage("Note"));
+    EXPECT_FALSE(factory.create_message(note_code));
+    EXPECT_TRUE(factory.create_message("Note"));
     factory.unregister_class("Note");
-    EXPECT_FALSE(factory.createMessage("Note"));
+    EXPECT_FALSE(factory.create_message("Note"));
 }
 
 TEST(MessageFactory, TextThatBeginsWithADigitIsACode) {
     message_factory factory;
     factory.register_message(note_code, &makeNote);
     factory.register_class("4660", &makePlain);
-    ASSERT_TRUE(factory.createMessage("4660"));
-    EXPECT_EQ(factory.createMessage("4660")->className(), "Note");
-    EXPECT_TRUE(factory.createMessage("4660th"));
-    EXPECT_FALSE(factory.createMessage("4661"));
-    EXPECT_FALSE(factory.createMessage("70196"));
+    ASSERT_TRUE(factory.create_message("4660"));
+    EXPECT_EQ(factory.create_message("4660")->className(), "Note");
+    EXPECT_TRUE(factory.create_message("4660th"));
+    EXPECT_FALSE(factory.create_message("4661"));
+    EXPECT_FALSE(factory.create_message("70196"));
 }
 
 TEST(MessageFactory, ObjectThatIsNoMessageIsMadeOnlyAsObject) {
     message_factory factory;
     factory.register_class("Plain", &makePlain);
     factory.register_message(note_code, &makePlain);
-    EXPECT_TRUE(factory.createObject("Plain"));
-    EXPECT_FALSE(factory.createMessage("Plain"));
-    EXPECT_FALSE(factory.createMessage(note_code));
+    EXPECT_TRUE(factory.create_object("Plain"));
+    EXPECT_FALSE(factory.create_message("Plain"));
+    EXPECT_FALSE(factory.create_message(note_code));
 }
 
 TEST(MessageFactory, LastRegistrationCounts) {
     message_factory factory;
     factory.register_class("It", &makePlain);
     factory.register_class("It", &makeNote);
-    EXPECT_EQ(factory.createObject("It")->className(), "Note");
+    EXPECT_EQ(factory.create_object("It")->className(), "Note");
     factory.unregister_class("other");
-    EXPECT_TRUE(factory.createObject("It"));
+    EXPECT_TRUE(factory.create_object("It"));
 }
 
 TEST(MessageFactory, FunctionMayUseTheFactoryAsItRuns) {
@@ -123,13 +123,13 @@ TEST(MessageFactory, FunctionMayUseTheFactoryAsItRuns) {
     factory.register_message(note_code, [&] {
         answered = endsOnAnotherThread([&factory] {
             factory.unregister_message(note_code);
-            factory.createObject("Note");
+            factory.create_object("Note");
         });
         return makeNote();
     });
-    EXPECT_TRUE(factory.createMessage(note_code));
+    EXPECT_TRUE(factory.create_message(note_code));
     EXPECT_TRUE(answered);
-    EXPECT_FALSE(factory.createMessage(note_code));
+    EXPECT_FALSE(factory.create_message(note_code));
 }
 
 TEST(MessageFactory, FunctionThatIsReplacedOrTakenOutMayUseTheFactoryAsItGoes) {
@@ -150,11 +150,11 @@ TEST(MessageFactory, FunctionThatIsReplacedOrTakenOutMayUseTheFactoryAsItGoes) {
 }
 
 TEST(MessageFactory, CodeIsTheNumberAtTheFront) {
-    EXPECT_EQ(decimalCode("4660"), 0x1234);
-    EXPECT_EQ(decimalCode("12x"), 12);
-    EXPECT_EQ(decimalCode("65535"), 0xffff);
-    EXPECT_EQ(decimalCode("65536"), 0xffff);
-    EXPECT_EQ(decimalCode("99999999999999999999"), 0xffff);
-    EXPECT_EQ(decimalCode("x"), 0);
-    EXPECT_EQ(decimalCode(""), 0);
+    EXPECT_EQ(decimal_code("4660"), 0x1234);
+    EXPECT_EQ(decimal_code("12x"), 12);
+    EXPECT_EQ(decimal_code("65535"), 0xffff);
+    EXPECT_EQ(decimal_code("65536"), 0xffff);
+    EXPECT_EQ(decimal_code("99999999999999999999"), 0xffff);
+    EXPECT_EQ(decimal_code("x"), 0);
+    EXPECT_EQ(decimal_code(""), 0);
 }
