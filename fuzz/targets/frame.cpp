@@ -21,27 +21,33 @@ using SessionPtr = tavSharedPtr<session>;
 
 using StateMember = impl::session_state session::*;
 using AttemptMember = impl::connect_attempt session::*;
-using ReaderMember = impl::frame_reader session::*;
-using WriterMember = impl::frame_writer session::*;
-using TakeInput = bool (session::*)();
-using DrainOutgoing = void (session::*)();
+using InputMember = impl::frame_input session::*;
+using OutputMember = impl::frame_output session::*;
+using ReaderMember = impl::frame_reader impl::frame_input::*;
+using WriterMember = impl::frame_writer impl::frame_output::*;
+using TakeInput = bool (impl::frame_input::*)();
+using DrainOutgoing = void (impl::frame_output::*)();
 using OnConnectEnd = void (impl::connect_attempt::*)(tavSharedPtr<impl::connect_owner>, std::error_code);
 using OnHandshakeEnd = void (impl::connect_attempt::*)(impl::connect_owner &, std::error_code);
-using OnTransferEnd = void (session::*)(SessionPtr, std::error_code, std::size_t);
+using OwnerPtr = tavSharedPtr<impl::connection_owner>;
+using OnReadEnd = void (impl::frame_input::*)(OwnerPtr, std::error_code, std::size_t);
+using OnWriteEnd = void (impl::frame_output::*)(OwnerPtr, std::error_code, std::size_t);
 using ContextMember = std::shared_ptr<impl::context> impl::io_thread::*;
 using IoMember = impl::io_thread Client::*;
 using StateOfClientMember = impl::client_state Client::*;
 
 TAV_FUZZ_OPEN(stateOf, StateMember, &session::state_);
 TAV_FUZZ_OPEN(attemptOf, AttemptMember, &session::attempt_);
-TAV_FUZZ_OPEN(readerOf, ReaderMember, &session::reader_);
-TAV_FUZZ_OPEN(writerOf, WriterMember, &session::writer_);
-TAV_FUZZ_OPEN(takeInput, TakeInput, &session::take_input);
-TAV_FUZZ_OPEN(drainOutgoing, DrainOutgoing, &session::drain_outgoing);
+TAV_FUZZ_OPEN(inputOf, InputMember, &session::input_);
+TAV_FUZZ_OPEN(outputOf, OutputMember, &session::output_);
+TAV_FUZZ_OPEN(readerOf, ReaderMember, &impl::frame_input::reader_);
+TAV_FUZZ_OPEN(writerOf, WriterMember, &impl::frame_output::writer_);
+TAV_FUZZ_OPEN(takeInput, TakeInput, &impl::frame_input::take_input);
+TAV_FUZZ_OPEN(drainOutgoing, DrainOutgoing, &impl::frame_output::drain);
 TAV_FUZZ_OPEN(onConnectEnd, OnConnectEnd, &impl::connect_attempt::on_connect_end);
 TAV_FUZZ_OPEN(onHandshakeEnd, OnHandshakeEnd, &impl::connect_attempt::on_handshake_end);
-TAV_FUZZ_OPEN(onReadEnd, OnTransferEnd, &session::on_read_end);
-TAV_FUZZ_OPEN(onWriteEnd, OnTransferEnd, &session::on_write_end);
+TAV_FUZZ_OPEN(onReadEnd, OnReadEnd, &impl::frame_input::on_read_end);
+TAV_FUZZ_OPEN(onWriteEnd, OnWriteEnd, &impl::frame_output::on_write_end);
 TAV_FUZZ_OPEN(ioOf, IoMember, &Client::io_);
 TAV_FUZZ_OPEN(contextOf, ContextMember, &impl::io_thread::context_);
 TAV_FUZZ_OPEN(presentOf, StateOfClientMember, &Client::present_);
@@ -218,7 +224,7 @@ private:
         case 5: send(); break;
         case 6: sendJson(); break;
         case 7: tick(); break;
-        case 8: ((*session_).*drainOutgoing())(); break;
+        case 8: (((*session_).*outputOf()).*drainOutgoing())(); break;
         case 9: write(); break;
         case 10: cancel(); break;
         default: feedFrame(packet()); break;
@@ -228,7 +234,7 @@ private:
     /// Bytes of the stream, in pieces as large as the reader has room for.
     void feed(std::string_view bytes) {
         while (!bytes.empty() && reading_ && session_->connected()) {
-            impl::frame_reader & reader = (*session_).*readerOf();
+            impl::frame_reader & reader = ((*session_).*inputOf()).*readerOf();
             impl::frame_reader::place const room = reader.room();
             require(room.size > 0, "there is room for a byte at least");
             std::string_view const piece = bytes.substr(0, room.size);
@@ -237,7 +243,7 @@ private:
             plain_.add(piece);
             bytes.remove_prefix(piece.size());
             try {
-                ((*session_).*takeInput())();
+                (((*session_).*inputOf()).*takeInput())();
             } catch (std::invalid_argument const &) {
                 require(plain_.refused(), "a head within the limit is taken");
                 reading_ = false;
@@ -303,12 +309,12 @@ private:
 
     /// What was posted is written at once, the first time: a second write would meet the socket.
     void write() {
-        impl::frame_writer & writer = (*session_).*writerOf();
+        impl::frame_writer & writer = ((*session_).*outputOf()).*writerOf();
         if (!written_ && session_->connected() && writer.accept()) {
             written_ = true;
             impl::frame_writer::piece const piece = writer.next();
             require(piece.size >= 4, "a piece has a frame at least");
-            ((*session_).*onWriteEnd())(session_, std::error_code(), piece.size);
+            (((*session_).*outputOf()).*onWriteEnd())(session_, std::error_code(), piece.size);
         }
     }
 
@@ -324,7 +330,7 @@ private:
     /// The ways in which a connection ends.
     void end() {
         switch (called % 5) {
-        case 0: ((*session_).*onReadEnd())(session_, asio::error::eof, 0); break;
+        case 0: (((*session_).*inputOf()).*onReadEnd())(session_, asio::error::eof, 0); break;
         case 1: session_->active_close(); break;
         case 2: session_->fail(asio::error::connection_reset); break;
         case 3:
@@ -332,7 +338,7 @@ private:
             session_->check_heartbeat(true);
             session_->on_timer(false);
             break;
-        default: ((*session_).*onWriteEnd())(session_, asio::error::broken_pipe, 0); break;
+        default: (((*session_).*outputOf()).*onWriteEnd())(session_, asio::error::broken_pipe, 0); break;
         }
         poll();
     }

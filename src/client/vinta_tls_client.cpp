@@ -611,7 +611,7 @@ void client::unregister_message(unsigned short msgcode) {
     }
 }
 
-tavSharedPtr<tavMessage> client::create_message(unsigned short msgcode) {
+tavSharedPtr<tavMessage> client::createMessage(unsigned short msgcode) {
     Site const site = here("tav::tls::client::createMessage");
     auto const core = alive(site);
     if (!core) {
@@ -621,7 +621,7 @@ tavSharedPtr<tavMessage> client::create_message(unsigned short msgcode) {
     return core->messages().factory().create_message(msgcode);
 }
 
-tavSharedPtr<tavMessage> client::create_message(tav_istr class_or_code) {
+tavSharedPtr<tavMessage> client::createMessage(tav_istr class_or_code) {
     Site const site = here("tav::tls::client::createMessage");
     auto const core = alive(site);
     if (!core) {
@@ -633,7 +633,7 @@ tavSharedPtr<tavMessage> client::create_message(tav_istr class_or_code) {
     return core->messages().factory().create_message(class_or_code);
 }
 
-tavSharedPtr<tavObject> client::create_object(tav_istr name) {
+tavSharedPtr<tavObject> client::createObject(tav_istr name) {
     Site const site = here("tav::tls::client::createObject");
     auto const core = alive(site);
     if (!core) {

@@ -4,7 +4,6 @@
 #include "client/process_exit.h"
 #include "client/thread_role.h"
 #include "client/vinta_tls_client_impl_log.h"
-#include "foundation/scope_exit.h"
 
 #include <cerrno>
 #include <chrono>
@@ -54,18 +53,11 @@ session::session(tav_istr name, std::shared_ptr<context> owner, recv_function on
       option_(option),
       account_(std::make_shared<send_account>(option.limits, std::move(counted), std::move(teller))),
       sends_(name_, std::move(cause)),
-      outgoing_([this] {
-          return [self = self_ptr(this)] {
-              thread_role::belong(self->context_.get());
-              self->drain_outgoing();
-          };
-      }),
-      received_(name_, account_, std::move(on_recv)),
-      broken_(context_->io_context()),
-      reading_(false),
-      writing_(false),
-      attempt_({name_, *context_, socket_, option_, state_, sends_}, clock_()),
       heartbeat_(clock_()),
+      input_(parts(), std::move(on_recv)),
+      output_(parts()),
+      broken_(context_->io_context()),
+      attempt_({name_, *context_, socket_, option_, state_, sends_}, clock_()),
       session_id_(0) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::session"), name_, " session construct");
 }
@@ -88,7 +80,7 @@ session::~session() {
 void session::open() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::open"), name_, " open session");
     start_timer();
-    outgoing_.start();
+    output_.start();
     start_receiver();
 }
 
@@ -107,8 +99,8 @@ void session::close() {
     self_ptr const self(this);
     state_.ask_end();
     state_.stop_sends();
-    received_.close();
-    outgoing_.close();
+    input_.close();
+    output_.close();
     close_timer();
     active_close();
     cancel_all();
@@ -168,6 +160,10 @@ bool session::on_own_thread() const {
     return thread_role::of_session(this);
 }
 
+connection_parts session::parts() {
+    return {*this, this, name_, clock_, context_, socket_, state_, account_, sends_, heartbeat_};
+}
+
 bool session::on_timer(bool stopping) {
     if (stopping) {
         return true;
@@ -183,8 +179,8 @@ bool session::on_timer(bool stopping) {
         }
     }
     sends_.check_timedout(now);
-    resume_sending();
-    end_pause();
+    output_.retell();
+    input_.end_pause();
     if (state_.now() == session_state::connected && heartbeat_.wanted() && !broken_.begun()) {
         if (heartbeat_.due(now)) {
             if (send_raw(nullptr, 0)) {
@@ -193,7 +189,7 @@ bool session::on_timer(bool stopping) {
             heartbeat_.sent(now);
         }
         heartbeat_.listened(socket_.bytes_received(), now);
-        if (received_.paused() && received_.busy()) {
+        if (input_.paused() && input_.busy()) {
             heartbeat_.resumed(now);
         } else if (heartbeat_.missed(now)) {
             on_heartbeat_timedout();
@@ -207,10 +203,8 @@ tls_report session::negotiated() const {
 }
 
 void session::connect_up() {
-    do_read(self_ptr(this));
-    if (!writer_.empty() && state_.now() == session_state::connected) {
-        do_write(self_ptr(this));
-    }
+    input_.begin();
+    output_.begin();
 }
 
 void session::connect_failed(std::error_code ec, std::string told) {
@@ -233,7 +227,7 @@ void session::on_error(std::error_code ec, std::string told) {
               text(ec));
     sends_.set_cause(named(ec));
     cancel_all();
-    drop_unsent();
+    output_.drop_unsent();
     if (state_.end_asked() || (state_.closing_actively() && state_.now() == session_state::closing)) {
         return;
     }
@@ -265,7 +259,7 @@ void session::on_broken(std::error_code ec) {
     if (!broken_.begun()) {
         state_.stop_sends();
         broken_.begin(ec);
-        if (input_left()) {
+        if (input_.left()) {
             broken_.limit(receive_queue::rest_limit, [self = self_ptr(this)] { self->end_broken(false); });
         }
     }
@@ -274,13 +268,23 @@ void session::on_broken(std::error_code ec) {
 
 // Tells the end once nothing is left to wait for, or the time for that is over.
 void session::end_broken(bool in_time) {
-    if (in_time && input_left()) {
+    if (in_time && input_.left()) {
         return;
     }
     if (broken_.tell()) {
         sends_.set_cause(named_break(broken_.error()));
         on_error(broken_.error());
     }
+}
+
+void session::cancel_all() {
+    // Under the file of the frames, as all that is told of sends.
+    log_parts(tavLogger::INFO,
+              site_in("vinta_tls_client_impl_framing.cpp", "tav::tls::impl::session::cancel_all"), name_,
+              " cancel session");
+    state_.stop_sends();
+    sends_.cancel_all(output_.take_left());
+    output_.log_waiting();
 }
 
 // On the I/O thread the socket is closed at once.  For any other thread it is made to fail at once, and
@@ -355,43 +359,12 @@ void session::start_timer() {
 
 void session::start_receiver() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::start_receiver"), name_, " start receiver");
-    received_.start(context_.get(),
-                    [self = self_ptr(this)](tavBytes body) { self->handle_frame(std::move(body)); });
-}
-
-void session::handle_frame(tavBytes body) {
-    thread_role const role(context_.get(), thread_role::receiver, this);
-    tav::detail::ScopeExit const done([this] { frame_handled(); });
-    received_.taken(body);
-    received_.deliver(std::move(body));
-}
-
-// A pause that the I/O thread could not be told the end of lasts until the next frame or tick.  The peer
-// could not be heard meanwhile, which no tick may take for silence once the pause is over.
-void session::end_pause() noexcept {
-    if (!received_.may_resume()) {
-        return;
-    }
-    heartbeat_.resumed(clock_());
-    if (!received_.end_pause()) {
-        return;
-    }
-    try {
-        context_->post([self = self_ptr(this)]() mutable {
-            session & s = *self;
-            s.resume_reading(std::move(self));
-        });
-    } catch (...) {
-        tav::detail::reportCaught(here("tav::tls::impl::session::end_pause"));
-        received_.pause_on();
-    }
+    input_.start();
 }
 
 // A broken connection waits for the last frame; without memory to tell of that, for its limit.
-void session::frame_handled() noexcept {
-    bool const last = received_.done();
-    end_pause();
-    if (!last || !broken_.begun()) {
+void session::on_all_handled() noexcept {
+    if (!broken_.begun()) {
         return;
     }
     try {

@@ -3,14 +3,14 @@
 
 #include "client/broken_end.h"
 #include "client/connect_attempt.h"
+#include "client/connection_parts.h"
 #include "client/failures.h"
+#include "client/frame_input.h"
+#include "client/frame_output.h"
 #include "client/frame_reader.h"
-#include "client/frame_writer.h"
 #include "client/heartbeat.h"
-#include "client/receive_queue.h"
 #include "client/send_account.h"
 #include "client/send_info.h"
-#include "client/send_queue.h"
 #include "client/session_state.h"
 #include "client/tls_socket.h"
 #include "client/tracked_sends.h"
@@ -27,6 +27,7 @@
 #include <mutex>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace tav {
 namespace tls {
@@ -38,15 +39,13 @@ namespace TAV_IMPL_NAMESPACE {
 /// heartbeats, each 100 ms); the socket belongs to the context's I/O thread.  From `open` to `close` they
 /// keep the session alive, so `close` must be called.  Times are milliseconds of a clock that nobody can set.
 ///
-/// It has more operations than other classes, some seventy, because it is the one place that knows in which
-/// order a connection comes up and goes down over four threads: half of them are small steps of the reading,
-/// the writing and the end.  What does each single part has a class of its own, and those are its members.
-///
-/// Its source is two files, as lines of the log name the file that tells them: what reads and writes frames
-/// tells its lines as "framing".
-class session : public send_owner, public connect_owner {
+/// What does each single part has a class of its own, and those are its members.  It has more operations than
+/// other classes, and two members more, since it is what the client, the timer and the parts know of a
+/// connection: most operations ask one part, or are told by one; the others are the order in which a
+/// connection comes up and goes down, over four threads, and have no state that they could take with them.
+class session : public connection_owner, public connect_owner {
 public:
-    using recv_function = receive_queue::handler;
+    using recv_function = frame_input::handler;
     using clock_function = std::function<long long()>;
 
     /// The milliseconds of a clock that nobody can set, from some time on.
@@ -110,9 +109,11 @@ public:
     /// Has "sender" encode and send the packet, which must not be changed any more.  With a time limit in
     /// `option` the result tracks the send until its reply, its time-out or a cancellation; otherwise, and
     /// when not connected, it is null.
-    std::shared_ptr<send_info> send_pkt(tavSharedPtr<im::Packet> pkt, send_option const & option);
+    std::shared_ptr<send_info> send_pkt(tavSharedPtr<im::Packet> pkt, send_option const & option) {
+        return output_.send_pkt(std::move(pkt), option);
+    }
     /// The same for a receipt, which no limit holds back; false if it was not taken.
-    bool send_receipt(tavSharedPtr<im::Packet> pkt);
+    bool send_receipt(tavSharedPtr<im::Packet> pkt) { return output_.send_receipt(std::move(pkt)); }
     /// The tracked sends.
     tracked_sends & sends() { return sends_; }
     void forget(send_info const & info) override { sends_.remove(info.sno(), &info); }
@@ -122,7 +123,7 @@ public:
     tls_report negotiated() const;
 
     /// Sends a frame with this body; false when not connected.
-    bool send_raw(unsigned char const * data, unsigned size);
+    bool send_raw(unsigned char const * data, unsigned size) { return output_.send_raw(data, size); }
     /// The tick of "timer"; always true.
     bool on_timer(bool stopping);
 
@@ -131,7 +132,8 @@ public:
 
 private:
     using self_ptr = tavSharedPtr<session>;
-    using info_ptr = std::shared_ptr<send_info>;
+
+    connection_parts parts();
 
     // The outcome of the connect.
     void connect_up() override;
@@ -141,9 +143,11 @@ private:
     // The end that the network brings, on the I/O thread.
     void on_error(std::error_code ec);
     void on_error(std::error_code ec, std::string told);
-    void on_broken(std::error_code ec);
+    void on_broken(std::error_code ec) override;
+    void on_all_handled() noexcept override;
+    void on_bad_frame() noexcept override { count_end(account_->counted().breaks_by_error); }
+    void on_written() noexcept override { input_.end_pause(); }
     void end_broken(bool in_time);
-    bool input_left() const { return reading_ || received_.any_left(); }
     /// Counts the end of a connection that was up, once.
     void count_end(counters::number & by) noexcept;
     counters::number & breaks_by_cause() const noexcept;
@@ -157,38 +161,6 @@ private:
     void start_timer();
     void start_receiver();
 
-    // Reading, on the I/O thread.
-    void do_read(self_ptr self);
-    void on_read_end(self_ptr self, std::error_code ec, std::size_t length);
-    bool take_input();
-    void read_on(self_ptr self);
-    void resume_reading(self_ptr self);
-    void on_read_header_end(frame_reader::part part);
-    void on_read_body_end(tavBytes && body);
-    void on_received(std::size_t length);
-
-    // Handling what was read, on "receiver" or on the thread that closes the session.
-    void handle_frame(tavBytes body);
-    void end_pause() noexcept;
-    void frame_handled() noexcept;
-
-    // Writing: post_bytes and tell_writer on any thread, the others on the I/O thread.
-    bool post_bytes(tavBytes && frame, send_account::room room = send_account::room());
-    bool tell_writer();
-    void on_posted(self_ptr self);
-    void do_write(self_ptr self);
-    void on_write_end(self_ptr self, std::error_code ec, std::size_t length);
-    void drop_unsent();
-    void on_sent(std::size_t length, std::size_t remaining);
-
-    // Sending, on "sender".
-    void drain_outgoing();
-    void send_outgoing(send_queue::entry & next);
-    std::shared_ptr<send_info> refuse(failure why, tav::detail::Site site) const;
-    void do_send_pkt(send_queue::entry & next);
-    void log_waiting_frames() const;
-    void resume_sending();
-
     std::string const name_;
     session_state state_;
     clock_function const clock_;
@@ -197,23 +169,14 @@ private:
     connect_option option_;
     std::shared_ptr<send_account> const account_;
     tracked_sends sends_;
-    send_queue outgoing_;
-    receive_queue received_;
+    heartbeat heartbeat_;
+    frame_input input_;
+    frame_output output_;
+    broken_end broken_;
+    connect_attempt attempt_;
 
     std::mutex timer_mutex_;
     tavSharedPtr<tavTimerThread> timer_;
-    broken_end broken_;
-    /// Whether a read and a write are outstanding.
-    bool reading_;
-    bool writing_;
-
-    /// On the I/O thread.
-    frame_reader reader_;
-    /// Any thread posts to it; the rest is on the I/O thread.
-    frame_writer writer_;
-
-    connect_attempt attempt_;
-    heartbeat heartbeat_;
     std::atomic<bool> end_counted_{false};
     std::atomic<unsigned long long> session_id_;
 };
