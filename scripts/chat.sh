@@ -69,6 +69,7 @@ user eve
 sees eve "<ann> good morning, bob"
 sees eve "<bob> I am back"
 types eve "/join garden"
+sees eve "this is garden"
 types bob "/join garden"
 sees eve "bob is here"
 types eve "only you can hear this"
