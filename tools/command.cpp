@@ -51,6 +51,16 @@ std::vector<Command> const & commands() {
          "# gateways are updated first: what old clients send must be read\n"
          "tav diff --rule old-to-new chat-1.pml chat-2.pml\n",
          addDiff},
+        {"tls", "Look at a server's TLS: certificates, what is wrong with them, and what mends it",
+         "Connects to a server and shows its certificates as it sends them, each with names, key, validity "
+         "and\n"
+         "fingerprint, every reason not to trust them with what mends it, whether the name is theirs, the\n"
+         "protocol and the time of each phase.  Exit code 1: not to be trusted; 3: no TLS comes about.",
+         "# with the authority that issued the certificate\n"
+         "tav tls chat.example.com:7443 --ca ca.pem\n"
+         "# when does it expire\n"
+         "tav tls --json chat.example.com:7443 | jq '.chain[0].days_left'\n",
+         addTls},
     };
     return all;
 }
