@@ -77,7 +77,7 @@ sees bob "<eve> only you can hear this"
 types bob "/name robert"
 sees eve "bob is called robert"
 types bob "/who"
-sees bob "eve is here" 3
+sees bob "eve is here" 2
 types bob "/join lobby"
 sees ann "robert is here"
 types ann "/quit"
