@@ -117,6 +117,8 @@ void session::active_close() {
         count_end(account_->counted().closes);
     }
     state_.closing_actively(true);
+    // The socket fails by this: what it then says is no doing of the peer's.
+    sends_.set_cause(failure::cancelled);
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::active_close"), name_, " active closing...");
     close_socket();
 }
