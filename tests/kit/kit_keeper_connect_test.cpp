@@ -298,6 +298,29 @@ TEST(KitKeeperConnect, GatewayWithoutANameStopsItAtOnce) {
     EXPECT_EQ(states.count(), 1u);
 }
 
+TEST(KitKeeperConnect, GatewayWithoutAnAddressEndsNothingBesideOneThatIsDown) {
+    ClosedPort closed;
+    kit::keeper_option how;
+    how.gateways = {closed.gateway(), {"127.0.0.1", "70000", 0}};
+    KeeperRig rig(closed.port(), how);
+    rig.keeper.start();
+    for (unsigned round = 1; round <= 40; ++round) {
+        ASSERT_TRUE(rig.comesTo(state::waiting)) << round;
+        EXPECT_EQ(rig.keeper.status().failed, 2 * round);
+        rig.timer->advance(rig.left());
+    }
+}
+
+TEST(KitKeeperConnect, GatewaysNoneOfWhichHasAnAddressEndIt) {
+    kit::keeper_option how;
+    how.gateways = {{"127.0.0.1", "70000", 0}, {"127.0.0.1", "70001", 0}};
+    KeeperRig rig("70000", how);
+    rig.keeper.start();
+    ASSERT_TRUE(rig.comesTo(state::stopped));
+    EXPECT_EQ(rig.keeper.status().cause, tls::failure::bad_address);
+    EXPECT_EQ(rig.keeper.status().failed, 2u);
+}
+
 TEST(KitKeeperConnect, GivesUpWhenToldTo) {
     ClosedPort closed;
     kit::keeper_option how;

@@ -201,7 +201,7 @@ private:
     time_point up_since_;
     /// Rounds, or connections that did not hold, in a row.
     unsigned rounds_ = 0;
-    /// The attempts in a row that ended since their gateway has no address.
+    /// The attempts of this round, in a row, that ended since their gateway has no address.
     std::size_t bad_addresses_ = 0;
     std::vector<std::size_t> round_;
     std::size_t next_in_round_ = 0;

@@ -22,7 +22,6 @@ inline void keeper_core::start() {
             return;
         }
         ++era_;
-        bad_addresses_ = 0;
         rounds_ = 0;
         round_.clear();
         next_in_round_ = 0;
@@ -282,6 +281,7 @@ inline void keeper_core::begin_attempt() {
         if (next_in_round_ >= round_.size()) {
             round_ = round();
             next_in_round_ = 0;
+            bad_addresses_ = 0;
         }
         to = how_.gateways[round_[next_in_round_++]];
         era = ++era_;
