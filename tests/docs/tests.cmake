@@ -1,7 +1,7 @@
-# Every block of code in README.md, HACKING.md, docs/, docs/guide/ and docs/tool/ is compiled or run, and every link leads somewhere.
+# Every block of code in README.md and its like, docs/, docs/guide/ and docs/tool/ is compiled or run, and every link leads somewhere.
 file(GLOB tav_pages CONFIGURE_DEPENDS RELATIVE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/docs/*.md
      ${PROJECT_SOURCE_DIR}/docs/guide/*.md ${PROJECT_SOURCE_DIR}/docs/tool/*.md)
-list(APPEND tav_pages README.md HACKING.md)
+list(APPEND tav_pages README.md HACKING.md SECURITY.md CHANGELOG.md)
 set(tav_docs_environment "CXX=${CMAKE_CXX_COMPILER}" "CC=${CMAKE_C_COMPILER}" "INCLUDE=-I${PROJECT_SOURCE_DIR}/include")
 foreach(page ${tav_pages})
     string(REGEX REPLACE "^docs/" "" name ${page})
@@ -18,6 +18,8 @@ set_tests_properties(docs.commands_that_take_long PROPERTIES ENVIRONMENT "${tav_
 
 add_test(NAME docs.links_lead_somewhere
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/links.sh ${PROJECT_SOURCE_DIR} ${tav_pages})
+add_test(NAME docs.changes_begin_with_this_version
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/versions.sh ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION})
 add_test(NAME docs.links_that_lead_nowhere_fail
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/links_test.sh ${PROJECT_SOURCE_DIR}
                  ${CMAKE_CURRENT_BINARY_DIR}/docs-work/links ${tav_pages})
