@@ -51,6 +51,14 @@ std::vector<Command> const & commands() {
          "# gateways are updated first: what old clients send must be read\n"
          "tav diff --rule old-to-new chat-1.pml chat-2.pml\n",
          addDiff},
+        {"gen", "Make C++ classes, and more, of a template",
+         "Makes of a template what programs and people need: a C++ header with classes of the kit.  What is\n"
+         "made depends on the template alone, so that it can be kept with the sources.  A template that\n"
+         "`tav check` finds errors in is refused; a name that C++ can't carry gets another one, with a "
+         "warning.",
+         "# a header with classes\n"
+         "tav gen cpp chat.pml --output chat.h\n",
+         addGen},
         {"tls", "Look at a server's TLS: certificates, what is wrong with them, and what mends it",
          "Connects to a server and shows its certificates as it sends them, each with names, key, validity "
          "and\n"

@@ -61,6 +61,7 @@ Run addCheck(CLI::App & app);
 Run addDump(CLI::App & app);
 Run addConvert(CLI::App & app);
 Run addDiff(CLI::App & app);
+Run addGen(CLI::App & app);
 Run addTls(CLI::App & app);
 
 } // namespace tool

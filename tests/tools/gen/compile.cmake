@@ -1,0 +1,32 @@
+# Makes the headers of templates and compiles a program that uses them, without a warning; where clang-format is there, it
+# has nothing to change.
+# Usage: cmake -DTAV= -DCXX= -DSTANDARD= -DFLAGS= -DPROJECT= -DWORK= -P compile.cmake
+file(REMOVE_RECURSE ${WORK})
+file(MAKE_DIRECTORY ${WORK})
+foreach(template tests/tools/gen/world docs/tool/chat-1 docs/tool/chat-2)
+    get_filename_component(name ${template} NAME)
+    execute_process(COMMAND ${TAV} gen cpp ${PROJECT}/${template}.pml -o ${WORK}/${name}.h RESULT_VARIABLE result
+                    ERROR_VARIABLE told)
+    if(NOT result EQUAL 0)
+        message(FATAL_ERROR "tav gen cpp ${template}.pml ends with ${result}: ${told}")
+    endif()
+    file(READ ${WORK}/${name}.h text)
+    string(REGEX MATCH "struct ([A-Za-z]+) : tav::kit::message" struct "${text}")
+    string(REGEX MATCH "namespace ([a-z]+) {" space "${text}")
+    string(REGEX REPLACE ".* ([a-z]+) {" "\\1" space "${space}")
+    string(REGEX REPLACE "struct ([A-Za-z]+) .*" "\\1" struct "${struct}")
+    file(WRITE ${WORK}/${name}.cpp "#include \"${name}.h\"\nint main() { return ${space}::${struct}().encode(true).empty() ? 1 : 0; }\n")
+    execute_process(COMMAND ${CXX} -std=c++${STANDARD} -fsyntax-only ${FLAGS} -I${PROJECT}/include ${WORK}/${name}.cpp
+                    RESULT_VARIABLE result)
+    if(NOT result EQUAL 0)
+        message(FATAL_ERROR "the header of ${template}.pml does not compile")
+    endif()
+    find_program(format clang-format-14)
+    if(format)
+        file(COPY ${PROJECT}/.clang-format DESTINATION ${WORK})
+        execute_process(COMMAND ${format} --dry-run -Werror ${WORK}/${name}.h RESULT_VARIABLE result)
+        if(NOT result EQUAL 0)
+            message(FATAL_ERROR "the header of ${template}.pml is not formatted")
+        endif()
+    endif()
+endforeach()
