@@ -6,6 +6,8 @@
 
 #include <asio/ssl/verify_context.hpp>
 
+#include <openssl/err.h>
+
 #include <utility>
 
 namespace tav {
@@ -137,6 +139,8 @@ bool tls_socket::verify_certificate(bool preverified, asio::ssl::verify_context 
             refusal_.details += ", expected " + setup_->expected_name();
         }
         log_parts(tavLogger::ERROR, site, name_, " certificate refused: ", refusal_.details);
+        // What was met on the way to the verdict would be told of the handshake in its stead.
+        ::ERR_clear_error();
     }
     return preverified;
 }

@@ -1,0 +1,442 @@
+#include "tav/vinta/vinta_tls_client.h"
+
+#include "support/worst_gateway.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+using namespace tav_test;
+using tls::failure;
+
+namespace {
+
+/// Where a handshake is left.
+enum Place { nothing, hello, half_first, first, second, half_last, last };
+
+struct Cut {
+    char const * what;
+    Place place;
+    WorstStory ended;
+    WorstStory reset;
+};
+
+WorstStory endedEarly() {
+    return failedHandshake("stream truncated", failure::closed_by_peer);
+}
+WorstStory resetEarly() {
+    return failedHandshake("Connection reset by peer", failure::connection_lost);
+}
+WorstStory endedLate() {
+    return brokenRead("stream truncated", failure::closed_by_peer);
+}
+WorstStory resetLate() {
+    return brokenRead("Connection reset by peer", failure::connection_lost);
+}
+
+std::string half(std::string const & bytes) {
+    return bytes.substr(0, bytes.size() / 2);
+}
+
+/// Goes as far as the place.
+void goTo(Place place, WorstConnection & server) {
+    if (place == nothing) {
+        return;
+    }
+    std::string const greeting = server.flight();
+    if (place == hello) {
+        return;
+    }
+    server.put(place == half_first ? half(greeting) : greeting);
+    if (place <= first) {
+        return;
+    }
+    std::string const goodbye = server.flight();
+    if (place != second) {
+        server.put(place == half_last ? half(goodbye) : goodbye);
+    }
+}
+
+/// Leaves a handshake at each place: by an end and by a reset.
+void expectCuts(std::vector<Cut> const & cuts, bool safe) {
+    for (Cut const & cut : cuts) {
+        for (bool const by_reset : {false, true}) {
+            if (by_reset && cut.place == nothing) {
+                continue; // The system may tell it as the end of the connect itself.
+            }
+            SCOPED_TRACE(std::string(cut.what) + (by_reset ? ", reset" : ", end"));
+            WorstSettings settings;
+            settings.highest = safe ? TLS1_3_VERSION : TLS1_2_VERSION;
+            WorstMeeting it(settings);
+            safe ? it.startSafely() : it.start();
+            auto const server = it.gateway.accept();
+            goTo(cut.place, *server);
+            if (by_reset) {
+                server->reset();
+            } else {
+                EXPECT_TRUE(server->end()) << "the client leaves too";
+            }
+            EXPECT_TRUE(it.isStory(by_reset ? cut.reset : cut.ended));
+            it.expectRecovery();
+        }
+    }
+}
+
+/// Bytes, and their length ahead of them in so many bytes.
+std::string counted(std::string const & bytes, int width) {
+    std::string out;
+    for (int at = width - 1; at >= 0; --at) {
+        out.push_back(static_cast<char>(static_cast<unsigned char>(bytes.size() >> (8 * at))));
+    }
+    return out + bytes;
+}
+
+std::string record(char type, std::string const & content, char minor = 3) {
+    return std::string({type, 3, minor}) + counted(content, 2);
+}
+
+std::string alert(int level, int description) {
+    return record(0x15, {static_cast<char>(level), static_cast<char>(description)});
+}
+
+constexpr int warning = 1;
+constexpr int fatal = 2;
+
+/// A ServerHello in the clear, of a version 3.`minor`, with a cipher and a compression.
+std::string serverHello(char minor, unsigned short cipher, char compression = 0) {
+    std::string const body =
+        std::string({3, minor}) + std::string(32, 'r') + counted("", 1) +
+        std::string({static_cast<char>(cipher >> 8), static_cast<char>(cipher & 0xff), compression}) +
+        counted(std::string("\xff\x01\x00\x01\x00", 5), 2);
+    return record(0x16, std::string(1, 2) + counted(body, 3));
+}
+
+/// ECDHE-RSA-AES128-GCM-SHA256, which each client offers.
+constexpr unsigned short offered = 0xc02f;
+
+/// An answer to the client's first word that is none.
+struct Word {
+    char const * what;
+    std::string bytes;
+    int reason;
+};
+
+void expectWords(std::vector<Word> const & words, bool safe) {
+    for (Word const & each : words) {
+        SCOPED_TRACE(each.what);
+        WorstMeeting it;
+        safe ? it.startSafely() : it.start();
+        auto const server = it.gateway.accept();
+        server->raw();
+        server->put(each.bytes);
+        EXPECT_TRUE(server->waitGone()) << "the client leaves";
+        EXPECT_TRUE(it.isStory(failedHandshake(tlsText(each.reason))));
+        it.expectRecovery();
+    }
+}
+
+/// All kinds of alerts but the word of the end.
+std::vector<int> const & alerts() {
+    static std::vector<int> const all = {10,  20,  21,  22,  30,  40,  41,  42,  43,  44, 45, 46,
+                                         47,  48,  49,  50,  51,  60,  70,  71,  80,  86, 90, 100,
+                                         109, 110, 111, 112, 113, 114, 115, 116, 120, 255};
+    return all;
+}
+
+/// What a handshake with a gateway of these settings comes to.
+WorstStory shaken(WorstMeeting & it, bool safe) {
+    safe ? it.startSafely() : it.start();
+    it.server = it.gateway.accept();
+    bool const done = it.server->shake();
+    if (!done) {
+        it.server->end();
+    }
+    return done ? opened() : failedHandshake(tlsText(SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE));
+}
+
+std::vector<std::string> ciphersOf(char const * list, int version) {
+    std::unique_ptr<SSL_CTX, void (*)(SSL_CTX *)> const context(SSL_CTX_new(TLS_method()), SSL_CTX_free);
+    SSL_CTX_set_security_level(context.get(), 0);
+    SSL_CTX_set_cipher_list(context.get(), list);
+    std::vector<std::string> out;
+    STACK_OF(SSL_CIPHER) * const all = SSL_CTX_get_ciphers(context.get());
+    for (int i = 0; i < sk_SSL_CIPHER_num(all); ++i) {
+        SSL_CIPHER const * const each = sk_SSL_CIPHER_value(all, i);
+        if ((SSL_CIPHER_get_protocol_id(each) >> 8 == 0x13) == (version == TLS1_3_VERSION)) {
+            out.emplace_back(SSL_CIPHER_get_name(each));
+        }
+    }
+    return out;
+}
+
+/// Each cipher alone at the gateway: those that the client takes open, and all others are an alert.
+void expectCiphers(std::vector<std::string> const & all, std::set<std::string> const & taken, int version,
+                   bool safe) {
+    std::set<std::string> opened_by;
+    for (std::string const & each : all) {
+        SCOPED_TRACE(each);
+        WorstSettings settings;
+        settings.lowest = version;
+        settings.highest = version;
+        (version == TLS1_3_VERSION ? settings.suites : settings.ciphers) = each;
+        WorstMeeting it(settings);
+        WorstStory const story = shaken(it, safe);
+        EXPECT_TRUE(it.isStory(story));
+        if (story.result == tls::result_ok) {
+            EXPECT_EQ(it.client.negotiated().cipher, each);
+            opened_by.insert(each);
+        }
+    }
+    EXPECT_EQ(opened_by, taken);
+}
+
+/// An open connection of TLS 1.2 over which the gateway asks for a handshake anew.
+class Renegotiation {
+public:
+    explicit Renegotiation(bool safe) {
+        safe ? it.startSafely() : it.start();
+        it.server = it.gateway.accept();
+        if (!it.server->shake() || resultOf(it.info) != tls::result_ok) {
+            throw std::runtime_error("the connection did not open");
+        }
+    }
+    void ask() {
+        SSL_renegotiate(it.server->ssl());
+        SSL_do_handshake(it.server->ssl());
+        it.server->put(it.server->output());
+    }
+    bool over() { return SSL_renegotiate_pending(it.server->ssl()) == 0; }
+
+    /// A request and its reply.
+    void expectTalk(int number) {
+        auto const asked = it.ask(number);
+        ASSERT_TRUE(asked);
+        it.server->send(mobile(0x1235, it.server->receive().sno).framed());
+        EXPECT_EQ(resultOf(asked), tls::result_ok);
+    }
+
+    WorstMeeting it;
+};
+
+int refuseHello(SSL *, int * description, void * wanted) {
+    *description = *static_cast<int *>(wanted);
+    return *description == 0 ? SSL_CLIENT_HELLO_SUCCESS : SSL_CLIENT_HELLO_ERROR;
+}
+
+/// Whether an alert tells the client that it itself is not taken.
+bool refusesTheClient(int description) {
+    static std::set<int> const all = {42, 43, 44, 45, 46, 48, 49, 51};
+    return all.count(description) != 0;
+}
+
+} // namespace
+
+TEST(WorstHandshake, CutAtEachFlightIsOneError) {
+    expectCuts(
+        {
+            {"ahead of the client's first word", nothing, endedEarly(), WorstStory()},
+            {"behind it", hello, endedEarly(), resetEarly()},
+            {"within the gateway's first flight", half_first, endedEarly(), resetEarly()},
+            {"behind it", first, endedEarly(), resetEarly()},
+            {"behind the client's second flight", second, endedEarly(), resetEarly()},
+            {"within the gateway's last flight", half_last, endedEarly(), resetEarly()},
+            {"behind it", last, endedLate(), resetLate()},
+        },
+        false);
+}
+
+// The client has finished, and is open, ahead of the gateway's last word.
+TEST(WorstHandshake, CutAtEachFlightOfTls13IsOneErrorToo) {
+    expectCuts(
+        {
+            {"ahead of the client's first word", nothing, endedEarly(), WorstStory()},
+            {"behind it", hello, endedEarly(), resetEarly()},
+            {"within the gateway's flight", half_first, endedEarly(), resetEarly()},
+            {"behind the client's last flight", second, endedLate(), resetLate()},
+            {"within the gateway's tickets", half_last, endedLate(), resetLate()},
+            {"behind them", last, endedLate(), resetLate()},
+        },
+        true);
+}
+
+// What comes first, the end or the answer to the client's first word, is up to the system; so is whether a
+// reset still ends the connect or the handshake.
+TEST(WorstHandshake, AcceptAndCloseIsOneError) {
+    for (int round = 0; round < 20; ++round) {
+        bool const by_reset = round % 2 != 0;
+        WorstMeeting it;
+        it.start();
+        auto const server = it.gateway.accept();
+        by_reset ? server->reset() : server->close();
+        ASSERT_EQ(resultOf(it.info), tls::result_error);
+        ASSERT_TRUE(it.told.wait(1));
+        std::string const told = it.told.all()[0];
+        EXPECT_TRUE(told == resetEarly().told[0] || (!by_reset && told == endedEarly().told[0])) << told;
+        ASSERT_EQ(it.lines().size(), 1u) << listed(it.lines());
+        EXPECT_NE(
+            it.lines()[0].find(by_reset ? " failed: Connection reset by peer" : "<n> Handshake failed: "),
+            std::string::npos)
+            << it.lines()[0];
+        it.expectRecovery();
+    }
+}
+
+TEST(WorstHandshake, FlightsOfSingleBytesOpenIt) {
+    WorstMeeting it;
+    it.start();
+    it.server = it.gateway.accept();
+    for (std::string next = it.server->flight(); !next.empty(); next = it.server->flight()) {
+        ASSERT_TRUE(it.server->put(next, 1));
+    }
+    EXPECT_TRUE(it.isStory(opened()));
+    it.expectRecovery();
+}
+
+TEST(WorstHandshake, AlertOfEachKindIsToldByItsText) {
+    for (bool const safe : {false, true}) {
+        std::vector<Word> words;
+        std::vector<std::string> names;
+        for (int const each : alerts()) {
+            names.push_back("alert " + std::to_string(each));
+        }
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            words.push_back(
+                {names[i].c_str(), alert(fatal, alerts()[i]), SSL_AD_REASON_OFFSET + alerts()[i]});
+        }
+        expectWords(words, safe);
+    }
+}
+
+TEST(WorstHandshake, AnswerThatIsNoneIsToldByItsReason) {
+    for (bool const safe : {false, true}) {
+        SCOPED_TRACE(safe ? "with the safe policy" : "without a policy");
+        expectWords(
+            {
+                {"a text", "HTTP/1.0 400 this is no TLS\r\n\r\n", SSL_R_WRONG_VERSION_NUMBER},
+                {"zeros", std::string(64, '\0'), SSL_R_WRONG_VERSION_NUMBER},
+                {"a ServerHello of TLS 1.0", serverHello(1, offered), SSL_R_UNSUPPORTED_PROTOCOL},
+                {"a ServerHello of TLS 1.1", serverHello(2, offered), SSL_R_UNSUPPORTED_PROTOCOL},
+                {"a cipher that was not offered", serverHello(3, 0x0005), SSL_R_UNKNOWN_CIPHER_RETURNED},
+                {"a compression", serverHello(3, offered, 1), SSL_R_COMPRESSION_DISABLED},
+                {"a message of 16 MiB", record(0x16, std::string("\x02\xff\xff\xff", 4)),
+                 SSL_R_EXCESSIVE_MESSAGE_SIZE},
+                {"the client's own kind of message", record(0x16, std::string("\x01\0\0\x01x", 5)),
+                 SSL_R_UNEXPECTED_MESSAGE},
+                {"application data", record(0x17, "data"), SSL_R_UNEXPECTED_MESSAGE},
+            },
+            safe);
+    }
+}
+
+TEST(WorstHandshake, VersionThatIsNotSpokenIsAnAlert) {
+    struct {
+        int version;
+        int without;
+        int safe;
+    } const rows[] = {
+        // The ciphers that are offered are those of TLS 1.2, so that there is none in common.
+        {TLS1_VERSION, SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE, SSL_R_TLSV1_ALERT_PROTOCOL_VERSION},
+        {TLS1_1_VERSION, SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE, SSL_R_TLSV1_ALERT_PROTOCOL_VERSION},
+        {TLS1_2_VERSION, 0, 0},
+        {TLS1_3_VERSION, SSL_R_TLSV1_ALERT_PROTOCOL_VERSION, 0},
+    };
+    for (auto const & row : rows) {
+        for (bool const safe : {false, true}) {
+            SCOPED_TRACE(std::to_string(row.version) + (safe ? ", with the safe policy" : ""));
+            WorstSettings settings;
+            settings.lowest = row.version;
+            settings.highest = row.version;
+            WorstMeeting it(settings);
+            int const reason = safe ? row.safe : row.without;
+            EXPECT_EQ(shaken(it, safe).result, reason == 0 ? tls::result_ok : tls::result_error);
+            EXPECT_TRUE(it.isStory(reason == 0 ? opened() : failedHandshake(tlsText(reason))));
+            it.expectRecovery();
+        }
+    }
+}
+
+TEST(WorstHandshake, EachCipherAloneOpensItOrIsAnAlert) {
+    std::vector<std::string> const all = ciphersOf("ALL:COMPLEMENTOFALL", TLS1_2_VERSION);
+    ASSERT_GT(all.size(), 60u);
+    expectCiphers(all,
+                  {"AES256-GCM-SHA384", "AES128-GCM-SHA256", "ECDHE-RSA-AES256-GCM-SHA384",
+                   "ECDHE-RSA-AES128-GCM-SHA256", "ECDHE-ECDSA-AES128-GCM-SHA256",
+                   "ECDHE-ECDSA-AES256-GCM-SHA384"},
+                  TLS1_2_VERSION, false);
+}
+
+TEST(WorstHandshake, EachCipherAloneOpensASafeConnectionIfItIsForwardSecret) {
+    expectCiphers(ciphersOf("ALL:COMPLEMENTOFALL", TLS1_2_VERSION),
+                  {"ECDHE-RSA-AES256-GCM-SHA384", "ECDHE-RSA-AES128-GCM-SHA256",
+                   "ECDHE-ECDSA-AES128-GCM-SHA256", "ECDHE-ECDSA-AES256-GCM-SHA384",
+                   "ECDHE-ECDSA-CHACHA20-POLY1305", "ECDHE-RSA-CHACHA20-POLY1305"},
+                  TLS1_2_VERSION, true);
+    expectCiphers({"TLS_AES_128_GCM_SHA256", "TLS_AES_256_GCM_SHA384", "TLS_CHACHA20_POLY1305_SHA256",
+                   "TLS_AES_128_CCM_SHA256", "TLS_AES_128_CCM_8_SHA256"},
+                  {"TLS_AES_128_GCM_SHA256", "TLS_AES_256_GCM_SHA384", "TLS_CHACHA20_POLY1305_SHA256"},
+                  TLS1_3_VERSION, true);
+}
+
+// OpenSSL as a server takes the refusal for the end, and says so.
+TEST(WorstHandshake, RenegotiationIsRefusedWithAPolicy) {
+    Renegotiation anew(true);
+    ASSERT_EQ(anew.it.client.negotiated().version, "TLSv1.2");
+    anew.ask();
+    ERR_clear_error();
+    EXPECT_FALSE(anew.it.server->serve([&] { return anew.over(); }));
+    EXPECT_EQ(ERR_GET_REASON(ERR_peek_error()), SSL_R_NO_RENEGOTIATION);
+    EXPECT_TRUE(anew.it.server->waitGone());
+    EXPECT_TRUE(
+        anew.it.isStory(brokenRead(tlsText(SSL_R_SSLV3_ALERT_HANDSHAKE_FAILURE), failure::connection_lost)));
+    anew.it.expectRecovery();
+}
+
+// Of each kind that OpenSSL's server of TLS 1.2 has, and encrypted as all is by then.
+TEST(WorstHandshake, AlertOfEachKindOnAnOpenConnectionIsToldByItsText) {
+    std::set<int> const unknown_to_it = {41, 109, 116, 120, 255};
+    for (int each : alerts()) {
+        if (unknown_to_it.count(each) != 0) {
+            continue;
+        }
+        SCOPED_TRACE(each);
+        Renegotiation anew(false);
+        auto const waiting = anew.it.ask();
+        anew.it.server->receive();
+        SSL_CTX_set_client_hello_cb(anew.it.gateway.context(), refuseHello, &each);
+        anew.ask();
+        EXPECT_FALSE(anew.it.server->serve([] { return false; }));
+        EXPECT_TRUE(anew.it.server->waitGone());
+        EXPECT_TRUE(anew.it.isStory(
+            brokenRead(tlsText(SSL_AD_REASON_OFFSET + each),
+                       refusesTheClient(each) ? failure::handshake_failed : failure::connection_lost)));
+        EXPECT_EQ(resultOf(waiting), tls::result_cancelled);
+        EXPECT_EQ(anew.it.ends.all(), std::vector<std::string>{"cancelled 5"});
+        anew.it.expectRecovery();
+    }
+}
+
+TEST(WorstHandshake, WordOfTheEndInItIsTheEnd) {
+    WorstMeeting it;
+    it.start();
+    auto const server = it.gateway.accept();
+    server->raw();
+    server->put(alert(warning, 0));
+    EXPECT_TRUE(server->waitGone());
+    EXPECT_TRUE(it.isStory(failedHandshake("End of file", failure::closed_by_peer)));
+    it.expectRecovery();
+}
+
+TEST(WorstHandshake, WarningsAreBorneSoFar) {
+    WorstMeeting it;
+    it.start();
+    it.server = it.gateway.accept();
+    std::string const greeting = it.server->flight();
+    it.server->put(alert(warning, SSL_AD_USER_CANCELLED) + greeting);
+    EXPECT_TRUE(it.server->shake());
+    EXPECT_TRUE(it.isStory(opened()));
+    std::string many;
+    for (int i = 0; i < 100; ++i) {
+        many += alert(warning, SSL_AD_USER_CANCELLED);
+    }
+    expectWords({{"a hundred warnings", many, SSL_R_TOO_MANY_WARN_ALERTS}}, false);
+}
