@@ -11,7 +11,7 @@ refused() { # COMPLAINT COMMAND...
     shift
     rm -rf "$work"
     mkdir -p "$work"
-    (cd "$project" && cp -r docs examples include scripts README.md HACKING.md "$work")
+    (cd "$project" && cp -r docs examples include scripts README.md HACKING.md SECURITY.md CHANGELOG.md "$work")
     (cd "$work" && "$@")
     if "$project/tests/docs/links.sh" "$work" "${pages[@]}" 2>"$work/said"; then
         echo "not refused: $complaint" >&2

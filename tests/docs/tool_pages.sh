@@ -14,8 +14,8 @@ export PATH=$work/bin:$PATH TZ=UTC
 cd "$work"
 commands=0
 for page in *.md; do
-    # What it shows needs a server: tests/tools/tool_tls_test.cpp holds that page.
-    [ "$page" != tls.md ] || continue
+    # What these show needs a server or tshark: tests/tools/tool_tls_test.cpp and tests/wireshark hold them.
+    [ "$page" != tls.md ] && [ "$page" != wireshark.md ] || continue
     # The commands with what is shown, as two files each.
     awk -v to="$work/$page" '
         /^```text$/ { inside = 1; next }

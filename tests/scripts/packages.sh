@@ -63,6 +63,7 @@ for list in demo test lint; do
     done
 done
 [ "$(asked long)" = 'haproxy stunnel4 ' ] || fail "the long tests ask for $(asked long)"
+[ "$(asked wireshark)" = 'tshark python3 ' ] || fail "the dissector's tests ask for $(asked wireshark)"
 grep -qw ninja-build <<<"$(asked places)" || fail "places lacks ninja-build"
 program apt-get "echo \"apt-get \$*\" >>$work/calls"
 

@@ -1,0 +1,15 @@
+# The dissector for Wireshark: in each run where tshark is there, and in the long one, which installs it.
+add_executable(wireshark_talk wireshark/talk.cpp)
+target_link_libraries(wireshark_talk PRIVATE tav_build_flags tav_im_nbr Threads::Threads)
+set_target_properties(wireshark_talk PROPERTIES TAV_UNOPTIMISED ON)
+find_program(TAV_TSHARK tshark)
+find_program(TAV_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH)
+tav_find_program(test python3 TAV_PYTHON python3)
+set(tav_dissector_test ${CMAKE_CURRENT_LIST_DIR}/run.sh ${PROJECT_SOURCE_DIR} ${TAV_PYTHON} $<TARGET_FILE:tav>
+    $<TARGET_FILE:tav-gateway> $<TARGET_FILE:wireshark_talk>)
+if(TAV_TSHARK)
+    add_test(NAME wireshark.dissector_shows_captures COMMAND ${tav_dissector_test})
+    set_tests_properties(wireshark.dissector_shows_captures PROPERTIES TIMEOUT 900)
+endif()
+add_test(NAME wireshark.dissector_in_the_long_run CONFIGURATIONS long COMMAND ${tav_dissector_test})
+set_tests_properties(wireshark.dissector_in_the_long_run PROPERTIES LABELS long TIMEOUT 900)
