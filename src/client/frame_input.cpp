@@ -60,6 +60,7 @@ void frame_input::on_read_end(owner_ptr owner, std::error_code ec, std::size_t l
 void frame_input::read_on(owner_ptr owner) {
     while (!take_input() || received_.full()) {
         if (received_.pause()) {
+            resting_ = true;
             return;
         }
     }
@@ -68,6 +69,7 @@ void frame_input::read_on(owner_ptr owner) {
 
 // The peer could not be heard while nothing was read.
 void frame_input::resume_reading(owner_ptr owner) {
+    resting_ = false;
     of_.beat.resumed(of_.clock());
     if (!of_.state.ended()) {
         read_on(std::move(owner));

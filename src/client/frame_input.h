@@ -35,8 +35,9 @@ public:
     /// As receive_queue has it.
     void close() { received_.close(); }
 
-    /// Whether something may still come, or is still to be handled.
-    bool left() const { return reading_ || received_.any_left(); }
+    /// Whether something may still come, or is still to be handled: behind a pause there may be more of what
+    /// came ahead of it.
+    bool left() const { return reading_ || resting_ || received_.any_left(); }
     bool paused() const { return received_.paused(); }
     /// Whether reading could not go on though no receipt waited.
     bool busy() const { return received_.busy(); }
@@ -62,10 +63,12 @@ private:
 
     connection_parts const of_;
     receive_queue received_;
-    /// On the I/O thread, as the flag.
+    /// On the I/O thread, as the flags.
     frame_reader reader_;
     /// Whether a read is outstanding.
     bool reading_ = false;
+    /// Whether reading pauses, up to the moment at which it goes on: the word of that may be on its way.
+    bool resting_ = false;
 };
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -69,6 +69,8 @@ public:
     /// Room for a receipt, which no limit refuses: it counts as a message that is not handled until it has
     /// gone out.
     room enter_receipt() noexcept;
+    /// Receipts count no longer as messages that are not handled: none goes out any more.
+    void receipts_over() noexcept { receipts_over_ = true; }
     /// Takes a tracked send in; false over the limit.
     bool track() noexcept;
     /// One that was taken in has ended.
@@ -78,15 +80,16 @@ public:
     /// Whether so many received messages, with the receipts that wait, are to stop the reading, or not to let
     /// it go on yet.
     bool should_pause(unsigned waiting) const noexcept {
-        return limits_.received_waiting != 0 && waiting + receipts_ >= limits_.received_waiting;
+        return limits_.received_waiting != 0 && waiting + receipts() >= limits_.received_waiting;
     }
-    bool may_resume(unsigned waiting) const noexcept { return is_half(waiting + receipts_); }
+    bool may_resume(unsigned waiting) const noexcept { return is_half(waiting + receipts()); }
     /// Whether it is the messages that do not let it go on, whatever the receipts.
     bool is_busy(unsigned waiting) const noexcept { return !is_half(waiting); }
 
 private:
     using Guard = queue_teller::Guard;
 
+    unsigned receipts() const noexcept { return receipts_over_ ? 0 : receipts_.load(); }
     bool is_half(unsigned waiting) const noexcept { return waiting <= limits_.received_waiting / 2; }
     bool fits(unsigned long long frames, unsigned long long bytes) const noexcept;
     bool is_low() const noexcept;
@@ -103,6 +106,7 @@ private:
     unsigned long long bytes_ = 0;
     std::atomic<unsigned long long> tracked_{0};
     std::atomic<unsigned> receipts_{0};
+    std::atomic<bool> receipts_over_{false};
 };
 
 } // namespace TAV_IMPL_NAMESPACE

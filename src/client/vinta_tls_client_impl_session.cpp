@@ -259,13 +259,20 @@ void session::on_broken(std::error_code ec) {
         return;
     }
     if (!broken_.begun()) {
-        state_.stop_sends();
-        broken_.begin(ec);
+        begin_break(ec);
         if (input_.left()) {
             broken_.limit(receive_queue::rest_limit, [self = self_ptr(this)] { self->end_broken(false); });
         }
     }
     end_broken(true);
+}
+
+void session::begin_break(std::error_code ec) {
+    state_.stop_sends();
+    broken_.begin(ec);
+    // No receipt goes out any more, so that none may keep what came ahead of the break from being read.
+    account_->receipts_over();
+    input_.end_pause();
 }
 
 // Tells the end once nothing is left to wait for, or the time for that is over.

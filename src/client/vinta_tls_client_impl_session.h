@@ -147,6 +147,7 @@ private:
     void on_all_handled() noexcept override;
     void on_bad_frame() noexcept override { count_end(account_->counted().breaks_by_error); }
     void on_written() noexcept override { input_.end_pause(); }
+    void begin_break(std::error_code ec);
     void end_broken(bool in_time);
     /// Counts the end of a connection that was up, once.
     void count_end(counters::number & by) noexcept;

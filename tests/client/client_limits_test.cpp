@@ -171,6 +171,35 @@ TEST(ClientLimits, GatewayThatTakesNoReceiptsIsReadUpToTheLimit) {
     EXPECT_TRUE(eventually([&] { return rig.client.statistics().receipts_sent == total; }));
 }
 
+TEST(ClientLimits, BreakWhileReceiptsHoldTheReadingLosesNothingThatHadCome) {
+    constexpr unsigned limit = 2;
+    ClientRig rig;
+    rig.client.on_nbr_msg(0x2345, [&](unsigned long long sno, unsigned short, unsigned char const *, unsigned,
+                                      tavMsgExt) { rig.events.add("message " + textOf(sno)); });
+    tls::connect_option option = rig.option();
+    option.limits.received_waiting = limit;
+    rig.connect(option);
+    // More than sockets hold, so that all behind it waits until the peer reads.
+    Ask long_one(1);
+    long_one.text = tavString(std::string(15000000, 'x'));
+    rig.client.send_msg(long_one, tls::send_option());
+    ASSERT_FALSE(tls::last_failure());
+    std::string pushes;
+    for (unsigned i = 1; i <= limit + 1; ++i) {
+        Pkt push = mobile(0x2345, i);
+        push.affirm = 0x20;
+        pushes += push.framed();
+    }
+    ASSERT_TRUE(rig.server->send(pushes));
+    ASSERT_TRUE(eventually([&] { return rig.client.statistics().queued_frames == 1 + limit; }));
+    ASSERT_EQ(rig.client.statistics().messages_received, limit) << "the third has been read, and waits";
+    rig.server->reset();
+    ASSERT_TRUE(rig.events.wait(limit + 3)) << rig.events.count();
+    std::vector<std::string> const told = rig.events.all();
+    EXPECT_EQ(told[limit + 1], "message 3");
+    EXPECT_EQ(told[limit + 2].compare(0, 6, "error "), 0) << told[limit + 2];
+}
+
 TEST(ClientLimits, BytesThatWaitAreBoundedToo) {
     ClientRig rig;
     tls::connect_option option = rig.option();

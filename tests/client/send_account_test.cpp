@@ -170,6 +170,23 @@ TEST(SendAccount, ReceiptIsNeverRefusedAndStandsForAMessageThatIsNotHandled) {
     EXPECT_EQ(told.counted->copy().queued_frames, 1u);
 }
 
+TEST(SendAccount, ReceiptsThatAreOverKeepNothingFromBeingRead) {
+    limit_option limits;
+    limits.received_waiting = 4;
+    Told told(limits);
+    std::vector<send_account::room> receipts;
+    for (int i = 0; i < 4; ++i) {
+        receipts.push_back(told.account->enter_receipt());
+    }
+    ASSERT_TRUE(told.account->should_pause(0));
+    told.account->receipts_over();
+    EXPECT_FALSE(told.account->should_pause(0));
+    EXPECT_TRUE(told.account->may_resume(2));
+    EXPECT_FALSE(told.account->may_resume(3)) << "messages count as ever";
+    EXPECT_TRUE(told.account->should_pause(4));
+    EXPECT_EQ(told.counted->copy().queued_frames, 4u) << "they wait all the same";
+}
+
 TEST(SendAccount, ConnectionThatIsReplacedTellsLowWaterAheadOfTheNext) {
     auto const teller = std::make_shared<queue_teller>();
     std::vector<std::string> tellings;

@@ -11,7 +11,9 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 // Ends of one connection that meet: whichever comes first counts, and nothing else does.
 
@@ -22,6 +24,17 @@ namespace {
 class SessionEnds : public ::testing::Test {
 protected:
     void connect() { session = rig.connect(peer, server); }
+    /// The same with a limit of what is read ahead of its callback.
+    void connect(unsigned received_waiting) {
+        tav::tls::connect_option option = rig.option(peer);
+        option.limits.received_waiting = received_waiting;
+        session = rig.connect(peer, server, option);
+    }
+    /// What the session is told of a read or a write that has failed, on the I/O thread.
+    void break_by(std::error_code ec) {
+        impl::connection_owner & owner = *session;
+        owner.on_broken(ec);
+    }
     /// Has `f` called once, at the first line that holds `part`.
     void at(std::string part, std::function<void()> f) {
         log.at(std::move(part), [this, f = std::move(f)] {
@@ -105,4 +118,29 @@ TEST_F(SessionEnds, BreakThatOvertakesSilenceHasItsCause) {
     EXPECT_EQ(session->cause(), tav::tls::failure::peer_silent);
     session->close();
     EXPECT_EQ(counts(), "0 closes, 0 by peer, 0 by error, 1 by silence");
+}
+
+// A break may come while the word that reading can go on is on its way: what came ahead of it counts as ever.
+TEST_F(SessionEnds, BreakWhileAPauseEndsLosesNothingThatHadCome) {
+    Gate gate;
+    rig.on_body = [&](std::string const & body) {
+        gate.pass();
+        rig.events.add(body);
+    };
+    connect(1);
+    ASSERT_TRUE(server->send(frame("first") + frame("second")));
+    ASSERT_TRUE(gate.waitArrived());
+    rig.settle();
+    rig.onIoThread([&] {
+        auto const before = session->getRefCount();
+        gate.open();
+        // The word keeps the session until it has been read, which is behind this function.
+        EXPECT_TRUE(eventually([&] { return session->getRefCount() > before; }));
+        break_by(asio::error::connection_reset);
+    });
+    server->reset();
+    ASSERT_TRUE(rig.events.wait(4)) << rig.events.count();
+    EXPECT_EQ(rig.events.all(),
+              (std::vector<std::string>{"open", "first", "second", "error Connection reset by peer"}));
+    session->close();
 }
