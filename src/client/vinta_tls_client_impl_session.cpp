@@ -251,20 +251,27 @@ void session::on_error(std::error_code ec, std::string told) {
 
 // What came before the end counts: the sends are cancelled and the error is told when it has been handled,
 // for which it gets a second.  A failed write leaves the read on, which may still bring something ahead of
-// its own end.
+// its own end.  Without memory to limit that, the end is told at once.
 void session::on_broken(std::error_code ec) {
     if (state_.closing_actively() || broken_.told()) {
         sends_.set_cause(named_break(ec));
         on_error(ec);
         return;
     }
+    bool in_time = true;
     if (!broken_.begun()) {
         begin_break(ec);
-        if (input_.left()) {
-            broken_.limit(receive_queue::rest_limit, [self = self_ptr(this)] { self->end_broken(false); });
+        try {
+            if (input_.left()) {
+                broken_.limit(receive_queue::rest_limit,
+                              [self = self_ptr(this)] { self->end_broken(false); });
+            }
+        } catch (std::bad_alloc const & e) {
+            tav::detail::reportCaught(here("tav::tls::impl::session::on_broken"), e.what());
+            in_time = false;
         }
     }
-    end_broken(true);
+    end_broken(in_time);
 }
 
 void session::begin_break(std::error_code ec) {

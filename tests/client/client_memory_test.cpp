@@ -6,10 +6,12 @@
 
 #include <gtest/gtest.h>
 
+#include <asio/error.hpp>
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <new>
@@ -262,6 +264,38 @@ TEST_F(ClientMemory, EndOfAPauseThatTheReceiverCanNotTellComesWithTheTick) {
     all_fail = false;
     test_thread = true;
     EXPECT_TRUE(answers());
+}
+
+TEST_F(ClientMemory, BreakThatCanNotBeLimitedIsToldAtOnceAsWhatItIs) {
+    SessionRig other;
+    TlsPeer peer;
+    std::atomic<int> told{0};
+    tls::connect_option option = other.option(peer);
+    option.set_on_error([&](unsigned long long, unsigned short, int code, char const *) { told = code; });
+    unsigned without = 0;
+    bool more = true;
+    for (long n = 0; more; ++n) {
+        ASSERT_LT(n, 200);
+        told = 0;
+        std::unique_ptr<TlsConnection> server;
+        auto const session = other.connect(peer, server, option);
+        // Its read is under way, so that it is waited for.
+        int at_once = 0;
+        other.onIoThread([&] {
+            test_thread = true;
+            failAt(n, true);
+            impl::connection_owner & owner = *session;
+            owner.on_broken(asio::error::connection_reset);
+            more = failed();
+            at_once = told;
+            test_thread = false;
+        });
+        without += more ? 1u : 0u;
+        ASSERT_EQ(at_once, more ? ECONNRESET : 0) << n;
+        server->reset();
+        ASSERT_TRUE(eventually([&] { return told == ECONNRESET; })) << n;
+    }
+    EXPECT_GE(without, 1u);
 }
 
 TEST_F(ClientMemory, LookupWhoseThreadHasNoneIsAnswered) {
