@@ -132,7 +132,7 @@ bool session::passive_close() {
         return false;
     }
     if (left == session_state::connected) {
-        count_end(breaks_by_cause());
+        count_end(breaks_by(cause()));
     }
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::passive_close"), name_, " passive closing...");
     close_socket();
@@ -145,9 +145,9 @@ void session::count_end(counters::number & by) noexcept {
     }
 }
 
-counters::number & session::breaks_by_cause() const noexcept {
+counters::number & session::breaks_by(failure why) const noexcept {
     counters & counted = account_->counted();
-    switch (cause()) {
+    switch (why) {
     case failure::closed_by_peer: return counted.breaks_by_peer;
     case failure::peer_silent: return counted.breaks_by_silence;
     default: return counted.breaks_by_error;
@@ -274,9 +274,13 @@ void session::on_broken(std::error_code ec) {
     end_broken(in_time);
 }
 
+// It counts as a break from here on, also if the application closes the connection ahead of the word of it.
 void session::begin_break(std::error_code ec) {
     state_.stop_sends();
     broken_.begin(ec);
+    if (state_.now() == session_state::connected) {
+        count_end(breaks_by(cause() != failure::none ? cause() : named_break(ec)));
+    }
     // No receipt goes out any more, so that none may keep what came ahead of the break from being read.
     account_->receipts_over();
     input_.end_pause();

@@ -151,7 +151,7 @@ private:
     void end_broken(bool in_time);
     /// Counts the end of a connection that was up, once.
     void count_end(counters::number & by) noexcept;
-    counters::number & breaks_by_cause() const noexcept;
+    counters::number & breaks_by(failure why) const noexcept;
 
     // Closing.
     void close_socket();

@@ -120,6 +120,22 @@ TEST_F(SessionEnds, BreakThatOvertakesSilenceHasItsCause) {
     EXPECT_EQ(counts(), "0 closes, 0 by peer, 0 by error, 1 by silence");
 }
 
+TEST_F(SessionEnds, CloseBehindABreakIsABreak) {
+    Gate gate;
+    rig.on_body = [&](std::string const &) { gate.pass(); };
+    connect();
+    server->send(frame("goodbye"));
+    ASSERT_TRUE(gate.waitArrived());
+    server->close();
+    ASSERT_TRUE(eventually([this] { return session->closing(); }));
+    rig.settle();
+    session->active_close();
+    EXPECT_EQ(counts(), "0 closes, 1 by peer, 0 by error, 0 by silence");
+    gate.open();
+    session->close();
+    EXPECT_EQ(counts(), "0 closes, 1 by peer, 0 by error, 0 by silence");
+}
+
 // A break may come while the word that reading can go on is on its way: what came ahead of it counts as ever.
 TEST_F(SessionEnds, BreakWhileAPauseEndsLosesNothingThatHadCome) {
     Gate gate;
