@@ -202,8 +202,9 @@ Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reu
 void Client::close__() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::Client::close__"), name_, " close...");
     Lock const guard(requests_mutex_);
-    events_.begin_era();
+    // A close that could not be put leaves the connection as it is, and the word of its end too.
     main_queue_.put([self = shared_from_this()] { self->on_close(); });
+    events_.begin_era();
 }
 
 void Client::cancel_all__() {

@@ -266,6 +266,33 @@ TEST_F(ClientMemory, EndOfAPauseThatTheReceiverCanNotTellComesWithTheTick) {
     EXPECT_TRUE(answers());
 }
 
+TEST_F(ClientMemory, CloseThatThereIsNoneForSilencesNothing) {
+    unsigned thrown = 0;
+    bool more = true;
+    for (long n = 0; more; ++n) {
+        ASSERT_LT(n, 200);
+        errors = 0;
+        failAt(n, true);
+        bool closed = true;
+        try {
+            rig.client.close();
+        } catch (std::bad_alloc const &) {
+            closed = false;
+        }
+        more = failed();
+        if (!closed) {
+            ++thrown;
+            ASSERT_TRUE(rig.client.connected()) << n;
+            rig.server->reset();
+            ASSERT_TRUE(eventually([&] { return errors > 0; })) << n;
+        }
+        ASSERT_TRUE(eventually([&] { return !rig.client.connected(); })) << n;
+        connect();
+    }
+    EXPECT_GE(thrown, 1u);
+    EXPECT_TRUE(answers());
+}
+
 TEST_F(ClientMemory, BreakThatCanNotBeLimitedIsToldAtOnceAsWhatItIs) {
     SessionRig other;
     TlsPeer peer;
