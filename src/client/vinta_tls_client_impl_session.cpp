@@ -192,7 +192,8 @@ bool session::on_timer(bool stopping) {
         }
         heartbeat_.listened(socket_.bytes_received(), now);
         if (input_.paused() && input_.busy()) {
-            heartbeat_.resumed(now);
+            // What ran above may have taken long.
+            heartbeat_.resumed(clock_());
         } else if (heartbeat_.missed(now)) {
             on_heartbeat_timedout();
         }

@@ -514,3 +514,60 @@ TEST(SessionTimerHeartbeat, PeerThatTakesNoReceiptsIsSilent) {
     EXPECT_TRUE(eventually([&] { return rig.events.count("heartbeat timedout") == 1; }));
     EXPECT_EQ(rig.counted->copy().breaks_by_silence, 1u);
 }
+
+// A tick whose functions take long has an old time, which must not take the place of the time of the pause.
+TEST(SessionTimerHeartbeat, LongTickDoesNotSetThePauseBack) {
+    constexpr unsigned limit = 2;
+    Gate callback;
+    Gate timer;
+    TlsPeer peer;
+    std::unique_ptr<TlsConnection> server;
+    SessionRig rig("<a>");
+    rig.freeze();
+    rig.on_body = [&](std::string const &) { callback.pass(); };
+    tav::tls::connect_option option = rig.option(peer);
+    option.limits.received_waiting = limit;
+    auto const s = rig.connect(peer, server, option);
+    s->check_heartbeat(true);
+    std::string const more_than_sockets_hold(15000000, 'x');
+    ASSERT_TRUE(s->send_raw(reinterpret_cast<unsigned char const *>(more_than_sockets_hold.data()),
+                            static_cast<unsigned>(more_than_sockets_hold.size())));
+    auto const track = [&s](unsigned long long sno, std::function<void()> f) {
+        auto const pkt = tav::im::Packet::create(true, 4);
+        pkt->setSequence(sno);
+        s->send_pkt(pkt, tav::tls::send_option(
+                             1000, [f](unsigned long long, unsigned short, bool) { f(); }, false, 4));
+    };
+    // The ticks are the test's own while the timer's thread is kept.
+    track(1, [&] { timer.pass(); });
+    ASSERT_TRUE(eventually([&] { return s->sends().size() == 1; }));
+    rig.advance(1001);
+    ASSERT_TRUE(timer.waitArrived());
+    bool long_tick = false;
+    track(2, [&] {
+        long_tick = true;
+        rig.advance(session::HEARTBEAT_INTERVAL_MS * (session::HEARTBEAT_MISSES + 1));
+    });
+    ASSERT_TRUE(eventually([&] { return s->sends().size() == 1; }));
+    for (unsigned i = 0; i < limit; ++i) {
+        ASSERT_TRUE(server->send(frame("body")));
+    }
+    ASSERT_TRUE(callback.waitArrived());
+    ASSERT_TRUE(eventually([&] { return rig.counted->copy().received_waiting == limit - 1; }));
+    rig.settle();
+    for (unsigned i = 0; i < limit; ++i) {
+        ASSERT_TRUE(s->send_receipt(tav::im::Packet::create(true, 4)));
+    }
+    s->on_timer(false);
+    rig.advance(1001);
+    s->on_timer(false);
+    ASSERT_TRUE(long_tick);
+    callback.open();
+    // From the second on it is the receipts that hold the reading.
+    ASSERT_TRUE(rig.bodies.wait(limit - 1));
+    ASSERT_TRUE(callback.waitArrived(limit));
+    s->on_timer(false);
+    EXPECT_TRUE(s->connected());
+    EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
+    timer.open();
+}
