@@ -19,8 +19,7 @@ namespace TAV_IMPL_NAMESPACE {
 /// The end that the network brings to one connection.  It begins with the first failure, and is told once:
 /// when all that came before has been handled, or when the time for that is over.  Internal.
 ///
-/// Thread safety: begun and, once that thread has ended, cancel from any thread; all else on the thread that
-/// runs `io`.
+/// Thread safety: begun and cancel on any thread; all else on the thread that runs `io`.
 class broken_end {
 public:
     explicit broken_end(asio::io_context & io) : limit_(io) {}
@@ -48,7 +47,8 @@ private:
     std::atomic<bool> begun_{false};
     std::error_code error_;
     bool told_ = false;
-    std::mutex cancel_mutex_;
+    /// Guards what limits the end.
+    std::mutex limit_mutex_;
     asio::steady_timer limit_;
 };
 

@@ -4,7 +4,9 @@
 
 #include <asio/error.hpp>
 
+#include <atomic>
 #include <chrono>
+#include <thread>
 
 using std::chrono::milliseconds;
 using tav::tls::impl::broken_end;
@@ -54,4 +56,26 @@ TEST(BrokenEnd, LimitIsDroppedByTheTellingAndByACancellation) {
         EXPECT_EQ(calls, 0) << told;
         io.restart();
     }
+}
+
+TEST(BrokenEnd, CancellationMeetsALimitOnAnotherThread) {
+    asio::io_context io;
+    broken_end end(io);
+    end.begin(asio::error::eof);
+    std::atomic<bool> done{false};
+    std::atomic<int> cancelled{0};
+    std::thread other([&] {
+        for (; !done; ++cancelled) {
+            end.cancel();
+        }
+    });
+    int calls = 0;
+    for (int i = 0; i < 1000 || cancelled == 0; ++i) {
+        end.limit(std::chrono::hours(1), [&] { ++calls; });
+    }
+    done = true;
+    other.join();
+    end.cancel();
+    EXPECT_GE(io.run(), 1000u) << "each limit has ended";
+    EXPECT_EQ(calls, 0);
 }
