@@ -131,7 +131,7 @@ void Client::fini__() {
     io_.close();
 }
 
-Client::connect_ptr Client::start__(connect_option const & option, bool reuseConnected) {
+Client::connect_ptr Client::start__(connect_option const & option, bool reuse_connected) {
     detail::Site const site = here("tav::tls::impl::Client::start__");
     if (option.host.empty()) {
         set_last_failure(failure::bad_address);
@@ -154,7 +154,7 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
             present_.take_connecting(last);
         }
     }
-    if (reuseConnected && connected()) {
+    if (reuse_connected && connected()) {
         auto const present = present_.option();
         if (present->host == option.host && present->port == option.port &&
             is_same_policy(present->policy, option.policy)) {
@@ -174,7 +174,7 @@ Client::connect_ptr Client::start__(connect_option const & option, bool reuseCon
     return info;
 }
 
-Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reuseConnected) {
+Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reuse_connected) {
     detail::Site const site = here("tav::tls::impl::Client::reconnect__");
     if (connect_ptr const last = present_.connecting()) {
         log_line(tavLogger::WARN, site, [&](std::ostream & out) {
@@ -184,7 +184,7 @@ Client::connect_ptr Client::reconnect__(timedout_option const & option, bool reu
         set_last_failure(failure::busy);
         return last;
     }
-    if (reuseConnected && connected()) {
+    if (reuse_connected && connected()) {
         log_line(tavLogger::WARN, site,
                  [&](std::ostream & out) { out << name_ << " connected already, no need to reconnect"; });
         return std::make_shared<connect_info>(name_);

@@ -47,8 +47,8 @@ public:
     /// What stands for this client, as thread_role knows it.
     void const * key() const { return io_.io().get(); }
 
-    connect_ptr start__(connect_option const & option, bool reuseConnected);
-    connect_ptr reconnect__(timedout_option const & option, bool reuseConnected);
+    connect_ptr start__(connect_option const & option, bool reuse_connected);
+    connect_ptr reconnect__(timedout_option const & option, bool reuse_connected);
     void close__();
     void cancel_all__();
 

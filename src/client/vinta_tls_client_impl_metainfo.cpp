@@ -46,14 +46,14 @@ std::string metainfo::message_to_json(tav_istr body, unsigned short msgcode, boo
 }
 
 void metainfo::json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode,
-                               tav_istr className) const {
+                               tav_istr class_name) const {
     json2nbr::WriteStage stage;
-    json_to_message(json, body, msgcode, className, stage);
+    json_to_message(json, body, msgcode, class_name, stage);
 }
 
-void metainfo::json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr className,
+void metainfo::json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr class_name,
                                json2nbr::WriteStage & stage) const {
-    json2nbr::write(json, body, msgcode, factory_, className, stage);
+    json2nbr::write(json, body, msgcode, factory_, class_name, stage);
 }
 
 } // namespace TAV_IMPL_NAMESPACE

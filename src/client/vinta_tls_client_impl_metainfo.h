@@ -42,9 +42,9 @@ public:
     /// The JSON object as an NBR document.  `msgcode` is the code to use, 0xffff for that of the class, and
     /// becomes the message's code.  Throws std::invalid_argument, and then leaves `body` as it was; an empty
     /// text leaves both.
-    void json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr className) const;
+    void json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr class_name) const;
     /// The same, and tells how far it came, also when it throws.
-    void json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr className,
+    void json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode, tav_istr class_name,
                          json2nbr::WriteStage & stage) const;
 
 private:
