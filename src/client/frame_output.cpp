@@ -45,12 +45,6 @@ frame_output::frame_output(connection_parts const & of)
           };
       }) {}
 
-void frame_output::begin() {
-    if (!writer_.empty() && of_.state.now() == session_state::connected) {
-        do_write(of_.hold());
-    }
-}
-
 bool frame_output::send_raw(unsigned char const * data, unsigned size) {
     tavBytes frame(size + head_size);
     frame.writeBigEndian(size);

@@ -26,7 +26,7 @@ namespace TAV_IMPL_NAMESPACE {
 /// writes.  Internal.
 ///
 /// What is under way keeps the owner of the connection.
-/// Thread safety: begin and drop_unsent on the I/O thread, all else on any.
+/// Thread safety: drop_unsent on the I/O thread, all else on any.
 class frame_output {
 public:
     explicit frame_output(connection_parts const & of);
@@ -35,8 +35,6 @@ public:
 
     /// Starts "sender".
     void start() { outgoing_.start(); }
-    /// Begins to write: the connection is up.
-    void begin();
     /// Ends "sender".
     void close() { outgoing_.close(); }
     /// Takes out the tracked sends that "sender" never came to.

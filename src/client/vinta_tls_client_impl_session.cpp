@@ -207,7 +207,6 @@ tls_report session::negotiated() const {
 
 void session::connect_up() {
     input_.begin();
-    output_.begin();
 }
 
 void session::connect_failed(std::error_code ec, std::string told) {
