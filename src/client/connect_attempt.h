@@ -35,7 +35,8 @@ public:
 /// The one attempt of a connection to come up: lookup, race of the addresses, proxy and handshake.  It stops
 /// at each step at which the connection has ended.  Internal.
 ///
-/// Thread safety: begin on one thread, the two cancels on any, all else on the I/O thread.
+/// Thread safety: begin on one thread, cancel_lookup, begun_ms and looking_up on any, cancel on the I/O
+/// thread or when nothing of the attempt can run there, all else on the I/O thread.
 class connect_attempt {
 public:
     /// What the attempt works on: parts of its owner, which live as long as it does.

@@ -16,7 +16,7 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-/// The lines of frames stand in the log under a file of their own, as the session's.
+/// The lines of frames stand in the log under a name of their own, as the session's.
 constexpr tav::detail::Site at(char const * func, unsigned line = static_cast<unsigned>(__builtin_LINE())) {
     return site_in("vinta_tls_client_impl_framing.cpp", func, line);
 }
@@ -31,7 +31,7 @@ void frame_input::start() {
                     [this, owner = of_.hold()](tavBytes body) { handle_frame(std::move(body)); });
 }
 
-// One read is outstanding while the session is connected.  It takes whatever has come.
+// At most one read is outstanding.  It takes whatever has come.
 void frame_input::do_read(owner_ptr owner) {
     frame_reader::place const room = reader_.room();
     of_.socket.stream().async_read_some(

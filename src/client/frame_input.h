@@ -39,7 +39,7 @@ public:
     /// came ahead of it.
     bool left() const { return reading_ || resting_ || received_.any_left(); }
     bool paused() const { return received_.paused(); }
-    /// Whether reading could not go on though no receipt waited.
+    /// Whether reading could not go on even if no receipt waited.
     bool busy() const { return received_.busy(); }
     /// Goes on with reading if enough has been handled since it paused.
     void end_pause() noexcept;

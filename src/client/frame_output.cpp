@@ -30,7 +30,7 @@ void write_size(unsigned char * head, unsigned size) {
     head[3] = static_cast<unsigned char>(size);
 }
 
-/// The lines of frames stand in the log under a file of their own, as the session's.
+/// The lines of frames stand in the log under a name of their own, as the session's.
 constexpr tav::detail::Site at(char const * func, unsigned line = static_cast<unsigned>(__builtin_LINE())) {
     return site_in("vinta_tls_client_impl_framing.cpp", func, line);
 }

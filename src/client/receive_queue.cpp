@@ -13,7 +13,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// The lines of what is read and of its end stand in the log under the session's two files.
+/// The lines of what is read and of its end stand in the log under two names, the session's and the frames'.
 constexpr char const * session_file = "vinta_tls_client_impl_session.cpp";
 constexpr char const * frames_file = "vinta_tls_client_impl_framing.cpp";
 

@@ -62,7 +62,7 @@ public:
     /// Reading pauses; false if enough was handled meanwhile: "receiver" may have seen no pause to end.
     bool pause() noexcept;
     bool paused() const noexcept { return paused_; }
-    /// Whether reading could not go on though no receipt waited.
+    /// Whether reading could not go on even if no receipt waited.
     bool busy() const noexcept { return account_->is_busy(unhandled_); }
     /// Whether it pauses though enough has been handled.
     bool may_resume() const noexcept { return paused_ && account_->may_resume(unhandled_); }

@@ -18,7 +18,7 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-/// The lines of a send stand in the log under the file of the session's frames, with which they are read.
+/// The lines of a send stand in the log under the name of the session's frames, with which they are read.
 constexpr char const * log_file = "vinta_tls_client_impl_framing.cpp";
 
 } // namespace

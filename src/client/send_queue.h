@@ -20,7 +20,7 @@ class send_info;
 /// The packets of one connection that wait for its thread "sender", which takes them one after the other.
 /// Internal.
 ///
-/// Thread safety: all operations.
+/// Thread safety: all operations, start ahead of all others.
 class send_queue {
 public:
     /// A packet, the send that tracks it, if one does, and the room that it takes.

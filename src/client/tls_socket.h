@@ -24,8 +24,9 @@ namespace TAV_IMPL_NAMESPACE {
 
 /// The TLS stream of one session.
 ///
-/// The descriptor is opened and closed by the I/O thread.  Thread safety: what asks for the descriptor, shuts
-/// it down or closes it, and kept_report, on any thread; all else on the I/O thread.
+/// The descriptor is opened and closed by the I/O thread.  Thread safety: init ahead of all that follows it;
+/// what asks for the descriptor, shuts it down or closes it, setup, should_verify and kept_report, on any
+/// thread; all else on the I/O thread.
 class tls_socket {
 public:
     using stream_type = asio::ssl::stream<asio::ip::tcp::socket>;

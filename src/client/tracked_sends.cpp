@@ -13,7 +13,7 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-/// The lines of a connection's sends stand in the log under the file of its frames, with which they are read.
+/// The lines of a connection's sends stand in the log under the name of its frames, with which they are read.
 constexpr char const * log_file = "vinta_tls_client_impl_framing.cpp";
 
 } // namespace

@@ -28,7 +28,8 @@ namespace TAV_IMPL_NAMESPACE {
 /// are given to the callback of the first level that has one.  Internal.
 ///
 /// Its operations that send are named in the log as the client's.
-/// Thread safety: all operations; on_recv is called on the thread "receiver".
+/// Thread safety: all operations; on_recv is called on the thread "receiver", and on the one that closes the
+/// connection.
 class message_dispatch {
 public:
     using send_ptr = std::shared_ptr<tls::send_info>;

@@ -18,8 +18,9 @@ namespace tls {
 /// The tag of every line of the client.
 inline constexpr char log_tag[] = "TLS.CLT";
 
-/// A place that stands in the log under another file than its own.  Lines keep the file that they are
-/// searched under when their code is taken to another one.
+/// A place that stands in the log under another file than its own.  Lines keep the name that they are
+/// searched under when their code is taken to another file.  The name is the log's alone: there need be no
+/// such file.
 constexpr detail::Site site_in(char const * file, char const * func,
                                unsigned line = static_cast<unsigned>(__builtin_LINE())) {
     return detail::Site{file, line, func};

@@ -298,7 +298,7 @@ void session::end_broken(bool in_time) {
 }
 
 void session::cancel_all() {
-    // Under the file of the frames, as all that is told of sends.
+    // Under the name of the frames, as all that is told of sends.
     log_parts(tavLogger::INFO,
               site_in("vinta_tls_client_impl_framing.cpp", "tav::tls::impl::session::cancel_all"), name_,
               " cancel session");

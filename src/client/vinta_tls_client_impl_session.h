@@ -83,7 +83,7 @@ public:
     void active_close();
     /// Closes the socket as the network's doing; true if this call did it.
     bool passive_close();
-    /// Ends the connection as if its socket had failed with `ec`, which is told.
+    /// Ends the connection as if its socket had failed with `ec`, which is told.  On the I/O thread.
     void fail(std::error_code ec) { on_error(ec); }
     /// Why it fails or breaks; none as long as it does not.
     failure cause() const noexcept { return sends_.cause(); }
@@ -140,7 +140,8 @@ private:
     void connect_failed(std::error_code ec, std::string told) override;
     void connect_refused(std::string const & why) override;
 
-    // The end that the network brings, on the I/O thread.
+    // What the reading and the writing tell, and the end that the network brings.  On the I/O thread, but for
+    // the last frame and the count of ends.
     void on_error(std::error_code ec);
     void on_error(std::error_code ec, std::string told);
     void on_broken(std::error_code ec) override;
