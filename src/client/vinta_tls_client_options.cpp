@@ -71,11 +71,15 @@ void fill(send_option & out, timedout_option const & limit, bool grey, unsigned 
     out.version = version;
 }
 
-/// The reply that is expected, and the end without one.
-void expect(send_option & out, error_function error, message_callback const & callback, unsigned short ack) {
+/// The same of one with a reply, whose callback `word` names in the log.
+void fill(send_option & out, timedout_option const & limit, error_function error,
+          message_callback const & callback, unsigned short ack, bool grey, unsigned short version,
+          char const * word) {
+    fill(out, limit, grey, version);
     out.on_error_ = std::move(error);
     out.callback_ = callback;
     out.ack = ack;
+    log_constructed(word, detail::here("tav::tls::send_option::send_option"));
 }
 
 /// Calls through a copy, as the function may replace the one that the object holds.  Without memory for one
@@ -618,33 +622,29 @@ send_option::send_option() : ack(no_code), grey(false), version(4), sno(0) {}
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, obj_function f,
                          unsigned short ack_code, bool is_grey, unsigned short pkt_version)
     : send_option() {
-    fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
-    expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
-    log_constructed("using object msg callback", detail::here("tav::tls::send_option::send_option"));
+    fill(*this, timedout_option(wait_ms, std::move(timedout)), std::move(error),
+         message_callback(std::move(f)), ack_code, is_grey, pkt_version, "using object msg callback");
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, json_function f,
                          unsigned short ack_code, bool is_grey, unsigned short pkt_version)
     : send_option() {
-    fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
-    expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
-    log_constructed("using json msg callback", detail::here("tav::tls::send_option::send_option"));
+    fill(*this, timedout_option(wait_ms, std::move(timedout)), std::move(error),
+         message_callback(std::move(f)), ack_code, is_grey, pkt_version, "using json msg callback");
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, nbr_function f,
                          unsigned short ack_code, bool is_grey, unsigned short pkt_version)
     : send_option() {
-    fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
-    expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
-    log_constructed("using nbr msg callback", detail::here("tav::tls::send_option::send_option"));
+    fill(*this, timedout_option(wait_ms, std::move(timedout)), std::move(error),
+         message_callback(std::move(f)), ack_code, is_grey, pkt_version, "using nbr msg callback");
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, error_function error, ptr_function f,
                          unsigned short ack_code, bool is_grey, unsigned short pkt_version)
     : send_option() {
-    fill(*this, timedout_option(wait_ms, std::move(timedout)), is_grey, pkt_version);
-    expect(*this, std::move(error), message_callback(std::move(f)), ack_code);
-    log_constructed("using ptr msg callback", detail::here("tav::tls::send_option::send_option"));
+    fill(*this, timedout_option(wait_ms, std::move(timedout)), std::move(error),
+         message_callback(std::move(f)), ack_code, is_grey, pkt_version, "using ptr msg callback");
 }
 
 send_option::send_option(int wait_ms, timedout_function timedout, bool is_grey, unsigned short pkt_version)
@@ -657,9 +657,7 @@ send_option::send_option(timedout_option const & timedout, error_function error,
                          message_callback const & callback, unsigned short ack_code, bool is_grey,
                          unsigned short pkt_version)
     : send_option() {
-    fill(*this, timedout, is_grey, pkt_version);
-    expect(*this, std::move(error), callback, ack_code);
-    log_constructed("using all", detail::here("tav::tls::send_option::send_option"));
+    fill(*this, timedout, std::move(error), callback, ack_code, is_grey, pkt_version, "using all");
 }
 
 send_option::send_option(timedout_option const & timedout, bool is_grey, unsigned short pkt_version)
