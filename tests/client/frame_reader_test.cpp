@@ -1,6 +1,6 @@
 #include "client/frame_reader.h"
 
-#include "support/tls_peer.h"
+#include "support/frame_bytes.h"
 
 #include <gtest/gtest.h>
 

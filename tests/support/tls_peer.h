@@ -1,6 +1,8 @@
 #ifndef TAV_TESTS_SUPPORT_TLS_PEER_H
 #define TAV_TESTS_SUPPORT_TLS_PEER_H
 
+#include "support/frame_bytes.h"
+
 #include <openssl/bio.h>
 #include <openssl/bn.h>
 #include <openssl/ec.h>
@@ -39,16 +41,6 @@
 namespace tav_test {
 
 constexpr int peer_limit_ms = 10000;
-
-/// A length in four bytes, most significant first, and the body.
-inline std::string frame(std::string const & body) {
-    auto const size = static_cast<unsigned>(body.size());
-    std::string out;
-    for (int shift = 24; shift >= 0; shift -= 8) {
-        out.push_back(static_cast<char>(static_cast<unsigned char>(size >> shift)));
-    }
-    return out + body;
-}
 
 /// A certificate authority, and a certificate for "localhost" that it signed, as PEM texts.
 class TlsIdentity {
