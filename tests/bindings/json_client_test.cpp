@@ -386,8 +386,8 @@ TEST(JsonClient, BadRequestsNameWhatIsWrong) {
 }
 
 TEST(JsonClient, LogGoesToAFile) {
-    char path[] = "/tmp/tav_json_log_XXXXXX";
-    ::close(::mkstemp(path));
+    Folder const folder;
+    std::string const path = folder.path() + "/app.log";
     EXPECT_EQ(nameOf(execute(
                   {{"@type", "log"}, {"file", path}, {"levels", "(default(DEBUG))"}, {"size", 1000000}})),
               "ok");
@@ -403,7 +403,6 @@ TEST(JsonClient, LogGoesToAFile) {
     lines << std::ifstream(path).rdbuf();
     EXPECT_NE(lines.str().find("send nbr msg 0x3001"), std::string::npos) << lines.str();
     tavLogger::finalize();
-    std::remove(path);
 }
 
 TEST(JsonClient, LogRefusesWhatItWouldLetPass) {

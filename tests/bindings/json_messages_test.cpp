@@ -435,12 +435,10 @@ TEST(JsonMessages, TemplateOfWhichAPartWouldBeLostIsRefused) {
 }
 
 TEST(JsonMessages, TemplateOfAFileIsBlamedAsSuch) {
-    char path[] = "/tmp/tav_json_test_XXXXXX";
-    ::close(::mkstemp(path));
-    std::ofstream(path) << "A:object(__class__(A) __code__(3001) [1]x:strng())";
+    Folder const folder;
+    std::string const path = folder.write("a.pml", "A:object(__class__(A) __code__(3001) [1]x:strng())");
     EXPECT_EQ(
         blamed(execute(
             {{"@type", "encode"}, {"template_file", path}, {"class", "A"}, {"message", Json::object()}})),
         "bad_template template_file");
-    std::remove(path);
 }

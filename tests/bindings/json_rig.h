@@ -4,15 +4,13 @@
 #include "tav/kit/tav_im_json.h"
 
 #include "gateway/gateway_core.h"
+#include "support/folder.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <stdlib.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <fstream>
 #include <functional>
 #include <mutex>
@@ -60,12 +58,7 @@ public:
     explicit Gate(tav::gateway::Options const & options = tav::gateway::Options())
         : gateway(options, certificates()) {
         gateway.start();
-        char path[] = "/tmp/tav_json_test_XXXXXX";
-        ::close(::mkstemp(path));
-        ca = path;
-        std::ofstream(ca) << certificates().ca;
     }
-    ~Gate() { std::remove(ca.c_str()); }
     Gate(Gate const &) = delete;
     Gate & operator=(Gate const &) = delete;
 
@@ -80,7 +73,8 @@ public:
     }
 
     tav::gateway::Gateway gateway;
-    std::string ca;
+    Folder const folder;
+    std::string const ca = folder.write("ca.pem", certificates().ca);
 };
 
 /// A client, and what it has received so far.

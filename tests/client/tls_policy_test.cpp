@@ -1,6 +1,7 @@
 #include "client/tls_setup.h"
 
 #include "support/client_rig.h"
+#include "support/folder.h"
 #include "support/log_capture.h"
 #include "support/memory_tls.h"
 
@@ -9,7 +10,6 @@
 #include <sys/socket.h>
 
 #include <cstdlib>
-#include <filesystem>
 
 using namespace tav_test;
 using tls::tls_policy;
@@ -204,17 +204,15 @@ TEST(TlsPolicySetup, TrustThatCantBeReadIsToldWithItsPlace) {
 }
 
 TEST(TlsPolicySetup, FolderOfCertificatesIsTrustedAsTheOptionHasIt) {
-    std::string folder = (std::filesystem::temp_directory_path() / "tls_policy_XXXXXX").string();
-    ASSERT_NE(::mkdtemp(&folder[0]), nullptr);
-    std::ofstream(folder + "/one.0") << Pki::the().root.pem();
-    std::ofstream(folder + "/two.1") << Pki::the().stranger.pem();
+    Folder const folder;
+    folder.write("one.0", Pki::the().root.pem());
+    folder.write("two.1", Pki::the().stranger.pem());
     Trial t;
-    t.option.ca = folder + "/";
+    t.option.ca = folder.path() + "/";
     auto const made = t.setup();
     X509_STORE * const store = SSL_CTX_get_cert_store(made->ssl_context().native_handle());
     EXPECT_EQ(sk_X509_OBJECT_num(X509_STORE_get0_objects(store)), 1);
     EXPECT_TRUE(made->verifies());
-    std::filesystem::remove_all(folder);
 }
 
 TEST(TlsPolicySetup, SystemsStoreCountsAsAskedFor) {

@@ -1,9 +1,10 @@
 #include "tav/vinta/vinta_basetypes_util.h"
 
+#include "support/folder.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <limits>
@@ -35,19 +36,13 @@ std::string funcName(char const * name) {
     return text(tavUtil::getFuncName(name));
 }
 
-/// A directory of its own for each test, removed behind it.
+/// A folder of its own for each test.
 class UtilFiles : public testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "tav_util_XXXXXX").string();
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        directory = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(directory); }
-
     std::string path(char const * name) const { return (directory / name).string(); }
 
-    std::filesystem::path directory;
+    tav_test::Folder const folder;
+    std::filesystem::path const directory = folder.path();
 };
 
 TEST(UtilNames, FileNameStandsBehindTheLastSeparator) {

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_log.h"
 
+#include "support/folder.h"
 #include "support/shape.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
 #include "tav/vinta/vinta_basetypes_time.h"
@@ -7,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -54,17 +54,8 @@ std::size_t frame() {
 
 class LogFile : public testing::Test {
 protected:
-    void SetUp() override {
-        tavLogger::finalize();
-        std::string pattern = testing::TempDir() + "tav_log_XXXXXX";
-        ASSERT_NE(::mkdtemp(&pattern[0]), nullptr);
-        folder_ = pattern;
-        path_ = folder_ + "/app.log";
-    }
-    void TearDown() override {
-        tavLogger::finalize();
-        fs::remove_all(folder_);
-    }
+    void SetUp() override { tavLogger::finalize(); }
+    void TearDown() override { tavLogger::finalize(); }
 
     /// Opens the log, and closes its thread again, so that records go out on this thread.
     void open(int maxSize, tavLogger::Callback callback = nullptr) const { open(path_, maxSize, callback); }
@@ -75,8 +66,9 @@ protected:
         tavLogger::close();
     }
 
-    std::string folder_;
-    std::string path_;
+    tav_test::Folder const own_;
+    std::string const folder_ = own_.path();
+    std::string const path_ = folder_ + "/app.log";
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_log.h"
 
+#include "support/folder.h"
 #include "support/in_child.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
@@ -7,16 +8,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <future>
 #include <iterator>
 #include <string>
 #include <thread>
 #include <vector>
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -43,25 +40,17 @@ std::string content(std::string const & path) {
 
 class LogFork : public testing::Test {
 protected:
-    void SetUp() override {
-        tavLogger::finalize();
-        std::string pattern = testing::TempDir() + "tav_log_XXXXXX";
-        ASSERT_NE(::mkdtemp(&pattern[0]), nullptr);
-        folder_ = pattern;
-        path_ = folder_ + "/app.log";
-    }
-    void TearDown() override {
-        tavLogger::finalize();
-        fs::remove_all(folder_);
-    }
+    void SetUp() override { tavLogger::finalize(); }
+    void TearDown() override { tavLogger::finalize(); }
 
     static void open(std::string const & path, tavLogger::Callback callback = nullptr) {
         tavLogger::open(tav_istr(path), "app", "(clear(NONE)t(INFO))", callback, "1", 1 << 30, false,
                         tavLogger::WARN);
     }
 
-    std::string folder_;
-    std::string path_;
+    tav_test::Folder const own_;
+    std::string const folder_ = own_.path();
+    std::string const path_ = folder_ + "/app.log";
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_log.h"
 
+#include "support/folder.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
 #include <gtest/gtest.h>
@@ -7,8 +8,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iterator>
@@ -378,9 +377,8 @@ TEST_F(LogThread, LevelsAndCallbackMayBeSetFromTheCallback) {
 }
 
 TEST_F(LogThread, ErrorsAreInTheFileWhenTheCallReturnsAndLinesStayWhole) {
-    std::string folder = testing::TempDir() + "tav_log_XXXXXX";
-    ASSERT_NE(::mkdtemp(&folder[0]), nullptr);
-    std::string const path = folder + "/app.log";
+    tav_test::Folder const folder;
+    std::string const path = folder.path() + "/app.log";
     open("(clear(NONE))", tavLogger::WARN, path);
     auto const content = [&path] {
         std::ifstream in(path, std::ios::binary);
@@ -413,7 +411,6 @@ TEST_F(LogThread, ErrorsAreInTheFileWhenTheCallReturnsAndLinesStayWhole) {
         }
     }
     EXPECT_EQ(std::vector<int>(4, 100), next);
-    std::filesystem::remove_all(folder);
 }
 
 TEST_F(LogThread, RecordsThatRaceWithOpenAndCloseAreDeliveredOnce) {

@@ -4,17 +4,14 @@
 #include "tav/vinta/vinta_tls_client.h"
 
 #include "gateway/gateway_core.h"
+#include "support/folder.h"
 #include "support/session_rig.h"
 #include "support/tls_peer.h"
 #include "tav/vinta/vinta_im_pkt.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
 #include <dirent.h>
-#include <stdlib.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -188,23 +185,12 @@ private:
 /// A file that goes with the object.
 class TempFile {
 public:
-    explicit TempFile(std::string const & content) {
-        char path[] = "/tmp/tav_client_test_XXXXXX";
-        int const descriptor = ::mkstemp(path);
-        if (descriptor < 0) {
-            throw std::runtime_error("no temporary file");
-        }
-        ::close(descriptor);
-        path_ = path;
-        std::ofstream(path_, std::ios::binary) << content;
-    }
-    ~TempFile() { std::remove(path_.c_str()); }
-    TempFile(TempFile const &) = delete;
-    TempFile & operator=(TempFile const &) = delete;
+    explicit TempFile(std::string const & content) : path_(folder_.write("file", content)) {}
     std::string const & path() const { return path_; }
 
 private:
-    std::string path_;
+    Folder const folder_;
+    std::string const path_;
 };
 
 /// An option for an address on loopback whose events are recorded, each with the thread that told it.

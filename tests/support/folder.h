@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 
 namespace tav_test {
@@ -14,7 +15,10 @@ class Folder {
 public:
     Folder() {
         std::string pattern = (std::filesystem::temp_directory_path() / "tav_folder_XXXXXX").string();
-        path_ = ::mkdtemp(&pattern[0]);
+        if (::mkdtemp(&pattern[0]) == nullptr) {
+            throw std::runtime_error("no temporary folder");
+        }
+        path_ = pattern;
     }
     ~Folder() { std::filesystem::remove_all(path_); }
     Folder(Folder const &) = delete;
