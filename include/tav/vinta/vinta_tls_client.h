@@ -28,6 +28,9 @@ namespace tls {
 ///
 /// Message callbacks run one at a time and in the order of arrival, also while a connection is closed or
 /// replaced.
+///
+/// It has more operations than other classes: they are all that an application does with a gateway, in each
+/// form of messages that there is, and each only asks a part that stands behind it.
 class TAV_API client : public tavCodecInterface {
 public:
     /// Makes a client and starts its own threads.  With an empty name it gets a number of its own.  Throws

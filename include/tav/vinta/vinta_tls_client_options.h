@@ -265,6 +265,9 @@ public:
 };
 
 /// What a start needs.
+///
+/// It has more members than other classes: each is a choice of one start, of which most are left as they are.
+/// What belongs together has a type of its own, as `limits` and `policy` do.
 /// Thread safety: `callback_` and `timedout` alone.
 class TAV_API connect_option {
 public:

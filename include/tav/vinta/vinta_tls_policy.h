@@ -41,6 +41,9 @@ enum system_trust {
 /// A connection with a policy trusts what this policy and its `connect_option::ca` give and nothing from
 /// earlier starts.  Files are read anew at each start and reconnect, on the client's thread "session".
 ///
+/// It has more members than other classes: each is a choice by itself, with a default that asks for nothing,
+/// and nothing changes them but who fills them in.
+///
 /// Thread safety: none; a start takes its own copy.
 class TAV_API tls_policy {
 public:

@@ -10,8 +10,12 @@ namespace tav {
 namespace tls {
 
 /// A copy of a client's counters, taken without stopping anybody: each number is exact, two of them may be a
-/// moment apart.  Totals count from the making of the client, over all of its connections; the last six but
-/// the longest callback are of the moment.  Each connection that was up ends in one of breaks_... and closes.
+/// moment apart.  Totals count from the making of the client, over all of its connections; the last six are
+/// of the moment, but for the longest callback.  Each connection that was up ends in one of breaks_... and
+/// closes, by what came first.
+///
+/// It has more members than other classes: one for each number that there is to be seen, and no state beside
+/// them.
 struct TAV_API statistics {
     unsigned long long bytes_sent = 0;     ///< Of frames, head and body, before TLS; written to the socket.
     unsigned long long bytes_received = 0; ///< Of frames, after TLS.
