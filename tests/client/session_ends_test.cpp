@@ -136,6 +136,26 @@ TEST_F(SessionEnds, CloseBehindABreakIsABreak) {
     EXPECT_EQ(counts(), "0 closes, 1 by peer, 0 by error, 0 by silence");
 }
 
+// The close makes the read fail, which is no break of the network.
+TEST_F(SessionEnds, SendThatACloseLeavesIsCancelledByIt) {
+    // Without threads, so that "sender" never comes to it.
+    session = rig.connectBare(peer, server);
+    auto const pkt = tav::im::Packet::create(true, 4);
+    pkt->setSequence(1);
+    auto const left =
+        session->send_pkt(pkt, tav::tls::send_option(60000, tav::tls::timedout_function(), false, 4));
+    ASSERT_TRUE(left);
+    at(" socket closed.", [this] {
+        log.waitFor(" on std::error_code ");
+        rig.settle();
+    });
+    session->close();
+    EXPECT_TRUE(met);
+    EXPECT_EQ(left->result(), tav::tls::result_cancelled);
+    EXPECT_EQ(left->error(), tav::tls::failure::cancelled) << left->error().message();
+    EXPECT_EQ(session->cause(), tav::tls::failure::none);
+}
+
 // A break may come while the word that reading can go on is on its way: what came ahead of it counts as ever.
 TEST_F(SessionEnds, BreakWhileAPauseEndsLosesNothingThatHadCome) {
     Gate gate;
