@@ -10,6 +10,8 @@
 #include <asio/buffer.hpp>
 #include <asio/write.hpp>
 
+#include <algorithm>
+#include <cstddef>
 #include <list>
 #include <utility>
 
@@ -22,6 +24,16 @@ namespace {
 constexpr unsigned head_size = frame_reader::head_size;
 /// Room for what a packet adds to its body.
 constexpr unsigned packet_overhead = 128;
+
+/// What the allocator and the containers spend on the few blocks of a message that waits.
+constexpr std::size_t blocks_of_a_message = 128;
+static_assert(std::max(sizeof(im::PacketMobile), sizeof(im::PacketPC)) + sizeof(send_queue::entry) +
+                      blocks_of_a_message <=
+                  send_account::message_cost,
+              "a packet that waits for the sender costs more than it counts");
+static_assert(packet_overhead + sizeof(tavBytes) + sizeof(send_account::room) + blocks_of_a_message <=
+                  send_account::message_cost,
+              "a frame that waits for the socket costs more than it counts");
 
 void write_size(unsigned char * head, unsigned size) {
     head[0] = static_cast<unsigned char>(size >> 24);

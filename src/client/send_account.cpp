@@ -4,6 +4,14 @@ namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
+namespace {
+
+constexpr unsigned long long cost_of(unsigned long long bytes) noexcept {
+    return send_account::message_cost + bytes;
+}
+
+} // namespace
+
 send_account::send_account(limit_option limits, std::shared_ptr<counters> counted,
                            std::shared_ptr<queue_teller> teller)
     : limits_(std::move(limits)),
@@ -19,14 +27,14 @@ send_account::room send_account::enter(unsigned long long bytes, bool tracked) {
     if (limited_) {
         guard = teller_->lock();
     }
-    bool const accepted = fits(frames_ + 1, bytes_ + bytes);
+    bool const accepted = fits(frames_ + 1, cost_ + cost_of(bytes));
     if (accepted && tracked && !track()) {
         return room(failure::too_many_sends);
     }
     if (limited_) {
         frames_ += accepted ? 1 : 0;
-        bytes_ += accepted ? bytes : 0;
-        if (!accepted || !fits(frames_ + 1, bytes_ + 1)) {
+        cost_ += accepted ? cost_of(bytes) : 0;
+        if (!accepted || !fits(frames_ + 1, cost_ + cost_of(1))) {
             queue_teller::turn(*turns_, true);
         }
     }
@@ -62,14 +70,14 @@ void send_account::untrack() noexcept {
     counters::sub(counted_->tracked_sends);
 }
 
-bool send_account::fits(unsigned long long frames, unsigned long long bytes) const noexcept {
+bool send_account::fits(unsigned long long frames, unsigned long long cost) const noexcept {
     return (limits_.queued_frames == 0 || frames <= limits_.queued_frames) &&
-           (limits_.queued_bytes == 0 || frames <= 1 || bytes <= limits_.queued_bytes);
+           (limits_.queued_bytes == 0 || frames <= 1 || cost <= limits_.queued_bytes);
 }
 
 bool send_account::is_low() const noexcept {
     return (limits_.queued_frames == 0 || frames_ <= limits_.queued_frames / 2) &&
-           (limits_.queued_bytes == 0 || bytes_ <= limits_.queued_bytes / 2);
+           (limits_.queued_bytes == 0 || cost_ <= limits_.queued_bytes / 2);
 }
 
 void send_account::leave(room const & left) noexcept {
@@ -84,7 +92,7 @@ void send_account::leave(room const & left) noexcept {
     }
     Guard guard = teller_->lock();
     --frames_;
-    bytes_ -= left.bytes_;
+    cost_ -= cost_of(left.bytes_);
     if (is_low()) {
         queue_teller::turn(*turns_, false);
     }

@@ -19,6 +19,10 @@ namespace TAV_IMPL_NAMESPACE {
 /// Thread safety: all operations.  No lock is held while the limits' function runs.
 class send_account {
 public:
+    /// What a message that waits takes at most beside the bytes of its body: as a packet until "sender" has
+    /// encoded it, and then as a frame.
+    static constexpr unsigned message_cost = 512;
+
     /// `counted` and `teller` are null or the client's own.
     send_account(limit_option limits, std::shared_ptr<counters> counted,
                  std::shared_ptr<queue_teller> teller = nullptr);
@@ -63,8 +67,10 @@ public:
         failure why_ = failure::none;
     };
 
-    /// Room for a message with a body of so many bytes; none over a limit.  With `tracked` it has a place
-    /// among the tracked sends too, for `untrack`, or neither.  What the limits' function throws is logged.
+    /// Room for a message with a body of so many bytes; none over a limit.  Against the limit of bytes a
+    /// message counts with what it costs, in the client's counters with its body.  With `tracked` it has a
+    /// place among the tracked sends too, for `untrack`, or neither.  What the limits' function throws is
+    /// logged.
     room enter(unsigned long long bytes, bool tracked = false);
     /// Room for a receipt, which no limit refuses: it counts as a message that is not handled until it has
     /// gone out.
@@ -91,7 +97,7 @@ private:
 
     unsigned receipts() const noexcept { return receipts_over_ ? 0 : receipts_.load(); }
     bool is_half(unsigned waiting) const noexcept { return waiting <= limits_.received_waiting / 2; }
-    bool fits(unsigned long long frames, unsigned long long bytes) const noexcept;
+    bool fits(unsigned long long frames, unsigned long long cost) const noexcept;
     bool is_low() const noexcept;
     void leave(room const & left) noexcept;
 
@@ -103,7 +109,7 @@ private:
     std::shared_ptr<queue_teller::connection> const turns_;
     /// Under the teller's lock.
     unsigned long long frames_ = 0;
-    unsigned long long bytes_ = 0;
+    unsigned long long cost_ = 0;
     std::atomic<unsigned long long> tracked_{0};
     std::atomic<unsigned> receipts_{0};
     std::atomic<bool> receipts_over_{false};

@@ -10,11 +10,21 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <string>
 #include <thread>
 
 using namespace tav_test;
 
 namespace {
+
+/// What is logged while it lives, and goes nowhere.
+class Logged {
+public:
+    explicit Logged(char const * levels) { tavLogger::setup(levels, nullptr, false, tavLogger::NONE); }
+    ~Logged() { tavLogger::setup("(clear(INFO))", nullptr, false, tavLogger::WARN); }
+    Logged(Logged const &) = delete;
+    Logged & operator=(Logged const &) = delete;
+};
 
 /// For how long the gateway does not read, if that is set: the long tests have it for a minute.  Otherwise it
 /// is until some sends were refused.
@@ -82,6 +92,50 @@ TEST(LimitsMemory, GatewayThatStopsReadingCostsAtMostTheLimitAndLosesNothing) {
     EXPECT_TRUE(eventually(
         [&] { return rig.client.statistics().messages_sent == static_cast<unsigned>(accepted) + 1u; }));
     EXPECT_EQ(rig.client.statistics().sends_refused, refused);
+}
+
+namespace {
+
+/// Sends bodies of so many bytes to a gateway that reads nothing, until one is refused, and looks at what the
+/// heap takes.
+void sendShortOnes(std::size_t size) {
+    constexpr unsigned long long limit = 1u << 20;
+    /// What a connection takes, and the message in hand.
+    constexpr long long little = 100000;
+    constexpr int unlimited = 600000; // Messages that no sockets and no limit hold together.
+    Logged const quiet("(clear(WARN)TLS.CLT(NONE))");
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.limits.queued_bytes = limit;
+    rig.connect(option);
+    std::string const body(size == 0 ? std::string() : bodyOf(1, size - bodyOf(1, 1).size() + 1));
+    ASSERT_EQ(body.size(), size);
+    HeapMeter const meter;
+    // As long as the sockets take some, only what "sender" has not come to is refused, and has room soon.
+    int accepted = 0;
+    for (unsigned in_a_row = 0; in_a_row < 20;) {
+        if (sends(rig.client, body)) {
+            in_a_row = 0;
+            ASSERT_LT(++accepted, unlimited);
+            continue;
+        }
+        ASSERT_EQ(tls::last_failure(), tls::failure::queue_full);
+        ++in_a_row;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5)); // The pace of one that tries again.
+    }
+    EXPECT_GT(accepted, 1000);
+    EXPECT_LE(meter.peak(), static_cast<long long>(limit) + little);
+    EXPECT_TRUE(rig.client.connected());
+}
+
+} // namespace
+
+TEST(LimitsMemory, ShortMessagesCostAtMostTheLimit) {
+    sendShortOnes(20);
+}
+
+TEST(LimitsMemory, EmptyMessagesCostAtMostTheLimit) {
+    sendShortOnes(0);
 }
 
 namespace {

@@ -38,9 +38,10 @@ limit_option frames(unsigned n) {
     return limits;
 }
 
-limit_option bytes(unsigned long long n) {
+/// Room for so many messages whose bodies have so many bytes together.
+limit_option bytes(unsigned messages, unsigned long long n) {
     limit_option limits;
-    limits.queued_bytes = n;
+    limits.queued_bytes = messages * send_account::message_cost + n;
     return limits;
 }
 
@@ -75,14 +76,30 @@ TEST(SendAccount, FrameOverTheLimitHasNoRoomUntilOneLeaves) {
 }
 
 TEST(SendAccount, BytesOverTheLimitHaveNoRoom) {
-    Told told(bytes(100));
+    Told told(bytes(2, 100));
     auto const first = told.account->enter(60);
     EXPECT_FALSE(told.account->enter(41));
-    EXPECT_TRUE(told.account->enter(40));
+    auto const second = told.account->enter(40);
+    EXPECT_TRUE(second);
+    EXPECT_EQ(told.counted->copy().queued_bytes, 100u) << "the number is of the bodies alone";
+}
+
+TEST(SendAccount, EmptyMessagesHaveNoRoomOverTheLimitOfBytes) {
+    Told told(bytes(3, 0));
+    std::vector<send_account::room> rooms;
+    for (int i = 0; i < 3; ++i) {
+        rooms.push_back(told.account->enter(0));
+        EXPECT_TRUE(rooms.back());
+    }
+    EXPECT_EQ(told.tellings, (std::vector<int>{1}));
+    EXPECT_EQ(told.account->enter(0).refusal(), tav::tls::failure::queue_full);
+    rooms.resize(1);
+    EXPECT_EQ(told.tellings, (std::vector<int>{1, 0}));
+    EXPECT_TRUE(told.account->enter(0));
 }
 
 TEST(SendAccount, OneMessageHasRoomHoweverLong) {
-    Told told(bytes(100));
+    Told told(bytes(1, 100));
     auto const first = told.account->enter(1000);
     EXPECT_TRUE(first);
     EXPECT_FALSE(told.account->enter(1));
@@ -355,7 +372,7 @@ TEST(SendAccount, TurnsInTheFunctionAreToldBehindIt) {
 }
 
 TEST(SendAccount, RefusedSendTakesNoRoomFromOthers) {
-    send_account account(bytes(100), nullptr);
+    send_account account(bytes(2, 100), nullptr);
     auto const waits = account.enter(1);
     std::atomic<bool> done{false};
     std::atomic<unsigned> refused{0};

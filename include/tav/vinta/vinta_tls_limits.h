@@ -19,8 +19,9 @@ namespace tls {
 struct limit_option {
     /// Default: 0, no limit.  Messages: the most that wait to be written to the socket.
     unsigned queued_frames = 0;
-    /// Default: 0, no limit.  Bytes: the most that the bodies of those take.  One message is always accepted
-    /// when nothing waits.
+    /// Default: 0, no limit.  Bytes: the most that those take, each its body and 512 bytes for itself, so
+    /// that short messages cost no more than the limit either.  One message is always accepted when nothing
+    /// waits.
     unsigned long long queued_bytes = 0;
     /// Default: 0, no limit.  Sends: the most that wait for their end.
     unsigned tracked_sends = 0;
