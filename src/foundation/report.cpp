@@ -52,9 +52,40 @@ std::string shownText(std::string_view text) {
 std::string printedText(std::ostringstream const & out) {
     std::string text = out.str();
     if (out.bad()) {
-        text += "... (cut short)";
+        text += cutShort;
     }
     return text;
+}
+
+std::size_t BlockText::size() const noexcept {
+    auto const last = static_cast<std::size_t>(pptr() - pbase());
+    return blocks_.empty() ? last : firstSize + (blocks_.size() - 1) * blockSize + last;
+}
+
+void BlockText::appendTo(std::string & out) const {
+    auto const last = static_cast<std::size_t>(pptr() - pbase());
+    if (!blocks_.empty()) {
+        out.append(first_, firstSize);
+    }
+    for (std::size_t i = 0; i + 1 < blocks_.size(); ++i) {
+        out.append(blocks_[i].get(), blockSize);
+    }
+    out.append(pbase(), last);
+}
+
+BlockText::int_type BlockText::overflow(int_type c) {
+    if (traits_type::eq_int_type(c, traits_type::eof())) {
+        return traits_type::not_eof(c);
+    }
+    blocks_.emplace_back();
+    try {
+        blocks_.back().reset(new char[blockSize]);
+    } catch (...) {
+        blocks_.pop_back();
+        throw;
+    }
+    setp(blocks_.back().get(), blocks_.back().get() + blockSize);
+    return sputc(traits_type::to_char_type(c));
 }
 
 void raise(Site site, std::string_view message) {

@@ -3,10 +3,14 @@
 
 #include "tav/vinta/vinta_log.h"
 
+#include <memory>
 #include <new>
+#include <ostream>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <string_view>
+#include <vector>
 
 /// How the library's own code tells the log and its callers what happened.  Internal.
 namespace tav {
@@ -43,36 +47,55 @@ void reportCaught(Site site, char const * what) noexcept;
 /// The same of the exception that is being handled; "unknown exception" if it has no text.
 void reportCaught(Site site) noexcept;
 
-/// What was printed into a stream of one's own.  A stream goes silent when memory runs short within it; the
-/// text then ends in "... (cut short)".
+/// What a text ends in that memory ran short within: its stream goes silent there.
+inline constexpr std::string_view cutShort = "... (cut short)";
+
+/// What was printed into a stream of one's own, and where it was cut short.
 std::string printedText(std::ostringstream const & out);
 
 /// Counts a log line that memory was too short for.  The log tells of them ahead of its next line.
 void countLostLine() noexcept;
 
-/// Writes the record that `make` makes the text of.  No operation fails because memory is too short for a
-/// line about it: the line is lost and counted.
-template <class Make>
-void logOrLose(tav_istr tag, tavLogger::LogLevel level, Site site, Make && make) {
-    try {
-        std::string const text = make();
-        tavLogger::writeLog(tag, level, tav_istr(text), site.file, static_cast<int>(site.line), site.func);
-    } catch (std::bad_alloc const &) {
-        countLostLine();
-    }
-}
+/// A text that grows by blocks, so that a long one is not copied as it grows, and a short one takes no
+/// memory.
+class BlockText final : public std::streambuf {
+public:
+    BlockText() { setp(first_, first_ + firstSize); }
+
+    std::size_t size() const noexcept;
+    void appendTo(std::string & out) const;
+
+protected:
+    int_type overflow(int_type c) override;
+
+private:
+    static constexpr std::size_t firstSize = 512;
+    static constexpr std::size_t blockSize = 16384;
+
+    char first_[firstSize];
+    /// All but the last are full.
+    std::vector<std::unique_ptr<char[]>> blocks_;
+};
+
+/// Writes the record of what was printed, which is copied once, and a line feed.  A text that was cut short
+/// says so.
+void writeLine(tav_istr tag, tavLogger::LogLevel level, Site site, BlockText const & text, bool cut);
 
 /// Writes one record if `level` is loggable under `tag`: `print` is given a stream, and a line feed is added.
+/// No operation fails because memory is too short for a line about it: the line is lost and counted.
 template <class Print>
 void log(tav_istr tag, tavLogger::LogLevel level, Site site, Print && print) {
     if (!tavLogger::isLoggable(tag, level)) {
         return;
     }
-    logOrLose(tag, level, site, [&] {
-        std::ostringstream out;
-        print(static_cast<std::ostream &>(out));
-        return printedText(out) + '\n';
-    });
+    try {
+        BlockText text;
+        std::ostream out(&text);
+        print(out);
+        writeLine(tag, level, site, text, out.bad());
+    } catch (std::bad_alloc const &) {
+        countLostLine();
+    }
 }
 
 } // namespace detail

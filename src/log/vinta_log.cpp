@@ -533,21 +533,33 @@ namespace impl = TAV_IMPL_NAMESPACE;
 
 namespace {
 
-/// One record as it stands in the log.
-std::string wholeLine(tav_istr tag, tavLogger::LogLevel level, tav_istr text, char const * file, int line,
-                      char const * func) {
+/// What stands ahead of the text of a record, with room for so many bytes of that.
+std::string headOfLine(tav_istr tag, tavLogger::LogLevel level, std::size_t size, char const * file, int line,
+                       char const * func) {
     tavString const time = tavTime::now().str();
     tavString const thread = tavThread::currentName();
     std::string out;
-    out.reserve(160 + text.size());
+    out.reserve(160 + size);
     out.append(bytesOf(time)).append(idsAndStamp());
     out.append(1, '[').append(nameOf(level)).append("]{");
     out.append(bytesOf(thread)).append("}[").append(bytesOf(tag)).append(1, ']');
     out.append(bytesOf(tavUtil::getFuncName(func))).append(1, '(');
     out.append(bytesOf(tavUtil::getFileName(file))).append(1, ':');
     appendNumber(out, line);
-    out.append(") ").append(bytesOf(text));
+    out.append(") ");
     return out;
+}
+
+/// One record as it stands in the log.
+std::string wholeLine(tav_istr tag, tavLogger::LogLevel level, tav_istr text, char const * file, int line,
+                      char const * func) {
+    std::string out = headOfLine(tag, level, text.size(), file, line, func);
+    out.append(bytesOf(text));
+    return out;
+}
+
+void post(tavLogger::LogLevel level, std::string line) {
+    tav::impl::LoggerImpl::get().post({level, std::move(line)});
 }
 
 /// Tells of the lines that were lost, if there is memory for that.
@@ -560,9 +572,16 @@ void tellLostLines() {
         std::string const text = std::to_string(count) + " log lines lost, as memory was short\n";
         std::string whole = wholeLine(tavLogger::DEFAULT_TAG(), tavLogger::WARN, tav_istr(text), __FILE__,
                                       __LINE__, "tavLogger::writeLog");
-        tav::impl::LoggerImpl::get().post({tavLogger::WARN, std::move(whole)});
+        post(tavLogger::WARN, std::move(whole));
     } catch (std::bad_alloc const &) {
         lostLines.fetch_add(count);
+    }
+}
+
+/// To be called ahead of each record.
+void tellLostLinesIfAny() {
+    if (lostLines.load(std::memory_order_relaxed) != 0) {
+        tellLostLines();
     }
 }
 
@@ -610,6 +629,17 @@ tavLogger::tavLogger() = default;
 
 void tav::detail::countLostLine() noexcept {
     lostLines.fetch_add(1, std::memory_order_relaxed);
+}
+
+void tav::detail::writeLine(tav_istr tag, tavLogger::LogLevel level, Site site, BlockText const & text,
+                            bool cut) {
+    tellLostLinesIfAny();
+    std::string_view const end = cut ? cutShort : std::string_view();
+    std::string line = headOfLine(tag, level, text.size() + end.size() + 1, site.file,
+                                  static_cast<int>(site.line), site.func);
+    text.appendTo(line);
+    line.append(end).append(1, '\n');
+    post(level, std::move(line));
 }
 
 tav_istr tavLogger::DEFAULT_TAG() {
@@ -682,10 +712,8 @@ void tavLogger::setCallback(Callback callback) {
 
 void tavLogger::writeLog(tav_istr tag, LogLevel level, tav_istr text, char const * file, int line,
                          char const * func) {
-    if (lostLines.load(std::memory_order_relaxed) != 0) {
-        tellLostLines();
-    }
-    tav::impl::LoggerImpl::get().post({level, wholeLine(tag, level, text, file, line, func)});
+    tellLostLinesIfAny();
+    post(level, wholeLine(tag, level, text, file, line, func));
 }
 
 tavString tavLogger::str() {
