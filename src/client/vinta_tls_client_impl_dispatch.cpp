@@ -10,7 +10,8 @@
 
 #include <chrono>
 #include <mutex>
-#include <sstream>
+#include <ostream>
+#include <string>
 #include <utility>
 
 namespace tav {
@@ -64,6 +65,57 @@ failure failure_of(json2nbr::WriteStage stage) noexcept {
     }
     return failure::field_missing;
 }
+
+/// The body of a message as the log shows it: " json " and the text, or " nbr " and the values.  A body that
+/// is not NBR throws whatever the log level is.  What nobody would see is not made.
+class shown_body {
+public:
+    shown_body(metainfo const & meta, im::Packet const & packet)
+        : seen_(tavLogger::isLoggable(tav_istr(log_tag), tavLogger::INFO)) {
+        tav_istr const body = packet.body();
+        // By its class only if someone reads the text, or what making it tells.  All else is decided by the
+        // reading below, which fails for the same bytes.
+        bool const told = seen_ || tavLogger::isLoggable(tav_istr(json_tag), tavLogger::ERROR);
+        if ((body.empty() || (told && meta.describes(packet.code()))) && read(meta, packet)) {
+            return;
+        }
+        if (seen_) {
+            values_.view(body, 0);
+        } else {
+            nbr::detail::Document::check(body);
+        }
+    }
+
+    friend std::ostream & operator<<(std::ostream & out, shown_body const & v) {
+        if (v.is_json_) {
+            return out << " json " << v.json_;
+        }
+        if (v.seen_) {
+            // Whatever the flags are that others left in the line.
+            std::ostream plain(out.rdbuf());
+            plain << " nbr ";
+            v.values_.dump(plain, false);
+            out.setstate(plain.rdstate());
+        }
+        return out;
+    }
+
+private:
+    /// False if the code is not known.
+    bool read(metainfo const & meta, im::Packet const & packet) {
+        if (!seen_ && !packet.body().empty()) {
+            return meta.check_message(packet.body(), packet.code());
+        }
+        json_ = meta.message_to_json(packet.body(), packet.code(), true);
+        is_json_ = json_ != no_json;
+        return is_json_;
+    }
+
+    bool const seen_;
+    bool is_json_ = false;
+    std::string json_;
+    nbr::detail::Document values_;
+};
 
 /// What a reply is written to.  The caller of send_and_wait and the thread "receiver" share it; once the call
 /// has returned it is null, and what the caller gave is the caller's alone.
@@ -144,7 +196,7 @@ void message_dispatch::dispatch(tavBytes frame, session & from) {
         obj->ext = ext;
         log_object(tavLogger::INFO, site, [&](std::ostream & out) { received(out) << " obj " << *obj; });
     } else {
-        std::string const shown = body_text(*packet);
+        shown_body const shown(*present_.meta(), *packet);
         log_line(tavLogger::INFO, site, [&](std::ostream & out) { received(out) << shown; });
     }
 
@@ -228,7 +280,7 @@ void message_dispatch::call(message_callback & callback, callback_level const & 
     } else {
         say("json");
         warn_unregistered(callback, code, obj);
-        callback.on_json_msg(level.name, sno, code, to_json(packet, false).c_str(), ext);
+        callback.on_json_msg(level.name, sno, code, to_json(packet).c_str(), ext);
     }
 }
 
@@ -322,7 +374,7 @@ message_dispatch::send_ptr message_dispatch::send_packet(unsigned long long sno,
                 << " obj " << *obj;
         });
     } else {
-        std::string const shown = body_text(*packet);
+        shown_body const shown(*present_.meta(), *packet);
         log_line(tavLogger::INFO, site,
                  [&](std::ostream & out) { out << name_ << " send pkt " << *packet << " /" << shown; });
     }
@@ -501,32 +553,8 @@ result_type message_dispatch::send_and_wait(tavMessage const & msg, tavMessage &
     return result;
 }
 
-std::string message_dispatch::to_json(im::Packet const & packet, bool for_log) const {
-    return present_.meta()->message_to_json(packet.body(), packet.code(), for_log);
-}
-
-std::string message_dispatch::body_text(im::Packet const & packet) const {
-    tav_istr const body = packet.body();
-    bool const seen = tavLogger::isLoggable(tav_istr(log_tag), tavLogger::INFO);
-    // The masked text needs a class and a reader, of the text or of what making it tells.  All else is
-    // decided by the reading below, which fails for the same bytes.
-    bool const told = seen || tavLogger::isLoggable(tav_istr(json_tag), tavLogger::ERROR);
-    if (body.empty() || (told && present_.meta()->describes(packet.code()))) {
-        std::string const json = to_json(packet, true);
-        if (json != no_json) {
-            return " json " + json;
-        }
-    }
-    if (!seen) {
-        nbr::detail::Document::check(body);
-        return std::string();
-    }
-    nbr::detail::Document parsed;
-    parsed.view(body, 0);
-    std::ostringstream out;
-    out << " nbr ";
-    parsed.dump(out, false);
-    return tav::detail::printedText(out);
+std::string message_dispatch::to_json(im::Packet const & packet) const {
+    return present_.meta()->message_to_json(packet.body(), packet.code(), false);
 }
 
 } // namespace TAV_IMPL_NAMESPACE

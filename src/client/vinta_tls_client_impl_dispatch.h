@@ -89,10 +89,7 @@ private:
                            tavSharedPtr<tavMessage> const & obj) const;
 
     /// The packet's body by the meta model; "null" for a code that it does not know.
-    std::string to_json(im::Packet const & packet, bool for_log) const;
-    /// The body as the log shows it: " json " and the text, or " nbr " and the values.  A body that is not
-    /// NBR throws whatever the log level is; without a reader the values are left out.
-    std::string body_text(im::Packet const & packet) const;
+    std::string to_json(im::Packet const & packet) const;
 
     std::string const name_;
     client_state const & present_;

@@ -40,9 +40,13 @@ unsigned short metainfo::find_code_by_class(tav_istr name) const {
 }
 
 std::string metainfo::message_to_json(tav_istr body, unsigned short msgcode, bool for_log) const {
-    tavString json;
+    std::string json;
     json2nbr::read(json, body, msgcode, factory_, for_log);
-    return std::string(tav_istr(json));
+    return json;
+}
+
+bool metainfo::check_message(tav_istr body, unsigned short msgcode) const {
+    return json2nbr::check(body, msgcode, factory_);
 }
 
 void metainfo::json_to_message(tav_istr json, tavBytes & body, unsigned short & msgcode,

@@ -39,6 +39,9 @@ public:
     /// std::invalid_argument on bytes that are not NBR, and, if it is not for the log, on a body that lacks a
     /// necessary field.
     std::string message_to_json(tav_istr body, unsigned short msgcode, bool for_log) const;
+    /// Tells the log what making its text tells of the body, and throws what that throws, without a text.
+    /// False if the code is not known.
+    bool check_message(tav_istr body, unsigned short msgcode) const;
     /// The JSON object as an NBR document.  `msgcode` is the code to use, 0xffff for that of the class, and
     /// becomes the message's code.  Throws std::invalid_argument, and then leaves `body` as it was; an empty
     /// text leaves both.

@@ -74,8 +74,12 @@ unsigned ReadClass::add(MetaField const * field, std::string_view name) {
     return i;
 }
 
-Reader::Reader(MetaFactory const & factory, Document const & document, bool dump, std::size_t size)
-    : factory_(factory), document_(document), dump_(dump), out_(64 + size + 8 * document.nodes().size()) {
+Reader::Reader(MetaFactory const & factory, Document const & document, ReadAs as, std::size_t size)
+    : factory_(factory),
+      document_(document),
+      dump_(as != ReadAs::json),
+      silent_(as == ReadAs::events),
+      out_(silent_ ? 64 : 64 + size + 8 * document.nodes().size()) {
     // As much as most messages need.
     frames_.reserve(8);
     members_.reserve(32);
@@ -139,6 +143,9 @@ unsigned Reader::entryOf(unsigned node, ReadClass & cls, bool top) {
 
 void Reader::run() {
     while (!frames_.empty()) {
+        if (silent_) {
+            out_.drop();
+        }
         Frame & frame = frames_.back();
         if (!frame.begun) {
             frame.begun = true;
@@ -235,6 +242,9 @@ void Reader::putLarge(tav_istr data, Form form) {
 }
 
 void Reader::putSimple(unsigned node, Spot const & spot, Form form) {
+    if (silent_) {
+        return;
+    }
     if (node == root) {
         putText(rootName_, form);
         return;
@@ -278,6 +288,9 @@ void Reader::putSeparator(Frame & frame) {
 
 void Reader::putName(std::string_view name, Frame & frame) {
     putSeparator(frame);
+    if (silent_) {
+        return;
+    }
     out_.putName(name, !frame.sample);
 }
 

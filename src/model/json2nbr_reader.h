@@ -93,6 +93,15 @@ private:
     std::vector<unsigned short> order_;
 };
 
+/// What values are read as.
+enum class ReadAs : unsigned char {
+    json,
+    /// With protected values masked.
+    logText,
+    /// As the log's text, of which nothing is kept: all that comes of it is what there is to tell.
+    events
+};
+
 /// Writes the values of a document as JSON.  Members come in the order of their names and not in that of the
 /// bytes; what there is to tell of them comes in that of the bytes.  What is open is kept on a stack of its
 /// own, so that depth costs no calls.
@@ -102,7 +111,7 @@ private:
 class Reader {
 public:
     /// Neither may change while this is in use.  The document has been read from `size` bytes.
-    Reader(pml::MetaFactory const & factory, nbr::detail::Document const & document, bool dump,
+    Reader(pml::MetaFactory const & factory, nbr::detail::Document const & document, ReadAs as,
            std::size_t size);
 
     /// An object of the class with the members of the document's first value, if that is complex.  Their tags
@@ -232,6 +241,7 @@ private:
     pml::MetaFactory const & factory_;
     nbr::detail::Document const & document_;
     bool const dump_;
+    bool const silent_;
     JsonText out_;
     /// By the address of their description.
     std::vector<std::unique_ptr<ReadClass>> classes_;

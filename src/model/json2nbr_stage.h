@@ -3,7 +3,9 @@
 
 #include "tav/vinta/vinta_json2nbr.h"
 
-/// How far the writing of a JSON text came.  Internal.
+#include <string>
+
+/// The transcoder as the library's own code calls it.  Internal.
 namespace tav {
 namespace json2nbr {
 
@@ -18,6 +20,14 @@ enum class WriteStage {
 /// As `write`, and tells its stage in `stage`, also when it throws.
 void write(tav_istr json, tavBytes & out, unsigned short & code, tav::pml::MetaFactory const & factory,
            tav_istr className, WriteStage & stage);
+
+/// As `read`, without a copy of the text.
+void read(std::string & json, tav_istr nbr, unsigned short code, tav::pml::MetaFactory const & factory,
+          bool dump);
+
+/// Tells the log what a `read` for it tells of these bytes, and throws what that throws, but makes no text.
+/// False if no class has the code.
+bool check(tav_istr nbr, unsigned short code, tav::pml::MetaFactory const & factory);
 
 } // namespace json2nbr
 } // namespace tav

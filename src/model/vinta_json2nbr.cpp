@@ -32,6 +32,7 @@ namespace {
 using detail::bytesOf;
 using detail::here;
 using detail::JsonTape;
+using detail::ReadAs;
 using detail::Reader;
 using detail::ReadEvent;
 using detail::Site;
@@ -625,34 +626,65 @@ void write(tav_istr json, tavBytes & out, unsigned short & code, MetaFactory con
     out.swap(work);
 }
 
-void read(tavString & json, tav_istr nbr, tavString className, MetaFactory const & factory, bool dump) {
+namespace {
+
+/// The text of a document of the class, after what there is to tell of it.
+std::string readText(tav_istr nbr, Document const & document, MetaClass const & cls,
+                     MetaFactory const & factory, ReadAs as) {
+    TagSet tags;
+    Reader reader(factory, document, as, nbr.size());
+    std::string text = reader.read(cls, tags);
+    for (ReadEvent const & event : reader.events()) {
+        logEvent(event, document);
+    }
+    if (as == ReadAs::json && document.first() != Document::none) {
+        checkNecessaryFields(tags, cls, factory);
+    }
+    return text;
+}
+
+/// False, and `json` stays, if there are no bytes.
+bool readInto(std::string & json, tav_istr nbr, tavString const & className, MetaFactory const & factory,
+              bool dump) {
     if (nbr.empty()) {
         logEmpty(here("tav::json2nbr::read"), "nbr bytes is empty");
-        return;
+        return false;
     }
     Document document;
     // Values of a message that is large take twelve bytes or more, with the markers around them.
     document.view(nbr, nbr.size() / 12 + 1);
-
     MetaClass const * const cls = factory.findClass(className);
-    if (cls == nullptr) {
-        json = "null";
-        return;
+    json = cls == nullptr ? "null"
+                          : readText(nbr, document, *cls, factory, dump ? ReadAs::logText : ReadAs::json);
+    return true;
+}
+
+} // namespace
+
+void read(tavString & json, tav_istr nbr, tavString className, MetaFactory const & factory, bool dump) {
+    std::string text;
+    if (readInto(text, nbr, className, factory, dump)) {
+        json = std::move(text);
     }
-    TagSet tags;
-    Reader reader(factory, document, dump, nbr.size());
-    std::string text = reader.read(*cls, tags);
-    for (ReadEvent const & event : reader.events()) {
-        logEvent(event, document);
-    }
-    if (!dump && document.first() != Document::none) {
-        checkNecessaryFields(tags, *cls, factory);
-    }
-    json = std::move(text);
 }
 
 void read(tavString & json, tav_istr nbr, unsigned short code, MetaFactory const & factory, bool dump) {
     read(json, nbr, factory.findClassName(code), factory, dump);
+}
+
+void read(std::string & json, tav_istr nbr, unsigned short code, MetaFactory const & factory, bool dump) {
+    readInto(json, nbr, factory.findClassName(code), factory, dump);
+}
+
+bool check(tav_istr nbr, unsigned short code, MetaFactory const & factory) {
+    Document document;
+    document.view(nbr, 0);
+    MetaClass const * const cls = factory.findClass(factory.findClassName(code));
+    if (cls == nullptr) {
+        return false;
+    }
+    readText(nbr, document, *cls, factory, ReadAs::events);
+    return true;
 }
 
 } // namespace json2nbr

@@ -3,13 +3,13 @@
 #include "support/client_rig.h"
 #include "support/heap_meter.h"
 #include "support/joining_thread.h"
-#include "support/log_capture.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <thread>
 
@@ -149,6 +149,9 @@ public:
     /// What a connection, a packet and their log lines take.
     static constexpr long long little = 100000;
 
+    Flood() : Flood(mobile(0x2345, 1, bodyOf(1, 1u << 20))) {}
+    explicit Flood(Pkt const & push) : body_size_(push.body.size()), bytes_(push.framed()) {}
+
     long long each() const { return static_cast<long long>(bytes_.size()); }
     /// To be called by the callback.
     void handle(bool whole) {
@@ -157,11 +160,17 @@ public:
         }
         handled_ += whole ? 1u : 0u;
     }
-    std::size_t bodySize() const { return body_.size(); }
+    /// A callback for bytes.
+    tls::nbr_function bytes() {
+        return [this](unsigned long long, unsigned short, unsigned char const *, unsigned size, tavMsgExt) {
+            handle(size == body_size_);
+        };
+    }
 
-    void run(long long beside) {
+    void run(long long beside, std::string const & metainfo = std::string()) {
         tls::connect_option option = rig.option();
         option.limits.received_waiting = limit;
+        option.metainfo = metainfo;
         rig.connect(option);
         HeapMeter const meter;
         std::atomic<unsigned> sent{0};
@@ -178,43 +187,101 @@ public:
         ASSERT_TRUE(eventually([&] { return handled_ == total; }));
         gateway.join();
         EXPECT_EQ(sent, total);
-        EXPECT_LE(meter.peak(), (limit + 1) * each() + beside + little);
+        EXPECT_LE(meter.peak(), (limit + 1) * each() + beside + little)
+            << "in frames: " << static_cast<double>(meter.peak()) / static_cast<double>(each());
         EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting == 0; }));
         EXPECT_TRUE(eventually([&] { return rig.client.statistics().received_waiting_bytes == 0; }));
         EXPECT_TRUE(eventually([&] { return meter.kept() < each(); }));
     }
 
+    /// The same with a callback for objects.
+    void runObjects(long long beside) {
+        rig.client.register_message(0x2345, &Msg<0x2345>::create);
+        tls::obj_function const take = [this](unsigned long long, tavMessage const & msg) {
+            auto const * const got = dynamic_cast<Msg<0x2345> const *>(&msg);
+            handle(got != nullptr && got->text.size() == 1u << 20);
+        };
+        rig.client.on_msg(0x2345, take);
+        run(beside);
+    }
+
     ClientRig rig;
 
 private:
-    std::string const body_ = bodyOf(1, 1u << 20);
-    std::string const bytes_ = mobile(0x2345, 1, body_).framed();
+    std::size_t const body_size_;
+    std::string const bytes_;
     Gate gate_;
     std::atomic<unsigned> handled_{0};
 };
+
+/// A template of the flood's messages.
+constexpr char described[] = "Big:object(\n"
+                             "    __class__(im.Big)\n"
+                             "    __code__(2345)\n"
+                             "    [1]number:int32()\n"
+                             "    [2]text:string()\n"
+                             ")\n";
 
 } // namespace
 
 // What waits is the limit's, the message in hand among it.  Beside it stands the half that a body leaves
 // behind as it grows, and no copy of a body that is parsed.
 TEST(LimitsMemory, FloodOfASlowCallbackCostsAtMostTheLimitAndOneFrame) {
+    Logged const quiet("(clear(WARN))");
     Flood flood;
-    flood.rig.client.on_nbr_msg(0x2345,
-                                [&](unsigned long long, unsigned short, unsigned char const *, unsigned size,
-                                    tavMsgExt) { flood.handle(size == flood.bodySize()); });
+    flood.rig.client.on_nbr_msg(0x2345, flood.bytes());
     flood.run(0);
 }
 
-// The object that is made of the message in hand is the application's, and stands beside it.  So would the
-// line that shows it in the log, which has several times its size.
-TEST(LimitsMemory, FloodOfASlowCallbackForObjectsCostsTheObjectBesides) {
-    LogCapture const quiet("clear(WARN)");
+// A template has the log told of what does not fit it.  No text is made for that.
+TEST(LimitsMemory, FloodOfDescribedMessagesCostsNoMore) {
+    Logged const quiet("(clear(WARN))");
     Flood flood;
-    flood.rig.client.register_message(0x2345, &Msg<0x2345>::create);
-    tls::obj_function const handle = [&](unsigned long long, tavMessage const & msg) {
-        auto const * const got = dynamic_cast<Msg<0x2345> const *>(&msg);
-        flood.handle(got != nullptr && got->text.size() == 1u << 20);
-    };
-    flood.rig.client.on_msg(0x2345, handle);
-    flood.run(flood.each());
+    flood.rig.client.on_nbr_msg(0x2345, flood.bytes());
+    flood.run(0, described);
+}
+
+// The old form is copied out of its frame, which goes then.
+TEST(LimitsMemory, FloodOfTheOldFormCostsHalfAFrameMore) {
+    Logged const quiet("(clear(WARN))");
+    Flood flood(old(5, 1, bodyOf(1, 1u << 20)));
+    flood.rig.client.on_nbr_msg(5, flood.bytes());
+    flood.run(6 * flood.each() / 10);
+}
+
+// The object that is made of the message in hand is the application's, and stands beside it.
+TEST(LimitsMemory, FloodOfASlowCallbackForObjectsCostsTheObjectBesides) {
+    Logged const quiet("(clear(WARN))");
+    Flood flood;
+    flood.runObjects(flood.each());
+}
+
+// So does the JSON, and the places of the values that it is made of.
+TEST(LimitsMemory, FloodOfASlowCallbackForJsonCostsTheTextTwiceBesides) {
+    Logged const quiet("(clear(WARN))");
+    Flood flood;
+    flood.rig.client.on_json_msg(0x2345, [&](unsigned long long, unsigned short, char const * json,
+                                             tavMsgExt) { flood.handle(std::strlen(json) > 1u << 20); });
+    flood.run(2 * flood.each(), described);
+}
+
+// The line is as long as the message, and is put together once: out of what was printed.
+TEST(LimitsMemory, FloodThatIsLoggedCostsItsLineTwiceBesides) {
+    Logged const loud("(clear(INFO))");
+    Flood flood;
+    flood.rig.client.on_nbr_msg(0x2345, flood.bytes());
+    flood.run(2 * flood.each());
+}
+
+TEST(LimitsMemory, FloodOfObjectsThatIsLoggedCostsTheObjectAndItsLineTwiceBesides) {
+    Logged const loud("(clear(INFO))");
+    Flood flood;
+    flood.runObjects(3 * flood.each());
+}
+
+TEST(LimitsMemory, FloodOfDescribedMessagesThatIsLoggedCostsTheTextAndItsLineTwiceBesides) {
+    Logged const loud("(clear(INFO))");
+    Flood flood;
+    flood.rig.client.on_nbr_msg(0x2345, flood.bytes());
+    flood.run(3 * flood.each(), described);
 }

@@ -105,6 +105,9 @@ public:
     /// Six significant digits.
     void putNumber(double v);
 
+    /// Forgets all that has been put.
+    void drop() noexcept { at_ = text_.data(); }
+
     /// All that has been put; there must be no more.
     std::string take() {
         text_.resize(static_cast<std::size_t>(at_ - text_.data()));
