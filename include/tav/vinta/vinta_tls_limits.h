@@ -29,7 +29,8 @@ struct limit_option {
     /// callback runs and those whose receipts were not written yet among them.  At the limit the connection
     /// stops reading, so that the gateway is held back, until half of them are handled.  The supervision of
     /// the heartbeat rests while callbacks are what it waits for: the gateway's are not missed, the client's
-    /// own go out.  A gateway that takes no receipts counts as silent.
+    /// own go out.  A gateway that takes no receipts counts as silent.  While it does not read it does not
+    /// notice the connection's end either, unless something is written.
     unsigned received_waiting = 0;
 
     /// Default: none.  Told of high and low water: true when a limit on what waits to be sent is reached,
