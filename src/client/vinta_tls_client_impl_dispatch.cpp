@@ -487,11 +487,11 @@ result_type message_dispatch::send_and_wait(tavMessage const & msg, tavSharedPtr
     detail::Site const site = here("tav::tls::impl::Client::send_and_wait");
     if (!ack) {
         log_parts(tavLogger::ERROR, site, name_, " no ack object");
-        set_last_failure(failure::other);
+        refused(failure::other);
         return result_error;
     }
     if (refused_to_wait(io_.io().get(), name_, site)) {
-        set_last_failure(failure::would_wait_for_itself);
+        refused(failure::would_wait_for_itself);
         return result_error;
     }
     auto const awaited = std::make_shared<awaited_reply>(name_);
