@@ -191,7 +191,10 @@ TEST_F(ClientExit, BesideATellingOfTheQueueThatHangsIsNoHang) {
         {
             static std::atomic<bool> told{false};
             traffic().on_queue = [](bool full) {
+                ++calls;
                 if (!full) {
+                    // High water, of which the function is to be told behind this call.
+                    tls::client::instance("n").send_msg(Ask(1), tls::send_option());
                     told = true;
                     std::this_thread::sleep_for(std::chrono::milliseconds(1200));
                 }
