@@ -15,6 +15,17 @@ if(TARGET limits_memory_test)
                          PROPERTIES LABELS long TIMEOUT 300 ENVIRONMENT TAV_TEST_STALL_S=60)
 endif()
 
+# What the counters cost is measured as they are shipped: optimised.
+if(NOT TAV_SANITIZE)
+    add_executable(counters_cost_test long/counters_cost_test.cpp)
+    tav_test_target(counters_cost_test)
+    target_link_libraries(counters_cost_test PRIVATE tav_test_limit)
+    set_source_files_properties(long/counters_cost_test.cpp PROPERTIES COMPILE_OPTIONS -O2)
+    add_test(NAME long.counters_cost_less_than_a_hundredth CONFIGURATIONS long COMMAND counters_cost_test)
+    set_tests_properties(long.counters_cost_less_than_a_hundredth
+                         PROPERTIES LABELS long TIMEOUT 120 RUN_SERIAL ON)
+endif()
+
 # What needs a network of its own, and threads in a forked child.
 if(NOT TAV_SANITIZE)
     add_executable(client_keep_alive_test long/client_keep_alive_test.cpp)
