@@ -108,6 +108,28 @@ TEST(ClientPolicyWire, EmptyPolicyChangesNoByteOfTheFirstHandshake) {
         << "the comparison sees a difference";
 }
 
+// A name of the server is the first thing that a policy could add, and an address has none.
+TEST(ClientPolicyWire, EmptyPolicyAddsNoNameOfTheServer) {
+    auto const handshakeWith = [](std::function<void(tls::connect_option &)> const & change) {
+        return firstHandshake([&change](tls::connect_option & o) {
+            o.host = "localhost";
+            change(o);
+        });
+    };
+    std::string const plain = handshakeWith([](tls::connect_option &) {});
+    EXPECT_EQ(plain.compare(0, 6, "160301"), 0) << plain;
+    EXPECT_EQ(plain, firstHandshake([](tls::connect_option &) {})) << "by name as by address";
+    EXPECT_EQ(plain, handshakeWith([](tls::connect_option & o) { o.set_tls_policy(tls_policy()); }));
+    std::string const with_name = handshakeWith([](tls::connect_option & o) {
+        tls_policy policy;
+        policy.send_host_name = true;
+        o.set_tls_policy(policy);
+    });
+    EXPECT_NE(with_name.find("6c6f63616c686f7374"), std::string::npos)
+        << "the comparison sees \"localhost\": " << with_name;
+    EXPECT_NE(plain, with_name);
+}
+
 TEST(ClientPolicyWire, PolicyWithoutAWireOptionChangesNoByteEither) {
     std::string const plain = firstHandshake([](tls::connect_option &) {});
     EXPECT_EQ(plain, firstHandshake([](tls::connect_option & o) {
