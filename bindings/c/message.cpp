@@ -313,7 +313,7 @@ private:
             MetaField const * const field = fieldNamed(value.name, *in.cls, factory_);
             if (field == nullptr) {
                 std::string const path = document_.path(i);
-                throw Failure(100, "unknown_field",
+                throw Failure(code_unknown_field, "unknown_field",
                               path + ": the class " + textOf(tav_istr(in.cls->className)) +
                                   " has no such field",
                               path, static_cast<long long>(value.begin));
@@ -654,6 +654,19 @@ private:
     Mark::Real real_ = Mark::Real::none;
 };
 
+/// Whether readers that recurse, as those of most languages do, come to the end of it.
+bool isShallow(Document const & document) {
+    constexpr unsigned deepest = 200;
+    std::vector<unsigned> depths(document.nodes().size());
+    for (unsigned i = 1; i < depths.size(); ++i) {
+        depths[i] = depths[document.node(i).parent] + 1;
+        if (depths[i] > deepest) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /// `member` is the one that has the text.
 MetaFactory factoryOf(std::string const & text, std::string const & member) {
     try {
@@ -718,7 +731,7 @@ void Template::checkEmpty(unsigned short code) const {
     while (one != nullptr && seen.insert(one).second) {
         for (MetaField const & field : one->fields) {
             if (isNecessary(field)) {
-                throw Failure(102, "bad_reply",
+                throw Failure(code_bad_reply, "bad_reply",
                               "the message is empty, and lacks " + textOf(tav_istr(field.idName.name)));
             }
         }
@@ -754,7 +767,7 @@ std::string Template::decode(tav_istr body, unsigned short code) const {
     try {
         json2nbr::read(json, body, code, to_read_, false);
     } catch (std::invalid_argument const & e) {
-        throw Failure(102, "bad_reply", wordsOf(e));
+        throw Failure(code_bad_reply, "bad_reply", wordsOf(e));
     }
     std::string out = Unmarking(bytesOf(tav_istr(json))).run();
     if (out == "{}") {
@@ -763,7 +776,10 @@ std::string Template::decode(tav_istr body, unsigned short code) const {
     Document strict;
     Failure fault(0, std::string(), std::string());
     if (!strict.read(out, fault)) {
-        throw Failure(102, "bad_reply", "the message has no form in JSON: " + fault.text);
+        throw Failure(code_bad_reply, "bad_reply", "the message has no form in JSON: " + fault.text);
+    }
+    if (!isShallow(strict)) {
+        throw Failure(code_bad_reply, "bad_reply", "the message is nested more than 200 deep");
     }
     return out;
 }

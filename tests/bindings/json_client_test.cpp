@@ -484,6 +484,32 @@ TEST(JsonClient, NothingOfAConnectionIsToldBehindItsEnd) {
     }
 }
 
+TEST(JsonClient, MessageThatIsNestedTooDeepComesAsItsBytes) {
+    Json const deep = "T:object(__class__(T) __code__(3001) [1]t:T?()) "
+                      "R:object(__class__(R) __code__(3002) [1]t:T?())";
+    std::string message;
+    for (int i = 0; i < 5000; ++i) {
+        message += "{\"t\":";
+    }
+    message += "{}" + std::string(5000, '}');
+    std::string const request = R"({"@type":"encode","as":"base64","class":"T","template":)" + deep.dump() +
+                                R"(,"message":)" + message + "}";
+    std::string const body = Json::parse(tav_json_execute(nullptr, request.c_str()))["body"];
+    Gate gate;
+    Talker ann;
+    Talker bob;
+    connect(ann, gate);
+    connect(bob, gate, {{"template", deep}});
+    EXPECT_EQ(nameOf(ann.ask({{"@type", "send"}, {"code", 0x3001}, {"body", body}})), "ok");
+    Json const push = bob.event("push");
+    EXPECT_EQ(push["name"], "bad_reply");
+    EXPECT_EQ(push["body"], body);
+    Json const reply = bob.ask({{"@type", "request"}, {"code", 0x3001}, {"body", body}, {"reply", "R"}});
+    EXPECT_EQ(reply["@type"], "reply");
+    EXPECT_EQ(reply["name"], "bad_reply");
+    EXPECT_EQ(reply["body"], body);
+}
+
 TEST(JsonClient, TextThatIsNoJsonNamesThePosition) {
     Talker ann;
     struct Case {

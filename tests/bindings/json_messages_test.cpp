@@ -442,3 +442,21 @@ TEST(JsonMessages, TemplateOfAFileIsBlamedAsSuch) {
             {{"@type", "encode"}, {"template_file", path}, {"class", "A"}, {"message", Json::object()}})),
         "bad_template template_file");
 }
+
+TEST(JsonMessages, MessageThatIsNestedTooDeepForReadersIsNotRead) {
+    std::string const deep = "T:object(__class__(T) __code__(3001) [1]t:T?())";
+    for (std::size_t const depth : {199u, 200u, 201u, 50000u}) {
+        std::string message;
+        for (std::size_t i = 0; i < depth; ++i) {
+            message += "{\"t\":";
+        }
+        message += "{}" + std::string(depth, '}');
+        std::string const request = R"({"@type":"encode","class":"T","template":)" + Json(deep).dump() +
+                                    R"(,"message":)" + message + "}";
+        Json const made = Json::parse(tav_json_execute(nullptr, request.c_str()));
+        ASSERT_EQ(made["@type"], "encoded") << made;
+        Json const back =
+            execute({{"@type", "decode"}, {"template", deep}, {"class", "T"}, {"body", made["body"]}});
+        EXPECT_EQ(nameOf(back), depth <= 200 ? "decoded" : "bad_reply") << depth;
+    }
+}

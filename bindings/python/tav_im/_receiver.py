@@ -5,6 +5,7 @@ from __future__ import annotations
 import itertools
 import json
 import logging
+import re
 import threading
 import time
 import warnings
@@ -20,6 +21,9 @@ _log = logging.getLogger("tav_im")
 
 _CLOSED = {"code": 3, "name": "closed", "text": "the client has ended"}
 _CANCELLED = {"@type": "error", "code": 14, "name": "cancelled", "text": "the client has ended"}
+
+_HEAD = re.compile(rb'\{"@type":"(\w+)"(?:,"@extra":(\d+))?')
+_CODE = re.compile(rb'"code":(\d+)')
 
 
 class Receiver:
@@ -90,23 +94,30 @@ class _Hands:
             self._takers.pop(number, None)
 
     def run(self) -> None:
+        try:
+            self._receive_all()
+        finally:
+            # Whatever has ended it: who asks from here on is told, and who waits too.
+            _library.destroy(self._handle)
+            with self._lock:
+                left = list(self._takers)
+            for number in left:
+                self._hand_out({**_CANCELLED, "@extra": number})
+            self._hand_out({"@type": "closed"})
+
+    def _receive_all(self) -> None:
         patience = 3600.0
         while True:
             begun = time.monotonic()
             text = _library.receive(self._handle, patience)
             if text is not None:
-                said: Json = json.loads(text)
+                said = _read(text)
                 if said["@type"] == "closed":
-                    break
+                    return
                 self._hand_out(said)
             elif time.monotonic() - begun < patience / 2:
                 # The library knows the client no more, so nothing else will come.
-                break
-        with self._lock:
-            left = list(self._takers)
-        for number in left:
-            self._hand_out({**_CANCELLED, "@extra": number})
-        self._hand_out({"@type": "closed"})
+                return
 
     def _hand_out(self, said: Json) -> None:
         taker: Optional[Taker] = None
@@ -118,5 +129,23 @@ class _Hands:
         if taker is not None:
             try:
                 taker(said)
-            except Exception:
+            except BaseException:
+                # Of these too, such as SystemExit, nobody else would hear on this thread.
                 _log.exception("raised by a function of the application")
+
+
+def _read(text: bytes) -> Json:
+    """What the library said; of a text that Python can't read, what its beginning says."""
+    try:
+        said: Json = json.loads(text)
+        return said
+    except (RecursionError, ValueError) as error:
+        reason = f"Python can't read this: {error}"
+    head = _HEAD.match(text)
+    code = _CODE.search(text)
+    if head is None:
+        return {"@type": "error", "code": 102, "name": "bad_reply", "text": reason}
+    kind = head.group(1).decode()
+    if head.group(2) is not None:
+        return {"@type": "error", "@extra": int(head.group(2)), "code": 102, "name": "bad_reply", "text": reason}
+    return {"@type": kind, "code": int(code.group(1)) if code else 0, "name": "bad_reply", "text": reason}

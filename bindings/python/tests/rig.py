@@ -1,5 +1,6 @@
 """A gateway for each test module: TAV_GATEWAY in the environment is its program."""
 
+import json
 import os
 import shutil
 import subprocess
@@ -10,6 +11,7 @@ from pathlib import Path
 from typing import List, Optional
 
 import tav_im
+from tav_im import _library
 
 LIMIT = 10.0
 
@@ -21,6 +23,20 @@ Pushing:object(__class__(Pushing) __code__(7002) [1]text:string())
 Pushed:object(__class__(Pushed) __code__(7003) [1]text:string())
 CloseMe:object(__class__(CloseMe) __code__(7005) [1]text:string())
 """
+
+#: Classes that hold themselves.
+DEEP = """
+Deep:object(__class__(Deep) __code__(3001) [1]deep:Deep?())
+Deeper:object(__class__(Deeper) __code__(3002) [1]deep:Deep?())
+"""
+
+
+def deep_body(depth: int) -> str:
+    """A `Deep` that is nested so deep, in base64; Python itself could not write it."""
+    message = '{"deep":' * depth + "{}" + "}" * depth
+    request = f'{{"@type":"encode","template":{json.dumps(DEEP)},"class":"Deep","message":{message}}}'
+    made = json.loads(_library.execute(None, request.encode()))
+    return str(made["body"])
 
 
 def program_of(variable: str) -> str:

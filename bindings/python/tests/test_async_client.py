@@ -3,7 +3,7 @@ import unittest
 
 import tav_im
 
-from .rig import LIMIT, Gateway
+from .rig import DEEP, LIMIT, Gateway, deep_body
 
 
 class AsyncClientTest(unittest.IsolatedAsyncioTestCase):
@@ -124,6 +124,24 @@ class AsyncClientTest(unittest.IsolatedAsyncioTestCase):
         client.on("Pushed", lambda message: heard.put_nowait(message["text"]))
         await client.request("PushMe", {"text": "a"}, reply="Pushing", time_limit=LIMIT)
         self.assertEqual(await asyncio.wait_for(heard.get(), LIMIT), "a")
+
+    async def test_a_message_that_is_nested_too_deep_costs_itself_alone(self) -> None:
+        gate = self.gateway
+        bob = tav_im.AsyncClient("bob")
+        self.addAsyncCleanup(bob.close)
+        await bob.connect("127.0.0.1", gate.port, ca=gate.ca, template=DEEP, time_limit=LIMIT)
+        ann = await self.connected()
+        await bob.request("Deep", {}, reply="Deeper", time_limit=LIMIT)
+        body = deep_body(5000)
+        await ann.send(0x3001, body)
+        push = (await self.next(bob, "push")).message
+        assert push.error is not None
+        self.assertEqual((push.error.name, push.body), ("bad_reply", body))
+        with self.assertRaises(tav_im.Error) as caught:
+            await bob.request("Deep", body, reply="Deeper", time_limit=LIMIT)
+        self.assertEqual(caught.exception.name, "bad_reply")
+        reply = await bob.request("Deep", {}, reply="Deeper", time_limit=LIMIT)
+        self.assertEqual(reply.fields, {})
 
     async def test_no_event_in_time_is_none(self) -> None:
         client = tav_im.AsyncClient()

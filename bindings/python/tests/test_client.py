@@ -1,4 +1,5 @@
 import gc
+import json
 import math
 import threading
 import time
@@ -8,7 +9,7 @@ from unittest import mock
 
 import tav_im
 
-from .rig import LIMIT, TEMPLATE, Gateway
+from .rig import DEEP, LIMIT, TEMPLATE, Gateway, deep_body
 
 
 class ClientTest(unittest.TestCase):
@@ -295,6 +296,79 @@ class ClientTest(unittest.TestCase):
         def hear(message: tav_im.Message) -> None:
             came.set()
             raise KeyError("no such field")
+
+        with self.assertLogs("tav_im", "ERROR"):
+            client.on("Pushed", hear)
+            client.request("PushMe", {"text": "a"}, reply="Pushing", time_limit=LIMIT)
+            self.assertTrue(came.wait(LIMIT))
+            client.on("Pushed", None)
+            client.request("PushMe", {"text": "b"}, reply="Pushing", time_limit=LIMIT)
+            self.assertEqual(self.next(client, "push").message["text"], "b")
+
+    def test_a_message_that_is_nested_too_deep_costs_itself_alone(self) -> None:
+        gate = self.gateway
+        bob = tav_im.Client("bob")
+        self.addCleanup(bob.close)
+        bob.connect("127.0.0.1", gate.port, ca=gate.ca, template=DEEP, time_limit=LIMIT)
+        ann = self.connected()
+        # Whoever has got a reply is known to the gateway, which passes messages on to him.
+        bob.request("Deep", {}, reply="Deeper", time_limit=LIMIT)
+        body = deep_body(5000)
+        ann.send(0x3001, body)
+        push = self.next(bob, "push").message
+        assert push.error is not None
+        self.assertEqual((push.error.name, push.body), ("bad_reply", body))
+        with self.assertRaises(tav_im.Error) as caught:
+            bob.request("Deep", body, reply="Deeper", time_limit=LIMIT)
+        self.assertEqual(caught.exception.name, "bad_reply")
+        self.assertEqual(bob.request("Deep", {}, reply="Deeper", time_limit=LIMIT).fields, {})
+
+    def test_a_text_that_python_can_not_read_costs_itself_alone(self) -> None:
+        client = self.connected()
+        read = json.loads
+
+        def recursing(text: bytes) -> object:
+            if b"too deep" in text:
+                raise RecursionError("maximum recursion depth exceeded")
+            return read(text)
+
+        with mock.patch("tav_im._receiver.json.loads", recursing):
+            ann = self.connected()
+            # Whoever has got a reply is known to the gateway, which passes messages on to him.
+            client.request("Say", {"text": "here"}, reply="Said", time_limit=LIMIT)
+            ann.send("Say", {"text": "too deep"})
+            push = self.next(client, "push").message
+            assert push.error is not None
+            self.assertEqual((push.error.name, push.code), ("bad_reply", 0x3001))
+            with self.assertRaises(tav_im.Error) as caught:
+                client.request("Say", {"text": "too deep"}, reply="Said", time_limit=LIMIT)
+            self.assertEqual((caught.exception.name, caught.exception.code), ("bad_reply", 102))
+            reply = client.request("Say", {"text": "a"}, reply="Said", time_limit=LIMIT)
+        self.assertEqual(reply["text"], "a")
+
+    def test_whatever_ends_the_receiving_everyone_is_told(self) -> None:
+        client = tav_im.Client()
+        self.addCleanup(client.close)
+        seen: List[str] = []
+        listener = threading.Thread(target=lambda: seen.extend(event.type for event in client.events()), daemon=True)
+        listener.start()
+        with mock.patch("threading.excepthook"), mock.patch("tav_im._library.receive", side_effect=MemoryError):
+            # The thread is in the library still; what it asks for next is not there.
+            client.ask({"@type": "version"})
+            listener.join(LIMIT)
+        self.assertFalse(listener.is_alive())
+        with self.assertRaises(tav_im.Error) as caught:
+            client.ask({"@type": "version"})
+        self.assertEqual(caught.exception.name, "closed")
+
+    def test_a_handler_that_wants_to_exit_ends_nothing(self) -> None:
+        client = self.connected()
+
+        came = threading.Event()
+
+        def hear(message: tav_im.Message) -> None:
+            came.set()
+            raise SystemExit(1)
 
         with self.assertLogs("tav_im", "ERROR"):
             client.on("Pushed", hear)
