@@ -5,6 +5,7 @@
 #include <chrono>
 #include <limits>
 #include <new>
+#include <thread>
 #include <utility>
 
 namespace tav {
@@ -16,6 +17,17 @@ using tls::failure;
 
 /// For those who use what is to end.
 constexpr std::chrono::milliseconds patience(1000);
+
+/// Waits until nothing that the connections before have brought is left: the client has one function for
+/// messages of codes up to 255, and does not say which connection one came by.  What has just left the queue
+/// is told by the second time that it is found empty.
+void awaitRest(tls::client const & client, std::chrono::steady_clock::time_point until) {
+    constexpr std::chrono::milliseconds step(1);
+    for (int empty = 0; empty < 2 && std::chrono::steady_clock::now() < until;) {
+        empty = client.statistics().received_waiting == 0 ? empty + 1 : 0;
+        std::this_thread::sleep_for(step);
+    }
+}
 
 Failure lastFailure() {
     auto const why = static_cast<failure>(tls::last_failure().value());
@@ -177,6 +189,7 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
     if (replaces) {
         client->close();
     }
+    awaitRest(*client, until);
     try {
         listenToOld(*client, era);
         if (wish->keeper) {

@@ -484,6 +484,29 @@ TEST(JsonClient, NothingOfAConnectionIsToldBehindItsEnd) {
     }
 }
 
+TEST(JsonClient, MessageOfAnOldCodeIsNotToldAsOfTheNextConnection) {
+    Gate gate;
+    for (int round = 0; round < 10; ++round) {
+        Talker ann;
+        connect(ann, gate, {{"limits", {{"received_waiting", 2}}}});
+        for (int i = 0; i < 20; ++i) {
+            gate.gateway.push(0x44, "late", false);
+        }
+        ASSERT_FALSE(ann.event("push").is_null());
+        connect(ann, gate);
+        ASSERT_EQ(nameOf(ann.echo(whole())), "reply");
+        bool over = false;
+        for (Json const & each : ann.heard) {
+            over = over || each["@type"] == "disconnected";
+            EXPECT_FALSE(over && each["@type"] == "push") << round;
+        }
+        EXPECT_TRUE(over);
+        // The new one brings its own.
+        gate.gateway.push(0x44, "new", false);
+        EXPECT_EQ(ann.wait([](Json const & v) { return v.value("body", "") == "bmV3"; })["code"], 0x44);
+    }
+}
+
 TEST(JsonClient, MessageThatIsNestedTooDeepComesAsItsBytes) {
     Json const deep = "T:object(__class__(T) __code__(3001) [1]t:T?()) "
                       "R:object(__class__(R) __code__(3002) [1]t:T?())";
