@@ -112,8 +112,7 @@ void Session::tellKeptInLock(kit::keeper_status const & status) {
 void Session::sendKept(TicketPtr const & ticket, Ways const & by, SendWish const & wish) {
     unsigned short const reply = wish.reply;
     bool const awaits = reply != no_code;
-    bool const receipt = reply == wish.out.code;
-    auto const ended = [ticket, awaits, receipt, reply, left = by.left,
+    auto const ended = [ticket, awaits, receipt = wish.receipt, reply, left = by.left,
                         templates = by.messages](std::error_code why, kit::detail::arrival const & came) {
         if (why) {
             ticket->fail(keeperFailure(why, *left));

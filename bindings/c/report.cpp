@@ -289,11 +289,10 @@ SendWish readSend(Fields & fields, bool request, std::shared_ptr<Template const>
     wish.repeats = fields.flag("safe_to_repeat", false);
     wish.grey = fields.flag("grey", false);
     wish.version = static_cast<unsigned short>(fields.number("version", 1, 0xffff, 4));
-    bool receipt = false;
     if (request) {
         wish.reply = readCode(fields, "reply", messages);
     } else {
-        receipt = fields.flag("receipt", false);
+        wish.receipt = fields.flag("receipt", false);
         wish.target = fields.text("target");
     }
     wish.out = readOutgoing(fields, messages);
@@ -303,13 +302,13 @@ SendWish readSend(Fields & fields, bool request, std::shared_ptr<Template const>
                         fields.path("code") + ": a message of a code up to 255 has no reply",
                         fields.path("code"));
     }
-    if (receipt && wish.isOld()) {
+    if (wish.receipt && wish.isOld()) {
         fields.refuse(fields.find("receipt"), "a message of a code up to 255 has no receipt");
     }
     if (!wish.target.empty() && !wish.isOld()) {
         fields.refuse(fields.find("target"), "only a message of a code up to 255 has a target");
     }
-    wish.reply = receipt ? wish.out.code : wish.reply;
+    wish.reply = wish.receipt ? wish.out.code : wish.reply;
     return wish;
 }
 

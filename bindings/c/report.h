@@ -31,8 +31,10 @@ unsigned short readCode(Fields & fields, std::string_view name,
 /// What a `send` or `request` wants.
 struct SendWish {
     Encoded out;
-    /// no_code if nothing is awaited; the message's own code awaits a receipt.
+    /// no_code if nothing is awaited.
     unsigned short reply = no_code;
+    /// It is a receipt that is awaited, which has the message's own code.
+    bool receipt = false;
     int limit_ms = 0;
     bool grey = false;
     unsigned short version = 4;

@@ -282,8 +282,7 @@ void Session::sendTracked(TicketPtr const & ticket, Ways const & by, SendWish co
     option.set_on_timedout([call](unsigned long long, unsigned short, bool cancelled) {
         call->ended(cancelled ? failure::cancelled : failure::timed_out, std::string());
     });
-    bool const receipt = wish.reply == wish.out.code;
-    option.set_nbr_ack_callback([call, receipt, templates = by.messages](
+    option.set_nbr_ack_callback([call, receipt = wish.receipt, templates = by.messages](
                                     unsigned long long sno, unsigned short reply, unsigned char const * data,
                                     unsigned size, tavMsgExt const & ext) {
         answerReply(call->ticket(), receipt, Came{sno, reply, tav_istr(data, size), ext}, templates);

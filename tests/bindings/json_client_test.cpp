@@ -148,6 +148,27 @@ TEST(JsonClient, SendWithReceiptWaitsForThePeersWord) {
     EXPECT_EQ(nameOf(ann.ask(request)), "receipt");
 }
 
+TEST(JsonClient, ReplyOfTheClassOfItsRequestIsAReply) {
+    Options options;
+    options.echo = true;
+    Gate gate(options);
+    for (bool const by_keeper : {false, true}) {
+        Talker ann;
+        connect(ann, gate, by_keeper ? Json{{"keeper", Json::object()}} : Json::object());
+        Json request = Talker::said(whole());
+        request["reply"] = "chat.Say";
+        Json const reply = ann.ask(request);
+        EXPECT_EQ(nameOf(reply), "reply") << by_keeper;
+        EXPECT_EQ(reply["message"], whole());
+        // One that says nothing confirms nothing.
+        request.erase("message");
+        request["body"] = "";
+        Json const empty = ann.ask(request);
+        EXPECT_EQ(nameOf(empty), "reply") << by_keeper;
+        EXPECT_EQ(empty.value("name", ""), "bad_reply") << empty;
+    }
+}
+
 TEST(JsonClient, OldMessagesGoAndCome) {
     Gate gate;
     Talker ann;
