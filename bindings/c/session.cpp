@@ -250,9 +250,18 @@ void Session::disconnect(TicketPtr const & ticket, Fields & fields) {
 }
 
 void Session::sendOrRequest(TicketPtr const & ticket, Fields & fields, bool request) {
-    Ways const by = ways();
-    SendWish const wish = readSend(fields, request, by.messages);
+    SendWish wish;
+    Ways by;
+    std::shared_ptr<Template const> messages;
+    do {
+        // Others wait for who is on the way, and not for who still reads.
+        by = Ways();
+        messages = this->messages();
+        wish = readSend(fields, request, messages);
+        by = ways();
+    } while (by.messages != messages);
     if (by.kept && !wish.isOld()) {
+        by.line.reset();
         sendKept(ticket, by, wish);
         return;
     }

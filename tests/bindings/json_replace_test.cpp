@@ -3,6 +3,7 @@
 #include "support/joining_thread.h"
 #include "support/log_capture.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -197,6 +198,26 @@ TEST(JsonReplace, MessageThatAKeeperDoesNotKeepIsNotAheadOfTheNextLogin) {
     EXPECT_EQ(nameOf(sender.answer()), "not_connected");
     EXPECT_TRUE(watched.wait(2));
     EXPECT_EQ(watched.codes(), (std::vector<unsigned short>{0x3001, 0x3001}));
+}
+
+// All keepers of the process share a thread, on which their states are told.
+TEST(JsonReplace, SenderWhoseMessageAKeeperTakesHoldsUpNoState) {
+    auto best = std::chrono::steady_clock::duration::max();
+    for (int round = 0; round < 5 && best >= 400ms; ++round) {
+        Watched watched;
+        HeldSender sender;
+        ASSERT_EQ(nameOf(sender.ann.ask(kept(watched.gate()))), "ok");
+        ASSERT_FALSE(sender.ann.event("connected").is_null());
+        sender.send(tracked());
+        tav::gateway::Gateway & gateway = watched.gate().gateway;
+        ASSERT_TRUE(gateway.wait([](Stats const & s) { return s.open == 1; }));
+        unsigned const before = gateway.stats().connections;
+        auto const begun = std::chrono::steady_clock::now();
+        gateway.drop();
+        ASSERT_TRUE(gateway.wait([&](Stats const & s) { return s.connections > before; }));
+        best = std::min(best, std::chrono::steady_clock::now() - begun);
+    }
+    EXPECT_LT(best, 400ms);
 }
 
 TEST(JsonReplace, SenderThatStaysHoldsUpAConnectForItsBoundAlone) {
