@@ -373,7 +373,6 @@ void Session::onOpen(Era era, bool heartbeat) {
     }
     client->should_check_heartbeat(heartbeat);
     std::string text = connectedText(*client);
-    unsigned long long const breaks = client->statistics().breaks_by_peer;
     LastOwner<Line> line = newLine();
     std::lock_guard<std::mutex> const guard(mutex_);
     if (era != era_ || (!attempt_ && !kept_)) {
@@ -384,7 +383,6 @@ void Session::onOpen(Era era, bool heartbeat) {
     if (!line_) {
         line_ = std::move(line);
     }
-    breaks_by_peer_ = breaks;
     answerAttemptInLock();
 }
 
@@ -418,19 +416,12 @@ bool Session::broken(Era era, failure why, std::string const & text) {
 
 void Session::onError(Era era, int code, std::string const & text) {
     constexpr int failed_completion = 10;
+    auto const named = static_cast<failure>(tls::last_failure().value());
+    failure const why = named != failure::none ? named : failure::connection_lost;
     auto const client = this->client();
     if (!client) {
         return;
     }
-    unsigned long long before = 0;
-    {
-        std::lock_guard<std::mutex> const guard(mutex_);
-        before = breaks_by_peer_;
-    }
-    bool const by_peer = client->statistics().breaks_by_peer > before;
-    failure const why = by_peer                     ? failure::closed_by_peer
-                        : code == failed_completion ? failure::bad_frame
-                                                    : failure::connection_lost;
     if (code == failed_completion && isUp(era)) {
         // Nothing is read of such a connection any more.
         client->close();

@@ -129,7 +129,6 @@ private:
     Era era_ = 0;
     bool up_ = false;
     std::shared_ptr<std::atomic<bool>> left_ = std::make_shared<std::atomic<bool>>(false);
-    unsigned long long breaks_by_peer_ = 0;
     /// The connect that has no answer yet.
     std::shared_ptr<Call> attempt_;
     LastOwner<Kept> kept_;

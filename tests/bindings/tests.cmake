@@ -12,6 +12,8 @@ foreach(source ${tav_binding_tests})
     gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
 endforeach()
 
+target_compile_definitions(json_break_test PRIVATE TAV_OPENSSL="${TAV_OPENSSL}")
+
 # A program of C 99 and nothing more, by both compilers.
 tav_find_program(test clang TAV_CLANG_C clang clang-14)
 foreach(compiler ${CMAKE_C_COMPILER} ${TAV_CLANG_C})
