@@ -6,11 +6,14 @@
 #include "tav/kit/talk.h"
 
 #include <algorithm>
+#include <array>
 #include <condition_variable>
 #include <deque>
+#include <iterator>
 #include <mutex>
 #include <random>
 #include <thread>
+#include <vector>
 
 /// What a keeper does; its parts are in keeper_core_connection.h and keeper_core_messages.h.  Internal.
 namespace tav {
@@ -53,6 +56,7 @@ public:
     }
 
     void start();
+    /// Goes without memory: then the state it leads to may be told to nobody.
     void stop() noexcept;
     /// Nothing more is told from here on.
     void mute() {
@@ -177,9 +181,12 @@ private:
     std::error_code store(lock & guard, parcel_ptr const & p, bool may_block,
                           std::vector<parcel_ptr> & dropped);
     void admit();
-    void take_messages(std::vector<parcel_ptr> & to);
+    /// What waits, what waits for room, and what is on its way.
+    using all_parcels = std::array<parcels, 3>;
+    all_parcels take_messages() noexcept;
     void rearm();
     void enter(phase v, keeper_status next);
+    void note_state();
 
     unsigned const process_;
     tls::client & client_;
@@ -211,7 +218,7 @@ private:
     outbox outbox_;
     /// Those for which the outbox has no room, and whose senders wait.
     outbox line_;
-    std::map<unsigned long long, parcel_ptr> in_flight_;
+    parcels in_flight_;
     bool flushing_ = false;
     unsigned stops_ = 0;
     /// No earlier than this is sending tried again.

@@ -51,7 +51,7 @@ inline void keeper_core::stop() noexcept {
 }
 
 inline void keeper_core::halt(unsigned era, std::error_code cause, unsigned failed) noexcept {
-    std::vector<parcel_ptr> left;
+    all_parcels left;
     std::shared_ptr<tls::connect_info> info;
     {
         lock const guard(mutex_);
@@ -62,33 +62,36 @@ inline void keeper_core::halt(unsigned era, std::error_code cause, unsigned fail
         events_.clear();
         info.swap(info_);
         ++stops_;
-        take_messages(left);
-        keeper_status next;
-        next.to = status_.to;
-        next.cause = cause;
-        next.failed = era != 0 ? failed : status_.failed;
-        enter(phase::stopped, std::move(next));
+        left = take_messages();
+        phase_ = phase::stopped;
+        status_.state = keeper_state::stopped;
+        status_.cause = cause;
+        status_.failed = era != 0 ? failed : status_.failed;
+        status_.until = time_point();
+        call_guarded("tav::kit::keeper", [this] { note_state(); });
         changed_.notify_all();
     }
     // Theirs from here on is no other end, such as that of the connection.
-    left.erase(
-        std::remove_if(left.begin(), left.end(), [](parcel_ptr const & p) { return !p->one->claim(); }),
-        left.end());
+    for (parcels & some : left) {
+        for (auto each = some.begin(); each != some.end();) {
+            each = each->second->one->claim() ? std::next(each) : some.erase(each);
+        }
+    }
     drop_connection(info);
-    for (parcel_ptr const & each : left) {
-        each->one->tell(make_error_code(failure::stopped));
+    for (parcels const & some : left) {
+        for (auto const & each : some) {
+            each.second->one->tell(make_error_code(failure::stopped));
+        }
     }
     tell();
 }
 
 inline void keeper_core::drop_connection(std::shared_ptr<tls::connect_info> const & info) noexcept {
-    call_guarded("tav::kit::keeper", [&] {
-        // A connect that was cancelled holds up no later start.
-        if (info) {
-            info->cancel();
-        }
-        client_.close();
-    });
+    // A connect that was cancelled holds up no later start.
+    if (info) {
+        call_guarded("tav::kit::keeper", [&] { info->cancel(); });
+    }
+    call_guarded("tav::kit::keeper", [this] { client_.close(); });
 }
 
 inline void keeper_core::wake_up() noexcept {
@@ -459,6 +462,10 @@ inline std::vector<std::size_t> keeper_core::round() {
 inline void keeper_core::enter(phase v, keeper_status next) {
     phase_ = v;
     status_ = std::move(next);
+    note_state();
+}
+
+inline void keeper_core::note_state() {
     if (how_.on_state && !muted_) {
         untold_.push_back(status_);
     }

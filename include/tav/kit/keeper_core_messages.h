@@ -98,19 +98,14 @@ inline std::error_code keeper_core::store(lock & guard, parcel_ptr const & p, bo
 }
 
 // All but those whose senders stand at the outbox: these are let go, and end them.
-inline void keeper_core::take_messages(std::vector<parcel_ptr> & to) {
-    std::vector<parcel_ptr> line;
-    line_.take_all(line);
-    outbox_.take_all(to);
-    for (parcel_ptr const & each : line) {
-        if (!each->holds_sender) {
-            to.push_back(each);
-        }
+inline keeper_core::all_parcels keeper_core::take_messages() noexcept {
+    all_parcels all{outbox_.take_all(), line_.take_all(), parcels()};
+    all.back().swap(in_flight_);
+    parcels & line = all[1];
+    for (auto each = line.begin(); each != line.end();) {
+        each = each->second->holds_sender ? line.erase(each) : std::next(each);
     }
-    for (auto const & each : in_flight_) {
-        to.push_back(each.second);
-    }
-    in_flight_.clear();
+    return all;
 }
 
 inline void keeper_core::admit() {

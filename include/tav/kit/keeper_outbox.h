@@ -12,7 +12,6 @@
 #include <memory>
 #include <set>
 #include <utility>
-#include <vector>
 
 namespace tav {
 namespace kit {
@@ -69,6 +68,8 @@ struct parcel {
     unsigned long long number = 0;
 };
 using parcel_ptr = std::shared_ptr<parcel const>;
+/// By their place in the order.
+using parcels = std::map<unsigned long long, parcel_ptr>;
 
 /// Messages that wait, in their order, with the times when they have waited too long.
 class outbox {
@@ -111,15 +112,16 @@ public:
     }
     time_point next_limit() const { return limits_.empty() ? time_point::max() : limits_.begin()->first; }
 
-    void take_all(std::vector<parcel_ptr> & to) {
-        for (auto const & each : parcels_) {
-            to.push_back(each.second);
-        }
-        *this = outbox();
+    parcels take_all() noexcept {
+        parcels all;
+        all.swap(parcels_);
+        limits_.clear();
+        bytes_ = 0;
+        return all;
     }
 
 private:
-    std::map<unsigned long long, parcel_ptr> parcels_;
+    parcels parcels_;
     std::set<std::pair<time_point, unsigned long long>> limits_;
     unsigned long long bytes_ = 0;
 };
