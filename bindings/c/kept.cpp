@@ -8,6 +8,8 @@
 namespace tav {
 namespace json_client {
 
+using tls::failure;
+
 void Session::keep(std::shared_ptr<tls::client> const & client, ConnectWish const & wish, int limit_ms,
                    Era era, Call::Left const & left) {
     auto const weak = weak_from_this();
@@ -88,7 +90,10 @@ void Session::tellKeptInLock(kit::keeper_status const & status) {
         cause_.clear();
     }
     kept_to_ = status.to;
-    Failure const why = keeperFailure(status.cause, false, cause_);
+    Failure why = keeperFailure(status.cause, false, cause_);
+    if (status.cause == failure::bad_address) {
+        why.field = portField(*wish_, status.to);
+    }
     if (up_ && status.state != kit::keeper_state::up) {
         up_ = false;
         ObjectText text("disconnected", std::string());
@@ -145,7 +150,7 @@ void answerReply(Ticket & to, bool receipt, Came const & came,
         }
         to.answer(text.take());
     } catch (std::bad_alloc const &) {
-        to.fail(failureOf(tls::failure::out_of_memory));
+        to.fail(failureOf(failure::out_of_memory));
     }
 }
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <utility>
+#include <vector>
 
 namespace tav {
 namespace json_client {
@@ -80,6 +81,12 @@ void readDeath(Fields & in, tls::tls_policy & policy) {
     policy.tcp_keep_alive_probes = static_cast<int>(in.number("tcp_keep_alive_probes", 0, 127, 0));
     policy.tcp_user_timeout_ms =
         static_cast<int>(in.number("tcp_user_timeout_ms", 0, std::numeric_limits<int>::max(), 0));
+    for (char const * const each : {"tcp_keep_alive_interval_s", "tcp_keep_alive_probes"}) {
+        if (policy.tcp_keep_alive_s == 0 && in.number(each, 0, 32767, 0) != 0) {
+            throw failureOf(tls::failure::bad_policy, in.path(each) + ": this needs tcp_keep_alive_s",
+                            in.path(each), static_cast<long long>(in.document().node(in.find(each)).begin));
+        }
+    }
 }
 
 void readKeyLog(Fields & in, tls::tls_policy & policy) {
@@ -176,6 +183,22 @@ std::shared_ptr<Template const> givenTemplate(Fields & fields) {
         }
     }
     return nullptr;
+}
+
+std::string portField(ConnectWish const & wish, kit::gateway const & to) {
+    if (!wish.option.proxy_host.empty()) {
+        return "proxy.port";
+    }
+    if (wish.keeper) {
+        std::size_t const own = wish.option.host.empty() ? 0 : 1;
+        std::vector<kit::gateway> const & all = wish.keeper->option.gateways;
+        for (std::size_t i = own; i < all.size(); ++i) {
+            if (all[i].host == to.host && all[i].port == to.port) {
+                return "keeper.gateways[" + std::to_string(i - own) + "].port";
+            }
+        }
+    }
+    return "port";
 }
 
 int readLimit(Fields & fields) {

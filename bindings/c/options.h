@@ -21,6 +21,9 @@ struct ConnectWish {
     std::shared_ptr<KeeperWish const> keeper; ///< Null if nothing is to keep the connection.
 };
 
+/// The member that has the port of a gateway, or that of the proxy, which is the one that is looked up then.
+std::string portField(ConnectWish const & wish, kit::gateway const & to);
+
 /// The template of the member "template", or of the file that "template_file" names; null without either.
 std::shared_ptr<Template const> givenTemplate(Fields & fields);
 

@@ -202,8 +202,10 @@ void Call::tell() noexcept {
         // The peer closes too when it sees the end, and may be the first to be noticed.
         bool const own = otherwise_ == tls::failure::cancelled && *left_;
         tls::failure const name = cause && !own ? static_cast<tls::failure>(cause.value()) : otherwise_;
-        ticket_->fail(
-            failureOf(name, text_, name == tls::failure::bad_policy ? policyField(text_) : std::string()));
+        std::string const field = name == tls::failure::bad_policy    ? policyField(text_)
+                                  : name == tls::failure::bad_address ? port_
+                                                                      : std::string();
+        ticket_->fail(failureOf(name, text_, field));
     } catch (std::bad_alloc const &) {
         // The ticket's own answer tells the end.
     }

@@ -98,7 +98,9 @@ public:
     /// True once the application has ended the connection itself.
     using Left = std::shared_ptr<std::atomic<bool> const>;
 
-    Call(std::shared_ptr<Ticket> ticket, Left left) : ticket_(std::move(ticket)), left_(std::move(left)) {}
+    /// `port` is the member that has the port which is looked up, for a connect.
+    Call(std::shared_ptr<Ticket> ticket, Left left, std::string port = std::string())
+        : ticket_(std::move(ticket)), left_(std::move(left)), port_(std::move(port)) {}
 
     Ticket & ticket() { return *ticket_; }
     /// What the client gave for it, which knows the cause.
@@ -111,6 +113,7 @@ private:
 
     std::shared_ptr<Ticket> const ticket_;
     Left const left_;
+    std::string const port_;
     std::mutex mutex_;
     std::shared_ptr<tls::future_obj> info_;
     bool known_ = false;

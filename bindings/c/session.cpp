@@ -172,7 +172,7 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
         }
         client = client_.share();
         replaces = up_;
-        call = std::make_shared<Call>(ticket, left);
+        call = std::make_shared<Call>(ticket, left, portField(*wish, kit::gateway()));
         leaveInLock();
         left_ = left;
         era = era_;

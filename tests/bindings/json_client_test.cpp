@@ -192,6 +192,12 @@ TEST(JsonClient, FailuresHaveTheirNames) {
         EXPECT_EQ(nameOf(refused), "bad_address");
         EXPECT_EQ(refused.value("field", ""), "port");
     }
+    request["port"] = "no such service";
+    EXPECT_EQ(nameOf(ann.ask(request)), "bad_address");
+    EXPECT_EQ(ann.ask(request).value("field", ""), "port");
+    request = gate.connect();
+    request["proxy"] = {{"host", "127.0.0.1"}, {"port", "no such service"}};
+    EXPECT_EQ(ann.ask(request).value("field", ""), "proxy.port");
     request = gate.connect();
     request["policy"] = {{"expected_name", "other.example"}};
     EXPECT_EQ(nameOf(ann.ask(request)), "name_mismatch");
@@ -213,6 +219,36 @@ TEST(JsonClient, FailuresHaveTheirNames) {
     gate.gateway.stop();
     request["port"] = port;
     EXPECT_EQ(nameOf(ann.ask(request)), "refused");
+}
+
+TEST(JsonClient, OptionOfThePolicyThatCanNotBeKeptIsBlamed) {
+    Gate gate;
+    Talker ann;
+    Json const wrong = {{"certificate_file", "/nowhere/at/all"},
+                        {"certificate_pem", "none"},
+                        {"key_file", "/nowhere/at/all"},
+                        {"key_pem", "none"},
+                        {"trusted_pem", "none"},
+                        {"crl_file", "/nowhere/at/all"},
+                        {"crl_pem", "none"},
+                        {"ciphers", "none"},
+                        {"cipher_suites", "none"},
+                        {"alpn", {""}},
+                        {"tcp_keep_alive_interval_s", 5},
+                        {"tcp_keep_alive_probes", 5}};
+    for (auto const & each : wrong.items()) {
+        Json request = gate.connect();
+        request["policy"] = {{each.key(), each.value()}};
+        for (bool const by_keeper : {false, true}) {
+            Json const answer = ann.ask(request);
+            EXPECT_EQ(nameOf(answer), "bad_policy") << each.key() << by_keeper;
+            EXPECT_EQ(answer.value("field", ""), "policy." + each.key()) << answer;
+            request["keeper"] = Json::object();
+        }
+    }
+    Json request = gate.connect();
+    request["cipher"] = "none";
+    EXPECT_EQ(ann.ask(request).value("field", ""), "cipher");
 }
 
 TEST(JsonClient, ConnectEndsByItsLimit) {

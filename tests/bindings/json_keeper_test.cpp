@@ -427,8 +427,12 @@ TEST(JsonKeeper, GatewayThatCanHaveNoAddressEndsIt) {
     request["port"] = "neither this one";
     Json const refused = ann.ask(request);
     EXPECT_EQ(nameOf(refused), "bad_address") << refused;
+    EXPECT_EQ(refused.value("field", ""), "keeper.gateways[0].port");
     EXPECT_FALSE(state(ann, "stopped").is_null());
+    request["keeper"].erase("gateways");
+    EXPECT_EQ(ann.ask(request).value("field", ""), "port");
     // One that can be reached is enough.
+    request["keeper"]["gateways"] = {{{"host", "127.0.0.1"}, {"port", "no such service"}}};
     request["port"] = gate.gateway.port();
     EXPECT_EQ(nameOf(ann.ask(request)), "ok");
 }
