@@ -74,7 +74,9 @@ bool fitsReal(std::string_view text) {
     in.imbue(std::locale::classic());
     T value = 0;
     in >> value;
-    return !in.fail();
+    // One that is too small is read as zero.
+    return !in.fail() && (value != 0 || text.substr(0, text.find_first_of("eE")).find_first_of("123456789") ==
+                                            std::string_view::npos);
 }
 
 /// The shortest text that reads back as the number; null if there is none.
@@ -327,6 +329,12 @@ private:
                 checkKey(i, in.field->classType.keyType.value());
             }
             spot = Spot{in.field->classType.elementType.value(), nullptr, in.owner, in.field};
+            // Of a list in a list the kind is not known, nor is there a class of its name.
+            bool const unknown = in.kind == kinds::list_ && spot.kind == kinds::unknown_ &&
+                                 classNamed(in.field->classType.name, *in.owner, factory_) == nullptr;
+            if (isList(spot.kind) || spot.kind == kinds::map_ || unknown) {
+                refuse(i, "a list or map within a list or map can't be sent");
+            }
         } else {
             return spot;
         }
@@ -676,7 +684,7 @@ MetaFactory factoryOf(std::string const & text, std::string const & member) {
             throw Failure(static_cast<int>(failure::bad_template), "bad_template",
                           "the template has no class", member);
         }
-        checkTemplate(made, text, member);
+        checkTemplate(made, in.unit(), text, member);
         return made;
     } catch (std::invalid_argument const & e) {
         throw Failure(static_cast<int>(failure::bad_template), "bad_template", wordsOf(e), member);

@@ -426,6 +426,9 @@ std::string log(Fields & fields, std::string_view extra) {
     auto const size =
         static_cast<int>(fields.number("size", 1024, std::numeric_limits<int>::max(), usual_size));
     fields.finish();
+    if (!to_file && fields.has("size")) {
+        fields.refuse(fields.find("size"), "only a file has a size");
+    }
     if (!levels.empty()) {
         checkLevels(fields, levels);
     }

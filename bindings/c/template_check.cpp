@@ -116,6 +116,10 @@ void checkFields(MetaClass const & cls, MetaFactory const & factory) {
             return;
         }
         for (MetaField const & field : base->fields) {
+            MetaField const * const own = cls.findField(tav_istr(field.idName.name));
+            if (own != nullptr && own->idName.id != field.idName.id) {
+                refuse(cls, *own, "the field of this name of its base class has another tag");
+            }
             auto const same = ids.find(field.idName.id);
             if (same != ids.end() && same->second != textOf(field.idName.name)) {
                 refuse(cls, "field " + same->second + ": the field " + textOf(field.idName.name) +
@@ -138,8 +142,25 @@ MetaClass const * classNamed(tavString const & name, MetaClass const & within, M
 
 namespace {
 
-void checkAll(MetaFactory const & factory, std::string_view text) {
+/// Of two classes of one name the factory has the later alone, so that each unit is read by itself here.
+void checkNames(pml::Unit const & first) {
+    std::set<tavString> names;
+    for (pml::Unit const * unit = &first; unit != nullptr; unit = unit->next().get()) {
+        pml::Unit alone(*unit);
+        alone.next(tavSharedPtr<pml::Unit>());
+        pml::PmlInputStream in(alone);
+        MetaFactory const read(in);
+        for (auto const & each : read.classes) {
+            if (!names.insert(each.first).second) {
+                refuse(each.second, "there is another one of this name");
+            }
+        }
+    }
+}
+
+void checkAll(MetaFactory const & factory, pml::Unit const & first, std::string_view text) {
     checkBrackets(text);
+    checkNames(first);
     std::map<unsigned, std::string> codes;
     std::vector<MetaClass const *> left;
     for (auto const & each : factory.classes) {
@@ -165,9 +186,10 @@ void checkAll(MetaFactory const & factory, std::string_view text) {
 
 } // namespace
 
-void checkTemplate(MetaFactory const & factory, std::string_view text, std::string const & member) {
+void checkTemplate(MetaFactory const & factory, pml::Unit const & first, std::string_view text,
+                   std::string const & member) {
     try {
-        checkAll(factory, text);
+        checkAll(factory, first, text);
     } catch (Failure & e) {
         e.field = member;
         throw;

@@ -15,8 +15,10 @@ pml::MetaClass const * classNamed(tavString const & name, pml::MetaClass const &
                                   pml::MetaFactory const & factory);
 
 /// Throws Failure "bad_template" with `member` as its field, whose text names the class and the field.  The
-/// library reads such a template in silence, and drops or loses what is wrong with it.
-void checkTemplate(pml::MetaFactory const & factory, std::string_view text, std::string const & member);
+/// library reads such a template in silence, and drops or loses what is wrong with it.  `first` is the unit
+/// that the factory was read from.
+void checkTemplate(pml::MetaFactory const & factory, pml::Unit const & first, std::string_view text,
+                   std::string const & member);
 
 } // namespace json_client
 } // namespace tav

@@ -476,6 +476,7 @@ TEST(JsonClient, LogRefusesWhatItWouldLetPass) {
     EXPECT_EQ(refused({{"file", "/nowhere/at/all.log"}}), "value_does_not_fit file");
     EXPECT_EQ(refused({{"file", "/tmp/a.log"}, {"size", 0}}), "value_does_not_fit size");
     EXPECT_EQ(refused({{"size", 5000}}), "field_missing levels");
+    EXPECT_EQ(refused({{"levels", "(default(WARN))"}, {"size", 5000}}), "value_does_not_fit size");
 }
 
 TEST(JsonClient, MisspeltMemberIsToldAheadOfTheOneThatIsMissing) {

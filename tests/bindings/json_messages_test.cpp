@@ -243,6 +243,12 @@ TEST(JsonMessages, RealNumberThatAFieldDoesNotHoldIsRefused) {
     EXPECT_EQ(raw(R"({"fm":{"a":1e39}})"), "value_does_not_fit message.fm.a");
     EXPECT_EQ(raw("{\"f\":1" + std::string(60, '0') + "}"), "value_does_not_fit message.f");
     EXPECT_NE(raw(R"({"f":3e38,"d":1e300})").find("encoded"), std::string::npos);
+    // What is too small would be sent as zero.
+    EXPECT_EQ(raw(R"({"f":1e-60})"), "value_does_not_fit message.f");
+    EXPECT_EQ(raw(R"({"d":-1e-400})"), "value_does_not_fit message.d");
+    EXPECT_EQ(raw("{\"d\":0." + std::string(400, '0') + "1}"), "value_does_not_fit message.d");
+    EXPECT_NE(raw(R"({"f":1e-45,"d":5e-324})").find("encoded"), std::string::npos);
+    EXPECT_NE(raw(R"({"f":0e7,"d":-0.000E-400})").find("encoded"), std::string::npos);
 }
 
 TEST(JsonMessages, KeyThatItsMapDoesNotHoldIsRefused) {
@@ -423,6 +429,15 @@ TEST(JsonMessages, TemplateOfWhichAPartWouldBeLostIsRefused) {
               "template class A: there is no class Nobody to be its base");
     EXPECT_EQ(fault("B:object(__class__(B) [1]y:string()) " + with("__super__(B) [1]x:string()")),
               "template class A: field x: the field y of its base class has the same tag");
+    EXPECT_EQ(fault("B:object(__class__(B) [1]x:string()) " + with("__super__(B) [2]x:string()")),
+              "template class A: field x: the field of this name of its base class has another tag");
+    EXPECT_NE(fault("B:object(__class__(B) [1]x:string()) " + with("__super__(B) [1]x:string()"))
+                  .find("field_missing"),
+              std::string::npos);
+    EXPECT_EQ(fault(with("[1]x:string()") + " " + with("[1]y:string()")),
+              "template class A: there is another one of this name");
+    EXPECT_EQ(fault(with("[1]x:string()") + " C:object(__class__(A) __code__(3002) [1]y:string())"),
+              "template class A: there is another one of this name");
     std::string const closed = with("[1]x:string()");
     EXPECT_EQ(fault(closed + ") B:object(__class__(B) [1]x:string())"),
               "template byte " + std::to_string(closed.size()) + ": this bracket closes nothing");
@@ -459,4 +474,18 @@ TEST(JsonMessages, MessageThatIsNestedTooDeepForReadersIsNotRead) {
             execute({{"@type", "decode"}, {"template", deep}, {"class", "T"}, {"body", made["body"]}});
         EXPECT_EQ(nameOf(back), depth <= 200 ? "decoded" : "bad_reply") << depth;
     }
+}
+
+TEST(JsonMessages, ListWithinAListIsRefusedByItsPlace) {
+    std::string const nested = "A:object(__class__(A) __code__(3001) [1]l:list{list{int32}}() "
+                               "[2]m:map{string,list{int32}}() [3]x:int32?() "
+                               "[4]z:list{map{string,int32}}())";
+    auto const refused = [&](Json const & message) {
+        return blamed(
+            execute({{"@type", "encode"}, {"template", nested}, {"class", "A"}, {"message", message}}));
+    };
+    EXPECT_EQ(refused({{"l", Json::array({Json::array({1})})}}), "value_does_not_fit message.l[0]");
+    EXPECT_EQ(refused({{"m", {{"a", Json::array({1})}}}}), "value_does_not_fit message.m.a");
+    EXPECT_EQ(refused({{"z", Json::array({{{"a", 1}}})}}), "value_does_not_fit message.z[0]");
+    EXPECT_NE(refused({{"x", 1}, {"l", Json::array()}}).find("encoded"), std::string::npos);
 }
