@@ -47,10 +47,10 @@ void Session::keep(std::shared_ptr<tls::client> const & client, ConnectWish cons
     });
     LastOwner<Kept> made(std::make_unique<Kept>(client, option, how, left));
     std::lock_guard<std::mutex> const guard(mutex_);
+    // Nobody sends by it before that; one that can't start is nobody's.
+    made.share()->keeper.start();
     keeping_ = true;
     kept_ = std::move(made);
-    // Nobody sends by it before that.
-    kept_.share()->keeper.start();
 }
 
 void Session::noteCause(Era era, std::string const & text) {

@@ -36,6 +36,16 @@ Failure lastFailure() {
                      why == failure::encoding_failed ? "body" : "");
 }
 
+/// Without memory for the words the answer that the ticket was made with has to do.
+template <class Why>
+void failFor(Ticket & ticket, Why const & why) noexcept {
+    try {
+        ticket.fail(why());
+    } catch (std::bad_alloc const &) {
+        // It goes with the ticket.
+    }
+}
+
 } // namespace
 
 Session::Session(std::string const & name) : client_(std::make_unique<tls::client>(tav_istr(name))) {}
@@ -107,9 +117,9 @@ bool Session::send(std::string_view request) {
     } catch (Failure const & e) {
         ticket->fail(e);
     } catch (std::bad_alloc const &) {
-        ticket->fail(failureOf(failure::out_of_memory));
+        failFor(*ticket, [] { return failureOf(failure::out_of_memory); });
     } catch (std::exception const & e) {
-        ticket->fail(failureOf(failure::other, wordsOf(e)));
+        failFor(*ticket, [&e] { return failureOf(failure::other, wordsOf(e)); });
     }
     return true;
 }

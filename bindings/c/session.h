@@ -33,8 +33,8 @@ public:
     /// False, and nothing was done, if the end has come.  Throws std::bad_alloc in that case too.
     bool send(std::string_view request);
     Outbox::Found receive(std::string & out, double seconds) { return outbox_->receive(out, seconds); }
-    /// False if that was done before.  Waits about a second for who still uses the client, and leaves it to
-    /// that one then: it has been closed, and all that was under way has its answer.
+    /// False if that was done before.  Waits about two seconds at most for who still uses the client, and
+    /// leaves it to that one then: it has been closed, and all that was under way has its answer.
     bool end() noexcept;
     /// "closed" has been received.
     bool isDone() const { return outbox_->isDone(); }

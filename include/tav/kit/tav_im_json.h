@@ -62,9 +62,9 @@ TAV_JSON_API char const * tav_json_execute(tav_json_client * client, char const 
 /// left of clients from which nobody has received for a minute is let go of, the oldest first, once there is
 /// more than 16 MiB of it.
 ///
-/// Usually returns at once.  A thread that is in the midst of a request is waited for, a second at most; one
-/// that stays longer finds the connection closed, its request is answered all the same, and "closed" comes
-/// behind that answer.
+/// Usually returns at once.  A thread that is in the midst of a request is waited for, about two seconds at
+/// most, and four beside a `connect` that is held up as well; one that stays longer finds the connection
+/// closed, its request is answered all the same, and "closed" comes behind that answer.
 TAV_JSON_API void tav_json_destroy(tav_json_client * client);
 
 #ifdef __cplusplus
