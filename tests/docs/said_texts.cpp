@@ -236,17 +236,44 @@ std::vector<Text> textsIn(std::string const & file, std::string const & source) 
     return Reader(file, source).read();
 }
 
+std::vector<Text> textsInPython(std::string const & file, std::string const & source) {
+    static std::regex const told(
+        R"re(\b(raise \w+|_log\.\w+|warnings\.warn)\(|"name": "\w+", "text": (?=f?"))re");
+    static std::regex const place(R"(\{[^}]*\})");
+    std::vector<Text> found;
+    for (std::sregex_iterator at(source.begin(), source.end(), told), none; at != none; ++at) {
+        auto const begin = static_cast<std::size_t>(at->position() + at->length());
+        bool const call = source[begin - 1] == '(';
+        std::size_t const end = call ? endOfBrackets(source, begin - 1) : source.find('\n', begin);
+        std::size_t i = source.find('"', begin);
+        if (i >= end) {
+            continue;
+        }
+        auto const lines = std::count(source.begin(), source.begin() + static_cast<long>(i), '\n');
+        std::string const text = literal(source, i);
+        for (std::sregex_token_iterator piece(text.begin(), text.end(), place, -1), last; piece != last;
+             ++piece) {
+            if (saysSomething(*piece)) {
+                found.push_back({file, 1 + static_cast<int>(lines), trimmed(*piece)});
+            }
+        }
+    }
+    return found;
+}
+
 std::vector<Text> textsOf(std::string const & project) {
     namespace fs = std::filesystem;
     std::vector<Text> all;
     for (char const * const top : {"src", "include", "bindings"}) {
         for (auto const & entry : fs::recursive_directory_iterator(fs::path(project) / top)) {
             std::string const extension = entry.path().extension().string();
-            if (extension == ".cpp" || extension == ".h") {
+            std::string const file = fs::relative(entry.path(), project).generic_string();
+            bool const python = extension == ".py" && file.rfind("bindings/python/tav_im/", 0) == 0;
+            if (extension == ".cpp" || extension == ".h" || python) {
                 std::ifstream in(entry.path(), std::ios::binary);
                 std::string const source((std::istreambuf_iterator<char>(in)),
                                          std::istreambuf_iterator<char>());
-                auto const more = textsIn(fs::relative(entry.path(), project).generic_string(), source);
+                auto const more = python ? textsInPython(file, source) : textsIn(file, source);
                 all.insert(all.end(), more.begin(), more.end());
             }
         }
@@ -259,7 +286,7 @@ std::string moduleOf(std::string const & file) {
         return "kit";
     }
     if (file.rfind("bindings/", 0) == 0) {
-        return file.substr(0, file.rfind('/'));
+        return file.substr(0, file.find('/', std::string_view("bindings/").size()));
     }
     return file.rfind("src/", 0) == 0 ? file.substr(4, file.rfind('/') - 4) : std::string();
 }

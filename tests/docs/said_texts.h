@@ -19,10 +19,15 @@ struct Text {
 /// letters says nothing and is left out.
 std::vector<Text> textsIn(std::string const & file, std::string const & source);
 
+/// The texts in one source of the Python package: of what is raised, warned of or logged, and of the answers
+/// that it makes itself.
+std::vector<Text> textsInPython(std::string const & file, std::string const & source);
+
 /// The same of all sources, bindings and public headers under `project`.
 std::vector<Text> textsOf(std::string const & project);
 
-/// The module that a file belongs to: its folder below src/, "bindings/c", or "kit"; empty for other headers.
+/// The module that a file belongs to: its folder below src/, "bindings/c", "bindings/python", or "kit"; empty
+/// for other headers.
 std::string moduleOf(std::string const & file);
 
 } // namespace said

@@ -142,6 +142,19 @@ TEST(TroublePage, HasACauseAndARemedyInEachRow) {
     }
 }
 
+TEST(TroublePage, LacksATextOfPythonThatIsNew) {
+    auto const lacks = [](char const * source) {
+        return missing(page(), said::textsInPython("bindings/python/tav_im/_new.py", source));
+    };
+    EXPECT_NE(lacks("    raise ValueError(\"the moon is full\")\n"), "");
+    EXPECT_NE(lacks("    raise ImportError(\n        _NAME + \"the moon is full\"\n    )\n"), "");
+    EXPECT_NE(lacks("    _log.exception(\"the moon is full\")\n"), "");
+    EXPECT_NE(lacks("    warnings.warn(f\"the moon {name!r} is full\", ResourceWarning)\n"), "");
+    EXPECT_NE(lacks("    return {\"name\": \"other\", \"text\": f\"the moon is {phase}\"}\n"), "");
+    EXPECT_EQ(lacks("    text = \"the moon is full\"\n"), "");
+    EXPECT_EQ(lacks("    raise ValueError(\"most_waiting has to be 1 at least\")\n"), "");
+}
+
 TEST(TroublePage, LacksATextThatIsNew) {
     auto const lacks = [](char const * source) {
         return missing(page(), said::textsIn("src/client/new.cpp", source));

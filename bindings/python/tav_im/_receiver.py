@@ -140,12 +140,11 @@ def _read(text: bytes) -> Json:
         said: Json = json.loads(text)
         return said
     except (RecursionError, ValueError) as error:
-        reason = f"Python can't read this: {error}"
+        bad: Json = {"code": 102, "name": "bad_reply", "text": f"Python can't read this: {error}"}
     head = _HEAD.match(text)
-    code = _CODE.search(text)
     if head is None:
-        return {"@type": "error", "code": 102, "name": "bad_reply", "text": reason}
-    kind = head.group(1).decode()
+        return {"@type": "error", **bad}
     if head.group(2) is not None:
-        return {"@type": "error", "@extra": int(head.group(2)), "code": 102, "name": "bad_reply", "text": reason}
-    return {"@type": kind, "code": int(code.group(1)) if code else 0, "name": "bad_reply", "text": reason}
+        return {"@type": "error", "@extra": int(head.group(2)), **bad}
+    code = _CODE.search(text)
+    return {"@type": head.group(1).decode(), **bad, "code": int(code.group(1)) if code else 0}
