@@ -264,6 +264,18 @@ TEST(JsonKeeper, WhatCanNotBeKeptFailsWhileDown) {
     EXPECT_EQ(nameOf(ann.ask(old)), "not_connected");
 }
 
+TEST(JsonKeeper, StopByDestroyIsToldWithItsGateway) {
+    Gate gate;
+    Talker ann;
+    ASSERT_EQ(nameOf(ann.ask(kept(gate))), "ok");
+    ASSERT_FALSE(state(ann, "up").is_null());
+    tav_json_destroy(ann.client);
+    Json const stopped = state(ann, "stopped");
+    EXPECT_EQ(stopped["name"], "cancelled");
+    EXPECT_EQ(stopped["host"], "127.0.0.1");
+    EXPECT_EQ(stopped["port"], std::to_string(gate.gateway.port()));
+}
+
 TEST(JsonKeeper, DestroyWhileDownAnswersAll) {
     Gate trusted;
     Away const away;

@@ -4,6 +4,7 @@
 #include "support/log_capture.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
@@ -264,4 +265,23 @@ TEST(JsonReplace, DestroyEndsWithinItsBoundBesideASenderThatStays) {
             EXPECT_EQ(watched.codes().size(), by_keeper ? 1u : 0u);
         }
     }
+}
+
+TEST(JsonReplace, AnswerAndEndThatComeTogetherWakeTwoReceivers) {
+    Watched watched;
+    HeldSender sender;
+    tav_json_client * const client = sender.ann.client;
+    ASSERT_EQ(nameOf(sender.ann.ask(watched.gate().connect())), "ok");
+    sender.send(plain());
+    tav_json_destroy(client);
+    while (tav_json_receive(client, 0) != nullptr) {
+    }
+    std::atomic<int> received{0};
+    {
+        auto const receive = [&] { received += tav_json_receive(client, limit_s) != nullptr ? 1 : 0; };
+        JoiningThread const first(receive);
+        JoiningThread const second(receive);
+        sender.release();
+    }
+    EXPECT_EQ(received, 2);
 }

@@ -3,7 +3,7 @@ import unittest
 
 import tav_im
 
-from .rig import DEEP, LIMIT, Gateway, deep_body
+from .rig import DEEP, LIMIT, TEMPLATE, Gateway, deep_body
 
 
 class AsyncClientTest(unittest.IsolatedAsyncioTestCase):
@@ -124,6 +124,17 @@ class AsyncClientTest(unittest.IsolatedAsyncioTestCase):
         client.on("Pushed", lambda message: heard.put_nowait(message["text"]))
         await client.request("PushMe", {"text": "a"}, reply="Pushing", time_limit=LIMIT)
         self.assertEqual(await asyncio.wait_for(heard.get(), LIMIT), "a")
+
+    async def test_a_reply_that_can_not_be_read_is_an_error(self) -> None:
+        client = tav_im.AsyncClient()
+        self.addAsyncCleanup(client.close)
+        template = TEMPLATE + "Strict:object(__class__(Strict) __code__(3004) [1]text:string() [9]more:string())\n"
+        template += "Loose:object(__class__(Loose) __code__(3003) [1]text:string())"
+        gate = self.gateway
+        await client.connect("127.0.0.1", gate.port, ca=gate.ca, template=template, time_limit=LIMIT)
+        with self.assertRaises(tav_im.Error) as caught:
+            await client.request("Loose", {"text": "a"}, reply="Strict", time_limit=LIMIT)
+        self.assertEqual((caught.exception.name, caught.exception.code), ("bad_reply", 102))
 
     async def test_a_message_that_is_nested_too_deep_costs_itself_alone(self) -> None:
         gate = self.gateway
