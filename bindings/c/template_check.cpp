@@ -1,6 +1,7 @@
 #include "bindings/c/template_check.h"
 
 #include "bindings/c/json.h"
+#include "tav/vinta/vinta_pml_streams.h"
 #include "tav/vinta/vinta_tls_failure.h"
 
 #include <charconv>
