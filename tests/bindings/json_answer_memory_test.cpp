@@ -17,7 +17,7 @@ int answers(tav_json_client * client) {
 
 } // namespace
 
-TEST(JsonMemory, RequestThatWasTakenHasOneAnswerAndOneThatWasNotHasNone) {
+TEST(JsonAnswerMemory, RequestThatWasTakenHasOneAnswerAndOneThatWasNotHasNone) {
     Json const requests[] = {
         {{"@type", "version"}},
         {{"@type", "fly"}},
