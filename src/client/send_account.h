@@ -21,7 +21,7 @@ class send_account {
 public:
     /// What a message that waits takes at most beside the bytes of its body: as a packet until "sender" has
     /// encoded it, and then as a frame.
-    static constexpr unsigned message_cost = 512;
+    static constexpr unsigned message_cost = 640;
 
     /// `counted` and `teller` are null or the client's own.
     send_account(limit_option limits, std::shared_ptr<counters> counted,

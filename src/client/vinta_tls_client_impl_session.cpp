@@ -227,10 +227,7 @@ void session::on_error(std::error_code ec) {
 void session::on_error(std::error_code ec, std::string told) {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::on_error"), name_, " on std::error_code ",
               text(ec));
-    // What the application closes fails by that, and no cause of the network's is to name it.
-    if (!state_.closing_actively()) {
-        sends_.set_cause(named(ec));
-    }
+    sends_.set_cause(named(ec));
     cancel_all();
     output_.drop_unsent();
     if (state_.end_asked() || (state_.closing_actively() && state_.now() == session_state::closing)) {
@@ -257,6 +254,7 @@ void session::on_error(std::error_code ec, std::string told) {
 // its own end.  Without memory to limit that, the end is told at once.
 void session::on_broken(std::error_code ec) {
     if (state_.closing_actively() || broken_.told()) {
+        sends_.set_cause(named_break(ec));
         on_error(ec);
         return;
     }

@@ -1,6 +1,10 @@
 # The C interface as its users meet it: by its header and its library, not by what is inside.
 tav_find_package(test nlohmann-json3-dev nlohmann_json)
 file(GLOB tav_binding_tests CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/*_test.cpp)
+# Sanitizers have the allocator for themselves.
+if(TAV_SANITIZE)
+    list(FILTER tav_binding_tests EXCLUDE REGEX "_memory_test\\.cpp$")
+endif()
 foreach(source ${tav_binding_tests})
     get_filename_component(name ${source} NAME_WE)
     add_executable(${name} ${source})

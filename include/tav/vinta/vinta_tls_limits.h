@@ -19,7 +19,7 @@ namespace tls {
 struct limit_option {
     /// Default: 0, no limit.  Messages: the most that wait to be written to the socket.
     unsigned queued_frames = 0;
-    /// Default: 0, no limit.  Bytes: the most that those take, each its body and 512 bytes for itself, so
+    /// Default: 0, no limit.  Bytes: the most that those take, each its body and 640 bytes for itself, so
     /// that short messages cost no more than the limit either.  One message is always accepted when nothing
     /// waits.
     unsigned long long queued_bytes = 0;
