@@ -73,12 +73,19 @@ public:
     }
 };
 
+/// Never destroys it: a failure may be told until the process ends.  Takes no memory either, of which there
+/// may be none to tell that.
+union category_place {
+    category_place() : category() {}
+    ~category_place() {}
+    failure_category category;
+};
+
 } // namespace detail
 
 inline std::error_category const & failures() noexcept {
-    // Never destroyed: a failure may be told until the process ends.
-    static detail::failure_category const & the = *new detail::failure_category;
-    return the;
+    static detail::category_place const place;
+    return place.category;
 }
 
 inline std::error_code make_error_code(failure v) noexcept {
