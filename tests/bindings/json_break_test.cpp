@@ -7,39 +7,20 @@ using namespace tav_test;
 // A connection that the peer ends behind its handshake.
 namespace {
 
-/// A text as a file.
-class Text {
-public:
-    explicit Text(std::string const & text) {
-        char path[] = "/tmp/tav_json_test_XXXXXX";
-        ::close(::mkstemp(path));
-        path_ = path;
-        std::ofstream(path_) << text;
-    }
-    ~Text() { std::remove(path_.c_str()); }
-    Text(Text const &) = delete;
-    Text & operator=(Text const &) = delete;
-
-    std::string const & path() const { return path_; }
-
-private:
-    std::string path_;
-};
-
 /// A server by TLS 1.3 that wants a certificate, which it misses when the client has done its part.
 class WantingServer final : public ServerProcess {
 public:
-    WantingServer() : own_(made().chain + made().key), ca_(made().ca) {
-        start({TAV_OPENSSL, "s_server", "-accept", "127.0.0.1:0", "-cert", own_.path(), "-key", own_.path(),
-               "-tls1_3", "-Verify", "3", "-verify_return_error", "-CAfile", ca_.path()});
+    WantingServer() {
+        std::string const own = folder_.write("own.pem", made().chain + made().key);
+        start({TAV_OPENSSL, "s_server", "-accept", "127.0.0.1:0", "-cert", own, "-key", own, "-tls1_3",
+               "-Verify", "3", "-verify_return_error", "-CAfile", folder_.write("ca.pem", made().ca)});
         readPort("ACCEPT 127.0.0.1:");
     }
 
 private:
     static tav::gateway::Certificates const & made() { return Gate::certificates(); }
 
-    Text const own_;
-    Text const ca_;
+    Folder const folder_;
 };
 
 } // namespace
@@ -52,7 +33,7 @@ TEST(JsonBreak, HasTheSameNameWithAKeeperAndWithout) {
                         {"host", "127.0.0.1"},
                         {"port", server.port()},
                         {"time_limit_ms", 10000},
-                        {"policy", {{"safe", false}}}};
+                        {"policy", {{"safe", false}, {"max_version", "1.3"}}}};
         if (by_keeper) {
             request["keeper"] = Json::object();
         }

@@ -348,7 +348,7 @@ TEST(JsonClient, LimitsRefuseAndTellHighWater) {
     options.log = [&gateway](std::string const &) { gateway.pass(); };
     Gate gate(options);
     Talker ann;
-    connect(ann, gate, {{"limits", {{"tracked_sends", 1}, {"queued_bytes", 1000}}}});
+    connect(ann, gate, {{"limits", {{"tracked_sends", 1}, {"queued_bytes", 10000}}}});
     gateway.hold();
     Json request = Talker::said(whole());
     request["@extra"] = "first";
@@ -548,7 +548,7 @@ TEST(JsonClient, MessageOfAnOldCodeIsNotToldAsOfTheNextConnection) {
         Talker ann;
         connect(ann, gate, {{"limits", {{"received_waiting", 2}}}});
         for (int i = 0; i < 20; ++i) {
-            gate.gateway.push(0x44, "late", false);
+            gate.gateway.push(0x44, bodyOf("late"), false);
         }
         ASSERT_FALSE(ann.event("push").is_null());
         connect(ann, gate);
@@ -560,8 +560,8 @@ TEST(JsonClient, MessageOfAnOldCodeIsNotToldAsOfTheNextConnection) {
         }
         EXPECT_TRUE(over);
         // The new one brings its own.
-        gate.gateway.push(0x44, "new", false);
-        EXPECT_EQ(ann.wait([](Json const & v) { return v.value("body", "") == "bmV3"; })["code"], 0x44);
+        gate.gateway.push(0x44, "\1\2\3", false);
+        EXPECT_EQ(ann.wait([](Json const & v) { return v.value("body", "") == "AQID"; })["code"], 0x44);
     }
 }
 

@@ -328,18 +328,17 @@ TEST(ClientFailures, WaitForNothingIsAFailure) {
 TEST(ClientFailures, WaitForAReplyThatNeverEndsIsRefusedAndCounted) {
     ClientRig rig;
     Events done;
-    rig.client.on_nbr_msg(
-        0x2345, [&](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {
-            Answer answer;
-            EXPECT_EQ(rig.client.send_and_wait(Ask(1), answer, 1000), tls::result_error);
-            EXPECT_EQ(last_failure(), failure::would_wait_for_itself);
-            done.add("done");
-        });
-    rig.connect();
-    rig.server->send(mobile(0x2345, 1).framed());
+    tls::connect_option option = rig.option();
+    option.set_on_open([&] {
+        Answer answer;
+        EXPECT_EQ(rig.client.send_and_wait(Ask(1), answer, 1000), tls::result_error);
+        EXPECT_EQ(last_failure(), failure::would_wait_for_itself);
+        done.add("done");
+    });
+    rig.connect(option);
     ASSERT_TRUE(done.wait(1));
     EXPECT_EQ(rig.client.statistics().sends_refused, 1u);
-    EXPECT_EQ(rig.client.statistics().queued_frames, 0u);
+    EXPECT_EQ(rig.client.statistics().messages_sent, 0u);
 }
 
 TEST(ClientFailures, CallsThatAskLeaveTheLastOneAsItIs) {

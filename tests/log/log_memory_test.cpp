@@ -61,7 +61,7 @@ TEST_F(LogMemory, LineIsWholeWhateverItsLength) {
             half[i] = static_cast<char>('a' + i % 23);
         }
         logTwice(half);
-        std::string const end = "[t]f(y.cpp:7) " + half + half + '\n';
+        std::string const end = "[t]ns::f(y.cpp:7) " + half + half + '\n';
         ASSERT_GE(last.size(), end.size());
         EXPECT_EQ(last.compare(last.size() - end.size(), end.size(), end), 0) << size;
     }
