@@ -506,6 +506,7 @@ TEST(SessionTimerHeartbeat, PeerThatTakesNoReceiptsIsSilent) {
         ASSERT_TRUE(server->send(frame("body")));
     }
     ASSERT_TRUE(eventually([&] { return rig.counted->copy().queued_frames == limit; }));
+    EXPECT_TRUE(rig.bodies.wait(limit));
     EXPECT_EQ(rig.bodies.count(), limit);
     rig.advance(session::HEARTBEAT_INTERVAL_MS * session::HEARTBEAT_MISSES - 1);
     ASSERT_TRUE(eventually([&] { return rig.counted->copy().heartbeats_sent == 1; }));
