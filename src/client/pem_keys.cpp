@@ -1,31 +1,37 @@
 #include "client/pem_keys.h"
 
 #include <algorithm>
+#include <string_view>
 
 namespace tav {
 namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
+namespace {
+
+bool begins_with(std::string_view line, std::string_view words) {
+    return line.substr(0, words.size()) == words;
+}
+
+} // namespace
+
 std::string without_keys(std::string const & text) {
-    constexpr char const * begin = "-----BEGIN ";
-    constexpr char const * end = "-----END ";
-    constexpr char const * kind = "PRIVATE KEY-----";
-    auto const line_behind = [&text](std::size_t at) {
-        return at == std::string::npos ? text.size() : std::min(text.find('\n', at), text.size());
-    };
     std::string out;
-    std::size_t kept = 0;
-    for (std::size_t at = text.find(begin); at != std::string::npos; at = text.find(begin, at)) {
-        std::size_t const line = line_behind(at);
-        if (text.find(kind, at) < line) {
-            out.append(text, kept, at - kept);
-            at = line_behind(text.find(end, line));
-            kept = at;
-        } else {
-            at = line;
+    bool of_key = false;
+    for (std::string_view left = text; !left.empty();) {
+        std::string_view const line = left.substr(0, std::min(left.find('\n'), left.size() - 1) + 1);
+        left.remove_prefix(line.size());
+        if (begins_with(line, "-----BEGIN ")) {
+            of_key = line.find("PRIVATE KEY-----") != std::string_view::npos;
+        }
+        if (!of_key) {
+            out.append(line);
+        }
+        if (begins_with(line, "-----END ")) {
+            of_key = false;
         }
     }
-    return out.append(text, kept, std::string::npos);
+    return out;
 }
 
 } // namespace TAV_IMPL_NAMESPACE
