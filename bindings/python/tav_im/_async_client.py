@@ -4,18 +4,16 @@ from __future__ import annotations
 
 import asyncio
 from types import TracebackType
-from typing import Any, AsyncIterator, Callable, Dict, List, Mapping, Optional, Type, Union
+from typing import Any, AsyncIterator, List, Mapping, Optional, Type, Union
 
 from ._backlog import AsyncEventQueue
-from ._receiver import Receiver
+from ._common import Common
 from ._values import Event, Json, Keeper, Limits, Message, Name, Policy, Proxy, checked
-from ._values import connect_request, handler_of, milliseconds, reply_of, request_request, send_request
+from ._values import connect_request, milliseconds, reply_of, request_request, send_request
 from ._values import with_extra_of
 
-Handler = Callable[[Message], None]
 
-
-class AsyncClient:
+class AsyncClient(Common):
     """A client for one event loop: the one that runs where it is made.  No call blocks the loop.
 
     A task that is cancelled while it waits for an answer gives the answer up; the request itself goes on.
@@ -27,8 +25,7 @@ class AsyncClient:
     def __init__(self, name: str = "", *, most_waiting: int = 10000) -> None:
         self._loop = asyncio.get_running_loop()
         self._events = AsyncEventQueue(most_waiting)
-        self._handlers: Dict[Name, Handler] = {}
-        self._receiver = Receiver(name, self._take)
+        super().__init__(name)
 
     async def __aenter__(self) -> "AsyncClient":
         return self
@@ -122,13 +119,6 @@ class AsyncClient:
             await self.ask(request_request(name, message, reply, time_limit, safe_to_repeat, more))
         )
 
-    def on(self, name: Name, handler: Optional[Handler]) -> None:
-        """Has `handler` called by the loop with each push of this class or code; None ends that."""
-        if handler is None:
-            self._handlers.pop(name, None)
-        else:
-            self._handlers[name] = handler
-
     async def next_event(self, timeout: Optional[float] = None) -> Optional[Event]:
         """The next event that no handler took; None if none came in time.  The last one, "closed", stays."""
         try:
@@ -153,16 +143,6 @@ class AsyncClient:
             if event.type == "push":
                 yield event.message
 
-    @property
-    def connected(self) -> bool:
-        return bool(self.execute({"@type": "state"})["connected"])
-
-    def state(self) -> Json:
-        return self.execute({"@type": "state"})
-
-    def statistics(self) -> Json:
-        return self.execute({"@type": "statistics"})
-
     async def ask(self, request: Mapping[str, Any]) -> Json:
         """Sends a request as docs/c.md lists them, and gives its answer or raises Error."""
         answered: "asyncio.Future[Json]" = self._loop.create_future()
@@ -177,20 +157,11 @@ class AsyncClient:
         finally:
             self._receiver.forget(number)
 
-    def execute(self, request: Mapping[str, Any]) -> Json:
-        """The answer of a request that needs no waiting."""
-        return checked(self._receiver.execute(request))
-
     def _take(self, said: Json) -> None:
         self._call(self._tell, said)
 
-    def _tell(self, said: Json) -> None:
-        event = Event(said["@type"], said)
-        handler = handler_of(self._handlers, said) if event.type == "push" else None
-        if handler is None:
-            self._events.put_nowait(event)
-        else:
-            handler(event.message)
+    def _keep(self, event: Event) -> None:
+        self._events.put_nowait(event)
 
     def _call(self, function: Any, value: Any) -> None:
         try:

@@ -4,18 +4,16 @@ from __future__ import annotations
 
 import queue
 from types import TracebackType
-from typing import Any, Callable, Dict, Iterator, List, Mapping, Optional, Type, Union
+from typing import Any, Iterator, List, Mapping, Optional, Type, Union
 
 from ._backlog import EventQueue
-from ._receiver import Receiver
+from ._common import Common, Handler
 from ._values import Error, Event, Json, Keeper, Limits, Message, Name, Policy, Proxy, checked
 from ._values import connect_request, milliseconds, reply_of, request_request, send_request
-from ._values import handler_of, with_extra_of
-
-Handler = Callable[[Message], None]
+from ._values import with_extra_of
 
 
-class Client:
+class Client(Common):
     """A client whose calls wait for their answers.
 
     Every method may be called from any thread.  Pushes that `on` has a function for are handed to it on the
@@ -27,8 +25,7 @@ class Client:
 
     def __init__(self, name: str = "", *, most_waiting: int = 10000) -> None:
         self._events = EventQueue(most_waiting)
-        self._handlers: Dict[Name, Handler] = {}
-        self._receiver = Receiver(name, self._take)
+        super().__init__(name)
 
     def __enter__(self) -> "Client":
         return self
@@ -122,16 +119,6 @@ class Client:
             self.ask(request_request(name, message, reply, time_limit, safe_to_repeat, more))
         )
 
-    def on(self, name: Name, handler: Optional[Handler]) -> None:
-        """Has `handler` called with each push of this class or code; None ends that.
-
-        It runs on the client's own thread, where calls that wait must not be made.
-        """
-        if handler is None:
-            self._handlers.pop(name, None)
-        else:
-            self._handlers[name] = handler
-
     def next_event(self, timeout: Optional[float] = None) -> Optional[Event]:
         """The next event that no handler took; None if none came in time.  The last one, "closed", stays."""
         try:
@@ -156,16 +143,6 @@ class Client:
             if event.type == "push":
                 yield event.message
 
-    @property
-    def connected(self) -> bool:
-        return bool(self.execute({"@type": "state"})["connected"])
-
-    def state(self) -> Json:
-        return self.execute({"@type": "state"})
-
-    def statistics(self) -> Json:
-        return self.execute({"@type": "statistics"})
-
     def ask(self, request: Mapping[str, Any]) -> Json:
         """Sends a request as docs/c.md lists them, and gives its answer or raises Error."""
         if self._receiver.is_here():
@@ -174,19 +151,8 @@ class Client:
         self._receiver.ask(request, answers.put)
         return checked(with_extra_of(request, answers.get()))
 
-    def execute(self, request: Mapping[str, Any]) -> Json:
-        """The answer of a request that needs no waiting."""
-        return checked(self._receiver.execute(request))
-
-    def _take(self, said: Json) -> None:
-        event = Event(said["@type"], said)
-        handler: Optional[Handler] = None
-        if event.type == "push":
-            handler = handler_of(self._handlers, said)
-        if handler is None:
-            self._events.put(event)
-        else:
-            handler(event.message)
+    def _keep(self, event: Event) -> None:
+        self._events.put(event)
 
 
 __all__: List[str] = ["Client", "Error", "Handler"]
