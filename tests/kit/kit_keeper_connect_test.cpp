@@ -101,8 +101,7 @@ TEST(KitKeeperConnect, ConnectionThatHeldBeginsAgainWithTheFirstWait) {
     rig.keeper.start();
     int const waits[] = {250, 500, 250, 500};
     for (int i = 0; i < 4; ++i) {
-        ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-        auto const server = acceptFrom(peer);
+        auto const server = rig.accept(peer);
         ASSERT_TRUE(rig.comesTo(state::up));
         rig.timer->advance(i == 2 ? 60s : 59s);
         server->close();
@@ -120,15 +119,10 @@ TEST(KitKeeperConnect, RoundGoesThroughTheGatewaysByPreferenceWithoutAWait) {
     Events tried;
     kit::keeper_option how;
     how.gateways = {{"127.0.0.1", third.portText(), 7}, second.gateway(3), first.gateway(-1)};
-    how.on_state = [&](kit::keeper_status const & v) {
-        if (v.state == state::connecting) {
-            tried.add(v.to.port);
-        }
-    };
+    how.on_state = portsTried(tried);
     KeeperRig rig("1", how);
     rig.keeper.start();
-    ASSERT_TRUE(rig.timer->run([&] { return third.pending(1); }));
-    auto server = acceptFrom(third);
+    auto server = rig.accept(third);
     ASSERT_TRUE(rig.comesTo(state::up));
     EXPECT_EQ(rig.keeper.status().to.port, third.portText());
     EXPECT_EQ(tried.all(), (Texts{first.port(), second.port(), third.portText()}));
@@ -166,11 +160,7 @@ TEST(KitKeeperConnect, GatewaysOfOnePreferenceTakeTurnsByChance) {
         kit::keeper_option how;
         how.gateways = {first.gateway(), second.gateway()};
         how.jitter = [=] { return chance; };
-        how.on_state = [&](kit::keeper_status const & v) {
-            if (v.state == state::connecting) {
-                tried.add(v.to.port);
-            }
-        };
+        how.on_state = portsTried(tried);
         KeeperRig rig("1", how);
         rig.keeper.start();
         ASSERT_TRUE(rig.timer->run([&] { return tried.count() >= 2; }));
@@ -220,8 +210,7 @@ TEST(KitKeeperConnect, BreakIsNamed) {
     TlsPeer peer;
     KeeperRig rig(peer.portText());
     rig.keeper.start();
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    acceptFrom(peer)->reset();
+    rig.accept(peer)->reset();
     ASSERT_TRUE(rig.timer->run([&] { return rig.states.count() >= 2; }));
     ASSERT_TRUE(rig.comesTo(state::waiting));
     tls::failure const lost = tls::failure::connection_lost;
@@ -232,8 +221,7 @@ TEST(KitKeeperConnect, FrameThatIsNoneIsNamed) {
     TlsPeer peer;
     KeeperRig rig(peer.portText());
     rig.keeper.start();
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const server = acceptFrom(peer);
+    auto const server = rig.accept(peer);
     ASSERT_TRUE(rig.comesTo(state::up));
     server->send("\x01\x01\x01\x01");
     ASSERT_TRUE(rig.comesTo(state::waiting));
@@ -342,8 +330,7 @@ TEST(KitKeeperConnect, CloseByAnotherHandIsNoticedBySending) {
     TlsPeer peer;
     KeeperRig rig(peer.portText());
     rig.keeper.start();
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const server = acceptFrom(peer);
+    auto const server = rig.accept(peer);
     ASSERT_TRUE(rig.comesTo(state::up));
     rig.keeper.client().close();
     ASSERT_TRUE(eventually([&] { return !rig.keeper.client().connected(); }));
@@ -353,8 +340,7 @@ TEST(KitKeeperConnect, CloseByAnotherHandIsNoticedBySending) {
     EXPECT_EQ(rig.keeper.status().state, state::waiting);
     EXPECT_EQ(rig.keeper.status().cause, tls::failure::cancelled);
     rig.timer->advance(rig.left());
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const next = acceptFrom(peer);
+    auto const next = rig.accept(peer);
     ASSERT_TRUE(rig.timer->run([&] { return rig.keeper.waiting() == 0; }));
     EXPECT_EQ(numberIn(Pkt::of(next->receiveFrame())), 5);
 }

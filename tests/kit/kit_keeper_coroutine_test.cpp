@@ -35,8 +35,7 @@ TEST(KitKeeperCoroutine, AwaitsThroughTheOutbox) {
     std::future<std::string> asked = kit::spawn(ask(rig.keeper, Say(1)));
     std::future<std::string> told = kit::spawn(tell(rig.keeper, Say(2)));
     EXPECT_EQ(rig.keeper.waiting(), 2u);
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const server = acceptFrom(peer);
+    auto const server = rig.accept(peer);
     ASSERT_TRUE(rig.timer->run([&] { return rig.keeper.waiting() == 0; }));
     server->send(mobile(Said::type_code, Pkt::of(server->receiveFrame()).sno).framed());
     EXPECT_EQ(got(std::move(asked)), "ok");

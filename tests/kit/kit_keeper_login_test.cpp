@@ -28,8 +28,7 @@ TEST(KitKeeperLogin, LoginComesBeforeAllElse) {
         EXPECT_TRUE(kit::send(rig.keeper, Say(i)));
     }
     for (int connection = 0; connection < 2; ++connection) {
-        ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-        auto const server = acceptFrom(peer);
+        auto const server = rig.accept(peer);
         ASSERT_TRUE(rig.timer->run([&] { return !server->quiet(0); }));
         Pkt const login = Pkt::of(server->receiveFrame());
         EXPECT_EQ(numberIn(login), 100);
@@ -114,8 +113,7 @@ TEST(KitKeeperLogin, ConnectionThatBreaksInTheLoginIsAFailedAttempt) {
     how.login = kit::login_with<Said>(Say(100), 600s);
     KeeperRig rig(peer.portText(), how);
     rig.keeper.start();
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const server = acceptFrom(peer);
+    auto const server = rig.accept(peer);
     ASSERT_TRUE(rig.timer->run([&] { return !server->quiet(0); }));
     server->reset();
     ASSERT_TRUE(rig.comesTo(state::waiting));

@@ -39,8 +39,7 @@ TEST(KitKeeperOutbox, WhatIsSentWhileDownGoesOutInOrderWhenUp) {
     EXPECT_TRUE(kit::send(rig.keeper, Say(4)));
     EXPECT_EQ(rig.keeper.waiting(), 4u);
     EXPECT_EQ(ends.count(), 0u);
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const server = acceptFrom(peer);
+    auto const server = rig.accept(peer);
     ASSERT_TRUE(rig.timer->run([&] { return rig.keeper.waiting() == 0; }));
     for (int i = 1; i <= 4; ++i) {
         Pkt packet = Pkt::of(server->receiveFrame());
@@ -66,8 +65,7 @@ TEST(KitKeeperOutbox, TermsReachThePacket) {
     say.sno = 0x77;
     say.ext.traceId = tavString("trace");
     auto reply = kit::request<Said>(rig.keeper, say, kit::within(30s).grey(true).version(6));
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const server = acceptFrom(peer);
+    auto const server = rig.accept(peer);
     ASSERT_TRUE(rig.timer->run([&] { return rig.keeper.waiting() == 0; }));
     Pkt const sent = Pkt::of(server->receiveFrame());
     EXPECT_TRUE(sent.grey);
@@ -161,8 +159,7 @@ TEST(KitKeeperOutbox, FullOutboxDropsTheOldest) {
                   [&, i](kit::result<void> v) { ends.add(std::to_string(i) + " " + textOfResult(v)); });
     }
     EXPECT_EQ(ends.all(), (Texts{"1 dropped for a later message", "2 dropped for a later message"}));
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const server = acceptFrom(peer);
+    auto const server = rig.accept(peer);
     ASSERT_TRUE(rig.timer->run([&] { return ends.count() == 4; }));
     EXPECT_EQ(numberIn(Pkt::of(server->receiveFrame())), 3);
     EXPECT_EQ(numberIn(Pkt::of(server->receiveFrame())), 4);
@@ -183,8 +180,7 @@ TEST(KitKeeperOutbox, FullOutboxHoldsUpTheSenderUntilThereIsRoom) {
     });
     ASSERT_TRUE(rig.timer->run([&] { return rig.keeper.waiting() == 2; }));
     EXPECT_FALSE(through);
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const server = acceptFrom(peer);
+    auto const server = rig.accept(peer);
     EXPECT_TRUE(rig.timer->run([&] { return through.load(); }));
     sender.join();
     EXPECT_TRUE(rig.timer->run([&] { return rig.keeper.waiting() == 0; }));
@@ -283,8 +279,7 @@ TEST(KitKeeperOutbox, RepeatableMessageEndsByItsOwnLimit) {
     KeeperRig rig(peer.portText());
     rig.keeper.start();
     auto reply = kit::request<Said>(rig.keeper, Say(1), kit::within(40s).repeatable());
-    ASSERT_TRUE(rig.timer->run([&] { return peer.pending(1); }));
-    auto const server = acceptFrom(peer);
+    auto const server = rig.accept(peer);
     ASSERT_TRUE(rig.timer->run([&] { return rig.keeper.waiting() == 0; }));
     server->receiveFrame();
     server->close();

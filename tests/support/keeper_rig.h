@@ -17,6 +17,7 @@
 #include <memory>
 #include <mutex>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -133,6 +134,15 @@ inline kit::keeper_option recorded(Events & states) {
     return how;
 }
 
+/// A function of states that keeps the ports of the attempts.
+inline auto portsTried(Events & tried) {
+    return [&tried](kit::keeper_status const & v) {
+        if (v.state == kit::keeper_state::connecting) {
+            tried.add(v.to.port);
+        }
+    };
+}
+
 /// An option for a port of loopback that tells nothing.
 inline tls::connect_option quietOption(std::string const & port) {
     tls::connect_option out;
@@ -154,6 +164,17 @@ public:
     }
     std::chrono::milliseconds left() const {
         return std::chrono::duration_cast<std::chrono::milliseconds>(keeper.status().until - timer->now());
+    }
+    /// The keeper's next connection, by the test's far end.
+    std::unique_ptr<TlsConnection> accept(TlsPeer & peer) const {
+        if (!timer->run([&] { return peer.pending(1); })) {
+            throw std::runtime_error("no connection");
+        }
+        auto server = peer.accept();
+        if (!server->handshake()) {
+            throw std::runtime_error("no handshake");
+        }
+        return server;
     }
 
     Events states;
@@ -214,15 +235,6 @@ std::chrono::milliseconds took(Call const & call) {
 
 /// What a loaded machine may add to a second.
 constexpr std::chrono::milliseconds a_second(1500);
-
-/// A connection that the test's far end has accepted.
-inline std::unique_ptr<TlsConnection> acceptFrom(TlsPeer & peer) {
-    auto server = peer.accept();
-    if (!server->handshake()) {
-        throw std::runtime_error("no handshake");
-    }
-    return server;
-}
 
 /// The number in the body of a packet that a keeper sent.
 inline int numberIn(Pkt const & packet) {
