@@ -11,9 +11,6 @@ using tls::failure;
 
 namespace {
 
-/// Where a handshake is left.
-enum Place { nothing, hello, half_first, first, second, half_last, last };
-
 struct Cut {
     char const * what;
     Place place;
@@ -32,29 +29,6 @@ WorstStory endedLate() {
 }
 WorstStory resetLate() {
     return brokenRead("Connection reset by peer", failure::connection_lost);
-}
-
-std::string half(std::string const & bytes) {
-    return bytes.substr(0, bytes.size() / 2);
-}
-
-/// Goes as far as the place.
-void goTo(Place place, WorstConnection & server) {
-    if (place == nothing) {
-        return;
-    }
-    std::string const greeting = server.flight();
-    if (place == hello) {
-        return;
-    }
-    server.put(place == half_first ? half(greeting) : greeting);
-    if (place <= first) {
-        return;
-    }
-    std::string const goodbye = server.flight();
-    if (place != second) {
-        server.put(place == half_last ? half(goodbye) : goodbye);
-    }
 }
 
 /// Leaves a handshake at each place: by an end and by a reset.
@@ -190,10 +164,10 @@ void expectCiphers(std::vector<std::string> const & all, std::set<std::string> c
     EXPECT_EQ(opened_by, taken);
 }
 
-/// An open connection of TLS 1.2 over which the gateway asks for a handshake anew.
+/// An open connection over which the gateway asks for a handshake anew, or with TLS 1.3 for new keys.
 class Renegotiation {
 public:
-    explicit Renegotiation(bool safe) {
+    explicit Renegotiation(bool safe, int version = TLS1_2_VERSION) : it(speaking(version)) {
         safe ? it.startSafely() : it.start();
         it.server = it.gateway.accept();
         if (!it.server->shake() || resultOf(it.info) != tls::result_ok) {
@@ -201,7 +175,11 @@ public:
         }
     }
     void ask() {
-        SSL_renegotiate(it.server->ssl());
+        if (SSL_version(it.server->ssl()) == TLS1_3_VERSION) {
+            SSL_key_update(it.server->ssl(), SSL_KEY_UPDATE_REQUESTED);
+        } else {
+            SSL_renegotiate(it.server->ssl());
+        }
         SSL_do_handshake(it.server->ssl());
         it.server->put(it.server->output());
     }
@@ -216,6 +194,13 @@ public:
     }
 
     WorstMeeting it;
+
+private:
+    static WorstSettings speaking(int version) {
+        WorstSettings out;
+        out.highest = version;
+        return out;
+    }
 };
 
 int refuseHello(SSL *, int * description, void * wanted) {
@@ -375,6 +360,29 @@ TEST(WorstHandshake, EachCipherAloneOpensASafeConnectionIfItIsForwardSecret) {
                    "TLS_AES_128_CCM_SHA256", "TLS_AES_128_CCM_8_SHA256"},
                   {"TLS_AES_128_GCM_SHA256", "TLS_AES_256_GCM_SHA384", "TLS_CHACHA20_POLY1305_SHA256"},
                   TLS1_3_VERSION, true);
+}
+
+// A message that the answer to the gateway runs into goes out all the same.
+TEST(WorstHandshake, RenegotiationGoesUnseenWithoutAPolicy) {
+    Renegotiation anew(false);
+    for (int round = 1; round <= 60; ++round) {
+        anew.ask();
+        ASSERT_TRUE(anew.it.server->serve([&] { return anew.over(); })) << round;
+        ASSERT_NO_FATAL_FAILURE(anew.expectTalk(round));
+    }
+    EXPECT_TRUE(anew.it.isStory(opened()));
+    anew.it.expectRecovery();
+}
+
+TEST(WorstHandshake, NewKeysOfTls13GoUnseen) {
+    Renegotiation anew(true, TLS1_3_VERSION);
+    ASSERT_EQ(anew.it.client.negotiated().version, "TLSv1.3");
+    for (int round = 1; round <= 200; ++round) {
+        anew.ask();
+        ASSERT_NO_FATAL_FAILURE(anew.expectTalk(round));
+    }
+    EXPECT_TRUE(anew.it.isStory(opened()));
+    anew.it.expectRecovery();
 }
 
 // OpenSSL as a server takes the refusal for the end, and says so.

@@ -24,6 +24,13 @@ add_test(NAME docs.links_that_lead_nowhere_fail
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/links_test.sh ${PROJECT_SOURCE_DIR}
                  ${CMAKE_CURRENT_BINARY_DIR}/docs-work/links ${tav_pages})
 
+# Each behaviour of the worst gateway has its test, and each test its row.
+add_test(NAME docs.worst_behaviours_have_their_tests
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/worst.sh ${PROJECT_SOURCE_DIR})
+add_test(NAME docs.worst_behaviours_without_a_test_fail
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/worst_test.sh ${PROJECT_SOURCE_DIR}
+                 ${CMAKE_CURRENT_BINARY_DIR}/docs-work/worst)
+
 # The checker itself: what it must refuse.
 add_test(NAME docs.checker_refuses_what_nobody_checks
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/check_test.sh ${PROJECT_SOURCE_DIR}

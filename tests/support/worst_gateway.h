@@ -112,14 +112,17 @@ public:
         }
         return put(output());
     }
-    /// Reads one packet; throws if the client has gone.
+    /// Reads one packet, past heartbeats; throws if the client has gone.
     Pkt receive() {
-        std::string const head = take(4);
-        std::size_t size = 0;
-        for (char const c : head) {
-            size = size << 8 | static_cast<unsigned char>(c);
+        for (;;) {
+            std::size_t size = 0;
+            for (char const c : take(4)) {
+                size = size << 8 | static_cast<unsigned char>(c);
+            }
+            if (size != 0) {
+                return Pkt::of(take(size));
+            }
         }
-        return Pkt::of(take(size));
     }
     /// Lets TLS work on what the client sends until `done`; false when TLS or the client has ended.
     bool serve(std::function<bool()> const & done) {
@@ -201,6 +204,33 @@ private:
     std::unique_ptr<SSL, void (*)(SSL *)> ssl_;
     std::string read_;
 };
+
+/// Where a handshake is left: ahead of all, behind the client's hello, within and behind the gateway's first
+/// flight, behind the client's second, within and behind the gateway's last.
+enum Place { nothing, hello, half_first, first, second, half_last, last };
+
+inline std::string half(std::string const & bytes) {
+    return bytes.substr(0, bytes.size() / 2);
+}
+
+/// Goes as far as the place.
+inline void goTo(Place place, WorstConnection & server) {
+    if (place == nothing) {
+        return;
+    }
+    std::string const greeting = server.flight();
+    if (place == hello) {
+        return;
+    }
+    server.put(place == half_first ? half(greeting) : greeting);
+    if (place <= first) {
+        return;
+    }
+    std::string const goodbye = server.flight();
+    if (place != second) {
+        server.put(place == half_last ? half(goodbye) : goodbye);
+    }
+}
 
 /// The listener.
 class WorstGateway {
@@ -389,6 +419,12 @@ public:
         return client.send_msg(Ask(number), option);
     }
 
+    /// Closes the connection from this end.
+    void close() {
+        closed_ = true;
+        client.close();
+    }
+
     /// Whether the connection's story has come to be this one, and no other.
     ::testing::AssertionResult isStory(WorstStory const & expected) {
         tls::result_type const result = resultOf(info);
@@ -408,7 +444,7 @@ public:
     /// The client talks to a gateway that behaves; nothing more is told of the one that did not.
     void expectRecovery() {
         // The end of a connection that still is up has a line of its own.
-        bool const was_up = client.connected();
+        bool const was_up = closed_ || client.connected();
         std::size_t const told_before = told.count();
         std::vector<std::string> const lines_before = lines();
         TlsPeer good;
@@ -455,6 +491,9 @@ public:
     std::unique_ptr<WorstConnection> server;
     tls::client client{"n"};
     std::shared_ptr<tls::connect_info> info;
+
+private:
+    bool closed_ = false;
 };
 
 } // namespace tav_test
