@@ -51,13 +51,15 @@ std::vector<Command> const & commands() {
          "# gateways are updated first: what old clients send must be read\n"
          "tav diff --rule old-to-new chat-1.pml chat-2.pml\n",
          addDiff},
-        {"gen", "Make C++ classes, and more, of a template",
-         "Makes of a template what programs and people need: a C++ header with classes of the kit.  What is\n"
-         "made depends on the template alone, so that it can be kept with the sources.  A template that\n"
-         "`tav check` finds errors in is refused; a name that C++ can't carry gets another one, with a "
-         "warning.",
+        {"gen", "Make C++ classes, pages, schemas or Python types of a template",
+         "Makes of a template what programs and people need: a C++ header with classes of the kit, a page\n"
+         "with examples in Markdown or HTML, a JSON Schema, types for Python.  What is made depends on the\n"
+         "template alone, so that it can be kept with the sources.  A template in which `tav check` finds\n"
+         "errors is refused; a name that the language can't carry gets another one, with a warning.",
          "# a header with classes\n"
-         "tav gen cpp chat.pml --output chat.h\n",
+         "tav gen cpp chat.pml --output chat.h\n"
+         "# a page for who writes the other side\n"
+         "tav gen html chat.pml --output chat.html\n",
          addGen},
         {"tls", "Look at a server's TLS: certificates, what is wrong with them, and what mends it",
          "Connects to a server and shows its certificates as it sends them, each with names, key, validity "

@@ -13,7 +13,7 @@ namespace tool {
 
 namespace {
 
-enum class What { cpp };
+enum class What { cpp, html, markdown, python, schema };
 
 struct Options {
     What what = What::cpp;
@@ -25,7 +25,11 @@ struct Options {
 };
 
 std::map<std::string, What> const & whatNames() {
-    static std::map<std::string, What> const names = {{"cpp", What::cpp}};
+    static std::map<std::string, What> const names = {{"cpp", What::cpp},
+                                                      {"html", What::html},
+                                                      {"markdown", What::markdown},
+                                                      {"python", What::python},
+                                                      {"schema", What::schema}};
     return names;
 }
 
@@ -47,6 +51,10 @@ void checkNamespace(std::string const & space) {
 
 Generated generate(Options const & options, GenModel const & model) {
     switch (options.what) {
+    case What::markdown: return markdownOf(model);
+    case What::html: return htmlOf(model);
+    case What::python: return pythonOf(model);
+    case What::schema: return schemaOf(model);
     default: return cppOf(model, options.outer);
     }
 }

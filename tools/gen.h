@@ -28,6 +28,18 @@ extern char const generatedMark[];
 /// others within it.
 Generated cppOf(GenModel const & model, std::string const & outer);
 
+/// A page for people: each class with its fields and an example in JSON and in bytes.  Throws a Failure if an
+/// example can't be encoded.
+Generated markdownOf(GenModel const & model);
+Generated htmlOf(GenModel const & model);
+
+/// A JSON Schema, 2020-12, of the JSON that a template reads and writes: `$defs` has each class, and the
+/// whole is any of the messages.
+Generated schemaOf(GenModel const & model);
+
+/// A module of Python 3.9 with a TypedDict for each class, as the package tav_im takes and gives messages.
+Generated pythonOf(GenModel const & model);
+
 } // namespace tool
 } // namespace tav
 

@@ -120,11 +120,11 @@ private:
     void body(std::size_t index, std::string const & indent, std::string const & stream);
     void ioField(std::string const & indent, std::string const & stream, GenField const & field);
 
-    bool inCycle(std::size_t index) const { return model_.holds(index, index); }
+    bool inCycle(std::size_t index) const { return model_.classes[index].holdsItself; }
     /// Whether it is in a cycle of several classes.
-    bool isKnot(std::size_t index) const;
+    bool isKnot(std::size_t index) const { return model_.classes[index].isKnotted; }
     bool holdsBack(GenField const & field, std::size_t index) const {
-        return field.cls != none && (field.cls == index || model_.holds(field.cls, index));
+        return field.cls != none && model_.classes[field.cls].knot == model_.classes[index].knot;
     }
     std::string valueType(GenField const & field, std::size_t index) const;
     std::string typeOf(GenField const & field, std::size_t index) const;
@@ -267,18 +267,6 @@ void CppWriter::writeNames(GenEnum const & e) {
     }
     line("    return true;");
     line("}();");
-}
-
-bool CppWriter::isKnot(std::size_t index) const {
-    if (!inCycle(index)) {
-        return false;
-    }
-    for (std::size_t i = 0; i < model_.classes.size(); ++i) {
-        if (i != index && model_.holds(index, i) && model_.holds(i, index)) {
-            return true;
-        }
-    }
-    return false;
 }
 
 void CppWriter::declareAhead() {

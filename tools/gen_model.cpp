@@ -36,6 +36,97 @@ bool namesClass(Kind kind) {
     return kind == kinds::object_ || kind == kinds::ref_;
 }
 
+/// Finds the classes that hold each other: the strongly connected ones.
+class Knots {
+public:
+    explicit Knots(std::vector<GenClass> & classes)
+        : classes_(classes),
+          held_(classes.size()),
+          number_(classes.size(), none),
+          low_(classes.size(), none),
+          next_(classes.size()),
+          waiting_(classes.size()) {}
+
+    void find() {
+        for (std::size_t i = 0; i < classes_.size(); ++i) {
+            held_[i] = heldBy(i);
+        }
+        for (std::size_t i = 0; i < classes_.size(); ++i) {
+            if (number_[i] == none) {
+                walk(i);
+            }
+        }
+    }
+
+private:
+    std::vector<std::size_t> heldBy(std::size_t index) {
+        std::vector<std::size_t> held;
+        GenClass & cls = classes_[index];
+        if (cls.base != none) {
+            held.push_back(cls.base);
+        }
+        for (GenField const & field : cls.fields) {
+            if (field.cls != none) {
+                held.push_back(field.cls);
+                cls.holdsItself = cls.holdsItself || field.cls == index;
+            }
+        }
+        return held;
+    }
+
+    void enter(std::size_t index) {
+        number_[index] = low_[index] = count_++;
+        open_.push_back(index);
+        stack_.push_back(index);
+        waiting_[index] = true;
+    }
+
+    void walk(std::size_t first) {
+        enter(first);
+        while (!open_.empty()) {
+            std::size_t const at = open_.back();
+            if (next_[at] < held_[at].size()) {
+                std::size_t const to = held_[at][next_[at]++];
+                if (number_[to] == none) {
+                    enter(to);
+                } else if (waiting_[to]) {
+                    low_[at] = std::min(low_[at], number_[to]);
+                }
+                continue;
+            }
+            open_.pop_back();
+            if (!open_.empty()) {
+                low_[open_.back()] = std::min(low_[open_.back()], low_[at]);
+            }
+            if (low_[at] == number_[at]) {
+                tie(at);
+            }
+        }
+    }
+
+    void tie(std::size_t root) {
+        bool const several = stack_.back() != root;
+        for (std::size_t index = none; index != root;) {
+            index = stack_.back();
+            stack_.pop_back();
+            waiting_[index] = false;
+            classes_[index].knot = root;
+            classes_[index].isKnotted = several;
+            classes_[index].holdsItself = classes_[index].holdsItself || several;
+        }
+    }
+
+    std::vector<GenClass> & classes_;
+    std::vector<std::vector<std::size_t>> held_;
+    std::vector<std::size_t> number_;
+    std::vector<std::size_t> low_;
+    std::vector<std::size_t> next_;
+    std::vector<bool> waiting_;
+    std::vector<std::size_t> open_;
+    std::vector<std::size_t> stack_;
+    std::size_t count_ = 0;
+};
+
 class Maker {
 public:
     explicit Maker(Template const & source) : source_(source) { model_.source = &source; }
@@ -70,6 +161,7 @@ GenModel Maker::make() {
         readClass(i);
     }
     settleMessages();
+    Knots(model_.classes).find();
     return std::move(model_);
 }
 
@@ -208,7 +300,9 @@ void Maker::settleMessages() {
 
 std::string GenModel::title() const {
     std::string const & name = source->name;
-    std::string const file = name.substr(name.rfind('/') + 1);
+    std::string file = name.substr(name.rfind('/') + 1);
+    std::replace_if(
+        file.begin(), file.end(), [](char c) { return static_cast<unsigned char>(c) < 32 || c == 127; }, '_');
     return file.empty() || file == "<stdin>" ? "template" : file;
 }
 
@@ -224,33 +318,6 @@ std::vector<GenField const *> GenModel::fieldsOf(std::size_t cls) const {
     return fields;
 }
 
-bool GenModel::holds(std::size_t one, std::size_t other) const {
-    std::set<std::size_t> seen;
-    std::vector<std::size_t> open = {one};
-    while (!open.empty()) {
-        GenClass const & cls = classes[open.back()];
-        open.pop_back();
-        std::vector<std::size_t> next;
-        if (cls.base != none) {
-            next.push_back(cls.base);
-        }
-        for (GenField const & field : cls.fields) {
-            if (field.cls != none) {
-                next.push_back(field.cls);
-            }
-        }
-        for (std::size_t const index : next) {
-            if (index == other) {
-                return true;
-            }
-            if (seen.insert(index).second) {
-                open.push_back(index);
-            }
-        }
-    }
-    return false;
-}
-
 std::vector<std::size_t> GenModel::inOrder() const {
     std::vector<std::vector<std::size_t>> ahead(classes.size());
     for (std::size_t i = 0; i < classes.size(); ++i) {
@@ -258,7 +325,7 @@ std::vector<std::size_t> GenModel::inOrder() const {
             ahead[i].push_back(classes[i].base);
         }
         for (GenField const & field : classes[i].fields) {
-            if (field.cls != none && field.cls != i && !holds(field.cls, i)) {
+            if (field.cls != none && classes[field.cls].knot != classes[i].knot) {
                 ahead[i].push_back(field.cls);
             }
         }

@@ -73,6 +73,11 @@ struct GenClass {
     std::vector<GenField> fields;
     std::size_t offset = 0;
     pml::MetaClass const * meta = nullptr;
+    /// Classes whose objects can hold each other, to any depth or as bases, have one number.
+    std::size_t knot = 0;
+    /// Whether its objects can hold objects of the class itself, and whether that takes several classes.
+    bool holdsItself = false;
+    bool isKnotted = false;
 };
 
 /// The classes and enums of a template, in its order; those that are declared within a field stand behind all
@@ -82,13 +87,11 @@ struct GenModel {
     std::vector<GenClass> classes;
     std::vector<GenEnum> enums;
 
-    /// The file's name without its folders; "template" of the standard input.
+    /// The file's name on one line, without its folders; "template" of the standard input.
     std::string title() const;
     /// The class's fields and those of its bases, in the order of their names, in which a template's encoder
     /// has them.
     std::vector<GenField const *> fieldsOf(std::size_t cls) const;
-    /// Whether objects of the one class can hold objects of the other, to any depth.
-    bool holds(std::size_t one, std::size_t other) const;
     /// The classes that others are made of ahead of these: their bases, and what they hold but not what holds
     /// them.
     std::vector<std::size_t> inOrder() const;
