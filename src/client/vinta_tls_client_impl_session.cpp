@@ -145,8 +145,12 @@ void session::count_end(counters::number & by) noexcept {
     }
 }
 
+// What breaks a connection while the application's close waits for a callback is the close's end.
 counters::number & session::breaks_by(failure why) const noexcept {
     counters & counted = account_->counted();
+    if (state_.end_asked()) {
+        return counted.closes;
+    }
     switch (why) {
     case failure::closed_by_peer: return counted.breaks_by_peer;
     case failure::peer_silent: return counted.breaks_by_silence;

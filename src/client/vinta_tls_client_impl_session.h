@@ -146,7 +146,7 @@ private:
     void on_error(std::error_code ec, std::string told);
     void on_broken(std::error_code ec) override;
     void on_all_handled() noexcept override;
-    void on_bad_frame() noexcept override { count_end(account_->counted().breaks_by_error); }
+    void on_bad_frame() noexcept override { count_end(breaks_by(failure::bad_frame)); }
     void on_written() noexcept override { input_.end_pause(); }
     void begin_break(std::error_code ec);
     void end_broken(bool in_time);

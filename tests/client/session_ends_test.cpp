@@ -1,5 +1,6 @@
 #include "client/vinta_tls_client_impl_session.h"
 
+#include "support/joining_thread.h"
 #include "support/log_capture.h"
 #include "support/session_rig.h"
 
@@ -134,6 +135,41 @@ TEST_F(SessionEnds, CloseBehindABreakIsABreak) {
     gate.open();
     session->close();
     EXPECT_EQ(counts(), "0 closes, 1 by peer, 0 by error, 0 by silence");
+}
+
+// A close waits for the callback that runs, for a second at most; the peer's own may come within that.
+TEST_F(SessionEnds, BreakWhileACloseWaitsIsAClose) {
+    Gate gate;
+    rig.on_body = [&](std::string const &) { gate.pass(); };
+    connect();
+    server->send(frame("goodbye"));
+    ASSERT_TRUE(gate.waitArrived());
+    {
+        JoiningThread const closer([this] { session->close(); });
+        EXPECT_TRUE(eventually([this] { return session->closing(); }));
+        server->close();
+        EXPECT_TRUE(log.waitFor(" Read header failed: "));
+        rig.settle();
+        gate.open();
+    }
+    EXPECT_EQ(counts(), "1 closes, 0 by peer, 0 by error, 0 by silence");
+}
+
+TEST_F(SessionEnds, BadFrameWhileACloseWaitsIsAClose) {
+    Gate gate;
+    rig.on_body = [&](std::string const &) { gate.pass(); };
+    connect();
+    server->send(frame("goodbye"));
+    ASSERT_TRUE(gate.waitArrived());
+    {
+        JoiningThread const closer([this] { session->close(); });
+        EXPECT_TRUE(eventually([this] { return session->closing(); }));
+        server->send(not_a_frame);
+        EXPECT_TRUE(log.waitFor("length <= 0xffffff"));
+        rig.settle();
+        gate.open();
+    }
+    EXPECT_EQ(counts(), "1 closes, 0 by peer, 0 by error, 0 by silence");
 }
 
 // The close makes the read fail, which is no break of the network.
