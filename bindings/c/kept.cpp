@@ -45,6 +45,11 @@ void Session::keep(std::shared_ptr<tls::client> const & client, ConnectWish cons
             self->onOpen(era, heartbeat);
         }
     });
+    how.on_open = [weak, era] {
+        if (auto const self = weak.lock()) {
+            self->heard_ = era;
+        }
+    };
     LastOwner<Kept> made(std::make_unique<Kept>(client, option, how, left));
     std::lock_guard<std::mutex> const guard(mutex_);
     // Nobody sends by it before that; one that can't start is nobody's.

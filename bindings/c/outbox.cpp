@@ -194,10 +194,6 @@ void Call::tell() noexcept {
         info.swap(info_);
     }
     try {
-        if (info && otherwise_ == tls::failure::connection_lost) {
-            // The word of a connect that failed comes a moment ahead of its cause.
-            info->wait();
-        }
         std::error_code const cause = info ? info->error() : std::error_code();
         // The peer closes too when it sees the end, and may be the first to be noticed.
         bool const own = otherwise_ == tls::failure::cancelled && *left_;

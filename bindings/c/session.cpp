@@ -5,7 +5,6 @@
 #include <chrono>
 #include <limits>
 #include <new>
-#include <thread>
 #include <utility>
 
 namespace tav {
@@ -17,17 +16,6 @@ using tls::failure;
 
 /// For those who use what is to end.
 constexpr std::chrono::milliseconds patience(1000);
-
-/// Waits until nothing that the connections before have brought is left: the client has one function for
-/// messages of codes up to 255, and does not say which connection one came by.  What has just left the queue
-/// is told by the second time that it is found empty.
-void awaitRest(tls::client const & client, std::chrono::steady_clock::time_point until) {
-    constexpr std::chrono::milliseconds step(1);
-    for (int empty = 0; empty < 2 && std::chrono::steady_clock::now() < until;) {
-        empty = client.statistics().received_waiting == 0 ? empty + 1 : 0;
-        std::this_thread::sleep_for(step);
-    }
-}
 
 Failure lastFailure() {
     auto const why = static_cast<failure>(tls::last_failure().value());
@@ -47,6 +35,12 @@ void failFor(Ticket & ticket, Why const & why) noexcept {
 }
 
 } // namespace
+
+std::shared_ptr<Session> Session::create(std::string const & name) {
+    auto made = std::make_shared<Session>(name);
+    made->listenToOld();
+    return made;
+}
 
 Session::Session(std::string const & name) : client_(std::make_unique<tls::client>(tav_istr(name))) {}
 
@@ -199,9 +193,7 @@ void Session::connect(TicketPtr const & ticket, std::shared_ptr<ConnectWish cons
     if (replaces) {
         client->close();
     }
-    awaitRest(*client, until);
     try {
-        listenToOld(*client, era);
         if (wish->keeper) {
             keep(client, *wish, limit_ms, era, left);
             return;
@@ -344,6 +336,7 @@ tls::connect_option Session::optionFor(ConnectWish const & wish, int limit_ms, E
     });
     option.set_on_open([weak, era, heartbeat = wish.heartbeat] {
         if (auto const self = weak.lock()) {
+            self->heard_ = era;
             self->onOpen(era, heartbeat);
         }
     });
@@ -438,7 +431,7 @@ void Session::onError(Era era, int code, std::string const & text) {
     }
     if (!broken(era, why, text)) {
         if (auto const attempt = takeAttempt(era)) {
-            attempt->ended(failure::connection_lost, text);
+            attempt->ended(why, text);
         }
     }
 }
@@ -478,12 +471,12 @@ void Session::onProxyRefused(Era era) {
     }
 }
 
-void Session::listenToOld(tls::client & client, Era era) {
-    client.set_old_msg_default_callback(
-        [weak = weak_from_this(), era](unsigned long long sno, unsigned short code,
-                                       unsigned char const * data, unsigned size, tavMsgExt const & ext) {
+void Session::listenToOld() {
+    client()->set_old_msg_default_callback(
+        [weak = weak_from_this()](unsigned long long sno, unsigned short code, unsigned char const * data,
+                                  unsigned size, tavMsgExt const & ext) {
             if (auto const self = weak.lock()) {
-                self->onMessage(era, Came{sno, code, tav_istr(data, size), ext});
+                self->onMessage(self->heard_, Came{sno, code, tav_istr(data, size), ext});
             }
         });
 }

@@ -28,6 +28,8 @@ struct Came {
 /// One client of the interface in JSON.  Thread safety: all operations.
 class Session : public std::enable_shared_from_this<Session> {
 public:
+    /// Throws std::bad_alloc.
+    static std::shared_ptr<Session> create(std::string const & name);
     explicit Session(std::string const & name);
 
     /// False, and nothing was done, if the end has come.  Throws std::bad_alloc in that case too.
@@ -104,8 +106,8 @@ private:
     /// The words of a failure, ahead of the keeper's state that it leads to.
     void noteCause(Era era, std::string const & text);
     void onMessage(Era era, Came const & came);
-    /// Has messages of codes up to 255 told as of this connection.
-    void listenToOld(tls::client & client, Era era);
+    /// Has messages of codes up to 255 told as of the connection that has come up last.
+    void listenToOld();
     /// Tells that the connection is over; false if it was not up.
     bool broken(Era era, tls::failure why, std::string const & text);
     std::shared_ptr<Call> takeAttempt(Era era);
@@ -119,6 +121,10 @@ private:
     void openLine(Era era);
 
     std::shared_ptr<Outbox> const outbox_ = std::make_shared<Outbox>();
+
+    /// Of the connection that has come up last.  The client has one function for messages of codes up to 255,
+    /// and has ended a connection whole before the next one is read from.
+    std::atomic<Era> heard_{0};
 
     /// Held by whoever starts, closes or ends the connection by the application's word.
     std::mutex turn_;

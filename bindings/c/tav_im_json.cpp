@@ -162,7 +162,7 @@ std::string execute(Session const * session, char const * request) {
 
 tav_json_client * tav_json_create(char const * name) {
     try {
-        auto const session = std::make_shared<Session>(name != nullptr ? name : "");
+        auto const session = Session::create(name != nullptr ? name : "");
         return Registry::instance().add(session);
     } catch (std::exception const &) {
         return nullptr;

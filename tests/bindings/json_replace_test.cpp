@@ -85,6 +85,8 @@ public:
         thread_ = std::make_unique<JoiningThread>([this, request] { ann.send(request); });
         ASSERT_TRUE(hold_.waitForSomebody());
     }
+    /// Whether somebody is held.
+    bool isHeld() { return hold_.waitForSomebody(); }
     void release() {
         hold_.release();
         thread_.reset();
@@ -199,6 +201,29 @@ TEST(JsonReplace, MessageThatAKeeperDoesNotKeepIsNotAheadOfTheNextLogin) {
     EXPECT_EQ(nameOf(sender.answer()), "not_connected");
     EXPECT_TRUE(watched.wait(2));
     EXPECT_EQ(watched.codes(), (std::vector<unsigned short>{0x3001, 0x3001}));
+}
+
+// It has left the client's queue, and is on its way to the application.
+TEST(JsonReplace, MessageInHandOfTheConnectionBeforeIsNotToldAsOfTheNext) {
+    for (bool const by_keeper : {false, true}) {
+        Watched first;
+        Watched second;
+        HeldSender held("0x0044");
+        Talker & ann = held.ann;
+        ASSERT_EQ(nameOf(ann.ask(first.gate().connect())), "ok");
+        ASSERT_EQ(nameOf(ann.ask(request())), "reply");
+        first.gate().gateway.push(0x44, "\x01\x02\x03", false);
+        ASSERT_TRUE(held.isHeld());
+        Json connect = by_keeper ? kept(second.gate()) : second.gate().connect();
+        connect["@extra"] = "second";
+        ann.send(connect);
+        held.release();
+        EXPECT_EQ(nameOf(ann.wait([](Json const & v) { return v.value("@extra", Json()) == "second"; })),
+                  "ok");
+        EXPECT_EQ(nameOf(ann.ask(request())), "reply");
+        second.gate().gateway.push(0x44, "\x01\x02\x04", false);
+        EXPECT_EQ(ann.event("push")["body"], "AQIE");
+    }
 }
 
 // All keepers of the process share a thread, on which their states are told.

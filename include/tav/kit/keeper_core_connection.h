@@ -333,7 +333,10 @@ inline tls::connect_option keeper_core::option_for(gateway const & to, unsigned 
     own.host = to.host;
     own.port = to.port;
     std::weak_ptr<keeper_core> const owner = weak_from_this();
-    own.set_on_open([owner, era] {
+    own.set_on_open([owner, era, user = how_.on_open] {
+        if (user) {
+            call_guarded("tav::kit::keeper_option::on_open", user);
+        }
         if (std::shared_ptr<keeper_core> const core = owner.lock()) {
             core->heed_heartbeat(era);
             core->post(event{news::opened, era, std::error_code()});

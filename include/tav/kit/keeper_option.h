@@ -115,6 +115,9 @@ struct keeper_option {
     std::chrono::milliseconds connect_limit{10000};
     std::chrono::milliseconds login_limit{10000};
 
+    /// Called on the client's I/O thread as each connection opens, ahead of all that it brings: a push may
+    /// come before the login and before the state is keeper_state::up.  Be quick there.
+    std::function<void()> on_open;
     /// Called on the keepers' thread when a connection is up, before the keeper sends anything else.  If it
     /// raises, or the end that it tells is a failure, or none comes in time, the attempt has failed.
     login_function login;
