@@ -302,6 +302,7 @@ TEST(JsonReplace, AnswerAndEndThatComeTogetherWakeTwoReceivers) {
     while (tav_json_receive(client, 0) != nullptr) {
     }
     std::atomic<int> received{0};
+    auto const begun = std::chrono::steady_clock::now();
     {
         auto const receive = [&] { received += tav_json_receive(client, limit_s) != nullptr ? 1 : 0; };
         JoiningThread const first(receive);
@@ -309,4 +310,6 @@ TEST(JsonReplace, AnswerAndEndThatComeTogetherWakeTwoReceivers) {
         sender.release();
     }
     EXPECT_EQ(received, 2);
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::duration<double>(limit_s / 2))
+        << "one slept beside a text";
 }
