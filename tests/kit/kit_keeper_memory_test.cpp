@@ -57,3 +57,28 @@ TEST(KitKeeperMemory, StopGoesWithoutAny) {
         EXPECT_EQ(rig.keeper.waiting(), 0u) << n;
     }
 }
+
+TEST(KitKeeperMemory, StopWithoutAnyClosesTheConnection) {
+    tav::gateway::Options options;
+    options.faults.silence = true;
+    GatewayRig gateway(options);
+    OwnAlone const own;
+    bool failed = true;
+    for (long n = 1; failed; ++n) {
+        ASSERT_LT(n, 1000);
+        KeeperRig rig(std::to_string(gateway.gateway.port()));
+        rig.keeper.start();
+        ASSERT_TRUE(rig.comesTo(state::up));
+        int ends = 0;
+        kit::request<Said>(rig.keeper, Say(1), 600s, [&](kit::result<Said> const & v) {
+            ends += v.error() == kit::failure::stopped ? 1 : 0;
+        });
+        {
+            FailingAllocation const failing(n);
+            rig.keeper.stop();
+            failed = FailingAllocation::happened();
+        }
+        EXPECT_EQ(ends, 1) << n;
+        EXPECT_TRUE(eventually([&] { return !rig.keeper.client().connected(); })) << n;
+    }
+}

@@ -56,7 +56,8 @@ public:
     }
 
     void start();
-    /// Goes without memory: then the state it leads to may be told to nobody.
+    /// Goes without memory: then the state it leads to may be told to nobody, and if there is none for the
+    /// close either, which is tried twice, the connection stays up until the client is closed or goes.
     void stop() noexcept;
     /// Nothing more is told from here on.
     void mute() {

@@ -91,7 +91,15 @@ inline void keeper_core::drop_connection(std::shared_ptr<tls::connect_info> cons
     if (info) {
         call_guarded("tav::kit::keeper", [&] { info->cancel(); });
     }
-    call_guarded("tav::kit::keeper", [this] { client_.close(); });
+    // The close needs memory for one task.  What the first attempt took is free again, and so is what others
+    // gave back meanwhile.
+    bool closed = false;
+    for (int tries = 0; tries < 2 && !closed; ++tries) {
+        call_guarded("tav::kit::keeper", [&] {
+            client_.close();
+            closed = true;
+        });
+    }
 }
 
 inline void keeper_core::wake_up() noexcept {
