@@ -88,6 +88,11 @@ BlockText::int_type BlockText::overflow(int_type c) {
     return sputc(traits_type::to_char_type(c));
 }
 
+BlockText::pos_type BlockText::seekoff(off_type off, std::ios_base::seekdir way, std::ios_base::openmode) {
+    bool const here = off == 0 && way == std::ios_base::cur;
+    return here ? pos_type(static_cast<off_type>(size())) : pos_type(off_type(-1));
+}
+
 void raise(Site site, std::string_view message) {
     std::string text = shownText(message);
     tell(site, "<EXCEPTION> ", text);

@@ -67,6 +67,8 @@ public:
 
 protected:
     int_type overflow(int_type c) override;
+    /// How much there is is known, and nothing else.
+    pos_type seekoff(off_type off, std::ios_base::seekdir way, std::ios_base::openmode which) override;
 
 private:
     static constexpr std::size_t firstSize = 512;

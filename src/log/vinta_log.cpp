@@ -539,7 +539,7 @@ std::string headOfLine(tav_istr tag, tavLogger::LogLevel level, std::size_t size
     tavString const time = tavTime::now().str();
     tavString const thread = tavThread::currentName();
     std::string out;
-    out.reserve(160 + size);
+    out.reserve(160 + thread.size() + tag.size() + size);
     out.append(bytesOf(time)).append(idsAndStamp());
     out.append(1, '[').append(nameOf(level)).append("]{");
     out.append(bytesOf(thread)).append("}[").append(bytesOf(tag)).append(1, ']');

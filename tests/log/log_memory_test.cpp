@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 using tav_test::HeapMeter;
 
@@ -43,6 +44,29 @@ TEST_F(LogMemory, LineTakesItsTextTwiceAtMost) {
     logTwice(half);
     EXPECT_LE(meter.peak(), 2 * 1000000 + 20000);
     EXPECT_GE(meter.peak(), 1000000);
+}
+
+TEST_F(LogMemory, LongTagMakesNoLineDearer) {
+    std::string const tag(1000, 't');
+    auto const log_long = [&tag, half = std::string(500000, 'x')] {
+        tav::detail::log(tav_istr(tag), tavLogger::INFO, site,
+                         [&](std::ostream & out) { out << half << half; });
+    };
+    log_long();
+    HeapMeter const meter;
+    log_long();
+    EXPECT_LE(meter.peak(), 2 * 1000000 + 30000);
+}
+
+TEST_F(LogMemory, LineKnowsHowLongItIs) {
+    std::vector<long long> told;
+    tav::detail::log("t", tavLogger::INFO, site, [&](std::ostream & out) {
+        for (std::size_t const size : {0u, 3u, 509u, 16384u, 1u}) {
+            out << std::string(size, 'x');
+            told.push_back(static_cast<long long>(out.tellp()));
+        }
+    });
+    EXPECT_EQ(told, (std::vector<long long>{0, 3, 512, 16896, 16897}));
 }
 
 TEST_F(LogMemory, ShortLineTakesItsRecordAlone) {
