@@ -90,7 +90,8 @@ public:
         if (v.is_json_) {
             return out << " json " << v.json_;
         }
-        if (v.seen_) {
+        // A line that was cut is over: what came behind would hide the hole.
+        if (v.seen_ && out.good()) {
             // Whatever the flags are that others left in the line.
             std::ostream plain(out.rdbuf());
             plain << " nbr ";

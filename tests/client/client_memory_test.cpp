@@ -29,6 +29,9 @@ std::atomic<bool> on_test_thread{false};
 std::atomic<bool> all_fail{false};
 std::atomic<bool> one_of_all_failed{false};
 
+/// The size of the one allocation that fails; 0 for none.
+std::atomic<std::size_t> failing_size{0};
+
 bool fails() {
     if (all_fail.load(std::memory_order_relaxed) && test_thread) {
         one_of_all_failed = true;
@@ -37,8 +40,12 @@ bool fails() {
     return granted.load(std::memory_order_relaxed) >= 0 && test_thread == on_test_thread && granted-- == 0;
 }
 
+bool failsBySize(std::size_t size) {
+    return failing_size.load(std::memory_order_relaxed) == size && size != 0 && failing_size.exchange(0) != 0;
+}
+
 void * allocate(std::size_t size) noexcept {
-    return fails() ? nullptr : std::malloc(size != 0 ? size : 1);
+    return fails() || failsBySize(size) ? nullptr : std::malloc(size != 0 ? size : 1);
 }
 
 void * allocateOrThrow(std::size_t size) {
@@ -94,6 +101,7 @@ protected:
     void TearDown() override {
         granted = -1;
         all_fail = false;
+        failing_size = 0;
     }
 
     /// With an on_error that asks for no memory of its own.
@@ -323,6 +331,29 @@ TEST_F(ClientMemory, BreakThatCanNotBeLimitedIsToldAtOnceAsWhatItIs) {
         ASSERT_TRUE(eventually([&] { return told == ECONNRESET; })) << n;
     }
     EXPECT_GE(without, 1u);
+}
+
+// The name of the client fills what a line has of its own, so that each one needs a block.
+TEST_F(ClientMemory, LineThatWasCutSaysNothingBehindTheHole) {
+    constexpr std::size_t block = 16384;
+    ClientRig named(std::string(600, 'n').c_str());
+    named.connect();
+    Events handled;
+    named.client.on_nbr_msg(0x4000, [&](unsigned long long, unsigned short, unsigned char const *, unsigned,
+                                        tavMsgExt) { handled.add("message"); });
+    named.server->send(mobile(0x4000, 1).framed());
+    ASSERT_TRUE(handled.wait(1));
+    tavLogger::setLogLevel("(clear(INFO))");
+    unsigned parts = 0;
+    // Of the head and of the body; what "receiver" says of the message is next.
+    log.at(" bytes, queued ", [&] { failing_size = ++parts == 2 ? block : 0; });
+    named.server->send(mobile(0x4000, 2).framed());
+    ASSERT_TRUE(handled.wait(2));
+    tavLogger::setLogLevel("(clear(NONE))");
+    EXPECT_EQ(parts, 2u);
+    EXPECT_EQ(failing_size, 0u);
+    EXPECT_EQ(log.count("nnn... (cut short)\n"), 1u);
+    EXPECT_FALSE(log.contains("nnn nbr "));
 }
 
 TEST_F(ClientMemory, LookupWhoseThreadHasNoneIsAnswered) {
