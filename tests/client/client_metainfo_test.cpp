@@ -255,6 +255,43 @@ TEST_F(ClientMetainfoModel, DepthCostsNoStack) {
     EXPECT_TRUE(readable(text + std::string(depth, ')')));
 }
 
+namespace {
+
+/// What the log has of the model's own, under these levels, of messages that hold more than their template.
+std::vector<std::string> told(char const * levels) {
+    LogCapture const log(levels);
+    ClientRig rig;
+    tls::connect_option option = rig.option();
+    option.metainfo = helloTemplate() + "Odd:object(__class__(im.Odd) __code__(1F04) [1]of:im.Nowhere?())";
+    rig.connect(option);
+    std::string const more = bytes("FF 01 28 01 F1 01 6E 09 01 01 05 FF 01 29");
+    std::string const odd = bytes("FF 01 28 01 FF 01 28 01 01 01 05 FF 01 29 FF 01 29");
+    rig.server->send(mobile(0x1001, 1, more).framed() + mobile(0x1f04, 2, odd).framed());
+    EXPECT_TRUE(rig.settle());
+    std::vector<std::string> out;
+    for (LogCapture::Record const & each : log.records()) {
+        std::size_t const at = each.text.find("[JSON2NBR]");
+        if (at != std::string::npos) {
+            out.push_back(std::to_string(each.level) + each.text.substr(at));
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+TEST(ClientMetainfoEvents, AreTheSameWhetherTheMessageIsShownOrNot) {
+    std::vector<std::string> const shown = told("clear(INFO)");
+    std::vector<std::string> const unseen = told("clear(NONE)TLS.CLT(WARN)JSON2NBR(INFO)");
+    EXPECT_EQ(unseen, shown);
+    ASSERT_GE(shown.size(), 2u);
+    std::string const & first = shown.front();
+    std::string const & last = shown.back();
+    EXPECT_NE(first.find("not found field id [9] in class im.Push\n"), std::string::npos) << first;
+    EXPECT_NE(last.find("not found class im.Nowhere\n"), std::string::npos) << last;
+    EXPECT_EQ(last.substr(0, last.find('[')), std::to_string(tavLogger::ERROR));
+}
+
 TEST_F(ClientMetainfoTemplates, NothingIsKnownBeforeTheStart) {
     EXPECT_EQ(classOf(0x1f01), "");
     EXPECT_EQ(codeOf("im.Hello"), none);
