@@ -7,8 +7,6 @@
 
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -174,36 +172,5 @@ void requestReplyBare(benchmark::State & state) {
     }
 }
 BENCHMARK(requestReplyBare)->UseRealTime();
-
-/// Numbers that several threads add to, on lines of the cache of their own, as the client's counters are.
-struct Counted {
-    alignas(64) std::atomic<unsigned long long> io[4] = {};
-    alignas(64) std::atomic<unsigned long long> dispatch[2] = {};
-    alignas(64) std::atomic<unsigned long long> sends[2] = {};
-    alignas(64) std::atomic<unsigned long long> present[10] = {};
-};
-
-/// What the client's counters add to a request and its reply: 18 relaxed additions and two looks at the
-/// clock.
-void countersOfARequest(benchmark::State & state) {
-    static Counted counted;
-    for (auto _ : state) {
-        auto const begin = std::chrono::steady_clock::now();
-        for (auto & number : counted.io) {
-            number.fetch_add(1, std::memory_order_relaxed);
-        }
-        for (auto & number : counted.dispatch) {
-            number.fetch_add(1, std::memory_order_relaxed);
-        }
-        for (auto & number : counted.sends) {
-            number.fetch_add(1, std::memory_order_relaxed);
-        }
-        for (auto & number : counted.present) {
-            number.fetch_add(1, std::memory_order_relaxed);
-        }
-        benchmark::DoNotOptimize(std::chrono::steady_clock::now() - begin);
-    }
-}
-BENCHMARK(countersOfARequest)->Threads(1)->Threads(2);
 
 } // namespace

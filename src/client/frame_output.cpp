@@ -28,7 +28,8 @@ constexpr unsigned head_size = frame_reader::head_size;
 /// Room for what a packet adds to its body.
 constexpr unsigned packet_overhead = 128;
 
-/// What the allocator and the containers spend on the few blocks of a message that waits.
+/// What the allocator and the containers spend on the blocks of a message that waits: the packet, its body
+/// and the node of the queue, then the frame and the node of the writer.
 constexpr std::size_t blocks_of_a_message = 128;
 static_assert(std::max(sizeof(im::PacketMobile), sizeof(im::PacketPC)) + sizeof(send_queue::entry) +
                       blocks_of_a_message <=

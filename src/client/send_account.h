@@ -20,7 +20,7 @@ namespace TAV_IMPL_NAMESPACE {
 class send_account {
 public:
     /// What a message that waits takes at most beside the bytes of its body: as a packet until "sender" has
-    /// encoded it, and then as a frame.
+    /// encoded it, and then as a frame.  Without what `ext` and a target hold, and what tracks it.
     static constexpr unsigned message_cost = 640;
 
     /// `counted` and `teller` are null or the client's own.

@@ -46,8 +46,9 @@ struct TAV_API statistics {
     unsigned long long breaks_by_silence = 0; ///< A supervised connection whose peer was silent.
     unsigned long long closes = 0; ///< Connections that were up and that the application closed or replaced.
 
-    unsigned long long queued_frames = 0;    ///< Accepted, not yet written.
-    unsigned long long queued_bytes = 0;     ///< Their bodies' bytes, as far as they are encoded.
+    unsigned long long queued_frames = 0; ///< Accepted, not yet written, receipts among them.
+    /// The bytes of their bodies alone, without what `limit_option::queued_bytes` adds for each.
+    unsigned long long queued_bytes = 0;
     unsigned long long tracked_sends = 0;    ///< Waiting for their end.
     unsigned long long received_waiting = 0; ///< Frames that no callback has begun with.
     unsigned long long received_waiting_bytes = 0;
