@@ -1,4 +1,6 @@
 import asyncio
+import gc
+import threading
 import unittest
 
 import tav_im
@@ -153,6 +155,17 @@ class AsyncClientTest(unittest.IsolatedAsyncioTestCase):
         self.assertEqual(caught.exception.name, "bad_reply")
         reply = await bob.request("Deep", {}, reply="Deeper", time_limit=LIMIT)
         self.assertEqual(reply.fields, {})
+
+    async def test_a_client_that_was_dropped_ends(self) -> None:
+        before = threading.active_count()
+        with self.assertWarns(ResourceWarning):
+            tav_im.AsyncClient("dropped")
+            gc.collect()
+        loop = asyncio.get_running_loop()
+        until = loop.time() + LIMIT
+        while threading.active_count() > before and loop.time() < until:
+            await asyncio.sleep(0.01)
+        self.assertLessEqual(threading.active_count(), before)
 
     async def test_no_event_in_time_is_none(self) -> None:
         client = tav_im.AsyncClient()

@@ -1,3 +1,4 @@
+import os
 import subprocess
 import sys
 import unittest
@@ -39,6 +40,20 @@ class BotTest(unittest.TestCase):
                 self.assertEqual(answer.message.fields, {"user": "bot", "text": text.upper() + "!"})
             bot.wait(LIMIT)
         self.assertEqual(bot.returncode, 0)
+
+    def test_the_bot_says_how_it_is_used(self) -> None:
+        told = subprocess.run([sys.executable, str(BOT)], capture_output=True, text=True, timeout=LIMIT)
+        self.assertEqual(told.returncode, 1)
+        self.assertIn("Usage: bot.py HOST PORT CA-FILE", told.stderr)
+        self.assertNotIn("Traceback", told.stderr)
+
+    def test_without_a_gateway_the_tests_say_what_they_need(self) -> None:
+        lacking = {name: value for name, value in os.environ.items() if name != "TAV_GATEWAY"}
+        command = [sys.executable, "-m", "unittest", "-v", "tests.test_client", "tests.test_async_client"]
+        folder = Path(__file__).parent.parent
+        told = subprocess.run(command, cwd=folder, env=lacking, capture_output=True, text=True, timeout=6 * LIMIT)
+        self.assertEqual(told.returncode, 0, told.stderr)
+        self.assertIn("set TAV_GATEWAY to the path of the program: HACKING.md", told.stderr)
 
     def test_the_bot_is_one_screen(self) -> None:
         self.assertLessEqual(len(BOT.read_text().splitlines()), 60)

@@ -107,8 +107,7 @@ std::string check() {
     static_assert(std::is_base_of<tavObject, T>::value, "tav::kit::check<T>: T is a class of objects");
     static_assert(!std::is_abstract<T>::value,
                   "tav::kit::check<T>: T has to override traverse(tavCodecStream &), which is not const, and "
-                  "all else that "
-                  "is pure");
+                  "all else that is pure");
     if constexpr (std::is_base_of<tavObject, T>::value && !std::is_abstract<T>::value) {
         T first;
         T again;
