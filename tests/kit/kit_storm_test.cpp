@@ -20,7 +20,8 @@
 
 // Four threads talk through a keeper while its gateway is killed, resets, goes silent, answers late and
 // closes with the last reply.  What counts: each message ends once, none that may be repeated is lost, none
-// that may not is twice on the wire, and nothing is left.
+// that may not is twice on the wire, and nothing is left.  The same without a keeper, where an end of the
+// connection is the end of what was under way.
 namespace {
 
 using namespace std::chrono_literals;
@@ -89,10 +90,10 @@ private:
     std::atomic<int> under_way_{0};
 };
 
-/// A gateway that can be killed, and comes back at the same port.
+/// A gateway that comes to harm, and comes back at the same port.
 class Victim {
 public:
-    explicit Victim(Record & record) {
+    Victim(Record & record, unsigned seed) : chance_(seed) {
         options_.on_packet = [&record](unsigned short code, std::string const & body) {
             if (code == Say::type_code) {
                 record.receive(body);
@@ -102,7 +103,16 @@ public:
         options_.port = gateway_->port();
     }
     unsigned short port() const { return options_.port; }
-    tav::gateway::Gateway & operator*() { return *gateway_; }
+    /// Has it come to harm, in one way or another, for as long as the storm lasts.
+    void suffer() {
+        auto const end = std::chrono::steady_clock::now() + lasting();
+        while (std::chrono::steady_clock::now() < end) {
+            harm();
+        }
+        gateway_->setFaults(tav::gateway::Faults());
+    }
+
+private:
     void kill() { gateway_.reset(); }
     void begin() {
         auto const made = [this] {
@@ -121,17 +131,56 @@ public:
         }
     }
 
-private:
+    void harm() {
+        tav::gateway::Faults faults;
+        switch (chance_() % 7) {
+        case 0:
+            kill();
+            calm(100);
+            begin();
+            break;
+        case 1: gateway_->drop(true); break;
+        case 2: gateway_->drop(false); break;
+        case 3:
+            faults.silence = true;
+            gateway_->setFaults(faults);
+            calm(200);
+            gateway_->drop(chance_() % 2 == 0);
+            break;
+        case 4:
+            faults.delay_ms = 60;
+            gateway_->setFaults(faults);
+            calm(200);
+            break;
+        case 5:
+            faults.close_after = 1 + static_cast<unsigned>(chance_() % 40);
+            gateway_->setFaults(faults);
+            calm(200);
+            break;
+        default:
+            faults.reset_after = 1 + static_cast<unsigned>(chance_() % 40);
+            gateway_->setFaults(faults);
+            calm(200);
+            break;
+        }
+        gateway_->setFaults(tav::gateway::Faults());
+        calm(150);
+    }
+    /// The pace of the storm; it orders nothing.
+    void calm(unsigned most_ms) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20 + chance_() % most_ms));
+    }
+
     tav::gateway::Options options_;
     std::unique_ptr<tav::gateway::Gateway> gateway_;
+    std::minstd_rand chance_;
 };
 
 class Storm {
 public:
     Storm(kit::when_full policy, unsigned seed, bool with_login)
         : record_(std::make_unique<Record>()),
-          victim_(*record_),
-          chance_(seed),
+          victim_(*record_, seed),
           keeper_(option(), how(policy, with_login), "storm") {}
 
     void rage() {
@@ -142,11 +191,7 @@ public:
         for (unsigned t = 0; t < 4; ++t) {
             threads.emplace_back([this, t] { talk(t); });
         }
-        auto const end = std::chrono::steady_clock::now() + lasting();
-        while (std::chrono::steady_clock::now() < end) {
-            harm();
-        }
-        (*victim_).setFaults(tav::gateway::Faults());
+        victim_.suffer();
         over_ = true;
         for (std::thread & thread : threads) {
             thread.join();
@@ -243,51 +288,100 @@ private:
         }
     }
 
-    void harm() {
-        tav::gateway::Faults faults;
-        switch (chance_() % 7) {
-        case 0:
-            victim_.kill();
-            calm(100);
-            victim_.begin();
-            break;
-        case 1: (*victim_).drop(true); break;
-        case 2: (*victim_).drop(false); break;
-        case 3:
-            faults.silence = true;
-            (*victim_).setFaults(faults);
-            calm(200);
-            (*victim_).drop(chance_() % 2 == 0);
-            break;
-        case 4:
-            faults.delay_ms = 60;
-            (*victim_).setFaults(faults);
-            calm(200);
-            break;
-        case 5:
-            faults.close_after = 1 + static_cast<unsigned>(chance_() % 40);
-            (*victim_).setFaults(faults);
-            calm(200);
-            break;
-        default:
-            faults.reset_after = 1 + static_cast<unsigned>(chance_() % 40);
-            (*victim_).setFaults(faults);
-            calm(200);
-            break;
+    std::unique_ptr<Record> record_;
+    Victim victim_;
+    std::atomic<bool> over_{false};
+    kit::keeper keeper_;
+};
+
+/// Talk on a client that the test itself connects again whenever its connection ends.
+class DirectStorm {
+public:
+    explicit DirectStorm(unsigned seed)
+        : record_(std::make_unique<Record>()), victim_(*record_, seed), client_("direct") {}
+
+    void rage() {
+        ::alarm(static_cast<unsigned>(lasting().count()) + 100);
+        std::vector<std::thread> threads;
+        threads.emplace_back([this] { stay_connected(); });
+        for (unsigned t = 0; t < 4; ++t) {
+            threads.emplace_back([this, t] { talk(t); });
         }
-        (*victim_).setFaults(tav::gateway::Faults());
-        calm(150);
+        victim_.suffer();
+        over_ = true;
+        for (std::thread & thread : threads) {
+            thread.join();
+        }
+        EXPECT_TRUE(record_->waitBelow(1, 20s)) << "none outlives its limit";
     }
-    /// The pace of the storm; it orders nothing.
-    void calm(unsigned most_ms) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20 + chance_() % most_ms));
+
+    void judge() {
+        std::array<unsigned, 16> ends{};
+        int wrong = 0;
+        for (int i = 0; i < record_->count(); ++i) {
+            Record::Entry & one = (*record_)[i];
+            bool const ok = one.error == 0;
+            wrong += one.ends != 1 || one.received > 1 || (ok && one.received == 0) ? 1 : 0;
+            ++ends[static_cast<std::size_t>(one.error.load())];
+        }
+        EXPECT_EQ(wrong, 0) << "unended, ended twice, twice on the wire, or answered unasked";
+        EXPECT_GT(ends[0], 100u);
+        EXPECT_GT(ends[static_cast<std::size_t>(kit::failure::disconnected)], 0u) << "there was a storm";
+        EXPECT_GT(ends[static_cast<std::size_t>(kit::failure::cancelled)], 0u);
+        EXPECT_LT(record_->count(), record_->most) << "there were numbers to the end of the storm";
+    }
+
+private:
+    void stay_connected() {
+        tls::connect_option option = quietOption(std::to_string(victim_.port()));
+        option.timedout.wait_ms(1000);
+        while (!over_) {
+            if (!client_.connected()) {
+                if (auto const info = client_.start(option)) {
+                    info->wait();
+                }
+            }
+            std::this_thread::sleep_for(5ms); // The pace of an application that tries again.
+        }
+    }
+
+    void talk(unsigned thread) {
+        std::minstd_rand chance(thread + 1);
+        while (!over_) {
+            if (!client_.connected()) {
+                std::this_thread::sleep_for(1ms); // There would be a refusal for each number else.
+            }
+            if (!record_->waitBelow(200, 20s)) {
+                ADD_FAILURE() << "nothing has come to an end for long";
+                return;
+            }
+            int const number = record_->begin(kind::direct);
+            if (number < 0) {
+                return;
+            }
+            send(number, static_cast<unsigned>(chance() % 3), chance() % 2 == 0);
+        }
+    }
+    void send(int number, unsigned way, bool cancels) {
+        Say const say(number);
+        auto const ended = [this, number](kit::result<Said> const & v) { record_->end(number, v.error()); };
+        if (way == 0) {
+            ended(kit::request<Said>(client_, say, 5s, kit::use_future).get());
+        } else if (way == 1) {
+            kit::request<Said>(client_, say, 5s, ended);
+        } else {
+            kit::pending const one =
+                kit::request<Said>(client_, say, std::chrono::milliseconds(1 + number % 150), ended);
+            if (cancels) {
+                one.cancel();
+            }
+        }
     }
 
     std::unique_ptr<Record> record_;
     Victim victim_;
-    std::minstd_rand chance_;
     std::atomic<bool> over_{false};
-    kit::keeper keeper_;
+    tls::client client_;
 };
 
 void storm(kit::when_full policy, unsigned seed, bool with_login) {
@@ -316,4 +410,14 @@ TEST(KitStorm, LosesAndDoublesNothingWhereSendersWait) {
 
 TEST(KitStorm, LosesAndDoublesNothingBehindALogin) {
     storm(kit::when_full::wait, 4, true);
+}
+
+TEST(KitStorm, EndsEachRequestOnceWithoutAKeeper) {
+    Holdings const before;
+    {
+        DirectStorm one(5);
+        one.rage();
+        one.judge();
+    }
+    EXPECT_TRUE(before.back()) << before.print();
 }
