@@ -56,43 +56,6 @@ std::string nameOf(tls::failure v) {
     return number < names.size() ? names[number] : "other";
 }
 
-std::string policyField(std::string_view text) {
-    constexpr std::string_view front = "tls policy: ";
-    constexpr std::array<std::string_view, 22> options = {"check_name",
-                                                          "expected_name",
-                                                          "trusted_pem",
-                                                          "trust_system",
-                                                          "crl_file",
-                                                          "crl_pem",
-                                                          "crl_check_chain",
-                                                          "certificate_file",
-                                                          "certificate_pem",
-                                                          "key_file",
-                                                          "key_pem",
-                                                          "key_password",
-                                                          "min_version",
-                                                          "max_version",
-                                                          "ciphers",
-                                                          "cipher_suites",
-                                                          "security_level",
-                                                          "send_host_name",
-                                                          "alpn",
-                                                          "tcp_keep_alive_s",
-                                                          "tcp_keep_alive_interval_s",
-                                                          "tcp_keep_alive_probes"};
-    if (text.substr(0, front.size()) != front) {
-        return std::string();
-    }
-    text.remove_prefix(front.size());
-    std::string_view const word = text.substr(0, text.find_first_of(" :"));
-    if (word == "ca" || word == "cipher") {
-        return std::string(word);
-    }
-    bool const known =
-        std::find(options.begin(), options.end(), word) != options.end() || word == "tcp_user_timeout_ms";
-    return known ? "policy." + std::string(word) : std::string();
-}
-
 Failure failureOf(tls::failure v, std::string const & text, std::string const & field, long long position) {
     return Failure(static_cast<int>(v), nameOf(v), text.empty() ? make_error_code(v).message() : text, field,
                    position);

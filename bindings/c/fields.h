@@ -28,8 +28,6 @@ constexpr int code_login_refused = 106;
 std::string wordsOf(std::exception const & e);
 /// "timed_out" of failure::timed_out.
 std::string nameOf(tls::failure v);
-/// The member of a connect that a text of failure::bad_policy begins with; empty if it names none.
-std::string policyField(std::string_view text);
 Failure failureOf(tls::failure v, std::string const & text = std::string(),
                   std::string const & field = std::string(), long long position = -1);
 
@@ -64,6 +62,8 @@ public:
     void pass(std::string_view name) { find(name); }
 
     std::string path(std::string_view name) const;
+    /// The names that were asked for.
+    std::vector<std::string_view> const & known() const { return known_; }
 
     /// A necessary member is missing.
     void lack(std::string_view name, char const * why = "this is necessary");

@@ -4,6 +4,7 @@
 
 #include "tav/vinta/vinta_tls_policy.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -102,12 +103,7 @@ void readKeyLog(Fields & in, tls::tls_policy & policy) {
     };
 }
 
-tls::tls_policy readPolicy(Fields & fields) {
-    unsigned const object = fields.object("policy");
-    if (object == 0) {
-        return tls::tls_policy::safe();
-    }
-    Fields in(fields.document(), object);
+tls::tls_policy readPolicyOf(Fields & in) {
     tls::tls_policy policy = in.flag("safe", true) ? tls::tls_policy::safe() : tls::tls_policy();
     readTrust(in, policy);
     readIdentity(in, policy);
@@ -116,6 +112,25 @@ tls::tls_policy readPolicy(Fields & fields) {
     readKeyLog(in, policy);
     in.finish();
     return policy;
+}
+
+tls::tls_policy readPolicy(Fields & fields) {
+    unsigned const object = fields.object("policy");
+    if (object == 0) {
+        return tls::tls_policy::safe();
+    }
+    Fields in(fields.document(), object);
+    return readPolicyOf(in);
+}
+
+/// What a policy may have is what reading one asks for.
+std::vector<std::string_view> policyNames() {
+    Document nothing;
+    Failure fault(0, std::string(), std::string());
+    nothing.read("{}", fault);
+    Fields in(nothing, Document::root);
+    readPolicyOf(in);
+    return in.known();
 }
 
 void readLimits(Fields & fields, tls::limit_option & limits) {
@@ -168,6 +183,21 @@ void readAddress(Fields & fields, unsigned keeper, tls::connect_option & option)
 }
 
 } // namespace
+
+std::string policyField(std::string_view text) {
+    constexpr std::string_view front = "tls policy: ";
+    if (text.substr(0, front.size()) != front) {
+        return std::string();
+    }
+    text.remove_prefix(front.size());
+    std::string_view const word = text.substr(0, text.find_first_of(" :"));
+    if (word == "ca" || word == "cipher") {
+        return std::string(word);
+    }
+    std::vector<std::string_view> const names = policyNames();
+    bool const known = std::find(names.begin(), names.end(), word) != names.end();
+    return known ? "policy." + std::string(word) : std::string();
+}
 
 std::shared_ptr<Template const> givenTemplate(Fields & fields) {
     std::string const text = fields.text("template");

@@ -8,6 +8,8 @@
 #include "tav/vinta/vinta_tls_client_options.h"
 
 #include <memory>
+#include <string>
+#include <string_view>
 
 /// What a connect wants, from JSON.
 namespace tav {
@@ -23,6 +25,9 @@ struct ConnectWish {
 
 /// The member that has the port of a gateway, or that of the proxy, which is the one that is looked up then.
 std::string portField(ConnectWish const & wish, kit::gateway const & to);
+
+/// The member of a connect that a text of failure::bad_policy begins with; empty if it names none.
+std::string policyField(std::string_view text);
 
 /// The template of the member "template", or of the file that "template_file" names; null without either.
 std::shared_ptr<Template const> givenTemplate(Fields & fields);

@@ -1,6 +1,6 @@
 #include "bindings/c/outbox.h"
 
-#include "bindings/c/fields.h"
+#include "bindings/c/options.h"
 
 #include <algorithm>
 #include <numeric>
