@@ -64,6 +64,10 @@ for list in demo test lint; do
 done
 [ "$(asked long)" = 'haproxy stunnel4 ' ] || fail "the long tests ask for $(asked long)"
 [ "$(asked wireshark)" = 'tshark python3 ' ] || fail "the dissector's tests ask for $(asked wireshark)"
+for package in debhelper lintian debootstrap; do
+    grep -qw -- "$package" <<<"$(asked debian)" || fail "debian lacks $package"
+done
+grep -qw abigail-tools <<<"$(asked abi)" || fail "abi lacks abigail-tools"
 grep -qw ninja-build <<<"$(asked places)" || fail "places lacks ninja-build"
 program apt-get "echo \"apt-get \$*\" >>$work/calls"
 
