@@ -3,8 +3,6 @@
 #include "tools/failure.h"
 #include "tools/progress.h"
 
-#include <tav/vinta/vinta_log.h>
-
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -31,20 +29,6 @@ std::map<std::string, BytesAs> const & bytesNames() {
     return names;
 }
 
-/// What the transcoder says of members that it drops.
-std::vector<std::string> & dropped() {
-    static std::vector<std::string> texts;
-    return texts;
-}
-
-void noteDropped(int, char const * line) {
-    std::string const text = line;
-    std::size_t const at = text.find("not found ");
-    if (at != std::string::npos) {
-        dropped().push_back(text.substr(at, std::min(text.find('\n', at), text.size()) - at));
-    }
-}
-
 class Conversion {
 public:
     Conversion(ConvertOptions const & options, Output & output) : options_(options), output_(output) {}
@@ -54,8 +38,6 @@ public:
             throw Failure(exitUse, "--template is needed: it has the classes of the messages");
         }
         Template const model = loadTemplate(options_.model);
-        tavLogger::setLogLevel("JSON2NBR", tavLogger::INFO);
-        tavLogger::setCallback(&noteDropped);
         InputFile::whenWaiting([this] { output_.flush(); });
         source_ = makeSource(options_, model);
         sink_ = makeSink(options_, model, output_);
@@ -74,9 +56,9 @@ private:
                 return false;
             }
             put(message);
-            tellDropped();
+            tellNotes(message);
         } catch (Failure const & e) {
-            tellDropped();
+            tellNotes(message);
             if (!options_.keepGoing || e.code() != exitFound || source_->lost()) {
                 throw;
             }
@@ -86,23 +68,25 @@ private:
         return true;
     }
 
-    void put(Message const & message) {
+    void put(Message & message) {
         try {
             sink_->put(message);
+        } catch (PlacedFault const & e) {
+            throw Failure(exitFound, message.readAsNbr ? source_->toldAt(e.offset(), "error", reasonOf(e))
+                                                       : source_->told("error", reasonOf(e)));
         } catch (std::invalid_argument const & e) {
             throw Failure(exitFound, source_->told("error", reasonOf(e)));
         }
     }
 
-    /// Each kind of member that is dropped is told once.
-    void tellDropped() {
-        for (std::string const & text : dropped()) {
+    /// What is said of many messages is told once.
+    void tellNotes(Message const & message) {
+        for (Note const & note : message.notes) {
             constexpr std::size_t most = 100;
-            if (told_.size() < most && told_.insert(text).second) {
-                output_.tell("tav: " + source_->told("warning", text + ": it is dropped"));
+            if (told_.size() < most && told_.insert(note.text).second) {
+                output_.tell("tav: " + source_->toldAt(note.offset, "warning", note.text));
             }
         }
-        dropped().clear();
     }
 
     ConvertOptions const & options_;

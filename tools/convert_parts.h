@@ -1,6 +1,7 @@
 #ifndef TAV_TOOLS_CONVERT_PARTS_H
 #define TAV_TOOLS_CONVERT_PARTS_H
 
+#include "tools/failure.h"
 #include "tools/input.h"
 #include "tools/output.h"
 #include "tools/templates.h"
@@ -10,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace tav {
 namespace tool {
@@ -38,7 +40,13 @@ struct Envelope {
     unsigned char affirm = 0;
     unsigned long long sequence = 0;
     unsigned long long session = 0;
-    bool grey = false;
+    /// Of a mobile packet; bit 0 is grey.
+    unsigned char flags = 0;
+    std::string extension;
+    /// Of an old packet that is not written as it was by its code, sequence and session: its bytes ahead of
+    /// the body and behind it.
+    std::string ahead;
+    std::string behind;
 };
 
 /// A message on its way.  Between any two encodings it is NBR.
@@ -51,9 +59,15 @@ struct Message {
     pml::MetaClass const * cls = nullptr;
     unsigned short code = noCode;
     tavBytes nbr;
+    /// What is said of it, by places of the source.
+    std::vector<Note> notes;
+    /// Whether it came as NBR, which nobody has held to the class.
+    bool readAsNbr = false;
     /// Whether `envelope` came with the message.
     bool enveloped = false;
     Envelope envelope;
+    /// The frame that it came in, if it came in one.
+    std::string frame;
 };
 
 /// Gives messages one after the other.
@@ -64,6 +78,8 @@ public:
     virtual bool next(Message & message) = 0;
     /// What is said of the last message, with its place.
     virtual std::string told(std::string const & kind, std::string const & what) const = 0;
+    /// The same for a place: of a text its byte, of a message that is read as bytes that of its NBR.
+    virtual std::string toldAt(std::size_t at, std::string const & kind, std::string const & what) const = 0;
     /// Whether there is no way on behind a failure.
     virtual bool lost() const { return false; }
     /// How much of the input has been read, and its size, if that is known.
@@ -71,11 +87,12 @@ public:
     virtual unsigned long long size() const = 0;
 };
 
-/// Takes messages.  What can't be written in the encoding is std::invalid_argument.
+/// Takes messages, and adds to what is said of them.  What can't be written in the encoding is a PlacedFault,
+/// by the bytes of the NBR, or another std::invalid_argument.
 class Sink {
 public:
     virtual ~Sink() = default;
-    virtual void put(Message const & message) = 0;
+    virtual void put(Message & message) = 0;
 };
 
 std::unique_ptr<Source> makeSource(ConvertOptions const & options, Template const & model);

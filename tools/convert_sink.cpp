@@ -1,10 +1,11 @@
 #include "tools/convert_parts.h"
+#include "tools/envelope.h"
 #include "tools/failure.h"
+#include "tools/json_judge.h"
 #include "tools/message_copy.h"
+#include "tools/message_tree.h"
 
-#include <tav/vinta/vinta_im_pkt.h>
 #include <tav/vinta/vinta_json2nbr.h>
-#include <tav/vinta/vinta_json_tree.h>
 #include <tav/vinta/vinta_nbr_unit.h>
 #include <tav/vinta/vinta_pml_streams.h>
 #include <tav/vinta/vinta_xml_streams.h>
@@ -20,6 +21,7 @@ namespace tool {
 namespace {
 
 constexpr std::size_t largestFrame = 0xFFFFFF;
+constexpr std::size_t frameHead = 4;
 
 /// What has messages in it must have their classes.
 void demandClass(Message const & message) {
@@ -33,6 +35,19 @@ bool isBare(Message const & message) {
     return message.heartbeat || (message.enveloped && message.nbr.empty());
 }
 
+/// The message by its class, whole and without what the class does not have.
+MessageTree checked(Message & message, Template const & model) {
+    demandClass(message);
+    MessageTree tree = readMessage(viewOf(tav_istr(message.nbr)), *message.cls, *model.factory);
+    if (!tree.missing.empty()) {
+        throw PlacedFault(0, missingFields(tree.missing, *message.cls));
+    }
+    if (message.readAsNbr) {
+        message.notes.insert(message.notes.end(), tree.notes.begin(), tree.notes.end());
+    }
+    return tree;
+}
+
 std::string base64Of(tavBytes const & bytes) {
     tavString text;
     bytes.toBase64(text);
@@ -42,9 +57,9 @@ std::string base64Of(tavBytes const & bytes) {
 class JsonSink : public Sink {
 public:
     JsonSink(ConvertOptions const & options, Template const & model, Output & output)
-        : options_(options), model_(model), output_(output) {}
+        : options_(options), model_(model), writing_(writingFactory(*model.factory)), output_(output) {}
 
-    void put(Message const & message) override {
+    void put(Message & message) override {
         if (options_.envelope) {
             output_.line(enveloped(message));
         } else if (!isBare(message)) {
@@ -53,38 +68,48 @@ public:
     }
 
 private:
-    std::string body(Message const & message) const {
-        demandClass(message);
-        tavString text;
-        json2nbr::read(text, message.nbr, message.cls->className, *model_.factory, false);
-        if (!options_.pretty) {
-            return stringOf(text);
-        }
-        json::JsonUnit unit;
-        unit.decode(text);
-        return stringOf(unit.value()->encode(true, false, 0, false));
-    }
+    std::string body(Message & message) const { return jsonOf(checked(message, model_), options_.pretty); }
 
-    std::string enveloped(Message const & message) const {
+    std::string enveloped(Message & message) const {
         if (message.heartbeat) {
             return "{\"packet\":\"heartbeat\"}";
         }
-        Envelope const & e = message.envelope;
-        std::string text = std::string("{\"packet\":\"") + (e.mobile ? "mobile" : "old") +
-                           "\",\"version\":" + std::to_string(e.version) +
-                           ",\"code\":" + std::to_string(message.code) + ",\"sequence\":\"" +
-                           std::to_string(e.sequence) + "\",\"session\":\"" + std::to_string(e.session) +
-                           "\",\"affirm\":" + std::to_string(e.affirm) +
-                           ",\"grey\":" + (e.grey ? "true" : "false");
+        std::string const text = "{" + envelopeText(message);
         if (message.nbr.empty()) {
             return text + "}";
         }
-        return text + (message.cls == nullptr ? ",\"bytes\":\"" + base64Of(message.nbr) + "\"}"
-                                              : ",\"body\":" + body(message) + "}");
+        if (message.cls == nullptr) {
+            return text + ",\"bytes\":\"" + base64Of(message.nbr) + "\"}";
+        }
+        std::string const body = this->body(message);
+        return text + orderOf(message, body) + ",\"body\":" + body + "}";
+    }
+
+    /// What brings the body back as the same bytes, if members in the order of names are not these.
+    std::string orderOf(Message & message, std::string const & body) const {
+        if (!message.readAsNbr) {
+            return {};
+        }
+        JsonText const json(body);
+        std::string const text = judgeJson(json, json.root(), *message.cls, *model_.factory).text;
+        tavBytes back;
+        unsigned short code = Message::noCode;
+        json2nbr::write(istrOf(text), back, code, writing_, message.cls->className);
+        std::string_view const there = viewOf(tav_istr(message.nbr));
+        if (viewOf(tav_istr(back)) == there) {
+            return {};
+        }
+        if (inClassOrder(viewOf(tav_istr(back)), *message.cls, *model_.factory) == there) {
+            return ",\"order\":\"class\"";
+        }
+        message.notes.push_back(
+            Note{0, "the body comes back with the same values, but not as the same bytes"});
+        return {};
     }
 
     ConvertOptions const & options_;
     Template const & model_;
+    pml::MetaFactory writing_;
     Output & output_;
 };
 
@@ -98,12 +123,11 @@ public:
     }
 
 protected:
-    void write(tavBytes const & bytes) {
-        std::string_view const view = viewOf(bytes);
+    void write(std::string_view bytes) {
         if (as_ == BytesAs::raw) {
-            output_.write(view);
+            output_.write(bytes);
         } else {
-            output_.line(as_ == BytesAs::hex ? hexText(view) : base64Of(bytes));
+            output_.line(as_ == BytesAs::hex ? hexText(bytes) : base64Of(tavBytes(istrOf(bytes))));
         }
     }
 
@@ -115,9 +139,9 @@ private:
 class NbrSink : public BytesSink {
 public:
     using BytesSink::BytesSink;
-    void put(Message const & message) override {
+    void put(Message & message) override {
         if (!isBare(message)) {
-            write(message.nbr);
+            write(viewOf(tav_istr(message.nbr)));
         }
     }
 };
@@ -125,38 +149,33 @@ public:
 class FrameSink : public BytesSink {
 public:
     using BytesSink::BytesSink;
-    void put(Message const & message) override {
-        tavBytes frame;
-        if (message.heartbeat) {
-            write(frame.writeBigEndian(0u));
+    void put(Message & message) override {
+        if (!message.frame.empty() || message.heartbeat) {
+            write(message.frame.empty() ? std::string(frameHead, '\0') : message.frame);
             return;
         }
         if (message.code == Message::noCode) {
-            throw std::invalid_argument("the class " + stringOf(message.cls->className) +
-                                        " has no code for a packet");
+            throw std::invalid_argument(message.cls == nullptr
+                                            ? std::string("a packet needs a code")
+                                            : "the class " + stringOf(message.cls->className) +
+                                                  " has no code for a packet");
         }
         Envelope e = message.envelope;
         constexpr unsigned short largestOld = 0xff;
         if (!message.enveloped) {
             e.mobile = message.code > largestOld;
-            e.sequence = ++sequence_;
+            e.sequence = ++sequence_ & (e.mobile ? 0xFFFFull : ~0ull);
         }
-        tavSharedPtr<im::Packet> const packet = im::Packet::create(e.mobile, e.version);
-        packet->setAffirm(e.affirm);
-        packet->setCode(message.code);
-        packet->setSequence(e.sequence);
-        packet->setSession(e.session);
-        packet->setGrey(e.grey);
-        packet->setBody(message.nbr);
-        tavBytes bytes;
-        packet->encode(bytes);
-        if (bytes.size() > largestFrame) {
-            throw std::invalid_argument("the packet has " + std::to_string(bytes.size()) +
+        std::string const packet = packetOf(e, message.code, viewOf(tav_istr(message.nbr)));
+        if (packet.size() > largestFrame) {
+            throw std::invalid_argument("the packet has " + std::to_string(packet.size()) +
                                         " bytes, and a frame holds 16777215");
         }
-        frame.writeBigEndian(bytes.size());
-        frame.writeBytes(bytes);
-        write(frame);
+        std::string frame;
+        for (std::size_t i = frameHead; i-- != 0;) {
+            frame += static_cast<char>(packet.size() >> (8 * i) & 0xFFu);
+        }
+        write(frame + packet);
     }
 
 private:
@@ -183,51 +202,59 @@ bool isXmlKey(std::string_view key) {
     return true;
 }
 
-class PmlSink : public Sink {
+/// What writes a text for each message: the object as a compiled class writes it.
+class TextSink : public Sink {
 public:
-    PmlSink(ConvertOptions const & options, Template const & model, Output & output)
+    TextSink(ConvertOptions const & options, Template const & model, Output & output)
         : pretty_(options.pretty), model_(model), output_(output) {}
 
-    void put(Message const & message) override {
+    void put(Message & message) override {
         if (isBare(message)) {
             return;
         }
-        demandClass(message);
-        tavNbrInStream in(message.nbr);
-        pml::PmlOutputStream impl;
-        tavPmlOutStream out(&impl, false);
-        copyMessage(in, out, *message.cls, *model_.factory, isPmlKey);
-        std::string const text = impl.encode(pretty_, false, 0, true, false);
-        output_.line(pretty_ ? text.substr(1) : text);
+        checked(message, model_);
+        std::string const text = textOf(message);
+        output_.line(text.substr(std::min(text.find_first_not_of("\r\n"), text.size())));
     }
 
+protected:
+    void copy(Message const & message, tavCodecStream & out, KeyRule const & key) const {
+        tavNbrInStream in(message.nbr);
+        copyMessage(in, out, *message.cls, *model_.factory, key);
+    }
+    bool pretty() const { return pretty_; }
+
 private:
+    virtual std::string textOf(Message const & message) const = 0;
+
     bool pretty_;
     Template const & model_;
     Output & output_;
 };
 
-class XmlSink : public Sink {
+class PmlSink : public TextSink {
 public:
-    XmlSink(ConvertOptions const & options, Template const & model, Output & output)
-        : pretty_(options.pretty), model_(model), output_(output) {}
-
-    void put(Message const & message) override {
-        if (isBare(message)) {
-            return;
-        }
-        demandClass(message);
-        tavNbrInStream in(message.nbr);
-        tavXmlOutStream out("");
-        copyMessage(in, out, *message.cls, *model_.factory, isXmlKey);
-        std::string const text = stringOf(out.str(pretty_));
-        output_.line(text.substr(std::min(text.find_first_not_of("\r\n"), text.size())));
-    }
+    using TextSink::TextSink;
 
 private:
-    bool pretty_;
-    Template const & model_;
-    Output & output_;
+    std::string textOf(Message const & message) const override {
+        pml::PmlOutputStream impl;
+        tavPmlOutStream out(&impl, false);
+        copy(message, out, isPmlKey);
+        return impl.encode(pretty(), false, 0, true, false);
+    }
+};
+
+class XmlSink : public TextSink {
+public:
+    using TextSink::TextSink;
+
+private:
+    std::string textOf(Message const & message) const override {
+        tavXmlOutStream out("");
+        copy(message, out, isXmlKey);
+        return stringOf(out.str(pretty()));
+    }
 };
 
 } // namespace

@@ -1,12 +1,14 @@
 #include "tools/convert_parts.h"
+#include "tools/envelope.h"
 #include "tools/failure.h"
+#include "tools/integers.h"
+#include "tools/json_judge.h"
 #include "tools/json_stream.h"
 #include "tools/message_copy.h"
+#include "tools/message_tree.h"
 #include "tools/nbr_reader.h"
 
-#include <tav/vinta/vinta_im_pkt.h>
 #include <tav/vinta/vinta_json2nbr.h>
-#include <tav/vinta/vinta_json_tree.h>
 #include <tav/vinta/vinta_nbr_unit.h>
 #include <tav/vinta/vinta_pml_streams.h>
 #include <tav/vinta/vinta_xml_streams.h>
@@ -34,44 +36,38 @@ public:
     void close(std::size_t) override {}
 };
 
-std::string missingFields(std::vector<std::string> const & names, MetaClass const & cls) {
-    std::string text = "missing necessary field name(s) {";
-    for (std::string const & name : names) {
-        text += " " + name;
-    }
-    return text + " } in class " + stringOf(cls.className);
-}
-
-void timesAsIntegers(MetaClass & outermost) {
-    std::vector<MetaClass *> open = {&outermost};
-    while (!open.empty()) {
-        MetaClass & cls = *open.back();
-        open.pop_back();
-        for (pml::MetaField & field : cls.fields) {
-            for (tavEnum<Kind> * const kind : {&field.classType.type, &field.classType.elementType}) {
-                if (*kind == pml::field_type::time_) {
-                    *kind = pml::field_type::int64_;
-                }
-            }
-        }
-        for (MetaClass & nested : cls.classes) {
-            open.push_back(&nested);
+/// Notes where the values at the top end.
+class TopValues : public NbrVisitor {
+public:
+    void simple(NbrValue const & value) override {
+        if (depth_ == 0) {
+            ends.push_back(value.data + value.size);
         }
     }
-}
-
-pml::MetaFactory timesAsIntegers(pml::MetaFactory factory) {
-    for (auto & entry : factory.classes) {
-        timesAsIntegers(entry.second);
+    void open(NbrValue const &) override { ++depth_; }
+    void close(std::size_t at) override {
+        if (--depth_ == 0) {
+            ends.push_back(at + 3);
+        }
     }
-    return factory;
+
+    std::vector<std::size_t> ends;
+
+private:
+    std::size_t depth_ = 0;
+};
+
+/// The code that a packet of the class has.
+unsigned short codeOf(MetaClass const & cls) {
+    unsigned short code = 0;
+    return readCode(viewOf(tav_istr(cls.code)), code) ? code : Message::noCode;
 }
 
 class JsonSource : public Source {
 public:
     JsonSource(ConvertOptions const & options, Template const & model)
         : model_(model),
-          writing_(timesAsIntegers(*model.factory)),
+          writing_(writingFactory(*model.factory)),
           cls_(chosenClass(model, options.className, options.code)),
           envelope_(options.envelope),
           file_(options.file),
@@ -85,107 +81,96 @@ public:
         body_ = text_;
         shift_ = 0;
         try {
-            if (envelope_) {
-                readEnvelope(message);
-            } else {
-                write(message);
+            JsonText const json(text_);
+            if (json.root().kind != JsonNode::Kind::object) {
+                throw PlacedFault(0, "a message is a JSON object, and not a list of some");
             }
+            if (envelope_) {
+                readEnveloped(json, message);
+            } else {
+                write(json, json.root(), message);
+            }
+        } catch (PlacedFault const & e) {
+            throw Failure(exitFound, toldAt(e.offset(), "error", e.what()));
         } catch (std::invalid_argument const & e) {
             throw Failure(exitFound, told("error", reasonOf(e)));
         }
         return true;
     }
     std::string told(std::string const & kind, std::string const & what) const override {
-        std::size_t const at = placeOfFailure(body_, what);
-        // The text from there on has been told by the caret.
-        static std::string const fronts[] = {"pair value no end", "array value no end", "no name",
-                                             "no value end"};
-        std::string text = what;
-        for (std::string const & front : fronts) {
-            text = text.compare(0, front.size(), front) == 0 ? front : text;
-        }
-        return stream_.told(shift_ + at, kind, text);
+        return stream_.told(shift_ + placeOfFailure(body_, what), kind, what);
+    }
+    std::string toldAt(std::size_t at, std::string const & kind, std::string const & what) const override {
+        return stream_.told(at, kind, what);
     }
     unsigned long long consumed() const override { return stream_.offset(); }
     unsigned long long size() const override { return file_.size(); }
 
 private:
-    void write(Message & message) {
+    void write(JsonText const & json, JsonNode const & object, Message & message) {
+        shift_ = object.begin;
+        body_ = json.text().substr(object.begin, object.end - object.begin);
         std::string const name = cls_ != nullptr ? stringOf(cls_->className) : std::string();
+        message.cls = classOf(json, object, message.code);
+        JudgedJson judged;
+        judged.text = std::string(body_);
+        if (message.cls != nullptr) {
+            judged = judgeJson(json, object, *message.cls, *model_.factory);
+        }
+        message.notes = std::move(judged.notes);
+        bool const coded = message.code != Message::noCode || json.member(object, "__code__") != nullptr;
+        json2nbr::write(istrOf(judged.text), message.nbr, message.code, writing_, istrOf(name));
+        message.code = coded ? message.code : codeOf(*message.cls);
+    }
+
+    /// The class that the transcoder takes: that of the code, or else that of the name.
+    MetaClass const * classOf(JsonText const & json, JsonNode const & object, unsigned short code) const {
+        JsonNode const * const givenCode = json.member(object, "__code__");
+        if (givenCode != nullptr &&
+            (givenCode->kind == JsonNode::Kind::number || givenCode->kind == JsonNode::Kind::string)) {
+            Integer number;
+            std::string const text(json.content(*givenCode));
+            if (!readInteger(text, number) || number.negative || number.magnitude > Message::noCode) {
+                throw PlacedFault(givenCode->begin, "there is no code " + text);
+            }
+            code = static_cast<unsigned short>(number.magnitude);
+        }
+        if (code != Message::noCode) {
+            return model_.factory->findClass(code);
+        }
+        JsonNode const * const givenName = json.member(object, "__class__");
+        if (givenName != nullptr && givenName->kind == JsonNode::Kind::string) {
+            return model_.factory->findClass(istrOf(unescaped(json.content(*givenName))));
+        }
+        return cls_;
+    }
+
+    void readEnveloped(JsonText const & json, Message & message) {
+        readEnvelope(json, message);
+        JsonNode const * const body = json.member(json.root(), "body");
+        if (body == nullptr || message.heartbeat) {
+            message.cls = model_.factory->findClass(message.code);
+            return;
+        }
+        if (body->kind != JsonNode::Kind::object) {
+            throw PlacedFault(body->begin, "a message is a JSON object");
+        }
         unsigned short const code = message.code;
-        constexpr int mostNegatives = 1000;
-        for (int i = 0;; ++i) {
-            try {
-                json2nbr::write(istrOf(body_), message.nbr, message.code, writing_, istrOf(name));
-                break;
-            } catch (std::invalid_argument const & e) {
-                if (i == mostNegatives || !unquoteNegative(reasonOf(e))) {
-                    throw;
-                }
-                message.code = code;
+        write(json, *body, message);
+        message.code = code;
+        JsonNode const * const order = json.member(json.root(), "order");
+        if (order != nullptr) {
+            if (json.content(*order) != "class") {
+                throw PlacedFault(order->begin, "the order of a body is that of its class: \"class\"");
             }
+            std::string const sorted =
+                inClassOrder(viewOf(tav_istr(message.nbr)), *message.cls, *model_.factory);
+            message.nbr = istrOf(sorted);
         }
-        message.cls = model_.factory->findClass(message.code);
-        if (message.cls == nullptr) {
-            json::JsonUnit unit;
-            unit.decode(istrOf(body_));
-            tavString const own = unit["__class__"].asString();
-            message.cls = model_.factory->findClass(own.empty() ? istrOf(name) : tav_istr(own));
-        }
-    }
-
-    void readEnvelope(Message & message) {
-        json::JsonUnit unit;
-        unit.decode(istrOf(text_));
-        json::JsonUnit const & all = unit;
-        tavString const kind = all["packet"].asString();
-        message.enveloped = true;
-        message.heartbeat = kind == "heartbeat";
-        message.envelope.mobile = kind != "old";
-        all["version"] >> message.envelope.version;
-        all["affirm"] >> message.envelope.affirm;
-        all["sequence"] >> message.envelope.sequence;
-        all["session"] >> message.envelope.session;
-        all["grey"] >> message.envelope.grey;
-        all["code"] >> message.code;
-        all["bytes"] >> message.nbr;
-        for (JsonMember const & member : membersOf(text_)) {
-            if (member.name == "body") {
-                shift_ = member.valueAt;
-                body_ = text_.substr(shift_);
-                write(message);
-                break;
-            }
-        }
-    }
-
-    /// The transcoder writes negative numbers of 64 bits as strings, and takes them as numbers alone: the one
-    /// that it refuses loses its quotes, and blanks take their place.  False if it refuses something else.
-    bool unquoteNegative(std::string const & reason) {
-        std::string_view const front = "not all digits for large integer -";
-        std::size_t const at = reason.find(front);
-        if (at == std::string::npos) {
-            return false;
-        }
-        std::string const number = reason.substr(at + front.size() - 1);
-        if (number.find_first_not_of("0123456789", 1) != std::string::npos) {
-            return false;
-        }
-        std::size_t const quoted = body_.find("\"" + number + "\"", placeOfFailure(body_, reason));
-        if (quoted == std::string_view::npos) {
-            return false;
-        }
-        mended_ = std::string(body_);
-        mended_[quoted] = mended_[quoted + number.size() + 1] = ' ';
-        body_ = mended_;
-        return true;
     }
 
     Template const & model_;
-    /// The template with times as 64-bit integers, which have the same bytes, and which it takes as strings
-    /// too.
     pml::MetaFactory writing_;
-    std::string mended_;
     MetaClass const * cls_;
     bool envelope_;
     InputFile file_;
@@ -206,6 +191,9 @@ public:
     std::string told(std::string const & kind, std::string const & what) const override {
         return toldInBytes(in_.name(), bytes_, base_, at_, kind, what);
     }
+    std::string toldAt(std::size_t at, std::string const & kind, std::string const & what) const override {
+        return toldInBytes(in_.name(), bytes_, base_, body_ + at, kind, what);
+    }
     unsigned long long consumed() const override { return in_.consumed(); }
     unsigned long long size() const override { return in_.size(); }
 
@@ -214,12 +202,12 @@ protected:
         at_ = at;
         throw Failure(exitFound, told("error", what));
     }
-    /// Holds the body, from `begin` on, to the form of NBR.
-    void demandNbr(std::size_t begin) {
-        at_ = begin;
+    /// Holds the body to the form of NBR.
+    void demandNbr(std::size_t begin, std::size_t size) {
+        at_ = body_ = begin;
         NoVisitor none;
         NbrFault fault;
-        if (!readNbr(std::string_view(bytes_).substr(begin), none, fault)) {
+        if (!readNbr(std::string_view(bytes_).substr(begin, size), none, fault)) {
             fail(begin + fault.offset, fault.text);
         }
     }
@@ -229,8 +217,9 @@ protected:
     ByteReader in_;
     std::string bytes_;
     unsigned long long base_ = 0;
-    /// The place of what is told of the message.
+    /// The place of what is told of the message, and where its NBR begins.
     std::size_t at_ = 0;
+    std::size_t body_ = 0;
 };
 
 class NbrSource : public BytesSource {
@@ -241,26 +230,46 @@ public:
         }
     }
 
+    /// Each value at the top is a message.
     bool next(Message & message) override {
-        if (read_) {
+        if (!read_) {
+            all_ = readRest(in_, largestMessage);
+            if (all_.empty()) {
+                throw Failure(exitFound, in_.name() + ": is empty");
+            }
+            read_ = true;
+            broken_ = !readNbr(all_, values_, fault_);
+            if (broken_ && !values_.ends.empty() && values_.ends.back() == all_.size()) {
+                values_.ends.pop_back();
+            }
+        }
+        base_ += bytes_.size();
+        auto const begin = static_cast<std::size_t>(base_);
+        if (next_ == values_.ends.size()) {
+            bytes_ = all_.substr(begin);
+            if (broken_) {
+                broken_ = false;
+                fail(fault_.offset - begin, fault_.text);
+            }
             return false;
         }
-        read_ = true;
-        bytes_ = readRest(in_, largestMessage);
-        if (bytes_.empty()) {
-            throw Failure(exitFound, in_.name() + ": is empty");
-        }
-        demandNbr(0);
+        bytes_ = all_.substr(begin, values_.ends[next_++] - begin);
+        at_ = 0;
         message = Message();
+        message.readAsNbr = true;
         message.cls = chosen_;
-        unsigned short code = 0;
-        message.code = readCode(viewOf(tav_istr(chosen_->code)), code) ? code : Message::noCode;
+        message.code = codeOf(*chosen_);
         message.nbr = istrOf(bytes_);
         return true;
     }
 
 private:
     bool read_ = false;
+    bool broken_ = false;
+    std::string all_;
+    TopValues values_;
+    NbrFault fault_;
+    std::size_t next_ = 0;
 };
 
 class FrameSource : public BytesSource {
@@ -276,8 +285,10 @@ public:
         message = Message();
         message.enveloped = true;
         message.heartbeat = bytes_.size() == frameHead;
+        message.readAsNbr = true;
+        message.frame = bytes_;
         if (!message.heartbeat) {
-            readPacket(message);
+            takePacket(message);
         }
         return true;
     }
@@ -313,36 +324,18 @@ private:
         return true;
     }
 
-    void readPacket(Message & message) {
-        bool const mobile = bytes_.size() > frameHead + 1 && bytes_[frameHead + 1] != '\0';
-        tavSharedPtr<im::Packet> const packet = im::Packet::create(mobile, 0);
-        tav_istr const bytes(bytes_.data() + frameHead, static_cast<unsigned>(bytes_.size() - frameHead));
+    void takePacket(Message & message) {
         try {
-            if (!packet->decode(bytes)) {
-                fail(frameHead, "the head of an old packet begins with three zeros");
-            }
+            body_ = frameHead + readPacket(std::string_view(bytes_).substr(frameHead), message);
+        } catch (PlacedFault const & e) {
+            fail(frameHead + e.offset(), e.what());
         } catch (std::invalid_argument const & e) {
             fail(frameHead, reasonOf(e));
         }
-        message.code = packet->code();
-        message.envelope = Envelope{
-            mobile,        packet->version(), packet->affirm(), packet->sequence(), packet->session(),
-            packet->grey()};
-        message.nbr = packet->body();
         message.cls = chosen_ != nullptr ? chosen_ : model_.factory->findClass(message.code);
-        // The body of a mobile packet is its end; that of an old one stands within.
-        at_ = mobile ? bytes_.size() - message.nbr.size() : frameHead;
+        at_ = body_;
         if (message.cls != nullptr && !message.nbr.empty()) {
-            if (mobile) {
-                demandNbr(at_);
-            } else {
-                NoVisitor none;
-                NbrFault fault;
-                if (!readNbr(viewOf(message.nbr), none, fault)) {
-                    fail(frameHead, "in the body of this packet, byte " + std::to_string(fault.offset) +
-                                        ": " + fault.text);
-                }
-            }
+            demandNbr(body_, message.nbr.size());
         }
     }
 
@@ -359,6 +352,9 @@ public:
 
     std::string told(std::string const & kind, std::string const & what) const override {
         return toldInText(name_, text_, at_, kind, what);
+    }
+    std::string toldAt(std::size_t at, std::string const & kind, std::string const & what) const override {
+        return toldInText(name_, text_, at, kind, what);
     }
     unsigned long long consumed() const override { return at_; }
     unsigned long long size() const override { return text_.size(); }
@@ -378,8 +374,7 @@ protected:
         }
         message = Message();
         message.cls = cls;
-        unsigned short code = 0;
-        message.code = readCode(viewOf(tav_istr(cls->code)), code) ? code : Message::noCode;
+        message.code = codeOf(*cls);
         tavNbrOutStream out(false);
         std::vector<std::string> missing;
         try {

@@ -30,6 +30,24 @@ private:
     Exit code_;
 };
 
+/// Why an input can't be taken, and the byte of it.
+class PlacedFault : public std::invalid_argument {
+public:
+    PlacedFault(std::size_t offset, std::string const & text)
+        : std::invalid_argument(text), offset_(offset) {}
+
+    std::size_t offset() const noexcept { return offset_; }
+
+private:
+    std::size_t offset_;
+};
+
+/// What is said of an input, and the byte of it.
+struct Note {
+    std::size_t offset = 0;
+    std::string text;
+};
+
 /// "NAME: TEXT: " and what the system says of `error`.
 Failure systemFailure(std::string const & name, std::string const & text, int error);
 

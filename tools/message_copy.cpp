@@ -1,5 +1,7 @@
 #include "tools/message_copy.h"
 
+#include <tav/vinta/vinta_nbr_unit.h>
+
 #include <map>
 #include <stdexcept>
 #include <utility>
@@ -294,6 +296,13 @@ void Copier::close() {
 std::vector<std::string> copyMessage(tavCodecStream & in, tavCodecStream & out, MetaClass const & cls,
                                      MetaFactory const & factory, KeyRule const & key) {
     return Copier(factory, key).copy(in, out, cls);
+}
+
+std::string inClassOrder(std::string_view nbr, MetaClass const & cls, MetaFactory const & factory) {
+    tavNbrInStream in(istrOf(nbr));
+    tavNbrOutStream out(false);
+    copyMessage(in, out, cls, factory, [](std::string_view) { return true; });
+    return std::string(viewOf(tav_istr(out.str())));
 }
 
 } // namespace tool

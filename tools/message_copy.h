@@ -23,6 +23,10 @@ typedef std::function<bool(std::string_view)> KeyRule;
 std::vector<std::string> copyMessage(tavCodecStream & in, tavCodecStream & out, pml::MetaClass const & cls,
                                      pml::MetaFactory const & factory, KeyRule const & key);
 
+/// A message of NBR with its members as a compiled class writes them: bases first, in the order of the
+/// declaration.
+std::string inClassOrder(std::string_view nbr, pml::MetaClass const & cls, pml::MetaFactory const & factory);
+
 } // namespace tool
 } // namespace tav
 

@@ -213,4 +213,274 @@ TEST(ToolConvert, KeyThatTheEncodingCannotNameIsRefused) {
     EXPECT_EQ(rig.run("convert -t m.pml -c H --from json --to pml", "{\"m\":{\"x y\":1}}").code, 0);
 }
 
+/// A run of the tool with a template that stands in m.pml.
+ToolRun convert(ToolRig const & rig, std::string const & arguments, std::string const & input) {
+    return rig.run("convert -t m.pml " + arguments, input);
+}
+
+bool says(ToolRun const & run, std::string const & text) {
+    return run.err.find(text) != std::string::npos;
+}
+
+TEST(ToolConvert, EnvelopeIsHeldToWhatAPacketHas) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    struct Case {
+        char const * json;
+        char const * said;
+    };
+    for (Case const & one :
+         {Case{R"({"city":"a"})", ":1:1: error: an envelope has a member packet: mobile, old or heartbeat\n"},
+          Case{R"({"packet":"mobile","bytes":"AAAA"})", ":1:1: error: an envelope has a member code\n"},
+          Case{R"({"packet":"foo","code":1})", ":1:11: error: an envelope has a member packet"},
+          Case{R"({"packet":"mobile","code":70000})", ":1:27: error: code is a number from 0 to 65534\n"},
+          Case{R"({"packet":"old","code":256})", ":1:24: error: code is a number from 0 to 255\n"},
+          Case{R"({"packet":"mobile","code":1,"version":-1})", ":1:39: error: version is a number"},
+          Case{R"({"packet":"mobile","code":1,"version":256})",
+               ":1:39: error: a mobile packet has no version"},
+          Case{R"({"packet":"mobile","code":1,"bytes":"A"})",
+               ":1:37: error: bytes has bytes as a text of base64"},
+          Case{R"({"packet":"mobile","code":1,"sesion":1})", "the member sesion\n"},
+          Case{R"({"packet":"old","code":5,"body":[]})", ":1:33: error: a message is a JSON object\n"}}) {
+        ToolRun const run = convert(rig, "--from json --to frames --envelope", one.json);
+        EXPECT_EQ(run.code, 1) << one.json;
+        EXPECT_TRUE(says(run, one.said)) << one.json << run.err;
+        EXPECT_EQ(run.out, "") << one.json;
+    }
+}
+
+TEST(ToolConvert, ClassWithoutACodeGoesIntoNoPacket) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    ToolRun const run = convert(rig, "-c im.Place --from json --to frames", R"({"city":"a"})");
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(says(run, "the class im.Place has no code for a packet")) << run.err;
+}
+
+TEST(ToolConvert, EachValueOfNbrIsAMessage) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    ASSERT_EQ(convert(rig, "--from json --to nbr --out raw >n", old + old).code, 0);
+    EXPECT_EQ(convert(rig, "-c im.Old --from nbr --to json n", "").out, old + old);
+    // What is whole ahead of a break goes out.
+    ToolRun const cut = rig.shell("head -c -1 n | $TAV convert -t m.pml -c im.Old --from nbr --to json");
+    EXPECT_EQ(cut.code, 1);
+    EXPECT_EQ(cut.out, old);
+}
+
+/// A template for values at their ends.
+char const * const ends = R"(
+A:object(__class__(im.A) __code__(1F01)
+    [1]s:string?() [2]d:double?() [3]f:float?() [4]m:map{string,int32}() [5]k:map{int64,string}() [6]l:list{int64}()
+    [7]t:time?() [8]b:bool?() [9]i:int32?() [10]c:int8?() [11]y:bytes?() [12]e:enum{E}?(x(0) y(1)) [13]r:int32?(1{0..9})
+    [14]o:im.B?() [15]n:list{string}()
+)
+B:object(__class__(im.B) [1]a:int32?())
+)";
+
+TEST(ToolConvert, JsonIsJsonAndComesBackAsTheSameBytes) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", ends);
+    for (
+        std::string const message :
+        {R"({ "__class__":"im.A", "d":3.141592653589793, "f":0.1, "s":"q\"b\\s\/\n\u0001\u0000 é" })",
+         R"({ "__class__":"im.A", "d":1e+300, "f":1.17549435e-38, "l":[ "-1", "9223372036854775807" ] })",
+         R"({ "__class__":"im.A", "k":{ "-5":"x", "-9223372036854775808":"z", "7":"y" }, "t":"-1" })",
+         R"({ "__class__":"im.A", "m":{ "\u0001":1, "\"":2, "\\":3, "__class__":4, "a:b":5 } })",
+         R"({ "__class__":"im.A", "b":true, "c":-128, "e":1, "i":-2147483648, "o":{ "a":null }, "y":"" })"}) {
+        ToolRun const there = convert(rig, "--from json --to nbr --out raw >n", message);
+        EXPECT_EQ(there.code, 0) << message << there.err;
+        ToolRun const back = convert(rig, "-c im.A --from nbr --to json n", "");
+        EXPECT_EQ(back.out, message + "\n") << back.err;
+        EXPECT_EQ(there.err + back.err, "");
+        rig.file("j", back.out);
+        EXPECT_EQ(rig.shell("python3 -c 'import json; json.load(open(\"j\"))'").code, 0) << message;
+        ToolRun const pretty = convert(rig, "-c im.A --from nbr --to json --pretty n", "");
+        EXPECT_EQ(convert(rig, "--from json --to json", pretty.out).out, message + "\n") << pretty.out;
+    }
+}
+
+TEST(ToolConvert, EscapesOfJsonAreTheirCharacters) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", ends);
+    ToolRun const run = convert(rig, "-c im.A --from json --to json",
+                                R"({"\u0073":"\u00e9\uD83D\uDE00\u005c","m":{"\u00e9":1}})");
+    EXPECT_EQ(run.out, "{ \"__class__\":\"im.A\", \"m\":{ \"é\":1 }, \"s\":\"é😀\\\\\" }\n") << run.err;
+    ToolRun const half = convert(rig, "-c im.A --from json --to json", R"({"s":"a\ud83d"})");
+    EXPECT_EQ(half.code, 1);
+    EXPECT_TRUE(says(half, ":1:8: error: a half of a surrogate pair without the other one\n")) << half.err;
+}
+
+TEST(ToolConvert, ManyNegativeNumbersTakeNoTime) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", ends);
+    std::string numbers;
+    for (int i = 1; i <= 3000; ++i) {
+        numbers += (i == 1 ? "\"-" : ", \"-") + std::to_string(i) + "\"";
+    }
+    std::string const message = "{ \"__class__\":\"im.A\", \"l\":[ " + numbers + " ], \"s\":\"" +
+                                std::string(1000000, 'x') + "\" }\n";
+    rig.file("j", message);
+    ToolRun const run = convert(rig, "--from json --to json j", "");
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_TRUE(run.out == message);
+}
+
+TEST(ToolConvert, ValueThatItsFieldDoesNotHoldIsRefusedAtItsPlace) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", ends);
+    struct Case {
+        char const * json;
+        char const * said;
+    };
+    for (Case const & one :
+         {Case{R"({"i":1.9})", ":1:6: error: field i in class im.A has the value 1.9, which is no integer"},
+          Case{R"({"i":99999999999})",
+               ":1:6: error: field i in class im.A has the value 99999999999, which no int32 holds"},
+          Case{R"({"m":{"a":1,"b":1e3}})", ":1:17: error: field m in class im.A has the value 1e3"},
+          Case{R"({"l":[1,"-9223372036854775809"]})", ":1:9: error: field l in class im.A has the value -92"},
+          Case{R"({"k":{"x":"y"}})", ":1:7: error: field k has the key x, which is no int64"},
+          Case{R"({"s":{"a":1}})",
+               ":1:6: error: field s in class im.A should not be json object type, expected type string"},
+          Case{R"({"m":[1]})",
+               ":1:6: error: field m in class im.A should not be json array type, expected type map"},
+          Case{R"({"n":["a",["b"]]})", ":1:11: error: field n in class im.A should not be json array type"},
+          Case{R"({"o":5})",
+               ":1:6: error: field o in class im.A should not be json number type, expected type object"},
+          Case{R"({"b":5})", ":1:6: error: field b in class im.A has the value 5"},
+          Case{R"({"d":1e999})", ":1:6: error: field d in class im.A has the number 1e999"},
+          Case{R"({"d":true})", ":1:6: error: field d in class im.A should not be json boolean type"},
+          Case{R"({"y":"A"})", ":1:6: error: field y in class im.A has a text that is no base64"},
+          Case{R"({"i":})", ":1:2: error: the member i has no value"},
+          Case{R"([{"i":1}])", ":1:1: error: a message is a JSON object, and not a list of some"}}) {
+        ToolRun const run = convert(rig, "-c im.A --from json --to json", one.json);
+        EXPECT_EQ(run.code, 1) << one.json;
+        EXPECT_TRUE(says(run, one.said)) << one.json << run.err;
+    }
+    // What is dropped is told.
+    EXPECT_TRUE(says(convert(rig, "-c im.A --from json --to json", R"({"i":1,"i":2})"),
+                     ":1:2: warning: the member i is given again, and the last one stands: it is dropped"));
+    EXPECT_TRUE(says(convert(rig, "-c im.A --from json --to json", R"({"n":["a",null]})"),
+                     ":1:11: warning: a null in the list n: it is dropped"));
+    EXPECT_EQ(convert(rig, "-c im.A --from json --to json", R"({"b":1})").out,
+              "{ \"__class__\":\"im.A\", \"b\":true }\n");
+}
+
+std::string bytesOf(ToolRig const & rig, std::string const & hex) {
+    rig.file("hex", hex);
+    return "--in hex hex";
+}
+
+TEST(ToolConvert, NbrIsHeldToTheClassForEveryEncoding) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", ends + std::string("N:object(__class__(im.N)[1]a:int32()[2]b:string?())"));
+    struct Case {
+        char const * cls;
+        char const * hex;
+        char const * said;
+        int code = 1;
+    };
+    for (Case const & one :
+         {Case{"im.A", "FF0128 01 F101 61 4D 0101 01 FF0129",
+               "byte 7 (0x7): warning: no field of the class im.A has the tag 77: it is dropped", 0},
+          Case{"im.N", "FF0128 02 F101 61 FF0129", "missing necessary field name(s) { a } in class im.N"},
+          Case{"im.A", "FF0128 0C 0101 09 FF0129", "byte 4 (0x4): error: field e has the enum value 9"},
+          Case{"im.A", "FF0128 0D 0101 0A FF0129",
+               "byte 4 (0x4): error: field r has the value 10, which its range"},
+          Case{"im.A", "FF0128 09 FF0128 FF0129 FF0129",
+               "error: field i is an object where int32 is expected"},
+          Case{"im.A", "FF0128 0E 0101 05 FF0129",
+               "error: field o is a single value where im.B? is expected"},
+          Case{"im.A", "FF0128 09 F101 61 FF0129", "error: field i is a text where int32 is expected"},
+          Case{"im.A", "FF0128 0A 0102 2C01 FF0129",
+               "error: field c has a number of 2 bytes, which no int8 is"},
+          Case{"im.A", "FF0128 09 0101 05 09 0101 06 FF0129",
+               "byte 7 (0x7): error: the field i is there twice"},
+          Case{"im.A",
+               "FF0128 04 FF0128 00 FF0128 01 F101 61 02 0101 01 FF0129 00 FF0128 01 F101 61 02 0101 02 "
+               "FF0129 FF0129 FF0129",
+               "error: field m has the key a twice"}}) {
+        for (char const * const encoding : {"json", "pml", "xml"}) {
+            ToolRun const run = convert(rig,
+                                        std::string("-c ") + one.cls + " --from nbr --to " + encoding + " " +
+                                            bytesOf(rig, one.hex),
+                                        "");
+            EXPECT_EQ(run.code, one.code) << encoding << one.said << run.err;
+            EXPECT_TRUE(says(run, one.said)) << encoding << one.said << run.err;
+        }
+    }
+    for (char const * const hex : {"FF0128 02 0108 000000000000F87F FF0129", "FF0128 01 F101 FF FF0129"}) {
+        ToolRun const run = convert(rig, "-c im.A --from nbr --to json " + bytesOf(rig, hex), "");
+        EXPECT_EQ(run.code, 1) << run.out;
+        EXPECT_TRUE(says(run, "byte 4 (0x4): error: field ")) << run.err;
+    }
+}
+
+TEST(ToolConvert, FramesComeBackAsTheSameBytes) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    std::string const place = "FF0128 01 F101 61 02 FF0128 01 F101 62 FF0129 FF0129";
+    std::string const hex =
+        // Flags beyond grey, and an extension; a body in the order of the class, which is not that of the
+        // names.
+        "00000025 0006 00 7F05 83 0009 0000000000000003 000C FF0128 03 F104 61626364 FF0129 AABBCCDDEEFF01"
+        "0000001B 0006 00 0102 00 0009 0000000000000003 0000 FF0128 01 0101 07 FF0129"
+        // An old packet with a kind, a target and a flag.
+        "0000003E 00000007 010102 010103 010101 010107 010104 F10161 010105 010709 FF0128 010101 07 FF0129"
+        " 0120 FF0128 01010101 0200 0300 0400 05F100 0600 08010105 0D010100 0EF100 FF0129";
+    rig.file("m.pml",
+             std::string(model) + "Two:object(__class__(im.Two)__code__(0102)[1]z:int32()[2]a:int32?())");
+    rig.file("hex", hex);
+    ASSERT_EQ(rig.shell("python3 -c 'import sys\n"
+                        "d=bytes.fromhex(\"\".join(open(\"hex\").read().split()))\n"
+                        "out=b\"\"\n"
+                        "open(\"all\",\"wb\").write(d)'")
+                  .code,
+              0);
+    ToolRun const dump = rig.run("dump --as frames all");
+    ASSERT_EQ(dump.code, 0) << dump.out << dump.err;
+    EXPECT_EQ(convert(rig, "--from frames --to frames --out raw all >same", "").code, 0);
+    EXPECT_EQ(tav_test::contentOf(rig.path("same")), tav_test::contentOf(rig.path("all")));
+    ToolRun const there = convert(rig, "--from frames --to json --envelope all >e", "");
+    EXPECT_EQ(there.code, 0) << there.err;
+    EXPECT_EQ(there.err, "");
+    ToolRun const back = convert(rig, "--from json --to frames --envelope --out raw e >again", "");
+    EXPECT_EQ(back.code, 0) << back.err;
+    EXPECT_EQ(tav_test::contentOf(rig.path("again")), tav_test::contentOf(rig.path("all")))
+        << tav_test::contentOf(rig.path("e"));
+}
+
+TEST(ToolConvert, BodyOfACompiledClassComesBackInItsOrder) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", "Two:object(__class__(im.Two)__code__(0102)[1]z:int32()[2]a:int32?())");
+    rig.file("hex", "0000001F 0006 00 0102 00 0009 0000000000000003 0000 FF0128 01010107 02010108 FF0129"
+                    "00000020 0006 00 0102 00 0009 0000000000000003 0000 FF0128 0102 0700 02010108 FF0129");
+    ToolRun const there = convert(rig, "--from frames --to json --envelope --in hex hex >e", "");
+    EXPECT_EQ(there.code, 0) << there.err;
+    // A number with more bytes than it needs is told.
+    EXPECT_TRUE(
+        says(there,
+             "byte 57 (0x39): warning: the body comes back with the same values, but not as the same bytes"))
+        << there.err;
+    ToolRun const back = convert(rig, "--from json --to frames --envelope --out hex e", "");
+    std::string const first =
+        "00 00 00 1F 00 06 00 01 02 00 00 09 00 00 00 00 00 00 00 03 00 00 FF 01 28 01 01 01 07 02 01 "
+        "01 08 FF 01 29\n";
+    EXPECT_EQ(back.out, first + first) << back.err;
+}
+
+TEST(ToolConvert, PacketThatIsCutIsRefused) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    for (char const * const hex :
+         {"00000004 0006 00 7F", "00000013 0006 00 7F05 00 0009 0000000000000003 0002 AA",
+          "00000007 00000000 010100"}) {
+        ToolRun const run = convert(rig, "--from frames --to json --envelope " + bytesOf(rig, hex), "");
+        EXPECT_EQ(run.code, 1) << hex << run.out;
+        EXPECT_TRUE(says(run, "the packet ends within its ") ||
+                    says(run, "an old packet has nine values, and 1 are there"))
+            << run.err;
+    }
+}
+
 } // namespace
