@@ -41,28 +41,44 @@ std::string asJson(std::string const & name, std::string const & text, Finding c
            "\",\"text\":" + jsonText(finding.text) + "}";
 }
 
+/// The findings of one file; what is printed as JSON goes to `json`.
+void checkFile(std::string const & file, bool json, Output & output, Counts & counts, std::string & all) {
+    std::string name;
+    std::string const text = readWhole(file, name, largestTemplate);
+    for (Finding const & finding : checkTemplate(text)) {
+        ++(finding.error ? counts.errors : counts.warnings);
+        if (json) {
+            all += (all.empty() ? "" : ",") + asJson(name, text, finding);
+        } else {
+            tellInText(output, name, text, finding);
+        }
+    }
+}
+
 int check(Options const & options, Output & output) {
     Counts counts;
-    std::string separator;
-    output.write(options.json ? "{\"findings\":[" : "");
+    std::string json;
+    bool unread = false;
     for (std::string const & file : options.files) {
-        std::string name;
-        std::string const text = readWhole(file, name, largestTemplate);
-        for (Finding const & finding : checkTemplate(text)) {
-            ++(finding.error ? counts.errors : counts.warnings);
-            if (options.json) {
-                output.write(separator + asJson(name, text, finding));
-                separator = ",";
-            } else {
-                tellInText(output, name, text, finding);
-            }
+        try {
+            checkFile(file, options.json, output, counts, json);
+        } catch (Failure const & e) {
+            // The other files are checked all the same.
+            unread = true;
+            ++counts.errors;
+            output.tell(std::string("tav: ") + e.what() + "\n");
+            json += (json.empty() ? "{\"file\":" : ",{\"file\":") + jsonText(file) +
+                    ",\"severity\":\"error\",\"rule\":\"file\",\"text\":" + jsonText(e.what()) + "}";
         }
     }
     if (options.json) {
-        output.line("],\"errors\":" + std::to_string(counts.errors) +
+        output.line("{\"findings\":[" + json + "],\"errors\":" + std::to_string(counts.errors) +
                     ",\"warnings\":" + std::to_string(counts.warnings) + "}");
     } else {
         output.line(counted(counts.errors, "error") + ", " + counted(counts.warnings, "warning"));
+    }
+    if (unread) {
+        return exitUse;
     }
     return counts.errors != 0 || (options.strict && counts.warnings != 0) ? exitFound : exitGood;
 }

@@ -4,6 +4,8 @@
 #include "tools/json_judge.h"
 #include "tools/message_copy.h"
 #include "tools/message_tree.h"
+#include "tools/pml_text.h"
+#include "tools/xml_check.h"
 
 #include <tav/vinta/vinta_json2nbr.h>
 #include <tav/vinta/vinta_nbr_unit.h>
@@ -17,6 +19,8 @@
 
 namespace tav {
 namespace tool {
+
+using pml::MetaField;
 
 namespace {
 
@@ -187,10 +191,12 @@ bool isPmlKey(std::string_view key) {
            key.front() != ' ' && key.back() != ' ';
 }
 
+bool anyKey(std::string_view) {
+    return true;
+}
+
 bool isXmlKey(std::string_view key) {
-    auto const isFirst = [](char c) {
-        return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_' || c == ':';
-    };
+    auto const isFirst = [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0 || c == '_'; };
     if (key.empty() || !isFirst(key.front())) {
         return false;
     }
@@ -212,20 +218,68 @@ public:
         if (isBare(message)) {
             return;
         }
-        checked(message, model_);
+        MessageTree const tree = checked(message, model_);
+        for (MessageNode const & node : tree.nodes) {
+            if (node.shape == MessageNode::Shape::null && message.readAsNbr) {
+                message.notes.push_back(Note{node.offset, "field " + stringOf(node.field->idName.name) +
+                                                              " is a null: it is dropped"});
+            }
+        }
         std::string const text = textOf(message);
+        demandBack(message, tree, text);
         output_.line(text.substr(std::min(text.find_first_not_of("\r\n"), text.size())));
     }
 
 protected:
-    void copy(Message const & message, tavCodecStream & out, KeyRule const & key) const {
-        tavNbrInStream in(message.nbr);
-        copyMessage(in, out, *message.cls, *model_.factory, key);
+    void copy(tavCodecStream & in, tavCodecStream & out, Message const & message, KeyRule const & key,
+              Texts texts) const {
+        copyMessage(in, out, *message.cls, *model_.factory, key, texts);
     }
     bool pretty() const { return pretty_; }
 
 private:
     virtual std::string textOf(Message const & message) const = 0;
+    /// Reads a text that this one wrote.
+    virtual void readBack(std::string const & text, tavCodecStream & out, Message const & message) const = 0;
+    virtual char const * nameOfText() const = 0;
+
+    /// What the text would not bring back is refused, by the field.
+    void demandBack(Message const & message, MessageTree const & tree, std::string const & text) const {
+        MetaField const * field = nullptr;
+        try {
+            tavNbrOutStream out(false);
+            readBack(text, out, message);
+            std::string const back(viewOf(tav_istr(out.str())));
+            std::string const wanted =
+                inClassOrder(viewOf(tav_istr(message.nbr)), *message.cls, *model_.factory);
+            if (back == wanted) {
+                return;
+            }
+            field = differing(readMessage(wanted, *message.cls, *model_.factory).nodes,
+                              readMessage(back, *message.cls, *model_.factory).nodes);
+        } catch (std::exception const & e) {
+            throw PlacedFault(0, std::string("the message has a value that ") + nameOfText() +
+                                     " does not bring back: " + reasonOf(e));
+        }
+        std::size_t offset = 0;
+        for (MessageNode const & node : tree.nodes) {
+            offset = node.field == field && offset == 0 ? node.offset : offset;
+        }
+        throw PlacedFault(offset, (field == nullptr ? std::string("the message")
+                                                    : "field " + stringOf(field->idName.name)) +
+                                      " has a value that " + nameOfText() + " does not bring back");
+    }
+
+    /// The first field that is not the same in both; of what only one has that of the one.
+    static MetaField const * differing(std::vector<MessageNode> const & a,
+                                       std::vector<MessageNode> const & b) {
+        std::size_t i = 0;
+        while (i < a.size() && i < b.size() && a[i].field == b[i].field && a[i].shape == b[i].shape &&
+               a[i].data == b[i].data && a[i].key == b[i].key) {
+            ++i;
+        }
+        return i < a.size() ? a[i].field : i < b.size() ? b[i].field : nullptr;
+    }
 
     bool pretty_;
     Template const & model_;
@@ -238,11 +292,19 @@ public:
 
 private:
     std::string textOf(Message const & message) const override {
+        tavNbrInStream in(message.nbr);
         pml::PmlOutputStream impl;
         tavPmlOutStream out(&impl, false);
-        copy(message, out, isPmlKey);
+        copy(in, out, message, isPmlKey, Texts::out);
         return impl.encode(pretty(), false, 0, true, false);
     }
+    void readBack(std::string const & text, tavCodecStream & out, Message const & message) const override {
+        PmlText const units(text);
+        tavPmlInStreamImpl impl(units.first());
+        tavPmlInStream in(&impl, false);
+        copy(in, out, message, anyKey, Texts::none);
+    }
+    char const * nameOfText() const override { return "PML"; }
 };
 
 class XmlSink : public TextSink {
@@ -251,10 +313,22 @@ public:
 
 private:
     std::string textOf(Message const & message) const override {
+        tavNbrInStream in(message.nbr);
         tavXmlOutStream out("");
-        copy(message, out, isXmlKey);
-        return stringOf(out.str(pretty()));
+        copy(in, out, message, isXmlKey, Texts::out);
+        std::string const text = stringOf(out.str(pretty()));
+        std::string const name = stringOf(message.cls->className);
+        return text.empty() ? "<" + name + "></" + name + ">" : text;
     }
+    void readBack(std::string const & text, tavCodecStream & out, Message const & message) const override {
+        checkXml(text);
+        xml::Node root;
+        root.decode(istrOf(text));
+        tavXmlInStreamImpl impl(root);
+        tavXmlInStream in(&impl, false);
+        copy(in, out, message, anyKey, Texts::none);
+    }
+    char const * nameOfText() const override { return "XML"; }
 };
 
 } // namespace

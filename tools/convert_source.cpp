@@ -7,6 +7,7 @@
 #include "tools/message_copy.h"
 #include "tools/message_tree.h"
 #include "tools/nbr_reader.h"
+#include "tools/xml_check.h"
 
 #include <tav/vinta/vinta_json2nbr.h>
 #include <tav/vinta/vinta_nbr_unit.h>
@@ -207,7 +208,7 @@ protected:
         at_ = body_ = begin;
         NoVisitor none;
         NbrFault fault;
-        if (!readNbr(std::string_view(bytes_).substr(begin, size), none, fault)) {
+        if (!readNbr(std::string_view(bytes_).substr(begin, size), none, fault, base_ + begin)) {
             fail(begin + fault.offset, fault.text);
         }
     }
@@ -376,14 +377,18 @@ protected:
         message.cls = cls;
         message.code = codeOf(*cls);
         tavNbrOutStream out(false);
-        std::vector<std::string> missing;
+        Copied copied;
         try {
-            missing = copyMessage(in, out, *cls, *model_.factory, [](std::string_view) { return true; });
+            copied = copyMessage(
+                in, out, *cls, *model_.factory, [](std::string_view) { return true; }, Texts::in);
         } catch (std::invalid_argument const & e) {
             fail(at_, reasonOf(e));
         }
-        if (!missing.empty()) {
-            fail(at_, missingFields(missing, *cls));
+        if (!copied.missing.empty()) {
+            fail(at_, missingFields(copied.missing, *cls));
+        }
+        for (std::string const & text : copied.dropped) {
+            message.notes.push_back(Note{at_, text});
         }
         message.nbr = out.str();
     }
@@ -430,6 +435,11 @@ private:
 class XmlSource : public TextSource {
 public:
     XmlSource(ConvertOptions const & options, Template const & model) : TextSource(options, model) {
+        try {
+            checkXml(text_);
+        } catch (PlacedFault const & e) {
+            fail(e.offset(), e.what());
+        }
         std::string rest;
         root_.decode(istrOf(text_), &rest);
         std::size_t const blanks = std::min(rest.find_first_not_of(" \t\r\n"), rest.size());

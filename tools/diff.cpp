@@ -1,5 +1,6 @@
 #include "tools/command.h"
 #include "tools/failure.h"
+#include "tools/template_check.h"
 #include "tools/template_diff.h"
 
 #include <memory>
@@ -90,9 +91,24 @@ std::string asJson(Change const & change, std::string const & place) {
            "}";
 }
 
+/// What is there twice hides something from the comparison, as it does from a peer.
+void tellTwice(Template const & model, Output & output) {
+    for (Finding const & finding : checkTemplate(model.text)) {
+        if (finding.rule == "class-twice" || finding.rule == "code-twice" || finding.rule == "tag-twice") {
+            output.tell("tav: " +
+                        model.told(finding.offset, "warning", finding.text + " [" + finding.rule + "]"));
+        }
+    }
+}
+
 int diff(Options const & options, Output & output) {
+    if (options.before == "-" && options.after == "-") {
+        throw Failure(exitUse, "the standard input can be read once: give a file for OLD or NEW");
+    }
     Template const before = loadTemplate(options.before);
     Template const after = loadTemplate(options.after);
+    tellTwice(before, output);
+    tellTwice(after, output);
     Sum sum;
     std::string json;
     for (Change const & change : compareTemplates(before, after)) {

@@ -2,6 +2,7 @@
 #include "tools/dump_tree.h"
 #include "tools/failure.h"
 #include "tools/input.h"
+#include "tools/progress.h"
 
 #include <memory>
 
@@ -21,6 +22,8 @@ struct Options {
     std::string file = "-";
     std::string hex;
     std::string base64;
+    bool fromHex = false;
+    bool fromBase64 = false;
     Form form = Form::automatic;
     Shape shape = Shape::automatic;
     std::string model;
@@ -64,10 +67,10 @@ private:
 };
 
 std::unique_ptr<ByteReader> Dump::open() const {
-    if (!options_.hex.empty()) {
+    if (options_.fromHex) {
         return std::make_unique<ByteReader>("--hex", options_.hex, Form::hex);
     }
-    if (!options_.base64.empty()) {
+    if (options_.fromBase64) {
         return std::make_unique<ByteReader>("--base64", options_.base64, Form::base64);
     }
     return std::make_unique<ByteReader>(options_.file, options_.form);
@@ -75,11 +78,13 @@ std::unique_ptr<ByteReader> Dump::open() const {
 
 /// Tells people what is broken, with the bytes around it.
 void Dump::tell(std::string_view bytes, unsigned long long base) {
-    output_.tell("tav: " + toldInBytes(name_, bytes, base, dump_->faultAt(), "error", dump_->faultText()));
+    output_.tell("tav: " + toldInBytes(name_, bytes, base, dump_->faultAt(), "error", dump_->faultText(),
+                                       dump_->hidden()));
 }
 
 bool Dump::oneFrame(std::string_view bytes, unsigned long long base) {
     tree_->bytes(bytes, base);
+    dump_->forget();
     bool const good = dump_->frame(0, bytes.size(), cls_);
     if (!good) {
         tell(bytes, base);
@@ -98,7 +103,9 @@ bool Dump::frames(ByteReader & in, std::string front) {
             bytes.resize(before + in.read(&bytes[before], n - before));
         }
     };
+    Progress progress;
     for (;;) {
+        progress.show(in.consumed(), in.size());
         want(frameHead);
         if (bytes.empty()) {
             return true;
@@ -176,7 +183,11 @@ Run addDump(CLI::App & app) {
     app.add_flag("--full", options->full, "show long texts and bytes whole");
     app.add_flag("--reveal", options->reveal, "show values that the template protects");
     app.add_flag("--json", options->json, "print a JSON object for each frame, packet or value");
-    return [options](Output & output) { return Dump(*options, output).run(); };
+    return [options, hex, base64](Output & output) {
+        options->fromHex = hex->count() != 0;
+        options->fromBase64 = base64->count() != 0;
+        return Dump(*options, output).run();
+    };
 }
 
 } // namespace tool

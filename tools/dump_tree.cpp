@@ -81,7 +81,8 @@ public:
     NbrTree(DumpTree & owner, std::size_t shift, Context root) : owner_(owner), shift_(shift), open_{root} {}
 
     bool failed() const { return failed_; }
-    unsigned short oldCodeRead() const { return code_; }
+    /// How many values have come at the top.
+    std::size_t values() const { return open_.front().index; }
 
     void simple(NbrValue const & value) override;
     void open(NbrValue const & value) override;
@@ -233,6 +234,9 @@ void DumpTree::NbrTree::tellData(Spot const & spot, NbrValue const & value) {
                                   : (value.text ? "text of " : "value of ") + std::to_string(value.size) +
                                         (value.size == 1 ? " byte" : " bytes");
     if (!value.null && value.size != 0) {
+        if (hidden) {
+            owner_.hidden_.push_back(HiddenBytes{shift_ + value.data, shift_ + value.data + value.size});
+        }
         line.pieces.push_back(
             Piece{shift_ + value.data, value.size, name + line.type + " " + line.value, hidden});
     }
@@ -311,7 +315,8 @@ bool DumpTree::document(std::size_t begin, std::size_t end, MetaClass const * cl
     root.cls = cls;
     NbrTree tree(*this, begin, root);
     NbrFault fault;
-    return readNbr(part(begin, end), tree, fault) || broken(begin + fault.offset, fault.text);
+    return readNbr(part(begin, end), tree, fault, to_.base() + begin) ||
+           broken(begin + fault.offset, fault.text);
 }
 
 bool DumpTree::named(std::size_t begin, std::size_t end, char const * const * names, std::size_t count) {
@@ -320,7 +325,8 @@ bool DumpTree::named(std::size_t begin, std::size_t end, char const * const * na
     root.count = count;
     NbrTree tree(*this, begin, root);
     NbrFault fault;
-    return readNbr(part(begin, end), tree, fault) || broken(begin + fault.offset, fault.text);
+    return readNbr(part(begin, end), tree, fault, to_.base() + begin) ||
+           broken(begin + fault.offset, fault.text);
 }
 
 MetaClass const * DumpTree::classOf(unsigned short code) const {
@@ -365,7 +371,7 @@ bool DumpTree::body(char const * name, std::size_t begin, std::size_t end, MetaC
     line.value = std::to_string(bytes.size()) + (bytes.size() == 1 ? " byte" : " bytes");
     bool const framed = *name != '\0';
     if (!isNbr || bytes.empty()) {
-        line.value += bytes.empty() ? "" : ": " + plainValue(bytes.substr(0, bytes.size()), false, limit_);
+        line.value += bytes.empty() ? "" : ": " + bytesValue(bytes, limit_);
         line.pieces.push_back(
             Piece{begin, bytes.size(), line.name + (framed ? ": " : "") + line.value, false});
         to_.leaf(line);
@@ -449,8 +455,13 @@ bool DumpTree::old(std::size_t begin, std::size_t end, MetaClass const *) {
     root.holds = Context::Holds::oldPacket;
     NbrTree tree(*this, at, root);
     NbrFault fault;
-    bool const read = readNbr(part(at, end), tree, fault);
-    return !tree.failed() && (read || broken(at + fault.offset, fault.text));
+    bool const read = readNbr(part(at, end), tree, fault, to_.base() + at);
+    if (tree.failed() || !read) {
+        return !tree.failed() && broken(at + fault.offset, fault.text);
+    }
+    return tree.values() >= std::size(oldNames) ||
+           broken(end, "an old packet has nine values, and " + std::to_string(tree.values()) +
+                           (tree.values() == 1 ? " is" : " are") + " there");
 }
 
 bool DumpTree::packet(std::size_t begin, std::size_t end, MetaClass const * cls) {
@@ -516,7 +527,9 @@ bool DumpTree::gatePart(char const * name, int protocol, std::size_t begin, std:
         return true;
     }
     bool const shownAsText = isText && protocol != binaryProtocol && begin != end;
-    std::string const value = begin == end ? "0 bytes" : plainValue(part(begin, end), shownAsText, limit_);
+    std::string const value = begin == end  ? "0 bytes"
+                              : shownAsText ? textValue(part(begin, end), limit_)
+                                            : bytesValue(part(begin, end), limit_);
     number(begin, end - begin, name, value);
     return true;
 }

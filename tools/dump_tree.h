@@ -1,10 +1,12 @@
 #ifndef TAV_TOOLS_DUMP_TREE_H
 #define TAV_TOOLS_DUMP_TREE_H
 
+#include "tools/failure.h"
 #include "tools/templates.h"
 #include "tools/tree_output.h"
 
 #include <string_view>
+#include <vector>
 
 namespace tav {
 namespace tool {
@@ -30,6 +32,10 @@ public:
 
     std::size_t faultAt() const { return faultAt_; }
     std::string const & faultText() const { return faultText_; }
+    /// Which of the tree's bytes are not to be shown.
+    std::vector<HiddenBytes> const & hidden() const { return hidden_; }
+    /// To be called when the tree gets other bytes.
+    void forget() { hidden_.clear(); }
 
 private:
     class NbrTree;
@@ -59,6 +65,7 @@ private:
     std::size_t limit_;
     std::size_t faultAt_ = 0;
     std::string faultText_;
+    std::vector<HiddenBytes> hidden_;
 };
 
 /// What input that begins with these bytes seems to be; `whole` if they are all of it.

@@ -91,7 +91,8 @@ std::string toldInText(std::string const & name, std::string_view text, std::siz
 }
 
 std::string toldInBytes(std::string const & name, std::string_view bytes, unsigned long long base,
-                        std::size_t at, std::string const & kind, std::string const & what) {
+                        std::size_t at, std::string const & kind, std::string const & what,
+                        std::vector<HiddenBytes> const & hidden) {
     at = std::min(at, bytes.size());
     unsigned long long const offset = base + at;
     std::array<char, 24> hex{};
@@ -103,7 +104,10 @@ std::string toldInBytes(std::string const & name, std::string_view bytes, unsign
     std::size_t const end = std::min(bytes.size(), at + around);
     std::string caret = "    ";
     for (std::size_t i = first; i < end; ++i) {
-        result += (i == first ? "" : " ") + hexOf(static_cast<unsigned char>(bytes[i]));
+        bool const isHidden = std::any_of(hidden.begin(), hidden.end(), [i](HiddenBytes const & range) {
+            return i >= range.begin && i < range.end;
+        });
+        result += (i == first ? "" : " ") + (isHidden ? "**" : hexOf(static_cast<unsigned char>(bytes[i])));
         caret += i < at ? "   " : "";
     }
     // Behind the last byte the caret stands where the next one is missing.

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tav {
 namespace tool {
@@ -67,10 +68,17 @@ std::string caretAt(std::string_view text, std::size_t offset);
 std::string toldInText(std::string const & name, std::string_view text, std::size_t offset,
                        std::string const & kind, std::string const & what);
 
+/// Bytes that nobody is shown, from the one to ahead of the other.
+struct HiddenBytes {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+};
+
 /// "NAME: byte OFFSET (0xHEX): KIND: TEXT", and the bytes around it with a caret below the one at `offset`.
 /// `bytes` begins at the offset `base` of the whole input.
 std::string toldInBytes(std::string const & name, std::string_view bytes, unsigned long long base,
-                        std::size_t at, std::string const & kind, std::string const & what);
+                        std::size_t at, std::string const & kind, std::string const & what,
+                        std::vector<HiddenBytes> const & hidden = {});
 
 /// The text of an exception of the library, without the place in the library's own sources.
 std::string reasonOf(std::exception const & e);

@@ -1,5 +1,8 @@
 #include "tools/integers.h"
 
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <limits>
 
 namespace tav {
@@ -66,6 +69,28 @@ bool holds(Kind kind, Integer value) {
     case kinds::uint64_: return within<unsigned long long>(value);
     default: return within<int>(value);
     }
+}
+
+bool isFloatingText(std::string_view text, Kind kind) {
+    if (text.empty() || text.find_first_not_of("0123456789+-.eE") != std::string_view::npos) {
+        return false;
+    }
+    std::string const whole(text);
+    char * end = nullptr;
+    double const value = std::strtod(whole.c_str(), &end);
+    double const most = kind == kinds::float_ ? static_cast<double>(std::numeric_limits<float>::max())
+                                              : std::numeric_limits<double>::max();
+    return *end == '\0' && std::fabs(value) <= most;
+}
+
+bool isBase64(std::string_view text) {
+    std::size_t const pads = text.size() - std::min(text.find_last_not_of('=') + 1, text.size());
+    auto const isDigit = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '+' ||
+               c == '/';
+    };
+    return text.size() % 4 == 0 && pads <= 2 &&
+           std::all_of(text.begin(), text.end() - static_cast<long>(pads), isDigit);
 }
 
 } // namespace tool

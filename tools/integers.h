@@ -24,6 +24,12 @@ bool readInteger(std::string_view text, Integer & to);
 /// Whether the kind, one of integers, times, enums or bool, holds it.
 bool holds(Kind kind, Integer value);
 
+/// Whether the text is a number that a float or double holds.
+bool isFloatingText(std::string_view text, Kind kind);
+
+/// Whether the text is base64, filled up.
+bool isBase64(std::string_view text);
+
 } // namespace tool
 } // namespace tav
 

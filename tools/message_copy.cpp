@@ -1,7 +1,12 @@
 #include "tools/message_copy.h"
 
+#include "tools/integers.h"
+#include "tools/value_text.h"
+
 #include <tav/vinta/vinta_nbr_unit.h>
 
+#include <algorithm>
+#include <cctype>
 #include <map>
 #include <stdexcept>
 #include <utility>
@@ -27,7 +32,23 @@ void copySimple(tavCodecStream & in, tavCodecStream & out, Kind kind) {
     out.io(value, meta);
 }
 
-bool copyOfKind(tavCodecStream & in, tavCodecStream & out, Kind kind) {
+/// A number as a text that gives it back, if the six digits of a text stream do not.
+template <class T>
+void copyDigits(tavCodecStream & in, tavCodecStream & out, Kind kind) {
+    tavCodecMeta const meta(kind, false, nullptr, false);
+    T value = T();
+    in.io(value, meta);
+    std::string const digits = digitsOf(value);
+    constexpr std::size_t few = 6;
+    if (static_cast<std::size_t>(std::count_if(digits.begin(), digits.end(), ::isdigit)) <= few) {
+        out.io(value, meta);
+    } else {
+        tavString text(digits.data(), static_cast<unsigned>(digits.size()));
+        out.io(text, tavCodecMeta(kinds::string_));
+    }
+}
+
+bool copyOfKind(tavCodecStream & in, tavCodecStream & out, Kind kind, bool toText) {
     switch (kind) {
     case kinds::bool_: copySimple<bool>(in, out, kind); return true;
     case kinds::int8_: copySimple<char>(in, out, kind); return true;
@@ -39,8 +60,12 @@ bool copyOfKind(tavCodecStream & in, tavCodecStream & out, Kind kind) {
     case kinds::uint16_: copySimple<unsigned short>(in, out, kind); return true;
     case kinds::uint32_: copySimple<unsigned int>(in, out, kind); return true;
     case kinds::uint64_: copySimple<unsigned long long>(in, out, kind); return true;
-    case kinds::float_: copySimple<float>(in, out, kind); return true;
-    case kinds::double_: copySimple<double>(in, out, kind); return true;
+    case kinds::float_:
+        toText ? copyDigits<float>(in, out, kind) : copySimple<float>(in, out, kind);
+        return true;
+    case kinds::double_:
+        toText ? copyDigits<double>(in, out, kind) : copySimple<double>(in, out, kind);
+        return true;
     case kinds::string_:
     case kinds::wstring_:
     case kinds::u8string_: copySimple<tavString>(in, out, kind); return true;
@@ -48,6 +73,36 @@ bool copyOfKind(tavCodecStream & in, tavCodecStream & out, Kind kind) {
     case kinds::time_: copySimple<tavTime>(in, out, kind); return true;
     default: return false;
     }
+}
+
+/// Why a text is no value of the field's kind; empty if it is one.
+std::string faultOf(std::string const & text, MetaField const & field, Kind kind) {
+    std::string const told = "has the value \"" + text + "\", which ";
+    if (kind == kinds::bool_) {
+        bool const known = text == "true" || text == "false" || text == "1" || text == "0";
+        return known ? "" : told + "no bool is";
+    }
+    if (kind <= kinds::uint64_ || kind == kinds::enum_) {
+        Integer number;
+        if (!readInteger(text, number) || !holds(kind, number)) {
+            return told + "no " + kindName(kind) + " is";
+        }
+        auto const value = static_cast<long long>(number.bits());
+        if (kind == kinds::enum_) {
+            return field.validValues.count(static_cast<int>(value)) != 0 ? ""
+                                                                         : told + "is none of its members";
+        }
+        return field.isProtected || field.range.check(value) ? "" : told + "its range does not have";
+    }
+    if (kind == kinds::float_ || kind == kinds::double_) {
+        return isFloatingText(text, kind) ? "" : told + "no " + kindName(kind) + " is";
+    }
+    if (kind == kinds::bytes_) {
+        return isBase64(text) ? "" : "has a text that is no base64";
+    }
+    bool const time = !text.empty() && text.front() >= '0' && text.front() <= '9' &&
+                      text.find_first_not_of("0123456789-~+:. TZ") == std::string::npos;
+    return kind != kinds::time_ || time ? "" : told + "no time is";
 }
 
 /// An object, list or map that is being copied.
@@ -72,14 +127,15 @@ struct Open {
 
 class Copier {
 public:
-    Copier(MetaFactory const & factory, KeyRule const & key) : factory_(factory), key_(key) {}
+    Copier(MetaFactory const & factory, KeyRule const & key, Texts texts)
+        : factory_(factory), key_(key), texts_(texts) {}
 
-    std::vector<std::string> copy(tavCodecStream & in, tavCodecStream & out, MetaClass const & cls) {
+    Copied copy(tavCodecStream & in, tavCodecStream & out, MetaClass const & cls) {
         openObject(Stream(), &in, Stream(), &out, cls);
         while (!open_.empty()) {
             step();
         }
-        return std::move(missing_);
+        return std::move(copied_);
     }
 
 private:
@@ -95,6 +151,8 @@ private:
     static std::vector<std::pair<tavString, Stream>> entriesOf(tavCodecStream & in, Kind keyKind);
     Stream outOfEntry(Open & at, tavString const & key);
     void close();
+    void tellOthers(Open const & open);
+    void demandText(tavCodecStream & in, MetaField const & field, Kind kind) const;
     [[noreturn]] static void fail(MetaField const & field, std::string const & what) {
         throw std::invalid_argument("field " + stringOf(field.idName.name) + " " + what);
     }
@@ -102,7 +160,8 @@ private:
     MetaFactory const & factory_;
     KeyRule const & key_;
     std::vector<Open> open_;
-    std::vector<std::string> missing_;
+    Texts texts_;
+    Copied copied_;
 };
 
 void Copier::openObject(Stream inKept, tavCodecStream * in, Stream outKept, tavCodecStream * out,
@@ -121,7 +180,45 @@ void Copier::openObject(Stream inKept, tavCodecStream * in, Stream outKept, tavC
     }
     out->enter(cls.className, cls.superName);
     out->makeObjectValue();
+    if (texts_ == Texts::in) {
+        tellOthers(open);
+    }
     open_.push_back(std::move(open));
+}
+
+/// Members that are no fields, and those that are there twice.
+void Copier::tellOthers(Open const & open) {
+    std::map<tavString, Stream> members;
+    open.in->getInputChildMap(members);
+    std::vector<Stream> all;
+    open.in->getInputChildren(all);
+    if (all.size() > members.size()) {
+        throw std::invalid_argument("a member is there twice in an object of the class " +
+                                    stringOf(open.cls->className));
+    }
+    for (auto const & member : members) {
+        bool const known = std::any_of(open.fields.begin(), open.fields.end(), [&](MetaField const * field) {
+            return field->idName.name == member.first;
+        });
+        if (!known) {
+            copied_.dropped.push_back("not found field name [" + stringOf(member.first) + "] in class " +
+                                      stringOf(open.cls->className) + ": it is dropped");
+        }
+    }
+}
+
+/// A value that comes from a text.
+void Copier::demandText(tavCodecStream & in, MetaField const & field, Kind kind) const {
+    if (!kinds::isSimple(kind) && kind != kinds::enum_) {
+        return;
+    }
+    tavString text;
+    in.io(text, tavCodecMeta(kinds::string_));
+    bool const isText = kind == kinds::string_ || kind == kinds::wstring_ || kind == kinds::u8string_;
+    std::string const fault = isText ? std::string() : faultOf(stringOf(text), field, kind);
+    if (!fault.empty()) {
+        fail(field, fault);
+    }
 }
 
 /// The entries of a map, with their keys as text.
@@ -191,7 +288,10 @@ void Copier::openContainer(Open::Shape shape, Stream const & in, Stream const & 
 /// Copies a simple value; opens any other one.
 void Copier::put(Stream const & in, Stream const & out, MetaField const & field, Kind kind,
                  MetaClass const & around) {
-    if (copyOfKind(*in, *out, kind)) {
+    if (texts_ == Texts::in) {
+        demandText(*in, field, kind);
+    }
+    if (copyOfKind(*in, *out, kind, texts_ == Texts::out)) {
         return;
     }
     if (kind == kinds::list_) {
@@ -228,7 +328,7 @@ void Copier::stepObject(Open & at) {
     Stream const in = at.in->child(field.idName.id, field.idName.name);
     if (!in || in->isNull()) {
         if (open_.size() == 1 && isNecessary(field)) {
-            missing_.push_back(stringOf(field.idName.name));
+            copied_.missing.push_back(stringOf(field.idName.name));
         }
         return;
     }
@@ -293,9 +393,9 @@ void Copier::close() {
 
 } // namespace
 
-std::vector<std::string> copyMessage(tavCodecStream & in, tavCodecStream & out, MetaClass const & cls,
-                                     MetaFactory const & factory, KeyRule const & key) {
-    return Copier(factory, key).copy(in, out, cls);
+Copied copyMessage(tavCodecStream & in, tavCodecStream & out, MetaClass const & cls,
+                   MetaFactory const & factory, KeyRule const & key, Texts texts) {
+    return Copier(factory, key, texts).copy(in, out, cls);
 }
 
 std::string inClassOrder(std::string_view nbr, MetaClass const & cls, MetaFactory const & factory) {

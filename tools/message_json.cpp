@@ -1,6 +1,7 @@
 #include "tools/message_tree.h"
 
 #include "tools/utf8.h"
+#include "tools/value_text.h"
 
 #include <tav/vinta/vinta_nbr_unit.h>
 
@@ -23,20 +24,6 @@ T numberOf(std::string_view data) {
     T value = T();
     nbr::SimpleValue(istrOf(data), false).read(value);
     return value;
-}
-
-/// The fewest digits that give the number back.
-template <class T>
-std::string digitsOf(T value) {
-    constexpr int least = 6;
-    constexpr int most = sizeof(T) == sizeof(float) ? 9 : 17;
-    char text[40];
-    for (int digits = least;; ++digits) {
-        std::snprintf(text, sizeof(text), "%.*g", digits, static_cast<double>(value));
-        if (digits == most || static_cast<T>(std::strtod(text, nullptr)) == value) {
-            return text;
-        }
-    }
 }
 
 /// The text between quotes, as the library writes it; false if it is no UTF-8.

@@ -11,8 +11,8 @@ constexpr std::size_t markerSize = 3;
 
 class NbrReader {
 public:
-    NbrReader(std::string_view bytes, NbrVisitor & to, NbrFault & fault)
-        : bytes_(bytes), to_(to), fault_(fault) {}
+    NbrReader(std::string_view bytes, NbrVisitor & to, NbrFault & fault, unsigned long long base)
+        : bytes_(bytes), to_(to), fault_(fault), base_(base) {}
 
     bool read() {
         while (at_ < bytes_.size()) {
@@ -81,9 +81,9 @@ private:
             return true;
         }
         if (bytes_.size() - at_ < lengthOfSize) {
-            return broken(bytes_.size(), "the size of the value at byte " + std::to_string(value.head) +
-                                             " has " + std::to_string(lengthOfSize) +
-                                             " bytes, and the input ends within");
+            return broken(bytes_.size(),
+                          "the size of the value at byte " + std::to_string(base_ + value.head) + " has " +
+                              std::to_string(lengthOfSize) + " bytes, and the input ends within");
         }
         unsigned long long size = 0;
         for (unsigned i = 0; i < lengthOfSize; ++i) {
@@ -100,7 +100,7 @@ private:
         at_ += value.size;
         to_.simple(value);
         return size <= left ||
-               broken(at_, "the value at byte " + std::to_string(value.head) + " says that it has " +
+               broken(at_, "the value at byte " + std::to_string(base_ + value.head) + " says that it has " +
                                std::to_string(size) + (size == 1 ? " byte, and " : " bytes, and ") +
                                std::to_string(left) + (left == 1 ? " is" : " are") + " there");
     }
@@ -113,14 +113,15 @@ private:
     std::string_view bytes_;
     NbrVisitor & to_;
     NbrFault & fault_;
+    unsigned long long base_;
     std::size_t at_ = 0;
     std::size_t depth_ = 0;
 };
 
 } // namespace
 
-bool readNbr(std::string_view bytes, NbrVisitor & to, NbrFault & fault) {
-    return NbrReader(bytes, to, fault).read();
+bool readNbr(std::string_view bytes, NbrVisitor & to, NbrFault & fault, unsigned long long base) {
+    return NbrReader(bytes, to, fault, base).read();
 }
 
 } // namespace tool

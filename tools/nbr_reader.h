@@ -47,8 +47,9 @@ struct NbrFault {
 };
 
 /// Reads a document up to its end, or to the first byte that is wrong or missing.  True if nothing is wrong.
-/// A value that is cut off is told with the data that are there.  Depth costs no stack.
-bool readNbr(std::string_view bytes, NbrVisitor & to, NbrFault & fault);
+/// A value that is cut off is told with the data that are there.  Depth costs no stack.  The bytes begin at
+/// `base` of what people see, as they are told in texts.
+bool readNbr(std::string_view bytes, NbrVisitor & to, NbrFault & fault, unsigned long long base = 0);
 
 } // namespace tool
 } // namespace tav

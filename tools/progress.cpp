@@ -1,16 +1,34 @@
 #include "tools/progress.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
+#include <string_view>
 
 namespace tav {
 namespace tool {
 
 using std::chrono::steady_clock;
 
+namespace {
+
+/// Whether somebody else writes to a terminal what goes out here: a reader behind a pipe may.
+bool isPiped() {
+    struct stat status {};
+    return ::fstat(STDOUT_FILENO, &status) != 0 || !(S_ISREG(status.st_mode) || S_ISCHR(status.st_mode));
+}
+
+bool isDumb() {
+    char const * const name = std::getenv("TERM");
+    return name != nullptr && std::string_view(name) == "dumb";
+}
+
+} // namespace
+
 Progress::Progress()
-    : terminal_(::isatty(STDERR_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 0),
+    : terminal_(::isatty(STDERR_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 0 && !isPiped() && !isDumb()),
       next_(steady_clock::now() + std::chrono::seconds(1)) {}
 
 Progress::~Progress() {

@@ -82,6 +82,7 @@ public:
 private:
     void compareMessages();
     void compareMessage(MetaClass const & cls);
+    void exchanged(MetaClass const & from, MetaClass const & to, unsigned short code);
     void added(MetaClass const & cls);
     void compareClasses(MetaClass const & from, MetaClass const & to, bool message);
     void compareFields(MetaField const & from, MetaField const & to, bool message);
@@ -186,8 +187,22 @@ void Comparison::compareMessage(MetaClass const & cls) {
     bool const isMessage = readCode(viewOf(tav_istr(cls.code)), code) && code != 0xFFFF;
     MetaClass const * const sameCode = isMessage ? after_.factory->findClass(code) : nullptr;
     MetaClass const * const sameName = after_.factory->findClass(cls.className);
+    if (isMessage && before_.factory->findClass(code) != &cls && sameName != nullptr &&
+        sameName->code == cls.code) {
+        // Another class of the same code hides it, and goes over the wire.
+        next_.push_back(Pair{&cls, sameName, true});
+        return;
+    }
     if (sameCode != nullptr) {
-        if (sameCode->className != cls.className) {
+        bool const other = sameCode->className != cls.className;
+        if (other && (sameName != nullptr || before_.factory->findClass(sameCode->className) != nullptr)) {
+            exchanged(cls, *sameCode, code);
+            if (sameName != nullptr) {
+                next_.push_back(Pair{&cls, sameName, true});
+            }
+            return;
+        }
+        if (other) {
             report(aboutClass(*sameCode, true,
                               "the class " + stringOf(cls.className) + " has another name now"));
         }
@@ -203,8 +218,10 @@ void Comparison::compareMessage(MetaClass const & cls) {
                       : hasCode           ? "the code " + codeText(code) + " becomes " + codeText(other)
                                           : "the code " + codeText(code) + " is removed";
         fails(change.oldToNew, "no class has the code " + codeText(code));
-        if (hasCode && before_.factory->findClass(other) == nullptr) {
-            fails(change.newToOld, "no class has the code " + codeText(other));
+        MetaClass const * const there = hasCode ? before_.factory->findClass(other) : nullptr;
+        if (hasCode && there != sameName) {
+            fails(change.newToOld, there == nullptr ? "no class has the code " + codeText(other)
+                                                    : "it is read as " + stringOf(there->className));
         }
         report(change);
     }
@@ -213,6 +230,16 @@ void Comparison::compareMessage(MetaClass const & cls) {
     } else if (!isMessage) {
         report(aboutClass(cls, false, "the class is removed"));
     }
+}
+
+/// The code means another class, and is not that of this one under a new name.
+void Comparison::exchanged(MetaClass const & from, MetaClass const & to, unsigned short code) {
+    std::string const was = stringOf(from.className);
+    std::string const is = stringOf(to.className);
+    Change change = aboutClass(to, true, "the code " + codeText(code) + " was that of " + was);
+    fails(change.oldToNew, was + " is read as " + is);
+    fails(change.newToOld, is + " is read as " + was);
+    report(change);
 }
 
 void Comparison::added(MetaClass const & cls) {
@@ -354,6 +381,10 @@ void Comparison::compareTypes(MetaField const & from, Kind fromKind, MetaField c
         MetaClass const * const now = to_.classOf(to);
         if (old != nullptr && now != nullptr) {
             next_.push_back(Pair{old, now, false});
+        } else if (old != nullptr) {
+            fails(change.oldToNew, "there is no class " + stringOf(to.classType.name));
+        } else if (now != nullptr) {
+            fails(change.newToOld, "there is no class " + stringOf(from.classType.name));
         }
         return;
     }

@@ -206,7 +206,7 @@ std::string manPageOf(CLI::App const & app, std::string const & name) {
         if (name == command.name) {
             CLI::App const * const sub = app.get_subcommand(command.name);
             return head("tav-" + name, command.summary) + ".SH SYNOPSIS\n.B tav " + name +
-                   "\n[OPTIONS] ...\n.SH DESCRIPTION\n" + troff(command.description) + ".SH OPTIONS\n" +
+                   "\n[OPTIONS] ...\n.SH DESCRIPTION\n" + troff(command.description) + "\n.SH OPTIONS\n" +
                    manOptions(*sub) + exitCodes + ".SH EXAMPLES\n.nf\n" + troff(command.examples) + ".fi\n";
         }
     }

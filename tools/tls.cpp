@@ -1,6 +1,9 @@
 #include "tools/command.h"
 #include "tools/failure.h"
+#include "tools/integers.h"
 #include "tools/tls_probe.h"
+
+#include <netdb.h>
 
 #include <cstdio>
 #include <memory>
@@ -28,6 +31,13 @@ void parsePlace(std::string const & place, ProbeOptions & options) {
     }
     options.host = braced ? place.substr(1, close - 1) : place.substr(0, colon);
     options.port = place.substr(colon + 1);
+    Integer port;
+    bool const number = readInteger(options.port, port);
+    bool const named = !number && ::getservbyname(options.port.c_str(), "tcp") != nullptr;
+    if (!named && (!number || port.negative || port.magnitude == 0 || port.magnitude > 65535)) {
+        throw Failure(exitUse,
+                      "\"" + place + "\": a port is a number from 1 to 65535, or the name of a service");
+    }
 }
 
 std::string milliseconds(double ms) {
@@ -85,8 +95,10 @@ void print(ProbeResult const & result, Output & output) {
         print(result.chain[i], i, output);
     }
     for (VerifyFault const & fault : result.faults) {
-        output.line(output.in('r', "error") + ": certificate " + std::to_string(fault.depth) + ": " +
-                    fault.words + " (" + std::to_string(fault.code) + ")");
+        bool const certificate = fault.depth != VerifyFault::noCertificate;
+        output.line(output.in('r', "error") + ": " +
+                    (certificate ? "certificate " + std::to_string(fault.depth) + ": " : "") + fault.words +
+                    (certificate ? " (" + std::to_string(fault.code) + ")" : ""));
         output.line("    mend: " + fault.mend);
     }
     if (result.nameMatches) {
@@ -123,9 +135,12 @@ std::string asJson(ProbeResult const & result) {
     }
     std::string faults;
     for (VerifyFault const & fault : result.faults) {
-        faults += (faults.empty() ? "" : ",") + ("{\"certificate\":" + std::to_string(fault.depth)) +
-                  ",\"code\":" + std::to_string(fault.code) + ",\"text\":" + jsonText(fault.words) +
-                  ",\"mend\":" + jsonText(fault.mend) + "}";
+        faults +=
+            (faults.empty() ? "" : ",") +
+            ("{\"certificate\":" +
+             std::string(fault.depth == VerifyFault::noCertificate ? "null" : std::to_string(fault.depth))) +
+            ",\"code\":" + std::to_string(fault.code) + ",\"text\":" + jsonText(fault.words) +
+            ",\"mend\":" + jsonText(fault.mend) + "}";
     }
     return "{\"address\":" + jsonText(result.address) + "," + phases +
            ",\"protocol\":" + jsonText(result.protocol) + ",\"cipher\":" + jsonText(result.cipher) +

@@ -1,6 +1,9 @@
 #include "tools/tls_probe.h"
 
 #include "tools/failure.h"
+#include "tools/input.h"
+
+#include <tav/vinta/vinta_tls_policy.h>
 
 #include <openssl/err.h>
 #include <openssl/ssl.h>
@@ -190,27 +193,53 @@ int noteAsked(SSL * ssl, void *) {
     return 1;
 }
 
+/// Holds keys and signatures to the level of the safe policy, whatever that of the connection is.
+int verifyStrictly(X509_STORE_CTX * store, void *) {
+    ::X509_VERIFY_PARAM_set_auth_level(::X509_STORE_CTX_get0_param(store), tls::tls_policy::safe().security_level);
+    return ::X509_verify_cert(store);
+}
+
+void addOwnCertificate(SSL_CTX * context, ProbeOptions const & options) {
+    if (options.certificate.empty()) {
+        return;
+    }
+    std::string const & key = options.key.empty() ? options.certificate : options.key;
+    InputFile const there(options.certificate);
+    InputFile const keyThere(key);
+    if (::SSL_CTX_use_certificate_chain_file(context, options.certificate.c_str()) != 1) {
+        throw Failure(exitUse, options.certificate + ": no certificate can be read: " + tlsReason());
+    }
+    if (::SSL_CTX_use_PrivateKey_file(context, key.c_str(), SSL_FILETYPE_PEM) != 1) {
+        throw Failure(exitUse, key + ": no key that fits can be read: " + tlsReason());
+    }
+}
+
+/// What the safe policy offers, with any certificate.
+Context safeContextOf(ProbeOptions const & options) {
+    Context context(::SSL_CTX_new(::TLS_client_method()), &::SSL_CTX_free);
+    ::SSL_CTX_set_security_level(context.get(), 0);
+    ::SSL_CTX_set_min_proto_version(context.get(), TLS1_2_VERSION);
+    ::SSL_CTX_set_cipher_list(context.get(), tls::tls_policy::safe().ciphers.c_str());
+    ::SSL_CTX_set_verify(context.get(), SSL_VERIFY_NONE, nullptr);
+    addOwnCertificate(context.get(), options);
+    return context;
+}
+
 Context contextOf(ProbeOptions const & options) {
     Context context(::SSL_CTX_new(::TLS_client_method()), &::SSL_CTX_free);
     // Whatever a server offers is looked at.
     ::SSL_CTX_set_security_level(context.get(), 0);
     ::SSL_CTX_set_min_proto_version(context.get(), TLS1_VERSION);
     ::SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, &noteFault);
+    ::SSL_CTX_set_cert_verify_callback(context.get(), &verifyStrictly, nullptr);
     ::SSL_CTX_set_cert_cb(context.get(), &noteAsked, nullptr);
     if (options.ca.empty()) {
         ::SSL_CTX_set_default_verify_paths(context.get());
-    } else if (::SSL_CTX_load_verify_locations(context.get(), options.ca.c_str(), nullptr) != 1) {
+    } else if (InputFile(options.ca),
+               ::SSL_CTX_load_verify_locations(context.get(), options.ca.c_str(), nullptr) != 1) {
         throw Failure(exitUse, options.ca + ": no certificates can be read: " + tlsReason());
     }
-    if (!options.certificate.empty()) {
-        std::string const & key = options.key.empty() ? options.certificate : options.key;
-        if (::SSL_CTX_use_certificate_chain_file(context.get(), options.certificate.c_str()) != 1) {
-            throw Failure(exitUse, options.certificate + ": no certificate can be read: " + tlsReason());
-        }
-        if (::SSL_CTX_use_PrivateKey_file(context.get(), key.c_str(), SSL_FILETYPE_PEM) != 1) {
-            throw Failure(exitUse, key + ": no key that fits can be read: " + tlsReason());
-        }
-    }
+    addOwnCertificate(context.get(), options);
     return context;
 }
 
@@ -298,7 +327,8 @@ CertificateText textOf(X509 * certificate) {
 }
 
 /// What a handshake that fails may need.
-std::string mendOfHandshake(std::string const & reason, ProbeResult const & result) {
+std::string mendOfHandshake(std::string const & reason, ProbeOptions const & options,
+                            ProbeResult const & result) {
     if (reason.find("wrong version number") != std::string::npos ||
         reason.find("http request") != std::string::npos) {
         return "what answers speaks no TLS: check the port";
@@ -306,6 +336,10 @@ std::string mendOfHandshake(std::string const & reason, ProbeResult const & resu
     if (reason.find("protocol version") != std::string::npos ||
         reason.find("unsupported protocol") != std::string::npos) {
         return "server and client have no version of TLS in common";
+    }
+    if (result.clientAsked && !options.certificate.empty()) {
+        return "the server does not trust the certificate of --cert: have one made by an authority that it "
+               "trusts";
     }
     if (result.clientAsked) {
         return "the server asks for a certificate of the client's: --cert FILE --key FILE";
@@ -325,7 +359,7 @@ void shakeHands(SSL * ssl, int fd, ProbeOptions const & options, Clock & clock, 
         if (!reads && error != SSL_ERROR_WANT_WRITE) {
             std::string const reason = tlsReason();
             failNetwork(options, "no TLS comes about" + (reason.empty() ? "" : ": " + reason),
-                        mendOfHandshake(reason, result));
+                        mendOfHandshake(reason, options, result));
         }
         if (!isReady(fd, reads ? POLLIN : POLLOUT, clock)) {
             failNetwork(options, "no TLS comes about within " + std::to_string(options.timeoutMs) + " ms",
@@ -334,9 +368,11 @@ void shakeHands(SSL * ssl, int fd, ProbeOptions const & options, Clock & clock, 
     }
 }
 
-bool matches(X509 * certificate, std::string const & name) {
-    return ::X509_check_ip_asc(certificate, name.c_str(), 0) == 1 ||
-           ::X509_check_host(certificate, name.data(), name.size(), 0, nullptr) == 1;
+/// As the safe policy compares: alternative names alone, an address as an address, and whole labels.
+bool matches(X509 * certificate, std::string const & name, bool address) {
+    constexpr unsigned flags = X509_CHECK_FLAG_NEVER_CHECK_SUBJECT | X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS;
+    return address ? ::X509_check_ip_asc(certificate, name.c_str(), flags) == 1
+                   : ::X509_check_host(certificate, name.data(), name.size(), flags, nullptr) == 1;
 }
 
 /// With TLS 1.3 a server that refuses the client says so behind the handshake.
@@ -345,13 +381,54 @@ void hearRefusal(SSL * ssl, int fd, ProbeOptions const & options, Clock const & 
     constexpr int briefMs = 300;
     pollfd entry{fd, POLLIN, 0};
     char byte = 0;
-    if (!result.clientAsked || !options.certificate.empty() ||
-        ::poll(&entry, 1, std::min(briefMs, clock.leftMs())) <= 0) {
+    if (!result.clientAsked || ::poll(&entry, 1, std::min(briefMs, clock.leftMs())) <= 0) {
         return;
     }
     int const got = ::SSL_read(ssl, &byte, 1);
     if (got <= 0 && ::SSL_get_error(ssl, got) == SSL_ERROR_SSL) {
-        failNetwork(options, "the server refuses the client: " + tlsReason(), mendOfHandshake("", result));
+        failNetwork(options, "the server refuses the client: " + tlsReason(),
+                    mendOfHandshake("", options, result));
+    }
+}
+
+} // namespace
+
+namespace {
+
+/// Whether a connection comes about with what the safe policy offers.
+bool comesAboutSafely(ProbeOptions const & options, ProbeResult const & before, bool address) {
+    try {
+        Context const context = safeContextOf(options);
+        Clock clock(options.timeoutMs);
+        ProbeResult result;
+        Socket const socket = connected(options, clock, result);
+        Connection const ssl(::SSL_new(context.get()), &::SSL_free);
+        ::SSL_set_fd(ssl.get(), socket.fd());
+        ::ERR_clear_error();
+        if (!address) {
+            ::SSL_set_tlsext_host_name(ssl.get(), before.name.c_str());
+        }
+        shakeHands(ssl.get(), socket.fd(), options, clock, result);
+        ::SSL_shutdown(ssl.get());
+        return true;
+    } catch (Failure const &) {
+        return false;
+    }
+}
+
+/// A server that chose what the safe policy does not offer may have better.
+void judgeProtocol(ProbeOptions const & options, SSL const * ssl, bool address, ProbeResult & result) {
+    std::string const offered = ":" + tls::tls_policy::safe().ciphers + ":";
+    int const version = ::SSL_version(ssl);
+    bool const safe =
+        version >= TLS1_3_VERSION ||
+        (version == TLS1_2_VERSION && offered.find(":" + result.cipher + ":") != std::string::npos);
+    if (!safe && !comesAboutSafely(options, result, address)) {
+        result.faults.push_back(
+            VerifyFault{VerifyFault::noCertificate, 0,
+                        "the server has neither a protocol nor a cipher of those that are safe, and takes " +
+                            result.protocol + " with " + result.cipher,
+                        "have it offer TLS 1.3, or 1.2 with ECDHE and AES-GCM or ChaCha20"});
     }
 }
 
@@ -410,8 +487,10 @@ ProbeResult probe(ProbeOptions const & options) {
     for (int i = 0; chain != nullptr && i < sk_X509_num(chain); ++i) {
         X509 * const certificate = sk_X509_value(chain, i);
         result.chain.push_back(textOf(certificate));
-        result.nameMatches = result.nameMatches || (i == 0 && matches(certificate, result.name));
+        result.nameMatches =
+            result.nameMatches || (i == 0 && matches(certificate, result.name, ip != nullptr));
     }
+    judgeProtocol(options, ssl.get(), ip != nullptr, result);
     ::SSL_set_quiet_shutdown(ssl.get(), 0);
     ::SSL_shutdown(ssl.get());
     return result;

@@ -39,7 +39,9 @@ struct CertificateText {
 
 /// Why the certificates are not to be trusted, and what mends it.
 struct VerifyFault {
-    /// The place in the chain, the server's own being 0.
+    static constexpr int noCertificate = -1;
+
+    /// The place in the chain, the server's own being 0; `noCertificate` if it is none of theirs.
     int depth = 0;
     int code = 0;
     std::string words;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 
 namespace tav {
@@ -36,13 +37,18 @@ std::string floatText(std::string_view data, int digits) {
     return text;
 }
 
-std::string bytesValue(std::string_view data, std::size_t limit) {
-    std::size_t const shown = limit == 0 ? data.size() : std::min<std::size_t>(data.size(), 16);
-    std::string text = hexText(data.substr(0, shown));
-    if (shown < data.size()) {
-        text += " ... (" + std::to_string(data.size()) + " bytes)";
+/// The fewest digits that give the number back.
+template <class T>
+std::string fewestDigits(T value) {
+    constexpr int least = 6;
+    constexpr int most = sizeof(T) == sizeof(float) ? 9 : 17;
+    char text[40];
+    for (int digits = least;; ++digits) {
+        std::snprintf(text, sizeof(text), "%.*g", digits, static_cast<double>(value));
+        if (digits == most || static_cast<T>(std::strtod(text, nullptr)) == value) {
+            return text;
+        }
     }
-    return text.empty() ? "(empty)" : text;
 }
 
 std::string enumText(std::string_view data, pml::MetaEnum const * names) {
@@ -79,6 +85,23 @@ std::size_t widthOf(Kind kind) {
 }
 
 } // namespace
+
+std::string bytesValue(std::string_view data, std::size_t limit) {
+    std::size_t const shown = limit == 0 ? data.size() : std::min<std::size_t>(data.size(), 16);
+    std::string text = hexText(data.substr(0, shown));
+    if (shown < data.size()) {
+        text += " ... (" + std::to_string(data.size()) + " bytes)";
+    }
+    return text.empty() ? "(empty)" : text;
+}
+
+std::string digitsOf(float value) {
+    return fewestDigits(value);
+}
+
+std::string digitsOf(double value) {
+    return fewestDigits(value);
+}
 
 std::string textValue(std::string_view text, std::size_t limit) {
     std::string result = "\"";
@@ -145,7 +168,9 @@ std::string oddness(std::string_view data, bool text, Kind kind) {
     if (text && width != 0) {
         return "text where the template has " + kindName(kind);
     }
-    if (width != 0 && data.size() > width) {
+    // The library writes a negative int8 with the byte of its sign.
+    bool const signOfInt8 = kind == kinds::int8_ && data.size() == 2 && data[1] == '\xFF';
+    if (width != 0 && data.size() > width && !signOfInt8) {
         return std::to_string(data.size()) + " bytes where " + kindName(kind) + " has " +
                std::to_string(width);
     }

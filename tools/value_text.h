@@ -13,6 +13,9 @@ namespace tool {
 /// and its length; 0 sets no limit.
 std::string textValue(std::string_view text, std::size_t limit);
 
+/// Bytes in hexadecimal; above `limit`, unless it is 0, the first ones and their number.
+std::string bytesValue(std::string_view data, std::size_t limit);
+
 /// The data of a value of which no type is known: a number of up to 8 bytes, text, or bytes.
 std::string plainValue(std::string_view data, bool text, std::size_t limit);
 
@@ -25,6 +28,10 @@ std::string oddness(std::string_view data, bool text, Kind kind);
 
 /// What a protected field shows of its data.
 std::string maskedValue(std::string_view data, pml::MetaField const & field);
+
+/// The fewest digits, six at least, that give the number back.
+std::string digitsOf(float value);
+std::string digitsOf(double value);
 
 /// Milliseconds since 1970 as "2023-11-14T22:13:20.000Z"; empty for a year without four digits.
 std::string timeText(long long milliseconds);

@@ -163,4 +163,15 @@ TEST(ToolCheck, DepthCostsNoStack) {
     EXPECT_TRUE(tav::tool::checkTemplate("T:object(__class__(T)" + deep + ")").empty());
 }
 
+TEST(ToolCheck, FileThatIsNotThereIsAFindingBesideTheOthers) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("t.pml", message("a:int32()"));
+    ToolRun const run =
+        rig.shell("$TAV check --json absent.pml t.pml >out; echo $?; python3 -c 'import json\n"
+                  "all = json.load(open(\"out\"))\n"
+                  "print([f[\"rule\"] for f in all[\"findings\"]], all[\"errors\"])'");
+    EXPECT_EQ(run.out, "2\n['file', 'no-tag'] 2\n") << run.err;
+    EXPECT_NE(run.err.find("absent.pml: can't open"), std::string::npos) << run.err;
+}
+
 } // namespace

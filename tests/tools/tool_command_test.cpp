@@ -138,6 +138,10 @@ TEST(ToolCommand, ManPagesHaveWhatTheHelpHas) {
          {".SH DESCRIPTION\n", "\\-\\-keep\\-going", ".SH EXIT STATUS\n", ".SH EXAMPLES\n"}) {
         EXPECT_NE(run.out.find(part), std::string::npos) << part;
     }
+    for (char const * const heading :
+         {"NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "EXAMPLES"}) {
+        EXPECT_NE(run.out.find(std::string("\n.SH ") + heading + "\n"), std::string::npos) << heading;
+    }
     EXPECT_EQ(rig.run("__texts man nonsense").code, 2);
 }
 

@@ -284,7 +284,7 @@ TEST(ToolConvert, JsonIsJsonAndComesBackAsTheSameBytes) {
     for (
         std::string const message :
         {R"({ "__class__":"im.A", "d":3.141592653589793, "f":0.1, "s":"q\"b\\s\/\n\u0001\u0000 é" })",
-         R"({ "__class__":"im.A", "d":1e+300, "f":1.17549435e-38, "l":[ "-1", "9223372036854775807" ] })",
+         R"({ "__class__":"im.A", "d":1e+300, "f":1.1754944e-38, "l":[ "-1", "9223372036854775807" ] })",
          R"({ "__class__":"im.A", "k":{ "-5":"x", "-9223372036854775808":"z", "7":"y" }, "t":"-1" })",
          R"({ "__class__":"im.A", "m":{ "\u0001":1, "\"":2, "\\":3, "__class__":4, "a:b":5 } })",
          R"({ "__class__":"im.A", "b":true, "c":-128, "e":1, "i":-2147483648, "o":{ "a":null }, "y":"" })"}) {
@@ -418,23 +418,19 @@ TEST(ToolConvert, NbrIsHeldToTheClassForEveryEncoding) {
 
 TEST(ToolConvert, FramesComeBackAsTheSameBytes) {
     ToolRig const rig(TAV_TOOL);
-    rig.file("m.pml", model);
-    std::string const place = "FF0128 01 F101 61 02 FF0128 01 F101 62 FF0129 FF0129";
-    std::string const hex =
-        // Flags beyond grey, and an extension; a body in the order of the class, which is not that of the
-        // names.
-        "00000025 0006 00 7F05 83 0009 0000000000000003 000C FF0128 03 F104 61626364 FF0129 AABBCCDDEEFF01"
-        "0000001B 0006 00 0102 00 0009 0000000000000003 0000 FF0128 01 0101 07 FF0129"
-        // An old packet with a kind, a target and a flag.
-        "0000003E 00000007 010102 010103 010101 010107 010104 F10161 010105 010709 FF0128 010101 07 FF0129"
-        " 0120 FF0128 01010101 0200 0300 0400 05F100 0600 08010105 0D010100 0EF100 FF0129";
     rig.file("m.pml",
              std::string(model) + "Two:object(__class__(im.Two)__code__(0102)[1]z:int32()[2]a:int32?())");
-    rig.file("hex", hex);
-    ASSERT_EQ(rig.shell("python3 -c 'import sys\n"
-                        "d=bytes.fromhex(\"\".join(open(\"hex\").read().split()))\n"
-                        "out=b\"\"\n"
-                        "open(\"all\",\"wb\").write(d)'")
+    rig.file("hex",
+             // Flags beyond grey, an extension, and bytes of nobody's class.
+             "0006 00 7F06 83 0009 0000000000000003 000D FF0128 03 F104 61626364 FF0129 AABBCCDDEEFF01\n"
+             "0006 00 0102 00 0009 0000000000000003 0000 FF0128 01 0101 07 FF0129\n"
+             // An old packet with a kind, a flag, a target and more.
+             "00000007 010102 010103 010101 010107 010104 F10161 010105 010A FF0128 01010107 FF0129"
+             " 0120 FF0128 01010101 0200 0300 0400 05F100 0600 08010105 0D010100 0EF100 FF0129\n");
+    ASSERT_EQ(rig.shell("python3 -c 'import struct\n"
+                        "packets=[bytes.fromhex(line) for line in open(\"hex\")]\n"
+                        "frames=[struct.pack(\">I\", len(p)) + p for p in packets]\n"
+                        "open(\"all\",\"wb\").write(b\"\".join(frames))'")
                   .code,
               0);
     ToolRun const dump = rig.run("dump --as frames all");
@@ -453,18 +449,19 @@ TEST(ToolConvert, FramesComeBackAsTheSameBytes) {
 TEST(ToolConvert, BodyOfACompiledClassComesBackInItsOrder) {
     ToolRig const rig(TAV_TOOL);
     rig.file("m.pml", "Two:object(__class__(im.Two)__code__(0102)[1]z:int32()[2]a:int32?())");
-    rig.file("hex", "0000001F 0006 00 0102 00 0009 0000000000000003 0000 FF0128 01010107 02010108 FF0129"
-                    "00000020 0006 00 0102 00 0009 0000000000000003 0000 FF0128 0102 0700 02010108 FF0129");
+    rig.file("hex",
+             "00000020 0006 00 0102 00 0009 0000000000000003 0000 FF0128 01010107 02010108 FF0129"
+             "00000021 0006 00 0102 00 0009 0000000000000003 0000 FF0128 01 0102 0700 02010108 FF0129");
     ToolRun const there = convert(rig, "--from frames --to json --envelope --in hex hex >e", "");
     EXPECT_EQ(there.code, 0) << there.err;
     // A number with more bytes than it needs is told.
     EXPECT_TRUE(
         says(there,
-             "byte 57 (0x39): warning: the body comes back with the same values, but not as the same bytes"))
+             "byte 58 (0x3a): warning: the body comes back with the same values, but not as the same bytes"))
         << there.err;
     ToolRun const back = convert(rig, "--from json --to frames --envelope --out hex e", "");
     std::string const first =
-        "00 00 00 1F 00 06 00 01 02 00 00 09 00 00 00 00 00 00 00 03 00 00 FF 01 28 01 01 01 07 02 01 "
+        "00 00 00 20 00 06 00 01 02 00 00 09 00 00 00 00 00 00 00 03 00 00 FF 01 28 01 01 01 07 02 01 "
         "01 08 FF 01 29\n";
     EXPECT_EQ(back.out, first + first) << back.err;
 }
@@ -480,6 +477,78 @@ TEST(ToolConvert, PacketThatIsCutIsRefused) {
         EXPECT_TRUE(says(run, "the packet ends within its ") ||
                     says(run, "an old packet has nine values, and 1 are there"))
             << run.err;
+    }
+}
+
+TEST(ToolConvert, TextThatWouldNotBringTheValueBackIsRefusedByItsField) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", ends);
+    struct Case {
+        char const * encoding;
+        char const * json;
+        char const * said;
+    };
+    for (Case const & one :
+         {Case{"pml", R"({"s":"a\nb"})", "error: field s has a value that PML does not bring back\n"},
+          Case{"pml", R"({"t":-1})", "error: field t has a value that PML does not bring back\n"},
+          Case{"pml", R"({"s":"a\u0000b"})", "that PML does not bring back"},
+          Case{"xml", R"({"t":-1})", "error: field t has a value that XML does not bring back\n"},
+          Case{"xml", R"({"i":1,"s":""})", "error: field s has a value that XML does not bring back\n"},
+          Case{"xml", R"({"s":" a"})", "error: field s has a value that XML does not bring back\n"},
+          Case{"xml", R"({"n":["a",""]})", "error: field n has a value that XML does not bring back\n"},
+          Case{"xml", R"({"s":"a\u0001"})", "that XML does not bring back: XML has no such character\n"},
+          Case{"xml", R"({"m":{"a:b":1}})",
+               "error: field m has the key \"a:b\", which can't be a name there"}}) {
+        ToolRun const run = convert(rig, std::string("-c im.A --from json --to ") + one.encoding, one.json);
+        EXPECT_EQ(run.code, 1) << one.json << run.out;
+        EXPECT_TRUE(says(run, one.said)) << one.json << run.err;
+        EXPECT_EQ(run.out, "");
+    }
+    for (char const * const encoding : {"pml", "xml"}) {
+        for (std::string const message :
+             {R"({ "__class__":"im.A", "d":3.141592653589793, "f":0.33333334, "i":-7 })",
+              R"({ "__class__":"im.A", "d":1234567.5 })", R"({ "__class__":"im.A" })"}) {
+            ToolRun const there = convert(rig, std::string("--from json --to ") + encoding, message);
+            ToolRun const back = convert(rig, std::string("--to json --from ") + encoding, there.out);
+            EXPECT_EQ(back.out, message + "\n") << there.out << there.err << back.err;
+        }
+    }
+    ToolRun const null =
+        convert(rig, "-c im.A --from nbr --to pml " + bytesOf(rig, "FF0128 01 00 FF0129"), "");
+    EXPECT_EQ(null.code, 0);
+    EXPECT_TRUE(says(null, "byte 4 (0x4): warning: field s is a null: it is dropped")) << null.err;
+}
+
+TEST(ToolConvert, PmlAndXmlAreHeldToTheClass) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", ends);
+    struct Case {
+        char const * encoding;
+        char const * text;
+        char const * said;
+        int code = 1;
+    };
+    for (Case const & one :
+         {Case{"pml", ":im.A(i(1)floor(2))",
+               "warning: not found field name [floor] in class im.A: it is dropped\n", 0},
+          Case{"pml", ":im.A(i(abc))", ":1:1: error: field i has the value \"abc\", which no int32 is\n"},
+          Case{"pml", ":im.A(i(99999999999))", "which no int32 is\n"},
+          Case{"pml", ":im.A(e(7))", "error: field e has the value \"7\", which is none of its members\n"},
+          Case{"pml", ":im.A(r(10))", "error: field r has the value \"10\", which its range does not have\n"},
+          Case{"pml", ":im.A(i(1)i(2))", "error: a member is there twice in an object of the class im.A\n"},
+          Case{"pml", ":im.A(d(x))", "which no double is\n"},
+          Case{"pml", ":im.A(b(yes))", "which no bool is\n"},
+          Case{"pml", ":im.A(o:im.B(a(x)))", "error: field a has the value \"x\""},
+          Case{"pml", ":im.A(l((1)(x)))", "error: field l has the value \"x\""},
+          Case{"xml", "<im.A><i>1</i><floor>2</floor></im.A>", "warning: not found field name [floor]", 0},
+          Case{"xml", "<im.A><i>x</i></im.A>", "error: field i has the value \"x\""},
+          Case{"xml", "<im.A><i>1</i><i>2</i></im.A>", "error: a member is there twice"},
+          Case{"xml", "<im.A><s>a</im.A>", ":1:11: error: the element s is open, and im.A ends\n"},
+          Case{"xml", "<im.A><s>a</s>", ":1:1: error: the element im.A does not end\n"},
+          Case{"xml", "<im.A><s>&eacute;</s></im.A>", ":1:10: error: there is no such entity\n"}}) {
+        ToolRun const run = convert(rig, std::string("--to json --from ") + one.encoding, one.text);
+        EXPECT_EQ(run.code, one.code) << one.text << run.out << run.err;
+        EXPECT_TRUE(says(run, one.said)) << one.text << run.err;
     }
 }
 

@@ -412,4 +412,16 @@ TEST(ToolDiff, ClassesThatNameEachOtherAreComparedOnce) {
               std::string::npos);
 }
 
+TEST(ToolDiff, FileIsCompatibleWithItselfWhateverIsTwiceInIt) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("t.pml", templateOf("N:object(__class__(im.N)__code__(1F02)[1]c:int32())"
+                                 "O:object(__class__(im.O)__code__(1F02)[1]d:int32())"));
+    ToolRun const run = rig.run("diff t.pml t.pml");
+    EXPECT_EQ(run.code, 0) << run.out;
+    EXPECT_EQ(run.out, "0 compatible, 0 one way, 0 breaking; together compatible\n");
+    EXPECT_NE(run.err.find("t.pml:1:"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("[code-twice]\n"), std::string::npos) << run.err;
+    EXPECT_EQ(rig.run("diff - -").code, 2);
+}
+
 } // namespace

@@ -248,4 +248,44 @@ TEST(ToolDump, LongTextsAreShownInPartUnlessAllIsWanted) {
     EXPECT_EQ(rig.run("dump --in raw --full t").out, "0000  text \"" + std::string(1000, 'x') + "\"\n");
 }
 
+TEST(ToolDump, ProtectedBytesAreMaskedInWhatIsToldOfABreakToo) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    ToolRun const run = rig.run("dump -t m.pml -c im.Hello --hex 'FF0128 05F107 68756E74657232 04 F5'");
+    EXPECT_EQ(run.code, 1);
+    EXPECT_NE(run.err.find("    ** ** ** ** ** ** ** 04 F5\n"), std::string::npos) << run.err;
+    EXPECT_EQ(run.err.find("68 75"), std::string::npos) << run.err;
+    ToolRun const cut = rig.run("dump --json -t m.pml -c im.Hello --hex 'FF0128 05F107 68756E74'");
+    EXPECT_EQ(cut.code, 1);
+    EXPECT_EQ((cut.out + cut.err).find("68 75"), std::string::npos) << cut.out << cut.err;
+}
+
+TEST(ToolDump, OldPacketThatEndsBetweenItsValuesIsBroken) {
+    ToolRig const rig(TAV_TOOL);
+    ToolRun const run = rig.run("dump --as packet --hex '00000000 010100 010100'");
+    EXPECT_EQ(run.code, 1);
+    EXPECT_NE(run.err.find("byte 10 (0xa): error: an old packet has nine values, and 2 are there"),
+              std::string::npos)
+        << run.err;
+}
+
+TEST(ToolDump, PlacesOfValuesAreThoseOfTheWholeInput) {
+    ToolRun const run =
+        ToolRig(TAV_TOOL).run("dump --hex '00000016 0006 00 1F01 00 0001 0000000000000000 0000 01 05 41 42'");
+    EXPECT_EQ(run.code, 0) << run.err;
+    ToolRun const cut = ToolRig(TAV_TOOL).run(
+        "dump --hex '00000018 0006 00 1F01 00 0001 0000000000000000 0000 FF0128 01 01 05'");
+    EXPECT_EQ(cut.code, 1);
+    EXPECT_NE(cut.err.find("the value at byte 26 says that it has 5 bytes"), std::string::npos) << cut.err;
+}
+
+TEST(ToolDump, BytesAreShownAsBytesAndNegativeInt8IsNotOdd) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", "A:object(__class__(im.A)[1]a:int8())");
+    EXPECT_EQ(rig.run("dump -t m.pml -c im.A --hex 'FF0128 01 0102FFFF FF0129'").out,
+              "0000  im.A\n0003    [1] a: int8 -1\n");
+    ToolRun const body = rig.run("dump --as packet --hex '0006 00 1F01 00 0001 0000000000000000 0000 4142'");
+    EXPECT_NE(body.out.find("body: 2 bytes: 41 42\n"), std::string::npos) << body.out;
+}
+
 } // namespace

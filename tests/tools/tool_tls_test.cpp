@@ -213,8 +213,52 @@ TEST(ToolTls, PlaceAndFilesThatAreWrongAreBadUse) {
     rig.file("no.pem", "nothing");
     for (std::string const arguments :
          {"localhost", ":443", "localhost:", "::1:443", "[::1]443", "localhost:1 --ca absent.pem",
-          "localhost:1 --ca no.pem", "localhost:1 --cert no.pem", "localhost:1 --timeout 0", ""}) {
+          "localhost:1 --ca no.pem", "localhost:1 --cert no.pem", "localhost:1 --timeout 0",
+          "localhost:99999", "localhost:0", "localhost:nonsense", ""}) {
         EXPECT_EQ(rig.run("tls " + arguments).code, 2) << arguments;
+    }
+}
+
+TEST(ToolTls, WhatTheSafePolicyRefusesIsNotTrusted) {
+    Authority const authority;
+    Identity const unnamed(CertificateSpec().withNames(""), &authority.root);
+    Identity const written(CertificateSpec().withNames("DNS:127.0.0.1"), &authority.root);
+    Identity const partial(CertificateSpec().withNames("DNS:f*.example.com"), &authority.root);
+    Identity const whole(CertificateSpec().withNames("DNS:*.example.com"), &authority.root);
+    Identity const weak(CertificateSpec().withRsa(1024), &authority.root);
+    Identity const good(CertificateSpec(), &authority.root);
+    ToolRig const rig(TAV_TOOL);
+    rig.file("root.pem", authority.root.pem());
+    ToolRun const none = lookAt(rig, serverOf({&unnamed}), "--ca root.pem");
+    EXPECT_EQ(none.code, 1) << none.out;
+    EXPECT_TRUE(has(none, "error: the certificate is not for localhost\n")) << none.out;
+    EXPECT_EQ(lookAt(rig, serverOf({&written}), "--ca root.pem --name 127.0.0.1").code, 1);
+    EXPECT_EQ(lookAt(rig, serverOf({&partial}), "--ca root.pem --name foo.example.com").code, 1);
+    EXPECT_EQ(lookAt(rig, serverOf({&whole}), "--ca root.pem --name foo.example.com").code, 0);
+    ToolRun const key = lookAt(rig, serverOf({&weak}), "--ca root.pem");
+    EXPECT_EQ(key.code, 1) << key.out;
+    EXPECT_TRUE(has(key, "mend: have one made with a longer key\n")) << key.out;
+    ToolRun const cipher =
+        lookAt(rig, serverOf({&good}, 2), "--ca root.pem", {"-cipher", "ECDHE-ECDSA-AES256-SHA:@SECLEVEL=0"});
+    EXPECT_EQ(cipher.code, 1) << cipher.out << cipher.err;
+    EXPECT_TRUE(has(cipher, "error: the server has neither a protocol nor a cipher of those that are safe"))
+        << cipher.out;
+}
+
+TEST(ToolTls, ServerThatRefusesTheGivenCertificateIsNotGood) {
+    Authority const authority;
+    Identity const server(CertificateSpec(), &authority.root);
+    Identity const stranger{CertificateSpec().named("ann").forPurpose("clientAuth")};
+    ToolRig const rig(TAV_TOOL);
+    rig.file("root.pem", authority.root.pem());
+    rig.file("client.pem", stranger.pem() + stranger.keyPem());
+    for (int const version : {2, 3}) {
+        ToolRun const run = lookAt(rig, serverOf({&server}, version, rig.path("root.pem")),
+                                   "--ca root.pem --cert client.pem");
+        EXPECT_EQ(run.code, 3) << version << run.out;
+        EXPECT_NE(run.err.find("mend: the server does not trust the certificate of --cert"),
+                  std::string::npos)
+            << run.err;
     }
 }
 
