@@ -58,13 +58,13 @@ void checkFile(std::string const & file, bool json, Output & output, Counts & co
 int check(Options const & options, Output & output) {
     Counts counts;
     std::string json;
-    bool unread = false;
+    std::size_t unread = 0;
     for (std::string const & file : options.files) {
         try {
             checkFile(file, options.json, output, counts, json);
         } catch (Failure const & e) {
             // The other files are checked all the same.
-            unread = true;
+            ++unread;
             ++counts.errors;
             output.tell(std::string("tav: ") + e.what() + "\n");
             json += (json.empty() ? "{\"file\":" : ",{\"file\":") + jsonText(file) +
@@ -74,10 +74,10 @@ int check(Options const & options, Output & output) {
     if (options.json) {
         output.line("{\"findings\":[" + json + "],\"errors\":" + std::to_string(counts.errors) +
                     ",\"warnings\":" + std::to_string(counts.warnings) + "}");
-    } else {
+    } else if (unread != options.files.size()) {
         output.line(counted(counts.errors, "error") + ", " + counted(counts.warnings, "warning"));
     }
-    if (unread) {
+    if (unread != 0) {
         return exitUse;
     }
     return counts.errors != 0 || (options.strict && counts.warnings != 0) ? exitFound : exitGood;

@@ -102,7 +102,7 @@ private:
                 break;
             }
         }
-        throw PlacedFault(begin, "the XML breaks off here");
+        throw PlacedFault(at < text_.size() ? at : begin, "the XML breaks off here");
     }
 
     void close(std::string_view name, std::size_t at) {

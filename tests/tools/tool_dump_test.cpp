@@ -104,7 +104,7 @@ TEST(ToolDump, AnnotatedFormShowsEachByteOnce) {
                        "000a  00 02                        sequence: 2\n"
                        "000c  00 00 00 00 00 00 00 03      session: 0x3\n"
                        "0014  00 00                        size of the extension: 0\n"
-                       "0016  41 42                        body: 2 bytes: 16961\n");
+                       "0016  41 42                        body: 2 bytes: 41 42\n");
 }
 
 TEST(ToolDump, OldPacketIsNamedAndItsBodyIsThatOfItsCode) {
