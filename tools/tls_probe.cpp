@@ -195,7 +195,8 @@ int noteAsked(SSL * ssl, void *) {
 
 /// Holds keys and signatures to the level of the safe policy, whatever that of the connection is.
 int verifyStrictly(X509_STORE_CTX * store, void *) {
-    ::X509_VERIFY_PARAM_set_auth_level(::X509_STORE_CTX_get0_param(store), tls::tls_policy::safe().security_level);
+    ::X509_VERIFY_PARAM_set_auth_level(::X509_STORE_CTX_get0_param(store),
+                                       tls::tls_policy::safe().security_level);
     return ::X509_verify_cert(store);
 }
 
