@@ -51,12 +51,13 @@ TEST(ToolMemory, DepthCostsNoStack) {
         bytes += "\x01\xFF\x01(";
     }
     rig.file("deep", bytes);
-    rig.file("m.pml", "A:object(__class__(im.A)__code__(1F05)[1]a:im.A?())");
+    rig.file("m.pml", "A:object(__class__(im.A)__code__(1F05)[1]a:im.A?()[2]b:int32?())");
     std::string json;
     for (int i = 0; i < levels; ++i) {
         json += "{\"a\":";
     }
-    rig.file("j", json + "{}" + std::string(levels, '}'));
+    // XML has no form for an object without values.
+    rig.file("j", json + "{\"b\":1}" + std::string(levels, '}'));
     EXPECT_EQ(rig.shell("ulimit -s 256; $TAV dump --json deep >/dev/null").code, 1);
     EXPECT_EQ(rig.shell("ulimit -s 256; $TAV dump --json -t m.pml -c im.A deep >/dev/null").code, 1);
     for (std::string const to : {"json", "pml", "xml", "frames"}) {
