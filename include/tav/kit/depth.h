@@ -1,6 +1,8 @@
 #ifndef TAV_KIT_DEPTH_H
 #define TAV_KIT_DEPTH_H
 
+#include "tav/vinta/vinta_api.h"
+
 #include <stdexcept>
 
 namespace tav {
