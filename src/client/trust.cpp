@@ -2,8 +2,11 @@
 
 #include "foundation/platform.h"
 
+#include <asio/ssl/error.hpp>
+
 #include <openssl/asn1.h>
 #include <openssl/bio.h>
+#include <openssl/err.h>
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
@@ -89,6 +92,24 @@ certificate_path look_at_certificates(std::string const & path) {
     out.files.push_back(path);
     out.state = state_of(path);
     return out;
+}
+
+std::error_code want_of(std::error_code const & told) noexcept {
+    // Some releases tell the system's reason as such, others as a code of their own that holds it.
+    int reason = told.value();
+    if (told.category() == asio::error::get_ssl_category()) {
+        auto const code = static_cast<unsigned>(reason);
+        reason = ERR_GET_LIB(code) == ERR_LIB_SYS ? static_cast<int>(ERR_GET_REASON(code)) : 0;
+    }
+    std::error_code const system(reason, std::generic_category());
+    for (std::errc const want : {std::errc::too_many_files_open, std::errc::too_many_files_open_in_system,
+                                 std::errc::not_enough_memory, std::errc::interrupted,
+                                 std::errc::resource_unavailable_try_again, std::errc::io_error}) {
+        if (system == want) {
+            return system;
+        }
+    }
+    return std::error_code();
 }
 
 std::string certificate_trouble(std::string const & file, std::string const & told) {

@@ -4,6 +4,7 @@
 #include "foundation/build_stamp.h"
 
 #include <string>
+#include <system_error>
 #include <vector>
 
 struct x509_store_ctx_st;
@@ -17,7 +18,8 @@ namespace TAV_IMPL_NAMESPACE {
 struct certificate_path {
     /// The files to load, in the folder's order; the path itself if it is no folder.
     std::vector<std::string> files;
-    /// Changes whenever a file does, by its size, its times, its inode or its name.
+    /// Changes whenever a file does, by its size, its times, its inode or its name.  Empty if a file could
+    /// not be read as it was, so that it has to be tried again.
     std::string state;
     /// Why there is nothing to load; empty if there is.
     std::string trouble;
@@ -25,6 +27,10 @@ struct certificate_path {
 
 /// Looks, and opens no file.  An empty path is empty in every respect.
 certificate_path look_at_certificates(std::string const & path);
+
+/// What the process or the system wanted for, if a file could not be loaded for that and not for what it is;
+/// `told` is the TLS library's code.
+std::error_code want_of(std::error_code const & told) noexcept;
 
 /// Why a certificate file could not be loaded, `told` being what the TLS library said.
 std::string certificate_trouble(std::string const & file, std::string const & told);

@@ -120,7 +120,13 @@ void context::load_verify_file(std::string const & path) {
     try {
         ssl_context_.load_verify_file(path);
     } catch (std::system_error const & e) {
-        certificates_.trouble = certificate_trouble(path, e.what());
+        if (std::error_code const want = want_of(e.code())) {
+            // What is there is as it was when there is a descriptor again: it has to be looked at then.
+            certificates_.trouble = want.message();
+            certificates_.state.clear();
+        } else {
+            certificates_.trouble = certificate_trouble(path, e.what());
+        }
         if (path != verify_path_) {
             certificates_.trouble = path + ": " + certificates_.trouble;
         }

@@ -32,15 +32,27 @@ std::error_code setOption(int socket, int level, int name, int value) noexcept {
     return ::setsockopt(socket, level, name, &value, sizeof value) == 0 ? std::error_code() : lastError();
 }
 
-void writeAll(int descriptor, std::string_view text) noexcept {
-    while (!text.empty()) {
-        ssize_t const written = ::write(descriptor, text.data(), text.size());
-        if (written > 0) {
-            text.remove_prefix(static_cast<std::size_t>(written));
-        } else if (written == 0 || errno != EINTR) {
-            return;
+std::error_code writeAll(int descriptor, std::string_view text, std::size_t & written) noexcept {
+    written = 0;
+    while (written < text.size()) {
+        ssize_t const moved = ::write(descriptor, text.data() + written, text.size() - written);
+        if (moved > 0) {
+            written += static_cast<std::size_t>(moved);
+        } else if (moved == 0) {
+            return std::make_error_code(std::errc::io_error);
+        } else if (errno != EINTR) {
+            return lastError();
         }
     }
+    return std::error_code();
+}
+
+int openForAppending(char const * path) noexcept {
+    int descriptor = -1;
+    do {
+        descriptor = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
+    } while (descriptor < 0 && errno == EINTR);
+    return descriptor;
 }
 
 } // namespace
@@ -153,8 +165,7 @@ QuietPipes::~QuietPipes() {
     ::pthread_sigmask(SIG_SETMASK, &state.former, nullptr);
 }
 
-AppendFile::AppendFile(char const * path) noexcept
-    : descriptor_(::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666)) {
+AppendFile::AppendFile(char const * path) noexcept : descriptor_(openForAppending(path)) {
     if (descriptor_ < 0) {
         error_ = lastError();
         return;
@@ -172,13 +183,16 @@ AppendFile::~AppendFile() {
     }
 }
 
-void AppendFile::write(std::string_view text) const noexcept {
+std::error_code AppendFile::write(std::string_view text, std::size_t & written) const noexcept {
     if (regular_) {
-        writeAll(descriptor_, text);
-    } else if (descriptor_ >= 0) {
-        QuietPipes const quiet;
-        writeAll(descriptor_, text);
+        return writeAll(descriptor_, text, written);
     }
+    written = 0;
+    if (descriptor_ < 0) {
+        return error_;
+    }
+    QuietPipes const quiet;
+    return writeAll(descriptor_, text, written);
 }
 
 void shutDown(int socket) noexcept {

@@ -4,6 +4,7 @@
 #include "foundation/platform.h"
 #include "foundation/report.h"
 #include "foundation/views.h"
+#include "log/log_file.h"
 #include "tav/vinta/vinta_basetypes_codec.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
 #include "tav/vinta/vinta_basetypes_time.h"
@@ -268,6 +269,9 @@ std::string makeBanner(std::string_view name, std::string_view version, int maxS
     return out;
 }
 
+/// What tells of lines that the file could not take; nothing if such a line may not be told.
+std::string lostRecord(unsigned lines, std::error_code const & why);
+
 } // namespace
 
 namespace tav {
@@ -281,6 +285,8 @@ public:
     struct LogRecord {
         int level;
         std::string text;
+        /// The banner of a file that has just been opened.
+        bool banner = false;
     };
     typedef tavMsgQueueThread<LogRecord> Writer;
 
@@ -314,7 +320,7 @@ public:
         }
         afterForkInParent();
         renew(mutex_);
-        renew(fileMutex_);
+        logFile_.afterFork();
         renew(consoleMutex);
     }
 
@@ -327,8 +333,8 @@ public:
             std::lock_guard<std::mutex> const sinksGuard(sinksMutex_);
             file_.swap(file);
         }
-        unopenedIsTold_ = false;
-        post(LogRecord{tavLogger::INFO, std::move(banner)});
+        logFile_.begin();
+        post(LogRecord{tavLogger::INFO, std::move(banner), true});
         tavLogger::setLogLevel(levelText);
         setSwitches(callback, console, vipLevel);
         closeWriter();
@@ -351,6 +357,7 @@ public:
     void close() {
         std::lock_guard<std::recursive_mutex> const guard(mutex_);
         closeWriter();
+        tellLost();
     }
 
     void flush() const {
@@ -362,8 +369,10 @@ public:
     void finalize() {
         std::lock_guard<std::recursive_mutex> const guard(mutex_);
         closeWriter();
+        tellLost();
         setSwitches(nullptr, false, tavLogger::WARN);
         thresholds.set("clear", tavLogger::INFO);
+        logFile_.clear();
         std::lock_guard<std::mutex> const sinksGuard(sinksMutex_);
         file_.reset();
     }
@@ -403,13 +412,7 @@ public:
     }
 
 private:
-    /// The file that records go to.
-    struct File {
-        std::string path;
-        std::string backup;
-        std::string banner;
-        long long maxSize;
-    };
+    typedef tav::detail::LogFile::Target File;
 
     /// Null without a path.
     static std::shared_ptr<File const> fileOf(tav_istr path, std::string const & banner, int maxSize) {
@@ -446,6 +449,22 @@ private:
         }
     }
 
+    /// A last try to have the file tell what it lacks.
+    void tellLost() {
+        std::shared_ptr<File const> file;
+        {
+            std::lock_guard<std::mutex> const guard(sinksMutex_);
+            file = file_;
+        }
+        if (file) {
+            try {
+                logFile_.tellLost(*file, &lostRecord);
+            } catch (std::bad_alloc const &) {
+                // It is told ahead of the next line.
+            }
+        }
+    }
+
     void handle(LogRecord const & record) {
         tavLogger::Callback callback = nullptr;
         std::shared_ptr<File const> file;
@@ -455,9 +474,8 @@ private:
             file = file_;
         }
         if (file) {
-            std::lock_guard<std::mutex> const guard(fileMutex_);
             try {
-                writeToFile(*file, record.text);
+                record.banner ? logFile_.writeBanner(*file) : logFile_.write(*file, record.text, &lostRecord);
             } catch (std::bad_alloc const &) {
                 tav::detail::countLostLine();
             }
@@ -467,41 +485,6 @@ private:
         }
     }
 
-    /// Tells once that there is no log file: the records themselves are lost without a word.
-    void tellUnopened(std::string const & path, std::error_code const & error) {
-        if (!unopenedIsTold_.exchange(true)) {
-            debugger() << "logfile " << path << " can't be opened: " << error.message();
-        }
-    }
-
-    void writeToFile(File const & to, std::string const & text) {
-        char const * const path = to.path.c_str();
-        {
-            tav::platform::AppendFile const file(path);
-            if (file.error()) {
-                tellUnopened(to.path, file.error());
-                return;
-            }
-            unopenedIsTold_ = false;
-            bool const full =
-                file.regular() && file.size() + static_cast<long long>(text.size()) > to.maxSize;
-            if (!full) {
-                file.write(text);
-                return;
-            }
-        }
-        // Made ahead of the move, behind which nothing fails that the new file would lack.
-        std::string whole;
-        whole.reserve(to.banner.size() + 1 + text.size());
-        whole.append(to.banner).append(1, '\n').append(text);
-        if (!tavUtil::moveFile(to.path, to.backup)) {
-            tav::platform::AppendFile(path).write(text);
-            return;
-        }
-        tav::platform::AppendFile(path).write(whole);
-        debugger() << "logfile " << to.path << " moved to " << to.backup;
-    }
-
     /// Held through open, close and finalize; recursive, as a callback may run within.
     std::recursive_mutex mutex_;
 
@@ -509,17 +492,13 @@ private:
     tavLogger::Callback callback_ = nullptr;
     std::shared_ptr<File const> file_;
 
-    /// One record at a time, so that a full file is set aside once.
-    std::mutex fileMutex_;
+    tav::detail::LogFile logFile_;
 
     mutable std::mutex writerMutex_;
     tavSharedPtr<Writer> writer_;
 
     /// Those of the processes that forked this one.
     std::forward_list<tavSharedPtr<Writer>> former_;
-
-    /// Whether it was told that the present file can't be opened.
-    std::atomic<bool> unopenedIsTold_{false};
 
     std::atomic<bool> console_{false};
     std::atomic<int> vipLevel_{tavLogger::WARN};
@@ -560,6 +539,16 @@ std::string wholeLine(tav_istr tag, tavLogger::LogLevel level, tav_istr text, ch
 
 void post(tavLogger::LogLevel level, std::string line) {
     tav::impl::LoggerImpl::get().post({level, std::move(line)});
+}
+
+std::string lostRecord(unsigned lines, std::error_code const & why) {
+    if (!tavLogger::isLoggable(tavLogger::DEFAULT_TAG(), tavLogger::WARN)) {
+        return std::string();
+    }
+    std::string const text =
+        std::to_string(lines) + " log lines lost, as the file could not be written: " + why.message() + "\n";
+    return wholeLine(tavLogger::DEFAULT_TAG(), tavLogger::WARN, tav_istr(text), __FILE__, __LINE__,
+                     "tavLogger::writeLog");
 }
 
 /// Tells of the lines that were lost, if there is memory for that.

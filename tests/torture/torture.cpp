@@ -150,6 +150,10 @@ void holds(bool kept, char const * promise) {
     }
 }
 
+bool isMadeToHappen(std::error_code const & error) {
+    return error == std::errc::not_enough_memory;
+}
+
 Spared::Spared() : before_(allocationsSpared) {
     allocationsSpared = true;
 }

@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
+#include <system_error>
 #include <vector>
 
-/// Scenarios that are run with each of their allocations failing in turn.
+/// Scenarios that are run with each of their allocations failing in turn, and those of a client with each of
+/// their system calls.
 namespace tav_test {
 namespace torture {
 
@@ -31,7 +33,10 @@ using Scenarios = std::vector<Scenario>;
 /// The failure of a scenario unless `kept`: what has to be true whenever nothing was raised.
 void holds(bool kept, char const * promise);
 
-/// While it lives, no allocation of its thread fails or counts: for a scenario's own notes.
+/// Whether a failure is what was made to happen.
+bool isMadeToHappen(std::error_code const & error);
+
+/// While it lives, nothing of its thread fails or counts: for a scenario's own notes.
 class Spared {
 public:
     Spared();
@@ -43,7 +48,7 @@ private:
     bool const before_;
 };
 
-/// Where a scenario of that kind wants for memory.
+/// Where a scenario of that kind wants for memory, or for what the system gives.
 class Want {
 public:
     Want();
@@ -52,7 +57,7 @@ public:
     Want & operator=(Want const &) = delete;
 };
 
-/// Has no allocation of the calling thread fail or count from now on.
+/// Has nothing of the calling thread fail or count from now on.
 void spareThread();
 
 /// Has an allocation of the scenario fail, and then another one, up to the last, without log lines and with

@@ -1,0 +1,80 @@
+#ifndef TAV_LOG_LOG_FILE_H
+#define TAV_LOG_LOG_FILE_H
+
+#include "foundation/platform.h"
+
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace tav {
+namespace detail {
+
+/// Writes records to a file, which is opened for each of them and set aside when it is full.  What can't be
+/// written is counted, and told in the file once it takes a record again.
+class LogFile {
+public:
+    struct Target {
+        std::string path;
+        std::string backup;
+        std::string banner;
+        long long maxSize;
+    };
+
+    /// The record that tells of lines that were lost, or nothing if none may be told of.
+    using LostRecord = std::string (*)(unsigned lines, std::error_code const & why);
+
+    /// Another file follows, or the same one again: what is wrong with it is told anew.
+    void begin();
+    /// Nothing is left of before, lines that were lost neither.
+    void clear();
+    /// In a forked child, where the thread that had the lock may be missing, and whose parent tells of what
+    /// was lost.
+    void afterFork();
+
+    /// Each may raise std::bad_alloc; then nothing is written.
+    void writeBanner(Target const & to);
+    void write(Target const & to, std::string_view record, LostRecord lostRecord);
+    /// Tells of what was lost, if there is anything and it can be told by now.
+    void tellLost(Target const & to, LostRecord lostRecord);
+
+private:
+    /// What is written in one piece.
+    struct Piece {
+        std::string_view text() const { return joined.empty() ? record : std::string_view(joined); }
+
+        std::string_view record;
+        std::string joined;
+        /// Where the banner ends, and what tells of lost lines; 0 without one.
+        std::size_t bannerEnd = 0;
+        std::size_t lostEnd = 0;
+    };
+
+    enum class Kind { line, banner, word };
+
+    Piece piece(Target const & to, bool mark, bool banner, std::string_view lost,
+                std::string_view record) const;
+    void append(Target const & to, std::string_view lost, std::string_view record);
+    bool opens(Target const & to, platform::AppendFile const & file);
+    void put(platform::AppendFile const & file, Piece const & piece);
+    void lose(std::error_code const & why);
+
+    /// One record at a time, so that a full file is set aside once.
+    std::mutex mutex_;
+    bool unopenedIsTold_ = false;
+    /// Of the record in hand.
+    Kind kind_ = Kind::line;
+    /// The file ends within a record.
+    bool cut_ = false;
+    /// The file has to get its banner yet.
+    bool bannerOwed_ = false;
+    unsigned lost_ = 0;
+    std::error_code why_;
+};
+
+} // namespace detail
+} // namespace tav
+
+#endif
