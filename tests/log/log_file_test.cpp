@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_log.h"
 
 #include "support/folder.h"
+#include "support/in_child.h"
 #include "support/shape.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
 #include "tav/vinta/vinta_basetypes_time.h"
@@ -66,10 +67,23 @@ protected:
         tavLogger::close();
     }
 
+    /// The same, and the library's own warnings are told.
+    static void openTelling(std::string const & path, tavLogger::Callback callback) {
+        tavLogger::open(tav_istr(path), "app", "(clear(WARN))", callback, "1.2", 1000000, false,
+                        tavLogger::WARN);
+        tavLogger::close();
+    }
+
     tav_test::Folder const own_;
     std::string const folder_ = own_.path();
     std::string const path_ = folder_ + "/app.log";
 };
+
+/// What stands from the first `part` on.
+std::string endFrom(std::string const & text, std::string const & part) {
+    std::size_t const at = text.find(part);
+    return at != std::string::npos ? text.substr(at) : text;
+}
 
 } // namespace
 
@@ -272,6 +286,82 @@ TEST_F(LogFile, FileThatIsLostAgainIsToldAgain) {
     write("three\n");
     std::string const told = testing::internal::GetCapturedStdout();
     EXPECT_EQ(std::count(told.begin(), told.end(), '\n'), 2) << told;
+}
+
+TEST_F(LogFile, LinesThatAFullDiskDidNotTakeAreCountedAheadOfTheNextOne) {
+    static int calls = 0;
+    calls = 0;
+    fs::create_symlink("/dev/full", path_);
+    openTelling(path_, [](int, char const *) { ++calls; });
+    for (int i = 0; i < 3; ++i) {
+        write("lost\n");
+    }
+    EXPECT_EQ(calls, 3) << "the callback misses nothing";
+    fs::remove(path_);
+    write("after\n");
+    std::vector<std::string> const got = lines(content(path_));
+    ASSERT_EQ(got.size(), 13u) << content(path_);
+    EXPECT_EQ(got[2], "app version 1.2") << "the banner is made up for";
+    EXPECT_NE(got[10].find("[WARN]{main}[TAV]tavLogger::writeLog(vinta_log.cpp:"), std::string::npos);
+    EXPECT_EQ(endFrom(got[10], ") "),
+              ") 3 log lines lost, as the file could not be written: No space left on device");
+    EXPECT_EQ(endFrom(got[11], ") "), ") after");
+    write("next\n");
+    EXPECT_EQ(lines(content(path_)).size(), 14u) << "it is told once";
+}
+
+TEST_F(LogFile, LinesThatHadNoFileAreCountedAheadOfTheNextOne) {
+    std::string const folder = folder_ + "/sub";
+    testing::internal::CaptureStdout();
+    openTelling(folder + "/app.log", nullptr);
+    write("one\n");
+    write("two\n");
+    fs::create_directory(folder);
+    write("three\n");
+    testing::internal::GetCapturedStdout();
+    std::vector<std::string> const got = lines(content(folder + "/app.log"));
+    ASSERT_EQ(got.size(), 13u);
+    EXPECT_EQ(endFrom(got[10], ") "),
+              ") 2 log lines lost, as the file could not be written: No such file or directory");
+    EXPECT_EQ(endFrom(got[11], ") "), ") three");
+}
+
+TEST_F(LogFile, LostLinesAreToldAtTheCloseIfNoneFollows) {
+    fs::create_symlink("/dev/full", path_);
+    openTelling(path_, nullptr);
+    write("lost\n");
+    fs::remove(path_);
+    tavLogger::close();
+    std::vector<std::string> const got = lines(content(path_));
+    ASSERT_EQ(got.size(), 12u) << content(path_);
+    EXPECT_EQ(endFrom(got[10], ") "),
+              ") 1 log lines lost, as the file could not be written: No space left on device");
+}
+
+TEST_F(LogFile, LostLinesAreNotToldWhereWarningsOfTheLibraryAreSilenced) {
+    fs::create_symlink("/dev/full", path_);
+    open(1000000);
+    write("lost\n");
+    fs::remove(path_);
+    write("after\n");
+    EXPECT_EQ(content(path_).find("lost"), std::string::npos);
+    tavLogger::setLogLevel("TAV", tavLogger::WARN);
+    write("later\n");
+    EXPECT_NE(content(path_).find(" 1 log lines lost, "), std::string::npos);
+}
+
+TEST_F(LogFile, ChildOfAForkTellsNothingOfItsParentsLostLines) {
+    fs::create_symlink("/dev/full", path_);
+    openTelling(path_, nullptr);
+    write("lost\n");
+    fs::remove(path_);
+    EXPECT_TRUE(tav_test::inChild([] {
+        write("of the child\n");
+        return true;
+    }));
+    EXPECT_EQ(content(path_).find("lost"), std::string::npos) << content(path_);
+    write("of the parent\n");
+    EXPECT_NE(content(path_).find(" 1 log lines lost, "), std::string::npos) << content(path_);
 }
 
 TEST_F(LogFile, BytesOfThePathReachTheFileSystemUnchanged) {
