@@ -215,10 +215,13 @@ int eventfd(unsigned value, int flags) noexcept {
     return fails(makes_event) ? -1 : next(value, flags);
 }
 
+// The undefined-behaviour sanitizer looks at memory by pipes: it has them for itself.
+#if !defined(__SANITIZE_ADDRESS__)
 int pipe(int ends[2]) noexcept {
     static auto * const next = real<int(int *)>("pipe");
     return fails(makes_pipe) ? -1 : next(ends);
 }
+#endif
 
 int timerfd_create(clockid_t clock, int flags) noexcept {
     static auto * const next = real<int(clockid_t, int)>("timerfd_create");
