@@ -84,6 +84,12 @@ void fail(std::string const & what) {
     ADD_FAILURE() << where << ": " << what;
 }
 
+long callsOf(torture::Scenario const & scenario, Fault const & fault) {
+    happens(scenario, fault, 0);
+    ::alarm(0);
+    return met;
+}
+
 void runWithEachFailing(torture::Scenario const & scenario, std::vector<Fault> const & faults, long step) {
     auto const before = std::signal(SIGABRT, &onAbort);
     QuietConsole const quiet;
@@ -117,7 +123,6 @@ void runWithEachFailing(torture::Scenario const & scenario, std::vector<Fault> c
         }
     }
     ::alarm(0);
-    EXPECT_LT(begin, at) << scenario.name << " calls nothing";
     testing::Test::RecordProperty("tried", std::to_string(tried) + " of " + std::to_string(at - begin));
     tavLogger::setup("(clear(INFO))", nullptr, false, tavLogger::WARN);
     std::signal(SIGABRT, before);

@@ -18,6 +18,9 @@ long stride();
 /// A failure that says what was running.
 void fail(std::string const & what);
 
+/// How many calls of a fault's kinds there are where the scenario has a Want and nothing fails.
+long callsOf(torture::Scenario const & scenario, Fault const & fault);
+
 /// Has the first call of a fault's kinds go its way where the scenario has a Want, then the second, up to the
 /// last; and so for each of the faults; but of all these points only each `step`-th.  Each run has to keep
 /// what the scenario holds, and to leave neither descriptors nor threads behind.

@@ -28,7 +28,20 @@ constexpr int longLimit = 6000;
 /// Of a send whose reply there may be no memory for.
 constexpr int shortLimit = 200;
 
-/// A gateway for all scenarios, none of whose allocations fails.
+/// The gateway of all scenarios, once there is one.
+std::unique_ptr<gateway::Gateway> & running() {
+    static auto & the = *new std::unique_ptr<gateway::Gateway>;
+    return the;
+}
+
+/// Its thread ends ahead of the static objects.
+class EndsGateway : public testing::Environment {
+    void TearDown() override { running().reset(); }
+};
+[[maybe_unused]] testing::Environment const * const endsGateway =
+    testing::AddGlobalTestEnvironment(new EndsGateway);
+
+/// A gateway for all scenarios, none of whose allocations and calls fails.
 gateway::Gateway & server() {
     static gateway::Gateway * const the = [] {
         Spared const spared;
@@ -36,9 +49,10 @@ gateway::Gateway & server() {
         gateway::Options options;
         options.ask_affirm = true;
         options.log = [](std::string const &) { spareThread(); };
-        auto * const made = new gateway::Gateway(options, gateway::Certificates{own.ca, own.chain, own.key});
-        made->start();
-        return made;
+        running() =
+            std::make_unique<gateway::Gateway>(options, gateway::Certificates{own.ca, own.chain, own.key});
+        running()->start();
+        return running().get();
     }();
     return *the;
 }
