@@ -158,6 +158,12 @@ class Messages(Case):
             self.assertIn(line, text)
         self.assertEqual(len(self.tshark(self.folder / "capture.pcap", "-Y", "tav.code == 5 && tav.sequence == 7").splitlines()), 1)
 
+    def test_old_packets_that_end_between_their_values_are_broken(self) -> None:
+        payload = frame(bytes.fromhex("00000000 010100 010100 010100 010107"))
+        text = self.shown_bytes(payload, template=None)
+        self.assertIn("broken here: an old packet has nine values, and 4 are there", text)
+        self.assertEqual(tree_of(text), self.dumped(payload, None))
+
     def test_gate_messages_are_shown_as_the_tool_shows_them(self) -> None:
         for message in (
             "02030400 00000005 0607 0004 68656164 626F647921",
@@ -186,6 +192,13 @@ class Templates(Case):
         path = self.folder / "template.pml"
         path.write_text(text)
         return path
+
+    def test_negative_numbers_of_a_byte_are_as_the_library_writes_them(self) -> None:
+        template = self.template("C:object( __class__(x.C) __code__(0x1F01) [1]small:int8() )")
+        payload = mobile(bytes.fromhex("FF0128 01 0102FFFF FF0129"))
+        text = self.shown_bytes(payload, template=template)
+        self.assertNotIn("where int8", text)
+        self.assertEqual(tree_of(text), self.dumped(payload, template))
 
     def test_all_that_a_field_may_be_has_its_name(self) -> None:
         template = self.template(

@@ -703,6 +703,8 @@ end
 local function oddness(data, is_text, kind)
     local width = widths[kind]
     if is_text and width then return "text where the template has " .. kind end
+    -- The library writes a negative int8 with the byte of its sign.
+    if kind == "int8" and #data == 2 and data:byte(2) == 0xFF then return end
     if width and #data > width then return plural(#data, "byte") .. " where " .. kind .. " has " .. width end
     if texts[kind] and not is_text then return "bytes where the template has " .. kind end
 end
@@ -710,7 +712,7 @@ end
 -- NBR -----------------------------------------------------------------------------------------------------------------
 
 -- Shows a document: bytes from `first` to before `last` of `view`, offsets from 0.  A view has `tvb`, `raw` (its bytes),
--- and `left` (how many items may still be made).
+-- `origin` (where the frame begins, from which places are told), and `left` (how many items may still be made).
 local Document = {}
 Document.__index = Document
 
@@ -895,7 +897,7 @@ function Document:read_value(at)
     local data_at = at + 1 + size_length
     if data_at > last then
         self:broken(last, string.format("the size of the value at byte %d has %d bytes, and the input ends within",
-            at - self.first, size_length))
+            at - self.view.origin, size_length))
         return nil
     end
     local size = little_endian(raw, at + 2, size_length)
@@ -903,7 +905,7 @@ function Document:read_value(at)
     local data = raw:sub(data_at + 1, data_at + math.min(size, left))
     self:show_value(begin, data_at, data, head >= 0xF0, size_length == 0, self:spot(tag))
     if size > left then
-        self:broken(last, string.format("the value at byte %d says that it has %s, and %s there", at - self.first,
+        self:broken(last, string.format("the value at byte %d says that it has %s, and %s there", at - self.view.origin,
             plural(size, "byte"), left == 1 and "1 is" or left .. " are"))
         return nil
     end
@@ -958,7 +960,7 @@ local function show_gate_part(view, name, protocol, first, last, item)
     elseif protocol == 1 or protocol > 3 and protocol < 8 then
         item:add(g.text, range, name_text(data), name .. ": " .. quoted(data))
     else
-        local text = plain_value(data, false)
+        local text = bytes_text(data)
         item:add(g.bytes, range, text, name .. ": " .. text)
     end
 end
@@ -1050,7 +1052,7 @@ function Packet:body(class, first, last, label)
     if size > 0 and (class or view.raw:sub(first + 1, first + 3) == "\255\1\40") then
         return (show_document(view, first, last, self.item:add(f.body, range):set_text(text), { class = class }))
     end
-    if size > 0 then text = text .. ": " .. plain_value(view.raw:sub(first + 1, last), false) end
+    if size > 0 then text = text .. ": " .. bytes_text(view.raw:sub(first + 1, last)) end
     self.item:add(f.body, range):set_text(text)
     return true
 end
@@ -1111,7 +1113,12 @@ function Packet:old()
     self.item:add(f.bytes, range, hex_text(self.view.raw:sub(self.at - 3, self.at)),
         "head: " .. hex_text(self.view.raw:sub(self.at - 3, self.at)))
     if head >= 256 then return self:broken(self.at - 4, "the head of an old packet begins with three zeros") end
-    local good, old = show_document(self.view, self.at, self.last, self.item, { holds = "old" })
+    local root = { holds = "old" }
+    local good, old = show_document(self.view, self.at, self.last, self.item, root)
+    if good and root.index < #names.old then
+        return self:broken(self.last, "an old packet has nine values, and " .. root.index ..
+            (root.index == 1 and " is" or " are") .. " there")
+    end
     local class
     if old.code and old.code.data ~= "" then
         class = self:code(old.code.data:byte(1), self.view.tvb:range(old.code.at, 1))
@@ -1160,6 +1167,7 @@ local function add_root(view, range, label)
 end
 
 local function show_frame(view, first, length, last)
+    view.origin = first
     local range = view.tvb:range(first, last - first)
     if length == 0 then
         local item = add_root(view, range, "heartbeat")
@@ -1236,7 +1244,7 @@ end
 local function new_view(tvb, tree)
     return {
         tvb = tvb, tree = tree, raw = tvb:captured_len() > 0 and tvb:raw(0, tvb:captured_len()) or "",
-        left = tav.prefs.most_values, shown = 0, column = {},
+        origin = 0, left = tav.prefs.most_values, shown = 0, column = {},
     }
 end
 
