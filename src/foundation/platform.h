@@ -81,8 +81,8 @@ public:
     /// The size as it was opened, 0 of what is not regular.
     long long size() const noexcept { return size_; }
 
-    /// Writes the whole text, in one piece if the system takes it so.  What can't be written is lost: then why,
-    /// and `written` is the number of bytes ahead of it.
+    /// Writes the whole text, in one piece if the system takes it so.  What can't be written is lost: then
+    /// why, and `written` is the number of bytes ahead of it.
     std::error_code write(std::string_view text, std::size_t & written) const noexcept;
 
 private:
