@@ -63,6 +63,9 @@ Run addConvert(CLI::App & app);
 Run addDiff(CLI::App & app);
 Run addGen(CLI::App & app);
 Run addTls(CLI::App & app);
+Run addSend(CLI::App & app);
+Run addRequest(CLI::App & app);
+Run addListen(CLI::App & app);
 
 } // namespace tool
 } // namespace tav

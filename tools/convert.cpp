@@ -1,10 +1,10 @@
 #include "tools/command.h"
 #include "tools/convert_parts.h"
 #include "tools/failure.h"
+#include "tools/notes.h"
 #include "tools/progress.h"
 
 #include <memory>
-#include <set>
 #include <stdexcept>
 
 namespace tav {
@@ -38,7 +38,7 @@ public:
             throw Failure(exitUse, "--template is needed: it has the classes of the messages");
         }
         Template const model = loadTemplate(options_.model);
-        InputFile::whenWaiting([this] { output_.flush(); });
+        InputFile::whenWaiting([this](int) { output_.flush(); });
         source_ = makeSource(options_, model);
         sink_ = makeSink(options_, model, output_);
         Progress progress;
@@ -56,9 +56,9 @@ private:
                 return false;
             }
             put(message);
-            tellNotes(message);
+            told_.tell(*source_, message, output_);
         } catch (Failure const & e) {
-            tellNotes(message);
+            told_.tell(*source_, message, output_);
             if (!options_.keepGoing || e.code() != exitFound || source_->lost()) {
                 throw;
             }
@@ -79,21 +79,11 @@ private:
         }
     }
 
-    /// What is said of many messages is told once.
-    void tellNotes(Message const & message) {
-        for (Note const & note : message.notes) {
-            constexpr std::size_t most = 100;
-            if (told_.size() < most && told_.insert(note.text).second) {
-                output_.tell("tav: " + source_->toldAt(note.offset, "warning", note.text));
-            }
-        }
-    }
-
     ConvertOptions const & options_;
     Output & output_;
     std::unique_ptr<Source> source_;
     std::unique_ptr<Sink> sink_;
-    std::set<std::string> told_;
+    ToldNotes told_;
     bool failed_ = false;
 };
 

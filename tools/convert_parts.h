@@ -21,6 +21,8 @@ enum class BytesAs { automatic, raw, hex, base64 };
 
 struct ConvertOptions {
     std::string file = "-";
+    /// A message of the command line in place of a file, if it is not empty; of JSON alone.
+    std::string text;
     Form form = Form::automatic;
     Encoding from = Encoding::json;
     Encoding to = Encoding::json;

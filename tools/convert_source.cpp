@@ -71,7 +71,7 @@ public:
           writing_(writingFactory(*model.factory)),
           cls_(chosenClass(model, options.className, options.code)),
           envelope_(options.envelope),
-          file_(options.file),
+          file_(options.text.empty() ? InputFile(options.file) : InputFile("JSON", options.text)),
           stream_(file_, largestMessage) {}
 
     bool next(Message & message) override {

@@ -19,8 +19,8 @@ namespace {
 constexpr std::size_t pieceSize = 64 * 1024;
 constexpr std::size_t guessedFrom = 4 * 1024;
 
-std::function<void()> & waiting() {
-    static std::function<void()> call;
+std::function<void(int)> & waiting() {
+    static std::function<void(int)> call;
     return call;
 }
 
@@ -82,20 +82,28 @@ InputFile::InputFile(std::string const & path) : name_(path) {
     }
 }
 
+InputFile::InputFile(std::string name, std::string text)
+    : name_(std::move(name)), text_(std::move(text)), size_(text_.size()) {}
+
 InputFile::~InputFile() {
     if (fd_ > STDIN_FILENO) {
         ::close(fd_);
     }
 }
 
-void InputFile::whenWaiting(std::function<void()> call) {
+void InputFile::whenWaiting(std::function<void(int)> call) {
     waiting() = std::move(call);
 }
 
 std::size_t InputFile::read(char * to, std::size_t n) {
+    if (fd_ < 0) {
+        std::size_t const size = text_.copy(to, n, at_);
+        at_ += size;
+        return size;
+    }
     pollfd ready{fd_, POLLIN, 0};
     if (waiting() && ::poll(&ready, 1, 0) == 0) {
-        waiting()();
+        waiting()(fd_);
     }
     for (;;) {
         ssize_t const got = ::read(fd_, to, n);

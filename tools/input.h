@@ -24,6 +24,8 @@ class InputFile {
 public:
     /// "-" is the standard input.  Fails if the file can't be opened, or is a folder.
     explicit InputFile(std::string const & path);
+    /// A text that was given on the command line, where it was called `name`.
+    InputFile(std::string name, std::string text);
     ~InputFile();
     InputFile(InputFile const &) = delete;
     InputFile & operator=(InputFile const &) = delete;
@@ -35,11 +37,14 @@ public:
     /// Up to `n` bytes; none at the end alone.
     std::size_t read(char * to, std::size_t n);
 
-    /// Is called whenever a reader is about to wait for more, so that what was written so far can go out.
-    static void whenWaiting(std::function<void()> call);
+    /// Is called with the descriptor whenever a reader is about to wait for more, so that what was written so
+    /// far can go out, or something else can be done until there is more.
+    static void whenWaiting(std::function<void(int)> call);
 
 private:
     std::string name_;
+    std::string text_;
+    std::size_t at_ = 0;
     int fd_ = -1;
     unsigned long long size_ = 0;
 };

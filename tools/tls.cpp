@@ -1,9 +1,7 @@
 #include "tools/command.h"
+#include "tools/connection.h"
 #include "tools/failure.h"
-#include "tools/integers.h"
 #include "tools/tls_probe.h"
-
-#include <netdb.h>
 
 #include <cstdio>
 #include <memory>
@@ -18,27 +16,6 @@ struct Options {
     ProbeOptions probe;
     bool json = false;
 };
-
-/// "HOST:PORT" or "[HOST]:PORT".
-void parsePlace(std::string const & place, ProbeOptions & options) {
-    std::size_t const colon = place.rfind(':');
-    bool const braced = !place.empty() && place.front() == '[';
-    std::size_t const close = place.find(']');
-    bool const good = colon != std::string::npos && colon != 0 && colon + 1 < place.size() &&
-                      (braced ? close + 1 == colon : place.find(':') == colon);
-    if (!good) {
-        throw Failure(exitUse, "\"" + place + "\" is not HOST:PORT, nor [ADDRESS]:PORT");
-    }
-    options.host = braced ? place.substr(1, close - 1) : place.substr(0, colon);
-    options.port = place.substr(colon + 1);
-    Integer port;
-    bool const number = readInteger(options.port, port);
-    bool const named = !number && ::getservbyname(options.port.c_str(), "tcp") != nullptr;
-    if (!named && (!number || port.negative || port.magnitude == 0 || port.magnitude > 65535)) {
-        throw Failure(exitUse,
-                      "\"" + place + "\": a port is a number from 1 to 65535, or the name of a service");
-    }
-}
 
 std::string milliseconds(double ms) {
     char text[32];
@@ -150,7 +127,7 @@ std::string asJson(ProbeResult const & result) {
 }
 
 int tls(Options & options, Output & output) {
-    parsePlace(options.place, options.probe);
+    parsePlace(options.place, options.probe.host, options.probe.port);
     ProbeResult const result = probe(options.probe);
     if (options.json) {
         output.line(asJson(result));

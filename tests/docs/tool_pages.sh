@@ -14,8 +14,8 @@ export PATH=$work/bin:$PATH TZ=UTC
 cd "$work"
 commands=0
 for page in *.md; do
-    # What these show needs a server or tshark: tests/tools/tool_tls_test.cpp and tests/wireshark hold them.
-    [ "$page" != tls.md ] && [ "$page" != wireshark.md ] || continue
+    # What these show needs a server or tshark: the tests of tests/tools and tests/wireshark hold them.
+    case $page in tls.md | wireshark.md | send.md | request.md | listen.md | load.md) continue ;; esac
     # The commands with what is shown, as two files each.
     awk -v to="$work/$page" '
         /^```text$/ { inside = 1; next }

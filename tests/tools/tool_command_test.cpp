@@ -16,7 +16,8 @@ TEST(ToolCommand, HelpOfEachSubcommandGoesToTheOutputAndHasExamples) {
     ToolRun const all = rig.run("--help");
     EXPECT_EQ(all.code, 0);
     EXPECT_EQ(all.err, "");
-    for (std::string const command : {"check", "dump", "convert", "diff", "gen", "tls"}) {
+    for (std::string const command :
+         {"check", "dump", "convert", "diff", "gen", "tls", "send", "request", "listen"}) {
         EXPECT_NE(all.out.find("\n  " + command + " "), std::string::npos) << command;
         ToolRun const one = rig.run(command + " --help");
         EXPECT_EQ(one.code, 0) << command;
@@ -40,8 +41,8 @@ TEST(ToolCommand, BadUseExitsWithTwoAndSaysWhy) {
     };
     for (Case const & one :
          {Case{"", "subcommand is required"},
-          Case{"nonsense",
-               "there is no command nonsense; did you mean one of check, dump, convert, diff, gen, tls?"},
+          Case{"nonsense", "there is no command nonsense; did you mean one of check, dump, convert, diff, "
+                           "gen, tls, send, request, listen"},
           Case{"check", "TEMPLATE is required"}, Case{"dump --bad", "--bad"},
           Case{"convert --from x --to json", "--from: \"x\" is none of frames|json|nbr|pml|xml"},
           Case{"dump --class im.Hello --hex 00", "need a template"},

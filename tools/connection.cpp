@@ -1,0 +1,278 @@
+#include "tools/connection.h"
+
+#include "tools/command.h"
+#include "tools/failure.h"
+#include "tools/input.h"
+#include "tools/integers.h"
+
+#include <tav/kit/failure.h>
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <limits>
+#include <memory>
+#include <mutex>
+
+namespace tav {
+namespace tool {
+
+namespace {
+
+constexpr std::size_t largestFile = 16 * 1024 * 1024;
+
+std::map<std::string, tls::tls_version> const & versionNames() {
+    static std::map<std::string, tls::tls_version> const names = {{"1.2", tls::tls_1_2},
+                                                                  {"1.3", tls::tls_1_3}};
+    return names;
+}
+
+std::map<std::string, tls::system_trust> const & trustNames() {
+    static std::map<std::string, tls::system_trust> const names = {{"off", tls::system_trust_off},
+                                                                   {"alone", tls::system_trust_alone},
+                                                                   {"added", tls::system_trust_added}};
+    return names;
+}
+
+/// The lines of the key log, appended to a file that nobody else may read.
+class KeyLog {
+public:
+    explicit KeyLog(std::string const & path)
+        : fd_(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)) {
+        if (fd_ < 0) {
+            throw systemFailure(path, "can't open", errno);
+        }
+    }
+    ~KeyLog() { ::close(fd_); }
+    KeyLog(KeyLog const &) = delete;
+    KeyLog & operator=(KeyLog const &) = delete;
+
+    void put(char const * line) {
+        std::string const text = std::string(line) + "\n";
+        // What can't be written is missing: the connection goes on without it.
+        std::lock_guard<std::mutex> const guard(mutex_);
+        while (::write(fd_, text.data(), text.size()) < 0 && errno == EINTR) {
+        }
+    }
+
+private:
+    std::mutex mutex_;
+    int const fd_;
+};
+
+std::string lineOf(std::string const & path) {
+    std::string name;
+    std::string const text = readWhole(path, name, largestFile);
+    return text.substr(0, text.find_first_of("\r\n"));
+}
+
+void addTrust(CLI::App & app, ConnectionOptions & options) {
+    tls::tls_policy & policy = options.policy;
+    app.add_option("--ca", options.ca, "a file of authorities, or a folder of them ending in /")
+        ->type_name("FILE");
+    app.add_option("--also-trust", options.alsoTrusted, "authorities beside those of --ca")
+        ->type_name("FILE");
+    addChoice(app, "--trust", policy.trust_system, trustNames(),
+              "the system's authorities; alone, which is the default: if no others are given");
+    app.add_option("--name", policy.expected_name, "what the certificate has to be for, in place of HOST")
+        ->type_name("NAME");
+    app.add_flag("--no-name-check", options.noNameCheck, "take a certificate for any name");
+    app.add_flag("--insecure", options.insecure, "check nothing, and believe any server");
+    app.add_option("--crl", policy.crl_file, "certificates that were taken back")->type_name("FILE");
+    app.add_flag("--crl-chain", policy.crl_check_chain,
+                 "a list for every certificate of the chain, not for the server's alone");
+}
+
+void addIdentity(CLI::App & app, ConnectionOptions & options) {
+    tls::tls_policy & policy = options.policy;
+    app.add_option("--cert", policy.certificate_file, "a certificate of the client's own, with its chain")
+        ->type_name("FILE");
+    app.add_option("--key", policy.key_file, "its key, unless that stands in the same file")
+        ->type_name("FILE");
+    app.add_option("--key-password-file", options.passwordFile, "its first line is the key's pass phrase")
+        ->type_name("FILE");
+}
+
+void addSpoken(CLI::App & app, ConnectionOptions & options) {
+    tls::tls_policy & policy = options.policy;
+    addChoice(app, "--tls-min", policy.min_version, versionNames(), "the lowest version of TLS");
+    addChoice(app, "--tls-max", policy.max_version, versionNames(), "the highest version of TLS");
+    app.add_option("--ciphers", policy.ciphers, "for TLS 1.2, in OpenSSL's form")->type_name("LIST");
+    app.add_option("--cipher-suites", policy.cipher_suites, "for TLS 1.3, in OpenSSL's form")
+        ->type_name("LIST");
+    app.add_option("--security-level", policy.security_level, "of keys, signatures and ciphers, from 0 to 5")
+        ->check(CLI::Range(0, 5))
+        ->type_name("N");
+    app.add_option("--server-name", options.serverName, "the name that the server is told, in place of HOST")
+        ->type_name("NAME");
+    app.add_flag("--no-server-name", options.noHostName, "tell the server no name");
+    app.add_option("--alpn", policy.alpn, "a protocol to offer, the most wanted first; may come again")
+        ->type_name("NAME");
+}
+
+void addWatch(CLI::App & app, ConnectionOptions & options) {
+    tls::tls_policy & policy = options.policy;
+    constexpr int longest = 32767;
+    constexpr int mostProbes = 127;
+    app.add_option("--keep-alive", policy.tcp_keep_alive_s, "seconds of silence until TCP probes")
+        ->check(CLI::Range(0, longest))
+        ->type_name("S");
+    app.add_option("--keep-alive-interval", policy.tcp_keep_alive_interval_s, "seconds between two probes")
+        ->check(CLI::Range(0, longest))
+        ->type_name("S");
+    app.add_option("--keep-alive-probes", policy.tcp_keep_alive_probes, "probes until the connection ends")
+        ->check(CLI::Range(0, mostProbes))
+        ->type_name("N");
+    app.add_option("--user-timeout", policy.tcp_user_timeout_ms,
+                   "milliseconds until bytes that nobody acknowledges end the connection")
+        ->check(CLI::Range(0, std::numeric_limits<int>::max()))
+        ->type_name("MS");
+    app.add_option("--keylog", options.keyLog,
+                   "append the keys of the connection, for who is to decrypt a capture of it")
+        ->type_name("FILE");
+}
+
+char const * nameOf(tls::failure why) {
+    static char const * const names[] = {"none",
+                                         "other",
+                                         "not_connected",
+                                         "closed",
+                                         "queue_full",
+                                         "too_many_sends",
+                                         "body_too_long",
+                                         "bad_json",
+                                         "template_lacks_class",
+                                         "value_does_not_fit",
+                                         "field_missing",
+                                         "encoding_failed",
+                                         "out_of_memory",
+                                         "timed_out",
+                                         "cancelled",
+                                         "busy",
+                                         "connection_lost",
+                                         "closed_by_peer",
+                                         "peer_silent",
+                                         "bad_address",
+                                         "host_not_found",
+                                         "refused",
+                                         "unreachable",
+                                         "proxy_refused",
+                                         "handshake_failed",
+                                         "certificate_refused",
+                                         "name_mismatch",
+                                         "bad_policy",
+                                         "bad_template",
+                                         "bad_frame",
+                                         "no_resources",
+                                         "would_wait_for_itself"};
+    auto const i = static_cast<std::size_t>(why);
+    return i < sizeof(names) / sizeof(names[0]) ? names[i] : "other";
+}
+
+char const * nameOf(kit::failure why) {
+    switch (why) {
+    case kit::failure::timed_out: return "timed_out";
+    case kit::failure::cancelled: return "cancelled";
+    case kit::failure::disconnected: return "disconnected";
+    case kit::failure::not_connected: return "not_connected";
+    case kit::failure::not_sent: return "not_sent";
+    case kit::failure::bad_reply: return "bad_reply";
+    case kit::failure::over_limit: return "over_limit";
+    case kit::failure::too_long: return "too_long";
+    case kit::failure::dropped: return "dropped";
+    case kit::failure::outbox_full: return "outbox_full";
+    case kit::failure::stopped: return "stopped";
+    case kit::failure::login_refused: return "login_refused";
+    case kit::failure::unspecified: break;
+    }
+    return "unspecified";
+}
+
+} // namespace
+
+void parsePlace(std::string const & place, std::string & host, std::string & port) {
+    std::size_t const colon = place.rfind(':');
+    bool const braced = !place.empty() && place.front() == '[';
+    std::size_t const close = place.find(']');
+    bool const good = colon != std::string::npos && colon != 0 && colon + 1 < place.size() &&
+                      (braced ? close + 1 == colon : place.find(':') == colon);
+    if (!good) {
+        throw Failure(exitUse, "\"" + place + "\" is not HOST:PORT, nor [ADDRESS]:PORT");
+    }
+    host = braced ? place.substr(1, close - 1) : place.substr(0, colon);
+    port = place.substr(colon + 1);
+    Integer number;
+    bool const numeric = readInteger(port, number);
+    bool const named = !numeric && ::getservbyname(port.c_str(), "tcp") != nullptr;
+    if (!named && (!numeric || number.negative || number.magnitude == 0 || number.magnitude > 65535)) {
+        throw Failure(exitUse,
+                      "\"" + place + "\": a port is a number from 1 to 65535, or the name of a service");
+    }
+}
+
+void addConnectionOptions(CLI::App & app, ConnectionOptions & options) {
+    app.add_option("HOST:PORT", options.place, "the gateway; an address of IPv6 stands between brackets")
+        ->required();
+    addTrust(app, options);
+    addIdentity(app, options);
+    addSpoken(app, options);
+    addWatch(app, options);
+    app.add_option("--timeout", options.timeoutMs, "milliseconds for connecting, and for each reply")
+        ->check(CLI::Range(1, std::numeric_limits<int>::max() / 2))
+        ->type_name("MS")
+        ->capture_default_str();
+}
+
+tls::connect_option connectOption(ConnectionOptions const & options) {
+    tls::connect_option made;
+    parsePlace(options.place, made.host, made.port);
+    made.ca = options.ca;
+    made.server_name = options.serverName;
+    tls::tls_policy policy = options.policy;
+    std::string name;
+    if (!options.alsoTrusted.empty()) {
+        policy.trusted_pem = readWhole(options.alsoTrusted, name, largestFile);
+    }
+    for (std::string const & file : {options.ca, policy.certificate_file, policy.key_file, policy.crl_file}) {
+        if (!file.empty() && ::access(file.c_str(), R_OK) != 0) {
+            throw systemFailure(file, "can't open", errno);
+        }
+    }
+    if (options.noNameCheck) {
+        policy.check_name = false;
+    }
+    if (options.noHostName) {
+        policy.send_host_name = false;
+    }
+    if (options.insecure) {
+        made.ca.clear();
+        policy.check_name = false;
+        policy.expected_name.clear();
+        policy.trusted_pem.clear();
+        policy.trust_system = tls::system_trust_off;
+    }
+    if (!options.passwordFile.empty()) {
+        policy.key_password = [word = lineOf(options.passwordFile)] { return word; };
+    }
+    if (!options.keyLog.empty()) {
+        auto const log = std::make_shared<KeyLog>(options.keyLog);
+        policy.key_log = [log](char const * line) { log->put(line); };
+    }
+    made.set_tls_policy(policy);
+    return made;
+}
+
+std::string nameOf(std::error_code why) {
+    return why.category() == tls::failure_category() ? nameOf(static_cast<tls::failure>(why.value()))
+           : why.category() == kit::failures()       ? nameOf(static_cast<kit::failure>(why.value()))
+                                                     : "other";
+}
+
+std::string toldFailure(std::error_code why, std::string const & text) {
+    return nameOf(why) + ": " + why.message() + (text.empty() ? "" : " (" + text + ")");
+}
+
+} // namespace tool
+} // namespace tav
