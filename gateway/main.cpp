@@ -1,11 +1,14 @@
 #include "gateway/gateway_core.h"
 
+#include "tav/vinta/vinta_im_pkt.h"
+
 #include <CLI/CLI.hpp>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <sstream>
 
@@ -44,6 +47,7 @@ struct Settings {
     std::string key;
     std::string portFile;
     std::string route;
+    std::string record;
     bool quiet = false;
     bool untilEof = false;
 };
@@ -71,6 +75,30 @@ void parseRoute(std::string const & text, Options & options) {
     }
 }
 
+/// Appends each packet to the file as a frame, numbered from 1, for who looks at it later.
+std::function<void(unsigned short, std::string const &)> recorder(std::string const & path) {
+    auto const out = std::make_shared<std::ofstream>(path, std::ios::binary | std::ios::app);
+    if (!*out) {
+        throw std::runtime_error("can't write " + path);
+    }
+    unsigned long long number = 0;
+    return [out, number](unsigned short code, std::string const & body) mutable {
+        constexpr unsigned short old = 0xff;
+        constexpr unsigned short version = 4;
+        tavSharedPtr<tav::im::Packet> const packet = tav::im::Packet::create(code > old, version);
+        packet->setCode(code);
+        packet->setSequence(++number & 0xffffu);
+        packet->setBody(tav_istr(body));
+        tavBytes bytes;
+        packet->encode(bytes);
+        tavBytes frame;
+        frame.writeBigEndian(bytes.size());
+        frame.writeBytes(bytes);
+        out->write(reinterpret_cast<char const *>(frame.data()), static_cast<std::streamsize>(frame.size()));
+        out->flush();
+    };
+}
+
 void run(Settings & settings) {
     Certificates certificates;
     if (settings.chain.empty()) {
@@ -88,6 +116,9 @@ void run(Settings & settings) {
     }
     if (!settings.route.empty()) {
         parseRoute(settings.route, settings.options);
+    }
+    if (!settings.record.empty()) {
+        settings.options.on_packet = recorder(settings.record);
     }
     if (!settings.quiet) {
         settings.options.log = [](std::string const & line) {
@@ -155,6 +186,8 @@ int main(int argc, char ** argv) {
         ->excludes(chain);
     app.add_flag("--echo", options.echo, "answer with the code that came");
     app.add_option("--route", settings.route, "code or codes CODE-CODE to pass on; default 0x3000-0x3fff");
+    app.add_option("--record", settings.record,
+                   "file to which each packet is appended as a frame, for tav convert");
     app.add_flag("--ask-affirm", options.ask_affirm, "ask for receipts of what is passed on");
     app.add_option("--affirm-timeout", options.affirm_timeout_ms, "ms after which a receipt is missing")
         ->capture_default_str()

@@ -1,13 +1,14 @@
 #!/usr/bin/env bash
 # Lets three users chat through a gateway that is away for a moment, shows the conversation, and checks that everybody
-# has heard what they should.
+# has heard what they should.  What went over the wire meanwhile is decoded by name at the end.
 # Usage: scripts/chat.sh BUILD      BUILD: a build folder with the gateway and the examples in it
 set -euo pipefail
 project=$(cd "$(dirname "$0")/.." && pwd)
 build=$(cd "$1" && pwd)
 . "$project/scripts/serve.sh"
 
-gateway=("$build/gateway/tav-gateway" --certificates "$work/certificates" --port-file "$work/gateway.port" --ask-affirm)
+gateway=("$build/gateway/tav-gateway" --certificates "$work/certificates" --port-file "$work/gateway.port" --ask-affirm
+    --record "$work/chat.frames")
 serve gateway "${gateway[@]}"
 port=$(cat "$work/gateway.port")
 to=(127.0.0.1 "$port" "$work/certificates/ca.pem")
@@ -86,5 +87,15 @@ sees bob "ann has left"
 ! grep -q "only you" "$work/ann.screen"
 for screen in ann bob eve; do
     [ "$(grep -c "are you still there" "$work/$screen.screen")" = 1 ]
+done
+
+# The same by the tool: each message by its name, and nothing that it can't read.
+"$build/tools/tav" convert --template "$project/examples/chat/chat.pml" --from frames --to json "$work/chat.frames" >"$work/chat.json"
+sed 's/^/traffic | /' "$work/chat.json"
+for said in '"name":"ann".*"text":"good morning, bob"' '"name":"bob".*"text":"I am back"' '"name":"eve".*"text":"only you can hear this"'; do
+    grep -q "\"__class__\":\"chat.Say\", \"line\":.*$said" "$work/chat.json"
+done
+for class in Enter Leave Past Who Here; do
+    grep -q "^{ \"__class__\":\"chat.$class\"" "$work/chat.json"
 done
 echo "chat: ok"

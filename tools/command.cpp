@@ -6,8 +6,11 @@
 namespace tav {
 namespace tool {
 
-std::vector<Command> const & commands() {
-    static std::vector<Command> const all = {
+namespace {
+
+/// What needs no gateway, and the look at one.
+std::vector<Command> plainCommands() {
+    return {
         {"check", "Find what is wrong in a template",
          "Reads templates and tells what can't be loaded or would not do what it says: units that are no "
          "PML,\n"
@@ -71,44 +74,8 @@ std::vector<Command> const & commands() {
          "# when does it expire\n"
          "tav tls --json chat.example.com:7443 | jq '.chain[0].days_left'\n",
          addTls},
-        {"send", "Send messages to a gateway",
-         "Connects, sends JSON as messages of a template, and ends when all has gone out.  The JSON is given "
-         "on\n"
-         "the command line, in a file, or line by line on the standard input; what comes meanwhile is "
-         "printed\n"
-         "as JSON lines.  Failures are told by their names, and make the exit code 3; wrong JSON makes it "
-         "1.\n"
-         "A connection that ends is made again.  Ctrl-C closes it; the exit code is then 130 if something "
-         "was\n"
-         "left to be sent.",
-         "# one message\n"
-         "tav send chat.example.com:7443 -t chat.pml -c chat.Say '{\"text\":\"hello\"}'\n"
-         "# those of a file, each confirmed by a receipt\n"
-         "tav send chat.example.com:7443 -t chat.pml --ca ca.pem --confirm --file messages.json\n",
-         addSend},
-        {"request", "Send messages to a gateway and print the replies",
-         "As send, but each message waits for its reply, which is printed as a line of JSON.  A reply that "
-         "does\n"
-         "not come in time is a failure, and makes the exit code 3.",
-         "# a request and its reply\n"
-         "tav request chat.example.com:7443 -t chat.pml -c chat.Say --reply chat.Said "
-         "'{\"text\":\"hello\"}'\n"
-         "# many, a hundred of them under way\n"
-         "tav request chat.example.com:7443 -t chat.pml --at-once 100 --file messages.json | jq .text\n",
-         addRequest},
-        {"listen", "Print what a gateway sends",
-         "Connects and prints each message that comes as a line of JSON, until Ctrl-C, which closes the\n"
-         "connection and is no failure.  A connection that ends is made again.",
-         "# all that comes\n"
-         "tav listen chat.example.com:7443 -t chat.pml --ca ca.pem\n"
-         "# the keys of the connection, for who captures it\n"
-         "tav listen chat.example.com:7443 -t chat.pml --keylog keys.log --count 1\n",
-         addListen},
     };
-    return all;
 }
-
-namespace {
 
 /// In the list of all subcommands each has one line.
 class OneLineEach : public CLI::Formatter {
@@ -122,6 +89,17 @@ public:
 };
 
 } // namespace
+
+std::vector<Command> const & commands() {
+    static std::vector<Command> const all = [] {
+        std::vector<Command> made = plainCommands();
+        for (Command const & each : liveCommands()) {
+            made.push_back(each);
+        }
+        return made;
+    }();
+    return all;
+}
 
 void addModelOptions(CLI::App & app, std::string & file, std::string & className, std::string & code) {
     app.add_option("-t,--template", file, "the template that gives names and types")->type_name("FILE");

@@ -32,6 +32,9 @@ struct Command {
 /// In the order of the help.
 std::vector<Command> const & commands();
 
+/// Those that talk to a gateway, and stand behind the others.
+std::vector<Command> liveCommands();
+
 /// Builds the whole command line; the subcommand that was given leaves what to run in `run`.
 void addCommands(CLI::App & app, Output & output, Run & run);
 
@@ -66,6 +69,7 @@ Run addTls(CLI::App & app);
 Run addSend(CLI::App & app);
 Run addRequest(CLI::App & app);
 Run addListen(CLI::App & app);
+Run addLoad(CLI::App & app);
 
 } // namespace tool
 } // namespace tav

@@ -54,5 +54,26 @@ void Progress::show(unsigned long long done, unsigned long long size) {
     std::fflush(stderr);
 }
 
+StatusLine::StatusLine() : terminal_(::isatty(STDERR_FILENO) == 1), next_(steady_clock::now()) {}
+
+StatusLine::~StatusLine() {
+    if (shown_) {
+        std::fputs("\r\x1b[K", stderr);
+    }
+}
+
+bool StatusLine::due() const {
+    return terminal_ && steady_clock::now() >= next_;
+}
+
+void StatusLine::show(std::string const & text) {
+    if (due()) {
+        next_ = steady_clock::now() + std::chrono::milliseconds(200);
+        shown_ = true;
+        std::fprintf(stderr, "\r\x1b[K%s", text.c_str());
+        std::fflush(stderr);
+    }
+}
+
 } // namespace tool
 } // namespace tav

@@ -2,6 +2,7 @@
 #define TAV_TOOLS_PROGRESS_H
 
 #include <chrono>
+#include <string>
 
 namespace tav {
 namespace tool {
@@ -22,6 +23,24 @@ private:
     bool terminal_;
     bool shown_ = false;
     unsigned calls_ = 0;
+    std::chrono::steady_clock::time_point next_;
+};
+
+/// The same for work that is counted otherwise, and writes at its end alone.
+class StatusLine {
+public:
+    StatusLine();
+    ~StatusLine();
+    StatusLine(StatusLine const &) = delete;
+    StatusLine & operator=(StatusLine const &) = delete;
+
+    /// Whether it is time for another text.
+    bool due() const;
+    void show(std::string const & text);
+
+private:
+    bool terminal_;
+    bool shown_ = false;
     std::chrono::steady_clock::time_point next_;
 };
 

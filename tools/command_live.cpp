@@ -1,0 +1,56 @@
+#include "tools/command.h"
+
+namespace tav {
+namespace tool {
+
+std::vector<Command> liveCommands() {
+    return {
+        {"send", "Send messages to a gateway",
+         "Connects, sends JSON as messages of a template, and ends when all has gone out.  The JSON is given "
+         "on\n"
+         "the command line, in a file, or line by line on the standard input; what comes meanwhile is "
+         "printed\n"
+         "as JSON lines.  Failures are told by their names, and make the exit code 3; wrong JSON makes it "
+         "1.\n"
+         "A connection that ends is made again.  Ctrl-C closes it; the exit code is then 130 if something "
+         "was\n"
+         "left to be sent.",
+         "# one message\n"
+         "tav send chat.example.com:7443 -t chat.pml -c chat.Say '{\"text\":\"hello\"}'\n"
+         "# those of a file, each confirmed by a receipt\n"
+         "tav send chat.example.com:7443 -t chat.pml --ca ca.pem --confirm --file messages.json\n",
+         addSend},
+        {"request", "Send messages to a gateway and print the replies",
+         "As send, but each message waits for its reply, which is printed as a line of JSON.  A reply that "
+         "does\n"
+         "not come in time is a failure, and makes the exit code 3.",
+         "# a request and its reply\n"
+         "tav request chat.example.com:7443 -t chat.pml -c chat.Say --reply chat.Said "
+         "'{\"text\":\"hello\"}'\n"
+         "# many, a hundred of them under way\n"
+         "tav request chat.example.com:7443 -t chat.pml --at-once 100 --file messages.json | jq .text\n",
+         addRequest},
+        {"listen", "Print what a gateway sends",
+         "Connects and prints each message that comes as a line of JSON, until Ctrl-C, which closes the\n"
+         "connection and is no failure.  A connection that ends is made again.",
+         "# all that comes\n"
+         "tav listen chat.example.com:7443 -t chat.pml --ca ca.pem\n"
+         "# the keys of the connection, for who captures it\n"
+         "tav listen chat.example.com:7443 -t chat.pml --keylog keys.log --count 1\n",
+         addListen},
+        {"load", "Load a gateway with many clients, and tell how long messages take",
+         "Connects clients and sends messages at a fixed rate, whatever the gateway does (an open loop).\n"
+         "Latencies are told by percentile and count from when a message was due, so that a gateway that\n"
+         "stands still shows in all that were due meanwhile.  Sends that failed are told by name.  The exit\n"
+         "code is 1 if a message or a connection failed, and 3 if nobody could connect.  Ctrl-C ends it.",
+         "# a thousand requests a second from two hundred clients\n"
+         "tav load chat.example.com:7443 --ca ca.pem --size 100-2000 --clients 200 --rate 1000 --ramp 5\n"
+         "# for a program, and as a picture\n"
+         "tav load chat.example.com:7443 -t chat.pml --file say.json --json --plot load.svg | jq "
+         ".latency_ms\n",
+         addLoad},
+    };
+}
+
+} // namespace tool
+} // namespace tav
