@@ -91,7 +91,7 @@ done
 
 # The same by the tool: each message by its name, and nothing that it can't read.
 "$build/tools/tav" convert --template "$project/examples/chat/chat.pml" --from frames --to json "$work/chat.frames" >"$work/chat.json"
-sed 's/^/traffic | /' "$work/chat.json"
+LC_ALL=C sed 's/^/traffic | /; s/\xe2\x80\xae/\\u202e/g' "$work/chat.json"
 for said in '"name":"ann".*"text":"good morning, bob"' '"name":"bob".*"text":"I am back"' '"name":"eve".*"text":"only you can hear this"'; do
     grep -q "\"__class__\":\"chat.Say\", \"line\":.*$said" "$work/chat.json"
 done

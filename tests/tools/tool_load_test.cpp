@@ -76,8 +76,8 @@ TEST(ToolLoad, MessagesAreDueByTheRateAndItsRamp) {
     EXPECT_DOUBLE_EQ(tav::tool::dueTime(plan, 0), 0);
     EXPECT_DOUBLE_EQ(tav::tool::dueTime(plan, 250), 2.5);
     plan.ramp = 4;
-    // Half as many as at the full rate.
-    EXPECT_DOUBLE_EQ(tav::tool::dueTime(plan, 50), 2 * 0.5);
+    // In half of the ramp a quarter of what is due in all of it.
+    EXPECT_DOUBLE_EQ(tav::tool::dueTime(plan, 50), 2);
     EXPECT_DOUBLE_EQ(tav::tool::dueTime(plan, 200), 4);
     EXPECT_DOUBLE_EQ(tav::tool::dueTime(plan, 300), 5);
 }
