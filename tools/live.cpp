@@ -215,18 +215,24 @@ void Live::put(Message const & message, unsigned short reply) {
     kit::keeper_route(*keeper_, awaits, false).begin(one, packed, reply, terms);
 }
 
-void Live::drain() {
+bool Live::drain() {
+    bool any = false;
     for (LiveEvent event; pushes_ < mostPushes_ && queue_->take(event);) {
         show(event);
+        any = true;
         if (interrupts_.signal() != 0) {
             break;
         }
     }
     output_.flush();
+    return any;
 }
 
 bool Live::serve(int fd, Clock::time_point until) {
-    drain();
+    // What was shown may be what the caller waits for.
+    if (drain() && interrupts_.signal() == 0) {
+        return false;
+    }
     // What reads the output has gone, though there is nothing to be written to it.
     pollfd what[] = {
         {interrupts_.fd(), POLLIN, 0}, {queue_->fd(), POLLIN, 0}, {STDOUT_FILENO, 0, 0}, {fd, POLLIN, 0}};

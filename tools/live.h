@@ -130,7 +130,8 @@ private:
     void showState(LiveEvent const & event);
     void showEnd(LiveEvent const & event);
     void showMessage(std::string const & kind, LiveEvent const & event);
-    void drain();
+    /// Prints what there is; true if there was something.
+    bool drain();
     kit::keeper_option how();
 
     LiveOptions const & options_;
