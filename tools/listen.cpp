@@ -21,10 +21,10 @@ int listen(Options const & options, Output & output) {
     Template const model = loadTemplate(options.model);
     Live live(options.live, model, output);
     try {
+        live.mostPushes(options.count == 0 ? std::numeric_limits<unsigned long long>::max() : options.count);
         live.connect();
         auto const end = options.forMs == 0 ? Live::Clock::time_point::max()
                                             : Live::Clock::now() + std::chrono::milliseconds(options.forMs);
-        live.mostPushes(options.count == 0 ? std::numeric_limits<unsigned long long>::max() : options.count);
         while (!live.isGone() && Live::Clock::now() < end &&
                (options.count == 0 || live.pushes() < options.count)) {
             live.serve(-1, end);

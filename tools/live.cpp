@@ -10,6 +10,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <stdexcept>
@@ -98,10 +99,14 @@ LiveQueue::~LiveQueue() {
     ::close(fd_);
 }
 
+bool LiveQueue::hasRoom() const {
+    return bytes_ < mostBytes && events_.size() < mostEvents;
+}
+
 void LiveQueue::put(LiveEvent event) {
     std::unique_lock<std::mutex> guard(mutex_);
     if (event.kind == LiveEvent::Kind::push) {
-        room_.wait(guard, [&] { return closed_ || (bytes_ < mostBytes && events_.size() < mostEvents); });
+        room_.wait(guard, [&] { return closed_ || hasRoom(); });
     }
     if (closed_) {
         return;
@@ -115,15 +120,24 @@ void LiveQueue::put(LiveEvent event) {
 
 bool LiveQueue::take(LiveEvent & event) {
     std::lock_guard<std::mutex> const guard(mutex_);
-    if (events_.empty()) {
+    auto next = events_.begin();
+    if (connecting_ && hasRoom()) {
+        next = std::find_if(next, events_.end(), [this](LiveEvent const & one) {
+            return one.kind == LiveEvent::Kind::state || events_.front().kind != LiveEvent::Kind::push;
+        });
+    }
+    if (next == events_.end()) {
         unsigned long long count = 0;
         ssize_t const got = ::read(fd_, &count, sizeof(count));
         static_cast<void>(got);
         return false;
     }
-    event = std::move(events_.front());
-    events_.pop_front();
+    event = std::move(*next);
+    events_.erase(next);
     bytes_ -= event.body.size();
+    if (event.kind == LiveEvent::Kind::state) {
+        connecting_ = event.status.state == kit::keeper_state::connecting;
+    }
     room_.notify_all();
     return true;
 }
@@ -217,7 +231,9 @@ void Live::put(Message const & message, unsigned short reply) {
 
 bool Live::drain() {
     bool any = false;
-    for (LiveEvent event; pushes_ < mostPushes_ && queue_->take(event);) {
+    // So many pushes that they are not held back may be here ahead of the word that the connection is up.
+    auto const over = [this] { return pushes_ >= mostPushes_ && state_ == kit::keeper_state::up; };
+    for (LiveEvent event; !over() && queue_->take(event);) {
         show(event);
         any = true;
         if (interrupts_.signal() != 0) {
@@ -273,8 +289,10 @@ void Live::show(LiveEvent const & event) {
     case LiveEvent::Kind::ended: showEnd(event); return;
     case LiveEvent::Kind::push: break;
     }
-    ++pushes_;
-    showMessage("push", event);
+    if (pushes_ < mostPushes_) {
+        ++pushes_;
+        showMessage("push", event);
+    }
 }
 
 void Live::showState(LiveEvent const & event) {

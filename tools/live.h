@@ -74,6 +74,8 @@ public:
     LiveQueue & operator=(LiveQueue const &) = delete;
 
     void put(LiveEvent event);
+    /// While a connection is being made its first pushes wait, if there is room, for the word that it is up:
+    /// the two come on different threads.
     bool take(LiveEvent & event);
     /// From here on nobody waits, and nothing is kept.
     void close();
@@ -85,12 +87,15 @@ public:
     std::string cause();
 
 private:
+    bool hasRoom() const;
+
     int fd_ = -1;
     std::mutex mutex_;
     std::condition_variable room_;
     std::deque<LiveEvent> events_;
     std::size_t bytes_ = 0;
     bool closed_ = false;
+    bool connecting_ = true;
     std::string cause_;
 };
 

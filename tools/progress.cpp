@@ -54,7 +54,7 @@ void Progress::show(unsigned long long done, unsigned long long size) {
     std::fflush(stderr);
 }
 
-StatusLine::StatusLine() : terminal_(::isatty(STDERR_FILENO) == 1), next_(steady_clock::now()) {}
+StatusLine::StatusLine() : terminal_(::isatty(STDERR_FILENO) == 1 && !isDumb()), next_(steady_clock::now()) {}
 
 StatusLine::~StatusLine() {
     if (shown_) {
