@@ -130,6 +130,20 @@ bool tls_socket::verify_certificate(bool preverified, asio::ssl::verify_context 
     if (!should_verify) {
         return true;
     }
+    // Nothing may be thrown through the TLS library, which would lose what it holds there.  Without memory
+    // the verdict stands, and only words about it are missing.
+    try {
+        tell_verdict(preverified, ctx);
+    } catch (...) {
+    }
+    if (!preverified) {
+        // What was met on the way to the verdict would be told of the handshake in its stead.
+        ::ERR_clear_error();
+    }
+    return preverified;
+}
+
+void tls_socket::tell_verdict(bool preverified, asio::ssl::verify_context & ctx) {
     tav::detail::Site const site = site_in(log_file, "tav::tls::impl::tls_socket::verify_certificate");
     log_parts(tavLogger::INFO, site, name_, " Verifying ", subject_of(ctx.native_handle()), ", preverified ",
               preverified ? "true" : "false");
@@ -139,10 +153,7 @@ bool tls_socket::verify_certificate(bool preverified, asio::ssl::verify_context 
             refusal_.details += ", expected " + setup_->expected_name();
         }
         log_parts(tavLogger::ERROR, site, name_, " certificate refused: ", refusal_.details);
-        // What was met on the way to the verdict would be told of the handshake in its stead.
-        ::ERR_clear_error();
     }
-    return preverified;
 }
 
 } // namespace TAV_IMPL_NAMESPACE

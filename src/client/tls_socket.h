@@ -80,6 +80,9 @@ public:
     SSL * native_handle() { return stream_.native_handle(); }
 
 private:
+    /// Logs the verdict, and keeps why it is a refusal.
+    void tell_verdict(bool preverified, asio::ssl::verify_context & ctx);
+
     std::shared_ptr<context> context_;
     std::shared_ptr<tls_setup> const setup_;
     stream_type stream_;
