@@ -2,6 +2,7 @@
 #include "tools/failure.h"
 #include "tools/input.h"
 #include "tools/template_check.h"
+#include "tools/terminal_text.h"
 
 #include <memory>
 
@@ -30,7 +31,8 @@ std::string counted(std::size_t n, char const * what) {
 void tellInText(Output & output, std::string const & name, std::string const & text,
                 Finding const & finding) {
     std::string const kind = finding.error ? output.in('r', "error") : output.in('y', "warning");
-    output.write(toldInText(name, text, finding.offset, kind, finding.text + " [" + finding.rule + "]"));
+    output.write(toldInText(forTerminal(name), text, finding.offset, kind,
+                            forTerminal(finding.text) + " [" + finding.rule + "]"));
 }
 
 std::string asJson(std::string const & name, std::string const & text, Finding const & finding) {

@@ -2,6 +2,7 @@
 #include "tools/failure.h"
 #include "tools/template_check.h"
 #include "tools/template_diff.h"
+#include "tools/terminal_text.h"
 
 #include <memory>
 
@@ -69,13 +70,13 @@ void print(Change const & change, std::string const & place, Output & output) {
     std::string const what =
         change.className +
         (change.field.empty() ? "" : " [" + std::to_string(change.tag) + "]" + change.field);
-    output.line(place + ": " + output.in(colourOf(effect), effectName(effect)) + ": " + what + ": " +
-                change.text);
+    output.line(forTerminal(place) + ": " + output.in(colourOf(effect), effectName(effect)) + ": " +
+                forTerminal(what + ": " + change.text));
     if (!change.oldToNew.holds) {
-        output.line("    old to new: " + change.oldToNew.why);
+        output.line("    old to new: " + forTerminal(change.oldToNew.why));
     }
     if (!change.newToOld.holds) {
-        output.line("    new to old: " + change.newToOld.why);
+        output.line("    new to old: " + forTerminal(change.newToOld.why));
     }
 }
 

@@ -1,5 +1,7 @@
 #include "tools/failure.h"
 
+#include "tools/terminal_text.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -24,10 +26,20 @@ std::size_t charactersOf(std::string_view text) {
         std::count_if(text.begin(), text.end(), [](char c) { return !continues(c); }));
 }
 
-std::string shown(std::string_view text) {
-    std::string result(text);
-    for (char & c : result) {
-        c = static_cast<unsigned char>(c) < 32 || c == 127 ? ' ' : c;
+/// A piece of a line as a terminal can show it, and the cells that it takes there.
+struct Shown {
+    std::string text;
+    std::size_t cells = 0;
+};
+
+Shown shown(std::string_view text) {
+    Shown result;
+    while (!text.empty()) {
+        Character const c = characterOf(text);
+        bool const blank = c.size == 0 || isControl(c.number);
+        result.text += blank ? std::string_view(" ") : text.substr(0, c.size);
+        result.cells += blank ? 1 : c.cells;
+        text.remove_prefix(std::max<std::size_t>(c.size, 1));
     }
     return result;
 }
@@ -76,10 +88,11 @@ std::string caretAt(std::string_view text, std::size_t offset) {
     std::string_view const dots = "...";
     std::string result = "    ";
     result += cutAhead ? dots : std::string_view();
-    result += shown(text.substr(begin, end - begin));
+    Shown const ahead = shown(text.substr(begin, offset - begin));
+    result += ahead.text + shown(text.substr(offset, end - offset)).text;
     result += cutBehind ? dots : std::string_view();
     result += "\n    ";
-    result.append((cutAhead ? dots.size() : 0) + charactersOf(text.substr(begin, offset - begin)), ' ');
+    result.append((cutAhead ? dots.size() : 0) + ahead.cells, ' ');
     return result + "^\n";
 }
 

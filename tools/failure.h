@@ -61,7 +61,7 @@ struct TextPlace {
 TextPlace placeOf(std::string_view text, std::size_t offset);
 
 /// The line that holds `offset`, and below it a caret at that place; each with a line end.  Of a long line
-/// what stands around the place is shown, and bytes that no terminal shows are shown as blanks.
+/// what stands around the place is shown, and what no terminal shows is shown as blanks.
 std::string caretAt(std::string_view text, std::size_t offset);
 
 /// "NAME:LINE:COLUMN: KIND: TEXT" and the line with its caret.

@@ -1,5 +1,6 @@
 #include "tools/command.h"
 #include "tools/failure.h"
+#include "tools/terminal_text.h"
 #include "tools/texts.h"
 
 #include <tav/vinta/vinta_basetypes_failures.h>
@@ -65,7 +66,7 @@ int end(Output & output, std::string const & text, int code) {
     try {
         output.tell(line);
     } catch (Failure const & e) {
-        std::fputs((line + "tav: " + e.what() + "\n").c_str(), stderr);
+        std::fputs(forTerminal(line + "tav: " + e.what() + "\n").c_str(), stderr);
     }
     return code;
 }

@@ -1,5 +1,6 @@
 #include "tools/message_tree.h"
 
+#include "tools/terminal_text.h"
 #include "tools/utf8.h"
 #include "tools/value_text.h"
 
@@ -26,7 +27,8 @@ T numberOf(std::string_view data) {
     return value;
 }
 
-/// The text between quotes, as the library writes it; false if it is no UTF-8.
+/// The text between quotes, as the library writes it but that controls of 8 bits are escaped too; false if it
+/// is no UTF-8.
 bool appendQuoted(std::string & to, std::string_view text) {
     constexpr std::string_view letters = "bfnrt";
     constexpr std::string_view meant = "\b\f\n\r\t";
@@ -41,9 +43,10 @@ bool appendQuoted(std::string & to, std::string_view text) {
         if (letter != std::string_view::npos) {
             to += '\\';
             to += letters[letter];
-        } else if (static_cast<unsigned char>(c) < 32) {
+        } else if (char32_t const number = characterOf(text).number;
+                   number < 32 || (number >= 127 && number < 160)) {
             char escape[8];
-            std::snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned>(c));
+            std::snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned>(number));
             to += escape;
         } else {
             to += c == '"' || c == '\\' || c == '/' ? "\\" : "";

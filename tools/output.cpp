@@ -1,6 +1,7 @@
 #include "tools/output.h"
 
 #include "tools/failure.h"
+#include "tools/terminal_text.h"
 #include "tools/utf8.h"
 
 #include <unistd.h>
@@ -28,6 +29,29 @@ void writeAll(int fd, std::string_view text) {
     }
 }
 
+std::string inColour(char colour, std::string_view text) {
+    char const * const code = colour == 'r'   ? "31"
+                              : colour == 'g' ? "32"
+                              : colour == 'y' ? "33"
+                              : colour == 'c' ? "36"
+                              : colour == 'd' ? "2"
+                                              : "1";
+    return std::string("\x1b[") + code + "m" + std::string(text) + "\x1b[0m";
+}
+
+/// The word that says how bad it is, in its colour.
+void colourKind(std::string & text) {
+    std::string_view const first = std::string_view(text).substr(0, text.find('\n'));
+    for (std::string_view const kind : {": error: ", ": warning: "}) {
+        std::size_t const at = first.find(kind);
+        if (at != std::string_view::npos) {
+            std::string_view const word = kind.substr(2, kind.size() - 4);
+            text.replace(at + 2, word.size(), inColour(word == "error" ? 'r' : 'y', word));
+            return;
+        }
+    }
+}
+
 } // namespace
 
 std::map<std::string, Colours> const & colourNames() {
@@ -38,8 +62,14 @@ std::map<std::string, Colours> const & colourNames() {
 
 void Output::colours(Colours choice) {
     char const * const without = std::getenv("NO_COLOR");
-    bool const wanted = (without == nullptr || *without == '\0') && ::isatty(STDOUT_FILENO) == 1;
-    coloured_ = choice == Colours::always || (choice == Colours::automatic && wanted);
+    char const * const terminal = std::getenv("TERM");
+    bool const wanted = (without == nullptr || *without == '\0') &&
+                        (terminal == nullptr || std::string_view(terminal) != "dumb");
+    auto const isColoured = [choice, wanted](int fd) {
+        return choice == Colours::always || (choice == Colours::automatic && wanted && ::isatty(fd) == 1);
+    };
+    coloured_ = isColoured(STDOUT_FILENO);
+    tellsInColour_ = isColoured(STDERR_FILENO);
 }
 
 void Output::write(std::string_view text) {
@@ -56,21 +86,15 @@ void Output::flush() {
 }
 
 std::string Output::in(char colour, std::string_view text) const {
-    if (!coloured_) {
-        return std::string(text);
-    }
-    char const * const code = colour == 'r'   ? "31"
-                              : colour == 'g' ? "32"
-                              : colour == 'y' ? "33"
-                              : colour == 'c' ? "36"
-                              : colour == 'd' ? "2"
-                                              : "1";
-    return std::string("\x1b[") + code + "m" + std::string(text) + "\x1b[0m";
+    return coloured_ ? inColour(colour, text) : std::string(text);
 }
-
 void Output::tell(std::string_view text) {
     flush();
-    std::fwrite(text.data(), 1, text.size(), stderr);
+    std::string shown = forTerminal(text);
+    if (tellsInColour_) {
+        colourKind(shown);
+    }
+    std::fwrite(shown.data(), 1, shown.size(), stderr);
 }
 
 std::string jsonText(std::string_view text) {
@@ -87,9 +111,10 @@ std::string jsonText(std::string_view text) {
             result += "\\n";
         } else if (c == '\t') {
             result += "\\t";
-        } else if (c < 32 || c == 127) {
+        } else if (isControl(characterOf(text).number)) {
             std::array<char, 8> escape{};
-            std::snprintf(escape.data(), escape.size(), "\\u%04x", static_cast<unsigned>(c));
+            std::snprintf(escape.data(), escape.size(), "\\u%04x",
+                          static_cast<unsigned>(characterOf(text).number));
             result += escape.data();
         } else {
             result += text.substr(0, size);

@@ -35,12 +35,14 @@ public:
     /// The text in a colour, if there are colours: 'r'ed, 'y'ellow, 'g'reen, 'c'yan, 'd'im, 'b'old.
     std::string in(char colour, std::string_view text) const;
 
-    /// Writes to the standard error, behind all that was written before.
+    /// Writes to the standard error, behind all that was written before.  What would move a terminal is shown
+    /// as an escape: texts quote files and peers.
     void tell(std::string_view text);
 
 private:
     std::string buffer_;
     bool coloured_ = false;
+    bool tellsInColour_ = false;
 };
 
 /// The text as JSON: quoted, with escapes, and with U+FFFD for what is no UTF-8.

@@ -1,6 +1,7 @@
 #include "tools/command.h"
 #include "tools/connection.h"
 #include "tools/failure.h"
+#include "tools/terminal_text.h"
 #include "tools/tls_probe.h"
 
 #include <cstdio>
@@ -32,10 +33,10 @@ std::string joined(std::vector<std::string> const & parts) {
 }
 
 void print(CertificateText const & one, std::size_t i, Output & output) {
-    output.line(output.in('b', "certificate " + std::to_string(i)) + ": " + one.subject +
+    output.line(output.in('b', "certificate " + std::to_string(i)) + ": " + forTerminal(one.subject) +
                 (one.selfSigned ? " (self-signed)" : ""));
-    output.line("    issuer       " + one.issuer);
-    output.line("    names        " + joined(one.names));
+    output.line("    issuer       " + forTerminal(one.issuer));
+    output.line("    names        " + forTerminal(joined(one.names)));
     output.line("    key          " + one.key);
     output.line("    valid        " + one.validFrom + " to " + one.validTo + ", " +
                 std::to_string(one.daysLeft) + " days left");
@@ -79,10 +80,10 @@ void print(ProbeResult const & result, Output & output) {
         output.line("    mend: " + fault.mend);
     }
     if (result.nameMatches) {
-        output.line("name         " + result.name + " matches");
+        output.line("name         " + forTerminal(result.name) + " matches");
     } else {
-        output.line(output.in('r', "error") + ": " + noMatch(result));
-        output.line("    mend: " + mendOfName(result));
+        output.line(output.in('r', "error") + ": " + forTerminal(noMatch(result)));
+        output.line("    mend: " + forTerminal(mendOfName(result)));
     }
 }
 

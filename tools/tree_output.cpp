@@ -1,5 +1,7 @@
 #include "tools/tree_output.h"
 
+#include "tools/terminal_text.h"
+
 #include <algorithm>
 #include <cstdio>
 
@@ -13,14 +15,17 @@ constexpr std::size_t bytesInLine = 8;
 constexpr std::size_t deepestIndent = 40;
 
 std::string textOf(TreeLine const & line, Output const & output) {
-    std::string text = output.in('b', line.name);
+    std::string text = output.in('b', forTerminal(line.name));
     if (!line.type.empty()) {
-        text += (text.empty() ? "" : ": ") + output.in('c', line.type);
+        text += (text.empty() ? "" : ": ") + output.in('c', forTerminal(line.type));
     }
     if (!line.value.empty()) {
-        text += (line.type.empty() && !text.empty() ? ": " : text.empty() ? "" : " ") + line.value;
+        text += (line.type.empty() && !text.empty() ? ": "
+                 : text.empty()                     ? ""
+                                                    : " ") +
+                forTerminal(line.value);
     }
-    return line.note.empty() ? text : text + "  " + output.in('y', "(" + line.note + ")");
+    return line.note.empty() ? text : text + "  " + output.in('y', "(" + forTerminal(line.note) + ")");
 }
 
 } // namespace
@@ -63,9 +68,9 @@ void TextTree::put(TreeLine const & line) {
     }
     for (std::size_t i = 0; i < line.pieces.size(); ++i) {
         bool const last = i + 1 == line.pieces.size();
-        std::string text = line.pieces[i].text;
+        std::string text = forTerminal(line.pieces[i].text);
         if (last && !line.note.empty()) {
-            text += "  " + output().in('y', "(" + line.note + ")");
+            text += "  " + output().in('y', "(" + forTerminal(line.note) + ")");
         }
         putPiece(line.pieces[i], text);
     }
@@ -83,13 +88,13 @@ void TextTree::open(TreeLine const & line) {
 void TextTree::close(Piece const & piece) {
     depth_ -= depth_ == 0 ? 0 : 1;
     if (annotated_ && piece.size != 0) {
-        putPiece(piece, piece.text);
+        putPiece(piece, forTerminal(piece.text));
     }
 }
 
 void TextTree::fault(std::size_t offset, std::string const & text) {
     std::string const gap = annotated_ ? std::string(3 * bytesInLine + 1, ' ') : std::string();
-    output().line(place(offset) + gap + indent() + output().in('r', "broken here: " + text));
+    output().line(place(offset) + gap + indent() + output().in('r', "broken here: " + forTerminal(text)));
     depth_ = 0;
 }
 

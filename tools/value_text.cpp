@@ -1,6 +1,7 @@
 #include "tools/value_text.h"
 
 #include "tools/output.h"
+#include "tools/terminal_text.h"
 #include "tools/utf8.h"
 
 #include <tav/vinta/vinta_nbr_unit.h>
@@ -107,17 +108,13 @@ std::string textValue(std::string_view text, std::size_t limit) {
     std::string result = "\"";
     std::string_view rest = text;
     while (!rest.empty() && (limit == 0 || text.size() - rest.size() < limit)) {
-        auto const c = static_cast<unsigned char>(rest.front());
-        std::size_t const size = utf8Character(rest);
-        if (size == 0 || c < 32 || c == 127) {
-            char escape[8];
-            std::snprintf(escape, sizeof(escape), "\\x%02X", static_cast<unsigned>(c));
-            result += c == '\n' ? "\\n" : c == '\t' ? "\\t" : escape;
-        } else {
-            result += c == '"' || c == '\\' ? "\\" : "";
-            result += rest.substr(0, size);
-        }
-        rest.remove_prefix(std::max<std::size_t>(size, 1));
+        char const c = rest.front();
+        std::size_t const size = std::max<std::size_t>(utf8Character(rest), 1);
+        result += c == '\n'               ? "\\n"
+                  : c == '\t'             ? "\\t"
+                  : c == '"' || c == '\\' ? std::string("\\") + c
+                                          : forTerminal(rest.substr(0, size));
+        rest.remove_prefix(size);
     }
     result += '"';
     return rest.empty() ? result : result + "... (" + std::to_string(text.size()) + " bytes)";

@@ -9,7 +9,7 @@
 namespace tav {
 namespace tool {
 
-/// A text between quotes on one line: unprintable bytes are shown as \xNN, and above `limit` bytes its front
+/// A text between quotes on one line: bytes that are no text are shown as \xNN, controls as \xNN or \uNNNN, and above `limit` bytes its front
 /// and its length; 0 sets no limit.
 std::string textValue(std::string_view text, std::size_t limit);
 

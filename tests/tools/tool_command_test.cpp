@@ -107,7 +107,54 @@ TEST(ToolCommand, ColoursAreForTerminalsOrForWhoAsks) {
         EXPECT_EQ(rig.shell("env -u NO_COLOR script -qec \"$TAV dump --color never --hex 010105\" /dev/null")
                       .out.find('\x1b'),
                   std::string::npos);
+        EXPECT_EQ(rig.shell("env -u NO_COLOR TERM=dumb " + onTerminal).out.find('\x1b'), std::string::npos);
+        // The standard error is a terminal of its own.
+        EXPECT_NE(rig.shell("env -u NO_COLOR script -qec \"\\$TAV dump --as nbr --hex 28 >out\" /dev/null")
+                      .out.find("\x1b[31merror\x1b[0m: "),
+                  std::string::npos);
     }
+}
+
+TEST(ToolCommand, WhatIsQuotedCannotMoveATerminal) {
+    ToolRig const rig(TAV_TOOL);
+    std::string const esc = "\x1b[31m";
+    std::string const csi = "\xC2\x9B"
+                            "31m";
+    std::string const turn = "\xE2\x80\xAE";
+    rig.file("a.pml", "M:object(__class__(im.M)__code__(1F01)\n[1]a" + esc + ":string()\n[2]b" + csi + ":Cl" +
+                          turn + "()[3]c:string({.*}))");
+    rig.file("b.pml", "M:object(__class__(im.M)__code__(1F01)\n[1]a" + esc + ":int32()\n[2]b" + csi + turn +
+                          ":int32())");
+    rig.file("j", "{\"a" + csi + "\":\"" + turn + "\",\"x" + esc + "\":1}");
+    rig.file("n", "\xFF\x01(\x01\xF1\x05" + csi + "\x03\xF1\x05" + csi + "\xFF\x01)");
+    for (std::string const & arguments : std::vector<std::string>{
+             "check a.pml", "diff a.pml b.pml", "diff --json a.pml b.pml", "check --json a.pml",
+             "dump -t a.pml -c im.M n", "dump --annotate -t a.pml -c im.M n",
+             "dump --json -t a.pml -c im.M n", "dump n", "convert -t a.pml -c im.M --from json --to json j",
+             "convert -t a.pml -c im.M --from nbr --to json n", "check 'absent" + csi + esc + "'",
+             "nonsense" + csi}) {
+        ToolRun const run = rig.run(arguments);
+        for (std::string const & text : {run.out, run.err}) {
+            EXPECT_EQ(text.find('\x1b'), std::string::npos) << arguments << "\n" << text;
+            EXPECT_EQ(text.find("\xC2\x9B"), std::string::npos) << arguments << "\n" << text;
+            EXPECT_EQ(text.find(arguments.find("json") == std::string::npos ? turn : esc), std::string::npos)
+                << arguments << "\n"
+                << text;
+        }
+    }
+    EXPECT_NE(rig.run("dump -t a.pml -c im.M n").out.find("[1] a\\x1B[31m: string \"\\u009B31m\"\n"),
+              std::string::npos);
+}
+
+TEST(ToolCommand, CaretStandsBelowItsCharacterWhateverIsWideAheadOfIt) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("wide.pml", "M:object(__class__(im.M)[1]\xE6\xBC\xA2\xE5\xAD\x97:Nx())");
+    EXPECT_NE(rig.run("check wide.pml").out.find("wide.pml:1:31: error"), std::string::npos);
+    EXPECT_NE(rig.run("check wide.pml").out.find("\n" + std::string(4 + 32, ' ') + "^\n"), std::string::npos);
+    rig.file("marks.pml", "M:object(__class__(im.M)[1]e\xCC\x81"
+                          "e\xCC\x81:Nx())");
+    EXPECT_NE(rig.run("check marks.pml").out.find("\n" + std::string(4 + 30, ' ') + "^\n"),
+              std::string::npos);
 }
 
 TEST(ToolCommand, CompletionOfBashKnowsCommandsOptionsAndWords) {
