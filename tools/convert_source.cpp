@@ -406,7 +406,7 @@ public:
         try {
             units_ = std::make_unique<PmlText>(text_);
         } catch (PmlFault const & fault) {
-            fail(fault.offset(), fault.what());
+            fail(fault.offset(), fault.words());
         }
         if (units_->end() < text_.size()) {
             fail(units_->end(), "what follows is not read");

@@ -47,7 +47,7 @@ private:
     bool atBreak() const { return !atEnd() && (isBlank(text_[at_]) || atComment()); }
     bool skip();
     void takeWord(std::string & to, bool keepsBlank);
-    [[noreturn]] void fail(char const * what, std::size_t at) const { throw PmlFault(what, at); }
+    [[noreturn]] void fail(char const * what, std::size_t at, std::string const & words) const;
 
     Head readHead(Unit & unit, UnitPlace & place, std::string & text);
     bool readWhole(tavSharedPtr<Unit> const & unit);
@@ -61,8 +61,29 @@ private:
     std::size_t at_ = 0;
     std::size_t word_ = 0;
     std::size_t bracket_ = 0;
+    /// A quote or comment that has no end.
+    std::size_t unclosed_ = std::string_view::npos;
     std::vector<Open> open_;
 };
+
+/// What was never closed took all that follows, and is the mistake; what is no PML at all is told so.
+void PmlBuilder::fail(char const * what, std::size_t at, std::string const & words) const {
+    if (unclosed_ != std::string_view::npos) {
+        throw PmlFault(what, unclosed_,
+                       text_[unclosed_] == '(' ? "this comment has no end: *)" : "this quote has no end");
+    }
+    std::size_t const first = text_.find_first_not_of(" \t\r\n");
+    std::string_view const begin =
+        first == std::string_view::npos ? std::string_view() : text_.substr(first, 2);
+    std::string const other = begin.substr(0, 1) == "{"                    ? "JSON"
+                              : begin.substr(0, 1) == "<"                  ? "XML"
+                              : begin == "\xFF\xFE" || begin == "\xFE\xFF" ? "UTF-16"
+                                                                           : "";
+    if (!other.empty()) {
+        throw PmlFault(what, first, "this looks like " + other + ", and is no PML: units as name:type(...)");
+    }
+    throw PmlFault(what, at, words);
+}
 
 /// Steps over blanks and comments; true if there was a blank.
 bool PmlBuilder::skip() {
@@ -73,6 +94,7 @@ bool PmlBuilder::skip() {
             ++at_;
         } else if (atComment()) {
             std::size_t const close = text_.find("*)", at_ + 2);
+            unclosed_ = close == std::string_view::npos ? at_ : unclosed_;
             at_ = close == std::string_view::npos ? text_.size() : close + 2;
         } else {
             break;
@@ -96,7 +118,7 @@ void PmlBuilder::takeWord(std::string & to, bool keepsBlank) {
 Head PmlBuilder::readHead(Unit & unit, UnitPlace & place, std::string & text) {
     skip();
     if (atEnd()) {
-        fail("empty for pml unit", at_);
+        fail("empty for pml unit", at_, "there is no unit here: name:type(...)");
     }
     place.name = word_ = at_;
     while (!atEnd() && text_[at_] != ':' && text_[at_] != '(') {
@@ -107,7 +129,7 @@ Head PmlBuilder::readHead(Unit & unit, UnitPlace & place, std::string & text) {
         takeWord(unit.name(), false);
     }
     if (atEnd()) {
-        fail("empty after pml name", at_);
+        fail("empty after pml name", at_, "a unit is name:type(...), and this one has no (");
     }
     unit.name() += text_.substr(word_, at_ - word_);
     place.type = place.name;
@@ -115,7 +137,7 @@ Head PmlBuilder::readHead(Unit & unit, UnitPlace & place, std::string & text) {
         ++at_;
         skip();
         if (atEnd()) {
-            fail("no pml type", at_);
+            fail("no pml type", at_, "a unit is name:type(...), and behind this : is nothing");
         }
         place.type = word_ = at_;
         while (!atEnd() && text_[at_] != '(') {
@@ -127,14 +149,14 @@ Head PmlBuilder::readHead(Unit & unit, UnitPlace & place, std::string & text) {
             takeWord(unit.type(), true);
         }
         if (atEnd()) {
-            fail("no pml value", at_);
+            fail("no pml value", at_, "a unit is name:type(...), and this one has no (");
         }
         unit.type() += text_.substr(word_, at_ - word_);
     }
     bracket_ = at_++;
     skip();
     if (atEnd()) {
-        fail("no pml value end tag", bracket_);
+        fail("no pml value end tag", bracket_, "this ( has no )");
     }
     place.value = at_;
     return Head::complete;
@@ -156,7 +178,7 @@ void PmlBuilder::read() {
     to_.first_ = last;
     if (!text_.empty()) {
         if (!readWhole(last)) {
-            fail("invalid pml: extra )", at_);
+            fail("invalid pml: extra )", at_, "a ) without a (");
         }
         for (skip(); !atEnd(); skip()) {
             tavSharedPtr<Unit> const further(new Unit());
@@ -176,6 +198,7 @@ void PmlBuilder::readQuoted(Open & open) {
     while (!atEnd() && text_[at_] != quote) {
         at_ += text_[at_] == '^' && text_.size() - at_ >= 2 ? 2 : 1;
     }
+    unclosed_ = atEnd() ? first : unclosed_;
     at_ += atEnd() ? 0 : 1;
     pml::unescape(open.unit->value(), viewOf(text_.substr(first, at_ - first)));
     skip();
@@ -245,7 +268,7 @@ void PmlBuilder::readValue(tavSharedPtr<Unit> const & outermost) {
             return;
         }
     }
-    fail("no pml value end tag", open_.back().bracket);
+    fail("no pml value end tag", open_.back().bracket, "this ( has no )");
 }
 
 PmlText::PmlText(std::string_view text) {

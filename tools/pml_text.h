@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 namespace tav {
 namespace tool {
@@ -26,12 +27,16 @@ struct UnitPlace {
 /// Why a text is no PML, and where.
 class PmlFault : public std::runtime_error {
 public:
-    PmlFault(std::string const & text, std::size_t offset) : std::runtime_error(text), offset_(offset) {}
+    /// `text` is what the library says, `words` what people are told.
+    PmlFault(std::string const & text, std::size_t offset, std::string words)
+        : std::runtime_error(text), offset_(offset), words_(std::move(words)) {}
 
     std::size_t offset() const noexcept { return offset_; }
+    std::string const & words() const noexcept { return words_; }
 
 private:
     std::size_t offset_;
+    std::string words_;
 };
 
 /// A text of units, read as pml::Unit::decode reads it, with the place of each unit.

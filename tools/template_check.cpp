@@ -1,5 +1,6 @@
 #include "tools/template_check.h"
 
+#include "tools/template_hints.h"
 #include "tools/templates.h"
 #include "tools/utf8.h"
 
@@ -102,7 +103,7 @@ struct Top {
 
 class Checker {
 public:
-    explicit Checker(PmlText const & units) : units_(units) {}
+    Checker(PmlText const & units, std::string_view text) : units_(units), text_(text) {}
 
     void run();
     std::vector<Finding> take() { return std::move(findings_); }
@@ -122,21 +123,25 @@ private:
     void checkCode(Top const & top, Unit const & directive, std::map<unsigned short, std::string> & codes);
     void checkDirectives(Unit const & unit, std::size_t at);
     void checkBase(MetaClass const & cls, std::size_t at);
+    bool isBaseOfItself(MetaClass const & cls) const;
     void checkClasses(MetaClass const & cls, std::size_t at);
     void checkClass(MetaClass const & cls, std::size_t at);
     void checkInherited(MetaClass const & cls, std::size_t at);
     void checkNumbersOfFields(MetaClass const & cls, std::vector<Unit const *> const & units);
     void checkField(MetaClass const & cls, MetaField const & field, Unit const & unit);
     void checkName(MetaField const & field, UnitPlace const & place);
+    void checkRest(Unit const & unit);
     void checkTag(MetaField const & field, Unit const & unit, UnitPlace const & place);
     void checkType(MetaClass const & cls, MetaField const & field, Unit const & unit);
     void checkElement(MetaClass const & cls, MetaField const & field, std::string_view inner, std::size_t at);
     void checkMap(MetaClass const & cls, MetaField const & field, std::string_view text, Unit const & unit);
     void checkSimpleType(std::string_view text, Kind kind, std::size_t at);
+    std::string nearestTo(std::string const & name) const;
     void checkClassName(MetaClass const & cls, tavString const & name, std::string_view text, std::size_t at);
     void checkMembers(Unit const & unit);
     void checkValue(MetaField const & field, Unit const & unit);
     void checkRange(MetaField const & field, Unit const & unit, std::string const & text);
+    void checkEnds(Kind kind, std::string_view part, long long low, long long high, std::size_t at);
     void checkReach();
     void reachFrom(MetaClass const & cls, std::set<MetaClass const *> & reached,
                    std::deque<MetaClass const *> & next) const;
@@ -145,8 +150,13 @@ private:
     }
 
     PmlText const & units_;
+    std::string_view text_;
     std::vector<Top> tops_;
     MetaFactory factory_;
+    /// The names of units at the top that would be enums if their types had a name.
+    std::set<std::string> unnamedEnums_;
+    /// What stands in an enum that is read as an object.
+    std::set<Unit const *> misread_;
     std::vector<Finding> findings_;
 };
 
@@ -160,6 +170,8 @@ void Checker::load() {
         top.model = std::make_unique<MetaFactory>(in);
         if (!top.model->classes.empty()) {
             top.cls = &top.model->classes.begin()->second;
+        } else if (bareType(unit->type()) == "enum") {
+            unnamedEnums_.insert(unit->name());
         }
         tops_.push_back(std::move(top));
     }
@@ -201,6 +213,11 @@ void Checker::checkTop(Top const & top, std::map<std::string, std::size_t> & nam
     Unit const & unit = *top.unit;
     std::size_t const at = placeOf(unit).name;
     bool const isEnum = !top.model->enums.empty();
+    if (top.cls == nullptr && !isEnum && bareType(unit.type()) == "enum") {
+        warn(at, "dropped",
+             "this enum has no name, and is dropped: " + unit.name() + ":enum{" + unit.name() + "}");
+        return;
+    }
     if (top.cls == nullptr && !isEnum) {
         warn(at, "dropped", "this unit has no class name, neither __class__ nor a type, and is dropped");
         return;
@@ -216,6 +233,7 @@ void Checker::checkTop(Top const & top, std::map<std::string, std::size_t> & nam
                   " is there twice: this one takes the place of the one ahead");
     }
     checkDirectives(unit, at);
+    checkRest(unit);
     if (isEnum) {
         return;
     }
@@ -267,6 +285,18 @@ void Checker::checkDirectives(Unit const & unit, std::size_t) {
     }
 }
 
+/// What stands behind the last unit within another one is no part of any.
+void Checker::checkRest(Unit const & unit) {
+    std::string_view const rest = trimmed(unit.value());
+    if (unit.simple() || rest.empty()) {
+        return;
+    }
+    Unit const & last = unit.at(unit.size() - 1);
+    std::size_t const from = placeOf(last).end + 1;
+    std::size_t const at = text_.find(rest.substr(0, 1), from);
+    warn(std::min(at, placeOf(unit).end), "dropped", inQuotes(rest) + " is no unit, and is passed over");
+}
+
 /// A class with those that are declared within it.
 void Checker::checkClasses(MetaClass const & cls, std::size_t at) {
     struct Pending {
@@ -316,20 +346,26 @@ void Checker::checkBase(MetaClass const & cls, std::size_t at) {
         return;
     }
     std::size_t const place = directive ? placeOf(*directive).value : at;
-    MetaClass const * base = findClass(cls.superName, &cls, factory_);
-    if (base == nullptr) {
+    if (findClass(cls.superName, &cls, factory_) == nullptr) {
         error(place, "unknown-class",
               "there is no class " + stringOf(cls.superName) + " to be the base of " +
                   stringOf(cls.className));
         return;
     }
+    if (isBaseOfItself(cls)) {
+        error(place, "base-of-itself", "the class " + stringOf(cls.className) + " is a base of itself");
+    }
+}
+
+bool Checker::isBaseOfItself(MetaClass const & cls) const {
+    MetaClass const * base = cls.superName.empty() ? nullptr : findClass(cls.superName, &cls, factory_);
     for (std::set<MetaClass const *> seen; base != nullptr && seen.insert(base).second;) {
         if (base->className == cls.className) {
-            error(place, "base-of-itself", "the class " + stringOf(cls.className) + " is a base of itself");
-            return;
+            return true;
         }
         base = base->superName.empty() ? nullptr : findClass(base->superName, base, factory_);
     }
+    return false;
 }
 
 /// Fields that come from a base may name a class that only the base sees.
@@ -356,7 +392,9 @@ void Checker::checkInherited(MetaClass const & cls, std::size_t at) {
 void Checker::checkNumbersOfFields(MetaClass const & cls, std::vector<Unit const *> const & units) {
     std::map<int, std::string> tags;
     std::map<std::string, std::string> names;
-    std::vector<MetaClass const *> const chain = chainOf(cls, factory_);
+    // Of a class that is its own base there is nothing ahead of it.
+    std::vector<MetaClass const *> const chain =
+        isBaseOfItself(cls) ? std::vector<MetaClass const *>{&cls} : chainOf(cls, factory_);
     for (std::size_t i = 1; i < chain.size(); ++i) {
         std::string const of = " of its base " + stringOf(chain[i]->className);
         for (MetaField const & field : chain[i]->fields) {
@@ -387,6 +425,7 @@ void Checker::checkNumbersOfFields(MetaClass const & cls, std::vector<Unit const
 
 void Checker::checkField(MetaClass const & cls, MetaField const & field, Unit const & unit) {
     UnitPlace const & place = placeOf(unit);
+    checkRest(unit);
     checkTag(field, unit, place);
     checkName(field, place);
     checkType(cls, field, unit);
@@ -400,9 +439,11 @@ void Checker::checkTag(MetaField const & field, Unit const & unit, UnitPlace con
     std::string const name = stringOf(field.idName.name);
     if (tag == 0) {
         bool const written = startsWith(unit.name(), "[");
-        error(place.name, "no-tag",
-              (written ? "the tag of " + inQuotes(unit.name()) + " is no number from 1 to 127"
-                       : "the field " + name + " has no tag: [1]" + name));
+        if (misread_.count(&unit) == 0) {
+            error(place.name, "no-tag",
+                  written ? "the tag of " + inQuotes(unit.name()) + " is no number from 1 to 127"
+                          : withoutTag(name));
+        }
     } else if (tag < 0 || tag > largestTag) {
         error(place.name, "tag-range",
               "the tag " + std::to_string(tag) + " of " + name +
@@ -439,7 +480,9 @@ void Checker::checkName(MetaField const & field, UnitPlace const & place) {
 
 void Checker::checkSimpleType(std::string_view text, Kind kind, std::size_t at) {
     if (!text.empty() && !isTypeName(text)) {
-        error(at, "unknown-type", "there is no type " + inQuotes(text) + ": it is read as " + kindName(kind));
+        error(at, "unknown-type",
+              "there is no type " + inQuotes(text) + ": it is read as " + kindName(kind) +
+                  didYouMean(nearestName(std::string(text), typeNames(), 1)));
     }
     if (kind == kinds::char_ || kind == kinds::wchar_) {
         warn(at, "generators-only", "no JSON is written to a " + kindName(kind) + ": it is for generators");
@@ -451,11 +494,30 @@ void Checker::checkClassName(MetaClass const & cls, tavString const & name, std:
     if (known(name, cls)) {
         return;
     }
-    std::string what = "there is no class " + stringOf(name);
-    if (!text.empty() && viewOf(name) != text) {
-        what += ", as which the type " + inQuotes(text) + " is read";
+    std::string const is = stringOf(name);
+    std::string const lacking = lacksElement(text);
+    if (!lacking.empty()) {
+        error(at, "unknown-type", lacking);
+    } else if (factory_.findEnum(name) != nullptr || unnamedEnums_.count(is) != 0) {
+        error(at, "unknown-class",
+              is + " is an enum: a field that has one lists its members, as in enum{" + is +
+                  "}(good(0) bad(1))");
+    } else {
+        std::string what = "there is no class " + is;
+        if (!text.empty() && viewOf(name) != text) {
+            what += ", as which the type " + inQuotes(text) + " is read";
+        }
+        error(at, "unknown-class", what + didYouMean(nearestTo(is)));
     }
-    error(at, "unknown-class", what);
+}
+
+/// A class or a type that the name may have been meant for.
+std::string Checker::nearestTo(std::string const & name) const {
+    std::vector<std::string> all = typeNames();
+    for (auto const & entry : factory_.classes) {
+        all.push_back(stringOf(entry.first));
+    }
+    return nearestName(name, all, std::max<std::size_t>(1, name.size() / 4));
 }
 
 void Checker::checkType(MetaClass const & cls, MetaField const & field, Unit const & unit) {
@@ -473,6 +535,11 @@ void Checker::checkType(MetaClass const & cls, MetaField const & field, Unit con
         kind == kinds::bool_ && unit.simple() && (unit.value() == "true" || unit.value() == "false");
     if (kinds::isSimple(kind)) {
         checkSimpleType(settled ? std::string_view() : text, kind, at);
+    } else if ((text == "enum" || text == "enum{}") && !unit.simple()) {
+        error(at, "unknown-type", lacksElement(text));
+        for (tavSharedPtr<Unit> const & member : unit) {
+            misread_.insert(member.get());
+        }
     } else if (kind == kinds::object_ || kind == kinds::ref_) {
         checkClassName(cls, type.name, unit.simple() ? text : std::string_view(), at);
     } else if (kind == kinds::enum_) {
@@ -549,6 +616,14 @@ void Checker::checkMembers(Unit const & unit) {
                      "the number of " + member->name() + " is that of " + entry.first->second + " too");
             }
         }
+        if (startsWith(member->name(), "[")) {
+            error(place.name, "enum-member",
+                  "the member is called " + inQuotes(member->name()) + ": members have no tags");
+        } else if (!member->type().empty()) {
+            warn(place.type, "enum-member",
+                 "the type of the member " + member->name() + " is passed over: " + member->name() + "(" +
+                     member->value() + ")");
+        }
         if (!names.emplace(member->name(), 0).second) {
             error(place.name, "enum-member", "the member " + member->name() + " is there twice");
         }
@@ -574,6 +649,11 @@ void Checker::checkValue(MetaField const & field, Unit const & unit) {
     if (field.isProtected && kind != kinds::string_ && kind != kinds::wstring_ && kind != kinds::u8string_ &&
         kind != kinds::bytes_) {
         warn(at, "protected", "only texts and bytes are masked: a " + kindName(kind) + " is shown");
+    }
+    if (!field.isProtected && isNoMask(unit.value())) {
+        error(at, "protected",
+              inQuotes(unit.value()) + " masks nothing: {***} hides a value, {..***..} all but its ends");
+        return;
     }
     std::size_t const open = text.find('{');
     std::size_t const comment = text.find("{*");
@@ -603,13 +683,29 @@ void Checker::checkRange(MetaField const & field, Unit const & unit, std::string
         std::optional<long long> const high =
             dots == std::string_view::npos ? low : numberOf(trimmed(part.substr(dots + 2)));
         if (!low || !high || *low > *high) {
-            error(at, "range", inQuotes(part) + " is no range: numbers and intervals, as in 1,3..5");
+            bool const large =
+                isBeyondRanges(trimmed(part.substr(0, dots))) ||
+                (dots != std::string_view::npos && isBeyondRanges(trimmed(part.substr(dots + 2))));
+            error(at, "range",
+                  inQuotes(part) + (large ? " goes beyond what a range can hold, 63 bits and a sign"
+                                          : " is no range: numbers and intervals, as in 1,3..5"));
             return;
         }
+        checkEnds(kind, part, *low, *high, at);
     }
     std::optional<long long> const preset = numberOf(stringOf(field.valueComment.value));
     if (preset && !field.range.check(*preset)) {
         warn(at, "default", "the default " + std::to_string(*preset) + " is not in the range");
+    }
+}
+
+/// A number that the range permits is cut where the type ends.
+void Checker::checkEnds(Kind kind, std::string_view part, long long low, long long high, std::size_t at) {
+    std::optional<IntegerEnds> const ends = endsOf(kind);
+    if (ends && (low < ends->low || high > ends->high)) {
+        warn(at, "range",
+             inQuotes(part) + " goes beyond " + kindName(kind) + ", which is from " +
+                 std::to_string(ends->low) + " to " + std::to_string(ends->high) + ": what is beyond is cut");
     }
 }
 
@@ -672,7 +768,7 @@ std::vector<std::string> const & checkRules() {
 std::vector<Finding> checkTemplate(std::string_view text) {
     try {
         PmlText const units(text);
-        Checker checker(units);
+        Checker checker(units, text);
         checker.run();
         std::vector<Finding> findings = checker.take();
         if (units.end() < text.size()) {
@@ -682,7 +778,7 @@ std::vector<Finding> checkTemplate(std::string_view text) {
         }
         return findings;
     } catch (PmlFault const & fault) {
-        return {Finding{true, fault.offset(), "pml", fault.what()}};
+        return {Finding{true, fault.offset(), "pml", fault.words()}};
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include "tools/failure.h"
 #include "tools/input.h"
+#include "tools/template_hints.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -21,36 +22,12 @@ namespace {
 
 constexpr std::size_t largestTemplate = 256 * 1024 * 1024;
 
-/// The number of single changes that make one name of the other.
-std::size_t distance(std::string const & a, std::string const & b) {
-    std::vector<std::size_t> row(b.size() + 1);
-    for (std::size_t j = 0; j <= b.size(); ++j) {
-        row[j] = j;
-    }
-    for (std::size_t i = 1; i <= a.size(); ++i) {
-        std::size_t diagonal = row[0];
-        row[0] = i;
-        for (std::size_t j = 1; j <= b.size(); ++j) {
-            std::size_t const changed = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-            diagonal = row[j];
-            row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
-        }
-    }
-    return row.back();
-}
-
 std::string nearestTo(std::string const & name, MetaFactory const & factory) {
-    std::string nearest;
-    std::size_t best = name.size() / 2 + 1;
+    std::vector<std::string> others;
     for (auto const & entry : factory.classes) {
-        std::string const other = stringOf(entry.first);
-        std::size_t const d = other.size() > 200 ? best : distance(name, other);
-        if (d < best) {
-            best = d;
-            nearest = other;
-        }
+        others.push_back(stringOf(entry.first));
     }
-    return nearest.empty() ? std::string() : "; did you mean " + nearest + "?";
+    return didYouMean(nearestName(name, others, name.size() / 2));
 }
 
 } // namespace
@@ -65,7 +42,7 @@ Template loadTemplate(std::string const & path) {
     try {
         result.units = std::make_unique<PmlText>(result.text);
     } catch (PmlFault const & fault) {
-        throw Failure(exitFound, result.told(fault.offset(), "error", fault.what()));
+        throw Failure(exitFound, result.told(fault.offset(), "error", fault.words()));
     }
     pml::PmlInputStream in(result.units->first());
     result.factory = std::make_unique<MetaFactory>(in);

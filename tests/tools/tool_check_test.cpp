@@ -31,8 +31,12 @@ std::vector<Wrong> const & wrongs() {
     static std::vector<Wrong> const all = {
         {"pml", true, 1, 9, message("[1]a:int32(")},
         {"pml", true, 4, 1, message("[1]a:int32()") + ")"},
+        {"pml", true, 2, 4, message("[1]\"a:int32()")},
+        {"pml", true, 2, 1, message("(* a [1]a:int32()")},
+        {"pml", true, 1, 1, "{\"a\":1}"},
         {"empty", false, 1, 1, ""},
         {"dropped", false, 1, 1, "a(b(1))"},
+        {"dropped", false, 3, 1, message("[1]a:int32()\n[2]b")},
         {"class-twice", true, 4, 1, message("[1]a:int32()") + "N:object(__class__(im.M)[1]a:int32())"},
         {"code-twice", true, 4, 34,
          message("[1]a:int32()") + "N:object(__class__(im.N)__code__(0x1f01)[1]a:int32())"},
@@ -47,6 +51,8 @@ std::vector<Wrong> const & wrongs() {
         {"field-twice", true, 3, 1, message("[1]a:int32()\n[2]a:int32()")},
         {"no-tag", true, 2, 1, message("a:int32()")},
         {"no-tag", true, 2, 1, message("[x]a:int32()")},
+        {"no-tag", true, 2, 1, message("_super_(im.M)[1]a:int32()")},
+        {"no-tag", true, 2, 13, message("[1]a:int32();[2]b:int32()")},
         {"tag-range", true, 2, 1, message("[128]a:int32()")},
         {"tag-range", true, 2, 1, message("[-1]a:int32()")},
         {"field-name", true, 2, 1, message("[1]:int32()")},
@@ -55,6 +61,11 @@ std::vector<Wrong> const & wrongs() {
         {"field-name", true, 2, 1, message("[1]a\xFF:int32()")},
         {"unknown-type", true, 2, 6, message("[1]a:stringList()")},
         {"unknown-type", true, 2, 6, message("[1]a:list{int32x}()")},
+        {"unknown-type", true, 2, 6, message("[1]a:list()")},
+        {"unknown-type", true, 2, 6, message("[1]a:list(string)")},
+        {"unknown-type", true, 2, 6, message("[1]a:map{}()")},
+        {"unknown-type", true, 2, 6, message("[1]a:object()")},
+        {"unknown-type", true, 2, 6, message("[1]a:enum(x(0))")},
         {"unknown-type", true, 2, 6, message("[1]a:list{list{int32}}()")},
         {"unknown-type", true, 2, 6, message("[1]a:map{string}()")},
         {"unknown-class", true, 2, 6, message("[1]a:im.N()")},
@@ -70,12 +81,19 @@ std::vector<Wrong> const & wrongs() {
         {"enum-number", true, 2, 21, message("[1]a:enum{E}(x(0) y(z))").replace(0, 0, "")},
         {"enum-number", false, 2, 21, message("[1]a:enum{E}(x(0) y(0))")},
         {"enum-member", true, 2, 19, message("[1]a:enum{E}(x(0) x(1))")},
+        {"enum-member", true, 2, 14, message("[1]a:enum{E}([1]x(0))")},
+        {"enum-member", false, 2, 16, message("[1]a:enum{E}(x:int32(0))")},
         {"default", false, 2, 26, message("[1]a:enum{E}(__default__(z) x(0))")},
         {"default", false, 2, 12, message("[1]a:int32(18{0..9})")},
         {"bool", false, 2, 12, message("[1]a:int32(true)")},
         {"protected", false, 2, 12, message("[1]a:int32({***})")},
+        {"protected", true, 2, 13, message("[1]a:string({**})")},
+        {"protected", true, 2, 13, message("[1]a:string({***)")},
         {"range", true, 2, 12, message("[1]a:int32(1{9..0})")},
         {"range", true, 2, 12, message("[1]a:int32(1{a})")},
+        {"range", true, 2, 13, message("[1]a:uint64(5{0..18446744073709551615})")},
+        {"range", false, 2, 12, message("[1]a:uint8({0..999})")},
+        {"range", false, 2, 12, message("[1]a:uint8({-5..9})")},
         {"range", true, 2, 12, message("[1]a:int32(1{0..9)")},
         {"range", false, 2, 13, message("[1]a:string(x{0..9})")},
         {"generators-only", false, 2, 6, message("[1]a:char()")},
@@ -99,6 +117,48 @@ TEST(ToolCheck, EachMistakeIsFoundWhereItStandsAndNothingElseIs) {
         EXPECT_EQ(place.line, wrong.line) << wrong.text << findings[0].text;
         EXPECT_EQ(place.column, wrong.column) << wrong.text << findings[0].text;
     }
+}
+
+TEST(ToolCheck, TextNamesTheMistakeAndWhatMayHaveBeenMeant) {
+    struct Case {
+        std::string text;
+        char const * said;
+    };
+    for (Case const & one : {
+             Case{message("[1]a\"b:int32()"), "this quote has no end"},
+             Case{message("(* [1]a:int32()"), "this comment has no end: *)"},
+             Case{message("[1]a:int32("), "this ( has no )"},
+             Case{"hello", "a unit is name:type(...), and this one has no ("},
+             Case{"{\"a\":1}", "this looks like JSON"},
+             Case{"<a>b</a>", "this looks like XML"},
+             Case{"\xFF\xFEM", "this looks like UTF-16"},
+             Case{message("[1]a:list()"), "a list names its elements: list{string}"},
+             Case{message("[1]a:map{}()"), "map{string,int32}"},
+             Case{message("[1]a:optional{}()"), "optional{int32}"},
+             Case{message("[1]a:enum(x(0))"), "an enum of a field has a name: enum{Name}"},
+             Case{message("[1]a:strng()"), "there is no class strng; did you mean string?"},
+             Case{message("[1]a:im.Mm()"), "there is no class im.Mm; did you mean im.M?"},
+             Case{message("[1]a:int32x()"),
+                  "there is no type \"int32x\": it is read as int32; did you mean int32?"},
+             Case{message("[1]a:E()") + "E:enum(x(0))",
+                  "E is an enum: a field that has one lists its members"},
+             Case{message("_code_(1)"), "the field _code_ has no tag; did you mean __code__?"},
+             Case{message("[1]a:int32()// b"), "\"// b\" is no unit, and is passed over"},
+             Case{message("// b\n[1]a:int32()"), "comments are (* these *)"},
+         }) {
+        std::vector<Finding> const findings = tav::tool::checkTemplate(one.text);
+        ASSERT_FALSE(findings.empty()) << one.text;
+        EXPECT_NE(findings[0].text.find(one.said), std::string::npos) << one.text << findings[0].text;
+    }
+}
+
+TEST(ToolCheck, ClassThatIsItsOwnBaseIsToldOnceForEachOfTheCircle) {
+    std::vector<Finding> const findings =
+        tav::tool::checkTemplate("A:object(__class__(A)__super__(B)__code__(1)[1]a:string())\n"
+                                 "B:object(__class__(B)__super__(A)__code__(2)[1]a:string())");
+    ASSERT_EQ(findings.size(), 2u);
+    EXPECT_EQ(findings[0].rule, "base-of-itself");
+    EXPECT_EQ(findings[1].rule, "base-of-itself");
 }
 
 TEST(ToolCheck, NoRuleIsWithoutAMistakeThatBreaksIt) {

@@ -163,7 +163,7 @@ TEST(ToolConvert, WrongInputIsToldWithFileLineColumnAndReason) {
                   "j5:2:1: error: a message is a JSON object\n    nonsense\n    ^\n"},
              Case{"--from json --to json j6", "j6:1:14: error: meta class not found"},
              Case{"--from json --to json j7", "j7:1:"},
-             Case{"--from pml --to json p1", "p1:1:8: error: no pml value end tag\n"},
+             Case{"--from pml --to json p1", "p1:1:8: error: this ( has no )\n"},
              Case{"--from pml --to json p2", "p2:2:2: error: missing necessary field name(s) { a }"},
              Case{"--from pml --to json p3", "p3:1:1: error: there is no class im.None\n"},
              Case{"--from xml --to json x1", "x1:2:2: error: the XML breaks off here\n"},

@@ -399,7 +399,7 @@ TEST(ToolDiff, TemplateThatIsBrokenIsToldWithItsPlace) {
     rig.file("new.pml", "M:object(\n[1]a:int32(\n");
     ToolRun const run = rig.run("diff old.pml new.pml");
     EXPECT_EQ(run.code, 1);
-    EXPECT_EQ(run.err, "tav: new.pml:2:11: error: no pml value end tag\n    [1]a:int32(\n              ^\n");
+    EXPECT_EQ(run.err, "tav: new.pml:2:11: error: this ( has no )\n    [1]a:int32(\n              ^\n");
 }
 
 TEST(ToolDiff, ClassesThatNameEachOtherAreComparedOnce) {
