@@ -28,7 +28,8 @@ std::vector<Command> liveCommands() {
          "tav request chat.example.com:7443 -t chat.pml -c chat.Say --reply chat.Said "
          "'{\"text\":\"hello\"}'\n"
          "# many, a hundred of them under way\n"
-         "tav request chat.example.com:7443 -t chat.pml --at-once 100 --file messages.json | jq .text\n",
+         "tav request chat.example.com:7443 -t chat.pml --replies --at-once 100 --file messages.json | jq "
+         ".text\n",
          addRequest},
         {"listen", "Print what a gateway sends",
          "Connects and prints each message that comes as a line of JSON, until Ctrl-C, which closes the\n"
@@ -42,7 +43,8 @@ std::vector<Command> liveCommands() {
          "Connects clients and sends messages at a fixed rate, whatever the gateway does (an open loop).\n"
          "Latencies are told by percentile and count from when a message was due, so that a gateway that\n"
          "stands still shows in all that were due meanwhile.  Sends that failed are told by name.  The exit\n"
-         "code is 1 if a message or a connection failed, and 3 if nobody could connect.  Ctrl-C ends it.",
+         "code is 1 if a message or a connection failed, 3 if nobody could connect, and 130 if Ctrl-C\n"
+         "ended it.",
          "# a thousand requests a second from two hundred clients\n"
          "tav load chat.example.com:7443 --ca ca.pem --size 100-2000 --clients 200 --rate 1000 --ramp 5\n"
          "# for a program, and as a picture\n"

@@ -39,8 +39,9 @@ std::map<std::string, tls::system_trust> const & trustNames() {
 /// The lines of the key log, appended to a file that nobody else may read.
 class KeyLog {
 public:
-    explicit KeyLog(std::string const & path)
-        : fd_(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)) {
+    KeyLog(std::string const & path, std::shared_ptr<std::atomic<int>> error)
+        : error_(std::move(error)),
+          fd_(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600)) {
         if (fd_ < 0) {
             throw systemFailure(path, "can't open", errno);
         }
@@ -51,14 +52,24 @@ public:
 
     void put(char const * line) {
         std::string const text = std::string(line) + "\n";
-        // What can't be written is missing: the connection goes on without it.
+        std::string_view rest = text;
+        // What can't be written is missing: the connection goes on without it, and it is told at the end.
         std::lock_guard<std::mutex> const guard(mutex_);
-        while (::write(fd_, text.data(), text.size()) < 0 && errno == EINTR) {
+        while (!rest.empty()) {
+            ssize_t const n = ::write(fd_, rest.data(), rest.size());
+            if (n >= 0) {
+                rest.remove_prefix(static_cast<std::size_t>(n));
+            } else if (errno != EINTR) {
+                int none = 0;
+                error_->compare_exchange_strong(none, errno);
+                return;
+            }
         }
     }
 
 private:
     std::mutex mutex_;
+    std::shared_ptr<std::atomic<int>> const error_;
     int const fd_;
 };
 
@@ -79,7 +90,11 @@ void addTrust(CLI::App & app, ConnectionOptions & options) {
     app.add_option("--name", policy.expected_name, "what the certificate has to be for, in place of HOST")
         ->type_name("NAME");
     app.add_flag("--no-name-check", options.noNameCheck, "take a certificate for any name");
-    app.add_flag("--insecure", options.insecure, "check nothing, and believe any server");
+    CLI::Option * const insecure =
+        app.add_flag("--insecure", options.insecure, "check nothing, and believe any server");
+    for (char const * const checked : {"--ca", "--also-trust", "--trust", "--name"}) {
+        insecure->excludes(app.get_option(checked));
+    }
     app.add_option("--crl", policy.crl_file, "certificates that were taken back")->type_name("FILE");
     app.add_flag("--crl-chain", policy.crl_check_chain,
                  "a list for every certificate of the chain, not for the server's alone");
@@ -257,11 +272,20 @@ tls::connect_option connectOption(ConnectionOptions const & options) {
         policy.key_password = [word = lineOf(options.passwordFile)] { return word; };
     }
     if (!options.keyLog.empty()) {
-        auto const log = std::make_shared<KeyLog>(options.keyLog);
+        auto const log = std::make_shared<KeyLog>(options.keyLog, options.keyLogError);
         policy.key_log = [log](char const * line) { log->put(line); };
     }
     made.set_tls_policy(policy);
     return made;
+}
+
+int withKeyLog(ConnectionOptions const & options, int code, Output & output) {
+    int const error = *options.keyLogError;
+    if (error == 0) {
+        return code;
+    }
+    output.tell(std::string("tav: ") + systemFailure(options.keyLog, "can't write", error).what() + "\n");
+    return code > exitNetwork ? code : static_cast<int>(exitUse);
 }
 
 std::string nameOf(std::error_code why) {

@@ -173,9 +173,11 @@ Live::Live(LiveOptions const & options, Template const & model, Output & output)
         [queue = queue_](unsigned long long, unsigned short, int, char const * text) { queue->cause(text); });
     keeper_ = std::make_unique<kit::keeper>(option, how(), "tav");
     keeper_->client().set_old_msg_default_callback(taking(queue_));
+    output_.endsBy(&interrupts_);
 }
 
 Live::~Live() {
+    output_.endsBy(nullptr);
     queue_->close();
     keeper_->stop();
 }
@@ -198,15 +200,16 @@ kit::keeper_option Live::how() {
     return made;
 }
 
-void Live::connect() {
+bool Live::connect(Clock::time_point until) {
     keeper_->start();
-    while (!gone_ && state_ != kit::keeper_state::up) {
-        serve(-1, Clock::time_point::max());
+    while (!gone_ && state_ != kit::keeper_state::up && Clock::now() < until) {
+        serve(-1, until);
     }
+    return state_ == kit::keeper_state::up;
 }
 
-void Live::put(Message const & message, unsigned short reply) {
-    unsigned long long const number = ++begun_;
+void Live::put(Message const & message, unsigned short reply, unsigned long long number) {
+    ++begun_;
     bool const awaits = reply != Message::noCode;
     auto const ended = [queue = queue_, number, reply, awaits](std::error_code why,
                                                                kit::detail::arrival const & came) {
@@ -291,7 +294,9 @@ void Live::show(LiveEvent const & event) {
     }
     if (pushes_ < mostPushes_) {
         ++pushes_;
-        showMessage("push", event);
+        if (!options_.repliesAlone) {
+            showMessage("push", event);
+        }
     }
 }
 

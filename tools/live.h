@@ -38,6 +38,8 @@ struct LiveOptions {
     bool json = false;
     /// Whether a request may go out once more if its connection ended before the reply.
     bool repeat = false;
+    /// Whether replies are printed, and nothing else that comes.
+    bool repliesAlone = false;
     /// Whether a connection that is up is told, too.
     bool tellsUp = false;
 };
@@ -110,10 +112,10 @@ public:
     Live(Live const &) = delete;
     Live & operator=(Live const &) = delete;
 
-    /// Begins, and waits until there is a connection.  Throws a Failure if none comes about.
-    void connect();
-    /// Sends; with a reply code it waits for that reply, or else for nothing.
-    void put(Message const & message, unsigned short reply);
+    /// Begins, and waits until then for a connection; false if there is none.
+    bool connect(Clock::time_point until = Clock::time_point::max());
+    /// Sends the message of this number; with a reply code it waits for that reply, or else for nothing.
+    void put(Message const & message, unsigned short reply, unsigned long long number);
     /// How many of those that were sent have not ended.
     std::size_t underWay() const { return begun_ - ended_; }
     /// How many pushes were printed, and that no more than these are.

@@ -6,6 +6,9 @@
 #include <tav/vinta/vinta_basetypes_failures.h>
 #include <tav/vinta/vinta_log.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <sstream>
@@ -71,9 +74,22 @@ int end(Output & output, std::string const & text, int code) {
     return code;
 }
 
+/// A standard stream that is closed would be the number of the next file or connection, and be written to as
+/// if it were the stream: what takes its place can't be read or written.
+void takeStandardStreams() {
+    for (int const fd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(fd, F_GETFD) < 0) {
+            // The lowest that is free, which is this one.
+            int const taken = ::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+            static_cast<void>(taken);
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char ** argv) {
+    takeStandardStreams();
     // What writes to a reader that went away ends, also where a parent has ignored that.
     std::signal(SIGPIPE, SIG_DFL);
     tavLogger::setLogLevel(tavLogger::NONE);

@@ -1,13 +1,17 @@
 #include "tools/output.h"
 
 #include "tools/failure.h"
+#include "tools/interrupts.h"
 #include "tools/terminal_text.h"
 #include "tools/utf8.h"
 
+#include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 
@@ -17,17 +21,6 @@ namespace tool {
 namespace {
 
 constexpr std::size_t flushedAt = 64 * 1024;
-
-void writeAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        ssize_t const n = ::write(fd, text.data(), text.size());
-        if (n >= 0) {
-            text.remove_prefix(static_cast<std::size_t>(n));
-        } else if (errno != EINTR) {
-            throw systemFailure("<stdout>", "can't write", errno);
-        }
-    }
-}
 
 std::string inColour(char colour, std::string_view text) {
     char const * const code = colour == 'r'   ? "31"
@@ -72,6 +65,49 @@ void Output::colours(Colours choice) {
     tellsInColour_ = isColoured(STDERR_FILENO);
 }
 
+void Output::endsBy(Interrupts const * interrupts) {
+    interrupts_ = interrupts;
+    end_ = Clock::time_point::max();
+}
+
+/// Waits until a piece can be written without waiting.
+void Output::waitForReader(int fd) {
+    constexpr std::chrono::milliseconds grace(500);
+    for (;;) {
+        bool const came = interrupts_->signal() != 0;
+        int left = -1;
+        if (came) {
+            end_ = std::min(end_, Clock::now() + grace);
+            left = static_cast<int>(
+                std::chrono::duration_cast<std::chrono::milliseconds>(end_ - Clock::now()).count());
+            if (left <= 0) {
+                throw Interrupted{interrupts_->signal()};
+            }
+        }
+        pollfd what[] = {{fd, POLLOUT, 0}, {interrupts_->fd(), POLLIN, 0}};
+        if (::poll(what, came ? 1 : 2, left) > 0 && what[0].revents != 0) {
+            return;
+        }
+    }
+}
+
+void Output::writeAll(int fd, std::string_view text) {
+    while (!text.empty()) {
+        std::string_view piece = text;
+        if (interrupts_ != nullptr) {
+            waitForReader(fd);
+            // So much a pipe takes without waiting once it takes anything.
+            piece = piece.substr(0, PIPE_BUF);
+        }
+        ssize_t const n = ::write(fd, piece.data(), piece.size());
+        if (n >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(n));
+        } else if (errno != EINTR) {
+            throw systemFailure(fd == STDOUT_FILENO ? "<stdout>" : "<stderr>", "can't write", errno);
+        }
+    }
+}
+
 void Output::write(std::string_view text) {
     buffer_ += text;
     if (buffer_.size() >= flushedAt) {
@@ -88,13 +124,18 @@ void Output::flush() {
 std::string Output::in(char colour, std::string_view text) const {
     return coloured_ ? inColour(colour, text) : std::string(text);
 }
+
 void Output::tell(std::string_view text) {
     flush();
     std::string shown = forTerminal(text);
     if (tellsInColour_) {
         colourKind(shown);
     }
-    std::fwrite(shown.data(), 1, shown.size(), stderr);
+    try {
+        writeAll(STDERR_FILENO, shown);
+    } catch (Failure const &) {
+        // There is nobody to be told.
+    }
 }
 
 std::string jsonText(std::string_view text) {

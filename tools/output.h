@@ -1,12 +1,15 @@
 #ifndef TAV_TOOLS_OUTPUT_H
 #define TAV_TOOLS_OUTPUT_H
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <string_view>
 
 namespace tav {
 namespace tool {
+
+class Interrupts;
 
 enum class Colours { automatic, always, never };
 
@@ -32,6 +35,10 @@ public:
     /// To be called at the end: what was written has then been taken by the system.
     void flush();
 
+    /// From here on, unless this is null, a reader who takes nothing holds up no signal: what is then still
+    /// to be written is dropped after half a second, and Interrupted thrown.
+    void endsBy(Interrupts const * interrupts);
+
     /// The text in a colour, if there are colours: 'r'ed, 'y'ellow, 'g'reen, 'c'yan, 'd'im, 'b'old.
     std::string in(char colour, std::string_view text) const;
 
@@ -40,7 +47,15 @@ public:
     void tell(std::string_view text);
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    void waitForReader(int fd);
+    void writeAll(int fd, std::string_view text);
+
     std::string buffer_;
+    Interrupts const * interrupts_ = nullptr;
+    /// When nobody is waited for any more.
+    Clock::time_point end_ = Clock::time_point::max();
     bool coloured_ = false;
     bool tellsInColour_ = false;
 };

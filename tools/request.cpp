@@ -14,7 +14,10 @@ Run addRequest(CLI::App & app) {
                    "the class of the replies; without it they have the code behind that of the message")
         ->type_name("NAME");
     app.add_option("--reply-code", options->replyCode, "the code of the replies, in place of their class")
-        ->type_name("HEX");
+        ->type_name("HEX")
+        ->excludes(app.get_option("--reply"));
+    app.add_flag("--replies", options->live.repliesAlone,
+                 "print the replies alone, and nothing else that comes");
     constexpr unsigned most = 500;
     app.add_option("--at-once", options->atOnce, "how many requests may be under way")
         ->check(CLI::Range(1u, most))

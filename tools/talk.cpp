@@ -70,12 +70,13 @@ private:
         }
     }
 
-    int worst() const { return wrong_ ? static_cast<int>(exitFound) : live_->code(); }
+    int worst() const { return std::max(wrong_ ? static_cast<int>(exitFound) : 0, live_->code()); }
     unsigned window() const { return options_.awaits || options_.confirms ? options_.atOnce : mostAtOnce; }
 
     /// False at the end.  A wrong message ends the work, or is told and passed over.
     bool next(Message & message) {
         for (;;) {
+            ++number_;
             try {
                 bool const got = source_->next(message);
                 told_.tell(*source_, message, output_);
@@ -111,11 +112,11 @@ private:
         } else if (options_.awaits) {
             reply = reply_ != Message::noCode ? reply_ : static_cast<unsigned short>(message.code + 1);
         }
-        live_->put(message, reply);
+        live_->put(message, reply, number_);
     }
 
     unsigned short chosenReply() const {
-        pml::MetaClass const * const cls = chosenClass(model_, options_.replyClass, std::string());
+        pml::MetaClass const * const cls = chosenClass(model_, options_.replyClass, std::string(), "--reply");
         unsigned short code = Message::noCode;
         std::string const text = cls != nullptr ? stringOf(cls->code) : options_.replyCode;
         if (!text.empty() && !readCode(text, code)) {
@@ -143,6 +144,8 @@ private:
     std::unique_ptr<Source> source_;
     std::unique_ptr<Live> live_;
     unsigned short reply_ = Message::noCode;
+    /// Of the message that was read last, from 1.
+    unsigned long long number_ = 0;
     /// Whether there was still something to be sent, or a reply to come.
     bool left_ = true;
     bool wrong_ = false;
@@ -152,10 +155,7 @@ private:
 
 void addTalkOptions(CLI::App & app, TalkOptions & options) {
     addLiveOptions(app, options.live);
-    app.add_option("JSON", options.source.text, "the message; without it --file is read");
-    app.add_option("--file", options.source.file, "messages as JSON, one or many; - is the standard input")
-        ->type_name("FILE")
-        ->capture_default_str();
+    addMessageOptions(app, options.source, "messages as JSON, one or many; - is the standard input");
     addModelOptions(app, options.source.model, options.source.className, options.source.code);
     app.get_option("--template")->required();
     app.add_flag("--keep-going", options.source.keepGoing,
@@ -167,8 +167,21 @@ void addTalkOptions(CLI::App & app, TalkOptions & options) {
         ->capture_default_str();
 }
 
+void addMessageOptions(CLI::App & app, ConvertOptions & source, std::string const & fileText) {
+    auto const isThere = [](std::string const & text) {
+        return text.find_first_not_of(" \t\r\n") == std::string::npos ? "there is no message" : "";
+    };
+    app.add_option("JSON", source.text, "the message; without it --file is read")
+        ->check(CLI::Validator(isThere, "", "message"));
+    app.add_option("--file", source.file, fileText)
+        ->type_name("FILE")
+        ->capture_default_str()
+        ->excludes(app.get_option("JSON"));
+}
+
 int talk(TalkOptions const & options, Output & output) {
-    return Talk(options, output).run();
+    int const code = Talk(options, output).run();
+    return withKeyLog(options.live.connection, code, output);
 }
 
 } // namespace tool

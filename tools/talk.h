@@ -19,6 +19,9 @@ struct TalkOptions {
     unsigned lingerMs = 0;
 };
 
+/// The JSON of a message, or a file of messages.
+void addMessageOptions(CLI::App & app, ConvertOptions & source, std::string const & fileText);
+
 /// The template, the JSON and the connection.
 void addTalkOptions(CLI::App & app, TalkOptions & options);
 

@@ -161,8 +161,8 @@ std::string codeText(unsigned short code) {
     return text;
 }
 
-MetaClass const * chosenClass(Template const & model, std::string const & className,
-                              std::string const & code) {
+MetaClass const * chosenClass(Template const & model, std::string const & className, std::string const & code,
+                              char const * option) {
     if (!code.empty()) {
         unsigned short number = 0;
         if (!readCode(code, number)) {
@@ -179,7 +179,7 @@ MetaClass const * chosenClass(Template const & model, std::string const & classN
     }
     MetaClass const * const found = model.factory->findClass(istrOf(className));
     if (found == nullptr) {
-        throw Failure(exitUse, "--class: " + model.name + " has no class " + className +
+        throw Failure(exitUse, std::string(option) + ": " + model.name + " has no class " + className +
                                    nearestTo(className, *model.factory));
     }
     return found;

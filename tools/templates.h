@@ -59,9 +59,9 @@ bool readCode(std::string_view text, unsigned short & code);
 std::string codeText(unsigned short code);
 
 /// The class that the options of a command line mean; null if both are empty.  Throws a Failure if the
-/// template has none such, with names that are near.
+/// template has none such, with names that are near; `option` is where the class was named.
 pml::MetaClass const * chosenClass(Template const & model, std::string const & className,
-                                   std::string const & code);
+                                   std::string const & code, char const * option = "--class");
 
 inline std::string stringOf(tavString const & text) {
     return std::string(text.data() == nullptr ? "" : text.data(), text.size());

@@ -191,6 +191,16 @@ TEST(ToolLive, ListenEndsAfterItsTime) {
     EXPECT_TRUE(rig.closed());
 }
 
+TEST(ToolLive, ListenThatHasNotGotWhatWasWantedInItsTimeSaysSo) {
+    LiveRig const rig;
+    ToolRun const few = rig.run("listen", "--for 200 --count 3");
+    EXPECT_EQ(few.code, 1);
+    EXPECT_TRUE(has(few.err, "tav: 0 of 3 messages came within the 200 ms of --for\n")) << few.err;
+    ToolRun const alone = rig.tool.run("listen localhost:1 -t m.pml --reconnect always --for 300");
+    EXPECT_EQ(alone.code, 3);
+    EXPECT_TRUE(has(alone.err, "tav: there was no connection within the 300 ms of --for\n")) << alone.err;
+}
+
 TEST(ToolLive, MessageThatIsNotWhatItsClassSaysIsToldAndNoLine) {
     LiveRig const rig;
     auto running = rig.begin("$TAV " + rig.line("listen", "--count 2"));
@@ -241,6 +251,59 @@ TEST(ToolLive, WrongJsonIsToldWithItsPlaceAndIsNotSent) {
         EXPECT_TRUE(has(run.err, one.said)) << one.more << ": " << run.err;
         EXPECT_EQ(rig.gateway->stats().packets - before, one.sent) << one.more;
     }
+}
+
+TEST(ToolLive, MessagesHaveTheNumbersUnderWhichTheyWereRead) {
+    LiveRig const rig;
+    ToolRun const run = rig.run("send", "-c im.Say --json --keep-going", "{\"user\":5}\n{\"user\":\"b\"}\n");
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(has(run.out, "{\"event\":\"sent\",\"number\":2}\n")) << run.out;
+    // The worst of what has happened is the exit code.
+    tav::gateway::Options silent;
+    silent.faults.silence = true;
+    LiveRig const other(silent);
+    ToolRun const worst =
+        other.run("request", "-c im.Ask --keep-going --timeout 300", "{\"user\":5}\n{\"user\":\"b\"}\n");
+    EXPECT_EQ(worst.code, 3);
+    EXPECT_TRUE(has(worst.err, "tav: message 2: timed_out: ")) << worst.err;
+}
+
+TEST(ToolLive, RepliesAloneArePrintedWhereNothingElseIsWanted) {
+    LiveRig const rig;
+    // The answer has another code than the one that is waited for.
+    std::string const more = "-c im.Ask --reply-code 3999 --timeout 300 '{\"user\":\"ann\"}'";
+    EXPECT_EQ(rig.run("request", more).out, "{ \"__class__\":\"im.Answer\", \"user\":\"ann\" }\n");
+    EXPECT_EQ(rig.run("request", "--replies " + more).out, "");
+    EXPECT_EQ(rig.run("request", "--replies -c im.Ask '{\"user\":\"ann\"}'").out,
+              "{ \"__class__\":\"im.Answer\", \"user\":\"ann\" }\n");
+}
+
+TEST(ToolLive, OptionsThatExcludeEachOtherAreToldAndNobodyIsCalled) {
+    LiveRig const rig;
+    struct Case {
+        char const * more;
+        char const * said;
+    };
+    for (Case const & one :
+         {Case{"-c im.Ask ''", "JSON: there is no message"},
+          Case{"-c im.Ask ' '", "JSON: there is no message"},
+          Case{"-c im.Ask --file /dev/null '{\"user\":\"a\"}'", "JSON excludes --file"},
+          Case{"-c im.Ask --reply im.Answer --reply-code 2002 '{}'", "--reply excludes --reply-code"},
+          Case{"-c im.Ask --insecure '{}'", "--ca excludes --insecure"},
+          Case{"-c im.Ask --reply im.Anser '{}'",
+               "--reply: m.pml has no class im.Anser; did you mean im.Answer?"}}) {
+        ToolRun const run = rig.run("request", one.more);
+        EXPECT_EQ(run.code, 2) << one.more;
+        EXPECT_TRUE(has(run.err, one.said)) << one.more << ": " << run.err;
+    }
+    for (Case const & one : {Case{"--count 0", "--count: Value 0 not in range 1 to 1000000000000\n"},
+                             Case{"--for 0", "--for: Value 0 not in range 1 to 1000000000000\n"}}) {
+        ToolRun const run = rig.run("listen", one.more);
+        EXPECT_EQ(run.code, 2) << one.more;
+        EXPECT_EQ(run.err, std::string("tav: ") + one.said + "Run with --help for more information.\n")
+            << one.more;
+    }
+    EXPECT_EQ(rig.gateway->stats().connections, 0u);
 }
 
 TEST(ToolLive, WrongTemplateOrPlaceIsToldBeforeAnybodyIsCalled) {
@@ -348,6 +411,54 @@ TEST(ToolLive, SignalClosesTheConnectionAndListenHasEndedWell) {
                               "until_ 'tried again' err; kill -INT $pid; wait $pid; echo $?; "
                               "grep -c refused: err | sed 's/[1-9].*/some/'"));
     EXPECT_EQ(run.out, "0\nsome\n") << run.err;
+}
+
+TEST(ToolLive, SignalEndsItAlsoWhileTheReaderOfTheOutputTakesNothing) {
+    LiveRig const rig;
+    // The reader holds its end of the pipe and waits until that is full.
+    auto running = rig.begin(
+        "mkfifo out; $TAV " + rig.line("listen", "2>err >out & pid=$!\n") +
+        "exec 3<out; until_ connected err\n"
+        "python3 -c 'import array, fcntl, termios, time\n"
+        "size = array.array(\"i\", [0])\n"
+        "while size[0] < 60000: time.sleep(0.01); fcntl.ioctl(3, termios.FIONREAD, size)'\n"
+        "kill -TERM $pid; for i in $(seq 300); do kill -0 $pid 2>/dev/null || break; sleep 0.01; done\n"
+        "kill -0 $pid 2>/dev/null && kill -9 $pid; wait $pid; echo $?");
+    ASSERT_TRUE(rig.opened());
+    std::string const long_(200, 'x');
+    for (int i = 0; i < 2000; ++i) {
+        rig.push(0x3001, long_);
+    }
+    ToolRun const run = running.get();
+    EXPECT_EQ(run.out, "0\n") << run.err;
+    EXPECT_TRUE(rig.closed());
+}
+
+TEST(ToolLive, KeyLogThatCantBeWrittenIsToldAtTheEnd) {
+    LiveRig const rig;
+    ToolRun const run = rig.run("request", "--keylog /dev/full -c im.Ask '{\"user\":\"ann\"}'");
+    EXPECT_EQ(run.code, 2);
+    EXPECT_EQ(run.out, "{ \"__class__\":\"im.Answer\", \"user\":\"ann\" }\n");
+    EXPECT_EQ(run.err, "tav: /dev/full: can't write: No space left on device\n");
+}
+
+TEST(ToolLive, StreamsThatAreClosedAreNoOtherFile) {
+    LiveRig const rig;
+    std::string const ask = rig.line("request", "-c im.Ask '{\"user\":\"ann\"}' ");
+    ToolRun const run = rig.tool.shell("$TAV " + ask + ">&-");
+    EXPECT_EQ(run.code, 2);
+    EXPECT_EQ(run.err, "tav: <stdout>: can't write: Bad file descriptor\n");
+    ToolRun const all = rig.tool.shell("$TAV " + rig.line("request", "-c im.Aks --keylog keys '{}' ") +
+                                       "<&- >&- 2>&-; code=$?; cat keys; exit $code");
+    EXPECT_EQ(all.code, 2);
+    EXPECT_EQ(all.out, "");
+    EXPECT_EQ(rig.tool
+                  .shell("$TAV " +
+                         rig.line("request", "-c im.Ask --reply-code 3999 --timeout 200 --keylog keys "
+                                             "'{\"user\":\"ann\"}'") +
+                         " <&- >&- 2>&-; grep -c tav: keys")
+                  .out,
+              "0\n");
 }
 
 TEST(ToolLive, SignalThatCutsAMessageShortIsInTheExitCode) {
