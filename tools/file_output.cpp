@@ -125,24 +125,34 @@ mode_t usualMode() {
 
 } // namespace
 
-void writeFile(std::string const & path, std::string_view text, std::string_view mark, bool force) {
+void checkFile(std::string const & path, std::string_view mark, bool force) {
     struct stat there {};
     if (::stat(path.c_str(), &there) != 0) {
-        if (errno != ENOENT) {
+        std::size_t const slash = path.rfind('/');
+        std::string const folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+        if (errno != ENOENT || ::access(folder.c_str(), W_OK) != 0) {
             throw systemFailure(path, "can't write", errno);
         }
-        replace(path, text, usualMode());
         return;
     }
     if (S_ISDIR(there.st_mode)) {
         throw systemFailure(path, "can't write", EISDIR);
     }
+    if (S_ISREG(there.st_mode) && !force && !isMarked(path, mark)) {
+        throw Failure(exitUse, path + ": is there, and was not generated: --force replaces it");
+    }
+}
+
+void writeFile(std::string const & path, std::string_view text, std::string_view mark, bool force) {
+    checkFile(path, mark, force);
+    struct stat there {};
+    if (::stat(path.c_str(), &there) != 0) {
+        replace(path, text, usualMode());
+        return;
+    }
     if (!S_ISREG(there.st_mode)) {
         writeInto(path, text);
         return;
-    }
-    if (!force && !isMarked(path, mark)) {
-        throw Failure(exitUse, path + ": is there, and was not generated: --force replaces it");
     }
     replace(behindLinks(path), text, there.st_mode & 07777);
 }

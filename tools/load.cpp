@@ -1,14 +1,17 @@
 #include "tools/command.h"
 #include "tools/connection.h"
 #include "tools/failure.h"
+#include "tools/file_output.h"
 #include "tools/load_report.h"
 #include "tools/notes.h"
+#include "tools/talk.h"
 
 #include <tav/kit/message.h>
 
-#include <cerrno>
-#include <cstdio>
+#include <functional>
+#include <iomanip>
 #include <memory>
+#include <sstream>
 
 namespace tav {
 namespace tool {
@@ -29,6 +32,7 @@ struct Options {
     std::string sizes;
     std::string replyCode;
     std::string plot;
+    bool force = false;
     bool json = false;
 };
 
@@ -55,6 +59,12 @@ tavBytes bodyOf(unsigned size) {
         length = length > over ? length - over : 0;
     }
     return body;
+}
+
+std::string plainly(double number) {
+    std::ostringstream out;
+    out << std::defaultfloat << std::setprecision(9) << number;
+    return out.str();
 }
 
 unsigned sizeOf(std::string const & text) {
@@ -103,8 +113,13 @@ std::vector<LoadMessage> messagesOf(Options const & options, Output & output) {
     std::vector<LoadMessage> all;
     std::size_t bytes = 0;
     Message message;
-    while (all.size() < mostMessages && bytes < mostBytes && source->next(message)) {
+    while (source->next(message)) {
         told.tell(*source, message, output);
+        if (all.size() >= mostMessages || bytes >= mostBytes) {
+            output.tell("tav: " + source->told("warning", "the messages ahead of this one are sent, " +
+                                                              std::to_string(all.size()) + " in turn"));
+            break;
+        }
         if (message.cls == nullptr || message.cls->code.empty()) {
             throw Failure(exitFound, source->told("error", "its class has no code to be sent by"));
         }
@@ -120,15 +135,28 @@ std::vector<LoadMessage> messagesOf(Options const & options, Output & output) {
     return all;
 }
 
-void writePlot(std::string const & path, std::string const & text) {
-    std::FILE * const file = std::fopen(path.c_str(), "wb");
-    if (file == nullptr) {
-        throw systemFailure(path, "can't open", errno);
+/// The exit code of what came of it.
+int codeOf(LoadPlan const & plan, LoadResult const & result) {
+    bool const all = result.sends.empty() || (result.sends.size() == 1 && result.sends.count("ok") == 1);
+    bool const nothingCame = plan.push && result.expected > 0 && result.delivered == 0;
+    return result.signal != 0      ? codeOfSignal(result.signal)
+           : result.connected == 0 ? exitNetwork
+           : all && !nothingCame && result.connects.empty() && result.breaks.empty() ? exitGood
+                                                                                     : exitFound;
+}
+
+void tellWhatIsMissing(Options const & options, LoadResult const & result, Output & output) {
+    std::string const place = "tav: " + options.connection.place + ": ";
+    if (result.connected == 0 && result.signal == 0) {
+        output.tell(place + "nobody could connect\n");
     }
-    bool const good = std::fwrite(text.data(), 1, text.size(), file) == text.size();
-    int const error = errno;
-    if (std::fclose(file) != 0 || !good) {
-        throw systemFailure(path, "can't write", good ? errno : error);
+    if (result.connects.count("no_resources") != 0) {
+        output.tell(
+            "tav: the system has no descriptors or threads for more clients: `ulimit -n` and `ulimit -u`\n");
+    }
+    if (options.plan.push && result.expected > 0 && result.delivered == 0) {
+        output.tell(place + "none of the messages was passed on to another client: does the gateway do that "
+                            "with their code?\n");
     }
 }
 
@@ -141,23 +169,32 @@ int load(Options & options, Output & output) {
         throw Failure(exitUse, "--reply-code: \"" + options.replyCode +
                                    "\" is no code: up to four hexadecimal digits");
     }
+    if (plan.push && plan.clients == 1) {
+        throw Failure(exitUse, "--push: one client has no others that messages are passed on to: --clients");
+    }
     // Ahead of the work that would be for nothing.
     if (!options.plot.empty()) {
-        writePlot(options.plot, std::string());
+        checkFile(options.plot, plotMark, options.force);
     }
     auto const result = std::make_unique<LoadResult>();
     runLoad(plan, *result);
     output.write(options.json ? jsonReportOf(plan, *result) : reportOf(plan, *result));
     output.flush();
     if (!options.plot.empty()) {
-        writePlot(options.plot, plotOf(plan, *result));
+        writeFile(options.plot, plotOf(plan, *result), plotMark, options.force);
     }
-    if (result->connected == 0 && result->signal == 0) {
-        output.tell("tav: " + options.connection.place + ": nobody could connect\n");
-        return exitNetwork;
-    }
-    bool const all = result->sends.empty() || (result->sends.size() == 1 && result->sends.count("ok") == 1);
-    return all && result->connects.empty() && result->breaks.empty() ? exitGood : exitFound;
+    tellWhatIsMissing(options, *result, output);
+    return withKeyLog(options.connection, codeOf(plan, *result), output);
+}
+
+/// A range that holds no NaN either.
+std::function<std::string(std::string const &)> within(double low, double high) {
+    return [low, high](std::string const & text) {
+        double value = 0;
+        bool const good = CLI::detail::lexical_cast(text, value) && value >= low && value <= high;
+        return good ? std::string()
+                    : "\"" + text + "\" is no number from " + plainly(low) + " to " + plainly(high);
+    };
 }
 
 } // namespace
@@ -166,15 +203,17 @@ Run addLoad(CLI::App & app) {
     auto const options = std::make_shared<Options>();
     LoadPlan & plan = options->plan;
     addConnectionOptions(app, options->connection);
-    app.add_option("JSON", options->source.text, "the message; without it --file is read");
-    app.add_option("--file", options->source.file, "messages as JSON, sent in turn; - is the standard input")
-        ->type_name("FILE")
-        ->capture_default_str();
+    addMessageOptions(app, options->source, "messages as JSON, sent in turn; - is the standard input");
     addModelOptions(app, options->source.model, options->source.className, options->source.code);
-    app.add_option("--size", options->sizes,
-                   "messages of so many bytes, or from so many to so many as 100-2000, in place of JSON")
-        ->type_name("BYTES");
+    CLI::Option * const size =
+        app.add_option("--size", options->sizes,
+                       "messages of so many bytes, or from so many to so many as 100-2000, in place of JSON")
+            ->type_name("BYTES");
+    for (char const * const other : {"JSON", "--file", "--template", "--class"}) {
+        size->excludes(app.get_option(other));
+    }
     constexpr unsigned mostClients = 10000;
+    constexpr double least = 0.001;
     constexpr double highest = 1e6;
     constexpr double longest = 1e6;
     app.add_option("--clients", plan.clients, "how many connect")
@@ -182,22 +221,24 @@ Run addLoad(CLI::App & app) {
         ->type_name("N")
         ->capture_default_str();
     app.add_option("--rate", plan.rate, "messages a second, of all clients together")
-        ->check(CLI::Range(0.001, highest))
+        ->check(within(least, highest))
         ->type_name("N")
         ->capture_default_str();
     app.add_option("--duration", plan.seconds, "seconds of sending")
-        ->check(CLI::Range(0.001, longest))
+        ->check(within(least, longest))
         ->type_name("S")
         ->capture_default_str();
     app.add_option("--ramp", plan.ramp, "seconds in which the rate grows to its height")
-        ->check(CLI::Range(0.0, longest))
+        ->check(within(0, longest))
         ->type_name("S");
     app.add_flag("--push", plan.push,
                  "wait for no replies, and watch what is passed on to the other clients");
     app.add_option("--reply-code", options->replyCode,
                    "the code of the replies, in place of that behind the message's")
-        ->type_name("HEX");
+        ->type_name("HEX")
+        ->excludes(app.get_option("--push"));
     app.add_option("--plot", options->plot, "draw the latencies by percentile, as SVG")->type_name("FILE");
+    app.add_flag("--force", options->force, "replace a file that is no picture of an earlier load");
     app.add_flag("--json", options->json, "print one JSON object");
     return [options](Output & output) { return load(*options, output); };
 }

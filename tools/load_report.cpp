@@ -50,12 +50,16 @@ std::string json(LoadResult::Counts const & counts) {
 }
 
 std::string json(Histogram const & histogram) {
-    std::string text = "{\"count\":" + std::to_string(histogram.count()) +
-                       formatted(",\"mean\":%.3f", histogram.mean() / 1000);
+    bool const none = histogram.count() == 0;
+    auto const member = [none](char const * name, double value) {
+        return formatted(",\"%s\":", name) + (none ? "null" : formatted("%.3f", value));
+    };
+    std::string text =
+        "{\"count\":" + std::to_string(histogram.count()) + member("mean", histogram.mean() / 1000);
     for (Percentile const & each : percentiles) {
-        text += formatted(",\"%s\":%.3f", each.name, milliseconds(histogram.percentile(each.percent)));
+        text += member(each.name, milliseconds(histogram.percentile(each.percent)));
     }
-    return text + formatted(",\"max\":%.3f}", milliseconds(histogram.most()));
+    return text + member("max", milliseconds(histogram.most())) + "}";
 }
 
 double share(LoadResult const & result) {
@@ -124,6 +128,8 @@ std::string curve(Histogram const & histogram, Scale const & scale, char const *
 
 } // namespace
 
+char const plotMark[] = "Drawn by tav load";
+
 std::string reportOf(LoadPlan const & plan, LoadResult const & result) {
     std::string text = formatted("connected %u of %u clients in %.1f s\n", result.connected, plan.clients,
                                  result.connectSeconds) +
@@ -133,7 +139,7 @@ std::string reportOf(LoadPlan const & plan, LoadResult const & result) {
                       static_cast<double>(result.bytes) / 1e6);
     text += lines(result.sends);
     if (plan.push) {
-        text += formatted("delivered %llu\n", result.delivered);
+        text += formatted("delivered %llu of %llu\n", result.delivered, result.expected);
     }
     if (!result.breaks.empty()) {
         text += "connections that ended\n" + lines(result.breaks);
@@ -150,6 +156,9 @@ std::string reportOf(LoadPlan const & plan, LoadResult const & result) {
         text += formatted("  %-8s %12.3f", "max", milliseconds(result.latency.most()));
         text += plan.push ? "\n" : formatted(" %12.3f\n", milliseconds(result.service.most()));
     }
+    if (result.signal != 0) {
+        text += formatted("ended by signal %d\n", result.signal);
+    }
     return text + formatted("this process: %.2f s of CPU, %.0f %% of one, %.0f MB at most\n",
                             result.cpuSeconds, share(result), result.memoryMegabytes);
 }
@@ -164,7 +173,9 @@ std::string jsonReportOf(LoadPlan const & plan, LoadResult const & result) {
     text += formatted(",\"begun\":%llu,\"seconds\":%.3f,\"bytes\":%llu,\"sends\":", result.begun,
                       result.seconds, result.bytes) +
             json(result.sends);
-    text += formatted(",\"delivered\":%llu,\"latency_ms\":", result.delivered) + json(result.latency);
+    text += formatted(",\"delivered\":%llu,\"expected\":%llu,\"latency_ms\":", result.delivered,
+                      result.expected) +
+            json(result.latency);
     text += plan.push ? std::string() : ",\"service_ms\":" + json(result.service);
     return text + formatted(",\"cpu_s\":%.3f,\"cpu_percent\":%.1f,\"memory_mb\":%.1f,\"signal\":%d}\n",
                             result.cpuSeconds, share(result), result.memoryMegabytes, result.signal);
@@ -175,14 +186,19 @@ std::string plotOf(LoadPlan const & plan, LoadResult const & result) {
     std::string text = formatted(
         "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"%.0f\" height=\"%.0f\" font-family=\"sans-serif\" "
         "font-size=\"12\">\n"
+        "<!-- %s: changes here are lost. -->\n"
         "<style>.grid{stroke:#ddd}.latency{stroke:#c33;fill:none;stroke-width:2}"
         ".service{stroke:#36c;fill:none}</style>\n"
         "<rect width=\"100%%\" height=\"100%%\" fill=\"white\"/>\n",
-        left + width + 30, top + height + 40);
+        left + width + 30, top + height + 40, plotMark);
     text += formatted(
         "<text x=\"%.0f\" y=\"22\">%u clients, %g a second, %.1f s: latency from when each was due "
         "(red)%s</text>\n",
         left, plan.clients, plan.rate, result.seconds, plan.push ? "" : ", and from when it was made (blue)");
+    if (result.latency.count() == 0) {
+        return text +
+               formatted("<text x=\"%.0f\" y=\"%.0f\">no message has a latency</text>\n</svg>\n", left, top);
+    }
     text += grid(scale);
     text += plan.push ? std::string() : curve(result.service, scale, "service");
     return text + curve(result.latency, scale, "latency") + "</svg>\n";

@@ -12,6 +12,9 @@ namespace tool {
 std::string reportOf(LoadPlan const & plan, LoadResult const & result);
 std::string jsonReportOf(LoadPlan const & plan, LoadResult const & result);
 
+/// Stands in the first lines of each picture.
+extern char const plotMark[];
+
 /// The latencies by percentile, as a picture in SVG.
 std::string plotOf(LoadPlan const & plan, LoadResult const & result);
 

@@ -54,9 +54,11 @@ struct LoadResult {
     unsigned long long bytes = 0;
     /// The ends of sends by name, "ok" for good ones.
     Counts sends;
-    /// How many pushes came.
+    /// How many pushes came, of how many.
     unsigned long long delivered = 0;
-    /// In microseconds, from the time when a send was due, and when it was made.
+    unsigned long long expected = 0;
+    /// In microseconds, from the time when a send was due, and when it was made.  What was never begun is in
+    /// the first with the time that it was late at the end.
     Histogram latency;
     Histogram service;
     double cpuSeconds = 0;

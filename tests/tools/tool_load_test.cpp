@@ -133,9 +133,10 @@ TEST(ToolLoad, SilentOrLostGatewayIsToldByNameAndHoldsUpNothing) {
     LoadRig const rig(silent);
     auto const begin = std::chrono::steady_clock::now();
     ToolRun const run = rig.report("--size 100 --rate 100 --duration 0.5 --timeout 1000",
-                                   "r[\"sends\"], r[\"latency_ms\"][\"p50\"] >= 1000");
+                                   "r[\"sends\"], r[\"latency_ms\"][\"p50\"] >= 1000, "
+                                   "r[\"service_ms\"][\"p50\"] >= 1000");
     EXPECT_EQ(run.code, 1);
-    EXPECT_EQ(run.out, "{'timed_out': 50} True\n") << run.err;
+    EXPECT_EQ(run.out, "{'timed_out': 50} True True\n") << run.err;
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 
     tav::gateway::Options closing;
@@ -150,10 +151,132 @@ TEST(ToolLoad, SilentOrLostGatewayIsToldByNameAndHoldsUpNothing) {
 
 TEST(ToolLoad, PushesAreSeenByTheOtherClients) {
     LoadRig const rig;
-    ToolRun const run = rig.report("--push --size 100 --code 3001 --clients 4 --rate 100 --duration 1",
-                                   "r[\"sends\"], r[\"delivered\"], r[\"latency_ms\"][\"count\"]");
+    ToolRun const run =
+        rig.report("--push --size 100 --code 3001 --clients 4 --rate 100 --duration 1",
+                   "r[\"sends\"], r[\"delivered\"], r[\"expected\"], r[\"latency_ms\"][\"count\"]");
     EXPECT_EQ(run.code, 0) << run.err;
-    EXPECT_EQ(run.out, "{'ok': 100} 300 300\n");
+    EXPECT_EQ(run.out, "{'ok': 100} 300 300 300\n");
+    ToolRun const small =
+        rig.tool.run(rig.line("--push --size 100 --code 3001 --clients 2 --rate 20 --duration 0.5"));
+    EXPECT_TRUE(has(small.out, "delivered 10 of 10\n")) << small.out;
+}
+
+TEST(ToolLoad, PushesThatNobodyGetsAreNoSuccess) {
+    LoadRig const rig;
+    // The gateway passes on no message of this code.
+    ToolRun const run = rig.tool.run(rig.line("--push --size 100 --clients 3 --rate 40 --duration 0.5"));
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(has(run.out, "delivered 0 of 40\n")) << run.out;
+    EXPECT_TRUE(has(run.err, "none of the messages was passed on to another client")) << run.err;
+    ToolRun const alone = rig.tool.run(rig.line("--push --size 100 --clients 1"));
+    EXPECT_EQ(alone.code, 2);
+    EXPECT_TRUE(has(alone.err, "--push: one client has no others")) << alone.err;
+}
+
+TEST(ToolLoad, PushesThatDidNotGoOutAreNotCalledGood) {
+    std::promise<void> free;
+    std::shared_future<void> const freed = free.get_future().share();
+    tav::gateway::Options stuck;
+    stuck.on_packet = [freed](unsigned short, std::string const &) { freed.wait(); };
+    LoadRig const rig(stuck);
+    ToolRun const run =
+        rig.report("--push --code 3001 --size 1000000 --clients 2 --rate 120 --duration 0.25 "
+                   "--timeout 700",
+                   "r[\"sends\"][\"not_sent\"] + r[\"sends\"].get(\"ok\", 0), "
+                   "r[\"sends\"][\"not_sent\"] > 5, r[\"expected\"] == r[\"sends\"].get(\"ok\", 0)");
+    free.set_value();
+    EXPECT_EQ(run.code, 1);
+    EXPECT_EQ(run.out, "30 True True\n") << run.err;
+}
+
+TEST(ToolLoad, RateIsThatOfTheWholeDuration) {
+    LoadRig const rig;
+    ToolRun const run =
+        rig.report("--size 100 --rate 10 --duration 0.3", "r[\"begun\"], 0.3 <= r[\"seconds\"] < 0.4");
+    EXPECT_EQ(run.out, "3 True\n") << run.err;
+}
+
+TEST(ToolLoad, MessagesThatWereNotBegunAreInTheLatencies) {
+    LoadRig const rig;
+    // The program stands still from the middle to behind the end.
+    auto running = std::async(std::launch::async, [&rig] {
+        return rig.tool.shell(
+            "$TAV " + rig.line("--size 100 --rate 100 --duration 1 --json >report & pid=$!\n") +
+            "until [ -e now ]; do sleep 0.01; done; kill -STOP $pid; sleep 1.2; kill -CONT $pid; "
+            "wait $pid; echo $?; python3 -c 'import json\nr = json.load(open(\"report\"))\n"
+            "print(r[\"sends\"][\"not_begun\"] + r[\"begun\"], r[\"latency_ms\"][\"count\"], "
+            "r[\"latency_ms\"][\"max\"] > 200)'");
+    });
+    EXPECT_TRUE(rig.gateway->wait([](Stats const & s) { return s.packets > 10; }));
+    rig.tool.file("now", "");
+    ToolRun const run = running.get();
+    EXPECT_EQ(run.out, "1\n100 100 True\n") << run.err;
+}
+
+TEST(ToolLoad, ClientsThatWereNotBegunAreNotCalledTimedOut) {
+    tav::gateway::Options deaf;
+    deaf.faults.no_handshake = true;
+    LoadRig const rig(deaf);
+    auto const begin = std::chrono::steady_clock::now();
+    ToolRun const run = rig.report("--size 100 --clients 100 --timeout 500",
+                                   "sum(r[\"connects\"].values()), r[\"connects\"][\"not_begun\"] >= 30, "
+                                   "r[\"connects\"][\"timed_out\"] >= 1, sorted(r[\"connects\"])");
+    EXPECT_EQ(run.code, 3);
+    EXPECT_EQ(run.out, "100 True True ['not_begun', 'timed_out']\n") << run.err;
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+
+    unsigned const before = rig.gateway->stats().connections;
+    auto running = std::async(std::launch::async, [&rig] {
+        return rig.tool.shell("$TAV " + rig.line("--size 100 --clients 40 --json >report & pid=$!\n") +
+                              "until [ -e now ]; do sleep 0.01; done; kill -INT $pid; wait $pid; echo $?; "
+                              "python3 -c 'import json\nprint(json.load(open(\"report\"))[\"connects\"])'");
+    });
+    EXPECT_TRUE(rig.gateway->wait([before](Stats const & s) { return s.connections >= before + 32; }));
+    rig.tool.file("now", "");
+    ToolRun const cut = running.get();
+    EXPECT_EQ(cut.out, "130\n{'cancelled': 32, 'not_begun': 8}\n") << cut.err;
+}
+
+TEST(ToolLoad, FewDescriptorsLeaveThoseClientsThatThereIsRoomFor) {
+    LoadRig const rig;
+    ToolRun const run =
+        rig.tool.shell("ulimit -n 60; $TAV " + rig.line("--size 100 --clients 60 --rate 20 --duration 0.5"));
+    EXPECT_EQ(run.code, 1);
+    EXPECT_TRUE(has(run.out, "  no_resources ")) << run.out;
+    EXPECT_TRUE(has(run.out, "begun     10 requests")) << run.out;
+    EXPECT_TRUE(has(run.err, "for more clients: `ulimit -n`")) << run.err;
+}
+
+TEST(ToolLoad, NothingHasNoLatency) {
+    ToolRig const rig(TAV_TOOL);
+    ToolRun const run =
+        rig.shell("$TAV load localhost:1 --size 1 --json --plot p.svg | python3 -c 'import json, sys\n"
+                  "r = json.load(sys.stdin)\nprint(r[\"latency_ms\"][\"p50\"], r[\"latency_ms\"][\"max\"])'");
+    EXPECT_EQ(run.out, "None None\n") << run.err;
+    EXPECT_TRUE(has(tav_test::contentOf(rig.path("p.svg")), ">no message has a latency<"));
+}
+
+TEST(ToolLoad, PlotReplacesNothingThatIsSomebodysOwn) {
+    LoadRig const rig;
+    rig.tool.file("own.svg", "<svg/>\n");
+    std::string const line = rig.line("--size 64 --rate 100 --duration 0.1 --plot own.svg");
+    ToolRun const run = rig.tool.run(line);
+    EXPECT_EQ(run.code, 2);
+    EXPECT_EQ(run.err, "tav: own.svg: is there, and was not generated: --force replaces it\n");
+    EXPECT_EQ(tav_test::contentOf(rig.tool.path("own.svg")), "<svg/>\n");
+    EXPECT_EQ(rig.tool.run(line + " --force").code, 0);
+    EXPECT_EQ(rig.tool.run(line).code, 0) << "its own is replaced";
+}
+
+TEST(ToolLoad, LongFileIsUsedAsFarAsIsTold) {
+    LoadRig const rig;
+    rig.tool.file("m.pml", "Ask:object(__class__(im.Ask)__code__(2001)[1]user:string())\n");
+    ToolRun const run = rig.tool.shell("yes '{\"user\":\"ann\"}' | $TAV " +
+                                       rig.line("-t m.pml -c im.Ask --rate 10 --duration 0.1"));
+    EXPECT_EQ(run.code, 0);
+    EXPECT_TRUE(has(
+        run.err, "tav: <stdin>:10001:1: warning: the messages ahead of this one are sent, 10000 in turn\n"))
+        << run.err;
 }
 
 TEST(ToolLoad, ReportIsForPeopleAndThePlotIsAPicture) {
@@ -183,7 +306,7 @@ TEST(ToolLoad, SignalEndsItWithWhatWasUntilThen) {
     EXPECT_TRUE(rig.gateway->wait([](Stats const & s) { return s.packets > 10; }));
     rig.tool.file("now", "");
     ToolRun const run = running.get();
-    EXPECT_EQ(run.out.substr(2), "1\n") << run.out << run.err;
+    EXPECT_EQ(run.out, std::to_string(128 + SIGINT) + "\n1\n") << run.err;
     EXPECT_TRUE(rig.gateway->wait([](Stats const & s) { return s.open == 0; }));
 }
 
@@ -215,10 +338,17 @@ TEST(ToolLoad, BadUseAndNobodyThereAreTold) {
     };
     for (Case const & one :
          {Case{"", 2, "--template and a message, or --size, are needed"},
+          Case{"--size 1 --rate nan", 2, "--rate: \"nan\" is no number from 0.001 to 1000000"},
+          Case{"--size 1 --duration nan", 2, "--duration"}, Case{"--size 1 --ramp nan", 2, "--ramp"},
+          Case{"--size 1 --template m.pml", 2, "--template excludes --size"},
+          Case{"--size 1 --file j", 2, "--file excludes --size"},
+          Case{"--size 1 '{}'", 2, "JSON excludes --size"}, Case{"-t m.pml ''", 2, "there is no message"},
+          Case{"--size 1 --push --reply-code 1", 2, "--push excludes --reply-code"},
+          Case{"--size 1 --insecure --ca a.pem", 2, "--ca excludes --insecure"},
           Case{"--size x", 2, "--size: \"x\""}, Case{"--size 9-1", 2, "ends before it begins"},
           Case{"--size 99999999", 2, "is no number of bytes"}, Case{"--size 1 --clients 0", 2, "--clients"},
           Case{"--size 1 --rate 0", 2, "--rate"}, Case{"--size 1 --code xyz", 2, "\"xyz\" is no code"},
-          Case{"--size 1 --plot absent/p.svg", 2, "absent/p.svg: can't open"},
+          Case{"--size 1 --plot absent/p.svg", 2, "absent/p.svg: can't write"},
           Case{"--size 1 --clients 2 --duration 1", 3, "nobody could connect"}}) {
         ToolRun const run = rig.run(std::string("load localhost:1 ") + one.arguments);
         EXPECT_EQ(run.code, one.code) << one.arguments << run.err;
