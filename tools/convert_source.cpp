@@ -435,6 +435,9 @@ private:
 class XmlSource : public TextSource {
 public:
     XmlSource(ConvertOptions const & options, Template const & model) : TextSource(options, model) {
+        if (text_.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+            text_.erase(0, 3);
+        }
         try {
             checkXml(text_);
         } catch (PlacedFault const & e) {

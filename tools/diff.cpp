@@ -103,9 +103,6 @@ void tellTwice(Template const & model, Output & output) {
 }
 
 int diff(Options const & options, Output & output) {
-    if (options.before == "-" && options.after == "-") {
-        throw Failure(exitUse, "the standard input can be read once: give a file for OLD or NEW");
-    }
     Template const before = loadTemplate(options.before);
     Template const after = loadTemplate(options.after);
     tellTwice(before, output);

@@ -55,11 +55,15 @@ private:
     std::unique_ptr<ByteReader> open() const;
     bool frames(ByteReader & in, std::string front);
     bool oneFrame(std::string_view bytes, unsigned long long base);
+    bool document(std::string const & bytes, Shape shape);
+    Shape begin(ByteReader & in, std::string & front);
     void tell(std::string_view bytes, unsigned long long base);
 
     Options const & options_;
     Output & output_;
     std::string name_;
+    /// What was guessed of the input, for whoever finds it broken.
+    std::string guess_;
     Template model_;
     pml::MetaClass const * cls_ = nullptr;
     std::unique_ptr<TreeOutput> tree_;
@@ -78,7 +82,8 @@ std::unique_ptr<ByteReader> Dump::open() const {
 
 /// Tells people what is broken, with the bytes around it.
 void Dump::tell(std::string_view bytes, unsigned long long base) {
-    output_.tell("tav: " + toldInBytes(name_, bytes, base, dump_->faultAt(), "error", dump_->faultText(),
+    output_.tell("tav: " + toldInBytes(name_, bytes, base, dump_->faultAt(), "error",
+                                       dump_->faultText() + (base == 0 ? guess_ : std::string()),
                                        dump_->hidden()));
 }
 
@@ -142,17 +147,53 @@ int Dump::run() {
     std::size_t const limit = options_.full || options_.json ? 0 : shownBytes;
     dump_ = std::make_unique<DumpTree>(*tree_, options_.model.empty() ? nullptr : &model_, options_.reveal,
                                        limit);
-    std::string front(guessedFrom, '\0');
-    front.resize(in->read(&front[0], front.size()));
-    if (front.empty()) {
-        throw Failure(exitFound, name_ + ": is empty");
-    }
-    Shape const shape =
-        options_.shape == Shape::automatic ? guessShape(front, front.size() < guessedFrom) : options_.shape;
+    InputFile::whenWaiting([this](int) { output_.flush(); });
+    std::string front;
+    Shape const shape = begin(*in, front);
     if (shape == Shape::frames) {
         return frames(*in, std::move(front)) ? exitGood : exitFound;
     }
-    std::string const bytes = front + readRest(*in, largestInput);
+    {
+        Progress progress(Progress::Beside::nothing);
+        front += readRest(*in, largestInput, [&] { progress.show(in->consumed(), in->size()); });
+    }
+    return document(front, shape) ? exitGood : exitFound;
+}
+
+/// Reads as much as is there at once, and tells by it what the input is.
+Shape Dump::begin(ByteReader & in, std::string & front) {
+    constexpr std::size_t enough = 16;
+    bool ended = false;
+    while (!ended && front.size() < guessedFrom && (front.size() < enough || in.isReady())) {
+        std::size_t const before = front.size();
+        front.resize(guessedFrom);
+        front.resize(before + in.readSome(&front[before], guessedFrom - before));
+        ended = front.size() == before;
+    }
+    if (front.empty()) {
+        throw Failure(exitFound, name_ + ": is empty");
+    }
+    if (in.guessed() && in.form() == Form::base64) {
+        guess_ = " (read as base64; --in says otherwise)";
+    }
+    if (options_.shape != Shape::automatic) {
+        return options_.shape;
+    }
+    unsigned long long const size = ended ? front.size() : in.form() == Form::raw ? in.size() : 0;
+    Shape const shape = guessShape(front, size);
+    if (front.substr(0, 3) != "\xFF\x01\x28") {
+        guess_ += std::string(" (taken for ") +
+                  (shape == Shape::nbr      ? "NBR"
+                   : shape == Shape::packet ? "a packet"
+                                            : "frames") +
+                  "; --as says otherwise)";
+    }
+    return shape;
+}
+
+bool Dump::document(std::string const & bytes, Shape shape) {
+    Progress progress;
+    dump_->watch([&](std::size_t at) { progress.show(at, bytes.size()); });
     tree_->bytes(bytes, 0);
     bool const good = shape == Shape::packet ? dump_->packet(0, bytes.size(), cls_)
                       : shape == Shape::gate ? dump_->gate(0, bytes.size(), cls_)
@@ -160,7 +201,7 @@ int Dump::run() {
     if (!good) {
         tell(bytes, 0);
     }
-    return good ? exitGood : exitFound;
+    return good;
 }
 
 } // namespace

@@ -96,6 +96,7 @@ private:
     std::string typeOf(Spot const & spot, NbrValue const & value) const;
     bool isMasked(Spot const & spot) const;
     void tellData(Spot const & spot, NbrValue const & value);
+    std::string notHere(Spot const & spot, NbrValue const & value) const;
     bool nested(std::size_t index, Spot const & spot, NbrValue const & value);
 
     DumpTree & owner_;
@@ -225,8 +226,12 @@ void DumpTree::NbrTree::tellData(Spot const & spot, NbrValue const & value) {
                          ? "(no data)"
                          : typedValue(data, spot.kind, names, owner_.limit_);
         line.note = oddness(data, value.text, spot.kind);
+        if (line.note.empty() && names != nullptr && !data.empty() && !isMember(data, *names)) {
+            line.note = "no member of " + stringOf(names->name);
+        }
     } else {
         line.value = plainValue(data, value.text, owner_.limit_);
+        line.note = line.note.empty() ? notHere(spot, value) : line.note;
     }
     std::string const name = spot.name.empty() ? "" : spot.name + ": ";
     line.pieces.back().text = value.null
@@ -241,6 +246,27 @@ void DumpTree::NbrTree::tellData(Spot const & spot, NbrValue const & value) {
             Piece{shift_ + value.data, value.size, name + line.type + " " + line.value, hidden});
     }
     owner_.to_.leaf(line);
+}
+
+/// What is odd in a simple value at a place of what holds others.
+std::string DumpTree::NbrTree::notHere(Spot const & spot, NbrValue const & value) const {
+    Context const & in = open_.back();
+    std::string const what = value.text ? "text" : value.size == 0 || value.size > 8 ? "bytes" : "a number";
+    if (in.holds == Context::Holds::entries) {
+        return what + " where a map has an entry";
+    }
+    if (in.holds == Context::Holds::values && in.cls != nullptr && in.names == nullptr) {
+        return what + " where " + stringOf(in.cls->className) + " is expected";
+    }
+    if (spot.field == nullptr || spot.kind == kinds::unknown_) {
+        return {};
+    }
+    bool const own = in.holds == Context::Holds::members;
+    bool const isClass = spot.kind == kinds::object_ || spot.kind == kinds::ref_;
+    return what + " where the template has " +
+           (own       ? typeText(*spot.field)
+            : isClass ? stringOf(spot.field->classType.name)
+                      : kindName(spot.kind));
 }
 
 /// The body and the option of an old packet hold documents of their own.
@@ -283,9 +309,15 @@ void DumpTree::NbrTree::open(NbrValue const & value) {
     if (failed_) {
         return;
     }
+    if (owner_.watch_) {
+        owner_.watch_(shift_ + value.begin);
+    }
     Spot const spot = spotOf(value);
     Context const in = contextOf(spot, value);
     TreeLine line = lineOf(spot, value, 3);
+    if (spot.field != nullptr && (kinds::isSimple(spot.kind) || spot.kind == kinds::enum_)) {
+        line.note = "an object where the template has " + kindName(spot.kind);
+    }
     bool const list = in.holds == Context::Holds::elements || in.holds == Context::Holds::entries;
     line.type = in.holds == Context::Holds::entry ? "entry"
                 : list                            ? typeText(*in.field)
@@ -569,20 +601,28 @@ bool DumpTree::gate(std::size_t begin, std::size_t end, MetaClass const * cls) {
     return true;
 }
 
-Shape guessShape(std::string_view front, bool whole) {
+Shape guessShape(std::string_view front, unsigned long long size) {
     constexpr std::size_t mobileHead = 16;
-    if (front.size() < frameHead || front.front() != '\0') {
+    if (front.empty() || front.front() != '\0') {
         return Shape::nbr;
     }
     bool const values = front.size() >= 7 && front.substr(4, 2) == "\x01\x01";
-    std::size_t const length = static_cast<std::size_t>(bigEndian(front.substr(0, frameHead)));
     if (front.substr(0, 3) == std::string_view("\0\0\0", 3) && values) {
         return Shape::packet;
     }
-    if (whole && front.size() != length + frameHead && front[1] != '\0' && front.size() >= mobileHead) {
-        return Shape::packet;
+    if (front.size() < mobileHead || front[1] == '\0') {
+        return Shape::frames;
     }
-    return Shape::frames;
+    // A mobile packet has its version ahead, then affirm, code and flags; a frame of its size has a packet
+    // behind its length.
+    auto const byte = [front](std::size_t i) { return static_cast<unsigned char>(front[i]); };
+    bool const asPacket = (byte(2) & 0xCFu) == 0 && byte(5) <= 1;
+    bool const asFrame = byte(4) == 0 && (byte(5) != 0 || byte(6) == 0);
+    if (asPacket != asFrame) {
+        return asPacket ? Shape::packet : Shape::frames;
+    }
+    bool const fits = size == 0 || bigEndian(front.substr(0, frameHead)) + frameHead <= size;
+    return fits ? Shape::frames : Shape::packet;
 }
 
 } // namespace tool

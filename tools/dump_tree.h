@@ -5,7 +5,9 @@
 #include "tools/templates.h"
 #include "tools/tree_output.h"
 
+#include <functional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace tav {
@@ -36,6 +38,8 @@ public:
     std::vector<HiddenBytes> const & hidden() const { return hidden_; }
     /// To be called when the tree gets other bytes.
     void forget() { hidden_.clear(); }
+    /// Is called with the place of each value that holds others.
+    void watch(std::function<void(std::size_t)> call) { watch_ = std::move(call); }
 
 private:
     class NbrTree;
@@ -66,10 +70,11 @@ private:
     std::size_t faultAt_ = 0;
     std::string faultText_;
     std::vector<HiddenBytes> hidden_;
+    std::function<void(std::size_t)> watch_;
 };
 
-/// What input that begins with these bytes seems to be; `whole` if they are all of it.
-Shape guessShape(std::string_view front, bool whole);
+/// What input that begins with these bytes seems to be; `size` is all that it has, 0 if that is not known.
+Shape guessShape(std::string_view front, unsigned long long size);
 
 } // namespace tool
 } // namespace tav

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -49,6 +50,44 @@ int base64Digit(char c) {
     return c == '+' ? 62 : c == '/' ? 63 : -1;
 }
 
+/// What the bytes of a text are, each in one count.
+struct Letters {
+    std::size_t hex = 0;
+    std::size_t base64 = 0;
+    /// What stands between bytes in hexadecimal: colons and commas, and the x of 0x, which base64 has too.
+    std::size_t signs = 0;
+    std::size_t prefixes = 0;
+    std::size_t others = 0;
+    /// What no text has.
+    std::size_t raw = 0;
+    /// Whether there are blanks between letters of a line.
+    bool blank = false;
+};
+
+Letters lettersOf(std::string_view text) {
+    Letters all;
+    char before = ' ';
+    for (char const c : text) {
+        auto const byte = static_cast<unsigned char>(c);
+        if (hexDigit(c) >= 0) {
+            ++all.hex;
+        } else if (c == ',' || c == ':') {
+            ++all.signs;
+        } else if ((c == 'x' || c == 'X') && before == '0') {
+            ++all.prefixes;
+        } else if (base64Digit(c) >= 0 || c == '=') {
+            ++all.base64;
+        } else if (isBlank(c)) {
+            all.blank = all.blank || c == ' ' || c == '\t';
+        } else {
+            ++(byte < 32 || byte >= 127 ? all.raw : all.others);
+        }
+        before = c;
+    }
+    all.others += all.raw;
+    return all;
+}
+
 std::string quoted(char c) {
     auto const byte = static_cast<unsigned char>(c);
     if (byte > 32 && byte < 127) {
@@ -68,7 +107,11 @@ std::map<std::string, Form> const & formNames() {
 
 InputFile::InputFile(std::string const & path) : name_(path) {
     if (path == "-") {
+        static std::atomic<bool> taken{false};
         name_ = "<stdin>";
+        if (taken.exchange(true)) {
+            throw Failure(exitUse, name_ + ": can be read once, and is named twice");
+        }
         fd_ = STDIN_FILENO;
     } else {
         fd_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -95,14 +138,18 @@ void InputFile::whenWaiting(std::function<void(int)> call) {
     waiting() = std::move(call);
 }
 
+bool InputFile::isReady() const {
+    pollfd ready{fd_, POLLIN, 0};
+    return fd_ < 0 || ::poll(&ready, 1, 0) != 0;
+}
+
 std::size_t InputFile::read(char * to, std::size_t n) {
     if (fd_ < 0) {
         std::size_t const size = text_.copy(to, n, at_);
         at_ += size;
         return size;
     }
-    pollfd ready{fd_, POLLIN, 0};
-    if (waiting() && ::poll(&ready, 1, 0) == 0) {
+    if (waiting() && !isReady()) {
         waiting()(fd_);
     }
     for (;;) {
@@ -159,38 +206,52 @@ bool ByteReader::fill() {
 
 void ByteReader::guessForm() {
     std::string_view const text = std::string_view(text_).substr(0, guessedFrom);
-    std::size_t hex = 0;
-    std::size_t base64 = 0;
-    std::size_t others = 0;
-    for (char const c : text) {
-        if (hexDigit(c) >= 0) {
-            ++hex;
-        } else if (base64Digit(c) >= 0 || c == '=') {
-            ++base64;
-        } else if (!isBlank(c)) {
-            ++others;
-        }
-    }
+    Letters const all = lettersOf(text);
     bool const whole = text.size() < guessedFrom;
-    if (others != 0 || hex + base64 == 0) {
-        form_ = Form::raw;
-    } else if (base64 == 0 && (!whole || hex % 2 == 0)) {
-        form_ = Form::hex;
-    } else {
-        form_ = !whole || (hex + base64) % 4 == 0 ? Form::base64 : Form::raw;
+    bool const digits = all.hex != 0 && all.base64 == 0 && all.others == 0;
+    bool const base64 = all.others == 0 && all.hex + all.base64 != 0 && all.signs == 0 &&
+                        (!whole || (all.hex + all.base64 + all.prefixes) % 4 == 0);
+    // Nothing that is dumped begins as a text does, so that a text with a wrong letter is told with its
+    // place.
+    constexpr std::size_t mostly = 10;
+    bool const typo = all.raw == 0 && all.hex > mostly * (all.base64 + all.others);
+    guessed_ = true;
+    form_ = digits ? Form::hex : base64 && !(typo && all.blank) ? Form::base64 : typo ? Form::hex : Form::raw;
+}
+
+bool ByteReader::isReady() const {
+    // A byte has two letters, if it has any.
+    std::string_view const here = std::string_view(text_).substr(at_);
+    if (form_ == Form::raw ? !here.empty() : std::count_if(here.begin(), here.end(), [](char c) {
+                                                 return !isBlank(c);
+                                             }) > 1) {
+        return true;
     }
+    return file_ == nullptr || ended_ || file_->isReady();
+}
+
+std::size_t ByteReader::readSome(char * to, std::size_t n) {
+    if (form_ == Form::automatic && fill()) {
+        guessForm();
+    }
+    if (form_ == Form::raw && fill()) {
+        return read(to, std::min(n, text_.size() - at_));
+    }
+    std::size_t got = 0;
+    // A byte is taken as long as both its digits may be in hand.
+    constexpr std::size_t atOnce = 4;
+    while (got < n && (got == 0 || text_.size() - at_ >= atOnce) && nextByte(to[got])) {
+        ++got;
+    }
+    return got;
 }
 
 std::size_t ByteReader::read(char * to, std::size_t n) {
-    if (!fill()) {
-        if (form_ == Form::automatic) {
-            form_ = Form::raw;
-        }
-    } else if (form_ == Form::automatic) {
+    if (form_ == Form::automatic && fill()) {
         guessForm();
     }
     std::size_t got = 0;
-    if (form_ == Form::raw) {
+    if (form_ == Form::raw || form_ == Form::automatic) {
         while (got < n && fill()) {
             std::size_t const some = std::min(n - got, text_.size() - at_);
             std::memcpy(to + got, text_.data() + at_, some);
@@ -237,6 +298,14 @@ bool ByteReader::nextHex(char & to) {
     int value = 0;
     for (int i = 0; i < 2; ++i) {
         int const c = nextDigit();
+        if (i == 0 && (c == ',' || c == ':')) {
+            --i;
+            continue;
+        }
+        if (i == 1 && value == 0 && (c == 'x' || c == 'X') && fill() && hexDigit(text_[at_]) >= 0) {
+            i = -1;
+            continue;
+        }
         if (c < 0) {
             if (i == 0) {
                 return false;
@@ -296,9 +365,12 @@ void ByteReader::refuse(std::string const & what) {
                                  ": error: " + what + "\n" + caretAt(line, at));
 }
 
-std::string readRest(ByteReader & in, std::size_t limit) {
+std::string readRest(ByteReader & in, std::size_t limit, std::function<void()> const & each) {
     std::string bytes;
     for (;;) {
+        if (each) {
+            each();
+        }
         std::size_t const before = bytes.size();
         bytes.resize(before + pieceSize);
         std::size_t const got = in.read(&bytes[before], pieceSize);

@@ -12,8 +12,9 @@
 namespace tav {
 namespace tool {
 
-/// How bytes stand in an input.  `automatic` takes hexadecimal digits and blanks for hexadecimal, what else
-/// looks like base64 for base64, and all other input as it is; the first 4 kB decide.
+/// How bytes stand in an input.  `automatic` takes hexadecimal digits with blanks, colons, commas and 0x for
+/// hexadecimal, also where a few other letters are among them, what else looks like base64 for base64, and
+/// all other input as it is; the first 4 kB decide, or what of them is there.
 enum class Form { automatic, raw, hex, base64 };
 
 /// The names of the forms, as an option takes them.
@@ -22,7 +23,8 @@ std::map<std::string, Form> const & formNames();
 /// An open file or the standard input, read in pieces.
 class InputFile {
 public:
-    /// "-" is the standard input.  Fails if the file can't be opened, or is a folder.
+    /// "-" is the standard input, which can be taken once.  Fails if the file can't be opened, or is a
+    /// folder.
     explicit InputFile(std::string const & path);
     /// A text that was given on the command line, where it was called `name`.
     InputFile(std::string name, std::string text);
@@ -36,6 +38,8 @@ public:
     unsigned long long size() const { return size_; }
     /// Up to `n` bytes; none at the end alone.
     std::size_t read(char * to, std::size_t n);
+    /// Whether reading would not wait.
+    bool isReady() const;
 
     /// Is called with the descriptor whenever a reader is about to wait for more, so that what was written so
     /// far can go out, or something else can be done until there is more.
@@ -63,6 +67,14 @@ public:
 
     /// Up to `n` bytes, fewer at the end alone.  Fails on what is not of the form, with line and column.
     std::size_t read(char * to, std::size_t n);
+    /// As read, but what is there is enough: fewer than `n` bytes also where a stream has no more so far.
+    std::size_t readSome(char * to, std::size_t n);
+    /// Whether there is more at hand, or the end.
+    bool isReady() const;
+
+    /// The form, which is known once something has been read, and whether it was guessed.
+    Form form() const { return form_; }
+    bool guessed() const { return guessed_; }
 
     /// What was read so far of the file, in its own form, and its size: for progress.
     unsigned long long consumed() const { return consumed_; }
@@ -85,6 +97,7 @@ private:
     std::size_t at_ = 0;
     unsigned long long consumed_ = 0;
     bool ended_ = false;
+    bool guessed_ = false;
     unsigned long long lines_ = 0;
     /// The line that is being read, as far as it was, at most its last bytes.
     std::string line_;
@@ -95,8 +108,8 @@ private:
     bool padded_ = false;
 };
 
-/// The rest of a reader, at most `limit` bytes; fails beyond.
-std::string readRest(ByteReader & in, std::size_t limit);
+/// The rest of a reader, at most `limit` bytes; fails beyond.  `each` is called now and then on the way.
+std::string readRest(ByteReader & in, std::size_t limit, std::function<void()> const & each = {});
 
 } // namespace tool
 } // namespace tav

@@ -18,6 +18,7 @@ bool isBlank(char c) {
 /// Follows a text up to the end of the value that it begins with.
 class Brackets {
 public:
+    bool inText() const { return quote_ != '\0'; }
     /// True if the value ends with this byte.
     bool take(char c) {
         if (escaped_) {
@@ -90,18 +91,27 @@ bool JsonStream::skipToValue() {
 
 bool JsonStream::next(std::string_view & text) {
     begin_ = end_;
+    bool const first = offsetHere_ == 0;
     if (!skipToValue()) {
         return false;
+    }
+    // A mark of the byte order says nothing of UTF-8.
+    constexpr std::string_view mark = "\xEF\xBB\xBF";
+    bool const marked = first && buffer_[begin_] == mark.front();
+    while (marked && buffer_.size() - begin_ < mark.size() && more()) {
+    }
+    if (marked && buffer_.compare(begin_, mark.size(), mark) == 0) {
+        offsetHere_ += mark.size();
+        end_ = begin_ + mark.size();
+        if (!skipToValue()) {
+            return false;
+        }
     }
     line_ = lineHere_;
     column_ = columnHere_;
     offset_ = offsetHere_;
     if (buffer_[begin_] != '{' && buffer_[begin_] != '[') {
-        Failure const failure(exitFound, told(0, "error", "a message is a JSON object"));
-        // Whoever goes on does so with the next line.
-        end_ = std::min(buffer_.find('\n', begin_), buffer_.size());
-        advance(std::string_view(buffer_).substr(begin_, end_ - begin_));
-        throw failure;
+        fail(0, "a message is a JSON object");
     }
     Brackets brackets;
     std::size_t at = begin_;
@@ -110,13 +120,13 @@ bool JsonStream::next(std::string_view & text) {
             std::size_t const taken = at - begin_;
             bool const tooLong = taken > limit_;
             if (tooLong || !more()) {
-                end_ = buffer_.size();
-                throw Failure(exitFound,
-                              told(0, "error",
-                                   tooLong ? "a message of more than " + std::to_string(limit_) + " bytes"
-                                           : "the message that begins here does not end"));
+                fail(0, tooLong ? "a message of more than " + std::to_string(limit_) + " bytes"
+                                : "the message that begins here does not end");
             }
             at = begin_ + taken;
+        }
+        if (buffer_[at] == '\n' && brackets.inText()) {
+            fail(at - begin_, "a text has no line break in JSON: its quote is missing, or \\n is");
         }
         if (brackets.take(buffer_[at++])) {
             break;
@@ -126,6 +136,14 @@ bool JsonStream::next(std::string_view & text) {
     text = std::string_view(buffer_).substr(begin_, end_ - begin_);
     advance(text);
     return true;
+}
+
+/// Whoever goes on does so with the next line.
+void JsonStream::fail(std::size_t at, std::string const & what) {
+    Failure const failure(exitFound, told(at, "error", what));
+    end_ = std::min(buffer_.find('\n', begin_), buffer_.size());
+    advance(std::string_view(buffer_).substr(begin_, end_ - begin_));
+    throw failure;
 }
 
 std::string JsonStream::told(std::size_t at, std::string const & kind, std::string const & what) const {

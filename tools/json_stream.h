@@ -12,7 +12,7 @@ namespace tav {
 namespace tool {
 
 /// The objects and arrays of an input one after the other, with blanks, commas or nothing between them; each
-/// may have one line or many.
+/// may have one line or many.  Behind one that fails the next is looked for on the next line.
 class JsonStream {
 public:
     JsonStream(InputFile & file, std::size_t limit) : file_(file), limit_(limit) {}
@@ -32,6 +32,7 @@ public:
 private:
     bool more();
     bool skipToValue();
+    [[noreturn]] void fail(std::size_t at, std::string const & what);
     void advance(std::string_view text);
 
     InputFile & file_;

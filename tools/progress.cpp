@@ -27,8 +27,9 @@ bool isDumb() {
 
 } // namespace
 
-Progress::Progress()
-    : terminal_(::isatty(STDERR_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 0 && !isPiped() && !isDumb()),
+Progress::Progress(Beside beside)
+    : terminal_(::isatty(STDERR_FILENO) == 1 && (beside == Beside::nothing || ::isatty(STDOUT_FILENO) == 0) &&
+                !isPiped() && !isDumb()),
       next_(steady_clock::now() + std::chrono::seconds(1)) {}
 
 Progress::~Progress() {
@@ -39,7 +40,12 @@ Progress::~Progress() {
 
 void Progress::show(unsigned long long done, unsigned long long size) {
     // The clock is asked for now and then only.
-    if (!terminal_ || ++calls_ % 64 != 0 || steady_clock::now() < next_) {
+    constexpr unsigned long long often = 64 * 1024;
+    if (!terminal_ || (++calls_ % 64 != 0 && done - told_ < often)) {
+        return;
+    }
+    told_ = done;
+    if (steady_clock::now() < next_) {
         return;
     }
     next_ = steady_clock::now() + std::chrono::milliseconds(200);

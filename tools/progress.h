@@ -11,7 +11,10 @@ namespace tool {
 /// second, and is gone at the end.
 class Progress {
 public:
-    Progress();
+    /// What is written meanwhile: if something is, and goes to the same terminal, that shows how far it is.
+    enum class Beside { output, nothing };
+
+    explicit Progress(Beside beside = Beside::output);
     ~Progress();
     Progress(Progress const &) = delete;
     Progress & operator=(Progress const &) = delete;
@@ -23,6 +26,7 @@ private:
     bool terminal_;
     bool shown_ = false;
     unsigned calls_ = 0;
+    unsigned long long told_ = 0;
     std::chrono::steady_clock::time_point next_;
 };
 

@@ -52,17 +52,20 @@ std::string fewestDigits(T value) {
     }
 }
 
-std::string enumText(std::string_view data, pml::MetaEnum const * names) {
-    std::string const number = integerText<int>(data);
-    if (names != nullptr) {
-        for (tavSharedPtr<pml::Unit> const & member : names->values) {
-            bool const directive = member->name().compare(0, 2, "__") == 0;
-            if (!directive && std::to_string(member->asInt64Value()) == number) {
-                return number + " (" + member->name() + ")";
-            }
+pml::Unit const * memberOf(std::string const & number, pml::MetaEnum const & names) {
+    for (tavSharedPtr<pml::Unit> const & member : names.values) {
+        bool const directive = member->name().compare(0, 2, "__") == 0;
+        if (!directive && std::to_string(member->asInt64Value()) == number) {
+            return member.get();
         }
     }
-    return number;
+    return nullptr;
+}
+
+std::string enumText(std::string_view data, pml::MetaEnum const * names) {
+    std::string const number = integerText<int>(data);
+    pml::Unit const * const member = names == nullptr ? nullptr : memberOf(number, *names);
+    return member == nullptr ? number : number + " (" + member->name() + ")";
 }
 
 /// The bytes that a kind of number has; 0 for what has no bound.
@@ -173,6 +176,10 @@ std::string oddness(std::string_view data, bool text, Kind kind) {
     }
     bool const isText = kind == kinds::string_ || kind == kinds::wstring_ || kind == kinds::u8string_;
     return isText && !text ? "bytes where the template has " + kindName(kind) : "";
+}
+
+bool isMember(std::string_view data, pml::MetaEnum const & names) {
+    return memberOf(integerText<int>(data), names) != nullptr;
 }
 
 std::string maskedValue(std::string_view data, pml::MetaField const & field) {

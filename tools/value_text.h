@@ -9,8 +9,8 @@
 namespace tav {
 namespace tool {
 
-/// A text between quotes on one line: bytes that are no text are shown as \xNN, controls as \xNN or \uNNNN, and above `limit` bytes its front
-/// and its length; 0 sets no limit.
+/// A text between quotes on one line: bytes that are no text are shown as \xNN, controls as \xNN or \uNNNN,
+/// and above `limit` bytes its front and its length; 0 sets no limit.
 std::string textValue(std::string_view text, std::size_t limit);
 
 /// Bytes in hexadecimal; above `limit`, unless it is 0, the first ones and their number.
@@ -25,6 +25,9 @@ std::string typedValue(std::string_view data, Kind kind, pml::MetaEnum const * n
 /// What is odd in a value of this kind: text where a number is declared, or more bytes than it has.  Empty if
 /// nothing is.
 std::string oddness(std::string_view data, bool text, Kind kind);
+
+/// Whether the data is the number of a member.
+bool isMember(std::string_view data, pml::MetaEnum const & names);
 
 /// What a protected field shows of its data.
 std::string maskedValue(std::string_view data, pml::MetaField const & field);

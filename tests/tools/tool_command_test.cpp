@@ -48,6 +48,9 @@ TEST(ToolCommand, BadUseExitsWithTwoAndSaysWhy) {
           Case{"convert --from x --to json", "--from: \"x\" is none of frames|json|nbr|pml|xml"},
           Case{"dump --class im.Hello --hex 00", "need a template"},
           Case{"convert --from json --to nbr", "--template is needed"},
+          Case{"diff - -", "<stdin>: can be read once, and is named twice"},
+          Case{"convert -t - --from json --to json", "<stdin>: can be read once, and is named twice"},
+          Case{"convert -t - --from frames --to json", "<stdin>: can be read once, and is named twice"},
           Case{"check absent.pml", "absent.pml: can't open: No such file or directory"},
           Case{"check .", ".: can't read: Is a directory"}}) {
         ToolRun const run = rig.run(one.arguments);

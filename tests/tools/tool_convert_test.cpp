@@ -191,6 +191,31 @@ TEST(ToolConvert, WhatIsWrongIsPassedOverIfThatIsWanted) {
     EXPECT_NE(run.err.find("<stdin>:3:1: error: a message is"), std::string::npos) << run.err;
 }
 
+TEST(ToolConvert, QuoteOrBracketThatIsMissingCostsItsLineAlone) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    for (std::string const wrong : {"{\"a\":\"7}", "{\"a\":7", "{\"a:7}", "[{\"a\":7}"}) {
+        ToolRun const run = rig.run("convert -t m.pml --from json --to json --keep-going",
+                                    wrong + "\n" + old + old + "{\"a\":" + "\n" + old);
+        EXPECT_EQ(run.code, 1) << wrong;
+        EXPECT_EQ(run.out, old + old + old) << wrong << run.err;
+    }
+    ToolRun const quote = rig.run("convert -t m.pml -c im.Old --from json --to json", "{\"a\":\"7}\n" + old);
+    EXPECT_NE(quote.err.find("<stdin>:1:9: error: a text has no line break in JSON: its quote is missing"),
+              std::string::npos)
+        << quote.err;
+}
+
+TEST(ToolConvert, MarkOfTheByteOrderIsNoPartOfAMessage) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    std::string const mark = "\xEF\xBB\xBF";
+    EXPECT_EQ(rig.run("convert -t m.pml --from json --to json", mark + old).out, old);
+    EXPECT_EQ(rig.run("convert -t m.pml --from xml --to json", mark + "<im.Old><a>7</a></im.Old>").out, old);
+    EXPECT_EQ(rig.run("convert -t m.pml --from pml --to json", mark + ":im.Old(a(7))").out, old);
+    EXPECT_EQ(rig.run("convert -t m.pml --from json --to json", mark).code, 0);
+}
+
 TEST(ToolConvert, MessageGoesOutBeforeTheNextOneComes) {
     ToolRig const rig(TAV_TOOL);
     rig.file("m.pml", model);

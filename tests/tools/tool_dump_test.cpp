@@ -288,4 +288,81 @@ TEST(ToolDump, BytesAreShownAsBytesAndNegativeInt8IsNotOdd) {
     EXPECT_NE(body.out.find("body: 2 bytes: 41 42\n"), std::string::npos) << body.out;
 }
 
+TEST(ToolDump, FrameIsShownBeforeTheNextOneComes) {
+    ToolRig const rig(TAV_TOOL);
+    std::string const frame = framed(packetOf(0x1F01, "\xFF\x01(\x01\xF1\x03"
+                                                      "ann\xFF\x01)"));
+    rig.file("f", frame);
+    for (std::string const form : {"cat f", "od -An -tx1 -v f"}) {
+        // The second frame is only given once the first one has been seen.
+        ToolRun const run =
+            rig.shell("rm -f in out; mkfifo in out\n$TAV dump <in >out &\nexec 3>in 4<out\n" + form +
+                      " >&3; for i in 1 2 3 4 5 6 7 8 9 10 11 12; do read -t 10 -r one <&4; echo "
+                      "\"$one\"; done\n" +
+                      form + " >&3; exec 3>&-; cat <&4 >rest; wait $!; echo $?; wc -l <rest");
+        EXPECT_EQ(run.out.substr(0, 21), "0000  frame: 30 bytes") << form << run.out << run.err;
+        EXPECT_NE(run.out.find("[1]: text \"ann\"\n0\n12\n"), std::string::npos)
+            << form << run.out << run.err;
+    }
+}
+
+TEST(ToolDump, LetterThatIsWrongInHexadecimalIsToldByItsPlace) {
+    ToolRig const rig(TAV_TOOL);
+    for (auto const & one :
+         {std::make_pair("FF0128 01 F10", ":1:14: error: a byte has two hexadecimal digits"),
+          std::make_pair("FF0128 0l F104 6162 6364 FF0129 0000", ":1:9: error: 'l' is no"),
+          std::make_pair("FF 01 28 01 F1 04 61 62 63 64 F? 01 29", ":1:32: error: '?' is no")}) {
+        ToolRun const run = rig.run("dump", one.first);
+        EXPECT_EQ(run.code, 1) << one.first << run.out;
+        EXPECT_NE(run.err.find(std::string("<stdin>") + one.second), std::string::npos) << run.err;
+    }
+    std::string const good = "0000  object\n0003    [1]: number 5\n";
+    for (std::string const text :
+         {"0xFF, 0x01, 0x28, 0x01, 0x01, 0x01, 0x05, 0xff, 0X01, 0x29", "ff:01:28:01:01:01:05:ff:01:29",
+          "/wEoAQEBBf8BKQ==", "FF0128 01010105 FF0129"}) {
+        ToolRun const run = rig.run("dump", text);
+        EXPECT_EQ(run.out, good) << text << run.err;
+    }
+    EXPECT_NE(rig.run("dump", "AAAAZzzz").err.find("(read as base64; --in says otherwise)"),
+              std::string::npos);
+}
+
+TEST(ToolDump, ShapeThatWasGuessedIsNamedWhereItBreaks) {
+    ToolRig const rig(TAV_TOOL);
+    ToolRun const cut = rig.run("dump --hex 000000");
+    EXPECT_EQ(cut.code, 1);
+    EXPECT_NE(
+        cut.err.find("error: length has 4 bytes, and 3 are there (taken for frames; --as says otherwise)"),
+        std::string::npos)
+        << cut.err;
+    // A packet without a frame, which is longer than what is looked at ahead.
+    std::string const head("\0\x06\0\x1F\x01\0\0\x02\0\0\0\0\0\0\0\x03\0\0", 18);
+    rig.file("large", head + "\xFF\x01(\x01\xF3\x40\x0D\x03" + std::string(200000, 'x') + "\xFF\x01)");
+    for (std::string const line : {"$TAV dump large", "cat large | $TAV dump"}) {
+        ToolRun const run = rig.shell(line);
+        EXPECT_EQ(run.out.substr(0, 34), "0000  mobile packet: 200029 bytes\n") << line << run.out << run.err;
+    }
+}
+
+TEST(ToolDump, KindThatIsNotThatOfTheTemplateIsNoted) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    struct Case {
+        char const * bytes;
+        char const * note;
+    };
+    for (Case const & one :
+         {Case{"02 FF0128 01 010105 FF0129", "[2] seq: object  (an object where the template has int64)"},
+          Case{"07 010105", "[7] place: im.Place? 5  (a number where the template has im.Place?)"},
+          Case{"03 F10161", "[3] tags: list{string} \"a\"  (text where the template has list{string})"},
+          Case{"08 FF0128 00 010105 FF0129", "-: number 5  (a number where a map has an entry)"},
+          Case{"04 010109", "[4] mood: enum{Mood} 9  (no member of Mood)"}}) {
+        ToolRun const run =
+            rig.run(std::string("dump -t m.pml -c im.Hello --hex 'FF0128 ") + one.bytes + " FF0129'");
+        EXPECT_NE(run.out.find(one.note), std::string::npos) << run.out << run.err;
+    }
+    EXPECT_EQ(rig.run("dump -t m.pml -c im.Place --hex 010105").out,
+              "0000  number 5  (a number where im.Place is expected)\n");
+}
+
 } // namespace
