@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The form of all sources (.clang-format) and a short list of clang-tidy's checks (.clang-tidy) over the library, the
-# gateway and the examples.  The tools are those of Debian 12: other versions judge differently.
+# tools, the bindings, the gateway and the examples.  The tools are those of Debian 12: other versions judge differently.
 # Usage: scripts/lint.sh [FILE...]      the files to be checked; all, if none is named
 set -euo pipefail
 cd "$(dirname "$0")/.."

@@ -8,7 +8,7 @@ namespace tool {
 
 namespace {
 
-/// What needs no gateway, and the look at one.
+/// What needs no gateway.
 std::vector<Command> plainCommands() {
     return {
         {"check", "Find what is wrong in a template",
@@ -64,16 +64,6 @@ std::vector<Command> plainCommands() {
          "# a page for who writes the other side\n"
          "tav gen html chat.pml --output chat.html\n",
          addGen},
-        {"tls", "Look at a server's TLS: certificates, what is wrong with them, and what mends it",
-         "Connects to a server and shows its certificates as it sends them, each with names, key, validity "
-         "and\n"
-         "fingerprint, every reason not to trust them with what mends it, whether the name is theirs, the\n"
-         "protocol and the time of each phase.  Exit code 1: not to be trusted; 3: no TLS comes about.",
-         "# with the authority that issued the certificate\n"
-         "tav tls chat.example.com:7443 --ca ca.pem\n"
-         "# when does it expire\n"
-         "tav tls --json chat.example.com:7443 | jq '.chain[0].days_left'\n",
-         addTls},
     };
 }
 

@@ -5,6 +5,16 @@ namespace tool {
 
 std::vector<Command> liveCommands() {
     return {
+        {"tls", "Look at a server's TLS: certificates, what is wrong with them, and what mends it",
+         "Connects to a server and shows its certificates as it sends them, each with names, key, validity "
+         "and\n"
+         "fingerprint, every reason not to trust them with what mends it, whether the name is theirs, the\n"
+         "protocol and the time of each phase.  Exit code 1: not to be trusted; 3: no TLS comes about.",
+         "# with the authority that issued the certificate\n"
+         "tav tls chat.example.com:7443 --ca ca.pem\n"
+         "# when does it expire\n"
+         "tav tls --json chat.example.com:7443 | jq '.chain[0].days_left'\n",
+         addTls},
         {"send", "Send messages to a gateway",
          "Connects, sends JSON as messages of a template, and ends when all has gone out.  The JSON is given "
          "on\n"

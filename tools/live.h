@@ -101,7 +101,8 @@ private:
     std::string cause_;
 };
 
-/// A connection that is kept, of a program with one thread: it sends, waits and prints on the caller's.
+/// A connection that is kept, of a program with one thread: it sends, waits and prints on the caller's.  It
+/// has a member more than other classes: half of them count.
 class Live {
 public:
     using Clock = std::chrono::steady_clock;

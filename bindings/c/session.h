@@ -26,6 +26,9 @@ struct Came {
 };
 
 /// One client of the interface in JSON.  Thread safety: all operations.
+///
+/// It has more operations and members than other classes: each kind of request, and each event of a client or
+/// a keeper, has an operation, and they share one lock over what they find of the connection.
 class Session : public std::enable_shared_from_this<Session> {
 public:
     /// Throws std::bad_alloc.

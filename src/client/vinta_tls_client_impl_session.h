@@ -51,8 +51,6 @@ public:
     /// The milliseconds of a clock that nobody can set, from some time on.
     static long long steady_ms();
 
-    static constexpr long long HEARTBEAT_INTERVAL_MS = heartbeat::interval_ms;
-    static constexpr long long HEARTBEAT_MISSES = heartbeat::misses;
     /// The largest body that is sent or accepted.
     static constexpr unsigned max_body_size = frame_reader::max_body_size;
 

@@ -19,7 +19,7 @@ namespace tls {
 
 namespace {
 
-constexpr char const * DEFAULT_CIPHERS = "AES256-GCM-SHA384:AES128-GCM-SHA256:"
+constexpr char const * default_ciphers = "AES256-GCM-SHA384:AES128-GCM-SHA256:"
                                          "ECDHE-RSA-AES256-GCM-SHA384:ECDHE-RSA-AES128-GCM-SHA256:"
                                          "ECDHE-ECDSA-AES128-GCM-SHA256:ECDHE-ECDSA-AES256-GCM-SHA384";
 
@@ -563,7 +563,7 @@ std::string const & connect_option::connect_port() const {
 }
 
 std::string connect_option::cipher_list() const {
-    return cipher.empty() ? DEFAULT_CIPHERS : cipher;
+    return cipher.empty() ? default_ciphers : cipher;
 }
 
 bool connect_option::empty() const {

@@ -16,19 +16,19 @@ namespace im {
 
 namespace {
 
-constexpr unsigned char NEED_AFFIRM = 0x20;
-constexpr unsigned char AFFIRMED = 0x30;
-constexpr unsigned char GREY_FLAG = 0x01;
-constexpr unsigned short FIRST_VERSION_WITH_EXT = 6;
-constexpr unsigned MOBILE_HEAD_SIZE = 16;
-constexpr unsigned MOBILE_EXT_HEAD_SIZE = 2;
-constexpr unsigned PC_HEAD_SIZE = 4;
-constexpr unsigned PC_ZERO_BYTES = 3;
-constexpr unsigned PC_VALUES = 9;
+constexpr unsigned char needsAffirm = 0x20;
+constexpr unsigned char isAffirmed = 0x30;
+constexpr unsigned char greyFlag = 0x01;
+constexpr unsigned short firstVersionWithExt = 6;
+constexpr unsigned mobileHeadSize = 16;
+constexpr unsigned mobileExtHeadSize = 2;
+constexpr unsigned pcHeadSize = 4;
+constexpr unsigned pcZeroBytes = 3;
+constexpr unsigned pcValues = 9;
 
 /// At least the bytes that a PacketPC takes besides the content of target, body and option, and that its
 /// stream asks for ahead of a number.
-constexpr unsigned PC_FIXED_SIZE = 64;
+constexpr unsigned pcFixedSize = 64;
 
 /// Makes room in `out` for `more` bytes behind those that it holds.
 void reserve(tavBytes & out, unsigned long long more) {
@@ -40,10 +40,10 @@ void reserve(tavBytes & out, unsigned long long more) {
 }
 
 /// The data of the values of a PacketPC in their order; a null view for one that is missing or not simple.
-std::array<tav_istr, PC_VALUES> valuesOf(nbr::detail::Document const & document) {
-    std::array<tav_istr, PC_VALUES> values;
+std::array<tav_istr, pcValues> valuesOf(nbr::detail::Document const & document) {
+    std::array<tav_istr, pcValues> values;
     auto const & nodes = document.nodes();
-    for (unsigned i = 0, n = 0; i != nodes.size() && n != PC_VALUES; i = document.next(i), ++n) {
+    for (unsigned i = 0, n = 0; i != nodes.size() && n != pcValues; i = document.next(i), ++n) {
         if (nbr::detail::Document::isSimple(nodes[i])) {
             values[n] = document.data(nodes[i]);
         }
@@ -116,9 +116,9 @@ std::ostream & operator<<(std::ostream & out, Packet const & v) {
     unsigned long long const session = v.session();
     o << ' ' << asHex(static_cast<long long>(session >> 56), 2, true) << "***"
       << asHex(static_cast<long long>(session & 0xff), 2, true);
-    if (v.affirm() == NEED_AFFIRM) {
+    if (v.affirm() == needsAffirm) {
         o << " need_affirm";
-    } else if (v.affirm() == AFFIRMED) {
+    } else if (v.affirm() == isAffirmed) {
         o << " affirmed";
     }
     tav_istr const target = v.target();
@@ -139,10 +139,10 @@ PacketMobile::~PacketMobile() = default;
 
 void PacketMobile::encode(tavBytes & out) {
     // The size is cut to its field, but the bytes are not: they go whole unless the cut size is 0.
-    bool const extended = version_ >= FIRST_VERSION_WITH_EXT;
+    bool const extended = version_ >= firstVersionWithExt;
     auto const ext_size = static_cast<unsigned short>(ext_bytes_.size() & 0xffff);
     tav_istr const ext = extended && ext_size != 0 ? tav_istr(ext_bytes_) : tav_istr();
-    unsigned const head_size = extended ? MOBILE_HEAD_SIZE + MOBILE_EXT_HEAD_SIZE : MOBILE_HEAD_SIZE;
+    unsigned const head_size = extended ? mobileHeadSize + mobileExtHeadSize : mobileHeadSize;
     reserve(out, 0ull + head_size + ext.size() + body_.size());
     out.writeBigEndian(version_);
     out.writeByte(affirm_).writeByte(code_high_).writeByte(code_low_).writeByte(flags_);
@@ -169,7 +169,7 @@ void PacketMobile::decodeHead(tav_istr & data) {
     flags_ = data.readByte();
     sequence_ = data.readBigEndianUint16();
     session_ = data.readBigEndianUint64();
-    if (version_ >= FIRST_VERSION_WITH_EXT) {
+    if (version_ >= firstVersionWithExt) {
         unsigned short const size = data.readBigEndianUint16();
         if (size != 0) {
             ext_bytes_ = data.readBytes(size);
@@ -229,11 +229,11 @@ tav_istr PacketMobile::target() const {
 }
 
 bool PacketMobile::grey() const {
-    return (flags_ & GREY_FLAG) != 0;
+    return (flags_ & greyFlag) != 0;
 }
 
 void PacketMobile::setGrey(bool v) {
-    flags_ = static_cast<unsigned char>(v ? flags_ | GREY_FLAG : flags_ & ~GREY_FLAG);
+    flags_ = static_cast<unsigned char>(v ? flags_ | greyFlag : flags_ & ~greyFlag);
 }
 
 unsigned short PacketMobile::version() const {
@@ -258,11 +258,11 @@ PacketPC::~PacketPC() = default;
 
 void PacketPC::encode(tavBytes & out) {
     tavBytes const option = option_.encode(false);
-    reserve(out, 0ull + PC_FIXED_SIZE + target_.size() + body_.size() + option.size());
+    reserve(out, 0ull + pcFixedSize + target_.size() + body_.size() + option.size());
     // The values go straight behind what `out` holds.  There is room for all, so that none of them raises.
     nbr::NbrOutputStream values;
     values.swap(out);
-    for (unsigned i = 0; i < PC_ZERO_BYTES; ++i) {
+    for (unsigned i = 0; i < pcZeroBytes; ++i) {
         values.writeRaw(static_cast<unsigned char>(0));
     }
     values.writeRaw(kind_);
@@ -271,7 +271,7 @@ void PacketPC::encode(tavBytes & out) {
 }
 
 bool PacketPC::decode(tav_istr data) {
-    for (unsigned i = 0; i < PC_ZERO_BYTES; ++i) {
+    for (unsigned i = 0; i < pcZeroBytes; ++i) {
         if (data[i] != 0) {
             detail::log(tavLogger::DEFAULT_TAG(), tavLogger::ERROR, detail::here("tav::im::PacketPC::decode"),
                         [&](std::ostream & o) { o << "invalid data " << HexDump(data); });
@@ -280,8 +280,8 @@ bool PacketPC::decode(tav_istr data) {
     }
     // What can raise comes before the first field is stored.
     nbr::detail::Document document;
-    document.view(data.removeLeft(PC_HEAD_SIZE), PC_VALUES);
-    std::array<tav_istr, PC_VALUES> const values = valuesOf(document);
+    document.view(data.removeLeft(pcHeadSize), pcValues);
+    std::array<tav_istr, pcValues> const values = valuesOf(document);
     tav_istr const option_bytes = values[8];
     std::optional<tavNbrInStream> option;
     if (!option_bytes.empty()) {

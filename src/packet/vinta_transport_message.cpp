@@ -11,8 +11,8 @@
 
 namespace {
 
-constexpr unsigned HEADER_SIZE = 12;
-constexpr unsigned HEAD_SIZE_BYTES = 2;
+constexpr unsigned headerSize = 12;
+constexpr unsigned headSizeBytes = 2;
 
 enum Protocol : unsigned char {
     NOTHING = 0,
@@ -204,7 +204,7 @@ unsigned tavGateMessage::bodySize() const {
 }
 
 unsigned tavGateMessage::size() const {
-    return HEADER_SIZE + headSize() + bodySize();
+    return headerSize + headSize() + bodySize();
 }
 
 bool tavGateMessage::isEmpty() const {
@@ -216,7 +216,7 @@ bool tavGateMessage::isHeartbeat() const {
 }
 
 void tavGateMessage::encode(tavBytes & out) const {
-    unsigned long long const needed = 0ull + out.size() + HEADER_SIZE + head_.size() + body_.size();
+    unsigned long long const needed = 0ull + out.size() + headerSize + head_.size() + body_.size();
     if (needed > std::numeric_limits<unsigned>::max()) {
         throw std::bad_alloc();
     }
@@ -229,11 +229,11 @@ void tavGateMessage::encode(tavBytes & out) const {
 }
 
 void tavGateMessage::decode(tav_istr data) {
-    if (data.size() < HEADER_SIZE) {
+    if (data.size() < headerSize) {
         throw std::invalid_argument("IllegalArgumentException");
     }
     // Both blocks are copied ahead of the rest: `data` may be a view of this message's own bytes.
-    tav_istr blocks = data.removeLeft(HEADER_SIZE - HEAD_SIZE_BYTES);
+    tav_istr blocks = data.removeLeft(headerSize - headSizeBytes);
     unsigned short const head_size = blocks.readBigEndianUint16();
     tavBytes head(blocks.readBytes(head_size));
     tavBytes body(blocks);

@@ -59,7 +59,7 @@ protected:
     SessionRig::session_ptr session;
 };
 
-constexpr long long silence_ms = impl::session::HEARTBEAT_INTERVAL_MS * (impl::session::HEARTBEAT_MISSES + 1);
+constexpr long long silence_ms = impl::heartbeat::interval_ms * (impl::heartbeat::misses + 1);
 std::string const not_a_frame("\xff\xff\xff\xff", 4);
 
 } // namespace

@@ -382,11 +382,11 @@ TEST(SessionTimerHeartbeat, ClockThatStepsBackDoesNoHarm) {
 
 TEST(SessionTimerHeartbeat, OnesThatGoOutAndAnEndBySilenceAreCounted) {
     Beating b;
-    b.tickAfter(session::HEARTBEAT_INTERVAL_MS + 1);
+    b.tickAfter(impl::heartbeat::interval_ms + 1);
     EXPECT_EQ(b.server->receiveFrame(), "");
     EXPECT_EQ(b.rig.counted->copy().heartbeats_sent, 1u);
     EXPECT_EQ(b.rig.counted->copy().breaks_by_silence, 0u);
-    b.tickAfter(session::HEARTBEAT_INTERVAL_MS * session::HEARTBEAT_MISSES + 1);
+    b.tickAfter(impl::heartbeat::interval_ms * impl::heartbeat::misses + 1);
     EXPECT_EQ(b.rig.events.count("heartbeat timedout"), 1u);
     EXPECT_EQ(b.rig.counted->copy().breaks_by_silence, 1u);
     EXPECT_EQ(b.rig.counted->copy().closes, 0u);
@@ -409,7 +409,7 @@ TEST(SessionTimerHeartbeat, SilenceOfAPeerThatIsHeldBackEndsNothing) {
     }
     ASSERT_TRUE(gate.waitArrived());
     ASSERT_TRUE(eventually([&] { return rig.counted->copy().received_waiting == 1; }));
-    rig.advance(session::HEARTBEAT_INTERVAL_MS * (session::HEARTBEAT_MISSES + 1));
+    rig.advance(impl::heartbeat::interval_ms * (impl::heartbeat::misses + 1));
     s->on_timer(false);
     EXPECT_TRUE(s->connected());
     gate.open();
@@ -441,7 +441,7 @@ TEST(SessionTimerHeartbeat, PauseThatEndsIsNoSilenceBeforeReadingGoesOn) {
     rig.settle();
     rig.context()->post([&] { reading.pass(); });
     ASSERT_TRUE(reading.waitArrived());
-    rig.advance(session::HEARTBEAT_INTERVAL_MS * (session::HEARTBEAT_MISSES + 1));
+    rig.advance(impl::heartbeat::interval_ms * (impl::heartbeat::misses + 1));
     callback.open();
     EXPECT_TRUE(rig.bodies.wait(2));
     s->on_timer(false);
@@ -469,8 +469,8 @@ TEST(SessionTimerHeartbeat, FloodOfASlowCallbackMissesNone) {
     ASSERT_TRUE(gate.waitArrived());
     ASSERT_TRUE(eventually([&] { return rig.counted->copy().received_waiting == 1; }));
     // Longer than a silent peer is given, in which the timer's own thread works.
-    for (unsigned i = 1; i <= session::HEARTBEAT_MISSES + 1u; ++i) {
-        rig.advance(session::HEARTBEAT_INTERVAL_MS + 1);
+    for (unsigned i = 1; i <= impl::heartbeat::misses + 1u; ++i) {
+        rig.advance(impl::heartbeat::interval_ms + 1);
         ASSERT_EQ(server->receive(4), heartbeat);
         ASSERT_TRUE(eventually([&] { return rig.counted->copy().frames_sent == i; }));
     }
@@ -479,7 +479,7 @@ TEST(SessionTimerHeartbeat, FloodOfASlowCallbackMissesNone) {
     EXPECT_TRUE(rig.bodies.wait(bodies));
     EXPECT_TRUE(eventually([&] { return rig.counted->copy().heartbeats_received == bodies; }));
     EXPECT_TRUE(
-        eventually([&] { return rig.counted->copy().heartbeats_sent == session::HEARTBEAT_MISSES + 1u; }));
+        eventually([&] { return rig.counted->copy().heartbeats_sent == impl::heartbeat::misses + 1u; }));
     EXPECT_TRUE(s->connected());
     EXPECT_EQ(rig.counted->copy().breaks_by_silence, 0u);
     EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
@@ -508,7 +508,7 @@ TEST(SessionTimerHeartbeat, PeerThatTakesNoReceiptsIsSilent) {
     ASSERT_TRUE(eventually([&] { return rig.counted->copy().queued_frames == limit; }));
     EXPECT_TRUE(rig.bodies.wait(limit));
     EXPECT_EQ(rig.bodies.count(), limit);
-    rig.advance(session::HEARTBEAT_INTERVAL_MS * session::HEARTBEAT_MISSES - 1);
+    rig.advance(impl::heartbeat::interval_ms * impl::heartbeat::misses - 1);
     ASSERT_TRUE(eventually([&] { return rig.counted->copy().heartbeats_sent == 1; }));
     EXPECT_EQ(rig.events.count("heartbeat timedout"), 0u);
     rig.advance(2);
@@ -547,7 +547,7 @@ TEST(SessionTimerHeartbeat, LongTickDoesNotSetThePauseBack) {
     bool long_tick = false;
     track(2, [&] {
         long_tick = true;
-        rig.advance(session::HEARTBEAT_INTERVAL_MS * (session::HEARTBEAT_MISSES + 1));
+        rig.advance(impl::heartbeat::interval_ms * (impl::heartbeat::misses + 1));
     });
     ASSERT_TRUE(eventually([&] { return s->sends().size() == 1; }));
     for (unsigned i = 0; i < limit; ++i) {

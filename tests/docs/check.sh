@@ -99,7 +99,13 @@ check_block() { # PAGE LINE LANGUAGE BLOCK COMMENT
         assemble "$page" "$line" "$block" "$within" >"$file"
         WORK=$block.work bash -euo pipefail "$file" || fail "$page" "$line" "this block does not run"
         ;;
-    text | pml | json | xml | cmake) ;;
+    text)
+        local typed='^(tav|cmake|ctest|sudo|apt-get|git|pkg-config|openssl|python3|scripts/[^ ]*|build/[^ ]*) '
+        # What stands behind "$ " on the pages of the tool is run by their own tests.
+        [[ $page == docs/tool/* ]] || typed="$typed|^[$] "
+        ! grep -qE "$typed" "$block" || fail "$page" "$line" "a command that nobody runs"
+        ;;
+    pml | json | xml | cmake) ;;
     indented) fail "$page" "$line" "code that is indented only: give it a fence and a language" ;;
     *) fail "$page" "$line" "a block of no known language: $language" ;;
     esac

@@ -51,6 +51,16 @@ refused "no known language" <<'END'
 int x = 0;
 ```
 END
+refused "a command that nobody runs" <<'END'
+```text
+tav check template.pml
+```
+END
+refused "a command that nobody runs" <<'END'
+```text
+$ date
+```
+END
 refused "is not examples/first.cpp" <<'END'
 <!-- is: examples/first.cpp -->
 ```cpp

@@ -93,6 +93,16 @@ std::map<std::string, std::string, std::less<>> const & publicHeaders() {
 /// What stands beside the library and is built on its public headers alone.
 Names const beside = {"kit", "tools", "bindings", "gateway", "examples", "bench"};
 
+/// Whether what stands beside the library includes what another folder beside it, or the tests, have for
+/// themselves.  The tool has the gateway as one of its commands, and the benchmarks take its certificates.
+bool isOfAnotherBeside(std::string_view folder, std::string_view name) {
+    static Names const others = {"tools", "bindings", "gateway", "examples",
+                                 "bench", "fuzz",     "tests",   "support"};
+    std::string_view const top = name.substr(0, name.find('/'));
+    return beside.count(folder) != 0 && top != folder && top.size() != name.size() &&
+           others.count(top) != 0 && !((folder == "bench" || folder == "tools") && top == "gateway");
+}
+
 bool startsWith(std::string_view text, std::string_view front) {
     return text.substr(0, front.size()) == front;
 }
@@ -189,9 +199,9 @@ bool isOfAsioOrOpenSsl(std::string_view name) {
 Names const standardC = {"stdbool.h", "stddef.h", "stdint.h"};
 
 bool isOfSystem(std::string_view name) {
-    std::size_t const ending = name.size() < 2 ? 0 : name.size() - 2;
-    return name.substr(ending) == ".h" && !isOfAsioOrOpenSsl(name) && standardC.count(name) == 0 &&
-           rowOf(name).empty() && !startsWith(name, "tav/");
+    // Those of the C++ library have neither.
+    return name.find_first_of("./") != std::string_view::npos && !isOfAsioOrOpenSsl(name) &&
+           standardC.count(name) == 0 && rowOf(name).empty() && !startsWith(name, "tav/");
 }
 
 bool mayNameSystem(std::string_view path) {
@@ -200,7 +210,9 @@ bool mayNameSystem(std::string_view path) {
 
 /// The rule that a line of the library breaks by naming a system; empty if none.
 std::string brokenByNamingSystem(std::string_view line) {
-    for (std::string_view const name : {"__linux", "__gnu_linux", "__unix", "_WIN32", "__APPLE__"}) {
+    for (std::string_view const name :
+         {"__linux", "__gnu_linux", "__unix", "_WIN32", "WIN32", "_MSC_VER", "__MINGW", "__CYGWIN__",
+          "__APPLE__", "__FreeBSD__", "__ANDROID__", "__GLIBC__"}) {
         if (line.find(name) != std::string_view::npos) {
             return "systems differ behind foundation/platform.h only: " + std::string(name);
         }
@@ -219,6 +231,15 @@ std::string brokenRule(std::string const & path, std::string const & folder, std
     }
     if (folder == "fuzz" && beside.count(name.substr(0, name.find('/'))) != 0) {
         return "fuzz stands on the library, not beside it: " + name;
+    }
+    if ((folder == "bindings" || folder == "examples") && isOfAsioOrOpenSsl(name)) {
+        return folder + " stands on public headers alone: " + name;
+    }
+    if (isOfAnotherBeside(folder, name)) {
+        return folder + " stands on public headers alone: " + name;
+    }
+    if (ofLibrary && folder != "kit" && startsWith(name, "tav/kit/")) {
+        return "the library knows nothing of the kit: " + name;
     }
     if (ofLibrary && isOfSystem(name) && !mayNameSystem(path)) {
         return "systems differ behind foundation/platform.h only: " + name;
@@ -244,9 +265,6 @@ std::string brokenRule(std::string const & path, std::string const & folder, std
     if (folder == "kit") {
         return {};
     }
-    if (startsWith(name, "tav/kit/")) {
-        return "the library knows nothing of the kit: " + name;
-    }
     auto const allowed = table().find(folder);
     if (target.empty() || target == folder || allowed == table().end() ||
         allowed->second.count(target) != 0) {
@@ -265,6 +283,14 @@ std::string includedName(std::string const & path) {
         }
     }
     return path;
+}
+
+Graph graphOf(std::vector<File> const & files) {
+    Graph graph;
+    for (File const & file : files) {
+        graph[includedName(file.path)] = includesOf(file.text);
+    }
+    return graph;
 }
 
 bool reaches(Graph const & graph, std::string const & from, std::string const & to) {
@@ -289,12 +315,20 @@ bool reaches(Graph const & graph, std::string const & from, std::string const & 
 
 } // namespace
 
+std::set<std::string> unreachedFrom(std::string const & header, std::vector<File> const & files) {
+    Graph const graph = graphOf(files);
+    std::set<std::string> unreached;
+    for (auto const & each : graph) {
+        if (startsWith(each.first, "tav/vinta/") && !reaches(graph, header, each.first)) {
+            unreached.insert(each.first);
+        }
+    }
+    return unreached;
+}
+
 std::vector<std::string> brokenRules(std::vector<File> const & files) {
     std::vector<std::string> broken;
-    Graph graph;
-    for (File const & file : files) {
-        graph[includedName(file.path)] = includesOf(file.text);
-    }
+    Graph graph = graphOf(files);
     for (File const & file : files) {
         auto const tell = [&](unsigned line, std::string const & rule) {
             broken.push_back(file.path + ":" + std::to_string(line) + ": " + rule);

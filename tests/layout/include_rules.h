@@ -1,6 +1,7 @@
 #ifndef TAV_TESTS_LAYOUT_INCLUDE_RULES_H
 #define TAV_TESTS_LAYOUT_INCLUDE_RULES_H
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,10 @@ struct File {
 
 /// One line for each include that breaks a rule: "src/log/vinta_log.cpp:7: log may not include model".
 std::vector<std::string> brokenRules(std::vector<File> const & files);
+
+/// The headers of include/tav/vinta that an include of `header` does not bring, by the names they are
+/// included by.
+std::set<std::string> unreachedFrom(std::string const & header, std::vector<File> const & files);
 
 /// The C and C++ files of the tree at `root` that the rules speak of, and all else that lies among the
 /// library's.

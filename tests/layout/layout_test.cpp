@@ -71,7 +71,7 @@ TEST(Layout, SuitesAreNamedAfterTheirFile) {
 TEST(Layout, NoFunctionIsLongerThanSixtyLines) {
     unsigned functions = 0;
     for (char const * const top :
-         {"include", "src", "tests", "bindings", "gateway", "examples", "bench", "fuzz"}) {
+         {"include", "src", "tools", "bindings", "gateway", "examples", "tests", "bench", "fuzz"}) {
         for (auto const & entry :
              std::filesystem::recursive_directory_iterator(std::filesystem::path(TAV_SOURCE_DIR) / top)) {
             std::string const ending = entry.path().extension().string();
@@ -94,7 +94,7 @@ TEST(Layout, HeaderHasAGuardOfItsOwn) {
     std::set<std::string> names;
     std::size_t headers = 0;
     for (char const * const top :
-         {"include", "src", "tests", "bindings", "gateway", "examples", "bench", "fuzz"}) {
+         {"include", "src", "tools", "bindings", "gateway", "examples", "tests", "bench", "fuzz"}) {
         for (auto const & entry :
              std::filesystem::recursive_directory_iterator(std::filesystem::path(TAV_SOURCE_DIR) / top)) {
             if (entry.path().extension() != ".h") {
@@ -228,6 +228,9 @@ TEST(Layout, SystemsDifferBehindOneHeader) {
                     "pthread.h"});
     EXPECT_EQ(brokenBy("src/runtime/a.cpp", "\n#ifdef _WIN32\n#endif\n"),
               Lines{"src/runtime/a.cpp:2: systems differ behind foundation/platform.h only: _WIN32"});
+    EXPECT_EQ(brokenBy("src/log/a.cpp", "#include <sys/stat.hpp>\n#ifdef __FreeBSD__\n#endif\n"),
+              (Lines{"src/log/a.cpp:2: systems differ behind foundation/platform.h only: __FreeBSD__",
+                     "src/log/a.cpp:1: systems differ behind foundation/platform.h only: sys/stat.hpp"}));
     EXPECT_EQ(brokenBy("src/foundation/platform_other.cpp", "#ifdef __linux__\n#include <poll.h>\n#endif\n"),
               Lines{});
     EXPECT_EQ(brokenBy("gateway/a.cpp", "#include <fcntl.h>\n"), Lines{});
@@ -244,8 +247,31 @@ TEST(Layout, WhatStandsBesideUsesPublicHeadersAlone) {
     EXPECT_EQ(
         brokenBy("include/tav/kit/a.h", "#include \"client/session.h\"\n"),
         Lines{"include/tav/kit/a.h:1: a public header may not include what is internal: client/session.h"});
-    EXPECT_EQ(brokenBy("src/client/a.h", "#include <tav/kit/a.h>\n"),
-              Lines{"src/client/a.h:1: the library knows nothing of the kit: tav/kit/a.h"});
+    for (std::string const path : {"src/client/a.h", "include/tav/vinta/vinta.h"}) {
+        EXPECT_EQ(brokenBy(path, "#include <tav/kit/a.h>\n"),
+                  Lines{path + ":1: the library knows nothing of the kit: tav/kit/a.h"});
+    }
+}
+
+TEST(Layout, WhatStandsBesideUsesNothingOfAnother) {
+    for (std::string const name :
+         {"examples/chat/text.h", "bindings/c/json.h", "support/pki.h", "tests/support/pki.h"}) {
+        EXPECT_EQ(brokenBy("tools/a.cpp", "#include \"" + name + "\"\n"),
+                  Lines{"tools/a.cpp:1: tools stands on public headers alone: " + name});
+    }
+    EXPECT_EQ(brokenBy("bindings/c/a.cpp", "#include \"tools/json_judge.h\"\n"),
+              Lines{"bindings/c/a.cpp:1: bindings stands on public headers alone: tools/json_judge.h"});
+    for (std::string const name : {"asio.hpp", "openssl/ssl.h"}) {
+        EXPECT_EQ(brokenBy("bindings/c/a.cpp", "#include <" + name + ">\n"),
+                  Lines{"bindings/c/a.cpp:1: bindings stands on public headers alone: " + name});
+        EXPECT_EQ(brokenBy("examples/a.cpp", "#include <" + name + ">\n"),
+                  Lines{"examples/a.cpp:1: examples stands on public headers alone: " + name});
+    }
+    EXPECT_EQ(brokenBy("bench/a.cpp", "#include \"gateway/certificates.h\"\n#include <asio.hpp>\n"), Lines{});
+    EXPECT_EQ(brokenBy("tools/a.cpp", "#include \"gateway/gateway_core.h\"\n#include <openssl/ssl.h>\n"),
+              Lines{});
+    EXPECT_EQ(brokenBy("gateway/a.cpp", "#include \"tools/notes.h\"\n"),
+              Lines{"gateway/a.cpp:1: gateway stands on public headers alone: tools/notes.h"});
 }
 
 TEST(Layout, IncludeFromAnotherFolderLeadsToTheSameName) {
@@ -260,6 +286,13 @@ TEST(Layout, IncludeFromAnotherFolderLeadsToTheSameName) {
               Lines{"src/log/a.cpp:1: log may not include model: model/b.h"});
     EXPECT_EQ(brokenBy("gateway/a.cpp", "#include \"../include/tav/vinta/vinta_new.h\"\n"),
               Lines{"gateway/a.cpp:1: a public header without a row in the table: tav/vinta/vinta_new.h"});
+}
+
+TEST(Layout, HeaderForAllHasAllOfTheLibrary) {
+    std::vector<File> const files = readTree(TAV_SOURCE_DIR);
+    std::set<std::string> missing = layout::unreachedFrom("tav/vinta/vinta.h", files);
+    // What C can call is collected by a header of its own.
+    EXPECT_EQ(missing, std::set<std::string>{"tav/vinta/vinta_c.h"});
 }
 
 TEST(Layout, LibraryHasNoFileOfAnotherEnding) {

@@ -26,6 +26,10 @@ namespace detail {
 ///
 /// `era_` numbers the attempts; what an earlier one still tells is ignored.  The client is used only between
 /// start and the end of stop.  No lock is held while the client or the application is called.
+///
+/// It has more operations and members than other classes: most are the steps of the one order in which a
+/// connection is begun, kept and given up, and what these steps know of it, under one lock with the messages
+/// that wait for it.
 class keeper_core final : public keeper_timer::sleeper, public std::enable_shared_from_this<keeper_core> {
 public:
     using clock = keeper_timer::clock;

@@ -100,7 +100,8 @@ private:
 /// any thread.
 using login_function = std::function<void(tls::client &, login_end)>;
 
-/// How a connection is kept.
+/// How a connection is kept.  It has more members than other classes: each is a choice by itself, with a
+/// default.
 struct keeper_option {
     /// Where to; empty: the host and port of the connect_option.
     std::vector<gateway> gateways;

@@ -13,9 +13,9 @@ namespace xml {
 
 using tav::detail::bytesOf;
 using tav::detail::maskedText;
-using tav::xml::detail::LOG;
-using tav::xml::detail::NO_ID;
-using tav::xml::detail::SAMPLE;
+using tav::xml::detail::logMode;
+using tav::xml::detail::noId;
+using tav::xml::detail::sampleMode;
 
 namespace {
 
@@ -24,8 +24,8 @@ constexpr std::array<std::string_view, 17> knownTypes = {
     "Bool",  "Int8",   "Uint8",  "Int16", "Uint16", "Int32", "Uint32",   "Int64", "Uint64",
     "Float", "Double", "String", "Time",  "Bytes",  "Enum",  "Optional", "List"};
 
-constexpr int ENUM = 15;
-constexpr int OPTIONAL = 16;
+constexpr int enumCode = 15;
+constexpr int optionalCode = 16;
 
 void writeIfAny(std::string & out, std::string_view name, std::string const & value) {
     if (!value.empty()) {
@@ -41,7 +41,7 @@ std::string idText(int id, bool hexadecimal) {
 
 } // namespace
 
-MetaInfo::MetaInfo() : varid(NO_ID) {}
+MetaInfo::MetaInfo() : varid(noId) {}
 
 MetaInfo::MetaInfo(int id, tav_istr var_name, tav_istr type, tav_istr default_value, bool is_optional,
                    bool is_multiple, bool is_protected) {
@@ -77,7 +77,7 @@ void MetaInfo::dump(std::string & out) const {
 }
 
 void MetaInfo::dumpId(std::string & out) const {
-    if (varid != NO_ID) {
+    if (varid != noId) {
         writeIfAny(out, "id", idText(varid, hexical));
     }
 }
@@ -141,7 +141,7 @@ std::string & VarInfo::memo() {
 }
 
 int VarInfo::varid() const {
-    return meta_ ? static_cast<int>(meta_->varid) : NO_ID;
+    return meta_ ? static_cast<int>(meta_->varid) : noId;
 }
 
 bool VarInfo::optional() const {
@@ -190,12 +190,12 @@ void VarInfo::setMeta(int id, tav_istr var_name, tav_istr type, tav_istr default
 }
 
 void VarInfo::dumpSampleValue(std::string & out, tav_istr text, int mode) const {
-    if (protectedValue() && mode == LOG) {
+    if (protectedValue() && mode == logMode) {
         out += getProtectedString(text);
         return;
     }
-    out += protectedValue() && mode == SAMPLE ? getProtectedSampleString() : std::string(bytesOf(text));
-    if (mode == SAMPLE) {
+    out += protectedValue() && mode == sampleMode ? getProtectedSampleString() : std::string(bytesOf(text));
+    if (mode == sampleMode) {
         dumpMiniMeta(out);
     }
 }
@@ -203,7 +203,7 @@ void VarInfo::dumpSampleValue(std::string & out, tav_istr text, int mode) const 
 void VarInfo::dumpMiniMeta(std::string & out) const {
     std::string const type = getMiniMetaType();
     out += '{';
-    if (varid() != NO_ID) {
+    if (varid() != noId) {
         out += idText(varid(), hexical());
         if (!type.empty()) {
             out += ' ';
@@ -221,7 +221,8 @@ void VarInfo::dumpMiniMeta(std::string & out) const {
 std::string VarInfo::getMiniMetaType() const {
     std::string type = vartype();
     std::string rest;
-    for (int known = parseType(tav_istr(type), rest); (known == ENUM || known == OPTIONAL) && !rest.empty();
+    for (int known = parseType(tav_istr(type), rest);
+         (known == enumCode || known == optionalCode) && !rest.empty();
          known = parseType(tav_istr(type), rest)) {
         type.swap(rest);
     }

@@ -16,43 +16,43 @@ namespace xml {
 
 using tav::detail::bytesOf;
 using tav::detail::here;
-using tav::xml::detail::LOG;
-using tav::xml::detail::METADATA;
-using tav::xml::detail::NO_ID;
-using tav::xml::detail::SAMPLE;
+using tav::xml::detail::logMode;
+using tav::xml::detail::metadataMode;
+using tav::xml::detail::noId;
+using tav::xml::detail::sampleMode;
 
 namespace {
 
-constexpr std::string_view CDATA_BEGIN = "<![CDATA[";
-constexpr std::string_view CDATA_END = "]]>";
-constexpr std::string_view COMMENT_BEGIN = "<!--";
-constexpr std::string_view COMMENT_END = "-->";
-constexpr std::string_view DECLARATION_BEGIN = "<?";
-constexpr std::string_view DECLARATION_END = ">";
+constexpr std::string_view cdataBegin = "<![CDATA[";
+constexpr std::string_view cdataEnd = "]]>";
+constexpr std::string_view commentBegin = "<!--";
+constexpr std::string_view commentEnd = "-->";
+constexpr std::string_view declarationBegin = "<?";
+constexpr std::string_view declarationEnd = ">";
 
 /// A repeated element in a sample.
-constexpr std::string_view REPEATED = "...";
+constexpr std::string_view ellipsis = "...";
 
 /// What a byte can be, as bits.
-constexpr unsigned char BLANK = 1;
-constexpr unsigned char NAME_START = 2;
-constexpr unsigned char NAME_PART = 4;
-constexpr unsigned char HAS_ENTITY = 8;
-constexpr unsigned char LINE_BREAK = 16;
+constexpr unsigned char blankBit = 1;
+constexpr unsigned char nameStartBit = 2;
+constexpr unsigned char namePartBit = 4;
+constexpr unsigned char hasEntityBit = 8;
+constexpr unsigned char lineBreakBit = 16;
 
 constexpr std::array<unsigned char, 256> classifyBytes() {
     std::array<unsigned char, 256> classes{};
     for (std::size_t c = 'a'; c <= 'z'; ++c) {
-        classes[c] = classes[c - 'a' + 'A'] = NAME_START | NAME_PART;
+        classes[c] = classes[c - 'a' + 'A'] = nameStartBit | namePartBit;
     }
-    classes[':'] = classes['_'] = NAME_START | NAME_PART;
+    classes[':'] = classes['_'] = nameStartBit | namePartBit;
     for (std::size_t c = '0'; c <= '9'; ++c) {
-        classes[c] = NAME_PART;
+        classes[c] = namePartBit;
     }
-    classes['-'] = classes['.'] = NAME_PART;
-    classes[' '] = classes['\t'] = BLANK;
-    classes['\r'] = classes['\n'] = BLANK | LINE_BREAK;
-    classes['&'] = classes['"'] = classes['\''] = classes['<'] = classes['>'] = HAS_ENTITY;
+    classes['-'] = classes['.'] = namePartBit;
+    classes[' '] = classes['\t'] = blankBit;
+    classes['\r'] = classes['\n'] = blankBit | lineBreakBit;
+    classes['&'] = classes['"'] = classes['\''] = classes['<'] = classes['>'] = hasEntityBit;
     return classes;
 }
 
@@ -72,7 +72,7 @@ char const * findOf(char const * begin, char const * end, unsigned bits) {
 
 bool hasSpecialBytes(std::string const & text) {
     char const * const end = text.data() + text.size();
-    return findOf(text.data(), end, HAS_ENTITY) != end;
+    return findOf(text.data(), end, hasEntityBit) != end;
 }
 
 /// The entity of a byte that has one or is a line break.
@@ -93,7 +93,7 @@ std::string_view upToNul(char const * text) {
 }
 
 void appendEscaped(std::string & out, std::string_view text, bool lineBreaks) {
-    unsigned const replaced = lineBreaks ? HAS_ENTITY | LINE_BREAK : HAS_ENTITY;
+    unsigned const replaced = lineBreaks ? hasEntityBit | lineBreakBit : hasEntityBit;
     char const * at = text.data();
     char const * const end = at + text.size();
     while (true) {
@@ -154,7 +154,7 @@ void appendEntity(std::string & out, std::string_view name) {
 }
 
 void appendUnescaped(std::string & out, std::string_view text) {
-    constexpr std::size_t LONGEST = 7;
+    constexpr std::size_t longest = 7;
     while (!text.empty()) {
         std::size_t const amp = std::min(text.find('&'), text.size());
         out.append(text, 0, amp);
@@ -162,13 +162,13 @@ void appendUnescaped(std::string & out, std::string_view text) {
         if (text.empty()) {
             return;
         }
-        std::size_t const end = text.substr(0, LONGEST + 1).find(';');
+        std::size_t const end = text.substr(0, longest + 1).find(';');
         if (end == std::string_view::npos) {
             out += '&';
             text.remove_prefix(1);
             continue;
         }
-        char name[LONGEST + 1];
+        char name[longest + 1];
         std::transform(text.begin() + 1, text.begin() + static_cast<std::ptrdiff_t>(end), name, lower);
         appendEntity(out, std::string_view(name, end - 1));
         text.remove_prefix(end + 1);
@@ -226,22 +226,22 @@ void encode_cdata(std::string & text) {
         return;
     }
     std::string encoded;
-    if (text.find(CDATA_END) != std::string::npos) {
+    if (text.find(cdataEnd) != std::string::npos) {
         appendEscaped(encoded, upToNul(text.c_str()), false);
     } else {
-        encoded.reserve(CDATA_BEGIN.size() + text.size() + CDATA_END.size());
-        encoded.append(CDATA_BEGIN).append(text).append(CDATA_END);
+        encoded.reserve(cdataBegin.size() + text.size() + cdataEnd.size());
+        encoded.append(cdataBegin).append(text).append(cdataEnd);
     }
     text.swap(encoded);
 }
 
 void decode_cdata(std::string & text) {
     std::string_view const whole = text;
-    if (whole.size() >= CDATA_BEGIN.size() + CDATA_END.size() &&
-        whole.substr(0, CDATA_BEGIN.size()) == CDATA_BEGIN &&
-        whole.substr(whole.size() - CDATA_END.size()) == CDATA_END) {
-        text.resize(text.size() - CDATA_END.size());
-        text.erase(0, CDATA_BEGIN.size());
+    if (whole.size() >= cdataBegin.size() + cdataEnd.size() &&
+        whole.substr(0, cdataBegin.size()) == cdataBegin &&
+        whole.substr(whole.size() - cdataEnd.size()) == cdataEnd) {
+        text.resize(text.size() - cdataEnd.size());
+        text.erase(0, cdataBegin.size());
     } else if (text.find('&') != std::string::npos) {
         std::string decoded;
         appendUnescaped(decoded, whole);
@@ -276,7 +276,7 @@ void Attr::encode(std::string & out, bool skipEmpty, tav_istr lead, int dumping)
         return;
     }
     out += bytesOf(lead);
-    if (dumping == SAMPLE || dumping == LOG) {
+    if (dumping == sampleMode || dumping == logMode) {
         std::string shown;
         dumpSampleValue(shown, tav_istr(value_), dumping);
         write(out, tav_istr(name_), tav_istr(shown));
@@ -332,7 +332,7 @@ private:
     /// Whether this begins like a comment, a declaration or a CDATA section: the quick test for all of them.
     bool isMarkup() const { return end_ - at_ > 1 && *at_ == '<' && (at_[1] == '!' || at_[1] == '?'); }
 
-    bool isCdata() const { return isMarkup() && startsWith(CDATA_BEGIN); }
+    bool isCdata() const { return isMarkup() && startsWith(cdataBegin); }
 
     bool startsWith(std::string_view text) const { return rest().substr(0, text.size()) == text; }
 
@@ -354,14 +354,14 @@ private:
     /// Passes over blanks, comments and declarations.  One without an end reaches to the end of the input.
     void skipBlank() {
         while (at_ != end_) {
-            if (isOf(*at_, BLANK)) {
+            if (isOf(*at_, blankBit)) {
                 ++at_;
             } else if (!isMarkup()) {
                 return;
-            } else if (startsWith(COMMENT_BEGIN)) {
-                skipBetween(COMMENT_BEGIN, COMMENT_END);
-            } else if (startsWith(DECLARATION_BEGIN)) {
-                skipBetween(DECLARATION_BEGIN, DECLARATION_END);
+            } else if (startsWith(commentBegin)) {
+                skipBetween(commentBegin, commentEnd);
+            } else if (startsWith(declarationBegin)) {
+                skipBetween(declarationBegin, declarationEnd);
             } else {
                 return;
             }
@@ -376,7 +376,7 @@ private:
 
     std::string_view takeName() {
         char const * const begin = at_;
-        while (at_ != end_ && isOf(*at_, NAME_PART)) {
+        while (at_ != end_ && isOf(*at_, namePartBit)) {
             ++at_;
         }
         return std::string_view(begin, static_cast<std::size_t>(at_ - begin));
@@ -394,7 +394,7 @@ private:
         if (*at_ == '/') {
             fail("XML_DECODE_TAG_CLOSING", site);
         }
-        if (!isOf(*at_, NAME_START)) {
+        if (!isOf(*at_, nameStartBit)) {
             fail("XML_DECODE_TAG_NOT_IDENTIFY_CHAR", site);
         }
         std::string_view const tag = takeName();
@@ -416,7 +416,7 @@ private:
                 ++at_;
                 return false;
             }
-            if (!isOf(*at_, NAME_START)) {
+            if (!isOf(*at_, nameStartBit)) {
                 fail("XML_DECODE_ATTR_NOT_IDENTITY_CHAR", site);
             }
             std::string_view const name = takeName();
@@ -447,7 +447,7 @@ private:
 
     static std::size_t sizeToBlank(std::string_view text) {
         char const * const begin = text.data();
-        return static_cast<std::size_t>(findOf(begin, begin + text.size(), BLANK) - begin);
+        return static_cast<std::size_t>(findOf(begin, begin + text.size(), blankBit) - begin);
     }
 
     static tavSharedPtr<Attr> readAttr(std::string_view name, std::string_view value) {
@@ -459,14 +459,14 @@ private:
     void decodeContent(Node & node) {
         auto const site = here("tav::xml::Node::decodeContent");
         bool const cdata = isCdata();
-        std::size_t const found = cdata ? rest().find(CDATA_END) : rest().find('<');
+        std::size_t const found = cdata ? rest().find(cdataEnd) : rest().find('<');
         if (found == std::string_view::npos) {
             fail("XML_DECODE_CONTENT_NO_END_TAG", site);
         }
         if (cdata) {
-            std::size_t const begin = CDATA_BEGIN.size();
+            std::size_t const begin = cdataBegin.size();
             node.text().append(rest(), begin, found - begin);
-            at_ += found + CDATA_END.size();
+            at_ += found + cdataEnd.size();
         } else if (found != 0) {
             appendUnescaped(node.text(), rest().substr(0, found));
             at_ += found;
@@ -560,7 +560,7 @@ public:
             }
             Node const & child = *top.node->nodes_[top.child];
             int const mode = child.dumping_ != 0 ? child.dumping_ : top.mode;
-            if (mode == SAMPLE && child.multiple() && !top.again) {
+            if (mode == sampleMode && child.multiple() && !top.again) {
                 top.again = true;
             } else {
                 bool const repeated = top.again;
@@ -571,7 +571,7 @@ public:
                     continue;
                 }
             }
-            if (top.mode != METADATA || child.tag_ != "__key__") {
+            if (top.mode != metadataMode || child.tag_ != "__key__") {
                 begin(child, mode);
             }
         }
@@ -596,7 +596,7 @@ private:
 
     /// Writes a node's beginning, and all of it if it has no children.
     void begin(Node const & node, int mode) {
-        if (mode == METADATA) {
+        if (mode == metadataMode) {
             describe(node);
             return;
         }
@@ -611,7 +611,8 @@ private:
             open_.push_back({&node, mode, 0, false});
             return;
         }
-        bool const has_text = !node.contentIsEmpty() || (mode == SAMPLE && textInfo(node).meta_ != nullptr);
+        bool const has_text =
+            !node.contentIsEmpty() || (mode == sampleMode && textInfo(node).meta_ != nullptr);
         if (!has_text && mode == 0) {
             out_ += "/>";
             return;
@@ -629,7 +630,7 @@ private:
     void end() {
         Open const top = open_.back();
         open_.pop_back();
-        if (top.mode == METADATA) {
+        if (top.mode == metadataMode) {
             lineTo(level());
             writeEnd("element");
             return;
@@ -643,7 +644,7 @@ private:
 
     void repeat(Node const & child) {
         lineTo(level());
-        out_.append(1, '<').append(child.tag_).append(1, '>').append(REPEATED);
+        out_.append(1, '<').append(child.tag_).append(1, '>').append(ellipsis);
         writeEnd(child.tag_);
     }
 
@@ -651,7 +652,7 @@ private:
 
     void writeAttrs(Node const & node, int mode) {
         bool const described =
-            mode == SAMPLE && node.varid() != NO_ID && !(node.attrs_.empty() && node.nodes_.empty());
+            mode == sampleMode && node.varid() != noId && !(node.attrs_.empty() && node.nodes_.empty());
         if (node.attrs_.empty() && !described) {
             return;
         }
@@ -685,7 +686,7 @@ private:
             lineTo(level + 1);
         }
         std::string const & text = node.content();
-        if (mode != SAMPLE && mode != LOG && !hasSpecialBytes(text)) {
+        if (mode != sampleMode && mode != logMode && !hasSpecialBytes(text)) {
             out_ += text;
             return;
         }
@@ -701,7 +702,7 @@ private:
         writeMeta(node, tav_istr(node.tag_));
         // Read through a const view: the writing accessors would give the text a description.
         Content const * const content = node.content_.get();
-        bool const text = content != nullptr && content->varid() != NO_ID;
+        bool const text = content != nullptr && content->varid() != noId;
         if (node.attrs_.empty() && node.nodes_.empty() && !text) {
             out_ += "/>";
             return;
@@ -719,7 +720,7 @@ private:
             writeMeta(*content, tav_istr());
             out_ += "/>";
         }
-        open_.push_back({&node, METADATA, 0, false});
+        open_.push_back({&node, metadataMode, 0, false});
     }
 
     void writeMeta(VarInfo const & info, tav_istr name) {
@@ -813,7 +814,7 @@ Node & Node::decode(tav_istr text, std::string * rest) {
 
 std::string const & Node::encode(bool pretty, bool skipEmpty, int level, bool withNext) const {
     output_.clear();
-    if (skipEmpty && dumping_ != METADATA && contentIsEmpty() && attrs_.empty() && nodes_.empty()) {
+    if (skipEmpty && dumping_ != metadataMode && contentIsEmpty() && attrs_.empty() && nodes_.empty()) {
         return output_;
     }
     NodeWriter writer(output_, pretty, skipEmpty, level);
@@ -1092,15 +1093,15 @@ void Node::dumping(int mode) {
 }
 
 bool Node::dumpingSample() const {
-    return dumping_ == SAMPLE;
+    return dumping_ == sampleMode;
 }
 
 bool Node::dumpingMetadata() const {
-    return dumping_ == METADATA;
+    return dumping_ == metadataMode;
 }
 
 bool Node::dumpingLog() const {
-    return dumping_ == LOG;
+    return dumping_ == logMode;
 }
 
 std::string & Node::text() {

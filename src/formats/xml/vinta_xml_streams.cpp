@@ -344,15 +344,15 @@ void XmlDumpStream::dumping(int mode) {
 }
 
 bool XmlDumpStream::dumpingLog() const {
-    return dumping_ == detail::LOG;
+    return dumping_ == detail::logMode;
 }
 
 bool XmlDumpStream::dumpingMetadata() const {
-    return dumping_ == detail::METADATA;
+    return dumping_ == detail::metadataMode;
 }
 
 bool XmlDumpStream::dumpingSample() const {
-    return dumping_ == detail::SAMPLE;
+    return dumping_ == detail::sampleMode;
 }
 
 void XmlDumpStream::enter(tav_istr name, tav_istr base, tav_istr tag) {

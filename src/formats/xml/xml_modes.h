@@ -7,12 +7,12 @@ namespace xml {
 namespace detail {
 
 /// The id of a variable without one.
-constexpr int NO_ID = -9999;
+constexpr int noId = -9999;
 
 /// The dumping modes of a node; 0 is plain data.
-constexpr int SAMPLE = 1;
-constexpr int METADATA = 2;
-constexpr int LOG = 3;
+constexpr int sampleMode = 1;
+constexpr int metadataMode = 2;
+constexpr int logMode = 3;
 
 } // namespace detail
 } // namespace xml
