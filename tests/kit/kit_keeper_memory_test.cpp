@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <memory>
 
 namespace {
 
@@ -81,4 +83,96 @@ TEST(KitKeeperMemory, StopWithoutAnyClosesTheConnection) {
         EXPECT_EQ(ends, 1) << n;
         EXPECT_TRUE(eventually([&] { return !rig.keeper.client().connected(); })) << n;
     }
+}
+
+namespace {
+
+/// A gateway on this machine by a name that is too long to be kept without memory.
+kit::keeper_option byALongName(GatewayRig const & rig) {
+    kit::keeper_option how;
+    how.gateways = {{"0:0:0:0:0:ffff:127.0.0.1", std::to_string(rig.gateway.port()), 0}};
+    return how;
+}
+
+/// Whether it is up in the end, in the keeper's own time.
+bool isUpLater(KeeperRig const & rig) {
+    return eventually([&] {
+        rig.timer->advance(100ms);
+        return rig.keeper.status().state == state::up && rig.keeper.client().connected();
+    });
+}
+
+} // namespace
+
+TEST(KitKeeperMemory, MessagesThatWaitedHaveTheirEnd) {
+    GatewayRig gateway;
+    OwnAlone const own;
+    bool failed = true;
+    for (long n = 1; failed; ++n) {
+        ASSERT_LT(n, 1000);
+        int ends = 0;
+        KeeperRig rig("1", byALongName(gateway));
+        rig.keeper.start();
+        rig.timer->pump();
+        for (int i = 0; i < 3; ++i) {
+            kit::request<Said>(rig.keeper, Say(i), 600s, [&](kit::result<Said> const &) { ++ends; });
+        }
+        ASSERT_TRUE(eventually([&] { return rig.timer->due(); }));
+        {
+            FailingAllocation const failing(n);
+            rig.timer->pump();
+            failed = FailingAllocation::happened();
+        }
+        EXPECT_TRUE(rig.timer->run([&] { return ends == 3; })) << n;
+        EXPECT_EQ(rig.keeper.status().state, state::up) << n;
+    }
+}
+
+TEST(KitKeeperMemory, BreakIsComeBackFrom) {
+    GatewayRig gateway;
+    OwnAlone const own;
+    bool failed = true;
+    for (long n = 1; failed; ++n) {
+        ASSERT_LT(n, 1000);
+        KeeperRig rig("1", byALongName(gateway));
+        rig.keeper.start();
+        ASSERT_TRUE(rig.comesTo(state::up));
+        gateway.gateway.drop();
+        ASSERT_TRUE(eventually([&] { return rig.timer->due(); }));
+        {
+            FailingAllocation const failing(n);
+            rig.timer->pump();
+            failed = FailingAllocation::happened();
+        }
+        EXPECT_TRUE(isUpLater(rig)) << n << " " << rig.keeper.status().state;
+    }
+}
+
+namespace {
+
+class Sleeper final : public kit::keeper_timer::sleeper {
+public:
+    void wake() noexcept override { ++wakes; }
+    std::atomic<int> wakes{0};
+};
+
+} // namespace
+
+TEST(KitKeeperMemory, WhoWasWokenOnceIsWokenAgainWithoutAny) {
+    kit::keeper_timer & timer = kit::detail::process_timer::instance();
+    timer.enroll();
+    auto const one = std::make_shared<Sleeper>();
+    timer.wake_at(one, timer.now());
+    ASSERT_TRUE(eventually([&] { return one->wakes == 1; }));
+    OwnAlone const own;
+    for (int n = 2; n < 20; ++n) {
+        {
+            FailingAllocation const failing(1);
+            timer.wake_at(one, timer.now() + 50s);
+            timer.wake_at(one, timer.now());
+            EXPECT_FALSE(FailingAllocation::happened()) << n;
+        }
+        ASSERT_TRUE(eventually([&] { return one->wakes == n; })) << n;
+    }
+    timer.leave();
 }

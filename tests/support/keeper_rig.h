@@ -11,6 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <deque>
 #include <map>
@@ -52,6 +53,12 @@ public:
             who->wake();
         }
     }
+    /// Whether somebody is to be woken by now.
+    bool due() const {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        return std::any_of(due_.begin(), due_.end(),
+                           [this](auto const & each) { return each.second.first <= now_; });
+    }
     /// Lets what is due happen until `done` holds, ten seconds at most of the world's time and none of its
     /// own.
     template <class Done>
@@ -68,10 +75,12 @@ private:
         for (auto each = due_.begin(); each != due_.end(); ++each) {
             if (each->second.first <= now_) {
                 std::shared_ptr<sleeper> const who = each->second.second.lock();
-                due_.erase(each);
                 if (who) {
+                    // Its place stays, as the process's timer keeps it.
+                    each->second.first = clock::time_point::max();
                     return who;
                 }
+                due_.erase(each);
                 return next_of_rest();
             }
         }
@@ -81,7 +90,7 @@ private:
         for (auto each = due_.begin(); each != due_.end();) {
             std::shared_ptr<sleeper> const who = each->second.second.lock();
             if (who && each->second.first <= now_) {
-                due_.erase(each);
+                each->second.first = clock::time_point::max();
                 return who;
             }
             each = who ? std::next(each) : due_.erase(each);

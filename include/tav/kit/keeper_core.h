@@ -179,6 +179,7 @@ private:
     bool again(parcel_ptr const & p) noexcept;
     void forget(unsigned long long number);
     void flush();
+    bool flush_one(parcel_ptr & next);
     void end_late();
 
     // With the lock held.

@@ -68,7 +68,7 @@ inline void keeper_core::halt(unsigned era, std::error_code cause, unsigned fail
         status_.cause = cause;
         status_.failed = era != 0 ? failed : status_.failed;
         status_.until = time_point();
-        call_guarded("tav::kit::keeper", [this] { note_state(); });
+        note_state();
         changed_.notify_all();
     }
     // Theirs from here on is no other end, such as that of the connection.
@@ -178,13 +178,13 @@ inline void keeper_core::come_up(unsigned era) {
         if (era != era_ || (phase_ != phase::connecting && phase_ != phase::logging_in)) {
             return;
         }
+        phase_ = phase::up;
         up_since_ = timer_.now();
         until_ = time_point::max();
         retry_at_ = time_point();
         refused_since_ = time_point();
-        keeper_status next = status_;
-        next.state = keeper_state::up;
-        enter(phase::up, std::move(next));
+        status_.state = keeper_state::up;
+        note_state();
     }
     if (option_.on_open_) {
         call_guarded("tav::kit::keeper", option_.on_open_);
@@ -213,7 +213,8 @@ inline void keeper_core::lost(unsigned era, std::error_code cause) {
             rounds_ = 0;
             status_.failed = 0;
         }
-        next.to = status_.to;
+        // Without memory for its name the state tells of none; what has ended has ended all the same.
+        call_guarded("tav::kit::keeper", [&] { next.to = status_.to; });
         next.failed = status_.failed + 1;
         // What is sent from here on waits for the next connection.
         phase_ = phase::waiting;
@@ -478,7 +479,7 @@ inline void keeper_core::enter(phase v, keeper_status next) {
 
 inline void keeper_core::note_state() {
     if (how_.on_state && !muted_) {
-        untold_.push_back(status_);
+        call_guarded("tav::kit::keeper", [this] { untold_.push_back(status_); });
     }
 }
 
@@ -521,7 +522,7 @@ inline void keeper_core::tell_each() {
     }
     teller_ = std::this_thread::get_id();
     while (!untold_.empty()) {
-        keeper_status const next = untold_.front();
+        keeper_status const next = std::move(untold_.front());
         untold_.pop_front();
         guard.unlock();
         call_guarded("tav::kit::keeper_option::on_state", [&] { how_.on_state(next); });

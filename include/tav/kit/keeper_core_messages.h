@@ -121,29 +121,43 @@ inline void keeper_core::admit() {
 }
 
 inline void keeper_core::flush() {
-    for (unsigned n = 0; n < in_one_go; ++n) {
-        parcel_ptr next;
-        {
-            lock const guard(mutex_);
-            if (phase_ != phase::up || outbox_.empty() || timer_.now() < retry_at_) {
-                break;
-            }
-            next = outbox_.take_first();
-            in_flight_.emplace(next->number, next);
-            flushing_ = true;
-            admit();
+    parcel_ptr next;
+    try {
+        for (unsigned n = 0; n < in_one_go && flush_one(next); ++n) {
         }
-        way const went = send_now(next);
-        if (went != way::gone) {
-            put_back(next, went);
-            break;
-        }
-        if (next->one->ended()) {
-            forget(next->number);
+    } catch (std::exception const & e) {
+        // Nobody else holds it any more.
+        log_caught("tav::kit::keeper", e.what());
+        if (next) {
+            next->one->end(make_error_code(failure::not_sent));
         }
     }
     lock const guard(mutex_);
     flushing_ = false;
+}
+
+// False if there is nothing more to do for the moment.
+inline bool keeper_core::flush_one(parcel_ptr & next) {
+    next.reset();
+    {
+        lock const guard(mutex_);
+        if (phase_ != phase::up || outbox_.empty() || timer_.now() < retry_at_) {
+            return false;
+        }
+        next = outbox_.take_first();
+        in_flight_.emplace(next->number, next);
+        flushing_ = true;
+        admit();
+    }
+    way const went = send_now(next);
+    if (went != way::gone) {
+        put_back(next, went);
+        return false;
+    }
+    if (next->one->ended()) {
+        forget(next->number);
+    }
+    return true;
 }
 
 // Whether it went out is known for sure: a send that the client tracks was accepted if it is there, and one

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -76,14 +77,21 @@ public:
             return;
         }
         std::lock_guard<std::mutex> const guard(present->mutex);
-        auto const before = present->places.find(who.get());
-        if (before != present->places.end()) {
-            present->due.erase(before->second);
-            present->places.erase(before);
+        // What was made for its first time serves for all of them: a keeper that found no memory for the
+        // next would sleep for ever.
+        place & own = present->places[who.get()];
+        if (own.waits) {
+            own.node = present->due.extract(own.at);
+        } else if (!own.node) {
+            schedule one;
+            one.emplace(at, entry());
+            own.node = one.extract(one.begin());
         }
-        auto const place = present->due.emplace(at, entry{who.get(), who});
-        present->places.emplace(who.get(), place);
-        if (place == present->due.begin()) {
+        own.node.key() = at;
+        own.node.mapped() = entry{who.get(), who};
+        own.at = present->due.insert(std::move(own.node));
+        own.waits = true;
+        if (own.at == present->due.begin()) {
             present->changed.notify_all();
         }
     }
@@ -111,6 +119,7 @@ public:
         {
             std::lock_guard<std::mutex> const guard(mutex_);
             if (--keepers_ != 0) {
+                forget_gone();
                 return;
             }
             taken.swap(present_);
@@ -124,13 +133,19 @@ private:
         std::weak_ptr<sleeper> who;
     };
     using schedule = std::multimap<clock::time_point, entry>;
+    /// Of one sleeper, for as long as it lives: where it waits, or what it will wait by.
+    struct place {
+        bool waits = false;
+        schedule::iterator at;
+        schedule::node_type node;
+    };
 
     /// A thread and what it waits for.
     struct shift {
         std::mutex mutex;
         std::condition_variable changed;
         schedule due;
-        std::map<sleeper const *, schedule::iterator> places;
+        std::map<sleeper const *, place> places;
         bool wanted = true;
         bool ended = false;
         std::thread thread;
@@ -150,6 +165,23 @@ private:
         return present_;
     }
 
+    /// Lets go of the places of sleepers that are gone.
+    void forget_gone() noexcept {
+        if (!present_) {
+            return;
+        }
+        std::lock_guard<std::mutex> const guard(present_->mutex);
+        for (auto each = present_->places.begin(); each != present_->places.end();) {
+            place & one = each->second;
+            bool const gone =
+                one.waits ? one.at->second.who.expired() : !one.node || one.node.mapped().who.expired();
+            if (gone && one.waits) {
+                present_->due.erase(one.at);
+            }
+            each = gone ? present_->places.erase(each) : std::next(each);
+        }
+    }
+
     static void work(shift & own) {
         tavThread::setCurrentName("tav.kit.keeper");
         std::unique_lock<std::mutex> guard(own.mutex);
@@ -165,8 +197,9 @@ private:
                 continue;
             }
             std::weak_ptr<sleeper> const next = first->second.who;
-            own.places.erase(first->second.key);
-            own.due.erase(first);
+            place & its = own.places[first->second.key];
+            its.node = own.due.extract(first);
+            its.waits = false;
             guard.unlock();
             if (std::shared_ptr<sleeper> const who = next.lock()) {
                 who->wake();
