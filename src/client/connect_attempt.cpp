@@ -46,7 +46,8 @@ std::string text(context::results_type const & results) {
 }
 
 unsigned short port_number(std::string const & port) {
-    return static_cast<unsigned short>(std::strtoul(port.c_str(), nullptr, 10));
+    auto const number = static_cast<unsigned short>(std::strtoul(port.c_str(), nullptr, 10));
+    return number != 0 ? number : platform::servicePort(port);
 }
 
 } // namespace

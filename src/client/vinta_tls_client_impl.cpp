@@ -279,7 +279,10 @@ void Client::on_reconnect(connect_ptr const & info, timedout_option const & opti
     cancel_all_i();
     present_.begin(info);
     if (!option.empty()) {
-        present_.option()->timedout = option;
+        // Of its own: a function of the earlier limit that runs clears that one behind itself.
+        auto const fresh = std::make_shared<connect_option>(*present_.option());
+        fresh->timedout = option;
+        present_.replace(fresh);
     }
     renew(info);
 }

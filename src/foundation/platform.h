@@ -105,6 +105,9 @@ std::error_code limitUnacknowledged(int socket, int ms) noexcept;
 /// How many bytes of data have come on a connection by now, whether read or not; 0 if the system can't tell.
 unsigned long long bytesReceived(int socket) noexcept;
 
+/// The number of a TCP service that this machine knows by the name; 0 if it knows none.
+unsigned short servicePort(std::string const & name) noexcept;
+
 /// Has a socket in blocking mode while it lives.
 class BlockingMode {
 public:

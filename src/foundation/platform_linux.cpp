@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/tcp.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <pthread.h>
@@ -221,6 +223,15 @@ unsigned long long bytesReceived(int socket) noexcept {
     bool const told = ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 &&
                       size >= offsetof(tcp_info, tcpi_bytes_received) + sizeof info.tcpi_bytes_received;
     return told ? info.tcpi_bytes_received : 0;
+}
+
+unsigned short servicePort(std::string const & name) noexcept {
+    servent entry{};
+    servent * found = nullptr;
+    char room[1024];
+    bool const known =
+        ::getservbyname_r(name.c_str(), "tcp", &entry, room, sizeof room, &found) == 0 && found != nullptr;
+    return known ? ntohs(static_cast<std::uint16_t>(found->s_port)) : static_cast<unsigned short>(0);
 }
 
 BlockingMode::BlockingMode(int socket) noexcept : socket_(socket), flags_(::fcntl(socket, F_GETFL)) {

@@ -515,6 +515,27 @@ TEST(ClientConnectTimeOut, TheFunctionRunsBeforeTheResult) {
     EXPECT_EQ(resultOf(info), tls::result_timedout);
 }
 
+TEST(ClientConnectTimeOut, AReconnectInItsFunctionHasItsOwnLimit) {
+    LogCapture log;
+    Gate gate;
+    ClientRig rig;
+    std::shared_ptr<tls::connect_info> again;
+    tls::connect_option option = rig.option();
+    option.timedout = tls::timedout_option(200, [&](unsigned long long, unsigned short, bool) {
+        again = rig.client.reconnect(tls::timedout_option(
+            200, [&](unsigned long long, unsigned short, bool) { rig.events.add("own timedout"); }));
+        gate.pass();
+    });
+    auto const first = rig.client.start(option);
+    ASSERT_TRUE(gate.waitArrived());
+    // The next attempt has its limit by then, and waits for the function to end.
+    EXPECT_TRUE(log.waitFor(" close session\n", 1));
+    gate.open();
+    EXPECT_EQ(resultOf(first), tls::result_timedout);
+    EXPECT_EQ(resultOf(again), tls::result_timedout);
+    EXPECT_EQ(countOf(rig.events, "own timedout"), 1u);
+}
+
 TEST(ClientConnectTimeOut, ASpentLimitLeavesAnEmptyReconnectWithoutOne) {
     LogCapture log;
     ClientRig rig;

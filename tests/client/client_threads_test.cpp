@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <netdb.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -134,6 +135,31 @@ TEST_F(ClientThreads, TheProxyCallbackRunsOnTheIoThreadAndMayBlockOnItsSocket) {
     ASSERT_TRUE(rig.server->handshake());
     EXPECT_EQ(resultOf(info), tls::result_ok);
     EXPECT_EQ(rig.events.all()[0], "proxy on <n>io.context");
+}
+
+TEST_F(ClientThreads, TheProxyCallbackIsGivenTheNumberOfAService) {
+    struct Asked {
+        char const * port;
+        unsigned number;
+    };
+    servent const * const https = ::getservbyname("https", "tcp");
+    for (Asked const asked :
+         {Asked{"https", https != nullptr ? 443u : 0u}, Asked{"8443", 8443u}, Asked{"no-such-service", 0u}}) {
+        tls::connect_option option = rig.option();
+        option.port = asked.port;
+        option.proxy_host = "127.0.0.1";
+        option.proxy_port = rig.peer.portText();
+        option.set_on_http_proxy_connect([&](unsigned, char const *, unsigned short port) {
+            rig.events.add("asked for " + std::to_string(port));
+            return 1;
+        });
+        auto const info = rig.client.start(option);
+        EXPECT_NE(resultOf(info), tls::result_ok);
+        auto const all = rig.events.all();
+        EXPECT_GE(std::count(all.begin(), all.end(), "asked for " + std::to_string(asked.number)), 1)
+            << asked.port;
+        rig.client.close();
+    }
 }
 
 TEST_F(ClientThreads, OnErrorRunsOnItsQueueAndMayDoEverything) {
