@@ -12,6 +12,9 @@
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace tav {
 namespace json_client {
 
@@ -96,9 +99,16 @@ void readKeyLog(Fields & in, tls::tls_policy & policy) {
         return;
     }
     policy.key_log = [path](char const * line) {
-        if (std::FILE * const file = std::fopen(path.c_str(), "ab")) {
+        // Who reads it decrypts the connection: the file that is made is its owner's alone.
+        int const descriptor = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+        if (descriptor < 0) {
+            return;
+        }
+        if (std::FILE * const file = ::fdopen(descriptor, "a")) {
             std::fprintf(file, "%s\n", line);
             std::fclose(file);
+        } else {
+            ::close(descriptor);
         }
     };
 }

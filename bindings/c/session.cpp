@@ -141,18 +141,24 @@ void Session::serve(TicketPtr const & ticket, Fields & fields, std::string_view 
 }
 
 void Session::leaveInLock() {
+    // Ahead of all changes: without memory for them nothing has happened.
+    std::string const connection = up_ ? disconnectedText(failure::cancelled, std::string()) : std::string();
+    std::string kept;
+    if (keeping_) {
+        kit::keeper_status status;
+        status.cause = make_error_code(failure::cancelled);
+        status.to = kept_to_;
+        kept = keeperText(status);
+    }
     ++era_;
     left_->store(true);
     if (up_) {
         up_ = false;
-        outbox_->event(disconnectedText(failure::cancelled, std::string()));
+        outbox_->event(connection);
     }
     if (keeping_) {
         keeping_ = false;
-        kit::keeper_status status;
-        status.cause = make_error_code(failure::cancelled);
-        status.to = kept_to_;
-        outbox_->event(keeperText(status));
+        outbox_->event(std::move(kept));
     }
     outbox_->stir();
 }
@@ -408,12 +414,14 @@ bool Session::isUp(Era era) const {
 }
 
 bool Session::broken(Era era, failure why, std::string const & text) {
+    // Ahead of the change: without memory for it nothing has happened.
+    std::string told = disconnectedText(why, text);
     std::lock_guard<std::mutex> const guard(mutex_);
     if (era != era_ || !up_) {
         return false;
     }
+    outbox_->event(std::move(told));
     up_ = false;
-    outbox_->event(disconnectedText(why, text));
     return true;
 }
 

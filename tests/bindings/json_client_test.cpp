@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <filesystem>
 #include <set>
 #include <sstream>
 
@@ -53,6 +54,19 @@ TEST(JsonClient, ConnectIsAnsweredAndToldWithWhatWasNegotiated) {
     EXPECT_EQ(event["tls"]["chain"][0]["subject"], "CN=localhost");
     EXPECT_EQ(event["remote"], "127.0.0.1:" + std::to_string(gate.gateway.port()));
     EXPECT_EQ(ann.ask({{"@type", "state"}})["connected"], true);
+}
+
+TEST(JsonClient, KeyLogIsItsOwnersAlone) {
+    Gate gate;
+    Talker ann;
+    Folder const folder;
+    std::string const path = folder.path() + "/keys";
+    Json policy = gate.connect()["policy"];
+    policy["key_log_file"] = path;
+    connect(ann, gate, {{"policy", policy}});
+    EXPECT_GT(std::filesystem::file_size(path), 0u);
+    EXPECT_EQ(std::filesystem::status(path).permissions(),
+              std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 }
 
 TEST(JsonClient, ExtraOfAnyValueComesBackAsItCame) {

@@ -220,7 +220,8 @@ void startedWithPolicy() {
     rig.works();
 }
 
-/// Who is not believed is not, whatever could not be read or kept.
+/// Who is not believed is not, whatever could not be read or kept.  An exception that passed through the TLS
+/// library's question about the certificate would leak what that holds, which the leak sanitizer tells.
 void strangerRefused() {
     std::string const other = fileOf([] { return TlsIdentity::stranger().ca; });
     Rig rig;

@@ -50,8 +50,9 @@ struct meeting {
 } // namespace detail
 
 /// A request that was sent and is to be awaited once; several may be under way together.  It is sent by the
-/// call of `request`; to drop it, or the coroutine that awaits it, cancels it.  A coroutine must not be
-/// destroyed while it runs on another thread.
+/// call of `request`; to drop it, or the coroutine that awaits it, cancels it.  A coroutine that waits is
+/// destroyed on the thread on which it would go on, that of its executor; from another thread, or without an
+/// executor, use a cancellation instead: a reply may be about to resume it.
 template <class Reply>
 class [[nodiscard]] awaitable {
     using meeting = detail::meeting<Reply>;
@@ -186,7 +187,7 @@ private:
 } // namespace detail
 
 /// A coroutine that begins when it is awaited, or spawned, and gives a T or raises.  It is awaited once.  To
-/// destroy it cancels what it awaits.
+/// destroy it cancels what it awaits, on the thread on which it goes on alone (see `awaitable`).
 template <class T = void>
 class [[nodiscard]] task {
 public:
