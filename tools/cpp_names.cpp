@@ -1,5 +1,6 @@
 #include "tools/cpp_names.h"
 
+#include "tools/cpp_system.h"
 #include "tools/failure.h"
 
 #include <algorithm>
@@ -27,18 +28,6 @@ bool isKeyword(std::string const & name) {
         "true",        "try",      "typedef",    "typeid",    "typename",  "union",        "unsigned",
         "using",       "virtual",  "void",       "volatile",  "wchar_t",   "while",        "xor",
         "xor_eq"};
-    return all.count(name) != 0;
-}
-
-/// Names that headers of the system or of compilers define as macros.
-bool isMacro(std::string const & name) {
-    static std::set<std::string> const all = {
-        "BUFSIZ",  "CHAR_BIT", "CHAR_MAX",  "CHAR_MIN",  "DOMAIN",   "EDOM",     "EILSEQ",   "EOF",
-        "ERANGE",  "HUGE_VAL", "INFINITY",  "INT_MAX",   "INT_MIN",  "LONG_MAX", "LONG_MIN", "NAN",
-        "NULL",    "OVERFLOW", "RAND_MAX",  "SEEK_CUR",  "SEEK_END", "SEEK_SET", "SHRT_MAX", "SHRT_MIN",
-        "TMP_MAX", "UINT_MAX", "ULONG_MAX", "UNDERFLOW", "assert",   "errno",    "i386",     "linux",
-        "major",   "makedev",  "minor",     "offsetof",  "setjmp",   "stderr",   "stdin",    "stdout",
-        "unix",    "va_arg",   "va_copy",   "va_end",    "va_start"};
     return all.count(name) != 0;
 }
 
@@ -93,7 +82,7 @@ std::string cppFault(std::string const & name) {
     if (isKeyword(name)) {
         return "is a keyword of C++";
     }
-    if (isMacro(name)) {
+    if (isSystemMacro(name)) {
         return "may be a macro";
     }
     if (isOfTheLibrary(name)) {
@@ -127,11 +116,16 @@ CppNames::Named CppNames::split(std::string const & name, char const * what, std
         std::string const part = name.substr(begin, end == std::string::npos ? end : end - begin);
         if (end == std::string::npos) {
             named.name = fit(part, what, offset);
+            if (named.space.empty() && isGlobalName(named.name)) {
+                warnings_.push_back(GenWarning{offset, std::string("the ") + what + " \"" + part +
+                                                           "\" has the name of something global: it is " +
+                                                           named.name + "_ there"});
+                named.name += "_";
+            }
             return named;
         }
-        // A package named as a namespace of the library is within another one, or is that one.
-        bool const library = part == "tav" && named.space.empty();
-        named.space += (named.space.empty() ? "" : "::") + (library ? part : fit(part, "package", offset));
+        // The namespace of the library is none for others: a class of theirs may have the name of one of it.
+        named.space += (named.space.empty() ? "" : "::") + fit(part, "package", offset);
         begin = end + 1;
     }
 }

@@ -1,6 +1,7 @@
 #include "tools/cpp_names.h"
 #include "tools/failure.h"
 #include "tools/gen.h"
+#include "tools/integers.h"
 
 #include <algorithm>
 #include <array>
@@ -28,7 +29,8 @@ std::string quoted(std::string const & text) {
     std::string result = "\"";
     for (char const c : text) {
         auto const byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
+        // Two question marks may begin a trigraph.
+        if (c == '"' || c == '\\' || (c == '?' && result.back() == '?')) {
             result += std::string("\\") + c;
         } else if (byte < 32 || byte == 127) {
             std::array<char, 8> octal{};
@@ -71,19 +73,6 @@ std::string integerLiteral(Kind kind, long long value) {
         return "-2147483647 - 1";
     }
     return std::to_string(value) + (kind == kinds::int64_ ? "LL" : kind == kinds::uint32_ ? "u" : "");
-}
-
-/// The least and the largest number of a kind of at most 32 bits, or int64.
-std::pair<long long, long long> limitsOf(Kind kind) {
-    switch (kind) {
-    case kinds::int8_: return {-128, 127};
-    case kinds::int16_: return {-32768, 32767};
-    case kinds::int32_: return {-2147483648LL, 2147483647LL};
-    case kinds::uint8_: return {0, 255};
-    case kinds::uint16_: return {0, 65535};
-    case kinds::uint32_: return {0, 4294967295LL};
-    default: return {std::numeric_limits<long long>::min(), std::numeric_limits<long long>::max()};
-    }
 }
 
 bool isInteger(Kind kind) {
@@ -185,6 +174,9 @@ void CppWriter::head() {
             std::isalnum(static_cast<unsigned char>(c)) != 0 && static_cast<unsigned char>(c) < 128;
         c = fits ? static_cast<char>(std::toupper(static_cast<unsigned char>(c))) : '_';
     }
+    // A name with two in a row is reserved.
+    guard.erase(std::unique(guard.begin(), guard.end(), [](char a, char b) { return a == '_' && b == '_'; }),
+                guard.end());
     std::set<std::string> own = {"tav/kit/message.h"};
     std::set<std::string> standard;
     for (std::size_t i = 0; i < model_.classes.size(); ++i) {
@@ -328,18 +320,12 @@ std::string CppWriter::number(GenField const & field) {
         literal += literal.find_first_of(".e") == std::string::npos ? ".0" : "";
         return literal + (field.kind == kinds::float_ ? "f" : "");
     }
-    if (text.find_first_not_of("+-0123456789abcdefABCDEFxX") != std::string::npos) {
+    Integer number;
+    if (!readInteger(text, number) || !holds(field.kind, number)) {
         return "";
     }
-    if (field.kind == kinds::uint64_ && text.front() != '-') {
-        unsigned long long const value = std::strtoull(text.c_str(), &end, 0);
-        return *end == '\0' ? std::to_string(value) + "ULL" : "";
-    }
-    long long const value = std::strtoll(text.c_str(), &end, 0);
-    std::pair<long long, long long> const limits = limitsOf(field.kind);
-    bool const fits = *end == '\0' && value >= limits.first && value <= limits.second &&
-                      (field.kind != kinds::uint64_ || value >= 0);
-    return fits ? integerLiteral(field.kind, value) : "";
+    return field.kind == kinds::uint64_ ? std::to_string(number.magnitude) + "ULL"
+                                        : integerLiteral(field.kind, static_cast<long long>(number.bits()));
 }
 
 /// What a new object has in the field; empty if its type says that already.
@@ -382,7 +368,9 @@ void CppWriter::writeFields(std::size_t index) {
             std::string text = field.comment;
             std::replace_if(
                 text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 32; }, ' ');
-            line("    /// " + text + (text.back() == '\\' ? "." : ""));
+            bool const continues =
+                text.back() == '\\' || (text.size() > 2 && text.compare(text.size() - 3, 3, "?\?/") == 0);
+            line("    /// " + text + (continues ? "." : ""));
         }
         std::string const start = "    " + typeOf(field, index) + " " + names_.fieldOf(field);
         std::string const value = preset(field);

@@ -1,7 +1,9 @@
 #include "tools/gen_example.h"
 
 #include "tools/failure.h"
+#include "tools/integers.h"
 #include "tools/output.h"
+#include "tools/value_text.h"
 
 #include <tav/vinta/vinta_json2nbr.h>
 
@@ -21,6 +23,12 @@ constexpr int mostOfOne = 2;
 constexpr std::size_t deepest = 8;
 /// Objects of an example; what is beyond is left out.
 constexpr std::size_t mostObjects = 200;
+
+/// 64 bits go as a text of digits, negative ones as numbers.
+std::string integerJson(Kind kind, std::string const & digits) {
+    bool const large = kind == kinds::int64_ || kind == kinds::uint64_ || kind == kinds::time_;
+    return large && digits.front() != '-' ? "\"" + digits + "\"" : digits;
+}
 
 class Writer {
 public:
@@ -94,28 +102,21 @@ std::string Writer::value(GenField const & field, std::size_t indent) {
     return members(parts, isMap ? '{' : '[', isMap ? '}' : ']', indent);
 }
 
-/// The default or, if it is not in the range, the first number of that.
+/// The default, or else 1 if that is permitted, or the first number of the range.
 std::string Writer::number(GenField const & field) {
-    bool const integer = field.valueKind() >= kinds::int8_ && field.valueKind() <= kinds::uint64_;
+    Kind const kind = field.valueKind();
+    std::string const preset = presetJson(field);
+    if (kind == kinds::float_ || kind == kinds::double_) {
+        return preset.empty() ? "0.5" : preset;
+    }
+    Integer value;
+    bool const given = !preset.empty() && readInteger(field.preset, value);
     tav::Range const range(istrOf(field.range));
-    std::string const preset = field.isContainer() ? std::string() : field.preset;
-    if (!integer) {
-        char * end = nullptr;
-        std::strtod(preset.c_str(), &end);
-        bool const plain = preset.find_first_not_of("-.0123456789") == std::string::npos && *end == '\0';
-        return preset.empty() || !plain || preset.front() == '.' ? "0.5" : preset;
-    }
-    bool const plain =
-        !preset.empty() &&
-        preset.find_first_not_of("0123456789", preset[0] == '-' ? 1 : 0) == std::string::npos &&
-        preset != "-" && (preset[0] != '0' || preset == "0");
-    long long const wanted = plain ? std::strtoll(preset.c_str(), nullptr, 10) : 1;
-    std::string text = plain ? preset : "1";
+    long long const wanted = given ? static_cast<long long>(value.bits()) : 1;
     if (!field.range.empty() && !range.check(wanted)) {
-        text = std::to_string(std::strtoll(field.range.c_str(), nullptr, 0));
+        return integerJson(kind, std::to_string(std::strtoll(field.range.c_str(), nullptr, 10)));
     }
-    bool const large = field.valueKind() == kinds::int64_ || field.valueKind() == kinds::uint64_;
-    return large && text.front() != '-' ? "\"" + text + "\"" : text;
+    return given ? preset : integerJson(kind, "1");
 }
 
 std::string Writer::single(GenField const & field, Kind kind, std::size_t indent) {
@@ -137,6 +138,35 @@ std::string Writer::single(GenField const & field, Kind kind, std::size_t indent
 }
 
 } // namespace
+
+std::string presetJson(GenField const & field) {
+    std::string const & text = field.preset;
+    if (text.empty() || field.isContainer()) {
+        return "";
+    }
+    switch (field.kind) {
+    case kinds::bool_: return text == "true" || text == "false" ? text : "";
+    case kinds::string_:
+    case kinds::wstring_:
+    case kinds::u8string_: return jsonText(text);
+    case kinds::float_:
+    case kinds::double_:
+        return isFloatingText(text, field.kind) ? digitsOf(std::strtod(text.c_str(), nullptr)) : "";
+    case kinds::char_:
+    case kinds::wchar_:
+    case kinds::enum_:
+    case kinds::bytes_:
+    case kinds::object_:
+    case kinds::ref_: return "";
+    default: break;
+    }
+    Integer number;
+    bool const good =
+        readInteger(text, number) && holds(field.kind, number) &&
+        (field.range.empty() || tav::Range(istrOf(field.range)).check(static_cast<long long>(number.bits())));
+    std::string const sign = number.negative && number.magnitude != 0 ? "-" : "";
+    return good ? integerJson(field.kind, sign + std::to_string(number.magnitude)) : "";
+}
 
 GenExamples::GenExamples(GenModel const & model) : model_(model), factory_(*model.source->factory) {
     for (GenClass const & cls : model.classes) {

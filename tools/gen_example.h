@@ -16,6 +16,9 @@ struct GenExample {
     std::string bytes;
 };
 
+/// The default of a field as JSON; empty if it has none, or one that is not permitted.
+std::string presetJson(GenField const & field);
+
 /// The examples of a model, the same for the same template.  What is large or holds itself is shown in part.
 class GenExamples {
 public:

@@ -14,15 +14,20 @@ namespace kinds = pml::field_type;
 
 namespace {
 
-/// Words of the language, and names that the module or an enum has for itself.
+/// Words of the language, and names that the module or an enum, which is an int, has for itself.
 bool isTaken(std::string const & name) {
     static std::set<std::string> const all = {
-        "Dict",  "False",    "IntEnum", "List",   "None",     "Optional", "True",   "TypedDict",
-        "Union", "and",      "as",      "assert", "async",    "await",    "bool",   "break",
-        "class", "continue", "def",     "del",    "elif",     "else",     "except", "finally",
-        "float", "for",      "from",    "global", "if",       "import",   "in",     "int",
-        "is",    "lambda",   "mro",     "name",   "nonlocal", "not",      "or",     "pass",
-        "raise", "return",   "str",     "try",    "value",    "while",    "with",   "yield"};
+        "Dict",        "False",     "IntEnum",   "List",       "None",       "Optional",
+        "True",        "TypedDict", "Union",     "and",        "as",         "as_integer_ratio",
+        "assert",      "async",     "await",     "bit_count",  "bit_length", "bool",
+        "break",       "class",     "conjugate", "continue",   "def",        "del",
+        "denominator", "dict",      "elif",      "else",       "except",     "finally",
+        "float",       "for",       "from",      "from_bytes", "global",     "if",
+        "imag",        "import",    "in",        "int",        "is",         "is_integer",
+        "lambda",      "list",      "mro",       "name",       "nonlocal",   "not",
+        "numerator",   "or",        "pass",      "raise",      "real",       "return",
+        "str",         "to_bytes",  "try",       "value",      "while",      "with",
+        "yield"};
     return all.count(name) != 0;
 }
 

@@ -57,7 +57,7 @@ std::vector<std::string> partsOf(std::string const & range) {
         std::string numbers[2];
         for (int i = 0; i < 2; ++i) {
             char * end = nullptr;
-            long long const number = std::strtoll(ends[i].c_str(), &end, 0);
+            long long const number = std::strtoll(ends[i].c_str(), &end, 10);
             if (ends[i].empty() || end == ends[i].c_str()) {
                 return {};
             }
@@ -133,6 +133,10 @@ std::string SchemaWriter::value(GenField const & field) const {
     }
     if (field.optional) {
         text = "\"anyOf\": [{" + text + "}, {\"type\": \"null\"}]";
+    }
+    std::string const preset = presetJson(field);
+    if (!preset.empty()) {
+        text += ", \"default\": " + preset;
     }
     if (!field.comment.empty()) {
         text += ", \"description\": " + jsonText(field.comment);

@@ -2,6 +2,7 @@
 
 #include "tools/integers.h"
 #include "tools/nbr_reader.h"
+#include "tools/value_text.h"
 
 #include <tav/vinta/vinta_nbr_unit.h>
 
@@ -23,26 +24,6 @@ typedef MessageNode::Shape Shape;
 
 bool isText(Kind kind) {
     return kind == kinds::string_ || kind == kinds::wstring_ || kind == kinds::u8string_;
-}
-
-/// The bytes of a number of this kind; 0 of what is none.
-std::size_t widthOf(Kind kind) {
-    switch (kind) {
-    case kinds::bool_:
-    case kinds::int8_:
-    case kinds::uint8_: return 1;
-    case kinds::int16_:
-    case kinds::uint16_: return 2;
-    case kinds::int32_:
-    case kinds::uint32_:
-    case kinds::float_:
-    case kinds::enum_: return 4;
-    case kinds::int64_:
-    case kinds::uint64_:
-    case kinds::double_:
-    case kinds::time_: return 8;
-    default: return 0;
-    }
 }
 
 bool isSigned(Kind kind) {

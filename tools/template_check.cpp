@@ -1,10 +1,12 @@
 #include "tools/template_check.h"
 
+#include "tools/integers.h"
 #include "tools/template_hints.h"
 #include "tools/templates.h"
 #include "tools/utf8.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <deque>
 #include <map>
 #include <optional>
@@ -48,6 +50,17 @@ std::optional<long long> numberOf(std::string_view text) {
         return std::nullopt;
     }
     return value;
+}
+
+/// The number of a decimal text, as ranges are read.
+std::optional<long long> decimalOf(std::string_view text) {
+    std::string_view digits = text;
+    digits.remove_prefix(!text.empty() && (text.front() == '-' || text.front() == '+') ? 1 : 0);
+    if (digits.empty() || digits.find_first_not_of("0123456789") != std::string_view::npos ||
+        isBeyondRanges(text)) {
+        return std::nullopt;
+    }
+    return std::strtoll(std::string(text).c_str(), nullptr, 10);
 }
 
 /// Whether a text is the name of a kind or an alias, to the letter.
@@ -141,6 +154,7 @@ private:
     void checkMembers(Unit const & unit);
     void checkValue(MetaField const & field, Unit const & unit);
     void checkRange(MetaField const & field, Unit const & unit, std::string const & text);
+    void checkPreset(MetaField const & field, std::size_t at);
     void checkEnds(Kind kind, std::string_view part, long long low, long long high, std::size_t at);
     void checkReach();
     void reachFrom(MetaClass const & cls, std::set<MetaClass const *> & reached,
@@ -543,6 +557,7 @@ void Checker::checkType(MetaClass const & cls, MetaField const & field, Unit con
     } else if (kind == kinds::object_ || kind == kinds::ref_) {
         checkClassName(cls, type.name, unit.simple() ? text : std::string_view(), at);
     } else if (kind == kinds::enum_) {
+        checkDirectives(unit, at);
         checkMembers(unit);
     } else if (kind == kinds::list_) {
         checkElement(cls, field, unit.simple() ? innerOf(text, "list") : std::string_view(), at);
@@ -652,13 +667,31 @@ void Checker::checkValue(MetaField const & field, Unit const & unit) {
     }
     if (!field.isProtected && isNoMask(unit.value())) {
         error(at, "protected",
-              inQuotes(unit.value()) + " masks nothing: {***} hides a value, {..***..} all but its ends");
+              inQuotes(unit.value()) +
+                  " masks nothing: {***} alone hides a value, {..***..} all but its ends");
         return;
     }
     std::size_t const open = text.find('{');
     std::size_t const comment = text.find("{*");
     if (!field.isProtected && open != std::string::npos && open != comment) {
         checkRange(field, unit, text.substr(open + 1));
+    }
+    checkPreset(field, at);
+}
+
+/// Whether generators can give the default to a value of the type.
+void Checker::checkPreset(MetaField const & field, std::size_t at) {
+    Kind const kind = field.classType.type;
+    std::string const preset = stringOf(field.valueComment.value);
+    Integer number;
+    bool const isInteger = (kind >= kinds::int8_ && kind <= kinds::uint64_) || kind == kinds::time_;
+    bool const isFloating = kind == kinds::float_ || kind == kinds::double_;
+    bool const fits = isInteger    ? readInteger(preset, number) && holds(kind, number)
+                      : isFloating ? isFloatingText(preset, kind)
+                                   : true;
+    if (!field.isProtected && !preset.empty() && preset != "null" && !fits) {
+        warn(at, "default",
+             "the default " + inQuotes(preset) + " is no " + kindName(kind) + ": it is passed over");
     }
 }
 
@@ -679,16 +712,16 @@ void Checker::checkRange(MetaField const & field, Unit const & unit, std::string
         rest.remove_prefix(std::min(
             rest.size(), rest.find(',') == std::string_view::npos ? rest.size() : rest.find(',') + 1));
         std::size_t const dots = part.find("..");
-        std::optional<long long> const low = numberOf(trimmed(part.substr(0, dots)));
+        std::optional<long long> const low = decimalOf(trimmed(part.substr(0, dots)));
         std::optional<long long> const high =
-            dots == std::string_view::npos ? low : numberOf(trimmed(part.substr(dots + 2)));
+            dots == std::string_view::npos ? low : decimalOf(trimmed(part.substr(dots + 2)));
         if (!low || !high || *low > *high) {
             bool const large =
                 isBeyondRanges(trimmed(part.substr(0, dots))) ||
                 (dots != std::string_view::npos && isBeyondRanges(trimmed(part.substr(dots + 2))));
             error(at, "range",
                   inQuotes(part) + (large ? " goes beyond what a range can hold, 63 bits and a sign"
-                                          : " is no range: numbers and intervals, as in 1,3..5"));
+                                          : " is no range: decimal numbers and intervals, as in 1,3..5"));
             return;
         }
         checkEnds(kind, part, *low, *high, at);

@@ -105,8 +105,20 @@ std::string withoutTag(std::string const & name) {
 }
 
 bool isNoMask(std::string_view value) {
-    return value.substr(0, 1) == "{" && value.find('*') != std::string_view::npos &&
-           value.find_first_not_of("{}*. ") == std::string_view::npos;
+    if (value.substr(0, 1) == "{" && value.find('*') != std::string_view::npos &&
+        value.find_first_not_of("{}*. ") == std::string_view::npos) {
+        return true;
+    }
+    // Behind a default {***} is a comment.
+    for (std::size_t open = 0; (open = value.find('{', open)) != std::string_view::npos; ++open) {
+        std::size_t const close = std::min(value.find('}', open), value.size());
+        std::string_view const within = value.substr(open + 1, close - open - 1);
+        if (within.find('*') != std::string_view::npos &&
+            within.find_first_not_of("*.") == std::string_view::npos) {
+            return true;
+        }
+    }
+    return false;
 }
 
 std::optional<IntegerEnds> endsOf(Kind kind) {

@@ -68,7 +68,8 @@ std::string enumText(std::string_view data, pml::MetaEnum const * names) {
     return member == nullptr ? number : number + " (" + member->name() + ")";
 }
 
-/// The bytes that a kind of number has; 0 for what has no bound.
+} // namespace
+
 std::size_t widthOf(Kind kind) {
     switch (kind) {
     case kinds::bool_:
@@ -87,8 +88,6 @@ std::size_t widthOf(Kind kind) {
     default: return 0;
     }
 }
-
-} // namespace
 
 std::string bytesValue(std::string_view data, std::size_t limit) {
     std::size_t const shown = limit == 0 ? data.size() : std::min<std::size_t>(data.size(), 16);

@@ -16,6 +16,9 @@ std::string textValue(std::string_view text, std::size_t limit);
 /// Bytes in hexadecimal; above `limit`, unless it is 0, the first ones and their number.
 std::string bytesValue(std::string_view data, std::size_t limit);
 
+/// The bytes of a number of this kind; 0 of what is none.
+std::size_t widthOf(Kind kind);
+
 /// The data of a value of which no type is known: a number of up to 8 bytes, text, or bytes.
 std::string plainValue(std::string_view data, bool text, std::size_t limit);
 

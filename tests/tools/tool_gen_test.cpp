@@ -46,7 +46,8 @@ TEST(ToolGen, NamesThatCppCantCarryGetOthersAndAreTold) {
           Case{"2nd", "n2nd", "is no identifier of C++"},
           Case{"\xC3\xA9t\xC3\xA9", "t_", "is no identifier of C++"},
           Case{"_Front", "Front", "is reserved in C++"}, Case{"a__b", "a_b", "is reserved in C++"},
-          Case{"errno", "errno_", "may be a macro"},
+          Case{"errno", "errno_", "may be a macro"}, Case{"INT32_MAX", "INT32_MAX_", "may be a macro"},
+          Case{"CLOCK_REALTIME", "CLOCK_REALTIME_", "may be a macro"},
           Case{"traverse", "traverse_", "is a name of the library"},
           Case{"M", "M_", "has the name of a class"}}) {
         rig.file("m.pml", message(std::string("[1]") + one.field + ":int32()"));
@@ -68,6 +69,51 @@ TEST(ToolGen, NamesThatCppCantCarryGetOthersAndAreTold) {
     EXPECT_TRUE(has(run.out, "struct class_ : tav::kit::message<class_> {")) << run.out;
     EXPECT_TRUE(has(run.out, "enum class for_ : int {\n    if_ = 0,\n};")) << run.out;
     EXPECT_TRUE(has(run.out, "type_name = \"new.class\"")) << run.out;
+}
+
+TEST(ToolGen, NamesOfTheLibraryAndTheSystemAreNotDeclaredASecondTime) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", "M:object(__class__(tav.kit.message)__code__(1F01)[1]a:enum{E}(EINVAL(0)))\n"
+                      "F:object(__class__(FILE)[1]a:int32())\nT:object(__class__(tavMsgExt)[1]a:time())\n"
+                      "U:object(__class__(time)[1]a:FILE())\nP:object(__class__(im.time)[1]a:FILE())");
+    ToolRun const run = rig.run("gen cpp m.pml");
+    EXPECT_EQ(run.code, 0) << run.err;
+    for (char const * const part :
+         {"namespace tav_::kit {\n", "    EINVAL_ = 0,\n", "struct FILE_ : ", "struct tavMsgExt_ : ",
+          "struct time_ : ", "struct time : tav::kit::object<time> {", "    ::FILE_ a;\n"}) {
+        EXPECT_TRUE(has(run.out, part)) << part << run.out;
+    }
+    EXPECT_TRUE(has(run.err,
+                    "m.pml:2:1: warning: the class \"FILE\" has the name of something global: it is FILE_ "
+                    "there"))
+        << run.err;
+    EXPECT_TRUE(has(rig.run("gen cpp m.pml --namespace my").out, "struct FILE : "))
+        << "within a namespace it is free";
+}
+
+TEST(ToolGen, TextsAndCommentsHaveNoTrigraphsAndGuardsNothingReserved) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m--x.pml", message("[1]a:string(what?\?!{*a trick ?\?/*})"));
+    ToolRun const run = rig.run("gen cpp m--x.pml --namespace a::b");
+    EXPECT_TRUE(has(run.out, "    /// a trick ?\?/.\n    tavString a = \"what?\\?!\";\n")) << run.out;
+    EXPECT_TRUE(has(run.out, "#ifndef TAV_GEN_A_B_M_X_PML_H\n")) << run.out;
+}
+
+TEST(ToolGen, DefaultsAreInExamplesAndSchemasAsFarAsTheirTypesHoldThem) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", message("[1]z:int8(200)\n[2]neg:uint32(-1)\n[3]hex:int32(0x10)\n[4]oct:int64(010)\n"
+                              "[5]r:int16(1000{2..5})\n[6]f:double(1e3)\n[7]t:string(so)"));
+    ToolRun const run = rig.shell("$TAV gen schema m.pml 2>&1 >s; python3 -c 'import json\n"
+                                  "m = json.load(open(\"s\"))[\"$defs\"][\"im.M\"]\n"
+                                  "print(m[\"examples\"][0])\n"
+                                  "print({k: v.get(\"default\") for k, v in m[\"properties\"].items()})'");
+    EXPECT_EQ(run.out,
+              "{'z': 1, 'neg': 1, 'hex': 16, 'oct': '8', 'r': 2, 'f': 1000, 't': 'so'}\n"
+              "{'__class__': None, 'f': 1000, 'hex': 16, 'neg': None, 'oct': '8', 'r': None, 't': 'so', "
+              "'z': None}\n")
+        << run.err;
+    ToolRun const cpp = rig.run("gen cpp m.pml");
+    EXPECT_TRUE(has(cpp.out, " hex = 16;\n") && has(cpp.out, " oct = 8LL;\n")) << cpp.out;
 }
 
 TEST(ToolGen, NamesThatAreOneInCppAreRefusedWithTheirPlace) {
@@ -317,12 +363,13 @@ TEST(ToolGen, ReaderThatGoesAwayEndsIt) {
 
 TEST(ToolGen, NamesThatPythonCantCarryGetOthersOrAreRefused) {
     ToolRig const rig(TAV_TOOL);
-    rig.file("m.pml", "M:object(__class__(im.class)[1]a:enum{E}(None(0) x-y(1)) [2]from:int32())\n"
-                      "N:object(__class__(other.N)[1]a:im.N())\nO:object(__class__(im.N)[1]a:int32())");
+    rig.file("m.pml",
+             "M:object(__class__(im.class)[1]a:enum{E}(None(0) x-y(1) conjugate(2)) [2]from:int32())\n"
+             "N:object(__class__(other.N)[1]a:im.N())\nO:object(__class__(im.N)[1]a:int32())");
     ToolRun const run = rig.run("gen python m.pml");
     EXPECT_EQ(run.code, 0) << run.err;
-    for (char const * const part : {"class class_(", "    None_ = 0\n    x_y = 1\n", "\"from\": int,",
-                                    "class im_N(", "class other_N(", "\"a\": \"im_N\","}) {
+    for (char const * const part : {"class class_(", "    None_ = 0\n    x_y = 1\n    conjugate_ = 2\n",
+                                    "\"from\": int,", "class im_N(", "class other_N(", "\"a\": \"im_N\","}) {
         EXPECT_TRUE(has(run.out, part)) << part << run.out;
     }
     EXPECT_TRUE(

@@ -3,9 +3,30 @@
 # Usage: cmake -DTAV= -DCXX= -DSTANDARD= -DFLAGS= -DPROJECT= -DWORK= -P compile.cmake
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
-foreach(template tests/tools/gen/world docs/tool/chat-1 docs/tool/chat-2)
+
+# Every macro that is there where such a header is read, as a member of an enum, and texts that mean something else than
+# they seem to.
+execute_process(COMMAND ${CXX} -std=c++${STANDARD} -dM -E -x c++ -include tav/kit/message.h -include map -include vector
+                        -I${PROJECT}/include /dev/null OUTPUT_VARIABLE macros RESULT_VARIABLE result)
+string(REGEX MATCHALL "#define [A-Za-z][A-Za-z0-9_]*" macros "${macros}")
+list(LENGTH macros count)
+if(NOT result EQUAL 0 OR count LESS 100)
+    message(FATAL_ERROR "${count} macros only")
+endif()
+set(members "")
+foreach(macro ${macros})
+    string(REPLACE "#define " "" macro ${macro})
+    string(APPEND members " ${macro}(${count})")
+    math(EXPR count "${count} + 1")
+endforeach()
+file(WRITE ${WORK}/names.pml "M:object(__class__(names.M)__code__(1)[1]e:enum{E}(${members})
+[2]q:string(what??!{*a trick ??/*}))
+K:object(__class__(tav.kit.message)[1]a:int32()) F:object(__class__(FILE)[1]a:int32())
+T:object(__class__(time)[1]a:FILE()) S:object(__class__(stat)[1]a:time()) E:object(__class__(tavMsgExt)[1]a:stat())")
+
+foreach(template ${PROJECT}/tests/tools/gen/world ${PROJECT}/docs/tool/chat-1 ${PROJECT}/docs/tool/chat-2 ${WORK}/names)
     get_filename_component(name ${template} NAME)
-    execute_process(COMMAND ${TAV} gen cpp ${PROJECT}/${template}.pml -o ${WORK}/${name}.h RESULT_VARIABLE result
+    execute_process(COMMAND ${TAV} gen cpp ${template}.pml -o ${WORK}/${name}.h RESULT_VARIABLE result
                     ERROR_VARIABLE told)
     if(NOT result EQUAL 0)
         message(FATAL_ERROR "tav gen cpp ${template}.pml ends with ${result}: ${told}")

@@ -52,7 +52,7 @@ def fits(value, schema, root):
             good = kind != "object" or all(fits(name, said, root) for name in value)
         elif word == "items":
             good = kind != "array" or all(fits(one, said, root) for one in value)
-        elif word in ("description", "contentEncoding", "examples", "$schema", "$comment", "title", "$defs"):
+        elif word in ("description", "contentEncoding", "default", "examples", "$schema", "$comment", "title", "$defs"):
             good = True
         else:
             raise SystemExit(f"nobody knows the word {word}")
@@ -89,6 +89,9 @@ def check(tav, template):
         for field in described["required"]:
             judge({n: v for n, v in example.items() if n != field}, name, schema, False)
             refused += 1
+        for field, said in described["properties"].items():
+            if "default" in said:
+                judge({**example, field: said["default"]}, name, schema, True)
         for field in example:
             judge({**example, field: ["no", {"field": "has"}]}, name, schema, False)
             refused += 1
