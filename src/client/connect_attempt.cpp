@@ -204,7 +204,7 @@ void connect_attempt::on_handshake_end(connect_owner & owner, std::error_code ec
         log_parts(tavLogger::ERROR, at("tav::tls::impl::session::on_handshake_end"), of_.name,
                   " Handshake failed: ", text_of(ec));
         certificate_refusal const & refusal = of_.socket.refusal();
-        if (!refusal.reason.empty()) {
+        if (!refusal.reason.empty() || refusal.wrong_name) {
             of_.sends.set_cause(refusal.wrong_name ? failure::name_mismatch : failure::certificate_refused);
         }
         owner.connect_failed(ec, refused_text(ec, refusal));

@@ -46,8 +46,9 @@ void write_size(unsigned char * head, unsigned size) {
     head[3] = static_cast<unsigned char>(size);
 }
 
-/// Whether TLS holds bytes that nobody writes.  A read has to write as well when the peer asks for new keys
-/// or for a handshake anew; a frame that is encrypted meanwhile is told as written with that, and stays.
+/// Whether TLS holds bytes that no write of ours takes along.  A read has to write as well when the peer asks
+/// for new keys or for a handshake anew; a frame that is encrypted meanwhile is told as written with that,
+/// and stays.
 bool holds_output(tls_socket & socket) {
     return ::BIO_ctrl_wpending(::SSL_get_wbio(socket.native_handle())) != 0;
 }
@@ -137,11 +138,22 @@ void frame_output::on_write_end(owner_ptr owner, std::error_code ec, std::size_t
     }
     if (more && of_.state.now() == session_state::connected) {
         do_write(std::move(owner));
-    } else if (!more && holds_output(of_.socket) && send_raw(nullptr, 0)) {
-        // A heartbeat takes it along.
-        counters::add(of_.account->counted().heartbeats_sent);
+    } else if (!more && holds_output(of_.socket)) {
+        flush_output();
     }
     of_.owner.on_written();
+}
+
+// A heartbeat takes along what TLS holds.  Nobody has asked for it: without memory for one the next frame
+// does.
+void frame_output::flush_output() noexcept {
+    try {
+        if (send_raw(nullptr, 0)) {
+            counters::add(of_.account->counted().heartbeats_sent);
+        }
+    } catch (...) {
+        tav::detail::reportCaught(at("tav::tls::impl::session::on_write_end"));
+    }
 }
 
 // Nothing of a connection that has ended goes out, so that nothing of it waits any more.  A piece that is

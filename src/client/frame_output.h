@@ -65,6 +65,7 @@ private:
     void do_write(owner_ptr owner);
     void on_write_end(owner_ptr owner, std::error_code ec, std::size_t length);
     void on_sent(std::size_t length, std::size_t remaining);
+    void flush_output() noexcept;
 
     // On "sender".
     void drain();

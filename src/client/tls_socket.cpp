@@ -8,6 +8,7 @@
 
 #include <openssl/err.h>
 
+#include <ostream>
 #include <utility>
 
 namespace tav {
@@ -131,11 +132,8 @@ bool tls_socket::verify_certificate(bool preverified, asio::ssl::verify_context 
         return true;
     }
     // Nothing may be thrown through the TLS library, which would lose what it holds there.  Without memory
-    // the verdict stands, and only words about it are missing.
-    try {
-        tell_verdict(preverified, ctx);
-    } catch (...) {
-    }
+    // the verdict stands, and words about it are counted as lost.
+    tell_verdict(preverified, ctx);
     if (!preverified) {
         // What was met on the way to the verdict would be told of the handshake in its stead.
         ::ERR_clear_error();
@@ -143,17 +141,27 @@ bool tls_socket::verify_certificate(bool preverified, asio::ssl::verify_context 
     return preverified;
 }
 
-void tls_socket::tell_verdict(bool preverified, asio::ssl::verify_context & ctx) {
+void tls_socket::tell_verdict(bool preverified, asio::ssl::verify_context & ctx) noexcept {
     tav::detail::Site const site = site_in(log_file, "tav::tls::impl::tls_socket::verify_certificate");
-    log_parts(tavLogger::INFO, site, name_, " Verifying ", subject_of(ctx.native_handle()), ", preverified ",
-              preverified ? "true" : "false");
-    if (!preverified) {
-        refusal_ = refusal_of(ctx.native_handle());
+    log_line(tavLogger::INFO, site, [&](std::ostream & out) {
+        out << name_ << " Verifying " << subject_of(ctx.native_handle()) << ", preverified "
+            << (preverified ? "true" : "false");
+    });
+    if (preverified) {
+        return;
+    }
+    try {
+        describe_refusal(ctx.native_handle(), refusal_);
         if (setup_ && !setup_->expected_name().empty()) {
             refusal_.details += ", expected " + setup_->expected_name();
         }
-        log_parts(tavLogger::ERROR, site, name_, " certificate refused: ", refusal_.details);
+    } catch (...) {
+        if (tavLogger::isLoggable(tav_istr(log_tag), tavLogger::ERROR)) {
+            tav::detail::countLostLine();
+        }
+        return;
     }
+    log_parts(tavLogger::ERROR, site, name_, " certificate refused: ", refusal_.details);
 }
 
 } // namespace TAV_IMPL_NAMESPACE

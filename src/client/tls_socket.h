@@ -81,7 +81,7 @@ public:
 
 private:
     /// Logs the verdict, and keeps why it is a refusal.
-    void tell_verdict(bool preverified, asio::ssl::verify_context & ctx);
+    void tell_verdict(bool preverified, asio::ssl::verify_context & ctx) noexcept;
 
     std::shared_ptr<context> context_;
     std::shared_ptr<tls_setup> const setup_;

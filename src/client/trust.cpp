@@ -10,6 +10,7 @@
 #include <openssl/x509_vfy.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <memory>
 #include <string_view>
 #include <system_error>
@@ -99,7 +100,11 @@ std::error_code want_of(std::error_code const & told) noexcept {
     int reason = told.value();
     if (told.category() == asio::error::get_ssl_category()) {
         auto const code = static_cast<unsigned>(reason);
-        reason = ERR_GET_LIB(code) == ERR_LIB_SYS ? static_cast<int>(ERR_GET_REASON(code)) : 0;
+        if (ERR_GET_LIB(code) == ERR_LIB_SYS) {
+            reason = static_cast<int>(ERR_GET_REASON(code));
+        } else {
+            reason = ERR_GET_REASON(code) == ERR_R_MALLOC_FAILURE ? ENOMEM : 0;
+        }
     }
     std::error_code const system(reason, std::generic_category());
     for (std::errc const want : {std::errc::too_many_files_open, std::errc::too_many_files_open_in_system,
@@ -120,11 +125,10 @@ std::string certificate_trouble(std::string const & file, std::string const & to
                                     : "no certificate in it: " + told;
 }
 
-certificate_refusal refusal_of(X509_STORE_CTX * verification) {
-    certificate_refusal out;
+void describe_refusal(X509_STORE_CTX * verification, certificate_refusal & out) {
     int const error = ::X509_STORE_CTX_get_error(verification);
     out.wrong_name = error == X509_V_ERR_HOSTNAME_MISMATCH || error == X509_V_ERR_IP_ADDRESS_MISMATCH;
-    out.reason = ::X509_verify_cert_error_string(::X509_STORE_CTX_get_error(verification));
+    out.reason = ::X509_verify_cert_error_string(error);
     out.subject = subject_of(verification);
     out.details = out.reason + ", depth " + std::to_string(::X509_STORE_CTX_get_error_depth(verification)) +
                   ", subject " + out.subject;
@@ -133,7 +137,6 @@ certificate_refusal refusal_of(X509_STORE_CTX * verification) {
                        time_text(::X509_get0_notBefore(refused)) + " to " +
                        time_text(::X509_get0_notAfter(refused));
     }
-    return out;
 }
 
 std::string subject_of(X509_STORE_CTX * verification) {

@@ -28,8 +28,8 @@ struct certificate_path {
 /// Looks, and opens no file.  An empty path is empty in every respect.
 certificate_path look_at_certificates(std::string const & path);
 
-/// What the process or the system wanted for, if a file could not be loaded for that and not for what it is;
-/// `told` is the TLS library's code.
+/// What the process, the system or the TLS library wanted for, if a file could not be loaded for that and not
+/// for what it is; `told` is the TLS library's code.
 std::error_code want_of(std::error_code const & told) noexcept;
 
 /// Why a certificate file could not be loaded, `told` being what the TLS library said.
@@ -37,7 +37,7 @@ std::string certificate_trouble(std::string const & file, std::string const & to
 
 /// Why a certificate was refused.
 struct certificate_refusal {
-    /// In the TLS library's words; empty if none was refused.
+    /// In the TLS library's words; empty if none was refused, or memory was short.
     std::string reason;
     std::string subject;
     /// The certificate is for another name or address, and good otherwise.
@@ -46,8 +46,9 @@ struct certificate_refusal {
     std::string details;
 };
 
-/// What a verification that has just failed says of the certificate that it has come to.
-certificate_refusal refusal_of(x509_store_ctx_st * verification);
+/// What a verification that has just failed says of the certificate that it has come to.  Where memory runs
+/// short, std::bad_alloc leaves what has been said so far: whether the name is wrong takes none.
+void describe_refusal(x509_store_ctx_st * verification, certificate_refusal & out);
 
 /// The name of the certificate that a verification has come to; empty if there is none.
 std::string subject_of(x509_store_ctx_st * verification);

@@ -7,6 +7,7 @@
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 
+#include <new>
 #include <utility>
 
 namespace tav {
@@ -71,6 +72,11 @@ void context::apply() {
             load_verify_file(file);
         }
         set_cipher_list();
+    } catch (std::bad_alloc const & e) {
+        // The next connect tries again, as if it were the first of these settings.
+        certificates_.state.clear();
+        opened_ = false;
+        tav::detail::reportCaught(here("tav::tls::impl::context::init"), e.what());
     } catch (std::exception const & e) {
         tav::detail::reportCaught(here("tav::tls::impl::context::init"), e.what());
         opened_ = false;
@@ -122,8 +128,8 @@ void context::load_verify_file(std::string const & path) {
     } catch (std::system_error const & e) {
         if (std::error_code const want = want_of(e.code())) {
             // What is there is as it was when there is a descriptor again: it has to be looked at then.
-            certificates_.trouble = want.message();
             certificates_.state.clear();
+            certificates_.trouble = want.message();
         } else {
             certificates_.trouble = certificate_trouble(path, e.what());
         }

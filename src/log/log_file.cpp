@@ -12,13 +12,23 @@ namespace {
 
 constexpr std::string_view cutMark = "... (cut short)\n";
 
+/// A word about the file on the console.  What becomes of the record in hand is settled: without memory the
+/// word is left out.
+template <class Print>
+void tell(Print const & print) {
+    try {
+        debugger out;
+        print(out);
+    } catch (std::bad_alloc const &) {
+    }
+}
+
 } // namespace
 
 void LogFile::begin() {
     std::lock_guard<std::mutex> const guard(mutex_);
     unopenedIsTold_ = false;
-    cut_ = false;
-    bannerOwed_ = false;
+    of_.reset();
 }
 
 void LogFile::clear() {
@@ -36,24 +46,38 @@ void LogFile::afterFork() {
     lost_ = 0;
 }
 
-void LogFile::writeBanner(Target const & to) {
+// The thread of a former file may still write a record to that one.
+void LogFile::turnTo(TargetPtr const & to) {
+    if (of_ != to) {
+        of_ = to;
+        cut_ = false;
+        bannerOwed_ = false;
+    }
+}
+
+// Until it is written it is owed: without memory for it now, the file gets it with the next record.
+void LogFile::writeBanner(TargetPtr const & to) {
     std::lock_guard<std::mutex> const guard(mutex_);
+    turnTo(to);
+    bannerOwed_ = true;
     kind_ = Kind::banner;
-    append(to, std::string_view(), to.banner);
+    append(*to, std::string_view(), to->banner);
 }
 
-void LogFile::write(Target const & to, std::string_view record, LostRecord lostRecord) {
+void LogFile::write(TargetPtr const & to, std::string_view record, LostRecord lostRecord) {
     std::lock_guard<std::mutex> const guard(mutex_);
+    turnTo(to);
     kind_ = Kind::line;
-    append(to, lost_ != 0 ? lostRecord(lost_, why_) : std::string(), record);
+    append(*to, lost_ != 0 ? lostRecord(lost_, why_) : std::string(), record);
 }
 
-void LogFile::tellLost(Target const & to, LostRecord lostRecord) {
+void LogFile::tellLost(TargetPtr const & to, LostRecord lostRecord) {
     std::lock_guard<std::mutex> const guard(mutex_);
+    turnTo(to);
     kind_ = Kind::word;
     std::string const lost = lost_ != 0 ? lostRecord(lost_, why_) : std::string();
     if (!lost.empty()) {
-        append(to, lost, std::string_view());
+        append(*to, lost, std::string_view());
     }
 }
 
@@ -82,7 +106,6 @@ LogFile::Piece LogFile::piece(Target const & to, bool mark, bool banner, std::st
 }
 
 void LogFile::append(Target const & to, std::string_view lost, std::string_view record) {
-    bool moved = false;
     Piece whole;
     {
         platform::AppendFile const file(to.path.c_str());
@@ -100,7 +123,7 @@ void LogFile::append(Target const & to, std::string_view lost, std::string_view 
     }
     // Made ahead of the move, behind which nothing fails that the new file would lack.
     Piece fresh = piece(to, false, true, lost, record);
-    moved = tavUtil::moveFile(to.path, to.backup);
+    bool const moved = tavUtil::moveFile(to.path, to.backup);
     if (moved) {
         whole = std::move(fresh);
         cut_ = false;
@@ -111,7 +134,7 @@ void LogFile::append(Target const & to, std::string_view lost, std::string_view 
         put(file, whole);
     }
     if (moved) {
-        debugger() << "logfile " << to.path << " moved to " << to.backup;
+        tell([&](debugger & out) { out << "logfile " << to.path << " moved to " << to.backup; });
     }
 }
 
@@ -124,7 +147,9 @@ bool LogFile::opens(Target const & to, platform::AppendFile const & file) {
     lose(file.error());
     if (!unopenedIsTold_) {
         unopenedIsTold_ = true;
-        debugger() << "logfile " << to.path << " can't be opened: " << file.error().message();
+        tell([&](debugger & out) {
+            out << "logfile " << to.path << " can't be opened: " << file.error().message();
+        });
     }
     return false;
 }

@@ -4,6 +4,7 @@
 #include "foundation/platform.h"
 
 #include <cstddef>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -34,11 +35,13 @@ public:
     /// was lost.
     void afterFork();
 
+    using TargetPtr = std::shared_ptr<Target const>;
+
     /// Each may raise std::bad_alloc; then nothing is written.
-    void writeBanner(Target const & to);
-    void write(Target const & to, std::string_view record, LostRecord lostRecord);
+    void writeBanner(TargetPtr const & to);
+    void write(TargetPtr const & to, std::string_view record, LostRecord lostRecord);
     /// Tells of what was lost, if there is anything and it can be told by now.
-    void tellLost(Target const & to, LostRecord lostRecord);
+    void tellLost(TargetPtr const & to, LostRecord lostRecord);
 
 private:
     /// What is written in one piece.
@@ -54,6 +57,7 @@ private:
 
     enum class Kind { line, banner, word };
 
+    void turnTo(TargetPtr const & to);
     Piece piece(Target const & to, bool mark, bool banner, std::string_view lost,
                 std::string_view record) const;
     void append(Target const & to, std::string_view lost, std::string_view record);
@@ -66,9 +70,11 @@ private:
     bool unopenedIsTold_ = false;
     /// Of the record in hand.
     Kind kind_ = Kind::line;
-    /// The file ends within a record.
+    /// The file that was last written to, whose are the next two.
+    TargetPtr of_;
+    /// It ends within a record.
     bool cut_ = false;
-    /// The file has to get its banner yet.
+    /// It has to get its banner yet.
     bool bannerOwed_ = false;
     unsigned lost_ = 0;
     std::error_code why_;

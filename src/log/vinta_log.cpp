@@ -458,7 +458,7 @@ private:
         }
         if (file) {
             try {
-                logFile_.tellLost(*file, &lostRecord);
+                logFile_.tellLost(file, &lostRecord);
             } catch (std::bad_alloc const &) {
                 // It is told ahead of the next line.
             }
@@ -475,9 +475,11 @@ private:
         }
         if (file) {
             try {
-                record.banner ? logFile_.writeBanner(*file) : logFile_.write(*file, record.text, &lostRecord);
+                record.banner ? logFile_.writeBanner(file) : logFile_.write(file, record.text, &lostRecord);
             } catch (std::bad_alloc const &) {
-                tav::detail::countLostLine();
+                if (!record.banner) {
+                    tav::detail::countLostLine();
+                }
             }
         }
         if (callback != nullptr) {
