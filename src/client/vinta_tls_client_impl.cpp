@@ -258,7 +258,8 @@ void Client::on_start(connect_ptr const & info, connect_option const & option) {
         described = std::make_shared<metainfo>(option.metainfo);
     } catch (std::exception const & e) {
         // The application hears of it as of any start that fails; the queue's loop has the log line.
-        info->cause() = failure::bad_template;
+        failure const why = named_exception();
+        info->cause() = why == failure::out_of_memory ? why : failure::bad_template;
         events_.on_error(info, fresh, no_sno, no_code, exception_code, e.what(), shared_from_this());
         info->on_conn_error();
         throw;
@@ -326,10 +327,11 @@ void Client::renew(connect_ptr const & info) {
         session_era_ = info->era();
         fresh->connect();
     } catch (std::exception const & e) {
-        // The application hears of it as of any connect that fails; the queue's loop has the log line.
-        close_session();
+        // The application hears of it as of any connect that fails; the queue's loop has the log line.  The
+        // end of what there is so far is no cause of its own.
         failure none = failure::none;
         info->cause().compare_exchange_strong(none, named_exception());
+        close_session();
         auto const * const of_system = dynamic_cast<std::system_error const *>(&e);
         events_.on_error(info, present_.option(), no_sno, no_code,
                          of_system != nullptr ? of_system->code().value() : exception_code, e.what(),

@@ -200,6 +200,9 @@ void expectRow(Row const & row) {
     EXPECT_EQ(at.others.all(), expected);
     All const lines = it.lines();
     EXPECT_TRUE(beginAs(lines, row.lines)) << listed(lines);
+    EXPECT_EQ(it.told.all(),
+              (row.hangs_up ? brokenRead("stream truncated", failure::closed_by_peer) : opened()).told);
+    EXPECT_EQ(it.info->error(), failure::none);
     it.close();
     EXPECT_TRUE(it.ends.wait(2));
     EXPECT_EQ(it.ends.all(), row.ends);

@@ -37,6 +37,8 @@ struct StormTerms {
     unsigned seed = 1;
     bool with_login = false;
     std::chrono::seconds lasting{15};
+    /// How many harms there are, however long they take.
+    int harms = 0;
     /// What a thread waits behind each message; it orders nothing.
     std::chrono::microseconds pace{0};
 };
@@ -76,9 +78,15 @@ public:
         --under_way_;
         changed_.notify_all();
     }
+    /// On the gateway's thread, which nothing may be raised on.
     void receive(std::string const & body) {
         Say said;
-        said.decode(tav_istr(body));
+        try {
+            said.decode(tav_istr(body));
+        } catch (std::exception const & e) {
+            ADD_FAILURE() << "what was sent has come as no message: " << e.what();
+            return;
+        }
         if (said.number >= 0 && said.number < most) {
             ++(*this)[said.number].received;
         }
@@ -120,10 +128,11 @@ public:
     }
     unsigned short port() const { return options_.port; }
     tav::gateway::Gateway & operator*() { return *gateway_; }
-    /// Has it come to harm, in one way or another, for so long; calls `between` behind each.
-    void suffer(std::chrono::seconds time, std::function<void()> const & between = nullptr) {
+    /// Has it come to harm, in one way or another, for so long and so often at least; calls `between` behind
+    /// each.
+    void suffer(std::chrono::seconds time, std::function<void()> const & between = nullptr, int least = 0) {
         auto const end = std::chrono::steady_clock::now() + time;
-        while (std::chrono::steady_clock::now() < end) {
+        for (int harms = 0; harms < least || std::chrono::steady_clock::now() < end; ++harms) {
             harm();
             if (between) {
                 between();
@@ -219,7 +228,7 @@ public:
         for (unsigned t = 0; t < 4; ++t) {
             threads.emplace_back([this, t] { talk(t); });
         }
-        victim_.suffer(terms_.lasting, between);
+        victim_.suffer(terms_.lasting, between, terms_.harms);
         over_ = true;
         for (std::thread & thread : threads) {
             thread.join();

@@ -24,6 +24,8 @@ namespace tav_test {
 namespace syscalls {
 namespace {
 
+std::atomic<bool> watched{false};
+std::array<std::atomic<long>, kinds_of_calls> counts{};
 std::atomic<unsigned> kinds{0};
 std::atomic<int> error{0};
 std::atomic<long> first{0};
@@ -35,7 +37,13 @@ thread_local bool spared = false;
 enum class Fate { whole, fails, comes_short };
 
 Fate fateOf(Call call) {
-    if ((kinds.load(std::memory_order_relaxed) & call) == 0 || spared) {
+    if (!watched.load(std::memory_order_relaxed) || spared) {
+        return Fate::whole;
+    }
+    for (unsigned i = 0; i < kinds_of_calls; ++i) {
+        counts[i] += call == 1u << i ? 1 : 0;
+    }
+    if ((kinds.load(std::memory_order_relaxed) & call) == 0) {
         return Fate::whole;
     }
     long const n = ++count;
@@ -121,14 +129,30 @@ FailingCall::FailingCall(Fault const & fault, long n, long before) {
     lasting = fault.lasting;
     first = n;
     kinds = fault.calls;
+    watched = true;
 }
 
 FailingCall::~FailingCall() {
+    watched = false;
     kinds = 0;
 }
 
 long FailingCall::met() {
     return count;
+}
+
+long FailingCall::metOf(unsigned calls) {
+    long sum = 0;
+    for (unsigned i = 0; i < kinds_of_calls; ++i) {
+        sum += (calls & 1u << i) != 0 ? counts[i].load() : 0;
+    }
+    return sum;
+}
+
+void FailingCall::forget() {
+    for (auto & each : counts) {
+        each = 0;
+    }
 }
 
 bool spareCallsOfThread(bool v) {
@@ -252,6 +276,9 @@ FILE * fopen64(char const * path, char const * mode) {
 
 ssize_t read(int descriptor, void * data, std::size_t size) {
     static auto * const next = real<ssize_t(int, void *, std::size_t)>("read");
+    if (!isFile(descriptor)) {
+        return next(descriptor, data, size);
+    }
     return moved(reads, descriptor, size, [&](std::size_t most) { return next(descriptor, data, most); });
 }
 

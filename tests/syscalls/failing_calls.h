@@ -20,11 +20,12 @@ enum Call : unsigned {
     makes_pipe = 1u << 9,    ///< pipe
     makes_timer = 1u << 10,  ///< timerfd_create
     opens = 1u << 11,        ///< open, fopen
-    reads = 1u << 12,        ///< read
+    reads = 1u << 12,        ///< read of a file
     writes = 1u << 13,       ///< write to a file
     renames = 1u << 14,      ///< rename
     starts_thread = 1u << 15 ///< pthread_create
 };
+constexpr unsigned kinds_of_calls = 16;
 
 /// The n-th call only; each from the n-th on; or the n-th comes short and each behind it fails, as on a disk
 /// that fills up.
@@ -51,6 +52,9 @@ public:
 
     /// How many calls of its kinds have been met by now.
     static long met();
+    /// How many calls of these kinds any has met, whether its own kinds or not, since the last `forget`.
+    static long metOf(unsigned calls);
+    static void forget();
 };
 
 /// Whether no call of the calling thread fails or counts from here on; returns what held before.

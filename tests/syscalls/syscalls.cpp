@@ -3,10 +3,12 @@
 #include "support/client_rig.h"
 #include "tav/vinta/vinta_log.h"
 
+#include <netdb.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -22,7 +24,8 @@ namespace tav_test {
 namespace syscalls {
 namespace {
 
-constexpr unsigned limitSeconds = 10;
+/// More than what a scenario waits for, one limit behind the other.
+constexpr unsigned limitSeconds = 25;
 /// A scenario that fails at each of its points has told enough by then.
 constexpr int failuresTold = 5;
 constexpr long ordinaryStride = 7;
@@ -36,20 +39,34 @@ long wantedAt = 0;
 long met = 0;
 std::unique_ptr<FailingCall> failing;
 
-/// While it lives, nothing goes to the console.
-class QuietConsole {
-public:
-    QuietConsole() { std::cout.setstate(std::ios::badbit); }
-    ~QuietConsole() { std::cout.clear(); }
-    QuietConsole(QuietConsole const &) = delete;
-    QuietConsole & operator=(QuietConsole const &) = delete;
-};
+Fault const nothing{"nothing", 0, 0};
 
 extern "C" void onAbort(int) {
     if (::write(STDERR_FILENO, running, std::strlen(running)) < 0) {
         return;
     }
 }
+
+/// While it lives, nothing goes to the console, and a process that ends says what was running.
+class Quiet {
+public:
+    Quiet() : before_(std::signal(SIGABRT, &onAbort)) {
+        std::cout.setstate(std::ios::badbit);
+        tavLogger::setup(
+            "(clear(INFO))", [](int, char const *) {}, false, tavLogger::NONE);
+    }
+    ~Quiet() {
+        ::alarm(0);
+        tavLogger::setup("(clear(INFO))", nullptr, false, tavLogger::WARN);
+        std::cout.clear();
+        std::signal(SIGABRT, before_);
+    }
+    Quiet(Quiet const &) = delete;
+    Quiet & operator=(Quiet const &) = delete;
+
+private:
+    void (*const before_)(int);
+};
 
 void note(char const * scenario, Fault const & fault, long n) {
     std::snprintf(running, sizeof running, "system calls: %s, %s%s at call %ld\n", scenario, fault.name,
@@ -84,29 +101,37 @@ void fail(std::string const & what) {
     ADD_FAILURE() << where << ": " << what;
 }
 
-long callsOf(torture::Scenario const & scenario, Fault const & fault) {
-    happens(scenario, fault, 0);
-    ::alarm(0);
-    return met;
+void expectCallsToMeet(std::vector<torture::Scenario> const & scenarios, std::vector<Fault> const & faults) {
+    Quiet const quiet;
+    FailingCall::forget();
+    for (torture::Scenario const & each : scenarios) {
+        happens(each, nothing, 0);
+    }
+    for (Fault const & fault : faults) {
+        EXPECT_GT(FailingCall::metOf(fault.calls), 0) << fault.name;
+    }
 }
 
 void runWithEachFailing(torture::Scenario const & scenario, std::vector<Fault> const & faults, long step) {
-    auto const before = std::signal(SIGABRT, &onAbort);
-    QuietConsole const quiet;
-    tavLogger::setup(
-        "(clear(INFO))", [](int, char const *) {}, false, tavLogger::NONE);
+    Quiet const quiet;
     failures = 0;
     for (int warm = 0; warm < 3; ++warm) {
-        happens(scenario, Fault{"nothing", 0, 0}, 0);
+        FailingCall::forget();
+        happens(scenario, nothing, 0);
     }
     Holdings const held;
     // Another point of the first ones in each scenario.
     long const begin = static_cast<long>(std::strlen(scenario.name));
     long at = begin;
     long tried = 0;
+    std::vector<long> counted;
     for (Fault const & fault : faults) {
-        happens(scenario, fault, 0);
-        long const calls = met;
+        counted.push_back(FailingCall::metOf(fault.calls));
+    }
+    for (std::size_t i = 0; i < faults.size(); ++i) {
+        Fault const & fault = faults[i];
+        long const calls = counted[i];
+        met = calls;
         for (long n = 1; failures < failuresTold; ++n) {
             // What the threads of two runs do differs: the end of a whole row is where a run had fewer calls.
             if (n > calls && (step > 1 || fault.lasting != Lasting::once || met < n - 1)) {
@@ -122,10 +147,10 @@ void runWithEachFailing(torture::Scenario const & scenario, std::vector<Fault> c
             }
         }
     }
-    ::alarm(0);
+    if (step == 1) {
+        EXPECT_GT(tried, 0) << "the scenario has no calls that fail";
+    }
     testing::Test::RecordProperty("tried", std::to_string(tried) + " of " + std::to_string(at - begin));
-    tavLogger::setup("(clear(INFO))", nullptr, false, tavLogger::WARN);
-    std::signal(SIGABRT, before);
 }
 
 } // namespace syscalls
@@ -140,6 +165,25 @@ void holds(bool kept, char const * promise) {
 
 bool isMadeToHappen(std::error_code const & error) {
     return error.value() == syscalls::wanted.error;
+}
+
+bool isNameOfWant(std::error_code const & name) {
+    using tls::failure;
+    syscalls::Fault const & fault = syscalls::wanted;
+    bool const of_files = (fault.calls & (syscalls::opens | syscalls::reads)) != 0;
+    if (of_files && (name == failure::bad_policy || name == failure::certificate_refused)) {
+        return true;
+    }
+    switch (fault.error) {
+    case EAI_AGAIN: return name == failure::host_not_found;
+    case EAI_MEMORY:
+    case ENOMEM: return name == failure::out_of_memory;
+    case EMFILE: return name == failure::no_resources;
+    case EAGAIN:
+        // A connect says so where the system has no room for it.
+        return name == (fault.calls == syscalls::connects ? failure::out_of_memory : failure::no_resources);
+    default: return name == failure::connection_lost;
+    }
 }
 
 Spared::Spared() : before_(syscalls::spareCallsOfThread(true)) {}

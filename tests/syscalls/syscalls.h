@@ -18,8 +18,9 @@ long stride();
 /// A failure that says what was running.
 void fail(std::string const & what);
 
-/// How many calls of a fault's kinds there are where the scenario has a Want and nothing fails.
-long callsOf(torture::Scenario const & scenario, Fault const & fault);
+/// The failure of each fault that no call is met for in any of the scenarios: without calls to fail the rest
+/// would hold for nothing.
+void expectCallsToMeet(std::vector<torture::Scenario> const & scenarios, std::vector<Fault> const & faults);
 
 /// Has the first call of a fault's kinds go its way where the scenario has a Want, then the second, up to the
 /// last; and so for each of the faults; but of all these points only each `step`-th.  Each run has to keep

@@ -97,6 +97,25 @@ public:
         return ended;
     }
 
+    /// A connect has ended, and has told so as it is to: with the name of what was wanting, unless it was
+    /// going to fail anyhow.
+    void toldOnce(std::shared_ptr<tls::connect_info> const & info,
+                  tls::failure expected = tls::failure::none) {
+        if (!ends(info) || info == nullptr) {
+            return;
+        }
+        tls::result_type const result = info->result();
+        holds((result == tls::result_ok) == (info->error() == tls::failure::none), "a failure has its name");
+        if (result == tls::result_error) {
+            holds(info->error() == expected || isNameOfWant(info->error()),
+                  "a failure has the name of what was wanting");
+            holds(comes([&] { return errors == 1; }), "a connect that fails is told once");
+            holds(opened == 0, "a connect that fails has not opened");
+        } else if (result == tls::result_ok) {
+            holds(opened == 1, "a connect that opens is told once");
+        }
+    }
+
     /// With the gateway knowing of it.
     void connect() { connect(option()); }
     void connect(tls::connect_option const & how) {
@@ -166,7 +185,7 @@ void started() {
     {
         Want const want;
         Rig::tried([&] { info = rig.client->start(rig.option()); });
-        Rig::ends(info);
+        rig.toldOnce(info);
     }
     rig.works();
 }
@@ -181,7 +200,7 @@ void startedByName() {
             option.host = "localhost";
             info = rig.client->start(option);
         });
-        Rig::ends(info);
+        rig.toldOnce(info);
     }
     rig.works();
 }
@@ -215,7 +234,7 @@ void startedWithPolicy() {
             option.set_tls_policy(policy);
             info = rig.client->start(option);
         });
-        Rig::ends(info);
+        rig.toldOnce(info);
     }
     rig.works();
 }
@@ -233,7 +252,7 @@ void strangerRefused() {
             option.ca = other;
             info = rig.client->start(option);
         });
-        Rig::ends(info);
+        rig.toldOnce(info, tls::failure::certificate_refused);
         holds(info == nullptr || info->result() != tls::result_ok, "a stranger is never believed");
     }
     auto option = rig.option();
@@ -258,7 +277,7 @@ void startedWithAll() {
                 [](unsigned long long, unsigned short, unsigned char const *, unsigned, tavMsgExt) {});
             info = rig.client->start(option);
         });
-        Rig::ends(info);
+        rig.toldOnce(info);
     }
     rig.works();
 }
@@ -279,7 +298,7 @@ void refused() {
             option.port = *closed;
             info = rig.client->start(option);
         });
-        Rig::ends(info);
+        rig.toldOnce(info, tls::failure::refused);
     }
     holds(info == nullptr || info->result() != tls::result_ok, "nobody listens there");
     rig.works();
@@ -356,14 +375,22 @@ void sentAsJson() {
     rig.works();
 }
 
+/// What the gateway makes of it.
+class Answered : public Everything {
+public:
+    unsigned short msgcode() const override { return answerCode; }
+};
+
 void sentAndWaitedFor() {
     Rig rig;
     rig.connect();
     {
         Want const want;
         Rig::tried([&] {
-            Everything answer;
-            rig.client->send_and_wait(sample(), answer, 300);
+            Answered answer;
+            bool const ok = rig.client->send_and_wait(sample(), answer, shortLimit) == tls::result_ok;
+            Spared const spared;
+            holds(!ok || answer.standard == sample().standard, "a reply that ends a wait is whole");
         });
     }
     rig.works();

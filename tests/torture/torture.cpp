@@ -2,6 +2,7 @@
 
 #include "support/failing_allocations.h"
 #include "tav/vinta/vinta_log.h"
+#include "tav/vinta/vinta_tls_failure.h"
 
 #include <unistd.h>
 
@@ -19,6 +20,9 @@
 #include <thread>
 
 namespace tav_test {
+
+namespace tls = tav::tls;
+
 namespace torture {
 namespace {
 
@@ -152,6 +156,10 @@ void holds(bool kept, char const * promise) {
 
 bool isMadeToHappen(std::error_code const & error) {
     return error == std::errc::not_enough_memory;
+}
+
+bool isNameOfWant(std::error_code const & name) {
+    return name == tls::failure::out_of_memory;
 }
 
 Spared::Spared() : before_(allocationsSpared) {

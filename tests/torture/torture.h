@@ -35,6 +35,8 @@ void holds(bool kept, char const * promise);
 
 /// Whether a failure is what was made to happen.
 bool isMadeToHappen(std::error_code const & error);
+/// Whether the name of a connect's failure is one of what was made to happen.
+bool isNameOfWant(std::error_code const & name);
 
 /// While it lives, nothing of its thread fails or counts: for a scenario's own notes.
 class Spared {
