@@ -48,13 +48,23 @@ void connect_events::on_open(connect_ptr const & info, connect_option & told, se
     if (!told.on_open_) {
         return;
     }
-    connect_option asking;
-    asking.set_on_open([&told, &opened] {
-        if (opened.state() == session_state::connected) {
-            told.on_open_();
-        }
-    });
-    asking.on_open();
+    std::unique_ptr<connect_option> asking;
+    try {
+        asking = std::make_unique<connect_option>();
+        asking->set_on_open([&told, &opened] {
+            if (opened.state() == session_state::connected) {
+                told.on_open_();
+            }
+        });
+    } catch (std::bad_alloc const &) {
+        // Asked here: better than not told at all.
+        asking.reset();
+    }
+    if (asking) {
+        asking->on_open();
+    } else if (opened.state() == session_state::connected) {
+        told.on_open();
+    }
 }
 
 void connect_events::on_error(connect_ptr const & info, option_ptr const & told, unsigned long long sno,

@@ -3,11 +3,17 @@
 #include "gateway/gateway_core.h"
 #include "support/bounded.h"
 #include "support/client_rig.h"
+#include "support/folder.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <atomic>
 #include <cerrno>
+#include <fstream>
+#include <iterator>
 
 using namespace tav_test;
 using tav::gateway::Faults;
@@ -376,4 +382,40 @@ TEST_F(ClientFaults, FrameOfTheLargestLengthIsTakenAndTheNextByteIsNot) {
     ASSERT_TRUE(it.events().wait(2));
     EXPECT_TRUE(beginsWith(it.events().all()[1], "error 10 on <n>io.context: "));
     it.expectEnd();
+}
+
+TEST(ClientFaultsOfTheDisk, AFullOneCostsTheLogItsLinesAndTheClientNothing) {
+    static std::atomic<unsigned> lines{0};
+    lines = 0;
+    Folder const folder;
+    std::string const path = folder.path() + "/app.log";
+    ASSERT_EQ(::symlink("/dev/full", path.c_str()), 0);
+    // All but the banner.
+    auto const count = [](int, char const * text) { lines += text[0] != '\n' ? 1 : 0; };
+    tavLogger::open(tav_istr(path), "app", "(clear(INFO))", count, "1", 1000000, false, tavLogger::WARN);
+    {
+        Case at{Options()};
+        at.connect();
+        for (int i = 0; i < 20; ++i) {
+            Answer answer;
+            EXPECT_EQ(at.c().send_and_wait(Ask(i), answer, 10000), tls::result_ok);
+            EXPECT_EQ(answer.number, i);
+        }
+        EXPECT_TRUE(at.c().connected());
+        at.expectRecovery();
+        EXPECT_EQ(at.events().all(), (std::vector<std::string>(2, "open on <n>io.context")))
+            << "and no error";
+    }
+    tavLogger::flush();
+    unsigned const lost = lines;
+    EXPECT_GT(lost, 100u) << "the callback gets what the file does not";
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+    tavLogger::close();
+    std::ifstream in(path);
+    std::string const got((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_NE(got.find(" " + std::to_string(lost) +
+                       " log lines lost, as the file could not be written: No space left on device"),
+              std::string::npos)
+        << got;
+    tavLogger::finalize();
 }

@@ -1,11 +1,17 @@
 #include "tav/vinta/vinta_tls_client.h"
 
+#include "client/trust.h"
 #include "client/vinta_tls_client_impl_context.h"
 #include "support/client_rig.h"
 #include "support/folder.h"
 #include "support/log_capture.h"
 
 #include <gtest/gtest.h>
+
+#include <asio/ssl/error.hpp>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -207,6 +213,19 @@ TEST(ClientTrustCertificatePath, InTroubleIsToldAtEachStartAndReadOnce) {
     c.init("/nowhere/ca.pem", "");
     EXPECT_EQ(troubles(log), 2u);
     EXPECT_EQ(log.count("<c> load_verify_file "), 1u);
+}
+
+// What the TLS library had no memory for is no fault of the file, which is read again at the next start.
+TEST(ClientTrustCertificatePath, ThatThereWasNoMemoryForIsWanted) {
+    auto const wantOf = [](unsigned long code) {
+        return impl::want_of(std::error_code(static_cast<int>(code), asio::error::get_ssl_category()));
+    };
+    for (int const library : {ERR_LIB_X509, ERR_LIB_PEM, ERR_LIB_ASN1, ERR_LIB_BIO, ERR_LIB_SSL}) {
+        EXPECT_EQ(wantOf(ERR_PACK(library, 0, ERR_R_MALLOC_FAILURE)), std::errc::not_enough_memory)
+            << library;
+    }
+    EXPECT_FALSE(wantOf(ERR_PACK(ERR_LIB_PEM, 0, PEM_R_NO_START_LINE)));
+    EXPECT_FALSE(impl::want_of(std::make_error_code(std::errc::no_such_file_or_directory)));
 }
 
 TEST(ClientTrustCertificatePath, ThatHasChangedIsReadAgain) {

@@ -1,5 +1,6 @@
 #include "tav/vinta/vinta_log.h"
 
+#include "log/log_file.h"
 #include "support/folder.h"
 #include "support/in_child.h"
 #include "support/shape.h"
@@ -489,4 +490,21 @@ TEST_F(LogFile, PipeIsWrittenToAndNeverSetAside) {
     EXPECT_FALSE(fs::exists(path_ + ".bak"));
     tavLogger::finalize();
     ::close(reader);
+}
+
+// The thread of a log that was opened anew may still write to the former file.
+TEST_F(LogFile, BannerThatAFileLacksIsNotAnothers) {
+    using Target = tav::detail::LogFile::Target;
+    auto const none = [](unsigned, std::error_code const &) { return std::string(); };
+    std::string const backup = path_ + ".bak";
+    auto const former =
+        std::make_shared<Target const>(Target{folder_ + "/none/app.log", backup, "former\n", 1000});
+    auto const next = std::make_shared<Target const>(Target{path_, backup, "next\n", 1000});
+    tav::detail::LogFile file;
+    testing::internal::CaptureStdout();
+    file.writeBanner(next);
+    file.writeBanner(former);
+    file.write(next, "line\n", none);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(content(path_), "next\nline\n");
 }

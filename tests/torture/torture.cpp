@@ -62,6 +62,9 @@ void fail(std::string const & what) {
 }
 
 long strideOf(Scenario const & scenario) {
+    if (scenario.stride != 0) {
+        return scenario.stride;
+    }
     char const * const text = std::getenv("TAV_TORTURE_STRIDE");
     return std::max(1L, text != nullptr ? std::atol(text) : scenario.of == Of::want ? 23L : 5L);
 }
@@ -167,6 +170,14 @@ Spared::Spared() : before_(allocationsSpared) {
 }
 
 Spared::~Spared() {
+    allocationsSpared = before_;
+}
+
+Unspared::Unspared() : before_(allocationsSpared) {
+    allocationsSpared = false;
+}
+
+Unspared::~Unspared() {
     allocationsSpared = before_;
 }
 

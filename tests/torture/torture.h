@@ -22,6 +22,8 @@ struct Scenario {
     /// memory made of it: std::bad_alloc and nothing else.
     void (*run)();
     Of of = Of::caller;
+    /// How many allocations lie between two that fail, for one with a number of its own; 0 for what all have.
+    long stride = 0;
 };
 
 inline std::ostream & operator<<(std::ostream & out, Scenario const & v) {
@@ -45,6 +47,18 @@ public:
     ~Spared();
     Spared(Spared const &) = delete;
     Spared & operator=(Spared const &) = delete;
+
+private:
+    bool const before_;
+};
+
+/// While it lives, all of its thread fails and counts again: for the matter itself in the middle of notes.
+class Unspared {
+public:
+    Unspared();
+    ~Unspared();
+    Unspared(Unspared const &) = delete;
+    Unspared & operator=(Unspared const &) = delete;
 
 private:
     bool const before_;
