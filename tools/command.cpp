@@ -93,8 +93,11 @@ std::vector<Command> const & commands() {
 
 void addModelOptions(CLI::App & app, std::string & file, std::string & className, std::string & code) {
     app.add_option("-t,--template", file, "the template that gives names and types")->type_name("FILE");
-    app.add_option("-c,--class", className, "the class of the message")->type_name("NAME");
-    app.add_option("--code", code, "the code of the message, in place of its class")->type_name("HEX");
+    CLI::Option * const named =
+        app.add_option("-c,--class", className, "the class of the message")->type_name("NAME");
+    app.add_option("--code", code, "the code of the message, in place of its class")
+        ->type_name("HEX")
+        ->excludes(named);
 }
 
 void addCommands(CLI::App & app, Output & output, Run & run) {
@@ -107,8 +110,10 @@ void addCommands(CLI::App & app, Output & output, Run & run) {
         auto const colours = std::make_shared<Colours>(Colours::automatic);
         addChoice(*sub, "--color", *colours, colourNames(), "colours; auto: on a terminal alone");
         Run const work = command.add(*sub);
-        sub->callback([&output, &run, colours, work] {
+        CLI::Option const * const json = sub->get_option_no_throw("--json");
+        sub->callback([&output, &run, colours, work, json] {
             output.colours(*colours);
+            output.forPrograms(json != nullptr && json->count() != 0);
             run = work;
         });
     }

@@ -84,18 +84,23 @@ std::string wayJson(Way const & way) {
     return way.holds ? "{\"holds\":true}" : "{\"holds\":false,\"why\":" + jsonText(way.why) + "}";
 }
 
-std::string asJson(Change const & change, std::string const & place) {
-    return "{\"place\":" + jsonText(place) + ",\"class\":" + jsonText(change.className) +
+std::string asJson(Change const & change, std::string const & place, Template const & model) {
+    TextPlace const at = placeOf(model.text, change.offset);
+    return "{\"place\":" + jsonText(place) + ",\"file\":" + jsonText(model.name) +
+           ",\"line\":" + std::to_string(at.line) + ",\"column\":" + std::to_string(at.column) +
+           ",\"offset\":" + std::to_string(change.offset) + ",\"class\":" + jsonText(change.className) +
            ",\"field\":" + jsonText(change.field) + ",\"tag\":" + std::to_string(change.tag) +
            ",\"text\":" + jsonText(change.text) + ",\"effect\":\"" + effectName(change.effect()) +
            "\",\"old_to_new\":" + wayJson(change.oldToNew) + ",\"new_to_old\":" + wayJson(change.newToOld) +
            "}";
 }
 
-/// What is there twice hides something from the comparison, as it does from a peer.
-void tellTwice(Template const & model, Output & output) {
+/// What is there twice hides something from the comparison, as it does from a peer, and a tag may be one that
+/// nobody reads.
+void tellHidden(Template const & model, Output & output) {
     for (Finding const & finding : checkTemplate(model.text)) {
-        if (finding.rule == "class-twice" || finding.rule == "code-twice" || finding.rule == "tag-twice") {
+        if (finding.rule == "class-twice" || finding.rule == "code-twice" || finding.rule == "tag-twice" ||
+            finding.rule == "tag-range") {
             output.tell("tav: " +
                         model.told(finding.offset, "warning", finding.text + " [" + finding.rule + "]"));
         }
@@ -105,15 +110,15 @@ void tellTwice(Template const & model, Output & output) {
 int diff(Options const & options, Output & output) {
     Template const before = loadTemplate(options.before);
     Template const after = loadTemplate(options.after);
-    tellTwice(before, output);
-    tellTwice(after, output);
+    tellHidden(before, output);
+    tellHidden(after, output);
     Sum sum;
     std::string json;
     for (Change const & change : compareTemplates(before, after)) {
         sum.add(change);
         std::string const place = placeOfChange(change, before, after);
         if (options.json) {
-            json += (json.empty() ? "" : ",") + asJson(change, place);
+            json += (json.empty() ? "" : ",") + asJson(change, place, change.inNew ? after : before);
         } else {
             print(change, place, output);
         }

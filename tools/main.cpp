@@ -63,10 +63,23 @@ int run(int argc, char ** argv, Output & output) {
     return result;
 }
 
+/// For who has asked for JSON: the first line of the text, and what mends it.
+std::string failureJson(std::string const & text, int code) {
+    constexpr std::string_view mend = "\n    mend: ";
+    std::size_t const at = text.find(mend);
+    std::string const mends = at == std::string::npos ? "" : text.substr(at + mend.size());
+    return "{\"error\":" + jsonText(text.substr(0, text.find('\n'))) +
+           (mends.empty() ? "" : ",\"mend\":" + jsonText(mends.substr(0, mends.find('\n')))) +
+           ",\"code\":" + std::to_string(code) + "}";
+}
+
 /// Tells why the program ends, also where the output can't be written.
 int end(Output & output, std::string const & text, int code) {
     std::string const line = "tav: " + text + (text.empty() || text.back() != '\n' ? "\n" : "");
     try {
+        if (output.forPrograms()) {
+            output.line(failureJson(text, code));
+        }
         output.tell(line);
     } catch (Failure const & e) {
         std::fputs(forTerminal(line + "tav: " + e.what() + "\n").c_str(), stderr);

@@ -27,6 +27,10 @@ public:
     /// Colour on a terminal alone, and not where NO_COLOR is set, unless it is asked for.
     void colours(Colours choice);
 
+    /// Whether a program reads the output, so that a failure is told there too.
+    void forPrograms(bool are) { forPrograms_ = are; }
+    bool forPrograms() const { return forPrograms_; }
+
     void write(std::string_view text);
     void line(std::string_view text) {
         write(text);
@@ -58,6 +62,7 @@ private:
     Clock::time_point end_ = Clock::time_point::max();
     bool coloured_ = false;
     bool tellsInColour_ = false;
+    bool forPrograms_ = false;
 };
 
 /// The text as JSON: quoted, with escapes, and with U+FFFD for what is no UTF-8.

@@ -32,14 +32,19 @@ std::string joined(std::vector<std::string> const & parts) {
     return text.empty() ? "none" : text;
 }
 
+std::string leftText(CertificateText const & one) {
+    int const days = one.daysLeft < 0 ? -one.daysLeft : one.daysLeft;
+    std::string const text = std::to_string(days) + (days == 1 ? " day" : " days");
+    return one.expired ? "expired " + text + " ago" : text + " left";
+}
+
 void print(CertificateText const & one, std::size_t i, Output & output) {
     output.line(output.in('b', "certificate " + std::to_string(i)) + ": " + forTerminal(one.subject) +
                 (one.selfSigned ? " (self-signed)" : ""));
     output.line("    issuer       " + forTerminal(one.issuer));
     output.line("    names        " + forTerminal(joined(one.names)));
     output.line("    key          " + one.key);
-    output.line("    valid        " + one.validFrom + " to " + one.validTo + ", " +
-                std::to_string(one.daysLeft) + " days left");
+    output.line("    valid        " + one.validFrom + " to " + one.validTo + ", " + leftText(one));
     output.line("    SHA-256      " + one.fingerprint);
     output.line("    of its key   " + one.keyFingerprint);
 }
@@ -146,14 +151,20 @@ Run addTls(CLI::App & app) {
         ->required();
     app.add_option("--ca", options->probe.ca, "a file of authorities, in place of the system's")
         ->type_name("FILE");
+    auto const isNamed = [](std::string const & name) {
+        return name.empty() ? std::string("a certificate is for no empty name") : std::string();
+    };
     app.add_option("--name", options->probe.name, "what the certificate has to be for, in place of HOST")
+        ->check(isNamed)
         ->type_name("NAME");
-    app.add_option("--cert", options->probe.certificate, "a certificate of the client's own, with its chain")
-        ->type_name("FILE");
+    CLI::Option * const own = app.add_option("--cert", options->probe.certificate,
+                                             "a certificate of the client's own, with its chain")
+                                  ->type_name("FILE");
     app.add_option("--key", options->probe.key, "its key, unless that stands in the same file")
+        ->needs(own)
         ->type_name("FILE");
     app.add_option("--timeout", options->probe.timeoutMs, "milliseconds for connecting and the handshake")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(1, 3600000))
         ->type_name("MS")
         ->capture_default_str();
     app.add_flag("--json", options->json, "print one JSON object");

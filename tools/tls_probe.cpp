@@ -287,6 +287,13 @@ std::vector<std::string> namesOf(X509 * certificate) {
         if (name->type == GEN_DNS) {
             names.emplace_back(reinterpret_cast<char const *>(::ASN1_STRING_get0_data(name->d.dNSName)),
                                static_cast<std::size_t>(::ASN1_STRING_length(name->d.dNSName)));
+        } else if (name->type == GEN_EMAIL || name->type == GEN_URI) {
+            // No server is compared with these, but they say whose certificate it is.
+            ASN1_IA5STRING const * const other =
+                name->type == GEN_EMAIL ? name->d.rfc822Name : name->d.uniformResourceIdentifier;
+            names.push_back((name->type == GEN_EMAIL ? "email:" : "URI:") +
+                            std::string(reinterpret_cast<char const *>(::ASN1_STRING_get0_data(other)),
+                                        static_cast<std::size_t>(::ASN1_STRING_length(other))));
         } else if (name->type == GEN_IPADD && isAddress(name->d.iPAddress)) {
             std::array<char, INET6_ADDRSTRLEN> text{};
             bool const wide = ::ASN1_STRING_length(name->d.iPAddress) == 16;
@@ -307,6 +314,7 @@ CertificateText textOf(X509 * certificate) {
     text.validTo = textOf(::X509_get0_notAfter(certificate));
     int seconds = 0;
     ::ASN1_TIME_diff(&text.daysLeft, &seconds, nullptr, ::X509_get0_notAfter(certificate));
+    text.expired = text.daysLeft < 0 || seconds < 0;
     text.authority = ::X509_check_ca(certificate) != 0;
     text.selfSigned = (::X509_get_extension_flags(certificate) & EXFLAG_SS) != 0;
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
@@ -363,8 +371,10 @@ void shakeHands(SSL * ssl, int fd, ProbeOptions const & options, Clock & clock, 
                         mendOfHandshake(reason, options, result));
         }
         if (!isReady(fd, reads ? POLLIN : POLLOUT, clock)) {
+            bool const spoke = BIO_number_read(::SSL_get_rbio(ssl)) != 0;
             failNetwork(options, "no TLS comes about within " + std::to_string(options.timeoutMs) + " ms",
-                        "what answers may speak no TLS: check the port");
+                        spoke ? "the server answers, and is slow: --timeout gives it longer"
+                              : "what answers may speak no TLS: check the port");
         }
     }
 }

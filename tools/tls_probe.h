@@ -33,6 +33,7 @@ struct CertificateText {
     std::string keyFingerprint;
     std::string fingerprint;
     int daysLeft = 0;
+    bool expired = false;
     bool authority = false;
     bool selfSigned = false;
 };

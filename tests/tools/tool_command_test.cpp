@@ -48,6 +48,7 @@ TEST(ToolCommand, BadUseExitsWithTwoAndSaysWhy) {
           Case{"convert --from x --to json", "--from: \"x\" is none of frames|json|nbr|pml|xml"},
           Case{"dump --class im.Hello --hex 00", "need a template"},
           Case{"convert --from json --to nbr", "--template is needed"},
+          Case{"dump -t m.pml --class im.Hello --code 1F01 --hex 00", "--class excludes --code"},
           Case{"diff - -", "<stdin>: can be read once, and is named twice"},
           Case{"convert -t - --from json --to json", "<stdin>: can be read once, and is named twice"},
           Case{"convert -t - --from frames --to json", "<stdin>: can be read once, and is named twice"},
@@ -69,6 +70,25 @@ TEST(ToolCommand, ClassThatIsNotThereIsToldWithTheNearestOne) {
         << run.err;
     EXPECT_EQ(rig.run("dump -t m.pml --code 1F02 --hex 00").code, 2);
     EXPECT_EQ(rig.run("dump -t m.pml --code xyz --hex 00").code, 2);
+}
+
+TEST(ToolCommand, FailureIsAnObjectForWhoAskedForJson) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    rig.file("bad.pml", "M:object(\n");
+    for (std::string const arguments : {"diff --json m.pml bad.pml", "diff --json m.pml absent.pml",
+                                        "dump --json -t bad.pml --hex 00", "tls --json localhost:1"}) {
+        ToolRun const run =
+            rig.shell("$TAV " + arguments +
+                      " >out; code=$?; python3 -c 'import json, sys\n"
+                      "all = json.load(open(\"out\"))\n"
+                      "print(all[\"code\"] == int(sys.argv[1]), len(all[\"error\"]) > 9)' $code");
+        EXPECT_EQ(run.out, "True True\n") << arguments << run.err;
+        EXPECT_EQ(run.err.substr(0, 5), "tav: ") << arguments;
+    }
+    ToolRun const full = rig.run("diff --json m.pml absent.pml >/dev/full");
+    EXPECT_EQ(full.code, 2);
+    EXPECT_NE(full.err.find("absent.pml: can't open"), std::string::npos) << full.err;
 }
 
 TEST(ToolCommand, FullDiskIsAnErrorWithItsReason) {

@@ -386,7 +386,8 @@ TEST(ToolDiff, JsonHasAllThatTheTextHas) {
     rig.file("old.pml", templateOf("[2]b:uint8()"));
     rig.file("new.pml", templateOf("[2]b:uint16()"));
     EXPECT_EQ(rig.run("diff --json old.pml new.pml").out,
-              "{\"changes\":[{\"place\":\"new.pml:1:51\",\"class\":\"im.M\",\"field\":\"b\",\"tag\":2,"
+              "{\"changes\":[{\"place\":\"new.pml:1:51\",\"file\":\"new.pml\",\"line\":1,\"column\":51,"
+              "\"offset\":50,\"class\":\"im.M\",\"field\":\"b\",\"tag\":2,"
               "\"text\":\"uint8 becomes "
               "uint16\",\"effect\":\"one "
               "way\",\"old_to_new\":{\"holds\":true},\"new_to_old\":{\"holds\":false,\"why\":\"256 is "
@@ -422,6 +423,30 @@ TEST(ToolDiff, FileIsCompatibleWithItselfWhateverIsTwiceInIt) {
     EXPECT_NE(run.err.find("t.pml:1:"), std::string::npos) << run.err;
     EXPECT_NE(run.err.find("[code-twice]\n"), std::string::npos) << run.err;
     EXPECT_EQ(rig.run("diff - -").code, 2);
+}
+
+TEST(ToolDiff, FieldWhoseClassOnlyOneVersionHasIsReadByThatOneAlone) {
+    ToolRig const rig(TAV_TOOL);
+    std::string const front = "M:object(__class__(im.M)__code__(1F01)[2]b:";
+    rig.file("there.pml", front + "im.P())P:object(__class__(im.P)[1]c:int32())");
+    rig.file("gone.pml", front + "im.Q())P:object(__class__(im.P)[1]c:int32())");
+    ToolRun const gone = rig.run("diff there.pml gone.pml");
+    EXPECT_NE(gone.out.find("[2]b: im.P becomes im.Q\n    old to new: there is no class im.Q\n"),
+              std::string::npos)
+        << gone.out;
+    ToolRun const come = rig.run("diff --rule new-to-old gone.pml there.pml");
+    EXPECT_EQ(come.code, 1) << come.out;
+    EXPECT_NE(come.out.find("new to old: there is no class im.Q\n"), std::string::npos) << come.out;
+}
+
+TEST(ToolDiff, TagThatNobodyReadsIsAWarning) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("old.pml", "M:object(__class__(im.M)__code__(1F01)[1]a:int32())");
+    rig.file("new.pml", "M:object(__class__(im.M)__code__(1F01)[1]a:int32()\n[200]b:int32?())");
+    ToolRun const run = rig.run("diff old.pml new.pml");
+    EXPECT_EQ(run.code, 0);
+    EXPECT_NE(run.err.find("new.pml:2:1: warning: the tag 200 of b is not from 1 to 127"), std::string::npos)
+        << run.err;
 }
 
 } // namespace
