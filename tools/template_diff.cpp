@@ -314,7 +314,7 @@ void Comparison::come(MetaField const & field, bool message) {
 }
 
 void Comparison::compareFields(MetaField const & from, MetaField const & to, bool message) {
-    Change change = about(to, true, "");
+    Change change;
     auto const say = [&change](std::string const & text) {
         change.text += (change.text.empty() ? "" : "; ") + text;
     };
@@ -343,7 +343,11 @@ void Comparison::compareFields(MetaField const & from, MetaField const & to, boo
         say(to.isProtected ? "it is masked otherwise" : "it is not masked any more");
     }
     if (!change.text.empty()) {
-        report(change);
+        // The place is looked for where something is to be told alone.
+        Change told = about(to, true, change.text);
+        told.oldToNew = change.oldToNew;
+        told.newToOld = change.newToOld;
+        report(std::move(told));
     }
 }
 
