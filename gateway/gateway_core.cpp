@@ -59,6 +59,9 @@ std::string hex4(unsigned code) {
 } // namespace
 
 class Gateway::Server {
+    class Connection;
+    using ConnectionPtr = std::shared_ptr<Connection>;
+
 public:
     Server(Options const & options, Certificates const & certificates)
         : options_(options), tls_(asio::ssl::context::tlsv12_server), acceptor_(io_) {
@@ -144,6 +147,33 @@ public:
         asio::post(io_, [this, faults] { options_.faults = faults; });
     }
 
+    /// Does it for an open connection, on the gateway's thread.
+    template <class Do>
+    void with(unsigned connection, Do const & what) {
+        asio::post(io_, [this, connection, what] {
+            auto const found = connections_.find(connection);
+            if (found != connections_.end()) {
+                ConnectionPtr const held = found->second;
+                what(held);
+            }
+        });
+    }
+
+    void pushToOne(unsigned connection, unsigned short code, std::string const & body,
+                   unsigned short version) {
+        with(connection, [this, code, body, version](ConnectionPtr const & to) {
+            pushTo(to, code, nextSno(), tav_istr(body), false, version);
+        });
+    }
+
+    void dropOne(unsigned connection, bool reset) {
+        with(connection, [reset](ConnectionPtr const & one) { one->close(reset); });
+    }
+
+    void silence(unsigned connection, bool on) {
+        with(connection, [on](ConnectionPtr const & one) { one->silence(on); });
+    }
+
     Stats stats() const {
         std::lock_guard<std::mutex> const guard(mutex_);
         return stats_;
@@ -155,9 +185,6 @@ public:
     }
 
 private:
-    class Connection;
-    using ConnectionPtr = std::shared_ptr<Connection>;
-
     /// A receipt that a client owes.
     struct Owed {
         unsigned short code;
@@ -178,13 +205,18 @@ private:
             }
             std::error_code ignored;
             stream_.lowest_layer().set_option(tcp::no_delay(true), ignored);
+            auto const peer = stream_.lowest_layer().remote_endpoint(ignored);
+            peer_ = peer.address().to_string() + " port " + std::to_string(peer.port());
             stream_.async_handshake(
                 asio::ssl::stream_base::server,
                 [self = shared_from_this()](std::error_code const & error) { self->onHandshake(error); });
         }
 
+        void silence(bool on) { silent_ = on; }
+
+        /// Sends bytes as they are, unless the connection is silent.
         void write(std::string bytes) {
-            if (!open_ || (misbehaves_ && faults().silence)) {
+            if (!sends()) {
                 return;
             }
             writing_.push_back(std::move(bytes));
@@ -193,21 +225,40 @@ private:
             }
         }
 
+        /// Sends a frame, after the delay that answers have.
         void answer(std::string bytes) {
             int const delay = faults().delay_ms;
             if (delay <= 0) {
-                write(std::move(bytes));
+                writeFrame(std::move(bytes));
                 return;
             }
+            later(delay, [this, held = std::move(bytes)] { writeFrame(held); });
+        }
+
+        /// Calls after some milliseconds, if the connection is open then.
+        template <class Call>
+        void later(int ms, Call call) {
             auto const timer =
-                std::make_shared<asio::steady_timer>(server_.io_, std::chrono::milliseconds(delay));
+                std::make_shared<asio::steady_timer>(server_.io_, std::chrono::milliseconds(ms));
             timer->async_wait(
-                [self = shared_from_this(), timer, held = std::move(bytes)](std::error_code const & e) {
-                    if (!e) {
-                        self->write(held);
+                [self = shared_from_this(), timer, held = std::move(call)](std::error_code const & e) {
+                    if (!e && self->open_) {
+                        held();
                     }
                 });
         }
+
+        /// Sends half a frame and closes.
+        void cut() {
+            write(frame(tav_istr(std::string(100, 'x'))).substr(0, 50));
+            closeAfterWrites();
+        }
+
+        /// Sends a length above the limit.
+        void oversize() { write(std::string("\x01\x00\x00\x00", head_size)); }
+
+        /// Sends a frame that is no packet of either kind.
+        void garbage() { write(frame(tav_istr(std::string(64, '\xa5')))); }
 
         /// Closes once everything queued has gone out.
         void closeAfterWrites() {
@@ -237,6 +288,7 @@ private:
                 open_ = false;
                 server_.set([](Stats & s) { --s.open; });
                 server_.log(id_, "closed");
+                tellConnection();
             }
             server_.connections_.erase(id_);
         }
@@ -262,6 +314,21 @@ private:
             return misbehaves_ ? server_.options_.faults : none;
         }
 
+        bool sends() const { return open_ && !silent_ && !faults().silence; }
+
+        void writeFrame(std::string bytes) {
+            if (server_.options_.on_frame && sends()) {
+                server_.options_.on_frame(id_, false, bytes);
+            }
+            write(std::move(bytes));
+        }
+
+        void tellConnection() const {
+            if (server_.options_.on_connection) {
+                server_.options_.on_connection(id_, open_, peer_);
+            }
+        }
+
         void onHandshake(std::error_code const & error) {
             if (error) {
                 server_.set([](Stats & s) { ++s.failed_handshakes; });
@@ -275,6 +342,7 @@ private:
                 ++s.open;
             });
             server_.log(id_, "connected");
+            tellConnection();
             readHead();
         }
 
@@ -309,18 +377,20 @@ private:
 
         void onFrame() {
             ++frames_;
+            if (server_.options_.on_frame) {
+                server_.options_.on_frame(id_, true, frame(tav_istr(body_)));
+            }
             Faults const & bad = faults();
             if (bad.reset_after != 0 && frames_ >= bad.reset_after) {
                 close(true);
                 return;
             }
             if (bad.cut_after != 0 && frames_ >= bad.cut_after) {
-                write(frame(tav_istr(std::string(100, 'x'))).substr(0, 50));
-                closeAfterWrites();
+                cut();
                 return;
             }
             if (bad.oversize_after != 0 && frames_ >= bad.oversize_after) {
-                write(std::string("\x01\x00\x00\x00", head_size));
+                oversize();
             } else if (body_.empty()) {
                 server_.set([](Stats & s) { ++s.heartbeats; });
                 answer(std::string(head_size, '\0'));
@@ -399,6 +469,8 @@ private:
         bool const misbehaves_;
         bool open_ = false;
         bool closing_ = false;
+        bool silent_ = false;
+        std::string peer_;
         unsigned frames_ = 0;
         std::array<unsigned char, head_size> head_{};
         std::string body_;
@@ -460,38 +532,105 @@ private:
     }
 
     void serve(ConnectionPtr const & from, PacketPtr const & packet) {
-        unsigned short const code = packet->code();
         std::string const body = packet->body();
+        auto const plan = options_.plan ? options_.plan(packet->code(), body) : nullptr;
+        packet->setSession(from->id());
+        if (plan == nullptr) {
+            usual(from, *packet, body, true);
+            return;
+        }
+        if (plan->receipt) {
+            giveReceipt(from, *packet, body);
+        }
+        follow(from, packet, body, plan, 0);
+    }
+
+    /// A packet that asks for a receipt gets one.
+    static void giveReceipt(ConnectionPtr const & to, im::Packet & packet, std::string const & body) {
+        if ((packet.affirm() & 0xf0u) == need_affirm) {
+            packet.setAffirm(affirmed);
+            packet.setBody(tav_istr());
+            to->answer(frame(packet));
+            packet.setBody(tav_istr(body));
+        }
+        packet.setAffirm(0);
+    }
+
+    void usual(ConnectionPtr const & from, im::Packet & packet, std::string const & body, bool receipt) {
+        unsigned short const code = packet.code();
         if (code == code_close_me) {
             from->close(false);
             return;
         }
-        packet->setSession(from->id());
-        if ((packet->affirm() & 0xf0u) == need_affirm) {
-            packet->setAffirm(affirmed);
-            packet->setBody(tav_istr());
-            from->answer(frame(*packet));
-            packet->setBody(tav_istr(body));
+        if (receipt) {
+            giveReceipt(from, packet, body);
         }
-        packet->setAffirm(0);
         if (code >= options_.route_first && code <= options_.route_last) {
             for (auto const & to : copyOfConnections()) {
                 if (to != from) {
-                    pushTo(to, code, packet->sequence(), tav_istr(body), options_.ask_affirm,
-                           packet->version());
+                    pushTo(to, code, packet.sequence(), tav_istr(body), options_.ask_affirm,
+                           packet.version());
                 }
             }
         }
-        packet->setCode(options_.echo ? code : static_cast<unsigned short>(code + 1));
-        if (packet->version() >= 6) {
-            tavMsgExt ext = packet->ext();
+        reply(from, packet, options_.echo ? code : static_cast<unsigned short>(code + 1), body);
+        if (code == code_push_me) {
+            pushTo(from, code_pushed, nextSno(), tav_istr(body), true, packet.version());
+        }
+    }
+
+    /// Answers with the sequence and version of the packet, which stays as it came.
+    void reply(ConnectionPtr const & to, im::Packet & packet, unsigned short code, std::string const & body) {
+        unsigned short const came = packet.code();
+        std::string const kept = packet.body();
+        packet.setAffirm(0);
+        packet.setCode(code);
+        packet.setBody(tav_istr(body));
+        if (packet.version() >= 6) {
+            tavMsgExt ext = packet.ext();
             ext.serverTime = tavTime::currentTimeMillis();
-            packet->setExt(ext);
+            packet.setExt(ext);
         }
         set([](Stats & s) { ++s.replies; });
-        from->answer(frame(*packet));
-        if (code == code_push_me) {
-            pushTo(from, code_pushed, nextSno(), tav_istr(body), true, packet->version());
+        to->answer(frame(packet));
+        packet.setCode(came);
+        packet.setBody(tav_istr(kept));
+    }
+
+    /// Takes the steps of a plan from one of them on.
+    void follow(ConnectionPtr const & from, PacketPtr const & packet, std::string const & body,
+                std::shared_ptr<Plan const> const & plan, std::size_t next) {
+        for (; next < plan->steps.size() && from->open(); ++next) {
+            Step const & step = plan->steps[next];
+            if (step.kind == Step::Kind::delay) {
+                from->later(step.delay_ms, [this, from, packet, body, plan, next] {
+                    follow(from, packet, body, plan, next + 1);
+                });
+                return;
+            }
+            take(step, from, *packet, body);
+        }
+    }
+
+    void take(Step const & step, ConnectionPtr const & from, im::Packet & packet, std::string const & body) {
+        switch (step.kind) {
+        case Step::Kind::usual: usual(from, packet, body, false); return;
+        case Step::Kind::answer: reply(from, packet, step.code, step.body); return;
+        case Step::Kind::push:
+            pushTo(from, step.code, nextSno(), tav_istr(step.body), false, packet.version());
+            return;
+        case Step::Kind::push_all:
+            for (auto const & to : copyOfConnections()) {
+                pushTo(to, step.code, nextSno(), tav_istr(step.body), false, packet.version());
+            }
+            return;
+        case Step::Kind::close: from->closeAfterWrites(); return;
+        case Step::Kind::reset: from->close(true); return;
+        case Step::Kind::cut: from->cut(); return;
+        case Step::Kind::oversize: from->oversize(); return;
+        case Step::Kind::garbage: from->garbage(); return;
+        case Step::Kind::silence: from->silence(true); return;
+        case Step::Kind::delay: return;
         }
     }
 
@@ -555,6 +694,19 @@ void Gateway::drop(bool reset) {
 
 void Gateway::setFaults(Faults const & faults) {
     server_->setFaults(faults);
+}
+
+void Gateway::pushTo(unsigned connection, unsigned short code, std::string const & body,
+                     unsigned short version) {
+    server_->pushToOne(connection, code, body, version);
+}
+
+void Gateway::drop(unsigned connection, bool reset) {
+    server_->dropOne(connection, reset);
+}
+
+void Gateway::silence(unsigned connection, bool on) {
+    server_->silence(connection, on);
 }
 
 Stats Gateway::stats() const {

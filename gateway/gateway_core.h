@@ -7,6 +7,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 /// A development message gateway: the server that a client of the library talks to.
 ///
@@ -37,6 +38,34 @@ struct Faults {
     unsigned oversize_after = 0; ///< then a length above the limit is sent
 };
 
+/// A step of what is done for a packet.
+struct Step {
+    enum class Kind {
+        usual,    ///< what is done without a plan
+        answer,   ///< `code` and `body`, with the sequence and version of the packet
+        push,     ///< `code` and `body`, to the client that sent the packet
+        push_all, ///< the same, to every connected client
+        delay,    ///< the steps behind this one wait for `delay_ms`
+        close,    ///< the connection is closed once all that was written has gone out
+        reset,    ///< the connection is reset at once
+        cut,      ///< half a frame is sent and the connection is closed
+        oversize, ///< a length above the limit is sent
+        garbage,  ///< a frame is sent that holds no packet
+        silence   ///< from here on frames are read and nothing is sent
+    };
+
+    Kind kind = Kind::usual;
+    int delay_ms = 0;
+    unsigned short code = 0;
+    std::string body = {};
+};
+
+/// What is done for a packet, one step after the other; packets that come meanwhile are not held up.
+struct Plan {
+    bool receipt = true; ///< a packet that asks for a receipt gets one first
+    std::vector<Step> steps;
+};
+
 struct Options {
     std::string address = "127.0.0.1";
     unsigned short port = 0; ///< 0: the system gives one
@@ -51,6 +80,13 @@ struct Options {
     std::function<void(std::string const &)> log; ///< a line of what happens; called on the gateway's thread
     /// each packet but receipts, as it comes in; called on the gateway's thread
     std::function<void(unsigned short code, std::string const & body)> on_packet;
+    /// what is done for a packet that is no receipt; null for the usual; called on the gateway's thread
+    std::function<std::shared_ptr<Plan const>(unsigned short code, std::string const & body)> plan;
+    /// each whole frame, its length included, as it comes in or goes out; called on the gateway's thread
+    std::function<void(unsigned connection, bool in, std::string const & frame)> on_frame;
+    /// a connection whose handshake is done, with the address of the client, and its end; called on the
+    /// gateway's thread
+    std::function<void(unsigned connection, bool open, std::string const & peer)> on_connection;
 };
 
 /// What has happened so far.
@@ -95,6 +131,13 @@ public:
     /// Closes every connection; with `reset` by a reset.
     void drop(bool reset = false);
     void setFaults(Faults const & faults);
+
+    /// The same for one connection, by its number; nothing if it is not open.
+    void pushTo(unsigned connection, unsigned short code, std::string const & body,
+                unsigned short version = 4);
+    void drop(unsigned connection, bool reset);
+    /// Whether anything is still sent to the connection.
+    void silence(unsigned connection, bool on);
 
     Stats stats() const;
     /// Waits until `done` holds of the stats; false when that has not come in `ms` milliseconds.
