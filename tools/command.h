@@ -32,7 +32,7 @@ struct Command {
 /// In the order of the help.
 std::vector<Command> const & commands();
 
-/// Those that talk to a server, and stand behind the others.
+/// Those that talk to a server or are one, and stand behind the others.
 std::vector<Command> liveCommands();
 
 /// Builds the whole command line; the subcommand that was given leaves what to run in `run`.
@@ -70,6 +70,7 @@ Run addSend(CLI::App & app);
 Run addRequest(CLI::App & app);
 Run addListen(CLI::App & app);
 Run addLoad(CLI::App & app);
+Run addGateway(CLI::App & app);
 
 } // namespace tool
 } // namespace tav

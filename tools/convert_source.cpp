@@ -1,15 +1,13 @@
 #include "tools/convert_parts.h"
 #include "tools/envelope.h"
 #include "tools/failure.h"
-#include "tools/integers.h"
-#include "tools/json_judge.h"
+#include "tools/json_messages.h"
 #include "tools/json_stream.h"
 #include "tools/message_copy.h"
 #include "tools/message_tree.h"
 #include "tools/nbr_reader.h"
 #include "tools/xml_check.h"
 
-#include <tav/vinta/vinta_json2nbr.h>
 #include <tav/vinta/vinta_nbr_unit.h>
 #include <tav/vinta/vinta_pml_streams.h>
 #include <tav/vinta/vinta_xml_streams.h>
@@ -58,17 +56,11 @@ private:
     std::size_t depth_ = 0;
 };
 
-/// The code that a packet of the class has.
-unsigned short codeOf(MetaClass const & cls) {
-    unsigned short code = 0;
-    return readCode(viewOf(tav_istr(cls.code)), code) ? code : Message::noCode;
-}
-
 class JsonSource : public Source {
 public:
     JsonSource(ConvertOptions const & options, Template const & model)
         : model_(model),
-          writing_(writingFactory(*model.factory)),
+          messages_(model),
           cls_(chosenClass(model, options.className, options.code)),
           envelope_(options.envelope),
           file_(options.text.empty() ? InputFile(options.file) : InputFile("JSON", options.text)),
@@ -111,39 +103,7 @@ private:
     void write(JsonText const & json, JsonNode const & object, Message & message) {
         shift_ = object.begin;
         body_ = json.text().substr(object.begin, object.end - object.begin);
-        std::string const name = cls_ != nullptr ? stringOf(cls_->className) : std::string();
-        message.cls = classOf(json, object, message.code);
-        JudgedJson judged;
-        judged.text = std::string(body_);
-        if (message.cls != nullptr) {
-            judged = judgeJson(json, object, *message.cls, *model_.factory);
-        }
-        message.notes = std::move(judged.notes);
-        bool const coded = message.code != Message::noCode || json.member(object, "__code__") != nullptr;
-        json2nbr::write(istrOf(judged.text), message.nbr, message.code, writing_, istrOf(name));
-        message.code = coded ? message.code : codeOf(*message.cls);
-    }
-
-    /// The class that the transcoder takes: that of the code, or else that of the name.
-    MetaClass const * classOf(JsonText const & json, JsonNode const & object, unsigned short code) const {
-        JsonNode const * const givenCode = json.member(object, "__code__");
-        if (givenCode != nullptr &&
-            (givenCode->kind == JsonNode::Kind::number || givenCode->kind == JsonNode::Kind::string)) {
-            Integer number;
-            std::string const text(json.content(*givenCode));
-            if (!readInteger(text, number) || number.negative || number.magnitude > Message::noCode) {
-                throw PlacedFault(givenCode->begin, "there is no code " + text);
-            }
-            code = static_cast<unsigned short>(number.magnitude);
-        }
-        if (code != Message::noCode) {
-            return model_.factory->findClass(code);
-        }
-        JsonNode const * const givenName = json.member(object, "__class__");
-        if (givenName != nullptr && givenName->kind == JsonNode::Kind::string) {
-            return model_.factory->findClass(istrOf(unescaped(json.content(*givenName))));
-        }
-        return cls_;
+        messages_.write(json, object, cls_, message);
     }
 
     void readEnveloped(JsonText const & json, Message & message) {
@@ -171,7 +131,7 @@ private:
     }
 
     Template const & model_;
-    pml::MetaFactory writing_;
+    JsonMessages messages_;
     MetaClass const * cls_;
     bool envelope_;
     InputFile file_;

@@ -109,6 +109,10 @@ void Output::writeAll(int fd, std::string_view text) {
 }
 
 void Output::write(std::string_view text) {
+    if (text_ != nullptr) {
+        *text_ += text;
+        return;
+    }
     buffer_ += text;
     if (buffer_.size() >= flushedAt) {
         flush();
@@ -126,6 +130,9 @@ std::string Output::in(char colour, std::string_view text) const {
 }
 
 void Output::tell(std::string_view text) {
+    if (text_ != nullptr) {
+        return;
+    }
     flush();
     std::string shown = forTerminal(text);
     if (tellsInColour_) {

@@ -21,6 +21,8 @@ std::map<std::string, Colours> const & colourNames();
 class Output {
 public:
     Output() = default;
+    /// Writes to a text in place of the standard output, and tells nothing.
+    explicit Output(std::string & to) : text_(&to) {}
     Output(Output const &) = delete;
     Output & operator=(Output const &) = delete;
 
@@ -60,6 +62,7 @@ private:
     Interrupts const * interrupts_ = nullptr;
     /// When nobody is waited for any more.
     Clock::time_point end_ = Clock::time_point::max();
+    std::string * text_ = nullptr;
     bool coloured_ = false;
     bool tellsInColour_ = false;
     bool forPrograms_ = false;

@@ -22,14 +22,6 @@ namespace {
 
 constexpr std::size_t largestTemplate = 256 * 1024 * 1024;
 
-std::string nearestTo(std::string const & name, MetaFactory const & factory) {
-    std::vector<std::string> others;
-    for (auto const & entry : factory.classes) {
-        others.push_back(stringOf(entry.first));
-    }
-    return didYouMean(nearestName(name, others, name.size() / 2));
-}
-
 } // namespace
 
 std::string Template::told(std::size_t offset, std::string const & kind, std::string const & what) const {
@@ -161,6 +153,14 @@ std::string codeText(unsigned short code) {
     return text;
 }
 
+std::string nearestClass(std::string const & name, MetaFactory const & factory) {
+    std::vector<std::string> others;
+    for (auto const & entry : factory.classes) {
+        others.push_back(stringOf(entry.first));
+    }
+    return didYouMean(nearestName(name, others, name.size() / 2));
+}
+
 MetaClass const * chosenClass(Template const & model, std::string const & className, std::string const & code,
                               char const * option) {
     if (!code.empty()) {
@@ -180,7 +180,7 @@ MetaClass const * chosenClass(Template const & model, std::string const & classN
     MetaClass const * const found = model.factory->findClass(istrOf(className));
     if (found == nullptr) {
         throw Failure(exitUse, std::string(option) + ": " + model.name + " has no class " + className +
-                                   nearestTo(className, *model.factory));
+                                   nearestClass(className, *model.factory));
     }
     return found;
 }

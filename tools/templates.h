@@ -58,6 +58,9 @@ bool readCode(std::string_view text, unsigned short & code);
 /// "0x1F01".
 std::string codeText(unsigned short code);
 
+/// "; did you mean NAME?" with the class whose name is nearest; empty if none is near.
+std::string nearestClass(std::string const & name, pml::MetaFactory const & factory);
+
 /// The class that the options of a command line mean; null if both are empty.  Throws a Failure if the
 /// template has none such, with names that are near; `option` is where the class was named.
 pml::MetaClass const * chosenClass(Template const & model, std::string const & className,

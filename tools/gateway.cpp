@@ -1,0 +1,151 @@
+#include "gateway/command_line.h"
+#include "tools/command.h"
+#include "tools/failure.h"
+#include "tools/gateway_record.h"
+#include "tools/gateway_rules.h"
+#include "tools/interrupts.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+#include <memory>
+#include <mutex>
+
+namespace tav {
+namespace tool {
+
+namespace {
+
+using gateway::Gateway;
+
+struct Options {
+    gateway::Settings gateway;
+    std::string model;
+    std::string rules;
+    std::string record;
+    Recorded recorded = Recorded::both;
+};
+
+/// What the threads of a gateway say, until it can't be written.
+class SaidLines {
+public:
+    SaidLines(Output & output, Trouble & trouble) : output_(output), trouble_(trouble) {}
+
+    void say(std::string const & line) {
+        std::lock_guard<std::mutex> const guard(mutex_);
+        try {
+            output_.line(line);
+            output_.flush();
+        } catch (Failure const & e) {
+            trouble_.tell(e);
+        }
+    }
+
+private:
+    Output & output_;
+    Trouble & trouble_;
+    std::mutex mutex_;
+};
+
+class GatewayRun {
+public:
+    GatewayRun(Options & options, Output & output)
+        : options_(options), output_(output), said_(output, trouble_) {}
+
+    int run() {
+        gateway::Settings & settings = options_.gateway;
+        prepare();
+        std::string note;
+        gateway::parseRoute(settings);
+        gateway::Certificates const certificates = gateway::certificatesOf(settings, note);
+        if (!note.empty()) {
+            output_.tell("tav: " + note);
+        }
+        Interrupts const interrupts;
+        Gateway gateway(settings.options, certificates);
+        try {
+            gateway.start();
+        } catch (std::runtime_error const & e) {
+            throw Failure(exitNetwork, e.what());
+        }
+        said_.say(gateway::listeningLine(settings, gateway.port()));
+        gateway::writePort(settings, gateway.port());
+        waitForEnd(interrupts);
+        gateway.stop();
+        said_.say(gateway::stoppedLine(gateway.stats()));
+        trouble_.raise();
+        return exitGood;
+    }
+
+private:
+    void prepare() {
+        gateway::Options & options = options_.gateway.options;
+        if (!options_.model.empty()) {
+            model_ = loadTemplate(options_.model);
+        }
+        if (!options_.rules.empty()) {
+            auto const rules =
+                std::make_shared<GatewayRules>(options_.rules, options_.model.empty() ? nullptr : &model_);
+            options.plan = [rules](unsigned short code, std::string const & body) {
+                return rules->planFor(code, body);
+            };
+        }
+        if (!options_.record.empty()) {
+            auto const record = std::make_shared<GatewayRecord>(options_.record, options_.recorded, trouble_);
+            options.on_frame = [record](unsigned, bool in, std::string const & frame) {
+                record->put(in, frame);
+            };
+        }
+        if (!options_.gateway.quiet) {
+            options.log = [this](std::string const & line) { said_.say("gateway: " + line); };
+        }
+    }
+
+    /// Until a signal, trouble, the end of the standard input if that counts, or of who reads the output.
+    void waitForEnd(Interrupts const & interrupts) const {
+        std::array<pollfd, 4> what = {{{interrupts.fd(), POLLIN, 0},
+                                       {trouble_.fd(), POLLIN, 0},
+                                       {STDOUT_FILENO, 0, 0},
+                                       {options_.gateway.untilEof ? STDIN_FILENO : -1, POLLIN, 0}}};
+        for (;;) {
+            int const ready = ::poll(what.data(), what.size(), -1);
+            if (interrupts.signal() != 0 || (ready > 0 && what[1].revents != 0)) {
+                return;
+            }
+            if (ready > 0 && (what[2].revents & POLLERR) != 0) {
+                std::raise(SIGPIPE);
+            }
+            std::array<char, 4096> taken{};
+            if (ready > 0 && what[3].revents != 0 && ::read(STDIN_FILENO, taken.data(), taken.size()) <= 0) {
+                return;
+            }
+        }
+    }
+
+    Options & options_;
+    Output & output_;
+    Trouble trouble_;
+    SaidLines said_;
+    Template model_;
+};
+
+} // namespace
+
+Run addGateway(CLI::App & app) {
+    auto const options = std::make_shared<Options>();
+    gateway::addOptions(app, options->gateway);
+    app.add_option("-t,--template", options->model, "the template that gives names and types")
+        ->type_name("FILE");
+    app.add_option("--rules", options->rules, "what to do for which packets, in JSON")->type_name("FILE");
+    auto * const record =
+        app.add_option("--record", options->record, "append all frames to a file, as tav convert reads them")
+            ->type_name("FILE");
+    addChoice(app, "--recorded", options->recorded, recordedNames(), "the frames of a record, by their way")
+        ->needs(record);
+    return [options](Output & output) { return GatewayRun(*options, output).run(); };
+}
+
+} // namespace tool
+} // namespace tav
