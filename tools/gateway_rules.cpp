@@ -1,7 +1,6 @@
 #include "tools/gateway_rules.h"
 
 #include "tools/integers.h"
-#include "tools/json_judge.h"
 #include "tools/json_messages.h"
 #include "tools/live.h"
 
@@ -181,8 +180,20 @@ private:
             }
             made.fields.push_back({std::string(at->name), valueOf(json_, *at), at->quoted});
         }
-        // A value that the field can't have would never be met.
-        judgeJson(json_, fields, *cls, *model_->factory);
+        demandValues(fields, *cls);
+    }
+
+    /// A value that the field can't have would never be met.
+    void demandValues(JsonNode const & fields, MetaClass const & cls) const {
+        Message message;
+        try {
+            messages_->write(json_, fields, &cls, message);
+        } catch (PlacedFault const & e) {
+            // The other fields of the class need not be there.
+            if (std::string_view(e.what()).substr(0, 17) != "missing necessary") {
+                throw;
+            }
+        }
     }
 
     void readStep(JsonNode const & node, Plan & plan) const {
@@ -252,21 +263,30 @@ private:
     std::unique_ptr<JsonMessages> messages_;
 };
 
+/// Where a number is wanted, true and false are 1 and 0.
+std::string const & asNumber(std::string const & value) {
+    static std::string const one = "1";
+    static std::string const zero = "0";
+    return value == "true" ? one : value == "false" ? zero : value;
+}
+
 /// Whether two values are the same: of texts the bytes, of numbers the value.
-bool same(std::string const & a, std::string const & b) {
-    Integer first;
-    Integer second;
+bool same(std::string const & first, std::string const & second) {
+    std::string const & a = asNumber(first);
+    std::string const & b = asNumber(second);
+    Integer x;
+    Integer y;
     if (a == b) {
         return true;
     }
-    if (readInteger(a, first) && readInteger(b, second)) {
-        return first.bits() == second.bits() && first.negative == second.negative;
+    if (readInteger(a, x) && readInteger(b, y)) {
+        return x.bits() == y.bits() && x.negative == y.negative;
     }
     char * endA = nullptr;
     char * endB = nullptr;
-    double const x = std::strtod(a.c_str(), &endA);
-    double const y = std::strtod(b.c_str(), &endB);
-    return !a.empty() && !b.empty() && *endA == '\0' && *endB == '\0' && x == y;
+    double const left = std::strtod(a.c_str(), &endA);
+    double const right = std::strtod(b.c_str(), &endB);
+    return !a.empty() && !b.empty() && *endA == '\0' && *endB == '\0' && left == right;
 }
 
 } // namespace

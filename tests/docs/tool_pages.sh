@@ -12,6 +12,26 @@ mkdir "$work/bin"
 ln -s "$tav" "$work/bin/tav"
 export PATH=$work/bin:$PATH TZ=UTC
 cd "$work"
+served=
+stop_serving() {
+    [ -z "$served" ] || { kill "$served" && wait "$served"; } || true
+    served=
+}
+trap stop_serving EXIT
+
+# A page that starts a gateway at 7443 has it beside the commands that follow, at a port that is free.
+serve() { # LINE SHOWN
+    rm -f port
+    eval "$(sed 's/--port 7443/--port 0 --port-file port/' "$1") >served 2>&1 &"
+    served=$!
+    for _ in $(seq 1000); do
+        [ ! -s port ] || break
+        kill -0 "$served" || break
+        sleep 0.01
+    done
+    sed -n "s/ $(cat port)\$/ 7443/; 1p" served | diff -u "$2" -
+}
+
 commands=0
 for page in *.md; do
     # What these show needs a server or tshark: the tests of tests/tools and tests/wireshark hold them.
@@ -25,7 +45,12 @@ for page in *.md; do
     for line in "$page".*.line; do
         [ -e "$line" ] || continue
         commands=$((commands + 1))
+        if grep -q '^tav gateway --port 7443' "$line"; then
+            serve "$line" "${line%.line}.shown"
+            continue
+        fi
         status=0
+        [ -z "$served" ] || sed -i "s/localhost:7443/localhost:$(cat port)/" "$line"
         bash "$line" >out 2>err || status=$?
         cat err >>out
         if [ "$status" -gt 1 ] || ! diff -u "${line%.line}.shown" out; then
@@ -33,5 +58,6 @@ for page in *.md; do
             exit 1
         fi
     done
+    stop_serving
 done
 [ "$commands" -ge 9 ] || { echo "the pages show $commands commands only" >&2; exit 1; }

@@ -17,7 +17,7 @@ TEST(ToolCommand, HelpOfEachSubcommandGoesToTheOutputAndHasExamples) {
     EXPECT_EQ(all.code, 0);
     EXPECT_EQ(all.err, "");
     for (std::string const command :
-         {"check", "dump", "convert", "diff", "gen", "tls", "send", "request", "listen", "load"}) {
+         {"check", "dump", "convert", "diff", "gen", "tls", "send", "request", "listen", "load", "gateway"}) {
         EXPECT_NE(all.out.find("\n  " + command + " "), std::string::npos) << command;
         ToolRun const one = rig.run(command + " --help");
         EXPECT_EQ(one.code, 0) << command;
@@ -43,7 +43,7 @@ TEST(ToolCommand, BadUseExitsWithTwoAndSaysWhy) {
          {Case{"", "subcommand is required"},
           Case{"nonsense", "there is no command nonsense; did you mean one of check, dump, convert, diff, "
                            "gen, tls, send, request, listen, "
-                           "load?"},
+                           "load, gateway?"},
           Case{"check", "TEMPLATE is required"}, Case{"dump --bad", "--bad"},
           Case{"convert --from x --to json", "--from: \"x\" is none of frames|json|nbr|pml|xml"},
           Case{"dump --class im.Hello --hex 00", "need a template"},

@@ -38,32 +38,43 @@ ask() { $TAV request $P --ca ca.pem -t m.pml --reply-code 2005 -c im.Say "$@" 2>
 raw() { python3 raw.py ${P#*:} "$@"; }
 )sh";
 
-/// A client that sends one packet as it is told and shows what comes until nothing comes any more.
+/// A client for each TEXT[:AFFIRM], one after the other: it sends a packet and a heartbeat, and shows what
+/// comes ahead of the heartbeat's answer.
 char const * const rawClient = R"py(
-import socket, ssl, sys
+import os, select, socket, ssl, sys
 context = ssl.create_default_context(cafile="ca.pem")
-text = sys.argv[2].encode()
-affirm = int(sys.argv[3], 16) if len(sys.argv) > 3 else 0
-body = b"\xff\x01\x28\x01\xf1" + bytes([len(text)]) + text + b"\xff\x01\x29"
-packet = b"\x00\x04" + bytes([affirm]) + b"\x20\x01\x00\x00\x07" + bytes(8) + body
-with context.wrap_socket(socket.create_connection(("127.0.0.1", int(sys.argv[1])), 10), server_hostname="localhost") as s:
-    s.sendall(len(packet).to_bytes(4, "big") + packet)
+heartbeat = bytes(4)
+
+def frame_of(text, affirm):
+    body = b"\xff\x01\x28\x01\xf1" + bytes([len(text)]) + text + b"\xff\x01\x29"
+    packet = b"\x00\x04" + bytes([affirm]) + b"\x20\x01\x00\x00\x07" + bytes(8) + body
+    return len(packet).to_bytes(4, "big") + packet
+
+def talk(s, text, affirm):
+    s.sendall(frame_of(text, affirm) + heartbeat)
     came = b""
-    end = "closed"
-    s.settimeout(0.4)
+    # TLS takes a reset for an end: the socket below it tells them apart.
+    below = socket.socket(fileno=os.dup(s.fileno()))
     try:
-        while True:
+        while not came.endswith(heartbeat):
+            if not s.pending():
+                if not select.select([below], [], [], 0.4 if text == b"silence" else 10)[0]:
+                    return came, "silent"
+                below.recv(1, socket.MSG_PEEK)
             part = s.recv(65536)
             if not part:
-                break
+                return came, "closed"
             came += part
-    except socket.timeout:
-        end = "open"
     except ConnectionResetError:
-        end = "reset"
-    except ssl.SSLError:
-        end = "closed"
-print(came.hex(), end)
+        return came, "reset"
+    return came[:-4], "open"
+
+for each in sys.argv[2:]:
+    text, _, affirm = each.partition(":")
+    place = ("127.0.0.1", int(sys.argv[1]))
+    with context.wrap_socket(socket.create_connection(place, 10), server_hostname="localhost") as s:
+        came, end = talk(s, text.encode(), int(affirm or "0", 16))
+        print(came.hex(), end)
 )py";
 
 struct GatewayRig {
@@ -105,7 +116,7 @@ TEST(ToolGateway, RulesMatchByCodeClassAndFieldAndTheFirstThatFitsCounts) {
         {"class":"im.Say","fields":{"text":"x\u0061"},"do":[{"answer":{"__class__":"im.Said","text":"text"}}]},
         {"class":"im.Say","fields":{"n":"-9007199254740993"},"do":[{"answer":{"__class__":"im.Said","text":"n"}}]},
         {"code":"0x2001","fields":{"x":2.50},"do":[{"answer":{"__class__":"im.Said","text":"x"}}]},
-        {"class":"im.Say","fields":{"on":true,"n":"1"},"do":[{"answer":{"__class__":"im.Said","text":"on"}}]},
+        {"class":"im.Say","fields":{"on":true,"n":true},"do":[{"answer":{"__class__":"im.Said","text":"on"}}]},
         {"code":"2001","do":[{"answer":{"__class__":"im.Said","text":"code"}}]},
         {"do":["close"]}])",
         R"(printf '%s\n' '{"text":"xa"}' '{"text":"b","n":"-9007199254740993"}' '{"text":"b","x":2.5}' \
@@ -160,20 +171,20 @@ TEST(ToolGateway, EachStepDoesWhatItIsCalledFor) {
         {R"("reset")", " reset"},
         {R"("cut")", "00000064" + repeated("78", 46) + " closed"},
         {R"("oversize")", "01000000 open"},
-        {R"("silence",{"answer":{"__class__":"im.Said","text":"h"}})", " open"},
+        {R"("silence",{"answer":{"__class__":"im.Said","text":"h"}})", " silent"},
         {R"({"answer":{"__class__":"im.Said","text":"h"}},"close")",
          frameOf("00", "2005", "9", said) + " closed"},
     };
     std::string rules;
-    std::string lines;
+    std::string line = "raw";
     std::string wanted;
     for (Case const & one : cases) {
         // Each packet is taken by the next rule.
         rules += (rules.empty() ? "[" : ",") + std::string(R"({"times":1,"do":[)") + one.step + "]}";
-        lines += "raw h\n";
+        line += one.came == " silent" ? " silence" : " h";
         wanted += one.came + "\n";
     }
-    ToolRun const run = rig.by(rules + "]", lines);
+    ToolRun const run = rig.by(rules + "]", line);
     EXPECT_EQ(run.out, wanted + "ended with 0\n") << run.err;
 }
 
@@ -188,7 +199,7 @@ TEST(ToolGateway, PacketThatAsksForAReceiptGetsOneUnlessItIsDropped) {
     std::string const said = "ff012801f10168ff0129";
     ToolRun const run = rig.by(R"([{"times":1,"do":[{"answer":{"__class__":"im.Said","text":"h"}}]},
                                    {"times":1,"do":["drop"]},{"times":1,"do":["usual"]}])",
-                               "raw h 20\nraw h 20\nraw h 20");
+                               "raw h:20 h:20 h:20");
     EXPECT_EQ(run.out, frameOf("30", "2001", "1", "") + frameOf("00", "2005", "1", said) + " open\n open\n" +
                            frameOf("30", "2001", "3", "") + frameOf("00", "2002", "3", said) +
                            " open\nended with 0\n")
@@ -224,19 +235,15 @@ TEST(ToolGateway, RecordHasAllFramesBothWaysAsTheyWere) {
         stop
         $TAV convert -t m.pml --from frames --to json in.bin
         $TAV dump -t m.pml out.bin | grep -c 'code: 0x2002')sh");
-    auto const body = [](std::string const & text) {
-        return " FF 01 28 01 F1 0" +
-               std::string(text.size() == 4 ? "4 62 6F 74 68"
-                           : text == "in"   ? "2 69 6E"
-                                            : "3 6F 75 74") +
-               " FF 01 29\n";
-    };
+    std::string const both = "62 6F 74 68 FF 01 29\n";
+    std::string const heartbeat = "00 00 00 00\n";
     std::string const head = " 00 04 00 20 0";
-    std::string const came = " 00 00 07 00 00 00 00 00 00 00 00";
-    std::string const went = " 00 00 07 00 00 00 00 00 00 00 01";
-    EXPECT_EQ(run.out, "ended with 0\n00 00 00 1D" + head + "1" + came + body("both") + "00 00 00 1D" + head +
-                           "2" + went + body("both") + "ended with 0\n00 00 00 1B" + head + "1" + came +
-                           body("in") + "ended with 0\n00 00 00 1C" + head + "2" + went + body("out") +
+    std::string const came = "1 00 00 07 00 00 00 00 00 00 00 00 FF 01 28 01 F1 0";
+    std::string const went = "2 00 00 07 00 00 00 00 00 00 00 01 FF 01 28 01 F1 0";
+    EXPECT_EQ(run.out, "ended with 0\n00 00 00 1D" + head + came + "4 " + both + "00 00 00 1D" + head + went +
+                           "4 " + both + heartbeat + heartbeat + "ended with 0\n00 00 00 1B" + head + came +
+                           "2 69 6E FF 01 29\n" + heartbeat + "ended with 0\n00 00 00 1C" + head + went +
+                           "3 6F 75 74 FF 01 29\n" + heartbeat +
                            "ended with 0\n{ \"__class__\":\"im.Say\", \"text\":\"in\" }\n"
                            "{ \"__class__\":\"im.Say\", \"text\":\"again\" }\n1\n")
         << run.err;
@@ -245,66 +252,67 @@ TEST(ToolGateway, RecordHasAllFramesBothWaysAsTheyWere) {
     EXPECT_EQ(state.st_mode & 0777u, 0600u);
 }
 
+/// What a file of rules says, and what is told of it.
+struct BrokenRules {
+    char const * rules;
+    char const * told;
+};
+BrokenRules const brokenRules[] = {
+    {"", "1:1: error: rules are a list"},
+    {"{}", "1:1: error: rules are a list"},
+    {"[1]", "1:2: error: a rule is an object"},
+    {"[\n {\"do\":[\"drop\"]},\n {\"cod\":\"2001\",\"do\":[\"drop\"]}]",
+     "3:3: error: a rule has no member cod: "},
+    {"[{\"do\":[\"drop\"],\"do\":[]}]", "1:17: error: do is given twice"},
+    {"[{\"code\":\"2001\"}]", "1:2: error: a rule has a list of steps"},
+    {"[{\"do\":[]}]", "1:8: error: a rule has a list of steps"},
+    {"[{\"do\":[\"drip\"]}]", "1:9: error: a step is one of answer, close, "},
+    {"[{\"do\":[{\"wait\":1}]}]", "1:10: error: a step is one of answer, close, "},
+    {"[{\"do\":[{\"delay\":1,\"push\":{}}]}]", "1:9: error: a step has one member"},
+    {"[{\"do\":[{\"delay\":-1}]}]", "1:18: error: delay is a number from 0 to 3600000"},
+    {"[{\"code\":8193,\"do\":[\"drop\"]}]", "1:10: error: code is a text of up to four hexadecimal digits"},
+    {"[{\"code\":\"20011\",\"do\":[\"drop\"]}]", "1:10: error: code is a text of up to four"},
+    {"[{\"code\":\"1\",\"class\":\"im.Say\",\"do\":[\"drop\"]}]",
+     "1:14: error: a rule has a code or a class"},
+    {"[{\"class\":\"im.Sya\",\"do\":[\"drop\"]}]",
+     "1:11: error: m.pml has no class im.Sya; did you mean im.Say?"},
+    {"[{\"class\":\"im.Bare\",\"do\":[\"drop\"]}]", "1:11: error: the class im.Bare has no code"},
+    {"[{\"fields\":{\"n\":1},\"do\":[\"drop\"]}]", "1:3: error: fields need a class"},
+    {"[{\"class\":\"im.Say\",\"fields\":{\"m\":1},\"do\":[\"drop\"]}]",
+     "1:30: error: the class im.Say has no field m"},
+    {"[{\"class\":\"im.Say\",\"fields\":{\"n\":\"x\"},\"do\":[\"drop\"]}]", "1:34: error: field n "},
+    {"[{\"class\":\"im.Say\",\"fields\":{\"n\":[1]},\"do\":[\"drop\"]}]",
+     "1:34: error: a field is compared with a text, a number, true or false"},
+    {"[{\"do\":[{\"answer\":{\"__class__\":\"im.Said\"}}]}]",
+     "1:19: error: missing necessary field name(s) { text } in class im.Said"},
+    {"[{\"do\":[{\"answer\":{\"__class__\":\"im.Said\",\"text\":\"a\",\"b\":1}}]}]",
+     "1:53: error: not found field name [b]"},
+    {"[{\"do\":[{\"push\":{\"__class__\":\"im.Bare\",\"text\":\"a\"}}]}]",
+     "1:17: error: the class im.Bare has no code to be sent by"},
+    {"[{\"skip\":1e9,\"do\":[\"drop\"]}]", "1:10: error: skip is a number from 0 to "},
+    {"[{\"do\":[\"drop\"]}", "1:1: error: what begins here does not end"},
+    {"[{\"do\":[\"drop\"]}]\n]", "2:1: error: what follows is not read"},
+};
+
 TEST(ToolGateway, BrokenRulesAreToldWithLineColumnAndReasonAndNothingStarts) {
     GatewayRig const rig;
-    struct Case {
-        char const * rules;
-        char const * told;
-    };
-    Case const cases[] = {
-        {"", "1:1: error: rules are a list"},
-        {"{}", "1:1: error: rules are a list"},
-        {"[1]", "1:2: error: a rule is an object"},
-        {"[\n {\"do\":[\"drop\"]},\n {\"cod\":\"2001\",\"do\":[\"drop\"]}]",
-         "3:3: error: a rule has no member cod: "},
-        {"[{\"do\":[\"drop\"],\"do\":[]}]", "1:17: error: do is given twice"},
-        {"[{\"code\":\"2001\"}]", "1:2: error: a rule has a list of steps"},
-        {"[{\"do\":[]}]", "1:8: error: a rule has a list of steps"},
-        {"[{\"do\":[\"drip\"]}]", "1:9: error: a step is one of answer, close, "},
-        {"[{\"do\":[{\"wait\":1}]}]", "1:10: error: a step is one of answer, close, "},
-        {"[{\"do\":[{\"delay\":1,\"push\":{}}]}]", "1:9: error: a step has one member"},
-        {"[{\"do\":[{\"delay\":-1}]}]", "1:18: error: delay is a number from 0 to 3600000"},
-        {"[{\"code\":8193,\"do\":[\"drop\"]}]",
-         "1:10: error: code is a text of up to four hexadecimal digits"},
-        {"[{\"code\":\"20011\",\"do\":[\"drop\"]}]", "1:10: error: code is a text of up to four"},
-        {"[{\"code\":\"1\",\"class\":\"im.Say\",\"do\":[\"drop\"]}]",
-         "1:14: error: a rule has a code or a class"},
-        {"[{\"class\":\"im.Sya\",\"do\":[\"drop\"]}]",
-         "1:11: error: m.pml has no class im.Sya; did you mean im.Say?"},
-        {"[{\"class\":\"im.Bare\",\"do\":[\"drop\"]}]", "1:11: error: the class im.Bare has no code"},
-        {"[{\"fields\":{\"n\":1},\"do\":[\"drop\"]}]", "1:3: error: fields need a class"},
-        {"[{\"class\":\"im.Say\",\"fields\":{\"m\":1},\"do\":[\"drop\"]}]",
-         "1:30: error: the class im.Say has no field m"},
-        {"[{\"class\":\"im.Say\",\"fields\":{\"n\":true},\"do\":[\"drop\"]}]", "1:34: error: field n "},
-        {"[{\"class\":\"im.Say\",\"fields\":{\"n\":[1]},\"do\":[\"drop\"]}]",
-         "1:34: error: a field is compared with a text, a number, true or false"},
-        {"[{\"do\":[{\"answer\":{\"__class__\":\"im.Said\"}}]}]",
-         "1:19: error: missing necessary field name(s) { text } in class im.Said"},
-        {"[{\"do\":[{\"answer\":{\"__class__\":\"im.Said\",\"text\":\"a\",\"b\":1}}]}]",
-         "1:52: error: not found field name [b]"},
-        {"[{\"do\":[{\"push\":{\"__class__\":\"im.Bare\",\"text\":\"a\"}}]}]",
-         "1:17: error: the class im.Bare has no code to be sent by"},
-        {"[{\"skip\":1e9,\"do\":[\"drop\"]}]", "1:10: error: skip is a number from 0 to "},
-        {"[{\"do\":[\"drop\"]}", "1:1: error: what begins here does not end"},
-        {"[{\"do\":[\"drop\"]}]\n]", "2:1: error: what follows is not read"},
-    };
     std::string lines;
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
+    for (std::size_t i = 0; i < std::size(brokenRules); ++i) {
         std::string const name = "r" + std::to_string(i) + ".json";
-        rig.tool.file(name, cases[i].rules);
+        rig.tool.file(name, brokenRules[i].rules);
         lines += "$TAV gateway -t m.pml --certificates none --rules " + name +
                  " --until-eof </dev/null; echo ended with $?\n";
     }
     // All of them in one shell: what each says is between what the shell prints.
     ToolRun const run = rig.tool.shell("exec 2>&1\n" + lines);
     std::size_t at = 0;
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
+    for (std::size_t i = 0; i < std::size(brokenRules); ++i) {
         std::size_t const end = run.out.find("ended with ", at);
         std::string const said = run.out.substr(at, end - at);
-        EXPECT_EQ(said.find("tav: r" + std::to_string(i) + ".json:" + cases[i].told), 0u)
-            << cases[i].rules << "\n"
+        EXPECT_EQ(said.find("tav: r" + std::to_string(i) + ".json:" + brokenRules[i].told), 0u)
+            << brokenRules[i].rules << "\n"
             << said;
-        EXPECT_EQ(run.out.substr(end, 13), "ended with 2\n") << cases[i].rules;
+        EXPECT_EQ(run.out.substr(end, 13), "ended with 2\n") << brokenRules[i].rules;
         at = end + 13;
     }
     EXPECT_FALSE(has(run.out, "listening"));
