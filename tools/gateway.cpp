@@ -40,6 +40,8 @@ public:
             output_.flush();
         } catch (Failure const & e) {
             trouble_.tell(e);
+        } catch (Interrupted const &) {
+            // Nobody reads it, and the gateway is to end.
         }
     }
 
@@ -47,6 +49,18 @@ private:
     Output & output_;
     Trouble & trouble_;
     std::mutex mutex_;
+};
+
+/// As long as it lives a reader who takes nothing holds up no signal.
+class Watch {
+public:
+    Watch(Output & output, Interrupts const & interrupts) : output_(output) { output_.endsBy(&interrupts); }
+    ~Watch() { output_.endsBy(nullptr); }
+    Watch(Watch const &) = delete;
+    Watch & operator=(Watch const &) = delete;
+
+private:
+    Output & output_;
 };
 
 class GatewayRun {
@@ -64,6 +78,7 @@ public:
             output_.tell("tav: " + note);
         }
         Interrupts const interrupts;
+        Watch const watch(output_, interrupts);
         Gateway gateway(settings.options, certificates);
         try {
             gateway.start();
@@ -115,6 +130,7 @@ private:
                 return;
             }
             if (ready > 0 && (what[2].revents & POLLERR) != 0) {
+                std::signal(SIGPIPE, SIG_DFL);
                 std::raise(SIGPIPE);
             }
             std::array<char, 4096> taken{};
