@@ -3,6 +3,26 @@
 namespace tav {
 namespace tool {
 
+namespace {
+
+Command gatewayCommand() {
+    return {
+        "gateway", "Be a gateway for development, with rules and a record",
+        "Serves clients as tav-gateway does: each packet is answered with the next code and its own body.\n"
+        "Rules from a file take packets by code, class or field, and answer, push, wait, drop or misbehave\n"
+        "instead; a file that is wrong is told with line and column, and the gateway does not start.  A "
+        "record\n"
+        "has all frames, both ways, and is appended to.  Certificates are made at first start.  It runs\n"
+        "until Ctrl-C; the exit code is 3 if it can't listen, and 2 if a file can't be used.",
+        "# by rules, each frame kept\n"
+        "tav gateway --port 7443 -t chat.pml --rules rules.json --record traffic.bin\n"
+        "# what came and went, as JSON\n"
+        "tav convert -t chat.pml --from frames --to json traffic.bin\n",
+        addGateway};
+}
+
+} // namespace
+
 std::vector<Command> liveCommands() {
     return {
         {"tls", "Look at a server's TLS: certificates, what is wrong with them, and what mends it",
@@ -61,18 +81,7 @@ std::vector<Command> liveCommands() {
          "tav load chat.example.com:7443 -t chat.pml --file say.json --json --plot load.svg | jq "
          ".latency_ms\n",
          addLoad},
-        {"gateway", "Be a gateway for development, with rules and a record",
-         "Serves clients as tav-gateway does: each packet is answered with the next code and its own body.\n"
-         "Rules from a file take packets by code, class or field, and answer, push, wait, drop or misbehave\n"
-         "instead; a file that is wrong is told with line and column, and the gateway does not start.  A "
-         "record\n"
-         "has all frames, both ways, and is appended to.  Certificates are made at first start.  It runs\n"
-         "until Ctrl-C; the exit code is 3 if it can't listen, and 2 if a file can't be used.",
-         "# by rules, each frame kept\n"
-         "tav gateway --port 7443 -t chat.pml --rules rules.json --record traffic.bin\n"
-         "# what came and went, as JSON\n"
-         "tav convert -t chat.pml --from frames --to json traffic.bin\n",
-         addGateway},
+        gatewayCommand(),
     };
 }
 
