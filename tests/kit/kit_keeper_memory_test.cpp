@@ -1,12 +1,14 @@
 #include "tav/kit/keeper.h"
 
 #include "support/failing_allocations.h"
+#include "support/joining_thread.h"
 #include "support/keeper_rig.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <list>
 #include <memory>
 
 namespace {
@@ -104,20 +106,26 @@ bool isUpLater(KeeperRig const & rig) {
 
 } // namespace
 
-TEST(KitKeeperMemory, MessagesThatWaitedHaveTheirEnd) {
-    GatewayRig gateway;
+namespace {
+
+/// Three messages wait for the connection; each allocation of the step that sends them fails in turn.
+void expectEndOfEach(kit::keeper_option const & how) {
     OwnAlone const own;
     bool failed = true;
     for (long n = 1; failed; ++n) {
         ASSERT_LT(n, 1000);
-        int ends = 0;
-        KeeperRig rig("1", byALongName(gateway));
+        std::atomic<int> ends{0};
+        KeeperRig rig("1", how);
         rig.keeper.start();
         rig.timer->pump();
+        // Those for whom there is no room stand until there is.
+        std::list<JoiningThread> senders;
         for (int i = 0; i < 3; ++i) {
-            kit::request<Said>(rig.keeper, Say(i), 600s, [&](kit::result<Said> const &) { ++ends; });
+            senders.emplace_back([&rig, &ends, i] {
+                kit::request<Said>(rig.keeper, Say(i), 600s, [&ends](kit::result<Said> const &) { ++ends; });
+            });
         }
-        ASSERT_TRUE(eventually([&] { return rig.timer->due(); }));
+        ASSERT_TRUE(eventually([&] { return rig.keeper.waiting() == 3 && rig.timer->due(); }));
         {
             FailingAllocation const failing(n);
             rig.timer->pump();
@@ -126,6 +134,21 @@ TEST(KitKeeperMemory, MessagesThatWaitedHaveTheirEnd) {
         EXPECT_TRUE(rig.timer->run([&] { return ends == 3; })) << n;
         EXPECT_EQ(rig.keeper.status().state, state::up) << n;
     }
+}
+
+} // namespace
+
+TEST(KitKeeperMemory, MessagesThatWaitedHaveTheirEnd) {
+    GatewayRig gateway;
+    expectEndOfEach(byALongName(gateway));
+}
+
+TEST(KitKeeperMemory, MessagesThatWaitedForTheOutboxHaveTheirEnd) {
+    GatewayRig gateway;
+    kit::keeper_option how = byALongName(gateway);
+    how.outbox = 1;
+    how.policy = kit::when_full::wait;
+    expectEndOfEach(how);
 }
 
 TEST(KitKeeperMemory, BreakIsComeBackFrom) {

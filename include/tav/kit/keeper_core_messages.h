@@ -111,7 +111,7 @@ inline keeper_core::all_parcels keeper_core::take_messages() noexcept {
 inline void keeper_core::admit() {
     bool any = false;
     while (!line_.empty() && fits(*line_.first())) {
-        outbox_.add(line_.take_first());
+        line_.give_first(outbox_);
         any = true;
     }
     if (any) {
@@ -126,7 +126,7 @@ inline void keeper_core::flush() {
         for (unsigned n = 0; n < in_one_go && flush_one(next); ++n) {
         }
     } catch (std::exception const & e) {
-        // Nobody else holds it any more.
+        // Nobody else holds the one that could not be put back.
         log_caught("tav::kit::keeper", e.what());
         if (next) {
             next->one->end(make_error_code(failure::not_sent));
@@ -144,8 +144,8 @@ inline bool keeper_core::flush_one(parcel_ptr & next) {
         if (phase_ != phase::up || outbox_.empty() || timer_.now() < retry_at_) {
             return false;
         }
-        next = outbox_.take_first();
-        in_flight_.emplace(next->number, next);
+        next = outbox_.first();
+        in_flight_.insert(outbox_.extract_first());
         flushing_ = true;
         admit();
     }

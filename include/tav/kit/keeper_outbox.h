@@ -102,6 +102,23 @@ public:
         return taken;
     }
     parcel_ptr take_first() { return take(parcels_.begin()->first); }
+    /// The first with the node that holds it: who takes it over needs no memory.
+    parcels::node_type extract_first() noexcept {
+        parcels::node_type node = parcels_.extract(parcels_.begin());
+        bytes_ -= node.mapped()->body.size();
+        limits_.erase({node.mapped()->limit, node.key()});
+        return node;
+    }
+    /// Moves the first to its place in another, without memory for it.
+    void give_first(outbox & to) noexcept {
+        parcel const & p = *first();
+        auto limit = limits_.extract({p.limit, p.number});
+        to.bytes_ += p.body.size();
+        to.parcels_.insert(extract_first());
+        if (limit) {
+            to.limits_.insert(std::move(limit));
+        }
+    }
 
     /// The next of those whose time is over; null if there is none.
     parcel_ptr take_late(time_point now) {
