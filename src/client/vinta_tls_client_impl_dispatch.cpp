@@ -2,6 +2,7 @@
 
 #include "client/failures.h"
 #include "client/no_message.h"
+#include "client/one_line.h"
 #include "client/send_info.h"
 #include "client/vinta_tls_client_impl_log.h"
 #include "formats/nbr/nbr_document.h"
@@ -195,10 +196,11 @@ void message_dispatch::dispatch(tavBytes frame, session & from) {
         nbr::detail::readInPlace(body, [&](tavCodecStream & in) { obj->io(in); });
         obj->sno = packet->sequence();
         obj->ext = ext;
-        log_object(tavLogger::INFO, site, [&](std::ostream & out) { received(out) << " obj " << *obj; });
+        log_object(tavLogger::INFO, site,
+                   in_one_line([&](std::ostream & out) { received(out) << " obj " << *obj; }));
     } else {
         shown_body const shown(*present_.meta(), *packet);
-        log_line(tavLogger::INFO, site, [&](std::ostream & out) { received(out) << shown; });
+        log_line(tavLogger::INFO, site, in_one_line([&](std::ostream & out) { received(out) << shown; }));
     }
 
     {
@@ -370,14 +372,15 @@ message_dispatch::send_ptr message_dispatch::send_packet(unsigned long long sno,
     }
 
     if (obj) {
-        log_object(tavLogger::INFO, site, [&](std::ostream & out) {
-            out << name_ << " send pkt " << *packet << " /"
-                << " obj " << *obj;
-        });
+        log_object(tavLogger::INFO, site, in_one_line([&](std::ostream & out) {
+                       out << name_ << " send pkt " << *packet << " /"
+                           << " obj " << *obj;
+                   }));
     } else {
         shown_body const shown(*present_.meta(), *packet);
-        log_line(tavLogger::INFO, site,
-                 [&](std::ostream & out) { out << name_ << " send pkt " << *packet << " /" << shown; });
+        log_line(tavLogger::INFO, site, in_one_line([&](std::ostream & out) {
+                     out << name_ << " send pkt " << *packet << " /" << shown;
+                 }));
     }
     return to->send_pkt(packet, option);
 }
@@ -521,7 +524,7 @@ result_type message_dispatch::send_and_wait(tavMessage const & msg, tavSharedPtr
         target.sno = sno;
         target.ext = ext;
         log_object(tavLogger::INFO, site,
-                   [&](std::ostream & line) { line << awaited->name << " ack " << target; });
+                   in_one_line([&](std::ostream & line) { line << awaited->name << " ack " << target; }));
     };
     send_ptr const info =
         send(msg, send_option(wait_ms, timedout, error, reply, ack->msgcode(), grey, version));
