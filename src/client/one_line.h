@@ -40,6 +40,9 @@ protected:
         }
         return size;
     }
+    pos_type seekoff(off_type off, std::ios_base::seekdir way, std::ios_base::openmode which) override {
+        return to_.pubseekoff(off, way, which);
+    }
 
 private:
     static bool is_control(char c) noexcept {

@@ -226,7 +226,7 @@ void message_dispatch::dispatch(tavBytes frame, session & from) {
         ext.clientTime = static_cast<long long>(tavTime::now());
         packet->setExt(ext);
         log_line(tavLogger::INFO, site,
-                 [&](std::ostream & out) { out << name_ << " send back affirm" << *packet; });
+                 in_one_line([&](std::ostream & out) { out << name_ << " send back affirm" << *packet; }));
         if (from.send_receipt(packet)) {
             counters::add(counted_->receipts_sent);
         }

@@ -31,6 +31,13 @@ add_test(NAME docs.worst_behaviours_without_a_test_fail
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/worst_test.sh ${PROJECT_SOURCE_DIR}
                  ${CMAKE_CURRENT_BINARY_DIR}/docs-work/worst)
 
+# Each line that can carry what a peer wrote stands in the page.
+add_test(NAME docs.lines_with_what_a_peer_wrote_are_told
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/peer_lines.sh ${PROJECT_SOURCE_DIR})
+add_test(NAME docs.lines_with_what_a_peer_wrote_that_are_not_told_fail
+         COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/peer_lines_test.sh ${PROJECT_SOURCE_DIR}
+                 ${CMAKE_CURRENT_BINARY_DIR}/docs-work/peer_lines)
+
 # The checker itself: what it must refuse.
 add_test(NAME docs.checker_refuses_what_nobody_checks
          COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/docs/check_test.sh ${PROJECT_SOURCE_DIR}
