@@ -33,4 +33,9 @@ refused less
 refused argument
 refused member
 refused function
+# Paths are those of whom calls, and what can't be compared is no change.
+"$project/scripts/abi.sh" --compare base.so same.so >out 2>&1 || { cat out; exit 1; }
+status=0
+"$project/scripts/abi.sh" --compare base.so nowhere.so >out 2>&1 || status=$?
+[ "$status" -eq 2 ] && ! grep -q "major version" out || { cat out; echo "a missing file is told as a change" >&2; exit 1; }
 echo ok

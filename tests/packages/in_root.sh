@@ -58,6 +58,11 @@ examples=(first request pushes template encodings safe)
     done
     echo 'add_executable(c_first /usr/share/doc/libtav-im-nbr-dev/examples/c_first.c)'
     echo 'target_link_libraries(c_first PRIVATE tav_im_nbr::json)'
+    echo 'set(chat /usr/share/doc/libtav-im-nbr-dev/examples/chat)'
+    echo 'add_executable(chat ${chat}/main.cpp ${chat}/chat.cpp ${chat}/loop.cpp ${chat}/screen_plain.cpp ${chat}/text.cpp)'
+    echo 'add_executable(chat-rooms ${chat}/rooms.cpp ${chat}/loop.cpp)'
+    echo 'target_link_libraries(chat PRIVATE tav_im_nbr::kit)'
+    echo 'target_link_libraries(chat-rooms PRIVATE tav_im_nbr::kit)'
 } >build/examples/CMakeLists.txt
 cmake -S build/examples -B build/examples >cmake.log || { cat cmake.log; fail "the package is not found"; }
 cmake --build build/examples -- -j"$(nproc)" >cmake.log 2>&1 || { cat cmake.log; fail "the examples do not compile"; }
@@ -65,6 +70,11 @@ ln -s /usr/bin/tav-gateway build/gateway/tav-gateway
 # The program of the version before runs with this version's library.
 cp first-of-before build/examples/by_hand
 scripts/examples.sh build "${examples[@]}" c_first by_hand
+
+echo "== the demo's chat"
+mkdir -p build/tools
+ln -s /usr/bin/tav build/tools/tav
+scripts/chat.sh build
 
 echo "== Python"
 . scripts/serve.sh
@@ -74,12 +84,19 @@ python3 /usr/share/doc/libtav-im-nbr-dev/examples/py_first.py 127.0.0.1 "$(cat "
 echo "== the tool, its pages, man pages and completion"
 [ "$(tav --version)" = "tav $(sed 's/[~+-].*//' <<<"$version")" ] || fail "tav is of another version: $(tav --version)"
 tests/docs/tool_pages.sh /demo /usr/bin/tav /demo/pages
-for command in "" -check -dump -convert -diff -gen -tls -gateway; do
+for command in "" -check -dump -convert -diff -gen -tls -send -request -listen -load -gateway; do
     zcat "/usr/share/man/man1/tav$command.1.gz" | grep -q '^\.TH' || fail "no man page of tav$command"
 done
 (. /usr/share/bash-completion/completions/tav && complete -p tav >/dev/null) || fail "no completion for bash"
-[ -s /usr/share/zsh/site-functions/_tav ] || fail "no completion for zsh"
+(. /usr/share/bash-completion/completions/tav-gateway && COMP_WORDS=(tav-gateway --ro) && _tav_gateway tav-gateway --ro &&
+    [ "${COMPREPLY[*]}" = --route ]) || fail "no completion for bash of tav-gateway"
+for program in tav tav-gateway; do
+    [ -s "/usr/share/zsh/site-functions/_$program" ] || fail "no completion for zsh of $program"
+done
 ls /usr/lib/*/wireshark/plugins/tav.lua >/dev/null
+
+echo "== the pages name what is there"
+python3 tests/packages/links.py /usr/share/doc/libtav-im-nbr-dev /usr/share/doc/tav-tools
 
 echo "== removed"
 apt-get purge -y -q "${packages[@]}" >apt.log 2>&1 || { cat apt.log; fail "can't be removed"; }

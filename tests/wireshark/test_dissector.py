@@ -123,6 +123,27 @@ class Messages(Case):
         revealed = self.shown(captured_streams([HELLO]), "-o", "tav.reveal:TRUE")
         self.assertIn('[5] secret: string? "hunter2"', revealed)
 
+    def test_old_packets_mask_what_is_protected(self) -> None:
+        template = self.folder / "template.pml"
+        template.write_text("B:object( __class__(x.B) __code__(05) [1]pin:string({***}) )")
+        body = bytes.fromhex("FF0128 01F106") + b"s3cret" + bytes.fromhex("FF0129")
+        packet = bytes.fromhex("00000000 010100 010100 010100 010107 010100 F100 010105 01") + bytes([len(body)]) + body + b"\0"
+        text = self.shown_bytes(frame(packet), template=template)
+        self.assertIn("[1] pin: string ***[6]", text)
+        self.assertNotIn("73 33 63", text)
+        for condition in ('tav.bytes contains "73 33"', 'tav.body contains "s3cret"'):
+            self.assertEqual(self.tshark(self.folder / "capture.pcap", "-Y", condition, template=template), "")
+
+    def test_bodies_of_classes_are_no_field_until_they_are_asked_for(self) -> None:
+        path = captured_streams([HELLO]).write(self.folder / "capture.pcap")
+        self.assertEqual(self.tshark(path, "-Y", 'tav.body contains "hunter2"'), "")
+        self.assertNotEqual(self.tshark(path, "-Y", 'tav.body contains "hunter2"', "-o", "tav.reveal:TRUE"), "")
+
+    def test_what_is_broken_is_no_null(self) -> None:
+        path = captured_streams([mobile(bytes.fromhex("FF0128 01F105616E"))]).write(self.folder / "capture.pcap")
+        self.assertEqual(len(self.tshark(path, "-Y", "tav.broken").splitlines()), 1)
+        self.assertEqual(self.tshark(path, "-Y", "tav.null"), "")
+
     def test_filters_find_them(self) -> None:
         path = captured_streams([HELLO, mobile(b"", 0x1F02)]).write(self.folder / "capture.pcap")
         for condition, packets in (
@@ -154,8 +175,10 @@ class Messages(Case):
             "0120FF0128010101000200030004 0005F1000600080101000D0101000EF100FF0129"
         )
         text = self.shown_bytes(frame(packet), template=None)
-        for line in ("old packet: ", "sequence: number 7", "code: 0x0005", "the body: 10 bytes", "[1] version: number 0"):
+        for line in ("old packet: ", "sequence: number 7", "code: 0x0005", "body: 10 bytes", "[1] version: number 0"):
             self.assertIn(line, text)
+        # The class that the code stands for is a line of the dissector's own.
+        self.assertEqual([line for line in tree_of(text) if "code: 0x" not in line], self.dumped(frame(packet), None))
         self.assertEqual(len(self.tshark(self.folder / "capture.pcap", "-Y", "tav.code == 5 && tav.sequence == 7").splitlines()), 1)
 
     def test_old_packets_that_end_between_their_values_are_broken(self) -> None:
@@ -248,6 +271,20 @@ class Templates(Case):
                 self.assertIn(f"the template can't be used: {path}{told}", shown)
                 self.assertIn('[1]: text "ann"', shown)
         self.assertIn("No such file", self.shown_bytes(HELLO, template=self.folder / "nowhere.pml"))
+
+    def test_one_without_classes_is_told(self) -> None:
+        self.assertIn("has no class", self.shown_bytes(HELLO, template=self.template("(* nothing *) A:object([1]a:string())")))
+
+    def test_the_later_class_of_a_code_and_the_first_name_of_a_number_are_taken(self) -> None:
+        classes = "".join(f"C{i}:object( __class__(x.C{i}) __code__(1F01) [4]m:enum{{M}}(a{i}(1) b{i}(1)) )" for i in range(40))
+        template = self.template(classes)
+        text = self.shown_bytes(HELLO, template=template)
+        self.assertIn("[4] m: enum{M} 1 (a39)", text)
+        self.assertEqual(tree_of(text), self.dumped(HELLO, template))
+
+    def test_long_ones_take_time_in_proportion(self) -> None:
+        for text in ('"' + " " * 1000000 + 'x" b:string()', '"a" ' * 1000000):
+            self.assertIn("(A)", self.shown_bytes(HELLO, template=self.template(f"A:object(__class__(A) __code__(1F01) [1]a:string({text}))")))
 
     def test_deep_and_circular_ones_cost_no_stack(self) -> None:
         deep = "[1]a:object(" * 50000 + "[1]b:int32()" + ")" * 50000
@@ -349,9 +386,11 @@ class Hostile(Case):
         self.assertIn("the head has 9 bytes, and 8 are there", text)
 
     def test_texts_are_shown_as_texts(self) -> None:
-        evil = b'\x1b[31m\r\n\0"<script>\xc2\x9b31m\xff\\'
-        text = self.shown_bytes(mobile(b"\xff\x01\x28\1\xf1" + bytes([len(evil)]) + evil + b"\xff\x01\x29"))
-        self.assertIn(r'"\x1B[31m\x0D\n\x00\"<script>\xC2\x9B31m\xFF\\"', text)
+        evil = b'\x1b[31m\r\n\0"<script>\xc2\x9b31m\xff\\' + "\u202ea\u2066".encode()
+        payload = mobile(b"\xff\x01\x28\1\xf1" + bytes([len(evil)]) + evil + b"\xff\x01\x29")
+        text = self.shown_bytes(payload)
+        self.assertEqual(tree_of(text), self.dumped(payload))
+        self.assertIn(r'"\x1B[31m\x0D\n\x00\"<script>\u009B31m\xFF\\\u202Ea\u2066"', text)
         self.assertNotIn("\x1b", text)
 
 
@@ -439,6 +478,37 @@ class Page(Case):
                     env={**os.environ, "HOME": str(self.folder), "TZ": "UTC", "LC_ALL": "C.UTF-8"},
                 )
                 self.assertEqual(*[[line.rstrip() for line in text.strip().split("\n")] for text in (ran.stdout, shown)])
+
+    def test_the_way_to_a_capture_has_options_that_there_are(self) -> None:
+        """To capture takes rights that tests lack; what is read and sent is tried without a network."""
+        page = (PROJECT / "docs" / "tool" / "wireshark.md").read_text()
+        request = re.search(r"^\$ tav (request 127\.0\.0\.1:7443 .*)$", page, re.MULTILINE)
+        read = re.search(r"^\$ (tshark .* -r chat\.pcapng .*)$", page, re.MULTILINE)
+        assert request is not None and read is not None
+        (self.folder / "talk.pml").write_text(
+            "Say:object(__class__(chat.Say) __code__(2001) [1]room:string() [2]text:string())\n"
+            "Said:object(__class__(chat.Said) __code__(2002) [1]room:string())\n"
+        )
+        (self.folder / "gateway-certificates").mkdir()
+        authority = subprocess.run(
+            ["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-subj", "/CN=a",
+             "-keyout", "key.pem", "-out", "gateway-certificates/ca.pem"], cwd=self.folder, capture_output=True, timeout=60,
+        )  # fmt: skip
+        self.assertEqual(authority.returncode, 0)
+        sent = subprocess.run(
+            ["bash", "-c", f'"$TAV_TOOL" {request.group(1)}'.replace(":7443", ":1")],
+            cwd=self.folder, capture_output=True, text=True, timeout=60, env=dict(os.environ),
+        )  # fmt: skip
+        # 3: all that the command line says was understood, and nobody listens there.
+        self.assertEqual(sent.returncode, 3, sent.stderr)
+        shutil.copy(DISSECTOR, self.folder)
+        (self.folder / "keys.log").touch()
+        captured_streams([HELLO]).write(self.folder / "chat.pcapng")
+        ran = subprocess.run(
+            ["bash", "-c", read.group(1) + f" -d tcp.port=={PORT},tav"], cwd=self.folder, capture_output=True, text=True,
+            timeout=60, env={**os.environ, "HOME": str(self.folder), "LC_ALL": "C.UTF-8"},
+        )  # fmt: skip
+        self.assertEqual(ran.returncode, 0, ran.stderr)
 
 
 if __name__ == "__main__":

@@ -12,12 +12,17 @@ local tcp_stream = Field.new("tcp.stream")
 local frame_head = 4
 local largest_frame = 0xFFFFFF
 local gate_head = 12
+-- Of the nine values of an old packet.
+local old_body = 8
+local old_option = 9
 local largest_template = 64 * 1024 * 1024
 -- Of a text, as it is shown, and of bytes: Wireshark cuts lines of more than 240 bytes itself, and says so ahead of the name.
 local shown_text = 160
 local shown_bytes = 16
 -- Wireshark allows 500 levels of items, its own among them: what lies deeper stands at this one.
 local deepest = 100
+-- Of the heartbeats ahead of what a connection is known by.
+local most_heartbeats = 16
 -- Of the messages that one column names.
 local most_in_column = 8
 
@@ -54,6 +59,7 @@ local f = {
     real = ProtoField.double("tav.real", "Real number"),
     bytes = ProtoField.string("tav.bytes", "Bytes"),
     null = ProtoField.none("tav.null", "Null"),
+    note = ProtoField.none("tav.note", "Note"),
     complex = ProtoField.none("tav.complex", "Object, list or map"),
 }
 tav.fields = f
@@ -115,6 +121,21 @@ local function utf8_size(text, at)
     return size
 end
 
+-- Above ASCII: controls of 8 bits, which a terminal may obey, breaks, and what sets the direction of the text around it.
+local controls = { { 0x80, 0x9F }, { 0x61C, 0x61C }, { 0x200E, 0x200F }, { 0x2028, 0x202E }, { 0x2066, 0x2069 } }
+
+-- A character of more than one byte.
+local function shown_character(bytes)
+    local number = bytes:byte(1) % 2 ^ (7 - #bytes)
+    for i = 2, #bytes do
+        number = number * 64 + bytes:byte(i) % 64
+    end
+    for _, range in ipairs(controls) do
+        if number >= range[1] and number <= range[2] then return string.format("\\u%04X", number) end
+    end
+    return bytes
+end
+
 local escapes = { [0x0A] = "\\n", [0x09] = "\\t", [0x22] = "\\\"", [0x5C] = "\\\\" }
 
 -- A text of a peer's is shown as text: nothing in it reaches a terminal or a window as anything else.
@@ -128,9 +149,7 @@ local function quoted(text)
         else
             local byte, size = text:byte(at), utf8_size(text, at)
             if size and size > 1 then
-                -- C1 controls are two bytes that a terminal may obey.
-                parts[#parts + 1] = byte == 0xC2 and text:byte(at + 1) < 0xA0 and
-                    string.format("\\x%02X\\x%02X", byte, text:byte(at + 1)) or text:sub(at, at + size - 1)
+                parts[#parts + 1] = shown_character(text:sub(at, at + size - 1))
             else
                 parts[#parts + 1] = escapes[byte] or string.format("\\x%02X", byte)
             end
@@ -260,7 +279,28 @@ function Pml:head(unit)
 end
 
 local function new_unit(name)
-    return { name = name, type = "", value = "", children = {} }
+    return { name = name, type = "", parts = {}, children = {} }
+end
+
+-- The text that a unit holds outside its children; joined when it is asked for, as each part would be copied with those ahead of it.
+local function value_of(unit)
+    if #unit.parts > 1 then unit.parts = { table.concat(unit.parts) } end
+    return unit.parts[1] or ""
+end
+
+local function add_value(unit, text)
+    unit.parts[#unit.parts + 1] = text
+end
+
+local blanks = { [0x20] = true, [0x09] = true, [0x0D] = true, [0x0A] = true }
+
+-- A pattern that ends in blanks would look at a run of them again from each of its blanks.
+local function without_blanks_behind(text)
+    local last = #text
+    while last > 0 and blanks[text:byte(last)] do
+        last = last - 1
+    end
+    return text:sub(1, last)
 end
 
 function Pml:quoted_value(unit)
@@ -279,7 +319,7 @@ function Pml:quoted_value(unit)
             at = last + 1
         end
     end
-    unit.value = unit.value .. table.concat(parts)
+    add_value(unit, table.concat(parts))
     self.at = at + 1
     self:skip()
 end
@@ -289,7 +329,7 @@ function Pml:close(open)
     local closed = table.remove(open)
     local around = open[#open]
     if around then
-        around.value = ""
+        around.parts = {}
         around.children[#around.children + 1] = closed
         self:skip()
     end
@@ -307,16 +347,16 @@ function Pml:value(unit)
         elseif c == '"' or c == "'" then
             self:quoted_value(around)
         elseif c == ":" or c == "(" and not self:at_comment() then
-            local child = new_unit(around.value:match("^(.-)[ \t\r\n]*$"))
+            local child = new_unit(without_blanks_behind(value_of(around)))
             local complete, text = self:head(child)
             if complete then
                 open[#open + 1] = child
             else
-                around.value = around.value .. text
+                add_value(around, text)
                 self:close(open)
             end
         else
-            around.value = around.value .. self:words(":()\"'", " ")
+            add_value(around, self:words(":()\"'", " "))
         end
     end
 end
@@ -450,7 +490,7 @@ end
 
 local function directive(unit, name)
     for _, child in ipairs(unit.children) do
-        if child.name == name then return child.value end
+        if child.name == name then return value_of(child) end
     end
 end
 
@@ -458,7 +498,9 @@ local function members_of(unit)
     local members = {}
     for _, child in ipairs(unit.children) do
         if not is_directive(child) then
-            members[tonumber(child.value) or -1] = name_text(child.name)
+            -- Of two with one number the first is shown, as the tool does.
+            local number = tonumber(value_of(child)) or -1
+            members[number] = members[number] or name_text(child.name)
         end
     end
     return members
@@ -510,7 +552,7 @@ local function take_field(class, unit, work)
     local tag, name = unit.name:match("^%[([^%]]*)%](.*)$")
     local field = read_type(unit.type)
     field.label = name_text(name or unit.name)
-    local value = #unit.children == 0 and unit.value:gsub("{%*[^*].*$", "") or ""
+    local value = #unit.children == 0 and value_of(unit):gsub("{%*[^*].*$", "") or ""
     field.mask = mask_of(value)
     if value == "null" then field.optional = true end
     if value == "true" or value == "false" then field.kind = "bool" end
@@ -542,6 +584,8 @@ end
 -- The classes of a template: by name, and by code.
 local function read_template(text)
     local model = { classes = {}, codes = {}, enums = {} }
+    -- In the order of the text: of two classes with one code the later one is taken, as the library does.
+    local order = {}
     -- What waits to be read, in the place of recursion.
     local work = {}
     for _, unit in ipairs(read_pml(text)) do
@@ -555,6 +599,7 @@ local function read_template(text)
             local class = new_class(unit, type_name ~= "object" and type_name or "")
             if class.name ~= "" then
                 model.classes[class.name] = class
+                order[#order + 1] = class
                 work[#work + 1] = { class = class, unit = unit }
             end
         end
@@ -565,10 +610,15 @@ local function read_template(text)
             if not is_directive(child) then take_field(next.class, child, work) end
         end
     end
-    for _, class in pairs(model.classes) do
-        if class.code then model.codes[class.code] = class end
+    for _, class in ipairs(order) do
+        if class.code and model.classes[class.name] == class then model.codes[class.code] = class end
     end
     return model
+end
+
+-- Of a template without any class nothing is told otherwise, whatever was meant.
+local function is_empty(template)
+    return next(template.classes) == nil
 end
 
 local no_template = { classes = {}, codes = {}, enums = {} }
@@ -590,7 +640,9 @@ local function load_template(path)
         template_fault = path .. ": is larger than 64 MiB"
     else
         local good, result = pcall(read_template, (text:gsub("%z.*$", "")))
-        if good then
+        if good and is_empty(result) then
+            template_fault = path .. ": has no class"
+        elseif good then
             model = result
         elseif type(result) == "table" then
             template_fault = string.format("%s:%d:%d: %s", path, result.line, result.column, name_text(result.text))
@@ -723,7 +775,7 @@ end
 
 function Document:broken(at, text)
     local range = self.view.tvb:range(at, 0)
-    add_text(self:parent(), f.null, range, "broken here: " .. text):add_proto_expert_info(e.broken, text)
+    add_text(self:parent(), f.note, range, "broken here: " .. text):add_proto_expert_info(e.broken, text)
     return false
 end
 
@@ -758,7 +810,7 @@ function Document:spot(tag)
         spot.old = context.index
     elseif holds == "elements" then
         spot.name = "-"
-        spot.kind, spot.type, spot.class = context.kind, context.kind, context.name
+        spot.kind, spot.type, spot.class = context.kind, context.kind == "ref" and "object" or context.kind, context.name
     elseif holds == "entries" then
         spot.name = "-"
     elseif holds == "entry" then
@@ -766,7 +818,7 @@ function Document:spot(tag)
         if tag == 1 and context.field then
             spot.kind, spot.type = context.field.key, context.field.key
         elseif tag == 2 then
-            spot.kind, spot.type, spot.class = context.kind, context.kind, context.name
+            spot.kind, spot.type, spot.class = context.kind, context.kind == "ref" and "object" or context.kind, context.name
         end
     end
     return spot
@@ -802,6 +854,9 @@ function Document:add_name(item, range, spot)
 end
 
 function Document:show_value(begin, data_at, data, is_text, is_null, spot)
+    if (spot.old == old_body or spot.old == old_option) and data ~= "" then
+        return self:show_carrier(begin, data_at, data, spot)
+    end
     local view = self.view
     local range = view.tvb:range(begin, data_at + #data - begin)
     local kind = spot.field and spot.kind or nil
@@ -839,10 +894,19 @@ function Document:show_value(begin, data_at, data, is_text, is_null, spot)
 end
 
 -- Of an old packet: what it has in the places of code, body and option.
-function Document:remember_old(spot, data_at, data, is_null)
+function Document:remember_old(spot, data_at, data, is_null, item)
     if spot.old and not is_null then
-        self.old[names.old[spot.old] or ""] = { at = data_at, data = data }
+        self.old[names.old[spot.old] or ""] = { at = data_at, data = data, item = item }
     end
+end
+
+-- The body and the option of an old packet hold documents of their own, which stand below them.  Their bytes have what a
+-- template may protect: here there is their number alone.
+function Document:show_carrier(begin, data_at, data, spot)
+    local range = self.view.tvb:range(begin, data_at + #data - begin)
+    local item = add_text(self:parent(), f.complex, range, spot.name .. ": " .. plural(#data, "byte"))
+    self.view.left = self.view.left - 1
+    self:remember_old(spot, data_at, data, false, item)
 end
 
 function Document:open_value(begin, at, spot)
@@ -917,7 +981,7 @@ function Document:read()
     while at < self.last do
         if self.view.left <= 0 then
             local text = plural(self.last - at, "byte") .. " more, not shown"
-            add_text(self:parent(), f.null, self.view.tvb:range(at, self.last - at), text):add_proto_expert_info(e.unshown, text)
+            add_text(self:parent(), f.note, self.view.tvb:range(at, self.last - at), text):add_proto_expert_info(e.unshown, text)
             return true
         end
         if #self.open > 1 and self.view.raw:sub(at + 1, math.min(at + 3, self.last)) == "\255\1\41" then
@@ -971,7 +1035,7 @@ local function show_gate(view, first, last, item)
     if size < gate_head then
         local text = "a gate message has a header of 12 bytes, and " .. size .. (size == 1 and " is" or " are") .. " there"
         item:add_proto_expert_info(e.broken, text)
-        add_text(item, f.null, view.tvb:range(first, size), "broken here: " .. text)
+        add_text(item, f.note, view.tvb:range(first, size), "broken here: " .. text)
         return "broken gate message"
     end
     local raw, tvb = view.raw, view.tvb
@@ -992,7 +1056,7 @@ local function show_gate(view, first, last, item)
     local there = body - first - gate_head
     if there < head then
         local text = "the head has " .. plural(head, "byte") .. ", and " .. there .. (there == 1 and " is" or " are") .. " there"
-        add_text(item, f.null, tvb:range(body, 0), "broken here: " .. text):add_proto_expert_info(e.broken, text)
+        add_text(item, f.note, tvb:range(body, 0), "broken here: " .. text):add_proto_expert_info(e.broken, text)
     else
         show_gate_part(view, "body", protocol, body, last, item)
     end
@@ -1006,7 +1070,7 @@ local Packet = {}
 Packet.__index = Packet
 
 function Packet:broken(at, text)
-    add_text(self.item, f.null, self.view.tvb:range(at, 0), "broken here: " .. text):add_proto_expert_info(e.broken, text)
+    add_text(self.item, f.note, self.view.tvb:range(at, 0), "broken here: " .. text):add_proto_expert_info(e.broken, text)
     return false
 end
 
@@ -1050,10 +1114,28 @@ function Packet:body(class, first, last, label)
         return true
     end
     if size > 0 and (class or view.raw:sub(first + 1, first + 3) == "\255\1\40") then
-        return (show_document(view, first, last, self.item:add(f.body, range):set_text(text), { class = class }))
+        -- The field would give away, to filters and exports, what the template protects.
+        local field = class and not tav.prefs.reveal and f.complex or f.body
+        return (show_document(view, first, last, add_text(self.item, field, range, text), { class = class }))
     end
     if size > 0 then text = text .. ": " .. bytes_text(view.raw:sub(first + 1, last)) end
     self.item:add(f.body, range):set_text(text)
+    return true
+end
+
+-- The same for the body of an old packet, below its value.
+function Packet:old_body(class, body)
+    local first, last = body.at, body.at + #body.data
+    local range = self.view.tvb:range(first, #body.data)
+    if tav.prefs.body == 1 then
+        local item = body.item:add(gate, range, "a gate message")
+        self.name = self.name .. " [" .. show_gate(self.view, first, last, item) .. "]"
+        return true
+    end
+    if class or body.data:sub(1, 3) == "\255\1\40" then
+        return (show_document(self.view, first, last, body.item, { class = class }))
+    end
+    body.item:add(f.body, range):set_text(plural(#body.data, "byte") .. ": " .. bytes_text(body.data))
     return true
 end
 
@@ -1115,10 +1197,6 @@ function Packet:old()
     if head >= 256 then return self:broken(self.at - 4, "the head of an old packet begins with three zeros") end
     local root = { holds = "old" }
     local good, old = show_document(self.view, self.at, self.last, self.item, root)
-    if good and root.index < #names.old then
-        return self:broken(self.last, "an old packet has nine values, and " .. root.index ..
-            (root.index == 1 and " is" or " are") .. " there")
-    end
     local class
     if old.code and old.code.data ~= "" then
         class = self:code(old.code.data:byte(1), self.view.tvb:range(old.code.at, 1))
@@ -1129,16 +1207,17 @@ function Packet:old()
         self:show(f.sequence, self.view.tvb:range(old.sequence.at, #old.sequence.data), sequence:tonumber(),
             "sequence: " .. text):set_hidden(true)
     end
-    if not good then return false end
-    if old.body and old.body.data ~= "" and not self:body(class, old.body.at, old.body.at + #old.body.data, "the body") then
-        return false
-    end
+    if old.body and old.body.data ~= "" and not self:old_body(class, old.body) then return false end
     local option = old.option
-    if option and option.data:sub(1, 3) == "\255\1\40" then
-        local item = add_text(self.item, f.complex, self.view.tvb:range(option.at, #option.data), "the option")
-        return (show_document(self.view, option.at, option.at + #option.data, item, { names = names.option }))
+    if option and option.data ~= "" then
+        local inside = { names = names.option }
+        if not show_document(self.view, option.at, option.at + #option.data, option.item, inside) then return false end
     end
-    return true
+    if good and root.index < #names.old then
+        return self:broken(self.last, "an old packet has nine values, and " .. root.index ..
+            (root.index == 1 and " is" or " are") .. " there")
+    end
+    return good
 end
 
 -- A packet from `first` to before `last`; false if it is broken, and the text that the column gets.
@@ -1161,7 +1240,7 @@ local function add_root(view, range, label)
     if template_fault and not view.told then
         view.told = true
         item:add_proto_expert_info(e.template, template_fault)
-        add_text(item, f.null, view.tvb:range(0, 0), "the template can't be used: " .. template_fault):set_generated(true)
+        add_text(item, f.note, view.tvb:range(0, 0), "the template can't be used: " .. template_fault):set_generated(true)
     end
     return item
 end
@@ -1181,7 +1260,7 @@ local function show_frame(view, first, length, last)
     if good and there < length then
         local text = "the frame has " .. plural(length, "byte") .. ", and " .. there .. (there == 1 and " is" or " are") ..
             " there"
-        add_text(item, f.null, view.tvb:range(last, 0), "broken here: " .. text):add_proto_expert_info(e.broken, text)
+        add_text(item, f.note, view.tvb:range(last, 0), "broken here: " .. text):add_proto_expert_info(e.broken, text)
     end
     return good and name or name .. " (broken)"
 end
@@ -1207,7 +1286,8 @@ local function set_columns(view, pinfo)
     local text = table.concat(view.column, ", ")
     if view.shown > most_in_column then text = text .. ", and " .. view.shown - most_in_column .. " more" end
     -- One packet of the capture may have several records, each with frames: what stands there stays.
-    pinfo.cols.info = text .. "  "
+    -- TLS leaves no blank behind what it says of the records ahead.
+    pinfo.cols.info = (tostring(pinfo.cols.info):find("PDU]", -4, true) and " " or "") .. text .. "  "
     pinfo.cols.info:fence()
 end
 
@@ -1272,8 +1352,13 @@ end
 -- Whether the bytes look like the first frame of a connection: a packet of a version and an affirm that there are, or an
 -- old one with its first values.
 local function looks_like_frames(tvb)
-    if tvb:captured_len() < frame_head + 8 then return false end
-    local raw = tvb:raw(0, frame_head + 8)
+    -- Heartbeats may come ahead of it.
+    local first, size = 0, tvb:captured_len()
+    while size - first >= frame_head and first < most_heartbeats * frame_head and tvb:range(first, frame_head):uint() == 0 do
+        first = first + frame_head
+    end
+    if size - first < frame_head + 8 then return false end
+    local raw = tvb:raw(first, frame_head + 8)
     local length = big_endian(raw, 1, frame_head)
     if length < 16 or length > largest_frame then return false end
     if raw:byte(6) == 0 then
