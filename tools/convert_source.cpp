@@ -6,6 +6,7 @@
 #include "tools/message_copy.h"
 #include "tools/message_tree.h"
 #include "tools/nbr_reader.h"
+#include "tools/value_text.h"
 #include "tools/xml_check.h"
 
 #include <tav/vinta/vinta_nbr_unit.h>
@@ -278,8 +279,8 @@ private:
         bytes_.resize(frameHead + length);
         bytes_.resize(frameHead + in_.read(&bytes_[0] + frameHead, length));
         if (bytes_.size() < frameHead + length) {
-            fail(bytes_.size(), "the frame has " + std::to_string(length) + " bytes, and " +
-                                    std::to_string(bytes_.size() - frameHead) + " are there");
+            fail(bytes_.size(),
+                 "the frame has " + byteCount(length) + ", and " + thereAre(bytes_.size() - frameHead));
         }
         lost_ = false;
         return true;

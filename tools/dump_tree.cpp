@@ -234,10 +234,8 @@ void DumpTree::NbrTree::tellData(Spot const & spot, NbrValue const & value) {
         line.note = line.note.empty() ? notHere(spot, value) : line.note;
     }
     std::string const name = spot.name.empty() ? "" : spot.name + ": ";
-    line.pieces.back().text = value.null
-                                  ? name + "null"
-                                  : (value.text ? "text of " : "value of ") + std::to_string(value.size) +
-                                        (value.size == 1 ? " byte" : " bytes");
+    line.pieces.back().text =
+        value.null ? name + "null" : (value.text ? "text of " : "value of ") + byteCount(value.size);
     if (!value.null && value.size != 0) {
         if (hidden) {
             owner_.hidden_.push_back(HiddenBytes{shift_ + value.data, shift_ + value.data + value.size});
@@ -280,7 +278,7 @@ bool DumpTree::NbrTree::nested(std::size_t index, Spot const & spot, NbrValue co
         return false;
     }
     TreeLine line = lineOf(spot, value, value.data - value.head);
-    line.value = std::to_string(value.size) + (value.size == 1 ? " byte" : " bytes");
+    line.value = byteCount(value.size);
     line.pieces.back().text = spot.name + ": " + line.value;
     owner_.to_.open(line);
     bool const good = index == oldBody
@@ -385,8 +383,7 @@ void DumpTree::number(std::size_t at, std::size_t size, char const * name, std::
 bool DumpTree::fixed(std::size_t & at, std::size_t end, std::size_t size, char const * name,
                      unsigned long long & value) {
     if (end - at < size) {
-        return broken(end, std::string(name) + " has " + std::to_string(size) + " bytes, and " +
-                               std::to_string(end - at) + (end - at == 1 ? " is" : " are") + " there");
+        return broken(end, std::string(name) + " has " + byteCount(size) + ", and " + thereAre(end - at));
     }
     value = bigEndian(part(at, at + size));
     at += size;
@@ -400,7 +397,7 @@ bool DumpTree::body(char const * name, std::size_t begin, std::size_t end, MetaC
     TreeLine line;
     line.offset = begin;
     line.name = name;
-    line.value = std::to_string(bytes.size()) + (bytes.size() == 1 ? " byte" : " bytes");
+    line.value = byteCount(bytes.size());
     bool const framed = *name != '\0';
     if (!isNbr || bytes.empty()) {
         line.value += bytes.empty() ? "" : ": " + bytesValue(bytes, limit_);
@@ -465,8 +462,7 @@ bool DumpTree::mobile(std::size_t begin, std::size_t end, MetaClass const * cls)
         }
         at += size;
         if (size < value) {
-            return broken(at, "the extension has " + std::to_string(value) + " bytes, and " +
-                                  std::to_string(size) + " are there");
+            return broken(at, "the extension has " + byteCount(value) + ", and " + thereAre(size));
         }
     }
     return body("body", at, end, cls != nullptr ? cls : classOf(code));
@@ -492,8 +488,7 @@ bool DumpTree::old(std::size_t begin, std::size_t end, MetaClass const *) {
         return !tree.failed() && broken(at + fault.offset, fault.text);
     }
     return tree.values() >= std::size(oldNames) ||
-           broken(end, "an old packet has nine values, and " + std::to_string(tree.values()) +
-                           (tree.values() == 1 ? " is" : " are") + " there");
+           broken(end, "an old packet has nine values, and " + thereAre(tree.values()));
 }
 
 bool DumpTree::packet(std::size_t begin, std::size_t end, MetaClass const * cls) {
@@ -501,7 +496,7 @@ bool DumpTree::packet(std::size_t begin, std::size_t end, MetaClass const * cls)
     TreeLine line;
     line.offset = begin;
     line.name = isMobile ? "mobile packet" : "old packet";
-    line.value = std::to_string(end - begin) + " bytes";
+    line.value = byteCount(end - begin);
     to_.open(line);
     if (!(isMobile ? mobile(begin, end, cls) : old(begin, end, cls))) {
         return false;
@@ -519,7 +514,7 @@ bool DumpTree::frame(std::size_t begin, std::size_t end, MetaClass const * cls) 
     TreeLine line;
     line.offset = begin;
     line.name = length == 0 ? "heartbeat" : "frame";
-    line.value = length == 0 ? "" : std::to_string(length) + (length == 1 ? " byte" : " bytes");
+    line.value = length == 0 ? "" : byteCount(length);
     line.pieces.push_back(Piece{begin, frameHead, line.name + (length == 0 ? "" : ": " + line.value), false});
     if (length == 0) {
         to_.leaf(line);
@@ -534,8 +529,7 @@ bool DumpTree::frame(std::size_t begin, std::size_t end, MetaClass const * cls) 
         return false;
     }
     if (stop - at < length) {
-        return broken(stop, "the frame has " + std::to_string(length) + " bytes, and " +
-                                std::to_string(stop - at) + " are there");
+        return broken(stop, "the frame has " + byteCount(length) + ", and " + thereAre(stop - at));
     }
     to_.close(Piece());
     return true;
@@ -550,7 +544,7 @@ bool DumpTree::gatePart(char const * name, int protocol, std::size_t begin, std:
         TreeLine line;
         line.offset = begin;
         line.name = name;
-        line.value = std::to_string(end - begin) + " bytes";
+        line.value = byteCount(end - begin);
         to_.open(line);
         if (!document(begin, end, cls)) {
             return false;
@@ -570,11 +564,10 @@ bool DumpTree::gate(std::size_t begin, std::size_t end, MetaClass const * cls) {
     TreeLine line;
     line.offset = begin;
     line.name = "gate message";
-    line.value = std::to_string(end - begin) + " bytes";
+    line.value = byteCount(end - begin);
     to_.open(line);
     if (end - begin < gateHead) {
-        return broken(end, "a gate message has a header of 12 bytes, and " + std::to_string(end - begin) +
-                               " are there");
+        return broken(end, "a gate message has a header of 12 bytes, and " + thereAre(end - begin));
     }
     auto const byte = [&](std::size_t i) { return static_cast<unsigned char>(to_.bytes()[begin + i]); };
     number(begin, 1, "protocol",
@@ -591,8 +584,8 @@ bool DumpTree::gate(std::size_t begin, std::size_t end, MetaClass const * cls) {
         return false;
     }
     if (body - begin - gateHead < headSize) {
-        return broken(body, "the head has " + std::to_string(headSize) + " bytes, and " +
-                                std::to_string(body - begin - gateHead) + " are there");
+        return broken(body,
+                      "the head has " + byteCount(headSize) + ", and " + thereAre(body - begin - gateHead));
     }
     if (!gatePart("body", byte(0), body, end, cls)) {
         return false;

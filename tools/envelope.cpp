@@ -2,6 +2,7 @@
 
 #include "tools/integers.h"
 #include "tools/nbr_reader.h"
+#include "tools/value_text.h"
 
 #include <tav/vinta/vinta_im_pkt.h>
 
@@ -134,8 +135,8 @@ std::size_t readOld(std::string_view packet, Message & message) {
         throw PlacedFault(oldHead + fault.offset, fault.text);
     }
     if (found.values.size() != oldValues) {
-        throw PlacedFault(packet.size(), "an old packet has nine values, and " +
-                                             std::to_string(found.values.size()) + " are there");
+        throw PlacedFault(packet.size(),
+                          "an old packet has nine values, and " + thereAre(found.values.size()));
     }
     tavSharedPtr<im::Packet> const decoded = im::Packet::create(false, 0);
     decoded->decode(istrOf(packet));

@@ -1,6 +1,7 @@
 #include "tools/nbr_reader.h"
 
 #include "tools/output.h"
+#include "tools/value_text.h"
 
 namespace tav {
 namespace tool {
@@ -81,9 +82,9 @@ private:
             return true;
         }
         if (bytes_.size() - at_ < lengthOfSize) {
-            return broken(bytes_.size(),
-                          "the size of the value at byte " + std::to_string(base_ + value.head) + " has " +
-                              std::to_string(lengthOfSize) + " bytes, and the input ends within");
+            return broken(bytes_.size(), "the size of the value at byte " +
+                                             std::to_string(base_ + value.head) + " has " +
+                                             byteCount(lengthOfSize) + ", and the input ends within");
         }
         unsigned long long size = 0;
         for (unsigned i = 0; i < lengthOfSize; ++i) {
@@ -101,8 +102,7 @@ private:
         to_.simple(value);
         return size <= left ||
                broken(at_, "the value at byte " + std::to_string(base_ + value.head) + " says that it has " +
-                               std::to_string(size) + (size == 1 ? " byte, and " : " bytes, and ") +
-                               std::to_string(left) + (left == 1 ? " is" : " are") + " there");
+                               byteCount(size) + ", and " + thereAre(left));
     }
 
     bool broken(std::size_t at, std::string const & text) {

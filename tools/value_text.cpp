@@ -89,6 +89,14 @@ std::size_t widthOf(Kind kind) {
     }
 }
 
+std::string byteCount(unsigned long long size) {
+    return std::to_string(size) + (size == 1 ? " byte" : " bytes");
+}
+
+std::string thereAre(unsigned long long count) {
+    return std::to_string(count) + (count == 1 ? " is there" : " are there");
+}
+
 std::string bytesValue(std::string_view data, std::size_t limit) {
     std::size_t const shown = limit == 0 ? data.size() : std::min<std::size_t>(data.size(), 16);
     std::string text = hexText(data.substr(0, shown));
@@ -170,8 +178,7 @@ std::string oddness(std::string_view data, bool text, Kind kind) {
     // The library writes a negative int8 with the byte of its sign.
     bool const signOfInt8 = kind == kinds::int8_ && data.size() == 2 && data[1] == '\xFF';
     if (width != 0 && data.size() > width && !signOfInt8) {
-        return std::to_string(data.size()) + " bytes where " + kindName(kind) + " has " +
-               std::to_string(width);
+        return byteCount(data.size()) + " where " + kindName(kind) + " has " + std::to_string(width);
     }
     bool const isText = kind == kinds::string_ || kind == kinds::wstring_ || kind == kinds::u8string_;
     return isText && !text ? "bytes where the template has " + kindName(kind) : "";

@@ -13,6 +13,12 @@ namespace tool {
 /// and above `limit` bytes its front and its length; 0 sets no limit.
 std::string textValue(std::string_view text, std::size_t limit);
 
+/// "1 byte", "2 bytes".
+std::string byteCount(unsigned long long size);
+
+/// "1 is there", "2 are there".
+std::string thereAre(unsigned long long count);
+
 /// Bytes in hexadecimal; above `limit`, unless it is 0, the first ones and their number.
 std::string bytesValue(std::string_view data, std::size_t limit);
 

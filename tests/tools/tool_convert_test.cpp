@@ -503,7 +503,7 @@ TEST(ToolConvert, PacketThatIsCutIsRefused) {
         ToolRun const run = convert(rig, "--from frames --to json --envelope " + bytesOf(rig, hex), "");
         EXPECT_EQ(run.code, 1) << hex << run.out;
         EXPECT_TRUE(says(run, "the packet ends within its ") ||
-                    says(run, "an old packet has nine values, and 1 are there"))
+                    says(run, "an old packet has nine values, and 1 is there"))
             << run.err;
     }
 }

@@ -123,6 +123,33 @@ class Messages(Case):
         revealed = self.shown(captured_streams([HELLO]), "-o", "tav.reveal:TRUE")
         self.assertIn('[5] secret: string? "hunter2"', revealed)
 
+    def test_what_is_odd_is_noted_as_by_the_tool(self) -> None:
+        object_of = "FF0128 {} FF0129"
+        for code, body, note in (
+            (0x1F01, "010105", "number 5  (a number where im.Hello is expected)"),
+            (0x1F01, "F10161", 'text "a"  (text where im.Hello is expected)'),
+            (0x1F01, "0109" + "61" * 9, "(bytes where im.Hello is expected)"),
+            (0x1F01, object_of.format("01 010105"), "(bytes where the template has string)"),
+            (0x1F01, object_of.format("01 FF0128 FF0129"), "[1] user: object  (an object where the template has string)"),
+            (0x1F01, object_of.format("02 F10131"), "(text where the template has uint32)"),
+            (0x1F01, object_of.format("02 01050000000001"), "(5 bytes where uint32 has 4)"),
+            (0x1F01, object_of.format("03 F10161"), '[3] tags: list{string} "a"  (text where the template has list{string})'),
+            (0x1F01, object_of.format("03 0100"), "(bytes where the template has list{string})"),
+            (0x1F01, object_of.format("03 FF0128 00 FF0128 FF0129 FF0129"), "-: object  (an object where the template has string)"),
+            (0x1F01, object_of.format("04 010107"), "[4] mood: enum{Mood} 7  (no member of Mood)"),
+            (0x1F01, object_of.format("04 0104FFFFFFFF"), "[4] mood: enum{Mood} -1  (no member of Mood)"),
+            (0x1F01, object_of.format("04 FF0128 FF0129"), "(an object where the template has enum)"),
+            (0x1F01, object_of.format("7F 010105"), "(no field of im.Hello has this tag)"),
+            (0x1F02, object_of.format("01 010105"), "[1] from: im.Place 5  (a number where the template has im.Place)"),
+            (0x1F02, object_of.format("01 FF0128 02 FF0128 00 010105 FF0129 FF0129"), "-: number 5  (a number where a map has an entry)"),
+        ):  # fmt: skip
+            with self.subTest(body=body):
+                payload = mobile(bytes.fromhex(body), code)
+                text = self.shown_bytes(payload)
+                self.assertEqual(tree_of(text), self.dumped(payload))
+                self.assertIn(note, text)
+                self.assertNotEqual(self.tshark(self.folder / "capture.pcap", "-Y", "tav.odd"), "")
+
     def test_old_packets_mask_what_is_protected(self) -> None:
         template = self.folder / "template.pml"
         template.write_text("B:object( __class__(x.B) __code__(05) [1]pin:string({***}) )")

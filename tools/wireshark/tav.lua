@@ -752,13 +752,17 @@ local function plain_value(data, is_text)
     return text, f.number, value
 end
 
-local function oddness(data, is_text, kind)
+-- What is odd in data of this kind; `members` are those of an enum, as far as the template has it.
+local function oddness(data, is_text, kind, members, enum)
     local width = widths[kind]
     if is_text and width then return "text where the template has " .. kind end
     -- The library writes a negative int8 with the byte of its sign.
     if kind == "int8" and #data == 2 and data:byte(2) == 0xFF then return end
     if width and #data > width then return plural(#data, "byte") .. " where " .. kind .. " has " .. width end
     if texts[kind] and not is_text then return "bytes where the template has " .. kind end
+    if members and data ~= "" and not members[select(2, integer(data, width, true)):tonumber()] then
+        return "no member of " .. name_text(enum)
+    end
 end
 
 -- NBR -----------------------------------------------------------------------------------------------------------------
@@ -846,6 +850,19 @@ function Document:context(spot)
         class and name_text(class.name) or spot.kind == "ref" and spot.type or "object"
 end
 
+-- What is odd in a simple value at a place of what holds others.
+function Document:not_here(data, is_text, spot)
+    local context = self.open[#self.open]
+    local what = is_text and "text" or (data == "" or #data > 8) and "bytes" or "a number"
+    if context.holds == "entries" then return what .. " where a map has an entry" end
+    if context.holds == "values" and context.class and not context.names then
+        return what .. " where " .. name_text(context.class.name) .. " is expected"
+    end
+    if not spot.field or not spot.kind then return nil end
+    local is_class = context.holds ~= "members" and spot.kind == "ref" and spot.class
+    return what .. " where the template has " .. (is_class and name_text(spot.class) or spot.type)
+end
+
 function Document:add_name(item, range, spot)
     if spot.field and spot.field.label and spot.name:sub(1, 1) == "[" then
         item:add(f.field, range, spot.field.label):set_hidden(true)
@@ -870,9 +887,10 @@ function Document:show_value(begin, data_at, data, is_text, is_null, spot)
     elseif kind and not composed[kind] or kind == "enum" then
         local members = kind == "enum" and find_enum(spot.class, spot.owner or spot.around) or nil
         text, field, value = typed_value(data, kind, members)
-        note = oddness(data, is_text, kind)
+        note = oddness(data, is_text, kind, members, spot.class)
     else
         text, field, value = plain_value(data, is_text)
+        note = spot.note or self:not_here(data, is_text, spot)
         type = kind and type or is_text and "text" or (#data > 8 or data == "") and "bytes" or "number"
     end
     note = note or spot.note
@@ -914,12 +932,16 @@ function Document:open_value(begin, at, spot)
     local view = self.view
     local range = view.tvb:range(begin, at + 3 - begin)
     local label = (spot.name ~= "" and spot.name .. ": " or "") .. what
-    if spot.note then label = label .. "  (" .. spot.note .. ")" end
+    local note = spot.note
+    if spot.field and spot.kind and (not composed[spot.kind] or spot.kind == "enum") then
+        note = "an object where the template has " .. spot.kind
+    end
+    if note then label = label .. "  (" .. note .. ")" end
     if #self.open >= deepest then label = label .. "  (at depth " .. #self.open .. ")" end
     context.item = add_text(self:parent(), f.complex, range, label)
     context.begin = begin
     view.left = view.left - 1
-    if spot.note then context.item:add_proto_expert_info(e.odd, spot.note) end
+    if note then context.item:add_proto_expert_info(e.odd, note) end
     self:add_name(context.item, range, spot)
     self.open[#self.open + 1] = context
     return at + 3
@@ -960,8 +982,8 @@ function Document:read_value(at)
     end
     local data_at = at + 1 + size_length
     if data_at > last then
-        self:broken(last, string.format("the size of the value at byte %d has %d bytes, and the input ends within",
-            at - self.view.origin, size_length))
+        self:broken(last, string.format("the size of the value at byte %d has %s, and the input ends within",
+            at - self.view.origin, plural(size_length, "byte")))
         return nil
     end
     local size = little_endian(raw, at + 2, size_length)
