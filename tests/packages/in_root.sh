@@ -87,6 +87,9 @@ tests/docs/tool_pages.sh /demo /usr/bin/tav /demo/pages
 for command in "" -check -dump -convert -diff -gen -tls -send -request -listen -load -gateway; do
     zcat "/usr/share/man/man1/tav$command.1.gz" | grep -q '^\.TH' || fail "no man page of tav$command"
 done
+for text in "a message gateway for development" "--rules FILE"; do
+    zcat /usr/share/man/man1/tav-gateway.1.gz | tr -d '\\' | grep -q -e "$text" || fail "the page of tav-gateway has no $text"
+done
 (. /usr/share/bash-completion/completions/tav && complete -p tav >/dev/null) || fail "no completion for bash"
 (. /usr/share/bash-completion/completions/tav-gateway && COMP_WORDS=(tav-gateway --ro) && _tav_gateway tav-gateway --ro &&
     [ "${COMPREPLY[*]}" = --route ]) || fail "no completion for bash of tav-gateway"
