@@ -1,6 +1,7 @@
 #include "tools/command.h"
 #include "tools/failure.h"
 #include "tools/input.h"
+#include "tools/progress.h"
 #include "tools/template_check.h"
 #include "tools/terminal_text.h"
 
@@ -47,7 +48,13 @@ std::string asJson(std::string const & name, std::string const & text, Finding c
 void checkFile(std::string const & file, bool json, Output & output, Counts & counts, std::string & all) {
     std::string name;
     std::string const text = readWhole(file, name, largestTemplate);
-    for (Finding const & finding : checkTemplate(text)) {
+    auto const findings = [&text] {
+        Progress progress(Progress::Beside::nothing);
+        return checkTemplate(text,
+                             [&progress](std::size_t done, std::size_t size) { progress.show(done, size); });
+    };
+    output.flush();
+    for (Finding const & finding : findings()) {
         ++(finding.error ? counts.errors : counts.warnings);
         if (json) {
             all += (all.empty() ? "" : ",") + asJson(name, text, finding);

@@ -1,5 +1,6 @@
 #include "tools/command.h"
 #include "tools/failure.h"
+#include "tools/progress.h"
 #include "tools/template_check.h"
 #include "tools/template_diff.h"
 #include "tools/terminal_text.h"
@@ -95,10 +96,18 @@ std::string asJson(Change const & change, std::string const & place, Template co
            "}";
 }
 
+/// What work that shows its progress comes to.
+template <class Work>
+auto watched(Work const & work) {
+    Progress progress(Progress::Beside::nothing);
+    return work([&progress](std::size_t done, std::size_t size) { progress.show(done, size); });
+}
+
 /// What is there twice hides something from the comparison, as it does from a peer, and a tag may be one that
 /// nobody reads.
 void tellHidden(Template const & model, Output & output) {
-    for (Finding const & finding : checkTemplate(model.text)) {
+    for (Finding const & finding :
+         watched([&](Watch const & watch) { return checkTemplate(model.text, watch); })) {
         if (finding.rule == "class-twice" || finding.rule == "code-twice" || finding.rule == "tag-twice" ||
             finding.rule == "tag-range") {
             output.tell("tav: " +
@@ -108,13 +117,14 @@ void tellHidden(Template const & model, Output & output) {
 }
 
 int diff(Options const & options, Output & output) {
-    Template const before = loadTemplate(options.before);
-    Template const after = loadTemplate(options.after);
+    Template const before = watched([&](Watch const & watch) { return loadTemplate(options.before, watch); });
+    Template const after = watched([&](Watch const & watch) { return loadTemplate(options.after, watch); });
     tellHidden(before, output);
     tellHidden(after, output);
     Sum sum;
     std::string json;
-    for (Change const & change : compareTemplates(before, after)) {
+    for (Change const & change :
+         watched([&](Watch const & watch) { return compareTemplates(before, after, watch); })) {
         sum.add(change);
         std::string const place = placeOfChange(change, before, after);
         if (options.json) {

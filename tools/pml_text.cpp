@@ -29,7 +29,8 @@ enum class Head {
 
 class PmlBuilder {
 public:
-    PmlBuilder(std::string_view text, PmlText & to) : text_(text), to_(to) {}
+    PmlBuilder(std::string_view text, PmlText & to, Watch const & watch)
+        : text_(text), to_(to), watch_(watch) {}
 
     void read();
 
@@ -58,6 +59,7 @@ private:
 
     std::string_view text_;
     PmlText & to_;
+    Watch const & watch_;
     std::size_t at_ = 0;
     std::size_t word_ = 0;
     std::size_t bracket_ = 0;
@@ -235,6 +237,9 @@ bool PmlBuilder::close() {
     tavSharedPtr<Unit> const closed = open_.back().unit;
     to_.places_[closed.get()].end = at_++;
     open_.pop_back();
+    if (watch_) {
+        watch_(at_, text_.size());
+    }
     if (open_.empty()) {
         return false;
     }
@@ -271,8 +276,8 @@ void PmlBuilder::readValue(tavSharedPtr<Unit> const & outermost) {
     fail("no pml value end tag", open_.back().bracket, "this ( has no )");
 }
 
-PmlText::PmlText(std::string_view text) {
-    PmlBuilder(text.substr(0, text.find('\0')), *this).read();
+PmlText::PmlText(std::string_view text, Watch const & watch) {
+    PmlBuilder(text.substr(0, text.find('\0')), *this, watch).read();
 }
 
 UnitPlace const & PmlText::place(Unit const & unit) const {

@@ -4,6 +4,7 @@
 #include <tav/vinta/vinta_pml_tree.h>
 
 #include <cstddef>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -12,6 +13,9 @@
 
 namespace tav {
 namespace tool {
+
+/// Is told now and then how much of a text's size is done.
+typedef std::function<void(std::size_t done, std::size_t size)> Watch;
 
 /// Where the parts of a unit begin in the text: offsets.
 struct UnitPlace {
@@ -43,7 +47,7 @@ private:
 class PmlText {
 public:
     /// Throws PmlFault.
-    explicit PmlText(std::string_view text);
+    explicit PmlText(std::string_view text, Watch const & watch = {});
 
     /// The first unit of the sequence.
     tavSharedPtr<pml::Unit> const & first() const { return first_; }

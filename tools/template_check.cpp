@@ -118,7 +118,7 @@ class Checker {
 public:
     Checker(PmlText const & units, std::string_view text) : units_(units), text_(text) {}
 
-    void run();
+    void run(Watch const & loading, Watch const & checking);
     std::vector<Finding> take() { return std::move(findings_); }
 
 private:
@@ -129,7 +129,7 @@ private:
     }
     UnitPlace const & placeOf(Unit const & unit) const { return units_.place(unit); }
 
-    void load();
+    void load(Watch const & watch);
     void checkTops();
     void checkTop(Top const & top, std::map<std::string, std::size_t> & names,
                   std::map<unsigned short, std::string> & codes);
@@ -174,8 +174,11 @@ private:
     std::vector<Finding> findings_;
 };
 
-void Checker::load() {
+void Checker::load(Watch const & watch) {
     for (Unit const * unit = units_.first().get(); unit != nullptr; unit = unit->next().get()) {
+        if (watch) {
+            watch(placeOf(*unit).name, text_.size());
+        }
         Unit alone(*unit);
         alone.next(tavSharedPtr<Unit>());
         pml::PmlInputStream in(alone);
@@ -193,14 +196,17 @@ void Checker::load() {
     factory_ = MetaFactory(all);
 }
 
-void Checker::run() {
+void Checker::run(Watch const & loading, Watch const & checking) {
     if (units_.first()->name().empty() && units_.first()->empty()) {
         warn(0, "empty", "the template is empty");
         return;
     }
-    load();
+    load(loading);
     checkTops();
     for (Top const & top : tops_) {
+        if (checking) {
+            checking(placeOf(*top.unit).name, text_.size());
+        }
         if (top.cls != nullptr) {
             checkClasses(*top.cls, placeOf(*top.unit).name);
         } else if (!top.model->enums.empty()) {
@@ -798,11 +804,19 @@ std::vector<std::string> const & checkRules() {
     return all;
 }
 
-std::vector<Finding> checkTemplate(std::string_view text) {
+std::vector<Finding> checkTemplate(std::string_view text, Watch const & watch) {
+    // It is gone through thrice: to be read, to be loaded, and to be checked.
+    constexpr std::size_t passes = 3;
+    auto const pass = [&](std::size_t ahead) {
+        return watch ? Watch([&watch, ahead](std::size_t done, std::size_t size) {
+            watch((ahead * size + done) / passes, size);
+        })
+                     : Watch();
+    };
     try {
-        PmlText const units(text);
+        PmlText const units(text, pass(0));
         Checker checker(units, text);
-        checker.run();
+        checker.run(pass(1), pass(2));
         std::vector<Finding> findings = checker.take();
         if (units.end() < text.size()) {
             findings.push_back(Finding{true, units.end(), "pml",

@@ -1,6 +1,8 @@
 #ifndef TAV_TOOLS_TEMPLATE_CHECK_H
 #define TAV_TOOLS_TEMPLATE_CHECK_H
 
+#include "tools/pml_text.h"
+
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -20,7 +22,7 @@ struct Finding {
 };
 
 /// All that is wrong in the text of a template, in the order of the text.
-std::vector<Finding> checkTemplate(std::string_view text);
+std::vector<Finding> checkTemplate(std::string_view text, Watch const & watch = {});
 
 /// The names of all rules that checkTemplate knows.
 std::vector<std::string> const & checkRules();

@@ -77,7 +77,7 @@ class Comparison {
 public:
     Comparison(Template const & before, Template const & after) : before_(before), after_(after) {}
 
-    std::vector<Change> run();
+    std::vector<Change> run(Watch const & watch);
 
 private:
     void compareMessages();
@@ -157,11 +157,16 @@ Change Comparison::about(MetaField const & field, bool inNew, std::string const 
     return change;
 }
 
-std::vector<Change> Comparison::run() {
+std::vector<Change> Comparison::run(Watch const & watch) {
     compareMessages();
+    std::size_t const classes = std::max<std::size_t>(1, before_.factory->classes.size());
     while (!next_.empty()) {
         Pair const pair = next_.front();
         next_.pop_front();
+        if (watch) {
+            std::size_t const done = std::min(seen_.size(), classes);
+            watch(before_.text.size() * done / classes, before_.text.size());
+        }
         // Messages come first, so that a class that is one is compared as one.
         if (seen_.emplace(pair.from, pair.to).second) {
             compareClasses(*pair.from, *pair.to, pair.message);
@@ -418,8 +423,8 @@ char const * effectName(Effect effect) {
     return effect == Effect::compatible ? "compatible" : effect == Effect::oneWay ? "one way" : "breaking";
 }
 
-std::vector<Change> compareTemplates(Template const & before, Template const & after) {
-    return Comparison(before, after).run();
+std::vector<Change> compareTemplates(Template const & before, Template const & after, Watch const & watch) {
+    return Comparison(before, after).run(watch);
 }
 
 } // namespace tool

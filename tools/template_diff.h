@@ -40,7 +40,8 @@ struct Change {
 };
 
 /// All changes, class by class.
-std::vector<Change> compareTemplates(Template const & before, Template const & after);
+std::vector<Change> compareTemplates(Template const & before, Template const & after,
+                                     Watch const & watch = {});
 
 } // namespace tool
 } // namespace tav

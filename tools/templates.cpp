@@ -28,11 +28,11 @@ std::string Template::told(std::size_t offset, std::string const & kind, std::st
     return toldInText(name, text, offset, kind, what);
 }
 
-Template loadTemplate(std::string const & path) {
+Template loadTemplate(std::string const & path, Watch const & watch) {
     Template result;
     result.text = readWhole(path, result.name, largestTemplate);
     try {
-        result.units = std::make_unique<PmlText>(result.text);
+        result.units = std::make_unique<PmlText>(result.text, watch);
     } catch (PmlFault const & fault) {
         throw Failure(exitFound, result.told(fault.offset(), "error", fault.words()));
     }

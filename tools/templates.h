@@ -27,7 +27,7 @@ struct Template {
 };
 
 /// Throws a Failure if the file can't be read or is no PML.
-Template loadTemplate(std::string const & path);
+Template loadTemplate(std::string const & path, Watch const & watch = {});
 
 /// The class that a name means within another one: one that is declared in it, itself, or one of the factory.
 /// Null if there is none; `current` may be null.

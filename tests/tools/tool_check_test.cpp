@@ -238,4 +238,21 @@ TEST(ToolCheck, FileThatIsNotThereIsAFindingBesideTheOthers) {
     EXPECT_NE(run.err.find("absent.pml: can't open"), std::string::npos) << run.err;
 }
 
+TEST(ToolCheck, ProgressGoesFromTheBeginToTheEndOfTheText) {
+    std::string text;
+    for (int i = 0; i < 100; ++i) {
+        text += "C" + std::to_string(i) + ":object(__class__(C" + std::to_string(i) + ")[1]a:int32())\n";
+    }
+    std::vector<std::size_t> told;
+    tav::tool::checkTemplate(text, [&](std::size_t done, std::size_t size) {
+        EXPECT_EQ(size, text.size());
+        told.push_back(done);
+    });
+    ASSERT_GE(told.size(), 300u);
+    EXPECT_TRUE(std::is_sorted(told.begin(), told.end()));
+    EXPECT_LT(told.front(), text.size() / 50);
+    EXPECT_GT(told.back(), text.size() - text.size() / 50);
+    EXPECT_LE(told.back(), text.size());
+}
+
 } // namespace

@@ -217,4 +217,32 @@ TEST(ToolCommand, ManPagesHaveWhatTheHelpHas) {
     EXPECT_EQ(rig.run("__texts man nonsense").code, 2);
 }
 
+TEST(ToolCommand, LongWorkShowsProgressOnATerminalAndNoneInAPipe) {
+    ToolRig const rig(TAV_TOOL);
+    if (rig.shell("command -v script").code != 0) {
+        return;
+    }
+    rig.file("m.pml", model);
+    std::string frames;
+    for (int i = 0; i < 4000; ++i) {
+        frames += std::string("\0\0\0\x12\0\x06\0\x1F\x01\0\0\x02\0\0\0\0\0\0\0\x03\0\0", 22);
+    }
+    rig.file("f", frames);
+    // It is shown after a second, so that the input takes longer.
+    rig.file("work", "command=$1; shift\n(cat f; sleep 1.1; cat f f f) | $TAV $command \"$@\" ");
+    ToolRun const run =
+        rig.shell("(cat work; echo '>out') >alone; (cat work; echo '| cat >piped') >pipe\n"
+                  "for how in alone pipe; do\n"
+                  "    script -qec \"bash $how dump\" /dev/null >dump.$how </dev/null &\n"
+                  "    script -qec \"bash $how convert -t m.pml --envelope --from frames --to json\" "
+                  "/dev/null >convert.$how </dev/null &\n"
+                  "done; wait");
+    EXPECT_EQ(run.code, 0);
+    for (std::string const command : {"dump", "convert"}) {
+        EXPECT_NE(tav_test::contentOf(rig.path(command + ".alone")).find(" MB"), std::string::npos)
+            << command;
+        EXPECT_EQ(tav_test::contentOf(rig.path(command + ".pipe")), "") << command;
+    }
+}
+
 } // namespace
