@@ -4,7 +4,7 @@
 # Usage: scripts/packages.sh library|demo|test|lint|long|places|fuzz|wireshark|debian|abi
 
 library_packages=(g++ cmake make libasio-dev libssl-dev)
-demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libedit-dev python3)
+demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libcpp-httplib-dev libedit-dev python3)
 test_packages=("${demo_packages[@]}" openssl doxygen clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
                protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev python3-pip mypy)
 lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)
@@ -13,7 +13,7 @@ places_packages=("${library_packages[@]}" ninja-build ca-certificates clang g++-
                  g++-i686-linux-gnu libc++-14-dev libc++abi-14-dev qemu-user)
 fuzz_packages=("${library_packages[@]}" ninja-build ccache clang-14 clang libclang-rt-14-dev)
 wireshark_packages=(tshark python3)
-debian_packages=("${library_packages[@]}" git libcli11-dev python3 pkgconf dpkg-dev debhelper dh-python help2man lintian
+debian_packages=("${library_packages[@]}" git libcli11-dev libcpp-httplib-dev python3 pkgconf dpkg-dev debhelper dh-python help2man lintian
                  debootstrap)
 abi_packages=("${library_packages[@]}" git abigail-tools)
 

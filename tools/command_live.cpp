@@ -6,19 +6,22 @@ namespace tool {
 namespace {
 
 Command gatewayCommand() {
-    return {
-        "gateway", "Be a gateway for development, with rules and a record",
-        "Serves clients as tav-gateway does: each packet is answered with the next code and its own body.\n"
-        "Rules from a file take packets by code, class or field, and answer, push, wait, drop or misbehave\n"
-        "instead; a file that is wrong is told with line and column, and the gateway does not start.  A "
-        "record\n"
-        "has all frames, both ways, and is appended to.  Certificates are made at first start.  It runs\n"
-        "until Ctrl-C; the exit code is 3 if it can't listen, and 2 if a file can't be used.",
-        "# by rules, each frame kept\n"
-        "tav gateway --port 7443 -t chat.pml --rules rules.json --record traffic.bin\n"
-        "# what came and went, as JSON\n"
-        "tav convert -t chat.pml --from frames --to json traffic.bin\n",
-        addGateway};
+    return {"gateway", "Be a gateway for development, with rules and a record",
+            "Serves clients as tav-gateway does: each packet is answered with the next code and its\n"
+            "own body.  Rules from a file take packets by code, class or field, and answer, push,\n"
+            "wait, drop or misbehave instead; a file that is wrong is told with line and column, and\n"
+            "the gateway does not start.  A record has all frames, both ways, and is appended to.  A\n"
+            "page shows connections and traffic as it comes, and has buttons to push, reset and fall\n"
+            "silent; its address is printed, with a token that it demands.  Certificates are made at\n"
+            "first start.  It runs until Ctrl-C; the exit code is 3 if it can't listen, and 2 if a\n"
+            "file can't be used.",
+            "# by rules, each frame kept\n"
+            "tav gateway --port 7443 -t chat.pml --rules rules.json --record traffic.bin\n"
+            "# to be looked at in a browser\n"
+            "tav gateway --port 7443 -t chat.pml --web 8080\n"
+            "# what came and went, as JSON\n"
+            "tav convert -t chat.pml --from frames --to json traffic.bin\n",
+            addGateway};
 }
 
 } // namespace

@@ -4,11 +4,13 @@
 #include "tools/gateway_record.h"
 #include "tools/gateway_rules.h"
 #include "tools/interrupts.h"
+#include "tools/web.h"
 
 #include <poll.h>
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <memory>
 #include <mutex>
@@ -26,7 +28,15 @@ struct Options {
     std::string rules;
     std::string record;
     Recorded recorded = Recorded::both;
+    bool hasWeb = false;
+    WebOptions web;
 };
+
+long long timeNow() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
 
 /// What the threads of a gateway say, until it can't be written.
 class SaidLines {
@@ -87,7 +97,13 @@ public:
         }
         said_.say(gateway::listeningLine(settings, gateway.port()));
         gateway::writePort(settings, gateway.port());
+        std::unique_ptr<Web> web;
+        if (options_.hasWeb) {
+            web = std::make_unique<Web>(options_.web, model_, traffic_, gateway);
+            said_.say("gateway: the page is at " + web->place());
+        }
         waitForEnd(interrupts);
+        web.reset();
         gateway.stop();
         said_.say(gateway::stoppedLine(gateway.stats()));
         trouble_.raise();
@@ -108,13 +124,29 @@ private:
             };
         }
         if (!options_.record.empty()) {
-            auto const record = std::make_shared<GatewayRecord>(options_.record, options_.recorded, trouble_);
-            options.on_frame = [record](unsigned, bool in, std::string const & frame) {
-                record->put(in, frame);
+            record_ = std::make_unique<GatewayRecord>(options_.record, options_.recorded, trouble_);
+        }
+        if (record_ != nullptr || options_.hasWeb) {
+            options.on_frame = [this](unsigned connection, bool in, std::string const & frame) {
+                take(connection, in, frame);
+            };
+        }
+        if (options_.hasWeb) {
+            options.on_connection = [this](unsigned connection, bool open, std::string const & peer) {
+                traffic_.connection(connection, open, peer, timeNow());
             };
         }
         if (!options_.gateway.quiet) {
             options.log = [this](std::string const & line) { said_.say("gateway: " + line); };
+        }
+    }
+
+    void take(unsigned connection, bool in, std::string const & frame) {
+        if (record_ != nullptr) {
+            record_->put(in, frame);
+        }
+        if (options_.hasWeb) {
+            traffic_.frame(connection, in, frame, timeNow());
         }
     }
 
@@ -145,6 +177,8 @@ private:
     Trouble trouble_;
     SaidLines said_;
     Template model_;
+    std::unique_ptr<GatewayRecord> record_;
+    Traffic traffic_;
 };
 
 } // namespace
@@ -152,15 +186,34 @@ private:
 Run addGateway(CLI::App & app) {
     auto const options = std::make_shared<Options>();
     gateway::addOptions(app, options->gateway);
-    app.add_option("-t,--template", options->model, "the template that gives names and types")
-        ->type_name("FILE");
+    auto * const model =
+        app.add_option("-t,--template", options->model, "the template that gives names and types")
+            ->type_name("FILE");
     app.add_option("--rules", options->rules, "what to do for which packets, in JSON")->type_name("FILE");
     auto * const record =
         app.add_option("--record", options->record, "append all frames to a file, as tav convert reads them")
             ->type_name("FILE");
     addChoice(app, "--recorded", options->recorded, recordedNames(), "the frames of a record, by their way")
         ->needs(record);
-    return [options](Output & output) { return GatewayRun(*options, output).run(); };
+    constexpr int lastPort = 65535;
+    auto * const web =
+        app.add_option("--web", options->web.port,
+                       "show connections and traffic on a page at this port; 0: the system gives one")
+            ->check(CLI::Range(0, lastPort))
+            ->type_name("PORT")
+            ->needs(model);
+    app.add_option("--web-address", options->web.address, "address that the page listens on")
+        ->capture_default_str()
+        ->needs(web);
+    app.add_flag("--reveal", options->web.reveal, "show values that the template protects on the page")
+        ->needs(web);
+    return [options, web](Output & output) {
+        options->hasWeb = web->count() != 0;
+        if (options->hasWeb) {
+            Web::demand();
+        }
+        return GatewayRun(*options, output).run();
+    };
 }
 
 } // namespace tool

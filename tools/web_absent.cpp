@@ -1,0 +1,24 @@
+#include "tools/failure.h"
+#include "tools/web.h"
+
+namespace tav {
+namespace tool {
+
+class Web::Server {};
+
+void Web::demand() {
+    throw Failure(exitUse, "--web: this tav was built without libcpp-httplib-dev");
+}
+
+Web::Web(WebOptions const &, Template const &, Traffic &, gateway::Gateway &) {
+    demand();
+}
+
+Web::~Web() = default;
+
+std::string Web::place() const {
+    return {};
+}
+
+} // namespace tool
+} // namespace tav
