@@ -102,10 +102,15 @@ void addModelOptions(CLI::App & app, std::string & file, std::string & className
 
 void addCommands(CLI::App & app, Output & output, Run & run) {
     app.require_subcommand(1);
-    app.formatter(std::make_shared<OneLineEach>());
+    auto const formatter = std::make_shared<OneLineEach>();
+    formatter->label("TEXT", "");
+    formatter->label("REQUIRED", "(needed)");
+    formatter->label("Excludes", "not with");
+    formatter->label("Needs", "only with");
+    app.formatter(formatter);
     for (Command const & command : commands()) {
         CLI::App * const sub = app.add_subcommand(command.name, command.summary);
-        sub->description(std::string(command.summary) + ".\n\n" + command.description);
+        sub->description(std::string(command.summary) + ".\n\n" + command.description + "\n");
         sub->footer(std::string("Examples:\n") + command.examples);
         auto const colours = std::make_shared<Colours>(Colours::automatic);
         addChoice(*sub, "--color", *colours, colourNames(), "colours; auto: on a terminal alone");

@@ -213,7 +213,7 @@ Run addDump(CLI::App & app) {
     auto * const hex =
         app.add_option("--hex", options->hex, "the bytes themselves, in hexadecimal")->type_name("BYTES");
     auto * const base64 =
-        app.add_option("--base64", options->base64, "the bytes themselves, in base64")->type_name("TEXT");
+        app.add_option("--base64", options->base64, "the bytes themselves, in base64")->type_name("BYTES");
     hex->excludes(file);
     base64->excludes(file)->excludes(hex);
     addChoice(app, "--in", options->form, formNames(), "how bytes stand in FILE");

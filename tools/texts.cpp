@@ -87,6 +87,12 @@ std::string bashOf(CLI::App const & app) {
            "    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]} options= "
            "words=\n"
            "    COMPREPLY=()\n"
+           "    # A shell takes --option=word apart.\n"
+           "    if [ \"$current\" = = ]; then\n"
+           "        current=\n"
+           "    elif [ \"$previous\" = = ]; then\n"
+           "        previous=${COMP_WORDS[COMP_CWORD - 2]}\n"
+           "    fi\n"
            "    if [ \"$COMP_CWORD\" -eq 1 ]; then\n"
            "        mapfile -t COMPREPLY < <(compgen -W '" +
            namesOfCommands() +
@@ -174,6 +180,19 @@ std::string manOptions(CLI::App const & app) {
     return text;
 }
 
+/// What is given by place, in its order.
+std::string operandsOf(CLI::App const & app) {
+    std::string text;
+    for (CLI::Option const * const option : app.get_options()) {
+        if (option->get_positional()) {
+            std::string const name = option->get_name(true, false);
+            text += option->get_required() ? " " + name : " [" + name + "]";
+            text += option->get_items_expected_max() > 1 ? "..." : "";
+        }
+    }
+    return text;
+}
+
 std::string const exitCodes =
     ".SH EXIT STATUS\n.TP\n.B 0\ngood\n.TP\n.B 1\nsomething in the input is wrong\n.TP\n.B 2\n"
     "bad use, or a file that can't be read or written\n.TP\n.B 3\nthe network\n";
@@ -205,9 +224,10 @@ std::string manPageOf(CLI::App const & app, std::string const & name) {
     for (Command const & command : commands()) {
         if (name == command.name) {
             CLI::App const * const sub = app.get_subcommand(command.name);
-            return head("tav-" + name, command.summary) + ".SH SYNOPSIS\n.B tav " + name +
-                   "\n[OPTIONS] ...\n.SH DESCRIPTION\n" + troff(command.description) + "\n.SH OPTIONS\n" +
-                   manOptions(*sub) + exitCodes + ".SH EXAMPLES\n.nf\n" + troff(command.examples) + ".fi\n";
+            return head("tav-" + name, command.summary) + ".SH SYNOPSIS\n.B tav " + name + "\n[OPTIONS]" +
+                   troff(operandsOf(*sub)) + "\n.SH DESCRIPTION\n" + troff(command.description) +
+                   "\n.SH OPTIONS\n" + manOptions(*sub) + exitCodes + ".SH EXAMPLES\n.nf\n" +
+                   troff(command.examples) + ".fi\n";
         }
     }
     throw Failure(exitUse, "there is no command " + name);

@@ -185,9 +185,11 @@ TEST(ToolCommand, CompletionOfBashKnowsCommandsOptionsAndWords) {
     ToolRun const run =
         rig.shell("$TAV __texts bash >tav && . ./tav\n"
                   "complete_() { COMP_WORDS=(tav \"$@\"); COMP_CWORD=$#; _tav; echo \"${COMPREPLY[*]}\"; }\n"
-                  "complete_ c\ncomplete_ dump --an\ncomplete_ convert --from n\ntouch found.pml\n"
+                  "complete_ c\ncomplete_ dump --an\ncomplete_ convert --from n\ncomplete_ dump --as = "
+                  "fr\ncomplete_ dump --as =\ntouch found.pml\n"
                   "complete_ check fou\n");
-    EXPECT_EQ(run.out, "check convert\n--annotate\nnbr\nfound.pml\n") << run.err;
+    EXPECT_EQ(run.out, "check convert\n--annotate\nnbr\nframes\nauto frames gate nbr packet\nfound.pml\n")
+        << run.err;
 }
 
 TEST(ToolCommand, CompletionOfZshHasEachOption) {
@@ -214,6 +216,9 @@ TEST(ToolCommand, ManPagesHaveWhatTheHelpHas) {
          {"NAME", "SYNOPSIS", "DESCRIPTION", "OPTIONS", "EXIT STATUS", "EXAMPLES"}) {
         EXPECT_NE(run.out.find(std::string("\n.SH ") + heading + "\n"), std::string::npos) << heading;
     }
+    EXPECT_NE(rig.run("__texts man diff").out.find("\n[OPTIONS] OLD NEW\n"), std::string::npos);
+    EXPECT_NE(rig.run("__texts man check").out.find("\n[OPTIONS] TEMPLATE...\n"), std::string::npos);
+    EXPECT_NE(run.out.find("\n[OPTIONS] [FILE]\n"), std::string::npos);
     EXPECT_EQ(rig.run("__texts man nonsense").code, 2);
 }
 
