@@ -5,7 +5,7 @@
 #include "tools/input.h"
 #include "tools/integers.h"
 
-#include <tav/kit/failure.h>
+#include <tav/kit/failure_name.h>
 
 #include <fcntl.h>
 #include <netdb.h>
@@ -149,62 +149,6 @@ void addWatch(CLI::App & app, ConnectionOptions & options) {
         ->type_name("FILE");
 }
 
-char const * nameOf(tls::failure why) {
-    static char const * const names[] = {"none",
-                                         "other",
-                                         "not_connected",
-                                         "closed",
-                                         "queue_full",
-                                         "too_many_sends",
-                                         "body_too_long",
-                                         "bad_json",
-                                         "template_lacks_class",
-                                         "value_does_not_fit",
-                                         "field_missing",
-                                         "encoding_failed",
-                                         "out_of_memory",
-                                         "timed_out",
-                                         "cancelled",
-                                         "busy",
-                                         "connection_lost",
-                                         "closed_by_peer",
-                                         "peer_silent",
-                                         "bad_address",
-                                         "host_not_found",
-                                         "refused",
-                                         "unreachable",
-                                         "proxy_refused",
-                                         "handshake_failed",
-                                         "certificate_refused",
-                                         "name_mismatch",
-                                         "bad_policy",
-                                         "bad_template",
-                                         "bad_frame",
-                                         "no_resources",
-                                         "would_wait_for_itself"};
-    auto const i = static_cast<std::size_t>(why);
-    return i < sizeof(names) / sizeof(names[0]) ? names[i] : "other";
-}
-
-char const * nameOf(kit::failure why) {
-    switch (why) {
-    case kit::failure::timed_out: return "timed_out";
-    case kit::failure::cancelled: return "cancelled";
-    case kit::failure::disconnected: return "disconnected";
-    case kit::failure::not_connected: return "not_connected";
-    case kit::failure::not_sent: return "not_sent";
-    case kit::failure::bad_reply: return "bad_reply";
-    case kit::failure::over_limit: return "over_limit";
-    case kit::failure::too_long: return "too_long";
-    case kit::failure::dropped: return "dropped";
-    case kit::failure::outbox_full: return "outbox_full";
-    case kit::failure::stopped: return "stopped";
-    case kit::failure::login_refused: return "login_refused";
-    case kit::failure::unspecified: break;
-    }
-    return "unspecified";
-}
-
 } // namespace
 
 void parsePlace(std::string const & place, std::string & host, std::string & port) {
@@ -289,9 +233,7 @@ int withKeyLog(ConnectionOptions const & options, int code, Output & output) {
 }
 
 std::string nameOf(std::error_code why) {
-    return why.category() == tls::failure_category() ? nameOf(static_cast<tls::failure>(why.value()))
-           : why.category() == kit::failures()       ? nameOf(static_cast<kit::failure>(why.value()))
-                                                     : "other";
+    return kit::failure_name(why);
 }
 
 std::string toldFailure(std::error_code why, std::string const & text) {

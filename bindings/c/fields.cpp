@@ -1,5 +1,7 @@
 #include "bindings/c/fields.h"
 
+#include <tav/kit/failure_name.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -7,53 +9,13 @@
 namespace tav {
 namespace json_client {
 
-namespace {
-
-constexpr std::array<char const *, 32> names = {
-    "none",
-    "other",
-    "not_connected",
-    "closed",
-    "queue_full",
-    "too_many_sends",
-    "body_too_long",
-    "bad_json",
-    "template_lacks_class",
-    "value_does_not_fit",
-    "field_missing",
-    "encoding_failed",
-    "out_of_memory",
-    "timed_out",
-    "cancelled",
-    "busy",
-    "connection_lost",
-    "closed_by_peer",
-    "peer_silent",
-    "bad_address",
-    "host_not_found",
-    "refused",
-    "unreachable",
-    "proxy_refused",
-    "handshake_failed",
-    "certificate_refused",
-    "name_mismatch",
-    "bad_policy",
-    "bad_template",
-    "bad_frame",
-    "no_resources",
-    "would_wait_for_itself",
-};
-
-} // namespace
-
 std::string wordsOf(std::exception const & e) {
     std::string_view const all = e.what();
     return std::string(all.substr(0, all.rfind("\n    throw at ")));
 }
 
 std::string nameOf(tls::failure v) {
-    auto const number = static_cast<std::size_t>(v);
-    return number < names.size() ? names[number] : "other";
+    return kit::failure_name(v);
 }
 
 Failure failureOf(tls::failure v, std::string const & text, std::string const & field, long long position) {

@@ -1,4 +1,4 @@
-#include "tav/kit/failure.h"
+#include "tav/kit/failure_name.h"
 
 #include "support/client_rig.h"
 #include "tav/kit/message.h"
@@ -51,6 +51,23 @@ Say ofSize(std::size_t size) {
 }
 
 } // namespace
+
+TEST(KitFailure, EachHasTheNameThatItsEnumHas) {
+    EXPECT_STREQ(kit::failure_name(kit::failure::login_refused), "login_refused");
+    EXPECT_STREQ(kit::failure_name(client_failure::would_wait_for_itself), "would_wait_for_itself");
+    EXPECT_STREQ(kit::failure_name(make_error_code(client_failure::bad_policy)), "bad_policy");
+    EXPECT_STREQ(kit::failure_name(make_error_code(kit::failure::over_limit)), "over_limit");
+    EXPECT_STREQ(kit::failure_name(std::make_error_code(std::errc::timed_out)), "other");
+    EXPECT_STREQ(kit::failure_name(static_cast<client_failure>(client_failures)), "other");
+    std::set<std::string> names;
+    for (int i = 0; i < client_failures; ++i) {
+        EXPECT_TRUE(names.insert(kit::failure_name(static_cast<client_failure>(i))).second) << i;
+    }
+    std::set<std::string> own;
+    for (int i = 1; i <= static_cast<int>(kit::failure::login_refused); ++i) {
+        EXPECT_TRUE(own.insert(kit::failure_name(static_cast<kit::failure>(i))).second) << i;
+    }
+}
 
 TEST(KitFailure, EachHasASentenceOfItsOwn) {
     std::set<std::string> sentences;
