@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds the library, the gateway and the examples, runs them, and lets three users chat.  What is missing on a fresh
-# Debian machine is installed first.
+# Builds the library, the gateway and the examples, runs them, lets three users chat, and shows what went between them by
+# name, decoded by the tool.  What is missing on a fresh Debian machine is installed first.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh

@@ -36,10 +36,11 @@ commands=0
 for page in *.md; do
     # What these show needs a server or tshark: the tests of tests/tools and tests/wireshark hold them.
     case $page in tls.md | wireshark.md | send.md | request.md | listen.md | load.md) continue ;; esac
-    # The commands with what is shown, as two files each.
+    # The commands with what is shown, as two files each.  Those to a gateway are run by tests of tests/tools.
     awk -v to="$work/$page" '
         /^```text$/ { inside = 1; next }
         /^```$/ { inside = 0; if (out) close(out); out = ""; next }
+        inside && /^\$ .*chat[.]example[.]com:/ { if (out) close(out); out = ""; next }
         inside && /^\$ / { count++; out = to "." count ".shown"; print substr($0, 3) > (to "." count ".line"); printf "" > out; next }
         inside && out { print > out }' "$page"
     for line in "$page".*.line; do
@@ -60,4 +61,6 @@ for page in *.md; do
     done
     stop_serving
 done
+# The header that the day's class stands in.
+cmp talk.h "$project/docs/tool/talk.h"
 [ "$commands" -ge 9 ] || { echo "the pages show $commands commands only" >&2; exit 1; }
