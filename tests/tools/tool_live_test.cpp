@@ -415,7 +415,7 @@ TEST(ToolLive, SignalClosesTheConnectionAndListenHasEndedWell) {
 
 TEST(ToolLive, SignalEndsItAlsoWhileTheReaderOfTheOutputTakesNothing) {
     LiveRig const rig;
-    // The reader holds its end of the pipe and waits until much is in it: partly filled pages make a pipe full early.
+    // The reader holds its end of the pipe; its pages may be filled in part when it is full.
     auto running = rig.begin(
         "mkfifo out; $TAV " + rig.line("listen", "2>err >out & pid=$!\n") +
         "exec 3<out; until_ connected err\n"
