@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <limits>
+#include <mutex>
 
 namespace tav {
 namespace tool {
@@ -64,12 +65,10 @@ std::vector<std::string> typeNames() {
     for (auto const & kind : tavEnum<Kind>::numbers()) {
         names.emplace_back(viewOf(kind.first));
     }
-    tavMutex & mutex = kinds::mtx();
-    mutex.lock();
+    std::lock_guard<tavMutex> const guard(kinds::mtx());
     for (auto const & alias : kinds::aliases()) {
         names.push_back(stringOf(alias.first));
     }
-    mutex.unlock();
     return names;
 }
 
