@@ -5,7 +5,7 @@
 # Builds that are made often and never shipped have one stamp for all commits: their objects are then found in a cache.
 option(TAV_CONSTANT_STAMP "Name neither the commit nor its time in the build" OFF)
 mark_as_advanced(TAV_CONSTANT_STAMP)
-set(tav_constant_time 1577836800)
+set(tav_constant_stamp 1577836800 00000000)
 
 # Writes the header that tells the stamp, foundation/build_stamp.h, into a folder.
 function(tav_write_build_stamp TAV_BUILD_TIME TAV_BUILD_REVISION folder)
@@ -30,7 +30,8 @@ set(tav_build_time "$ENV{SOURCE_DATE_EPOCH}")
 set(tav_build_revision "")
 find_package(Git QUIET)
 if(TAV_CONSTANT_STAMP)
-    set(tav_build_time ${tav_constant_time})
+    list(GET tav_constant_stamp 0 tav_build_time)
+    list(GET tav_constant_stamp 1 tav_build_revision)
 elseif(Git_FOUND AND EXISTS "${PROJECT_SOURCE_DIR}/.git")
     execute_process(COMMAND ${GIT_EXECUTABLE} rev-parse --short=8 HEAD
                     WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}

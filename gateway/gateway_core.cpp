@@ -483,16 +483,27 @@ private:
             if (!acceptor_.is_open()) {
                 return;
             }
-            if (!error) {
-                unsigned const id = ++last_id_;
-                bool const misbehaves = options_.fault_connections == 0 || id <= options_.fault_connections;
-                auto const connection =
-                    std::make_shared<Connection>(*this, std::move(socket), id, misbehaves);
-                connections_[id] = connection;
-                set([](Stats & s) { ++s.connections; });
-                connection->start();
+            if (error) {
+                accept_later();
+                return;
             }
+            unsigned const id = ++last_id_;
+            bool const misbehaves = options_.fault_connections == 0 || id <= options_.fault_connections;
+            auto const connection = std::make_shared<Connection>(*this, std::move(socket), id, misbehaves);
+            connections_[id] = connection;
+            set([](Stats & s) { ++s.connections; });
+            connection->start();
             accept();
+        });
+    }
+    /// Without a free descriptor the next call fails at once as well.
+    void accept_later() {
+        constexpr std::chrono::milliseconds pause(10);
+        auto const timer = std::make_shared<asio::steady_timer>(io_, pause);
+        timer->async_wait([this, timer](std::error_code const &) {
+            if (acceptor_.is_open()) {
+                accept();
+            }
         });
     }
 

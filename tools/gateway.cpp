@@ -103,9 +103,10 @@ public:
             said_.say("gateway: the page is at " + web->place());
         }
         waitForEnd(interrupts);
-        web.reset();
         gateway.stop();
         said_.say(gateway::stoppedLine(gateway.stats()));
+        // It waits for who is being answered.
+        web.reset();
         trouble_.raise();
         return exitGood;
     }
@@ -161,7 +162,8 @@ private:
             if (interrupts.signal() != 0 || (ready > 0 && what[1].revents != 0)) {
                 return;
             }
-            if (ready > 0 && (what[2].revents & POLLERR) != 0) {
+            // A socket says that its reader has gone by a hang-up alone, a pipe by an error.
+            if (ready > 0 && (what[2].revents & (POLLERR | POLLHUP)) != 0) {
                 std::signal(SIGPIPE, SIG_DFL);
                 std::raise(SIGPIPE);
             }

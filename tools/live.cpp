@@ -259,7 +259,8 @@ bool Live::serve(int fd, Clock::time_point until) {
     if (interrupts_.signal() != 0) {
         throw Interrupted{interrupts_.signal()};
     }
-    if (ready > 0 && (what[2].revents & POLLERR) != 0) {
+    // A socket says so by a hang-up alone, a pipe by an error.
+    if (ready > 0 && (what[2].revents & (POLLERR | POLLHUP)) != 0) {
         std::raise(SIGPIPE);
     }
     drain();

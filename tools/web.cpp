@@ -44,9 +44,9 @@ bool isSame(std::string const & given, std::string const & token) {
     return given.size() == token.size() && CRYPTO_memcmp(given.data(), token.data(), token.size()) == 0;
 }
 
-/// Whether the page was asked for by an address or as localhost.  A name that somebody else may bind to this
-/// machine is refused: his pages would be of the same origin.
-bool isOwnHost(std::string host) {
+/// Whether the page was asked for by an address, as localhost, or by the name that it was told to listen on.
+/// A name that somebody else may bind to this machine is refused: his pages would be of the same origin.
+bool isOwnHost(std::string host, std::string const & own) {
     std::size_t const colon = host.rfind(':');
     std::size_t const bracket = host.rfind(']');
     if (colon != std::string::npos && (bracket == std::string::npos || bracket < colon)) {
@@ -56,7 +56,7 @@ bool isOwnHost(std::string host) {
     if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
         return ::inet_pton(AF_INET6, host.substr(1, host.size() - 2).c_str(), address.data()) == 1;
     }
-    return host == "localhost" || ::inet_pton(AF_INET, host.c_str(), address.data()) == 1;
+    return host == "localhost" || host == own || ::inet_pton(AF_INET, host.c_str(), address.data()) == 1;
 }
 
 httplib::Headers commonHeaders() {
@@ -91,6 +91,8 @@ public:
         server_.set_payload_max_length(largestMessage);
         // A browser that keeps connections would keep the threads.
         server_.set_keep_alive_max_count(1);
+        // Nor may one that is opened ahead of a question, or by somebody who never asks.
+        server_.set_keep_alive_timeout(1);
         constexpr time_t patience = 5;
         server_.set_read_timeout(patience);
         server_.set_write_timeout(patience);
@@ -168,7 +170,7 @@ private:
     /// The page itself is asked for by an address that has the token, all else with a header, which no page
     /// of somebody else can have sent.
     bool isAllowed(Request const & request, Response & response) const {
-        if (!isOwnHost(request.get_header_value("Host"))) {
+        if (!isOwnHost(request.get_header_value("Host"), address_)) {
             refuse(response, "Ask for this page by the address that was printed, or as localhost.\n");
             return false;
         }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <string>
 
 namespace {
@@ -107,6 +108,20 @@ std::string repeated(std::string const & text, int times) {
 
 bool has(std::string const & text, std::string const & part) {
     return text.find(part) != std::string::npos;
+}
+
+TEST(ToolGateway, EndsWithTheReaderOfItsOutputAlsoWhereThatIsASocket) {
+    GatewayRig const rig;
+    rig.tool.file("read.py", "import socket, subprocess, sys\n"
+                             "ours, its = socket.socketpair()\n"
+                             "gateway = subprocess.Popen(sys.argv[1:], stdout=its)\n"
+                             "its.close()\n"
+                             "ours.recv(1000)\n"
+                             "ours.close()\n"
+                             "print(gateway.wait(10))\n");
+    ToolRun const run =
+        rig.run("python3 read.py $TAV gateway --port 0 --chain chain.pem --key key.pem -t m.pml");
+    EXPECT_EQ(run.out, std::to_string(-SIGPIPE) + "\n") << run.err;
 }
 
 TEST(ToolGateway, RulesMatchByCodeClassAndFieldAndTheFirstThatFitsCounts) {

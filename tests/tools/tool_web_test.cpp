@@ -6,11 +6,17 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -318,6 +324,26 @@ TEST(ToolWeb, FiltersLeaveWhatFits) {
     for (char const * const wrong :
          {"way=up", "connection=x", "code=12345", "after=-1", "after=99999999999999999999"}) {
         EXPECT_EQ(rig.status(std::string("/api/state?") + wrong), 400) << wrong;
+    }
+}
+
+TEST(ToolWeb, WhoConnectsAndAsksNothingHoldsNobodyUpForLong) {
+    WebRig const rig;
+    unsigned short const port =
+        static_cast<unsigned short>(std::stoul(rig.origin.substr(rig.origin.rfind(':') + 1)));
+    sockaddr_in place{};
+    place.sin_family = AF_INET;
+    place.sin_port = htons(port);
+    place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::vector<int> silent;
+    for (int i = 0; i < 8; ++i) {
+        int const one = ::socket(AF_INET, SOCK_STREAM, 0);
+        silent.push_back(one);
+        ASSERT_EQ(::connect(one, reinterpret_cast<sockaddr *>(&place), sizeof(place)), 0);
+    }
+    EXPECT_EQ(rig.status("/api/state"), 200);
+    for (int const one : silent) {
+        ::close(one);
     }
 }
 
