@@ -11,6 +11,7 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <thread>
 
@@ -212,7 +213,10 @@ private:
                 [self = shared_from_this()](std::error_code const & error) { self->onHandshake(error); });
         }
 
-        void silence(bool on) { silent_ = on; }
+        void silence(bool on) {
+            silent_ = on;
+            tellSilence();
+        }
 
         /// Sends bytes as they are, unless the connection is silent.
         void write(std::string bytes) {
@@ -250,15 +254,15 @@ private:
 
         /// Sends half a frame and closes.
         void cut() {
-            write(frame(tav_istr(std::string(100, 'x'))).substr(0, 50));
+            writeOdd(frame(tav_istr(std::string(100, 'x'))).substr(0, 50), "half a frame");
             closeAfterWrites();
         }
 
         /// Sends a length above the limit.
-        void oversize() { write(std::string("\x01\x00\x00\x00", head_size)); }
+        void oversize() { writeOdd(std::string("\x01\x00\x00\x00", head_size), "a length above the limit"); }
 
         /// Sends a frame that is no packet of either kind.
-        void garbage() { write(frame(tav_istr(std::string(64, '\xa5')))); }
+        void garbage() { writeFrame(frame(tav_istr(std::string(64, '\xa5')))); }
 
         /// Closes once everything queued has gone out.
         void closeAfterWrites() {
@@ -314,13 +318,27 @@ private:
             return misbehaves_ ? server_.options_.faults : none;
         }
 
-        bool sends() const { return open_ && !silent_ && !faults().silence; }
+        bool silent() const { return silent_.value_or(faults().silence); }
+        bool sends() const { return open_ && !silent(); }
 
         void writeFrame(std::string bytes) {
             if (server_.options_.on_frame && sends()) {
                 server_.options_.on_frame(id_, false, bytes);
             }
             write(std::move(bytes));
+        }
+
+        void writeOdd(std::string bytes, char const * what) {
+            if (server_.options_.on_odd && sends()) {
+                server_.options_.on_odd(id_, bytes, what);
+            }
+            write(std::move(bytes));
+        }
+
+        void tellSilence() const {
+            if (server_.options_.on_silence) {
+                server_.options_.on_silence(id_, silent());
+            }
         }
 
         void tellConnection() const {
@@ -343,6 +361,9 @@ private:
             });
             server_.log(id_, "connected");
             tellConnection();
+            if (silent()) {
+                tellSilence();
+            }
             readHead();
         }
 
@@ -469,7 +490,8 @@ private:
         bool const misbehaves_;
         bool open_ = false;
         bool closing_ = false;
-        bool silent_ = false;
+        /// What it was told; until then the faults say it.
+        std::optional<bool> silent_;
         std::string peer_;
         unsigned frames_ = 0;
         std::array<unsigned char, head_size> head_{};

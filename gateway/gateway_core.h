@@ -84,6 +84,11 @@ struct Options {
     std::function<std::shared_ptr<Plan const>(unsigned short code, std::string const & body)> plan;
     /// each whole frame, its length included, as it comes in or goes out; called on the gateway's thread
     std::function<void(unsigned connection, bool in, std::string const & frame)> on_frame;
+    /// bytes that are no frame, as they go out to misbehave, and what they are to be; called on the gateway's
+    /// thread
+    std::function<void(unsigned connection, std::string const & bytes, std::string const & what)> on_odd;
+    /// that a connection falls silent or speaks again; called on the gateway's thread
+    std::function<void(unsigned connection, bool silent)> on_silence;
     /// a connection whose handshake is done, with the address of the client, and its end; called on the
     /// gateway's thread
     std::function<void(unsigned connection, bool open, std::string const & peer)> on_connection;
@@ -136,7 +141,7 @@ public:
     void pushTo(unsigned connection, unsigned short code, std::string const & body,
                 unsigned short version = 4);
     void drop(unsigned connection, bool reset);
-    /// Whether anything is still sent to the connection.
+    /// Whether the connection gets nothing any more, whatever the faults say.
     void silence(unsigned connection, bool on);
 
     Stats stats() const;

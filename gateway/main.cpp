@@ -84,6 +84,7 @@ int main(int argc, char ** argv) {
     CLI::App app("A development message gateway: TLS 1.2, frames of a 4-byte length and a packet.\n\n" +
                      std::string(usualRule),
                  "tav-gateway");
+    app.set_version_flag("--version", std::string("tav-gateway ") + tav::version_t::release());
     addOptions(app, settings);
     app.add_option("--record", settings.record,
                    "file to which each packet is appended as a frame, for tav convert");

@@ -87,8 +87,13 @@ std::string FrameViews::masked(std::string const & frame) const {
     return result;
 }
 
-FrameSummary FrameViews::summary(std::string const & frame) const {
+FrameSummary FrameViews::summary(std::string const & frame, std::string const & odd) const {
     FrameSummary shown;
+    if (!odd.empty()) {
+        shown.size = frame.size();
+        shown.text = "sent to misbehave";
+        return shown;
+    }
     shown.size = frame.size() - std::min(frameHead, frame.size());
     Message message;
     std::string reason;
@@ -144,8 +149,19 @@ std::string FrameViews::text(Message const & message, Encoding encoding) const {
     return cut(std::move(text), largestView);
 }
 
-FrameDetails FrameViews::details(std::string const & frame) const {
+FrameDetails FrameViews::details(std::string const & frame, std::string const & odd) const {
     FrameDetails shown;
+    if (!odd.empty()) {
+        shown.envelope = shown.json = shown.pml = shown.xml = shown.nbr =
+            "It is no frame, but " + odd + ", sent to misbehave.";
+        Output output(shown.bytes);
+        TextTree tree(output, true);
+        tree.bytes(frame, 0);
+        TreeLine line;
+        line.pieces.push_back({0, frame.size(), odd, false});
+        tree.leaf(line);
+        return shown;
+    }
     shown.nbr = tree(frame, false);
     shown.bytes = tree(frame, true);
     Message message;

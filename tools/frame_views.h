@@ -37,8 +37,9 @@ class FrameViews {
 public:
     FrameViews(Template const & model, bool reveal) : model_(model), reveal_(reveal) {}
 
-    FrameSummary summary(std::string const & frame) const;
-    FrameDetails details(std::string const & frame) const;
+    /// With `odd` the bytes are no frame, but what that says.
+    FrameSummary summary(std::string const & frame, std::string const & odd = std::string()) const;
+    FrameDetails details(std::string const & frame, std::string const & odd = std::string()) const;
 
 private:
     /// The frame with asterisks in place of what is hidden, byte for byte.

@@ -136,6 +136,13 @@ private:
             options.on_connection = [this](unsigned connection, bool open, std::string const & peer) {
                 traffic_.connection(connection, open, peer, timeNow());
             };
+            options.on_odd = [this](unsigned connection, std::string const & bytes,
+                                    std::string const & what) {
+                traffic_.odd(connection, bytes, what, timeNow());
+            };
+            options.on_silence = [this](unsigned connection, bool silent) {
+                traffic_.silence(connection, silent);
+            };
         }
         if (!options_.gateway.quiet) {
             options.log = [this](std::string const & line) { said_.say("gateway: " + line); };

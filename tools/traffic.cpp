@@ -25,23 +25,35 @@ bool Traffic::admits(long long now) {
     return inWindow_++ < mostInASecond * static_cast<std::size_t>(windowMs) / 1000;
 }
 
-void Traffic::frame(unsigned connection, bool in, std::string const & frame, long long now) {
-    std::lock_guard<std::mutex> const guard(mutex_);
+void Traffic::count(unsigned connection, bool in) {
     auto const found = connections_.find(connection);
     if (found != connections_.end()) {
         ++(in ? found->second.in : found->second.out);
     }
-    if (frame.size() <= heartbeatSize) {
-        return;
+}
+
+void Traffic::frame(unsigned connection, bool in, std::string const & frame, long long now) {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    count(connection, in);
+    if (frame.size() > heartbeatSize) {
+        keep({0, now, connection, in, frame, {}});
     }
+}
+
+void Traffic::odd(unsigned connection, std::string const & bytes, std::string const & what, long long now) {
+    std::lock_guard<std::mutex> const guard(mutex_);
+    keep({0, now, connection, false, bytes, what});
+}
+
+void Traffic::keep(SeenPacket packet) {
     ++counts_.all;
-    if (!admits(now)) {
+    if (!admits(packet.time)) {
         ++counts_.leftOut;
         return;
     }
-    packets_.push_back(
-        std::make_shared<SeenPacket const>(SeenPacket{++counts_.last, now, connection, in, frame}));
-    bytes_ += frame.size();
+    packet.id = ++counts_.last;
+    bytes_ += packet.frame.size();
+    packets_.push_back(std::make_shared<SeenPacket const>(std::move(packet)));
     while (packets_.size() > mostPackets || (bytes_ > mostBytes && packets_.size() > 1)) {
         bytes_ -= packets_.front()->frame.size();
         packets_.pop_front();

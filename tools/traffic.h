@@ -12,13 +12,15 @@
 namespace tav {
 namespace tool {
 
-/// A frame that was seen, and when, in milliseconds since 1970.
+/// A frame that was seen, and when, in milliseconds since 1970.  With `odd` it is none, but what was sent to
+/// misbehave, and that is what it was to be.
 struct SeenPacket {
     unsigned long long id = 0;
     long long time = 0;
     unsigned connection = 0;
     bool in = true;
     std::string frame;
+    std::string odd;
 };
 
 struct SeenConnection {
@@ -45,6 +47,7 @@ public:
     static constexpr std::size_t mostClosed = 20;
 
     void frame(unsigned connection, bool in, std::string const & frame, long long now);
+    void odd(unsigned connection, std::string const & bytes, std::string const & what, long long now);
     void connection(unsigned id, bool open, std::string const & peer, long long now);
     void silence(unsigned id, bool on);
 
@@ -66,6 +69,8 @@ public:
 
 private:
     bool admits(long long now);
+    void count(unsigned connection, bool in);
+    void keep(SeenPacket packet);
 
     mutable std::mutex mutex_;
     std::deque<Packet> packets_;

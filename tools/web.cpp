@@ -9,10 +9,18 @@
 #include <openssl/rand.h>
 
 #include <httplib.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <cstring>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <thread>
 
 namespace tav {
@@ -22,7 +30,13 @@ namespace {
 
 constexpr std::size_t tokenBytes = 16;
 constexpr std::size_t largestMessage = 1024 * 1024;
-constexpr std::size_t threads = 4;
+constexpr std::size_t largestHead = 16384;
+constexpr std::size_t threads = 16;
+/// Connections that are answered or wait for it: each is a descriptor that the gateway has not.
+constexpr int mostAtOnce = 64;
+/// Milliseconds until somebody has to begin, and between two looks whether all is to end.
+constexpr int mostIdle = 1000;
+constexpr int lookAfter = 100;
 constexpr int forbidden = 403;
 
 std::string randomHex(std::size_t bytes) {
@@ -76,26 +90,167 @@ WebApi::Parameters parametersOf(httplib::Request const & request) {
     return parameters;
 }
 
+/// A connection that ends if it is idle, if its question as a whole or the taking of the answer lasts too
+/// long, if the head of the question is too large, or if the server ends.
+class TimedStream : public httplib::Stream {
+public:
+    TimedStream(socket_t socket, std::chrono::milliseconds patience, std::atomic<socket_t> const & server)
+        : socket_(socket), patience_(patience), server_(server), readEnd_(Clock::now() + patience) {}
+
+    /// Whether a question begins.
+    bool begins() const {
+        return ready(POLLIN, std::min(readEnd_, Clock::now() + std::chrono::milliseconds(mostIdle)));
+    }
+    bool is_readable() const override { return at_ < taken_ || ready(POLLIN, readEnd_); }
+    bool is_writable() const override { return ready(POLLOUT, writeEnd()); }
+
+    ssize_t read(char * to, std::size_t size) override {
+        if (at_ == taken_) {
+            if (!ready(POLLIN, readEnd_)) {
+                return -1;
+            }
+            ssize_t const n = ::recv(socket_, buffer_.data(), buffer_.size(), 0);
+            if (n <= 0 || !takesHead(std::string_view(buffer_.data(), static_cast<std::size_t>(n)))) {
+                return n <= 0 ? n : -1;
+            }
+            at_ = 0;
+            taken_ = static_cast<std::size_t>(n);
+        }
+        std::size_t const n = std::min(size, taken_ - at_);
+        std::memcpy(to, buffer_.data() + at_, n);
+        at_ += n;
+        return static_cast<ssize_t>(n);
+    }
+
+    ssize_t write(char const * from, std::size_t size) override {
+        return is_writable() ? ::send(socket_, from, size, MSG_NOSIGNAL | MSG_DONTWAIT) : -1;
+    }
+
+    void get_remote_ip_and_port(std::string &, int &) const override {}
+    void get_local_ip_and_port(std::string &, int &) const override {}
+    socket_t socket() const override { return socket_; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    Clock::time_point writeEnd() const {
+        if (!writes_) {
+            writes_ = true;
+            writeEnd_ = Clock::now() + patience_;
+        }
+        return writeEnd_;
+    }
+
+    /// The head ends with a line that has nothing in it; the bytes of a body are counted by who takes them.
+    bool takesHead(std::string_view bytes) {
+        for (std::size_t i = 0; i < bytes.size() && !headEnded_; ++i) {
+            ++line_;
+            if (++head_ > largestHead) {
+                return false;
+            }
+            if (bytes[i] == '\n') {
+                headEnded_ = line_ == 2 && last_ == '\r';
+                line_ = 0;
+            }
+            last_ = bytes[i];
+        }
+        return true;
+    }
+
+    bool ready(short what, Clock::time_point end) const {
+        while (server_ != INVALID_SOCKET) {
+            auto const left =
+                std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+            if (left <= 0) {
+                return false;
+            }
+            pollfd one{socket_, what, 0};
+            if (::poll(&one, 1, static_cast<int>(std::min<long long>(left, lookAfter))) > 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    socket_t const socket_;
+    std::chrono::milliseconds const patience_;
+    std::atomic<socket_t> const & server_;
+    Clock::time_point const readEnd_;
+    mutable bool writes_ = false;
+    mutable Clock::time_point writeEnd_;
+    std::array<char, 4096> buffer_{};
+    std::size_t at_ = 0;
+    std::size_t taken_ = 0;
+    bool headEnded_ = false;
+    std::size_t head_ = 0;
+    std::size_t line_ = 0;
+    char last_ = 0;
+};
+
+/// Whether the connection that this thread has in hand is one too many.
+thread_local bool isOneTooMany = false;
+
+/// Threads that answer, with so many connections at once; others are closed as they come.
+class Answering : public httplib::TaskQueue {
+public:
+    void enqueue(std::function<void()> answer) override {
+        if (atOnce_ >= mostAtOnce) {
+            isOneTooMany = true;
+            answer();
+            isOneTooMany = false;
+            return;
+        }
+        ++atOnce_;
+        pool_.enqueue([this, held = std::move(answer)] {
+            held();
+            --atOnce_;
+        });
+    }
+    void shutdown() override { pool_.shutdown(); }
+
+private:
+    std::atomic<int> atOnce_{0};
+    httplib::ThreadPool pool_{threads};
+};
+
+/// One question a connection: a browser that keeps connections would keep the threads, and so would somebody
+/// who sends a byte now and then.
+class TimedServer : public httplib::Server {
+public:
+    explicit TimedServer(int patience) : patience_(patience) {}
+
+    /// Once bound: some who come at once don't have the system put the others off for seconds.
+    void widen() const { ::listen(svr_sock_, SOMAXCONN); }
+
+private:
+    bool process_and_close_socket(socket_t socket) override {
+        TimedStream stream(socket, patience_, svr_sock_);
+        bool ended = false;
+        bool const good = !isOneTooMany && stream.begins() && process_request(stream, true, ended, nullptr);
+        ::shutdown(socket, SHUT_RDWR);
+        ::close(socket);
+        return good;
+    }
+
+    std::chrono::milliseconds const patience_;
+};
+
 } // namespace
 
 class Web::Server {
 public:
     Server(WebOptions const & options, Template const & model, Traffic & traffic, gateway::Gateway & gateway)
-        : address_(options.address), token_(randomHex(tokenBytes)), api_(options, model, traffic, gateway) {
-        server_.new_task_queue = [] { return new httplib::ThreadPool(threads); };
+        : address_(options.address),
+          token_(randomHex(tokenBytes)),
+          api_(options, model, traffic, gateway),
+          server_(options.patience) {
+        server_.new_task_queue = [] { return new Answering(); };
         // Nobody else may listen on the port as well.
         server_.set_socket_options([](socket_t socket) {
             int const yes = 1;
             ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
         });
         server_.set_payload_max_length(largestMessage);
-        // A browser that keeps connections would keep the threads.
-        server_.set_keep_alive_max_count(1);
-        // Nor may one that is opened ahead of a question, or by somebody who never asks.
-        server_.set_keep_alive_timeout(1);
-        constexpr time_t patience = 5;
-        server_.set_read_timeout(patience);
-        server_.set_write_timeout(patience);
         server_.set_default_headers(commonHeaders());
         route();
         port_ = options.port == 0                              ? server_.bind_to_any_port(address_)
@@ -105,6 +260,7 @@ public:
             throw Failure(exitNetwork,
                           "--web: can't listen on " + address_ + " port " + std::to_string(options.port));
         }
+        server_.widen();
         thread_ = std::thread([this] { server_.listen_after_bind(); });
         // What is ended ahead of its begin would not end.
         while (!server_.is_running()) {
@@ -202,7 +358,7 @@ private:
     std::string const address_;
     std::string const token_;
     WebApi api_;
-    httplib::Server server_;
+    TimedServer server_;
     int port_ = -1;
     std::thread thread_;
 };

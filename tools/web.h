@@ -16,6 +16,8 @@ struct WebOptions {
     /// 0: the system gives one.
     int port = 0;
     bool reveal = false;
+    /// Milliseconds that somebody has for a question, and for taking the answer.
+    int patience = 5000;
 };
 
 /// The page that shows what a gateway sees, and what it takes to act on it.  Whoever asks for anything has to

@@ -53,7 +53,8 @@ std::string rowOf(SeenPacket const & packet, FrameSummary const & shown) {
            member("code", shown.code == Message::noCode ? std::string() : codeText(shown.code)) +
            member("class", shown.className) + member("sequence", shown.sequence) +
            member("size", static_cast<unsigned long long>(shown.size)) +
-           member("receipt", std::string(shown.receipt)) + member("text", shown.text) + "}";
+           member("receipt", std::string(shown.receipt)) + member("odd", packet.odd) +
+           member("text", shown.text) + "}";
 }
 
 std::string rowOf(SeenConnection const & one) {
@@ -120,7 +121,7 @@ FrameSummary const & WebApi::summaryOf(SeenPacket const & packet) {
     auto const found = summaries_.find(packet.id);
     return found != summaries_.end()
                ? found->second
-               : summaries_.emplace(packet.id, views_.summary(packet.frame)).first->second;
+               : summaries_.emplace(packet.id, views_.summary(packet.frame, packet.odd)).first->second;
 }
 
 void WebApi::forget(unsigned long long oldest) {
@@ -168,8 +169,8 @@ std::string WebApi::packet(Parameters const & asked) const {
     if (packet == nullptr) {
         throw WebFailure(404, "This packet is not kept any more.");
     }
-    FrameDetails const shown = views_.details(packet->frame);
-    std::string const row = rowOf(*packet, views_.summary(packet->frame));
+    FrameDetails const shown = views_.details(packet->frame, packet->odd);
+    std::string const row = rowOf(*packet, views_.summary(packet->frame, packet->odd));
     return row.substr(0, row.size() - 1) + member("envelope", shown.envelope) + member("json", shown.json) +
            member("pml", shown.pml) + member("xml", shown.xml) + member("nbr", shown.nbr) +
            member("bytes", shown.bytes) + "}";
@@ -227,7 +228,6 @@ std::string WebApi::silence(Parameters const & asked) {
     unsigned const id = openConnection(asked);
     bool const on = numberOf(asked, "on") != 0;
     gateway_.silence(id, on);
-    traffic_.silence(id, on);
     return "{\"done\":\"silence\"}";
 }
 

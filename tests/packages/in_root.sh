@@ -82,7 +82,9 @@ serve gateway tav-gateway --certificates "$work/certificates" --port-file "$work
 python3 /usr/share/doc/libtav-im-nbr-dev/examples/py_first.py 127.0.0.1 "$(cat "$work/gateway.port")" "$work/certificates/ca.pem"
 
 echo "== the tool, its pages, man pages and completion"
-[ "$(tav --version)" = "tav $(sed 's/[~+-].*//' <<<"$version")" ] || fail "tav is of another version: $(tav --version)"
+for program in tav tav-gateway; do
+    [ "$("$program" --version)" = "$program $(sed 's/[~+-].*//' <<<"$version")" ] || fail "$program is of another version"
+done
 tests/docs/tool_pages.sh /demo /usr/bin/tav /demo/pages
 for command in "" -check -dump -convert -diff -gen -tls -send -request -listen -load -gateway; do
     zcat "/usr/share/man/man1/tav$command.1.gz" | grep -q '^\.TH' || fail "no man page of tav$command"

@@ -7,4 +7,5 @@ add_test(NAME packages.interface_that_changes_is_told CONFIGURATIONS long
 set_tests_properties(packages.debian_install_upgrade_use_and_remove packages.interface_is_that_of_the_last_tag
                      packages.interface_that_changes_is_told PROPERTIES LABELS long RUN_SERIAL ON TIMEOUT 3600)
 add_test(NAME packages.have_the_version_of_the_headers
-         COMMAND ${CMAKE_CURRENT_LIST_DIR}/version.sh ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION})
+         COMMAND ${CMAKE_CURRENT_LIST_DIR}/version.sh ${PROJECT_SOURCE_DIR} ${PROJECT_VERSION}
+                 $<TARGET_FILE:tav> $<TARGET_FILE:tav-gateway>)

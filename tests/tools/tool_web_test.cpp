@@ -8,10 +8,12 @@
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <memory>
 #include <string>
@@ -75,6 +77,7 @@ struct WebRig {
         how.on_connection = [this](unsigned connection, bool open, std::string const & peer) {
             traffic.connection(connection, open, peer, now);
         };
+        how.on_silence = [this](unsigned connection, bool silent) { traffic.silence(connection, silent); };
         gateway = std::make_unique<Gateway>(
             how, tav::gateway::Certificates{root.pem(), server.pem(), server.keyPem()});
         gateway->start();
@@ -327,24 +330,107 @@ TEST(ToolWeb, FiltersLeaveWhatFits) {
     }
 }
 
-TEST(ToolWeb, WhoConnectsAndAsksNothingHoldsNobodyUpForLong) {
-    WebRig const rig;
-    unsigned short const port =
-        static_cast<unsigned short>(std::stoul(rig.origin.substr(rig.origin.rfind(':') + 1)));
+/// Connects to the page and sends what begins a question.
+int dawdler(WebRig const & rig, std::string const & begin) {
     sockaddr_in place{};
     place.sin_family = AF_INET;
-    place.sin_port = htons(port);
+    place.sin_port =
+        htons(static_cast<unsigned short>(std::stoul(rig.origin.substr(rig.origin.rfind(':') + 1))));
     place.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int const one = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(::connect(one, reinterpret_cast<sockaddr *>(&place), sizeof(place)), 0);
+    EXPECT_EQ(::send(one, begin.data(), begin.size(), MSG_NOSIGNAL), static_cast<ssize_t>(begin.size()));
+    return one;
+}
+
+TEST(ToolWeb, WhoConnectsAndAsksNothingHoldsNobodyUpForLong) {
+    WebRig const rig;
     std::vector<int> silent;
-    for (int i = 0; i < 8; ++i) {
-        int const one = ::socket(AF_INET, SOCK_STREAM, 0);
-        silent.push_back(one);
-        ASSERT_EQ(::connect(one, reinterpret_cast<sockaddr *>(&place), sizeof(place)), 0);
+    for (int i = 0; i < 24; ++i) {
+        silent.push_back(dawdler(rig, ""));
     }
     EXPECT_EQ(rig.status("/api/state"), 200);
     for (int const one : silent) {
         ::close(one);
     }
+}
+
+TEST(ToolWeb, WhoDribblesAQuestionIsEndedAndHoldsNobodyUpForLong) {
+    WebOptions options;
+    options.patience = 300;
+    WebRig const rig(options);
+    // Heads without an end, and bodies: each byte comes in time for itself.
+    std::string const heads[] = {"GET /api/state HTTP/1.1\r\nHost: localhost\r\n",
+                                 "POST /api/push HTTP/1.1\r\nHost: localhost\r\nX-Tav-Token: " + rig.token +
+                                     "\r\nContent-Length: 100000\r\n\r\n"};
+    std::vector<int> slow;
+    for (int i = 0; i < 24; ++i) {
+        slow.push_back(dawdler(rig, heads[i % 2]));
+    }
+    std::thread asking([&rig] { EXPECT_EQ(rig.status("/api/state"), 200); });
+    std::size_t ended = 0;
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (ended < slow.size() && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        ended = 0;
+        for (int const one : slow) {
+            ended += ::send(one, "a", 1, MSG_NOSIGNAL | MSG_DONTWAIT) == 1 ? 0 : 1;
+        }
+    }
+    asking.join();
+    EXPECT_EQ(ended, slow.size());
+    for (int const one : slow) {
+        ::close(one);
+    }
+}
+
+TEST(ToolWeb, HeadsAndConnectionsWithoutATokenAreBounded) {
+    WebOptions options;
+    options.patience = 60000;
+    WebRig const rig(options);
+    // A head that does not end, in lines and in one.
+    for (std::string const & part : {std::string("A: b\r\n"), std::string("a"), std::string("a\n")}) {
+        int const one = dawdler(rig, "GET / HTTP/1.1\r\n");
+        std::string sent;
+        while (sent.size() < 65536) {
+            sent += part;
+        }
+        std::size_t all = 0;
+        ssize_t n = 0;
+        while (all < (64u << 20) && (n = ::send(one, sent.data(), sent.size(), MSG_NOSIGNAL)) > 0) {
+            all += static_cast<std::size_t>(n);
+        }
+        EXPECT_LT(all, 32u << 20) << part;
+        ::close(one);
+    }
+    // Of those who wait the last are sent away at once.
+    std::vector<int> waiting;
+    for (int i = 0; i < 100; ++i) {
+        waiting.push_back(dawdler(rig, "GET"));
+    }
+    pollfd last{waiting.back(), POLLIN, 0};
+    EXPECT_EQ(::poll(&last, 1, 10000), 1);
+    char byte = 0;
+    EXPECT_LE(::recv(waiting.back(), &byte, 1, MSG_DONTWAIT), 0);
+    EXPECT_EQ(::recv(waiting.front(), &byte, 1, MSG_DONTWAIT), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    for (int const one : waiting) {
+        ::close(one);
+    }
+    EXPECT_TRUE(rig.waitFor("/api/state", "\"all\":"));
+}
+
+TEST(ToolWeb, EndsAtOnceBesideWhoDribbles) {
+    auto const begin = std::chrono::steady_clock::now();
+    {
+        WebOptions options;
+        options.patience = 60000;
+        WebRig const rig(options);
+        int const one = dawdler(rig, "GET / ");
+        EXPECT_EQ(rig.status("/api/state"), 200);
+        ::close(one);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
 }
 
 TEST(ToolWeb, MemoryIsBounded) {
@@ -438,6 +524,65 @@ TEST(ToolWeb, ButtonsPushFallSilentCloseAndReset) {
         EXPECT_EQ(rig.status(path, "POST", said), 404) << path;
     }
     EXPECT_EQ(rig.tool.shell("grep -c 'from the page' out").out, "3\n");
+}
+
+/// What the page has of a gateway whose rules misbehave.
+char const * const misbehaved = R"sh(
+    mkfifo hold
+    $TAV gateway --chain chain.pem --key key.pem -t m.pml --rules r.json --record r.bin --port-file port --web 0 \
+        --until-eof <hold >gw.out 2>&1 &
+    exec 9>hold
+    for i in $(seq 1000); do grep -q 'page is at' gw.out && break; sleep 0.01; done
+    ask() { exec $TAV request 127.0.0.1:$(cat port) --ca ca.pem -t m.pml -c im.Say "{\"text\":\"a\",\"n\":$1}" >/dev/null 2>&1; }
+    (ask 1); (ask 2); (ask 3)
+    ask 4 &
+    waits=$!
+    python3 - "$(sed -n 's/.*page is at //p' gw.out)" <<'END'
+import json, sys, time, urllib.request
+place, token = sys.argv[1].split("/?token=")
+def ask(path):
+    return json.load(urllib.request.urlopen(urllib.request.Request(place + path, headers={"X-Tav-Token": token}), timeout=10))
+end = time.monotonic() + 10
+while time.monotonic() < end:
+    state = ask("/api/state?way=out")
+    if any(one["silent"] for one in state["connections"]):
+        break
+    time.sleep(0.01)
+print([one["silent"] for one in sorted(state["connections"], key=lambda one: one["id"])])
+for one in state["packets"]:
+    print(one["connection"], one["odd"], one["size"], one["text"][:6], ask("/api/packet?id=%d" % one["id"])["bytes"][:40])
+END
+    kill $waits
+    exec 9>&-
+    wait
+    $TAV convert -t m.pml --from frames --to json --keep-going r.bin 2>told
+    grep -c error told
+)sh";
+
+TEST(ToolWeb, SilenceByARuleAndBytesThatAreNoFrameAreShown) {
+    WebRig const rig;
+    rig.tool.file("chain.pem", rig.server.pem());
+    rig.tool.file("key.pem", rig.server.keyPem());
+    rig.tool.file("r.json", R"([{"class":"im.Say","fields":{"n":1},"do":["cut"]},
+                                {"class":"im.Say","fields":{"n":2},"do":["oversize"]},
+                                {"class":"im.Say","fields":{"n":3},"do":["garbage","close"]},
+                                {"class":"im.Say","fields":{"n":4},"do":["silence","usual"]}])");
+    ToolRun const run = rig.tool.shell(misbehaved);
+    // The record has the frame that is no packet, and of the others none, as nobody could read on behind
+    // them.
+    EXPECT_EQ(run.out, "[False, False, False, True]\n"
+                       "1 half a frame 50 sent t 0000  00 00 00 64 78 78 78 78  half a fr\n"
+                       "2 a length above the limit 4 sent t 0000  01 00 00 00              a length \n"
+                       "3  64 broken 0000  00 00 00 40              frame: 64\n"
+                       R"({ "__class__":"im.Say", "n":1, "text":"a" })"
+                       "\n"
+                       R"({ "__class__":"im.Say", "n":2, "text":"a" })"
+                       "\n"
+                       R"({ "__class__":"im.Say", "n":3, "text":"a" })"
+                       "\n"
+                       R"({ "__class__":"im.Say", "n":4, "text":"a" })"
+                       "\n1\n")
+        << run.err << tav_test::contentOf(rig.tool.path("gw.out"));
 }
 
 TEST(ToolWeb, MessageThatIsNoneIsToldWithItsPlace) {

@@ -33,7 +33,7 @@ class Browser:
         self.session = None
         target = self.call("Target.createTarget", url="about:blank")["targetId"]
         self.session = self.call("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
-        for domain in ("Page", "Runtime", "Log", "Performance", "Accessibility"):
+        for domain in ("Page", "Runtime", "Log", "Performance"):
             self.call(domain + ".enable")
 
     def message(self):

@@ -18,6 +18,8 @@ chromium, tav, work = sys.argv[1], sys.argv[2], pathlib.Path(sys.argv[3])
 MODEL = """Say:object(__class__(chat.Say)__code__(3001)[1]room:string()[2]text:string()[5]secret:string?({***}))
 Said:object(__class__(chat.Said)__code__(3002)[1]room:string()[2]text:string()[5]secret:string?({***}))
 """
+RULES = """[{"class": "chat.Say", "fields": {"text": "hush"}, "do": ["silence"]},
+ {"class": "chat.Say", "fields": {"text": "cut"}, "do": ["cut"]}]"""
 EVIL = "<script>window.hacked=1</script><img src=x onerror=window.hacked=2>\"'&lt;\u202e\u0007\x1b[31m"
 NAMED = {"button", "textbox", "combobox", "region", "search", "table"}
 
@@ -30,8 +32,9 @@ class Page(unittest.TestCase):
     def setUpClass(cls):
         work.mkdir(parents=True, exist_ok=True)
         (work / "m.pml").write_text(MODEL)
+        (work / "r.json").write_text(RULES)
         cls.gateway = subprocess.Popen([tav, "gateway", "-t", "m.pml", "--port-file", "port", "--quiet", "--until-eof",
-                                        "--web", "0"], cwd=work, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+                                        "--rules", "r.json", "--web", "0"], cwd=work, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
         cls.place = next(line for line in cls.gateway.stdout if "the page is at" in line).split()[-1]
         cls.port = (work / "port").read_text().strip()
         cls.browser = Browser(chromium)
@@ -178,7 +181,20 @@ class Page(unittest.TestCase):
     def sizes(self):
         return {one["name"]: one["value"] for one in self.browser.call("Performance.getMetrics")["metrics"]}
 
-    def test_6_nothing_was_complained_of(self):
+    def test_6_misbehaviour_is_shown(self):
+        ask = [tav, "request", "127.0.0.1:" + self.port, "--ca", "gateway-certificates/ca.pem", "-t", "m.pml", "-c", "chat.Say"]
+        quiet = dict(cwd=work, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.assertNotEqual(subprocess.run([*ask, '{"room":"hall","text":"cut"}'], **quiet).returncode, 0)
+        self.browser.wait("document.querySelector('#list tbody tr button').textContent == 'half a frame'")
+        waits = subprocess.Popen([*ask, '{"room":"hall","text":"hush"}'], **quiet)
+        self.browser.wait("[...document.querySelectorAll('#clients tbody tr td:nth-child(6)')].some(e => e.textContent == 'silent')")
+        self.browser.run("[...document.querySelectorAll('#list tbody tr button')].find(e => e.textContent == 'half a frame').click()")
+        self.browser.wait("document.getElementById('about').textContent.startsWith('half a frame, to connection ')")
+        self.look("misbehaved")
+        waits.kill()
+        waits.wait()
+
+    def test_7_nothing_was_complained_of(self):
         self.assertEqual(self.browser.complaints, [])
 
 
