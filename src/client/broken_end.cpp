@@ -12,7 +12,7 @@ void broken_end::begin(std::error_code ec) noexcept {
 }
 
 void broken_end::limit(std::chrono::milliseconds time, std::function<void()> over) {
-    std::lock_guard<std::mutex> const guard(limit_mutex_);
+    detail::Guard const guard(limit_mutex_);
     limit_.expires_after(time);
     limit_.async_wait([over = std::move(over)](std::error_code cancelled) {
         if (!cancelled) {
@@ -30,7 +30,7 @@ bool broken_end::tell() {
 }
 
 void broken_end::cancel() {
-    std::lock_guard<std::mutex> const guard(limit_mutex_);
+    detail::Guard const guard(limit_mutex_);
     limit_.cancel();
 }
 

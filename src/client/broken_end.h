@@ -2,6 +2,7 @@
 #define TAV_CLIENT_BROKEN_END_H
 
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 
 #include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
@@ -9,7 +10,6 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
-#include <mutex>
 #include <system_error>
 
 namespace tav {
@@ -47,9 +47,8 @@ private:
     std::atomic<bool> begun_{false};
     std::error_code error_;
     bool told_ = false;
-    /// Guards what limits the end.
-    std::mutex limit_mutex_;
-    asio::steady_timer limit_;
+    detail::Mutex limit_mutex_;
+    asio::steady_timer limit_ TAV_GUARDED_BY(limit_mutex_);
 };
 
 } // namespace TAV_IMPL_NAMESPACE

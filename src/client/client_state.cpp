@@ -9,7 +9,7 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-using Lock = std::lock_guard<tavMutex const>;
+using Lock = detail::Guard<detail::Guarding<tavMutex>>;
 
 } // namespace
 

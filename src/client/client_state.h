@@ -5,11 +5,11 @@
 #include "client/vinta_tls_client_impl_metainfo.h"
 #include "client/vinta_tls_client_impl_session.h"
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_locks.h"
 #include "tav/vinta/vinta_tls_client_options.h"
 
 #include <memory>
-#include <mutex>
 
 namespace tav {
 namespace tls {
@@ -49,11 +49,11 @@ public:
 private:
     /// First of all: no template is read before the kinds of fields have their names.
     pml::field_type::Initializer field_initializer_;
-    tavMutex mutex_;
-    option_ptr option_;
-    metainfo_ptr metainfo_;
-    connect_ptr connecting_;
-    session_ptr session_;
+    detail::Guarding<tavMutex> mutex_;
+    option_ptr option_ TAV_GUARDED_BY(mutex_);
+    metainfo_ptr metainfo_ TAV_GUARDED_BY(mutex_);
+    connect_ptr connecting_ TAV_GUARDED_BY(mutex_);
+    session_ptr session_ TAV_GUARDED_BY(mutex_);
 };
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -2,6 +2,7 @@
 
 #include "client/process_exit.h"
 #include "client/thread_role.h"
+#include "foundation/guarded.h"
 #include "foundation/platform.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_mt_thread.h"
@@ -10,7 +11,6 @@
 #include <condition_variable>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 namespace tav {
@@ -31,10 +31,10 @@ struct wanted {
 struct ends {
     ends();
 
-    std::mutex mutex;
+    detail::Mutex mutex;
     std::condition_variable changed;
-    std::list<wanted> all;
-    std::list<wanted> of_parent;
+    std::list<wanted> all TAV_GUARDED_BY(mutex);
+    std::list<wanted> of_parent TAV_GUARDED_BY(mutex);
 };
 
 ends & the_ends() {
@@ -43,8 +43,9 @@ ends & the_ends() {
 }
 
 ends::ends() {
-    platform::aroundFork([] { the_ends().mutex.lock(); }, [] { the_ends().mutex.unlock(); },
-                         [] {
+    platform::aroundFork([]() TAV_AROUND_FORK { the_ends().mutex.lock(); },
+                         []() TAV_AROUND_FORK { the_ends().mutex.unlock(); },
+                         []() TAV_AROUND_FORK {
                              ends & the = the_ends();
                              the.of_parent.splice(the.of_parent.end(), the.all);
                              the.mutex.unlock();
@@ -60,7 +61,7 @@ void bring_about(std::list<wanted>::iterator each) {
         detail::reportCaught(detail::here("tav::tls::impl::end_elsewhere"));
     }
     ends & the = the_ends();
-    std::lock_guard<std::mutex> const guard(the.mutex);
+    detail::Guard const guard(the.mutex);
     the.all.erase(each);
     the.changed.notify_all();
 }
@@ -71,7 +72,7 @@ void end_elsewhere(void const * client, std::function<void()> work) {
     ends & the = the_ends();
     std::list<wanted>::iterator each;
     {
-        std::lock_guard<std::mutex> const guard(the.mutex);
+        detail::Guard const guard(the.mutex);
         each = the.all.insert(the.all.end(), wanted{client, std::move(work), true});
     }
     try {
@@ -84,7 +85,7 @@ void end_elsewhere(void const * client, std::function<void()> work) {
             "end", 0);
     } catch (...) {
         detail::reportCaught(detail::here("tav::tls::impl::end_elsewhere"));
-        std::lock_guard<std::mutex> const guard(the.mutex);
+        detail::Guard const guard(the.mutex);
         each->started = false;
     }
 }
@@ -92,22 +93,27 @@ void end_elsewhere(void const * client, std::function<void()> work) {
 void wait_for_ends(std::chrono::milliseconds limit) {
     ends & the = the_ends();
     auto const end = std::chrono::steady_clock::now() + limit;
-    std::unique_lock<std::mutex> guard(the.mutex);
     for (;;) {
-        auto const other = std::find_if(the.all.begin(), the.all.end(), [](wanted const & each) {
-            return each.client != nullptr && !thread_role::of_client(each.client);
-        });
-        if (other == the.all.end()) {
-            return;
+        std::list<wanted>::iterator left;
+        {
+            detail::Guard const guard(the.mutex);
+            for (;;) {
+                left = std::find_if(the.all.begin(), the.all.end(), [](wanted const & each) {
+                    return each.client != nullptr && !thread_role::of_client(each.client);
+                });
+                if (left == the.all.end()) {
+                    return;
+                }
+                if (!left->started) {
+                    left->started = true;
+                    break;
+                }
+                if (the.mutex.waitUntil(the.changed, end) == std::cv_status::timeout) {
+                    return;
+                }
+            }
         }
-        if (!other->started) {
-            other->started = true;
-            guard.unlock();
-            bring_about(other);
-            guard.lock();
-        } else if (the.changed.wait_until(guard, end) == std::cv_status::timeout) {
-            return;
-        }
+        bring_about(left);
     }
 }
 

@@ -1,6 +1,5 @@
 #include "client/frame_writer.h"
 
-#include <mutex>
 #include <utility>
 
 namespace tav {
@@ -9,7 +8,7 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-using Guard = std::lock_guard<tavMutex const>;
+using Guard = detail::Guard<detail::Guarding<tavMutex>>;
 
 } // namespace
 

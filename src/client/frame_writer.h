@@ -3,6 +3,7 @@
 
 #include "client/send_account.h"
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_locks.h"
 
@@ -74,12 +75,12 @@ private:
         send_account::room room;
     };
 
-    tavMutex mutex_;
+    detail::Guarding<tavMutex> mutex_;
     /// Frames that wait for the socket.
-    std::list<entry> queue_;
+    std::list<entry> queue_ TAV_GUARDED_BY(mutex_);
     /// Frames on their way to the writing thread.
-    std::list<entry> posted_;
-    bool told_ = false;
+    std::list<entry> posted_ TAV_GUARDED_BY(mutex_);
+    bool told_ TAV_GUARDED_BY(mutex_) = false;
     tavBytes record_;
     std::size_t pending_ = 0;
 };

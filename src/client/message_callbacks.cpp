@@ -1,6 +1,5 @@
 #include "client/message_callbacks.h"
 
-#include <mutex>
 #include <utility>
 
 namespace tav {
@@ -9,7 +8,7 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-using Lock = std::lock_guard<tavMutex const>;
+using Lock = detail::Guard<detail::Guarding<tavMutex>>;
 
 } // namespace
 

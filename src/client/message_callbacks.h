@@ -2,6 +2,7 @@
 #define TAV_CLIENT_MESSAGE_CALLBACKS_H
 
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_locks.h"
 #include "tav/vinta/vinta_tls_client_options.h"
 
@@ -32,9 +33,9 @@ public:
     std::shared_ptr<nbr_function const> old() const;
 
 private:
-    tavMutex mutex_;
-    std::map<unsigned short, std::shared_ptr<msg_type_callback>> types_;
-    std::shared_ptr<nbr_function const> old_;
+    detail::Guarding<tavMutex> mutex_;
+    std::map<unsigned short, std::shared_ptr<msg_type_callback>> types_ TAV_GUARDED_BY(mutex_);
+    std::shared_ptr<nbr_function const> old_ TAV_GUARDED_BY(mutex_);
 };
 
 } // namespace TAV_IMPL_NAMESPACE

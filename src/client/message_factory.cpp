@@ -2,7 +2,6 @@
 
 #include "client/no_message.h"
 
-#include <mutex>
 #include <utility>
 
 namespace tav {
@@ -11,38 +10,9 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-using Lock = std::lock_guard<tavMutex const>;
-
 bool begins_with_digit(tav_istr text) {
     char const first = text.firstChar();
     return first >= '0' && first <= '9';
-}
-
-// What is replaced or taken out goes when the lock has been given back, since `old` outlives the guard.
-template <class Map>
-void put(tavMutex const & mutex, Map & map, typename Map::key_type key, message_factory::creator & old) {
-    Lock const guard(mutex);
-    map[std::move(key)].swap(old);
-}
-
-template <class Map>
-void drop(tavMutex const & mutex, Map & map, typename Map::key_type const & key) {
-    typename Map::node_type old;
-    Lock const guard(mutex);
-    old = map.extract(key);
-}
-
-template <class Map>
-tavSharedPtr<tavObject> make(tavMutex const & mutex, Map const & map, typename Map::key_type const & key) {
-    message_factory::creator made_by;
-    {
-        Lock const guard(mutex);
-        auto const found = map.find(key);
-        if (found != map.end()) {
-            made_by = found->second;
-        }
-    }
-    return tavSharedPtr<tavObject>(made_by ? made_by() : nullptr);
 }
 
 tavSharedPtr<tavMessage> as_message(tavSharedPtr<tavObject> const & object) {
@@ -50,6 +20,34 @@ tavSharedPtr<tavMessage> as_message(tavSharedPtr<tavObject> const & object) {
 }
 
 } // namespace
+
+// What is replaced or taken out goes when the lock has been given back, since `f` and `old` outlive the
+// guard.
+template <class Key>
+void message_factory::registry<Key>::put(Key key, creator f) {
+    detail::Guard const guard(mutex_);
+    made_by_[std::move(key)].swap(f);
+}
+
+template <class Key>
+void message_factory::registry<Key>::drop(Key const & key) {
+    typename std::map<Key, creator>::node_type old;
+    detail::Guard const guard(mutex_);
+    old = made_by_.extract(key);
+}
+
+template <class Key>
+tavSharedPtr<tavObject> message_factory::registry<Key>::make(Key const & key) const {
+    creator maker;
+    {
+        detail::Guard const guard(mutex_);
+        auto const found = made_by_.find(key);
+        if (found != made_by_.end()) {
+            maker = found->second;
+        }
+    }
+    return tavSharedPtr<tavObject>(maker ? maker() : nullptr);
+}
 
 unsigned short decimal_code(tav_istr text) {
     unsigned code = 0;
@@ -63,23 +61,23 @@ unsigned short decimal_code(tav_istr text) {
 }
 
 void message_factory::register_class(tav_istr name, creator f) {
-    put(mutex_, classes_, std::string(name), f);
+    classes_.put(std::string(name), std::move(f));
 }
 
 void message_factory::unregister_class(tav_istr name) {
-    drop(mutex_, classes_, std::string(name));
+    classes_.drop(std::string(name));
 }
 
 void message_factory::register_message(unsigned short msgcode, creator f) {
-    put(mutex_, messages_, msgcode, f);
+    messages_.put(msgcode, std::move(f));
 }
 
 void message_factory::unregister_message(unsigned short msgcode) {
-    drop(mutex_, messages_, msgcode);
+    messages_.drop(msgcode);
 }
 
 tavSharedPtr<tavMessage> message_factory::create_message(unsigned short msgcode) const {
-    return as_message(make(mutex_, messages_, msgcode));
+    return as_message(messages_.make(msgcode));
 }
 
 tavSharedPtr<tavMessage> message_factory::create_message(tav_istr class_or_code) const {
@@ -88,7 +86,7 @@ tavSharedPtr<tavMessage> message_factory::create_message(tav_istr class_or_code)
 }
 
 tavSharedPtr<tavObject> message_factory::create_object(tav_istr name) const {
-    return make(mutex_, classes_, std::string(name));
+    return classes_.make(std::string(name));
 }
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -2,6 +2,7 @@
 #define TAV_CLIENT_MESSAGE_FACTORY_H
 
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_basetypes_containers.h"
 #include "tav/vinta/vinta_locks.h"
 #include "tav/vinta/vinta_object.h"
@@ -19,7 +20,7 @@ unsigned short decimal_code(tav_istr text);
 
 /// The classes and messages that an application has registered with a client, and what makes their objects.
 /// Names and codes are two registries: a class has no code here, and a code no name.
-/// Thread safety: all operations.  No function of the application runs, or goes, while the lock is held.
+/// Thread safety: all operations.  No function of the application runs, or goes, while a lock is held.
 class message_factory {
 public:
     using creator = std::function<tavObject *()>;
@@ -41,9 +42,21 @@ public:
     tavSharedPtr<tavObject> create_object(tav_istr name) const;
 
 private:
-    tavMutex mutex_;
-    std::map<unsigned short, creator> messages_;
-    std::map<std::string, creator> classes_;
+    /// What one kind of key leads to.
+    template <class Key>
+    class registry {
+    public:
+        void put(Key key, creator f);
+        void drop(Key const & key);
+        tavSharedPtr<tavObject> make(Key const & key) const;
+
+    private:
+        detail::Guarding<tavMutex> mutex_;
+        std::map<Key, creator> made_by_ TAV_GUARDED_BY(mutex_);
+    };
+
+    registry<unsigned short> messages_;
+    registry<std::string> classes_;
 };
 
 } // namespace TAV_IMPL_NAMESPACE

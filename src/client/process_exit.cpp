@@ -1,5 +1,6 @@
 #include "client/process_exit.h"
 
+#include "foundation/guarded.h"
 #include "foundation/platform.h"
 
 #include <asio/error.hpp>
@@ -8,7 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
-#include <mutex>
 #include <set>
 #include <thread>
 
@@ -31,8 +31,8 @@ thread_local bool exits = false;
 
 /// Never destroyed: contexts may go at any time.
 struct contexts {
-    std::mutex mutex;
-    std::set<asio::io_context *> all;
+    detail::Mutex mutex;
+    std::set<asio::io_context *> all TAV_GUARDED_BY(mutex);
     unsigned process = platform::processId();
 };
 
@@ -55,7 +55,7 @@ void stop_all() {
     }
     stopped = true;
     {
-        std::lock_guard<std::mutex> const guard(the.mutex);
+        detail::Guard const guard(the.mutex);
         for (asio::io_context * const io : the.all) {
             io->stop();
         }
@@ -85,12 +85,12 @@ bool watch_exit() {
 process_exit::process_exit(asio::io_context & io) : io_(io) {
     static bool const watching = watch_exit();
     static_cast<void>(watching);
-    std::lock_guard<std::mutex> const guard(the_contexts().mutex);
+    detail::Guard const guard(the_contexts().mutex);
     the_contexts().all.insert(&io_);
 }
 
 process_exit::~process_exit() {
-    std::lock_guard<std::mutex> const guard(the_contexts().mutex);
+    detail::Guard const guard(the_contexts().mutex);
     the_contexts().all.erase(&io_);
 }
 

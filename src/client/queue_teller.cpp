@@ -20,13 +20,13 @@ constexpr int most_untold = 2;
 std::shared_ptr<queue_teller::connection> queue_teller::begin(std::function<void(bool full)> told) {
     auto const made = std::make_shared<connection>();
     made->told = std::move(told);
-    Guard guard = lock();
+    detail::Guard const guard(mutex);
     std::shared_ptr<connection> const before = present_.lock();
     present_ = made;
     if (before) {
         turn(*before, false);
         before->over = true;
-        tell(guard, before);
+        tell(before);
     }
     return made;
 }
@@ -49,7 +49,7 @@ void queue_teller::list(std::shared_ptr<connection> const & of) noexcept {
     last_ = of.get();
 }
 
-void queue_teller::tell(Guard & guard, std::shared_ptr<connection> const & of) noexcept {
+void queue_teller::tell(std::shared_ptr<connection> const & of) noexcept {
     list(of);
     if (telling_) {
         return;
@@ -61,17 +61,17 @@ void queue_teller::tell(Guard & guard, std::shared_ptr<connection> const & of) n
         if (next->untold > 0) {
             bool const full = next->full == (next->untold % 2 != 0);
             --next->untold;
-            guard.unlock();
+            mutex.unlock();
             call(*next, full);
-            guard.lock();
+            mutex.lock();
             continue;
         }
         first_ = std::move(next->next);
         last_ = first_ ? last_ : nullptr;
         next->listed = false;
-        guard.unlock();
+        mutex.unlock();
         next.reset();
-        guard.lock();
+        mutex.lock();
     }
     telling_ = false;
 }

@@ -58,7 +58,7 @@ receive_queue::~receive_queue() {
 void receive_queue::start(void const * client, handler handle) {
     tavSharedPtr<tavMsgQueueThread<tavBytes>> const receiver(new receiver_thread(client, std::move(handle)));
     {
-        std::lock_guard<std::mutex> const guard(mutex_);
+        tav::detail::Guard const guard(mutex_);
         receiver_ = receiver;
     }
     receiver->start();
@@ -67,7 +67,7 @@ void receive_queue::start(void const * client, handler handle) {
 void receive_queue::put(tavBytes && frame) {
     {
         // Held while the frame is handed over, so that the thread's end finds every frame that it was given.
-        std::lock_guard<std::mutex> const guard(mutex_);
+        tav::detail::Guard const guard(mutex_);
         if (receiver_) {
             ++waiting_;
             ++unhandled_;
@@ -89,7 +89,7 @@ void receive_queue::put(tavBytes && frame) {
 void receive_queue::close() {
     tavSharedPtr<tavMsgQueueThread<tavBytes>> receiver;
     {
-        std::lock_guard<std::mutex> const guard(mutex_);
+        tav::detail::Guard const guard(mutex_);
         closed_ = true;
         receiver.swap(receiver_);
     }

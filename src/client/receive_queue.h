@@ -3,6 +3,7 @@
 
 #include "client/send_account.h"
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
@@ -10,7 +11,6 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 
 namespace tav {
@@ -77,11 +77,10 @@ private:
     std::string const name_;
     std::shared_ptr<send_account> const account_;
     handler const on_frame_;
-    /// Guards the pointer and the flag.
-    std::mutex mutex_;
-    tavSharedPtr<tavMsgQueueThread<tavBytes>> receiver_;
+    detail::Mutex mutex_;
+    tavSharedPtr<tavMsgQueueThread<tavBytes>> receiver_ TAV_GUARDED_BY(mutex_);
     /// From the beginning of the end on: frames that come later are dropped.
-    bool closed_ = false;
+    bool closed_ TAV_GUARDED_BY(mutex_) = false;
     std::atomic<unsigned> waiting_{0};
     std::atomic<unsigned long long> waiting_bytes_{0};
     std::atomic<bool> paused_{false};

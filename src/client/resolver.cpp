@@ -100,11 +100,11 @@ struct resolver::lookup {
 
     std::string const host;
     std::string const service;
-    /// Guards what follows; held while an answer is handed over, so that the owner outlives that.
-    std::mutex mutex;
+    /// Held while an answer is handed over, so that the owner outlives that.
+    detail::Mutex mutex;
     /// Null once nobody wants the answer.
-    resolver * owner = nullptr;
-    unsigned long long id = 0;
+    resolver * owner TAV_GUARDED_BY(mutex) = nullptr;
+    unsigned long long id TAV_GUARDED_BY(mutex) = 0;
 };
 
 resolver::resolver(asio::io_context & io) : io_(io), last_(0), closed_(false) {}
@@ -125,7 +125,7 @@ unsigned long long resolver::resolve(std::string const & host, std::string const
         if (numbers) {
             deliver(id, std::error_code(), results_type{endpoint});
         } else {
-            start(what);
+            start(what, id);
         }
     } catch (...) {
         cancel(id);
@@ -134,18 +134,18 @@ unsigned long long resolver::resolve(std::string const & host, std::string const
     return id;
 }
 
-void resolver::start(std::shared_ptr<lookup> const & what) {
+void resolver::start(std::shared_ptr<lookup> const & what, unsigned long long id) {
     try {
         std::thread([what] { run(*what); }).detach();
     } catch (std::system_error const & e) {
-        deliver(what->id, e.code(), results_type());
+        deliver(id, e.code(), results_type());
     }
 }
 
 void resolver::cancel(unsigned long long id) {
     entry dropped;
     {
-        std::lock_guard<std::mutex> const guard(mutex_);
+        detail::Guard const guard(mutex_);
         auto const found = pending_.find(id);
         if (found == pending_.end()) {
             return;
@@ -159,7 +159,7 @@ void resolver::cancel(unsigned long long id) {
 void resolver::close() {
     std::map<unsigned long long, entry> dropped;
     {
-        std::lock_guard<std::mutex> const guard(mutex_);
+        detail::Guard const guard(mutex_);
         closed_ = true;
         dropped.swap(pending_);
     }
@@ -186,7 +186,7 @@ void resolver::run(lookup & what) noexcept {
 
 // False if there was no memory for it: an answer that is wanted has to arrive.
 bool resolver::hand_over(lookup & what, std::error_code ec, results_type const & results) noexcept {
-    std::lock_guard<std::mutex> const guard(what.mutex);
+    detail::Guard const guard(what.mutex);
     try {
         if (what.owner != nullptr) {
             what.owner->deliver(what.id, ec, results);
@@ -199,19 +199,20 @@ bool resolver::hand_over(lookup & what, std::error_code ec, results_type const &
 
 void resolver::abandon(entry const & dropped) {
     if (dropped.what) {
-        std::lock_guard<std::mutex> const guard(dropped.what->mutex);
+        detail::Guard const guard(dropped.what->mutex);
         dropped.what->owner = nullptr;
     }
 }
 
 // A handler that is refused stays with the caller, to end there without a lock.
 unsigned long long resolver::add(handler & f, std::shared_ptr<lookup> const & what) {
-    std::lock_guard<std::mutex> const guard(mutex_);
+    detail::Guard const guard(mutex_);
     if (closed_) {
         return 0;
     }
     unsigned long long const id = ++last_;
     if (what) {
+        detail::Guard const own(what->mutex);
         what->owner = this;
         what->id = id;
     }
@@ -228,7 +229,7 @@ void resolver::deliver(unsigned long long id, std::error_code ec, results_type r
 void resolver::on_delivered(unsigned long long id, std::error_code ec, results_type results) {
     entry found;
     {
-        std::lock_guard<std::mutex> const guard(mutex_);
+        detail::Guard const guard(mutex_);
         auto const place = pending_.find(id);
         if (place == pending_.end()) {
             return;

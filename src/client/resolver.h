@@ -2,6 +2,7 @@
 #define TAV_CLIENT_RESOLVER_H
 
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 
 #include <asio/io_context.hpp>
 #include <asio/ip/tcp.hpp>
@@ -9,7 +10,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -71,16 +71,16 @@ private:
     static void run(lookup & what) noexcept;
     static bool hand_over(lookup & what, std::error_code ec, results_type const & results) noexcept;
     static void abandon(entry const & dropped);
-    void start(std::shared_ptr<lookup> const & what);
+    void start(std::shared_ptr<lookup> const & what, unsigned long long id);
     unsigned long long add(handler & f, std::shared_ptr<lookup> const & what);
     void deliver(unsigned long long id, std::error_code ec, results_type results);
     void on_delivered(unsigned long long id, std::error_code ec, results_type results);
 
     asio::io_context & io_;
-    std::mutex mutex_;
-    std::map<unsigned long long, entry> pending_;
-    unsigned long long last_;
-    bool closed_;
+    detail::Mutex mutex_;
+    std::map<unsigned long long, entry> pending_ TAV_GUARDED_BY(mutex_);
+    unsigned long long last_ TAV_GUARDED_BY(mutex_);
+    bool closed_ TAV_GUARDED_BY(mutex_);
 };
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -8,7 +8,7 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-using Lock = std::lock_guard<std::mutex>;
+using Lock = detail::Guard<detail::Mutex>;
 
 } // namespace
 

@@ -3,12 +3,12 @@
 
 #include "client/thread_role.h"
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_basetypes_text.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
 #include <functional>
 #include <memory>
-#include <mutex>
 
 namespace tav {
 namespace tls {
@@ -33,10 +33,9 @@ public:
 
 private:
     thread_role::kind const role_;
-    /// Guards what follows.
-    std::mutex mutex_;
-    void const * client_ = nullptr;
-    std::shared_ptr<tavTaskQueue> queue_;
+    detail::Mutex mutex_;
+    void const * client_ TAV_GUARDED_BY(mutex_) = nullptr;
+    std::shared_ptr<tavTaskQueue> queue_ TAV_GUARDED_BY(mutex_);
 };
 
 } // namespace TAV_IMPL_NAMESPACE

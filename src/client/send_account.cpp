@@ -20,32 +20,40 @@ send_account::send_account(limit_option limits, std::shared_ptr<counters> counte
       teller_(teller ? std::move(teller) : std::make_shared<queue_teller>()),
       turns_(teller_->begin(limits_.on_queue)) {}
 
+send_account::room send_account::enter(unsigned long long bytes, bool tracked) {
+    if (limited_) {
+        return enter_limited(bytes, tracked);
+    }
+    if (tracked && !track()) {
+        return room(failure::too_many_sends);
+    }
+    count(bytes);
+    return room(this, bytes, room::kind::message);
+}
+
 // Looked at and taken in one step: a send that is refused takes no room from others, and leaves at least one
 // message whose end brings low water.
-send_account::room send_account::enter(unsigned long long bytes, bool tracked) {
-    Guard guard;
-    if (limited_) {
-        guard = teller_->lock();
-    }
+send_account::room send_account::enter_limited(unsigned long long bytes, bool tracked) {
+    detail::Guard const guard(teller_->mutex);
     bool const accepted = fits(frames_ + 1, cost_ + cost_of(bytes));
     if (accepted && tracked && !track()) {
         return room(failure::too_many_sends);
     }
-    if (limited_) {
-        frames_ += accepted ? 1 : 0;
-        cost_ += accepted ? cost_of(bytes) : 0;
-        if (!accepted || !fits(frames_ + 1, cost_ + cost_of(1))) {
-            queue_teller::turn(*turns_, true);
-        }
+    frames_ += accepted ? 1 : 0;
+    cost_ += accepted ? cost_of(bytes) : 0;
+    if (!accepted || !fits(frames_ + 1, cost_ + cost_of(1))) {
+        teller_->turn(*turns_, true);
     }
     if (accepted) {
-        counters::add(counted_->queued_frames);
-        counters::add(counted_->queued_bytes, bytes);
+        count(bytes);
     }
-    if (limited_) {
-        teller_->tell(guard, turns_);
-    }
+    teller_->tell(turns_);
     return accepted ? room(this, bytes, room::kind::message) : room(failure::queue_full);
+}
+
+void send_account::count(unsigned long long bytes) noexcept {
+    counters::add(counted_->queued_frames);
+    counters::add(counted_->queued_bytes, bytes);
 }
 
 send_account::room send_account::enter_receipt() noexcept {
@@ -90,13 +98,13 @@ void send_account::leave(room const & left) noexcept {
     if (!limited_) {
         return;
     }
-    Guard guard = teller_->lock();
+    detail::Guard const guard(teller_->mutex);
     --frames_;
     cost_ -= cost_of(left.bytes_);
     if (is_low()) {
-        queue_teller::turn(*turns_, false);
+        teller_->turn(*turns_, false);
     }
-    teller_->tell(guard, turns_);
+    teller_->tell(turns_);
 }
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -93,12 +93,12 @@ public:
     bool is_busy(unsigned waiting) const noexcept { return !is_half(waiting); }
 
 private:
-    using Guard = queue_teller::Guard;
-
     unsigned receipts() const noexcept { return receipts_over_ ? 0 : receipts_.load(); }
     bool is_half(unsigned waiting) const noexcept { return waiting <= limits_.received_waiting / 2; }
     bool fits(unsigned long long frames, unsigned long long cost) const noexcept;
-    bool is_low() const noexcept;
+    bool is_low() const noexcept TAV_REQUIRES(teller_->mutex);
+    room enter_limited(unsigned long long bytes, bool tracked);
+    void count(unsigned long long bytes) noexcept;
     void leave(room const & left) noexcept;
 
     limit_option const limits_;
@@ -107,9 +107,8 @@ private:
     std::shared_ptr<counters> const counted_;
     std::shared_ptr<queue_teller> const teller_;
     std::shared_ptr<queue_teller::connection> const turns_;
-    /// Under the teller's lock.
-    unsigned long long frames_ = 0;
-    unsigned long long cost_ = 0;
+    unsigned long long frames_ TAV_GUARDED_BY(teller_->mutex) = 0;
+    unsigned long long cost_ TAV_GUARDED_BY(teller_->mutex) = 0;
     std::atomic<unsigned long long> tracked_{0};
     std::atomic<unsigned> receipts_{0};
     std::atomic<bool> receipts_over_{false};

@@ -11,12 +11,21 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-using Lock = std::lock_guard<std::mutex>;
+using Lock = detail::Guard<detail::Mutex>;
 
 } // namespace
 
 send_queue::send_queue(work_maker make_work)
     : make_work_(std::move(make_work)), sender_(std::make_shared<tavTaskQueue>("sender", 1)) {}
+
+void send_queue::start() {
+    std::shared_ptr<tavTaskQueue> sender;
+    {
+        Lock const guard(mutex_);
+        sender = sender_;
+    }
+    sender->start();
+}
 
 bool send_queue::put(list & packets) {
     std::shared_ptr<tavTaskQueue> idle;
@@ -84,7 +93,6 @@ send_queue::list send_queue::take_left() {
     return left;
 }
 
-// Called with the lock held.  Null if "sender" need not be woken.
 std::shared_ptr<tavTaskQueue> send_queue::claim_sender() {
     if (working_ || waiting_.empty() || closed_) {
         return nullptr;

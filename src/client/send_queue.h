@@ -3,13 +3,13 @@
 
 #include "client/send_account.h"
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_im_pkt.h"
 #include "tav/vinta/vinta_mt_thread.h"
 
 #include <functional>
 #include <list>
 #include <memory>
-#include <mutex>
 
 namespace tav {
 namespace tls {
@@ -38,7 +38,7 @@ public:
     send_queue & operator=(send_queue const &) = delete;
 
     /// Starts the thread.
-    void start() { sender_->start(); }
+    void start();
     /// Moves the packets behind all others and has "sender" work; leaves them and gives false once it is
     /// closed.
     bool put(list & packets);
@@ -52,18 +52,18 @@ public:
     list take_left();
 
 private:
-    std::shared_ptr<tavTaskQueue> claim_sender();
+    /// Null if "sender" need not be woken.
+    std::shared_ptr<tavTaskQueue> claim_sender() TAV_REQUIRES(mutex_);
     void tell(std::shared_ptr<tavTaskQueue> const & sender);
 
     work_maker const make_work_;
-    /// Guards all that follows.
-    std::mutex mutex_;
-    std::shared_ptr<tavTaskQueue> sender_;
-    list waiting_;
-    list left_;
+    detail::Mutex mutex_;
+    std::shared_ptr<tavTaskQueue> sender_ TAV_GUARDED_BY(mutex_);
+    list waiting_ TAV_GUARDED_BY(mutex_);
+    list left_ TAV_GUARDED_BY(mutex_);
     /// "sender" works, or was told to.
-    bool working_ = false;
-    bool closed_ = false;
+    bool working_ TAV_GUARDED_BY(mutex_) = false;
+    bool closed_ TAV_GUARDED_BY(mutex_) = false;
 };
 
 } // namespace TAV_IMPL_NAMESPACE

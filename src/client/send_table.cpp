@@ -2,7 +2,6 @@
 
 #include "client/send_info.h"
 
-#include <mutex>
 #include <utility>
 
 namespace tav {
@@ -11,7 +10,7 @@ namespace TAV_IMPL_NAMESPACE {
 
 namespace {
 
-using Guard = std::lock_guard<tavMutex const>;
+using Guard = detail::Guard<detail::Guarding<tavMutex>>;
 
 } // namespace
 

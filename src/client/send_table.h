@@ -2,6 +2,7 @@
 #define TAV_CLIENT_SEND_TABLE_H
 
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_locks.h"
 
 #include <cstddef>
@@ -62,9 +63,9 @@ private:
     static info_ptr take_due_of(map_type & map, map_type::iterator from, long long now, cursor & at);
     static map_type::iterator behind(map_type & map, cursor const & at);
 
-    tavMutex mutex_;
-    content content_;
-    unsigned long long next_ticket_ = 0;
+    detail::Guarding<tavMutex> mutex_;
+    content content_ TAV_GUARDED_BY(mutex_);
+    unsigned long long next_ticket_ TAV_GUARDED_BY(mutex_) = 0;
 };
 
 } // namespace TAV_IMPL_NAMESPACE

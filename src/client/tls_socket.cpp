@@ -20,7 +20,7 @@ namespace {
 /// The lines of a socket stand in the log under the context's file, with whose they are read.
 constexpr char const * log_file = "vinta_tls_client_impl_context.cpp";
 
-using Lock = std::lock_guard<std::mutex>;
+using Lock = detail::Guard<detail::Mutex>;
 
 ip_port address(asio::ip::tcp::endpoint const & endpoint) {
     return ip_port(endpoint.address().to_string(), endpoint.port());

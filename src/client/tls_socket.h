@@ -5,6 +5,7 @@
 #include "client/trust.h"
 #include "client/vinta_tls_client_impl_context.h"
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_basetypes_text.h"
 #include "tav/vinta/vinta_tls_policy.h"
 
@@ -13,7 +14,6 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -89,9 +89,9 @@ private:
     certificate_refusal refusal_;
     std::string const name_;
     /// Taken by all who use the descriptor from outside of the stream.
-    mutable std::mutex descriptor_mutex_;
-    mutable std::mutex report_mutex_;
-    std::shared_ptr<tls_report const> report_;
+    detail::Mutex descriptor_mutex_;
+    detail::Mutex report_mutex_;
+    std::shared_ptr<tls_report const> report_ TAV_GUARDED_BY(report_mutex_);
 };
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -32,6 +32,7 @@ namespace {
 
 using detail::here;
 using detail::Site;
+/// Of the public class.
 using Lock = std::lock_guard<tavMutex const>;
 using ClientMap = std::map<std::string, std::shared_ptr<client>>;
 
@@ -39,22 +40,22 @@ using ClientMap = std::map<std::string, std::shared_ptr<client>>;
 /// with the process still finds them.  A forked child begins with empty ones: the threads of its parent's
 /// clients are not in it, so there these clients can be neither used nor ended.
 struct client_registry {
-    tavMutex names_mutex;
-    ClientMap names;
-    tavMutex all_mutex;
-    std::set<client const *> all;
+    detail::Guarding<tavMutex> names_mutex;
+    ClientMap names TAV_GUARDED_BY(names_mutex);
+    detail::Guarding<tavMutex> all_mutex;
+    std::set<client const *> all TAV_GUARDED_BY(all_mutex);
     /// Those of the process that forked this one.
     client_registry * former = nullptr;
 };
 
-std::mutex registry_making;
-client_registry * parents_registry = nullptr;
+detail::Mutex registry_making;
+client_registry * parents_registry TAV_GUARDED_BY(registry_making) = nullptr;
 std::atomic<client_registry *> present_registry{nullptr};
 
 client_registry & registry() {
     client_registry * the = present_registry.load(std::memory_order_acquire);
     if (the == nullptr) {
-        std::lock_guard<std::mutex> const guard(registry_making);
+        detail::Guard const guard(registry_making);
         the = present_registry.load(std::memory_order_relaxed);
         if (the == nullptr) {
             the = new client_registry;
@@ -65,18 +66,18 @@ client_registry & registry() {
     return *the;
 }
 
-[[maybe_unused]] bool const forks_are_watched =
-    platform::aroundFork([] { registry_making.lock(); }, [] { registry_making.unlock(); },
-                         [] {
-                             if (client_registry * const parents = present_registry.exchange(nullptr)) {
-                                 parents_registry = parents;
-                             }
-                             registry_making.unlock();
-                         });
+[[maybe_unused]] bool const forks_are_watched = platform::aroundFork(
+    []() TAV_AROUND_FORK { registry_making.lock(); }, []() TAV_AROUND_FORK { registry_making.unlock(); },
+    []() TAV_AROUND_FORK {
+        if (client_registry * const parents = present_registry.exchange(nullptr)) {
+            parents_registry = parents;
+        }
+        registry_making.unlock();
+    });
 
 /// Whether `one` was made by this process, not by the one that forked it.
 bool is_own(client const * one) {
-    Lock const guard(registry().all_mutex);
+    detail::Guard const guard(registry().all_mutex);
     return registry().all.count(one) != 0;
 }
 
@@ -147,7 +148,7 @@ void finish_process(Site site) {
     }
     std::vector<std::string> left;
     {
-        Lock const guard(registry().all_mutex);
+        detail::Guard const guard(registry().all_mutex);
         for (client const * other : registry().all) {
             left.push_back(other->id());
         }
@@ -198,14 +199,14 @@ void log_sent(Site site, std::string const & id, std::shared_ptr<send_info> cons
 
 client::client(tav_istr name) : id_("<" + std::string(name) + ">") {
     {
-        Lock const guard(registry().all_mutex);
+        detail::Guard const guard(registry().all_mutex);
         registry().all.insert(this);
     }
     log_text(here("tav::tls::client::client"), id_, " client construct");
     try {
         init(name);
     } catch (...) {
-        Lock const guard(registry().all_mutex);
+        detail::Guard const guard(registry().all_mutex);
         registry().all.erase(this);
         throw;
     }
@@ -218,12 +219,12 @@ client::~client() {
         return;
     }
     fini();
-    Lock const guard(registry().all_mutex);
+    detail::Guard const guard(registry().all_mutex);
     registry().all.erase(this);
 }
 
 client & client::instance(tav_istr name) {
-    Lock const guard(registry().names_mutex);
+    detail::Guard const guard(registry().names_mutex);
     std::string key(name);
     auto const found = registry().names.find(key);
     if (found != registry().names.end()) {
@@ -238,7 +239,7 @@ client & client::instance(tav_istr name) {
 bool client::destroy(tav_istr name) {
     std::shared_ptr<client> taken;
     {
-        Lock const guard(registry().names_mutex);
+        detail::Guard const guard(registry().names_mutex);
         auto const found = registry().names.find(std::string(name));
         if (found == registry().names.end()) {
             return false;
@@ -261,7 +262,7 @@ void client::finalize() {
     // The entries stay while their clients end, so that a callback which asks for one finds that one.
     ClientMap names;
     {
-        Lock const guard(registry().names_mutex);
+        detail::Guard const guard(registry().names_mutex);
         names = registry().names;
     }
     bool on_own_thread = false;
@@ -278,7 +279,7 @@ void client::finalize() {
     }
     names.clear();
     {
-        Lock const guard(registry().names_mutex);
+        detail::Guard const guard(registry().names_mutex);
         names.swap(registry().names);
     }
     names.clear();

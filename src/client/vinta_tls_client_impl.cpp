@@ -6,7 +6,6 @@
 #include "client/vinta_tls_client_impl_log.h"
 #include "foundation/report.h"
 
-#include <mutex>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -25,7 +24,7 @@ constexpr int exception_code = -10;
 constexpr int lookup_patience_ms = 500;
 constexpr int wait_slice_ms = 50;
 
-using Lock = std::lock_guard<tavMutex const>;
+using Lock = detail::Guard<detail::Guarding<tavMutex>>;
 
 std::string name_of(tav_istr name, void const * object) {
     if (!name.empty()) {

@@ -95,7 +95,7 @@ private:
     /// Whether the last close has come about on the thread of the queue.
     std::atomic<bool> closed_at_end_{false};
     /// Keeps the closes, and the starts with the era that they have, in the order of the queue.
-    tavMutex requests_mutex_;
+    detail::Guarding<tavMutex> requests_mutex_;
     /// The era of the present session.
     std::atomic<unsigned> session_era_{0};
 };

@@ -116,7 +116,7 @@ void context::cancel_resolve(unsigned long long id) {
 }
 
 std::string context::cipher_list() const {
-    std::lock_guard<std::mutex> const guard(mutex_);
+    detail::Guard const guard(mutex_);
     return cipher_list_;
 }
 
@@ -143,7 +143,7 @@ void context::load_verify_file(std::string const & path) {
 // A list without any known suite may still replace the one in force, so that one is then put back.
 void context::set_cipher_list() {
     std::string const wanted = cipher_.empty() ? connect_option().cipher_list() : cipher_;
-    std::lock_guard<std::mutex> const guard(mutex_);
+    detail::Guard const guard(mutex_);
     if (::SSL_CTX_set_cipher_list(ssl_context_.native_handle(), wanted.c_str()) == 1) {
         cipher_list_ = wanted;
     } else {
@@ -154,7 +154,7 @@ void context::set_cipher_list() {
 
 void context::drain() {
     {
-        std::lock_guard<std::mutex> const guard(mutex_);
+        detail::Guard const guard(mutex_);
         finished_ = true;
     }
     io_context_.restart();

@@ -5,6 +5,7 @@
 #include "client/resolver.h"
 #include "client/trust.h"
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_basetypes_text.h"
 
 #include <asio/io_context.hpp>
@@ -12,7 +13,6 @@
 #include <asio/ssl/context.hpp>
 
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <utility>
 
@@ -58,7 +58,7 @@ public:
     /// Runs `f` on the I/O thread later; false, and `f` is dropped, when `run` has returned after `close`.
     template <class F>
     bool post(F && f) {
-        std::lock_guard<std::mutex> const guard(mutex_);
+        detail::Guard const guard(mutex_);
         if (finished_) {
             return false;
         }
@@ -96,10 +96,9 @@ private:
     bool opened_;
     std::atomic<bool> should_verify_;
     std::atomic<bool> closed_;
-    /// Guards what follows.
-    mutable std::mutex mutex_;
-    std::string cipher_list_;
-    bool finished_;
+    detail::Mutex mutex_;
+    std::string cipher_list_ TAV_GUARDED_BY(mutex_);
+    bool finished_ TAV_GUARDED_BY(mutex_);
 };
 
 } // namespace TAV_IMPL_NAMESPACE

@@ -10,7 +10,6 @@
 #include "foundation/scope_exit.h"
 
 #include <chrono>
-#include <mutex>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -122,10 +121,11 @@ private:
 /// What a reply is written to.  The caller of send_and_wait and the thread "receiver" share it; once the call
 /// has returned it is null, and what the caller gave is the caller's alone.
 struct awaited_reply {
-    explicit awaited_reply(std::string client_name) : name(std::move(client_name)) {}
+    awaited_reply(std::string client_name, tavSharedPtr<tavMessage> wanted)
+        : name(std::move(client_name)), ack(std::move(wanted)) {}
     std::string const name;
-    std::mutex mutex;
-    tavSharedPtr<tavMessage> ack;
+    detail::Mutex mutex;
+    tavSharedPtr<tavMessage> ack TAV_GUARDED_BY(mutex);
 };
 
 } // namespace
@@ -498,8 +498,7 @@ result_type message_dispatch::send_and_wait(tavMessage const & msg, tavSharedPtr
         refused(failure::would_wait_for_itself);
         return result_error;
     }
-    auto const awaited = std::make_shared<awaited_reply>(name_);
-    awaited->ack = ack;
+    auto const awaited = std::make_shared<awaited_reply>(name_, ack);
 
     timedout_function const timedout = [site, awaited](unsigned long long sno, unsigned short msgcode,
                                                        bool cancelled) {
@@ -515,7 +514,7 @@ result_type message_dispatch::send_and_wait(tavMessage const & msg, tavSharedPtr
     };
     nbr_function const reply = [site, awaited](unsigned long long sno, unsigned short,
                                                unsigned char const * data, unsigned size, tavMsgExt ext) {
-        std::lock_guard<std::mutex> const guard(awaited->mutex);
+        detail::Guard const guard(awaited->mutex);
         if (!awaited->ack) {
             return;
         }
@@ -541,7 +540,7 @@ result_type message_dispatch::send_and_wait(tavMessage const & msg, tavSharedPtr
     if (out) {
         std::atomic_store(out, send_ptr());
     }
-    std::lock_guard<std::mutex> const guard(awaited->mutex);
+    detail::Guard const guard(awaited->mutex);
     awaited->ack.reset();
     return result;
 }

@@ -341,7 +341,7 @@ void session::close_timer() {
     log_parts(tavLogger::INFO, here("tav::tls::impl::session::close_timer"), name_, " close timer");
     tavSharedPtr<tavTimerThread> timer;
     {
-        std::lock_guard<std::mutex> const guard(timer_mutex_);
+        detail::Guard const guard(timer_mutex_);
         timer.swap(timer_);
     }
     if (timer) {
@@ -375,7 +375,7 @@ void session::start_timer() {
         },
         std::function<void()>(), -1));
     {
-        std::lock_guard<std::mutex> const guard(timer_mutex_);
+        detail::Guard const guard(timer_mutex_);
         timer_ = timer;
     }
     timer->start();

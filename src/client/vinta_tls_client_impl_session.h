@@ -15,6 +15,7 @@
 #include "client/tls_socket.h"
 #include "client/tracked_sends.h"
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "tav/vinta/vinta_basetypes_bytes.h"
 #include "tav/vinta/vinta_im_pkt.h"
 #include "tav/vinta/vinta_locks.h"
@@ -24,7 +25,6 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -175,8 +175,8 @@ private:
     broken_end broken_;
     connect_attempt attempt_;
 
-    std::mutex timer_mutex_;
-    tavSharedPtr<tavTimerThread> timer_;
+    detail::Mutex timer_mutex_;
+    tavSharedPtr<tavTimerThread> timer_ TAV_GUARDED_BY(timer_mutex_);
     std::atomic<bool> end_counted_{false};
     std::atomic<unsigned long long> session_id_;
 };

@@ -26,21 +26,21 @@ void tell(Print const & print) {
 } // namespace
 
 void LogFile::begin() {
-    std::lock_guard<std::mutex> const guard(mutex_);
+    Guard const guard(mutex_);
     unopenedIsTold_ = false;
     of_.reset();
 }
 
 void LogFile::clear() {
     begin();
-    std::lock_guard<std::mutex> const guard(mutex_);
+    Guard const guard(mutex_);
     lost_ = 0;
 }
 
 // The former lock ends by the reuse of its memory: a mutex that is held may not be destroyed, and owns
 // nothing beside that memory.
 void LogFile::afterFork() {
-    new (&mutex_) std::mutex;
+    new (&mutex_) Mutex;
     cut_ = false;
     bannerOwed_ = false;
     lost_ = 0;
@@ -57,7 +57,7 @@ void LogFile::turnTo(TargetPtr const & to) {
 
 // Until it is written it is owed: without memory for it now, the file gets it with the next record.
 void LogFile::writeBanner(TargetPtr const & to) {
-    std::lock_guard<std::mutex> const guard(mutex_);
+    Guard const guard(mutex_);
     turnTo(to);
     bannerOwed_ = true;
     kind_ = Kind::banner;
@@ -65,14 +65,14 @@ void LogFile::writeBanner(TargetPtr const & to) {
 }
 
 void LogFile::write(TargetPtr const & to, std::string_view record, LostRecord lostRecord) {
-    std::lock_guard<std::mutex> const guard(mutex_);
+    Guard const guard(mutex_);
     turnTo(to);
     kind_ = Kind::line;
     append(*to, lost_ != 0 ? lostRecord(lost_, why_) : std::string(), record);
 }
 
 void LogFile::tellLost(TargetPtr const & to, LostRecord lostRecord) {
-    std::lock_guard<std::mutex> const guard(mutex_);
+    Guard const guard(mutex_);
     turnTo(to);
     kind_ = Kind::word;
     std::string const lost = lost_ != 0 ? lostRecord(lost_, why_) : std::string();

@@ -1,11 +1,11 @@
 #ifndef TAV_LOG_LOG_FILE_H
 #define TAV_LOG_LOG_FILE_H
 
+#include "foundation/guarded.h"
 #include "foundation/platform.h"
 
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -33,7 +33,7 @@ public:
     void clear();
     /// In a forked child, where the thread that had the lock may be missing, and whose parent tells of what
     /// was lost.
-    void afterFork();
+    void afterFork() TAV_AROUND_FORK;
 
     using TargetPtr = std::shared_ptr<Target const>;
 
@@ -57,27 +57,27 @@ private:
 
     enum class Kind { line, banner, word };
 
-    void turnTo(TargetPtr const & to);
+    void turnTo(TargetPtr const & to) TAV_REQUIRES(mutex_);
     Piece piece(Target const & to, bool mark, bool banner, std::string_view lost,
-                std::string_view record) const;
-    void append(Target const & to, std::string_view lost, std::string_view record);
-    bool opens(Target const & to, platform::AppendFile const & file);
-    void put(platform::AppendFile const & file, Piece const & piece);
-    void lose(std::error_code const & why);
+                std::string_view record) const TAV_REQUIRES(mutex_);
+    void append(Target const & to, std::string_view lost, std::string_view record) TAV_REQUIRES(mutex_);
+    bool opens(Target const & to, platform::AppendFile const & file) TAV_REQUIRES(mutex_);
+    void put(platform::AppendFile const & file, Piece const & piece) TAV_REQUIRES(mutex_);
+    void lose(std::error_code const & why) TAV_REQUIRES(mutex_);
 
     /// One record at a time, so that a full file is set aside once.
-    std::mutex mutex_;
-    bool unopenedIsTold_ = false;
+    Mutex mutex_;
+    bool unopenedIsTold_ TAV_GUARDED_BY(mutex_) = false;
     /// Of the record in hand.
-    Kind kind_ = Kind::line;
+    Kind kind_ TAV_GUARDED_BY(mutex_) = Kind::line;
     /// The file that was last written to, whose are the next two.
-    TargetPtr of_;
+    TargetPtr of_ TAV_GUARDED_BY(mutex_);
     /// It ends within a record.
-    bool cut_ = false;
+    bool cut_ TAV_GUARDED_BY(mutex_) = false;
     /// It has to get its banner yet.
-    bool bannerOwed_ = false;
-    unsigned lost_ = 0;
-    std::error_code why_;
+    bool bannerOwed_ TAV_GUARDED_BY(mutex_) = false;
+    unsigned lost_ TAV_GUARDED_BY(mutex_) = 0;
+    std::error_code why_ TAV_GUARDED_BY(mutex_);
 };
 
 } // namespace detail

@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_log.h"
 
 #include "foundation/build_stamp.h"
+#include "foundation/guarded.h"
 #include "foundation/platform.h"
 #include "foundation/report.h"
 #include "foundation/views.h"
@@ -22,7 +23,6 @@
 #include <iostream>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -78,12 +78,12 @@ public:
         if (version % 2 == 0 && version_.load(std::memory_order_relaxed) == version) {
             return level >= threshold;
         }
-        std::lock_guard<std::mutex> const guard(mutex_);
+        tav::detail::Guard const guard(mutex_);
         return level >= thresholdOf(tag);
     }
 
     void set(std::string_view tag, int level) {
-        std::lock_guard<std::mutex> const guard(mutex_);
+        tav::detail::Guard const guard(mutex_);
         unsigned const version = version_.load(std::memory_order_relaxed);
         // Makes room first: from here on nothing may fail.
         Node * const own = tag == "clear" || tag == "all" || tag == "default" ? nullptr : &node(tag);
@@ -106,12 +106,12 @@ public:
     }
 
     /// Around a fork, so that the child finds each rule whole.
-    void lock() const { mutex_.lock(); }
-    void unlock() const { mutex_.unlock(); }
+    void lock() const TAV_AROUND_FORK { mutex_.lock(); }
+    void unlock() const TAV_AROUND_FORK { mutex_.unlock(); }
 
     /// Each threshold as name and level: the default first, then the tags in ascending order.
     std::string str() const {
-        std::lock_guard<std::mutex> const guard(mutex_);
+        tav::detail::Guard const guard(mutex_);
         std::map<std::string_view, int> levels;
         forEach([&levels](Node & node) {
             int const level = node.level.load(std::memory_order_relaxed);
@@ -164,7 +164,7 @@ private:
         return node;
     }
 
-    Node & node(std::string_view tag) {
+    Node & node(std::string_view tag) TAV_REQUIRES(mutex_) {
         if (Node * const known = find(tag)) {
             return *known;
         }
@@ -184,7 +184,7 @@ private:
         }
     }
 
-    void updateLowest() {
+    void updateLowest() TAV_REQUIRES(mutex_) {
         int lowest = default_.load(std::memory_order_relaxed);
         forEach([&lowest](Node & node) {
             int const level = node.level.load(std::memory_order_relaxed);
@@ -198,7 +198,7 @@ private:
     std::atomic<int> default_{tavLogger::INFO};
     std::array<std::atomic<Node *>, bucketCount> buckets_{};
     std::atomic<unsigned> version_{0};
-    mutable std::mutex mutex_;
+    tav::detail::Mutex mutex_;
 };
 
 /// Made before any code runs, and never destroyed.
@@ -219,7 +219,7 @@ unsigned processGeneration() {
 std::atomic<unsigned> lostLines{0};
 
 /// Keeps lines of several threads on the console apart.
-std::mutex consoleMutex;
+tav::detail::Mutex consoleMutex;
 
 /// Makes a mutex anew that some thread of the parent may have held at the fork.  The former one ends by the
 /// reuse of its memory: a mutex that is held may not be destroyed, and owns nothing beside that memory.
@@ -296,13 +296,13 @@ public:
     }
 
     /// Hold what a record needs around a fork, so that the child finds it whole.
-    void beforeFork() const {
+    void beforeFork() const TAV_AROUND_FORK {
         thresholds.lock();
         sinksMutex_.lock();
         writerMutex_.lock();
     }
 
-    void afterForkInParent() const {
+    void afterForkInParent() const TAV_AROUND_FORK {
         writerMutex_.unlock();
         sinksMutex_.unlock();
         thresholds.unlock();
@@ -310,7 +310,7 @@ public:
 
     /// The background thread is not here, so records go straight to the sinks.  It is left behind with what
     /// its queue holds, which the parent delivers.
-    void afterForkInChild() {
+    void afterForkInChild() TAV_AROUND_FORK {
         if (writer_) {
             try {
                 former_.push_front(std::move(writer_));
@@ -326,11 +326,11 @@ public:
 
     void open(tav_istr path, tav_istr name, tav_istr levelText, tavLogger::Callback callback,
               tav_istr version, int maxSize, bool console, int vipLevel) {
-        std::lock_guard<std::recursive_mutex> const guard(mutex_);
+        tav::detail::Guard const guard(mutex_);
         std::string banner = makeBanner(bytesOf(name), bytesOf(version), maxSize);
         {
             auto file = fileOf(path, banner, maxSize);
-            std::lock_guard<std::mutex> const sinksGuard(sinksMutex_);
+            tav::detail::Guard const sinksGuard(sinksMutex_);
             file_.swap(file);
         }
         logFile_.begin();
@@ -355,7 +355,7 @@ public:
     }
 
     void close() {
-        std::lock_guard<std::recursive_mutex> const guard(mutex_);
+        tav::detail::Guard const guard(mutex_);
         closeWriter();
         tellLost();
     }
@@ -367,18 +367,18 @@ public:
     }
 
     void finalize() {
-        std::lock_guard<std::recursive_mutex> const guard(mutex_);
+        tav::detail::Guard const guard(mutex_);
         closeWriter();
         tellLost();
         setSwitches(nullptr, false, tavLogger::WARN);
         thresholds.set("clear", tavLogger::INFO);
         logFile_.clear();
-        std::lock_guard<std::mutex> const sinksGuard(sinksMutex_);
+        tav::detail::Guard const sinksGuard(sinksMutex_);
         file_.reset();
     }
 
     void setCallback(tavLogger::Callback callback) {
-        std::lock_guard<std::mutex> const guard(sinksMutex_);
+        tav::detail::Guard const guard(sinksMutex_);
         callback_ = callback;
     }
 
@@ -430,19 +430,19 @@ private:
     }
 
     tavSharedPtr<Writer> writer() const {
-        std::lock_guard<std::mutex> const guard(writerMutex_);
+        tav::detail::Guard const guard(writerMutex_);
         return writer_;
     }
 
     void setWriter(tavSharedPtr<Writer> writer) {
         // The former one ends behind the lock: it may still log.
-        std::lock_guard<std::mutex> const guard(writerMutex_);
+        tav::detail::Guard const guard(writerMutex_);
         writer_.swap(writer);
     }
 
     /// Ends the background thread, if there is one.  What it logs while it closes still goes through it; what
     /// is left then is delivered with its end.
-    void closeWriter() {
+    void closeWriter() TAV_REQUIRES(mutex_) {
         if (tavSharedPtr<Writer> const former = writer()) {
             former->close();
             setWriter(tavSharedPtr<Writer>());
@@ -450,10 +450,10 @@ private:
     }
 
     /// A last try to have the file tell what it lacks.
-    void tellLost() {
+    void tellLost() TAV_REQUIRES(mutex_) {
         std::shared_ptr<File const> file;
         {
-            std::lock_guard<std::mutex> const guard(sinksMutex_);
+            tav::detail::Guard const guard(sinksMutex_);
             file = file_;
         }
         if (file) {
@@ -469,7 +469,7 @@ private:
         tavLogger::Callback callback = nullptr;
         std::shared_ptr<File const> file;
         {
-            std::lock_guard<std::mutex> const guard(sinksMutex_);
+            tav::detail::Guard const guard(sinksMutex_);
             callback = callback_;
             file = file_;
         }
@@ -488,16 +488,16 @@ private:
     }
 
     /// Held through open, close and finalize; recursive, as a callback may run within.
-    std::recursive_mutex mutex_;
+    tav::detail::RecursiveMutex mutex_;
 
-    mutable std::mutex sinksMutex_;
-    tavLogger::Callback callback_ = nullptr;
-    std::shared_ptr<File const> file_;
+    tav::detail::Mutex sinksMutex_;
+    tavLogger::Callback callback_ TAV_GUARDED_BY(sinksMutex_) = nullptr;
+    std::shared_ptr<File const> file_ TAV_GUARDED_BY(sinksMutex_);
 
     tav::detail::LogFile logFile_;
 
-    mutable std::mutex writerMutex_;
-    tavSharedPtr<Writer> writer_;
+    tav::detail::Mutex writerMutex_;
+    tavSharedPtr<Writer> writer_ TAV_GUARDED_BY(writerMutex_);
 
     /// Those of the processes that forked this one.
     std::forward_list<tavSharedPtr<Writer>> former_;
@@ -605,7 +605,7 @@ void writePrefix(std::ostream & out) {
 /// Writes to the standard output in one piece and flushes it.  Never throws: it also runs in destructors.
 void writeToConsole(std::string const & text) noexcept {
     try {
-        std::lock_guard<std::mutex> const guard(consoleMutex);
+        tav::detail::Guard const guard(consoleMutex);
         tav::platform::QuietPipes const quiet;
         std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
         std::cout.flush();
