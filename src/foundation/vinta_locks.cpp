@@ -158,30 +158,47 @@ void tav::detail::nextCountIsUnshared() noexcept {
 }
 
 struct [[gnu::visibility("hidden")]] tavAtomicInt::Impl : Cell<Impl, unsigned> {
-    /// From the pool, or within an object: that nobody but its maker knows, or any other.
-    enum class State : unsigned char { pooled, unknown, known };
+    /// From the pool, or within an object: that nobody but its maker knows, with one reference, which whoever
+    /// holds it has not given on to a second, or any other.
+    enum class State : unsigned char { pooled, unknown, sole, known };
 
     static Impl * at(Place & place) noexcept {
         static_assert(sizeof(Impl) <= sizeof place.bytes && alignof(Impl) <= alignof(Place),
                       "the place is large enough");
         Impl * const made = new (place.bytes) Impl;
-        made->state = nextIsUnshared ? State::unknown : State::known;
+        made->become(nextIsUnshared ? State::unknown : State::known);
         nextIsUnshared = false;
         return made;
     }
 
-    /// Adds a reference.  The state changes here for the last time, ahead of the moment at which other
-    /// threads learn of the object, so they read it without a lock.
+    bool is(State which) const noexcept { return state.load(std::memory_order_relaxed) == which; }
+    void become(State which) noexcept { state.store(which, std::memory_order_relaxed); }
+
+    /// Adds a reference.  The first one of an object that nobody knows is taken ahead of the moment at which
+    /// other threads learn of it, and so without the lock.
     void refer() {
-        if (state == State::unknown) {
-            state = State::known;
+        if (is(State::unknown)) {
             value = 1;
-        } else {
-            add(1);
+            become(State::sole);
+            return;
         }
+        Guard guard(mutex);
+        become(State::known);
+        ++value;
     }
 
-    State state = State::pooled;
+    /// Takes a reference away; true if it was the last.  A second one is made of the first while that is
+    /// held: when the first goes and there was never another, nobody is left who could take the lock.
+    bool release() {
+        if (is(State::sole)) {
+            value = 0;
+            become(State::known);
+            return true;
+        }
+        return subtract(1) == 0;
+    }
+
+    std::atomic<State> state{State::pooled};
 };
 
 tavAtomicInt::tavAtomicInt() : impl_(Pool<Impl>::take(0)) {}
@@ -193,7 +210,7 @@ tavAtomicInt::tavAtomicInt(tavAtomicInt const & other) : impl_(Pool<Impl>::take(
 tavAtomicInt::tavAtomicInt(Place & place) noexcept : impl_(Impl::at(place)) {}
 
 tavAtomicInt::~tavAtomicInt() {
-    if (impl_->state != Impl::State::pooled) {
+    if (!impl_->is(Impl::State::pooled)) {
         impl_->~Impl();
     } else {
         Pool<Impl>::give(impl_);
@@ -309,16 +326,18 @@ void tavRefCountObject::incRefCount() noexcept {
 }
 
 void tavRefCountObject::decRefCount() noexcept {
-    if (refCount_.impl_->subtract(1) == 0) {
+    if (refCount_.impl_->release()) {
         delete this;
     }
 }
 
 unsigned tavRefCountObject::getRefCount() const noexcept {
-    return refCount_.get();
+    return refCount_.impl_->is(tavAtomicInt::Impl::State::sole) ? 1 : refCount_.get();
 }
 
 void tavRefCountObject::swap(tavRefCountObject & other) noexcept {
+    refCount_.impl_->become(tavAtomicInt::Impl::State::known);
+    other.refCount_.impl_->become(tavAtomicInt::Impl::State::known);
     unsigned const mine = refCount_.get();
     refCount_ = other.refCount_;
     other.refCount_ = mine;

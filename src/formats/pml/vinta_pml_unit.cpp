@@ -2,6 +2,7 @@
 
 #include "foundation/number_text.h"
 #include "foundation/report.h"
+#include "foundation/unshared_count.h"
 #include "foundation/views.h"
 
 #include <array>
@@ -304,6 +305,17 @@ private:
     std::size_t depth_ = 0;
 };
 
+/// A unit of a text: nobody but the reader knows it before it stands in its tree.
+class ReadUnit final : public Unit {
+public:
+    static void * operator new(std::size_t size) {
+        void * const memory = ::operator new(size);
+        detail::nextCountIsUnshared();
+        return memory;
+    }
+    static void operator delete(void * unit) noexcept { ::operator delete(unit); }
+};
+
 /// Makes the units of a text, beginning with a given one.  Once they cost many times the text, the text has
 /// to be good: so one that must fail costs little, whatever stands in it.
 class UnitBuilder {
@@ -381,7 +393,7 @@ private:
             decodeSequence(text_, none);
             trusted_ = ~std::size_t(0);
         }
-        return tavSharedPtr<Unit>(new Unit());
+        return tavSharedPtr<Unit>(new ReadUnit());
     }
 
     std::string_view text_;

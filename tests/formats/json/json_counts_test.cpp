@@ -139,3 +139,39 @@ TEST(JsonCounts, HandlesToOneTextEndOnManyThreads) {
         EXPECT_LT(0u, size);
     }
 }
+
+TEST(JsonCounts, AValueThatWasNeverGivenOnTakesPartInAnExchangeOfCounts) {
+    Ptr const root = JsonParser::from("[1]");
+    JsonString other;
+    root->swap(other);
+    EXPECT_EQ(root->getRefCount(), 0u);
+    EXPECT_EQ(other.getRefCount(), 1u);
+    root->swap(other);
+    EXPECT_EQ(root->getRefCount(), 1u);
+    Ptr const copy(root);
+    EXPECT_EQ(root->getRefCount(), 2u);
+}
+
+TEST(JsonCounts, ManyThreadsMayGiveOnAValueThatHadOneReference) {
+    for (int round = 0; round < 100; ++round) {
+        Ptr root = JsonParser::from("[[1],{a:2}]");
+        JsonArray const & array = static_cast<JsonArray const &>(*root);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 3; ++t) {
+            threads.emplace_back([&array] {
+                for (unsigned i = 0; i < array.size(); ++i) {
+                    tav::json::JsonUnit const copy(array.at(i));
+                    EXPECT_GE(copy.value()->getRefCount(), 2u);
+                }
+            });
+        }
+        for (std::thread & thread : threads) {
+            thread.join();
+        }
+        EXPECT_EQ(array.at(0).value()->getRefCount(), 1u);
+        tav::json::JsonUnit const kept(array.at(1));
+        root.reset();
+        EXPECT_EQ(kept.value()->getRefCount(), 1u);
+        EXPECT_EQ(kept.value()->toJson(), "{ \"a\":2 }");
+    }
+}
