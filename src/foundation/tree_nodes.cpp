@@ -127,12 +127,12 @@ void NodeScope::drop(Block * block, std::size_t nodes) noexcept {
     }
 }
 
-NodeReturn::NodeReturn() noexcept {
+NodeReturn::NodeReturn() noexcept : outer_(returning) {
     returning = this;
 }
 
 NodeReturn::~NodeReturn() {
-    returning = nullptr;
+    returning = outer_;
     finish();
 }
 

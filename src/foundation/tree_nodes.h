@@ -50,7 +50,7 @@ private:
 };
 
 /// While it lives, the nodes of one allocation that its thread gives back one after the other count as one
-/// return.  There is one at a time on a thread.
+/// return.  Those of one thread end in the reverse order.
 class NodeReturn {
 public:
     NodeReturn() noexcept;
@@ -64,6 +64,7 @@ private:
     void give(NodeScope::Block * block) noexcept;
     void finish() noexcept;
 
+    NodeReturn * outer_;
     /// Which the nodes belong to that are not yet returned, and how many they are.
     NodeScope::Block * block_ = nullptr;
     std::size_t nodes_ = 0;

@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_xml_tree.h"
 
 #include "formats/xml/xml_modes.h"
+#include "formats/xml/xml_output.h"
 #include "foundation/report.h"
 #include "foundation/tree_end.h"
 #include "foundation/tree_nodes.h"
@@ -9,7 +10,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <iterator>
 #include <utility>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace tav {
 namespace xml {
@@ -19,6 +26,7 @@ using tav::detail::here;
 using tav::xml::detail::logMode;
 using tav::xml::detail::metadataMode;
 using tav::xml::detail::noId;
+using tav::xml::detail::Output;
 using tav::xml::detail::sampleMode;
 
 namespace {
@@ -70,9 +78,27 @@ char const * findOf(char const * begin, char const * end, unsigned bits) {
     return begin;
 }
 
-bool hasSpecialBytes(std::string const & text) {
+/// Where the first byte that has an entity stands; `end` if there is none.
+char const * findEntityByte(char const * at, char const * end) {
+#ifdef __SSE2__
+    for (; end - at >= 16; at += 16) {
+        __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const *>(at));
+        // '<' and '>' differ in one bit, and so do '&' and the apostrophe.
+        __m128i const angles = _mm_cmpeq_epi8(_mm_or_si128(bytes, _mm_set1_epi8(2)), _mm_set1_epi8('>'));
+        __m128i const others = _mm_cmpeq_epi8(_mm_or_si128(bytes, _mm_set1_epi8(1)), _mm_set1_epi8('\''));
+        __m128i const quotes = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"'));
+        int const found = _mm_movemask_epi8(_mm_or_si128(_mm_or_si128(angles, others), quotes));
+        if (found != 0) {
+            return at + __builtin_ctz(static_cast<unsigned>(found));
+        }
+    }
+#endif
+    return findOf(at, end, hasEntityBit);
+}
+
+bool hasSpecialBytes(std::string_view text) {
     char const * const end = text.data() + text.size();
-    return findOf(text.data(), end, hasEntityBit) != end;
+    return findEntityByte(text.data(), end) != end;
 }
 
 /// The entity of a byte that has one or is a line break.
@@ -93,11 +119,11 @@ std::string_view upToNul(char const * text) {
 }
 
 void appendEscaped(std::string & out, std::string_view text, bool lineBreaks) {
-    unsigned const replaced = lineBreaks ? hasEntityBit | lineBreakBit : hasEntityBit;
     char const * at = text.data();
     char const * const end = at + text.size();
     while (true) {
-        char const * const found = findOf(at, end, replaced);
+        char const * const found =
+            lineBreaks ? findOf(at, end, hasEntityBit | lineBreakBit) : findEntityByte(at, end);
         out.append(at, static_cast<std::size_t>(found - at));
         if (found == end) {
             return;
@@ -175,11 +201,6 @@ void appendUnescaped(std::string & out, std::string_view text) {
     }
 }
 
-void indent(std::string & out, int level) {
-    out += '\n';
-    out.append(static_cast<std::size_t>(std::max(level, 0)) * 4, ' ');
-}
-
 /// Appends to a list that has room for three at first: the allocator gives no less for one.
 template <class T>
 void push(std::vector<tavSharedPtr<T>> & list, tavSharedPtr<T> && item) {
@@ -200,7 +221,7 @@ public:
     static void operator delete(void * part) noexcept { tav::detail::deleteNode(part); }
 };
 
-using End = tav::detail::TreeEnd<tavSharedPtr<Node>, 1>;
+using End = tav::detail::TreeEnd<tavSharedPtr<Node>, 1, tav::detail::NodeReturn>;
 
 } // namespace
 
@@ -327,6 +348,8 @@ private:
         Node * node;
         /// Null for a root.
         tavSharedPtr<Node> owner;
+        /// Where its children begin among those that wait.
+        std::size_t firstChild;
     };
 
     /// Whether this begins like a comment, a declaration or a CDATA section: the quick test for all of them.
@@ -353,6 +376,18 @@ private:
 
     /// Passes over blanks, comments and declarations.  One without an end reaches to the end of the input.
     void skipBlank() {
+        // No blank is above this one, and most bytes are.
+        char const * at = at_;
+        while (at != end_ && static_cast<unsigned char>(*at) <= ' ' && isOf(*at, blankBit)) {
+            ++at;
+        }
+        at_ = at;
+        if (isMarkup()) {
+            skipMarkup();
+        }
+    }
+
+    [[gnu::noinline]] void skipMarkup() {
         while (at_ != end_) {
             if (isOf(*at_, blankBit)) {
                 ++at_;
@@ -408,13 +443,13 @@ private:
         while (true) {
             skipBlank();
             failAtEnd("XML_DECODE_ATTR_NO_END_TAG", site);
-            if (startsWith("/>")) {
-                at_ += 2;
-                return true;
-            }
             if (*at_ == '>') {
                 ++at_;
                 return false;
+            }
+            if (startsWith("/>")) {
+                at_ += 2;
+                return true;
             }
             if (!isOf(*at_, nameStartBit)) {
                 fail("XML_DECODE_ATTR_NOT_IDENTITY_CHAR", site);
@@ -474,10 +509,12 @@ private:
     }
 
     bool atClosingTag(Node const & node) const {
-        std::string_view const text = rest();
         std::size_t const size = node.tag_.size();
-        return text.size() >= size + 3 && text[0] == '<' && text[1] == '/' && text[size + 2] == '>' &&
-               text.substr(2, size) == node.tag_;
+        if (static_cast<std::size_t>(end_ - at_) < size + 3 || *at_ != '<' || at_[1] != '/' ||
+            at_[size + 2] != '>') {
+            return false;
+        }
+        return std::memcmp(at_ + 2, node.tag_.data(), size) == 0;
     }
 
     /// Reads the opening tag; true if content is to follow.
@@ -497,51 +534,68 @@ private:
 
     void decodeNode(Node & root) {
         open_.clear();
+        children_.clear();
         if (begin(root)) {
-            open_.push_back({&root, tavSharedPtr<Node>()});
+            open_.push_back({&root, tavSharedPtr<Node>(), 0});
         }
         while (!open_.empty()) {
             Node & node = *open_.back().node;
             bool const closing = atClosingTag(node);
-            if (at_ == end_ || (!closing && startsWith("</"))) {
-                close();
-            } else if (!closing && *at_ == '<' && !isCdata()) {
+            if (closing || at_ == end_ || startsWith("</")) {
+                close(closing);
+            } else if (*at_ == '<' && !isCdata()) {
                 tavSharedPtr<Node> child(new Parsed<Node>);
                 if (begin(*child)) {
                     Node * const next = child.get();
-                    open_.push_back({next, std::move(child)});
+                    open_.push_back({next, std::move(child), children_.size()});
                 } else {
-                    node.append(std::move(child));
+                    append(std::move(child));
                     skipBlank();
                 }
             } else {
                 decodeContent(node);
-                if (closing) {
-                    close();
-                } else {
-                    skipBlank();
-                }
+                skipBlank();
             }
         }
         skipBlank();
     }
 
     /// Ends the innermost element, with its closing tag if that is here.
-    void close() {
+    void close(bool closing) {
         Open done = std::move(open_.back());
         open_.pop_back();
-        if (atClosingTag(*done.node)) {
+        if (closing) {
             at_ += done.node->tag_.size() + 3;
         }
         skipBlank();
         if (!open_.empty()) {
-            open_.back().node->append(std::move(done.owner));
+            takeChildren(*done.node, done.firstChild);
+            append(std::move(done.owner));
         }
+    }
+
+    /// Adds a child to the innermost element: to a root at once, as it stays when the text turns out to be
+    /// malformed, to any other when that is complete.
+    void append(tavSharedPtr<Node> child) {
+        if (open_.size() == 1) {
+            open_.back().node->append(std::move(child));
+        } else {
+            children_.push_back(std::move(child));
+        }
+    }
+
+    /// Moves the last children that wait, from `first` on, into their element.
+    void takeChildren(Node & node, std::size_t first) {
+        auto const begin = children_.begin() + static_cast<std::ptrdiff_t>(first);
+        node.nodes_.assign(std::make_move_iterator(begin), std::make_move_iterator(children_.end()));
+        children_.erase(begin, children_.end());
     }
 
     char const * at_;
     char const * end_;
     std::vector<Open> open_;
+    /// The children of those that are open, but for the root's, outermost first.
+    std::vector<tavSharedPtr<Node>> children_;
 };
 
 /// Writes trees to one text.
@@ -590,7 +644,8 @@ private:
 
     void lineTo(int level) {
         if (pretty_) {
-            indent(out_, level);
+            out_.put('\n');
+            out_.fill(static_cast<std::size_t>(std::max(level, 0)) * 4, ' ');
         }
     }
 
@@ -604,20 +659,20 @@ private:
             return;
         }
         lineTo(level());
-        out_.append(1, '<').append(node.tag_);
+        out_.put("<", node.tag_, "");
         writeAttrs(node, mode);
         if (!node.nodes_.empty()) {
-            out_ += '>';
+            out_.put('>');
             open_.push_back({&node, mode, 0, false});
             return;
         }
         bool const has_text =
             !node.contentIsEmpty() || (mode == sampleMode && textInfo(node).meta_ != nullptr);
         if (!has_text && mode == 0) {
-            out_ += "/>";
+            out_.put("/>");
             return;
         }
-        out_ += '>';
+        out_.put('>');
         if (has_text) {
             writeText(node, mode, level());
             if (!node.attrs_.empty()) {
@@ -644,11 +699,12 @@ private:
 
     void repeat(Node const & child) {
         lineTo(level());
-        out_.append(1, '<').append(child.tag_).append(1, '>').append(ellipsis);
+        out_.put("<", child.tag_, ">");
+        out_.put(ellipsis);
         writeEnd(child.tag_);
     }
 
-    void writeEnd(std::string_view tag) { out_.append("</").append(tag).append(1, '>'); }
+    void writeEnd(std::string_view tag) { out_.put("</", tag, ">"); }
 
     void writeAttrs(Node const & node, int mode) {
         bool const described =
@@ -656,18 +712,48 @@ private:
         if (node.attrs_.empty() && !described) {
             return;
         }
-        std::string lead;
-        if (pretty_) {
-            indent(lead, level() + 1);
-        }
         for (tavSharedPtr<Attr> const & attr : node.attrs_) {
-            attr->encode(out_, skipEmpty_, tav_istr(lead), mode);
+            if (!skipEmpty_ || !attr->Attr::value().empty()) {
+                lineTo(level() + 1);
+                writeAttr(*attr, mode);
+            }
         }
         if (described) {
             std::string meta;
             node.dumpMiniMeta(meta);
-            out_ += lead;
-            Attr::write(out_, "__meta__", tav_istr(meta));
+            lineTo(level() + 1);
+            writePair("__meta__", meta);
+        }
+    }
+
+    void writeAttr(Attr const & attr, int mode) {
+        if (mode != sampleMode && mode != logMode) {
+            writePair(attr.Attr::name(), attr.Attr::value());
+            return;
+        }
+        std::string shown;
+        attr.dumpSampleValue(shown, tav_istr(attr.Attr::value()), mode);
+        writePair(attr.Attr::name(), shown);
+    }
+
+    /// As Attr::write.
+    void writePair(std::string_view name, std::string_view value) {
+        out_.put(" ", name, "=\"");
+        writeEscaped(value.substr(0, value.find('\0')));
+        out_.put('"');
+    }
+
+    void writeEscaped(std::string_view text) {
+        char const * at = text.data();
+        char const * const end = at + text.size();
+        for (;;) {
+            char const * const found = findEntityByte(at, end);
+            out_.put(std::string_view(at, static_cast<std::size_t>(found - at)));
+            if (found == end) {
+                return;
+            }
+            out_.put(entityOf(*found));
+            at = found + 1;
         }
     }
 
@@ -686,54 +772,66 @@ private:
             lineTo(level + 1);
         }
         std::string const & text = node.content();
-        if (mode != sampleMode && mode != logMode && !hasSpecialBytes(text)) {
-            out_ += text;
+        if (mode != sampleMode && mode != logMode) {
+            writeCdata(text);
             return;
         }
         std::string shown;
         textInfo(node).dumpSampleValue(shown, tav_istr(text), mode);
-        encode_cdata(shown);
-        out_ += shown;
+        writeCdata(shown);
+    }
+
+    /// As encode_cdata.
+    void writeCdata(std::string const & text) {
+        if (!hasSpecialBytes(text)) {
+            out_.put(text);
+        } else if (text.find(cdataEnd) != std::string::npos) {
+            writeEscaped(upToNul(text.c_str()));
+        } else {
+            out_.put(cdataBegin, text, cdataEnd);
+        }
     }
 
     void describe(Node const & node) {
         lineTo(level());
-        out_ += "<element";
+        out_.put("<element");
         writeMeta(node, tav_istr(node.tag_));
         // Read through a const view: the writing accessors would give the text a description.
         Content const * const content = node.content_.get();
         bool const text = content != nullptr && content->varid() != noId;
         if (node.attrs_.empty() && node.nodes_.empty() && !text) {
-            out_ += "/>";
+            out_.put("/>");
             return;
         }
-        out_ += '>';
+        out_.put('>');
         for (tavSharedPtr<Attr> const & attr : node.attrs_) {
             lineTo(level() + 1);
-            out_ += "<attrib";
+            out_.put("<attrib");
             writeMeta(*attr, tav_istr(attr->name()));
-            out_ += "/>";
+            out_.put("/>");
         }
         if (text) {
             lineTo(level() + 1);
-            out_ += "<content";
+            out_.put("<content");
             writeMeta(*content, tav_istr());
-            out_ += "/>";
+            out_.put("/>");
         }
         open_.push_back({&node, metadataMode, 0, false});
     }
 
     void writeMeta(VarInfo const & info, tav_istr name) {
         if (!name.empty()) {
-            Attr::write(out_, "name", name);
+            writePair("name", bytesOf(name));
         }
         if (info.meta_ != nullptr) {
-            info.meta_->dump(out_);
-            info.meta_->dumpId(out_);
+            std::string meta;
+            info.meta_->dump(meta);
+            info.meta_->dumpId(meta);
+            out_.put(meta);
         }
     }
 
-    std::string & out_;
+    Output out_;
     bool pretty_;
     bool skipEmpty_;
     int level_;

@@ -245,3 +245,17 @@ TEST(XmlParser, ReadsAViewThatEndsWithinTheBytes) {
         failureOf(exact);
     }
 }
+
+TEST(XmlParser, ChildrenStayInTheirOrderAtEachLevel) {
+    std::string const text = "<a><b><c>1</c><d/><c>2</c></b><e/><b><f><g/><h>3</h></f><i/></b>t</a>";
+    EXPECT_EQ(reread(text), "<a><b><c>1</c><d/><c>2</c></b><e/><b><f><g/><h>3</h></f><i/></b>t</a>");
+}
+
+TEST(XmlParser, OfAFailureTheCompleteChildrenOfTheRootStayAndNoOthers) {
+    Node node;
+    node.decode("<a><b><c/></b><d>x</d><e><f/><g/>");
+    EXPECT_EQ(node.encode(false, false, 0, true), "<a><b><c/></b><d>x</d><e><f/><g/></e></a>");
+    Node failed;
+    failed.decode("<a><b><c/></b><d>x</d><e><f/><g/><h");
+    EXPECT_EQ(failed.encode(false, false, 0, true), "<a><b><c/></b><d>x</d></a>");
+}

@@ -125,3 +125,37 @@ TEST(XmlWriter, ReadingGivesWhatWasWritten) {
     EXPECT_EQ(reread("<a><b/>t</a>"), "<a><b/>t</a>");
     EXPECT_EQ(reread(pretty("<a><b/>t</a>")), "<a><b/>t\n</a>");
 }
+
+TEST(XmlWriter, FindsWhatNeedsAnEntityAtAnyPlaceOfATextOfAnyLength) {
+    for (int c = 1; c < 256; ++c) {
+        for (std::size_t size = 1; size <= 40; ++size) {
+            std::string value(size, 'x');
+            std::size_t const at = static_cast<std::size_t>(c * 7) % size;
+            value[at] = static_cast<char>(c);
+            char const * const entity = c == '&'    ? "&amp;"
+                                        : c == '"'  ? "&quot;"
+                                        : c == '\'' ? "&apos;"
+                                        : c == '<'  ? "&lt;"
+                                        : c == '>'  ? "&gt;"
+                                                    : nullptr;
+            std::string escaped = value;
+            if (entity != nullptr) {
+                escaped.replace(at, 1, entity);
+            }
+            Node node("a", tav_istr(value));
+            node.setAttr("b", tav_istr(value));
+            std::string const text = entity != nullptr ? "<![CDATA[" + value + "]]>" : value;
+            ASSERT_EQ(node.encode(false, false, 0, false), "<a b=\"" + escaped + "\">" + text + "</a>");
+        }
+    }
+}
+
+TEST(XmlWriter, WritesTextsThatAreLongerThanAnyPieceOfItsOutput) {
+    std::string const large(100000, 'y');
+    Node node("a");
+    for (int i = 0; i < 3; ++i) {
+        node.addChild(new Node("b", tav_istr(large + static_cast<char>('0' + i))));
+    }
+    EXPECT_EQ(node.encode(false, false, 0, false),
+              "<a><b>" + large + "0</b><b>" + large + "1</b><b>" + large + "2</b></a>");
+}
