@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <new>
 
 #if defined(__has_feature)
@@ -38,6 +39,104 @@ constexpr std::size_t largestBlock = 32 * 1024;
 /// Where nodes go to on this thread; null if each goes back at once.
 [[gnu::tls_model("initial-exec")]] thread_local NodeReturn * returning = nullptr;
 
+/// Blocks of the largest size that went back, for the next large text of any thread: without them their pages
+/// would go to the system with each tree and come again with the next.  What is kept is bounded, nothing is
+/// kept of a tree that is larger than the bound, and none is kept that was of no use for a while.
+class Reserve {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    bool empty() const noexcept { return count_.load(std::memory_order_relaxed) == 0; }
+
+    /// Null if there is none.
+    void * take() noexcept {
+        Turn const turn(busy_);
+        if (!turn) {
+            return nullptr;
+        }
+        overflowed_ = false;
+        Kept * const taken = head_;
+        if (taken != nullptr) {
+            head_ = taken->next;
+            count_.store(count_.load(std::memory_order_relaxed) - 1, std::memory_order_relaxed);
+            used_ = Clock::now();
+        }
+        return taken;
+    }
+
+    /// False if the block is to be freed.
+    bool give(void * block) noexcept {
+        Turn const turn(busy_);
+        if (!turn || overflowed_) {
+            return false;
+        }
+        std::size_t const count = count_.load(std::memory_order_relaxed);
+        if (count == most) {
+            overflowed_ = true;
+            clear();
+            return false;
+        }
+        head_ = new (block) Kept{head_};
+        count_.store(count + 1, std::memory_order_relaxed);
+        used_ = Clock::now();
+        return true;
+    }
+
+    void giveUpIdle() noexcept {
+        Turn const turn(busy_);
+        if (turn && Clock::now() - used_ >= std::chrono::seconds(1)) {
+            clear();
+        }
+    }
+
+private:
+    /// 4 MB.
+    static constexpr std::size_t most = 128;
+
+    struct Kept {
+        Kept * next;
+    };
+
+    /// Nobody waits for a turn: who does not get one does without the reserve, also in a process that was
+    /// forked while another thread had one.
+    class Turn {
+    public:
+        explicit Turn(std::atomic_flag & busy) noexcept
+            : busy_(busy), mine_(!busy.test_and_set(std::memory_order_acquire)) {}
+        Turn(Turn const &) = delete;
+        Turn & operator=(Turn const &) = delete;
+        ~Turn() {
+            if (mine_) {
+                busy_.clear(std::memory_order_release);
+            }
+        }
+        explicit operator bool() const noexcept { return mine_; }
+
+    private:
+        std::atomic_flag & busy_;
+        bool mine_;
+    };
+
+    void clear() noexcept {
+        while (head_ != nullptr) {
+            Kept * const kept = head_;
+            head_ = kept->next;
+            ::operator delete(kept);
+        }
+        count_.store(0, std::memory_order_relaxed);
+    }
+
+    std::atomic_flag busy_ = ATOMIC_FLAG_INIT;
+    /// Changed by who has the turn.
+    std::atomic<std::size_t> count_{0};
+    Kept * head_ = nullptr;
+    Clock::time_point used_;
+    /// The last tree that ended had more: nothing is kept until the next large text.
+    bool overflowed_ = false;
+};
+
+Reserve reserve;
+
 constexpr std::size_t roundedUp(std::size_t size) {
     constexpr std::size_t unit = alignof(void *);
     return (size + unit - 1) / unit * unit;
@@ -48,6 +147,7 @@ constexpr std::size_t roundedUp(std::size_t size) {
 /// One allocation for many nodes.  It is freed when the last of them is given back, on whichever thread.
 struct NodeScope::Block {
     std::atomic<std::size_t> nodes;
+    std::size_t size;
 };
 
 /// Ahead of each node: where it lies; null if it has an allocation of its own.
@@ -80,8 +180,15 @@ void deleteNode(void * node) noexcept {
     }
 }
 
+void giveUpIdleNodes() noexcept {
+    if (!reserve.empty()) {
+        reserve.giveUpIdle();
+    }
+}
+
 NodeScope::NodeScope() : outer_(innermost) {
     innermost = this;
+    giveUpIdleNodes();
 }
 
 NodeScope::~NodeScope() {
@@ -106,8 +213,9 @@ void NodeScope::begin(std::size_t atLeast) {
     finish();
     std::size_t const size = std::max(next_, sizeof(Block) + atLeast);
     next_ = std::min(next_ * 2, largestBlock);
-    char * const memory = static_cast<char *>(::operator new(size));
-    block_ = new (memory) Block{{stillOpen}};
+    void * const kept = size == largestBlock ? reserve.take() : nullptr;
+    char * const memory = static_cast<char *>(kept != nullptr ? kept : ::operator new(size));
+    block_ = new (memory) Block{{stillOpen}, size};
     at_ = memory + sizeof(Block);
     end_ = memory + size;
 }
@@ -122,7 +230,8 @@ void NodeScope::finish() noexcept {
 }
 
 void NodeScope::drop(Block * block, std::size_t nodes) noexcept {
-    if (block->nodes.fetch_sub(nodes, std::memory_order_acq_rel) == nodes) {
+    if (block->nodes.fetch_sub(nodes, std::memory_order_acq_rel) == nodes &&
+        !(block->size == largestBlock && reserve.give(block))) {
         ::operator delete(block);
     }
 }

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <map>
 #include <string>
 #include <thread>
@@ -230,4 +231,65 @@ TEST(ThreadMemory, IsUsedAgainByTheNextMessage) {
     HeapMeter const meter;
     to.decode(tav_istr(bytes));
     EXPECT_LE(meter.peak(), 200);
+}
+
+namespace {
+
+/// Reads a list of so many numbers, of which each takes about 130 bytes, and lets it go.
+void readNumbers(int count) {
+    tavSharedPtr<tav::json::JsonValue> const list =
+        tav::json::JsonParser::from(tav_istr(repeated("1,", count).insert(0, "[")));
+    EXPECT_EQ(static_cast<tav::json::JsonArray const &>(*list).size(), static_cast<unsigned>(count));
+}
+
+/// Reads small texts until no more than this is kept, for ten seconds at most.
+bool givesUpAllBut(HeapMeter const & meter, long long kept) {
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (meter.kept() > kept && std::chrono::steady_clock::now() < end) {
+        readNumbers(1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return meter.kept() <= kept;
+}
+
+constexpr long long largest = 4 * 1024 * 1024 + most;
+
+} // namespace
+
+TEST(ThreadMemory, OfALargeTextServesTheNextOneAndIsGivenUpWhenThatDoesNotCome) {
+    HeapMeter const meter;
+    EXPECT_TRUE(givesUpAllBut(meter, 0));
+    readNumbers(20000);
+    long long const first = meter.taken();
+    EXPECT_GT(first, 70);
+    EXPECT_LE(meter.kept(), largest);
+    long long const before = meter.taken();
+    std::thread([] { readNumbers(20000); }).join();
+    EXPECT_LT(meter.taken() - before, 50);
+    EXPECT_LE(meter.kept(), largest);
+    EXPECT_TRUE(givesUpAllBut(meter, most));
+}
+
+TEST(ThreadMemory, OfALargerTextThanThatIsLittleAtOnce) {
+    HeapMeter const meter;
+    readNumbers(60000);
+    EXPECT_LE(meter.kept(), most);
+    readNumbers(60000);
+    EXPECT_LE(meter.kept(), most);
+}
+
+TEST(ThreadMemory, OfManyThreadsThatReadLargeTextsIsNoMoreThanOfOne) {
+    HeapMeter const meter;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            for (int round = 0; round < 10; ++round) {
+                readNumbers(20000);
+            }
+        });
+    }
+    for (std::thread & thread : threads) {
+        thread.join();
+    }
+    EXPECT_LE(meter.kept(), largest);
 }
