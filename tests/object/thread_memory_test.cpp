@@ -257,11 +257,10 @@ constexpr long long largest = 4 * 1024 * 1024 + most;
 } // namespace
 
 TEST(ThreadMemory, OfALargeTextServesTheNextOneAndIsGivenUpWhenThatDoesNotCome) {
+    readNumbers(60000);
     HeapMeter const meter;
-    EXPECT_TRUE(givesUpAllBut(meter, 0));
     readNumbers(20000);
-    long long const first = meter.taken();
-    EXPECT_GT(first, 70);
+    EXPECT_GT(meter.taken(), 70);
     EXPECT_LE(meter.kept(), largest);
     long long const before = meter.taken();
     std::thread([] { readNumbers(20000); }).join();
