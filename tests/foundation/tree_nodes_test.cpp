@@ -125,3 +125,25 @@ TEST(TreeNodes, EndOnOtherThreadsWhileMoreAreMade) {
         thread.join();
     }
 }
+
+TEST(TreeNodes, OfManyLargeTreesOnManyThreadsAreWhole) {
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (unsigned round = 0; round < 8; ++round) {
+                std::vector<Node> nodes;
+                {
+                    NodeScope const scope;
+                    // Some of these trees are larger than what is kept of one.
+                    nodes = made(round % 4 == 3 ? 70000 : 20000, t + round);
+                }
+                for (Node & node : nodes) {
+                    ASSERT_TRUE(node.end());
+                }
+            }
+        });
+    }
+    for (std::thread & thread : threads) {
+        thread.join();
+    }
+}
