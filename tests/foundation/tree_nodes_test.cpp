@@ -130,7 +130,7 @@ TEST(TreeNodes, OfManyLargeTreesOnManyThreadsAreWhole) {
     std::vector<std::thread> threads;
     for (unsigned t = 0; t < 4; ++t) {
         threads.emplace_back([t] {
-            for (unsigned round = 0; round < 8; ++round) {
+            for (unsigned round = 0; round < 4; ++round) {
                 std::vector<Node> nodes;
                 {
                     NodeScope const scope;
