@@ -171,8 +171,12 @@ struct [[gnu::visibility("hidden")]] tavAtomicInt::Impl : Cell<Impl, unsigned> {
         return made;
     }
 
-    bool is(State which) const noexcept { return state.load(std::memory_order_relaxed) == which; }
-    void become(State which) noexcept { state.store(which, std::memory_order_relaxed); }
+    bool is(State which) const noexcept {
+        return state.load(std::memory_order_relaxed) == which;
+    }
+    void become(State which) noexcept {
+        state.store(which, std::memory_order_relaxed);
+    }
 
     /// Adds a reference.  The first one of an object that nobody knows is taken ahead of the moment at which
     /// other threads learn of it, and so without the lock.
