@@ -230,13 +230,13 @@ private:
         }
 
         /// Sends a frame, after the delay that answers have.
-        void answer(std::string bytes) {
+        void answer(std::string bytes, std::optional<unsigned short> copy_of = std::nullopt) {
             int const delay = faults().delay_ms;
             if (delay <= 0) {
-                writeFrame(std::move(bytes));
+                writeFrame(std::move(bytes), copy_of);
                 return;
             }
-            later(delay, [this, held = std::move(bytes)] { writeFrame(held); });
+            later(delay, [this, held = std::move(bytes), copy_of] { writeFrame(held, copy_of); });
         }
 
         /// Calls after some milliseconds, if the connection is open then.
@@ -321,9 +321,9 @@ private:
         bool silent() const { return silent_.value_or(faults().silence); }
         bool sends() const { return open_ && !silent(); }
 
-        void writeFrame(std::string bytes) {
+        void writeFrame(std::string bytes, std::optional<unsigned short> copy_of = std::nullopt) {
             if (server_.options_.on_frame && sends()) {
-                server_.options_.on_frame(id_, false, bytes);
+                server_.options_.on_frame(id_, false, bytes, copy_of);
             }
             write(std::move(bytes));
         }
@@ -399,7 +399,7 @@ private:
         void onFrame() {
             ++frames_;
             if (server_.options_.on_frame) {
-                server_.options_.on_frame(id_, true, frame(tav_istr(body_)));
+                server_.options_.on_frame(id_, true, frame(tav_istr(body_)), std::nullopt);
             }
             Faults const & bad = faults();
             if (bad.reset_after != 0 && frames_ >= bad.reset_after) {
@@ -544,7 +544,7 @@ private:
     }
 
     void pushTo(ConnectionPtr const & to, unsigned short code, unsigned long long sno, tav_istr body,
-                bool ask, unsigned short version) {
+                bool ask, unsigned short version, std::optional<unsigned short> copy_of = std::nullopt) {
         if (!to->open()) {
             return;
         }
@@ -561,7 +561,7 @@ private:
         }
         set([](Stats & s) { ++s.pushes; });
         log(to->id(), "push " + hex4(code));
-        to->answer(frame(*packet));
+        to->answer(frame(*packet), copy_of);
     }
 
     void serve(ConnectionPtr const & from, PacketPtr const & packet) {
@@ -606,14 +606,15 @@ private:
                 }
             }
         }
-        reply(from, packet, options_.echo ? code : static_cast<unsigned short>(code + 1), body);
+        reply(from, packet, options_.echo ? code : static_cast<unsigned short>(code + 1), body, code);
         if (code == code_push_me) {
-            pushTo(from, code_pushed, nextSno(), tav_istr(body), true, packet.version());
+            pushTo(from, code_pushed, nextSno(), tav_istr(body), true, packet.version(), code);
         }
     }
 
     /// Answers with the sequence and version of the packet, which stays as it came.
-    void reply(ConnectionPtr const & to, im::Packet & packet, unsigned short code, std::string const & body) {
+    void reply(ConnectionPtr const & to, im::Packet & packet, unsigned short code, std::string const & body,
+               std::optional<unsigned short> copy_of = std::nullopt) {
         unsigned short const came = packet.code();
         std::string const kept = packet.body();
         packet.setAffirm(0);
@@ -625,7 +626,7 @@ private:
             packet.setExt(ext);
         }
         set([](Stats & s) { ++s.replies; });
-        to->answer(frame(packet));
+        to->answer(frame(packet), copy_of);
         packet.setCode(came);
         packet.setBody(tav_istr(kept));
     }

@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -82,8 +83,11 @@ struct Options {
     std::function<void(unsigned short code, std::string const & body)> on_packet;
     /// what is done for a packet that is no receipt; null for the usual; called on the gateway's thread
     std::function<std::shared_ptr<Plan const>(unsigned short code, std::string const & body)> plan;
-    /// each whole frame, its length included, as it comes in or goes out; called on the gateway's thread
-    std::function<void(unsigned connection, bool in, std::string const & frame)> on_frame;
+    /// each whole frame, its length included, as it comes in or goes out, and the code of the packet whose
+    /// body it has if the gateway sends that back under another one; called on the gateway's thread
+    std::function<void(unsigned connection, bool in, std::string const & frame,
+                       std::optional<unsigned short> copy_of)>
+        on_frame;
     /// bytes that are no frame, as they go out to misbehave, and what they are to be; called on the gateway's
     /// thread
     std::function<void(unsigned connection, std::string const & bytes, std::string const & what)> on_odd;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The Debian packages that the builds need.  Run with the name of a list, it installs what this machine lacks of it;
 # the other scripts source it.
-# Usage: scripts/packages.sh library|demo|test|lint|long|places|fuzz|wireshark|debian|abi
+# Usage: scripts/packages.sh library|demo|test|lint|long|places|fuzz|wireshark|browser|debian|abi
 
 library_packages=(g++ cmake make libasio-dev libssl-dev)
 demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libcpp-httplib-dev libedit-dev python3)
@@ -13,6 +13,7 @@ places_packages=("${library_packages[@]}" ninja-build ca-certificates clang g++-
                  g++-i686-linux-gnu libc++-14-dev libc++abi-14-dev qemu-user)
 fuzz_packages=("${library_packages[@]}" ninja-build ccache clang-14 clang libclang-rt-14-dev)
 wireshark_packages=(tshark python3)
+browser_packages=(chromium-headless-shell python3)
 debian_packages=("${library_packages[@]}" git libcli11-dev libcpp-httplib-dev python3 pkgconf dpkg-dev debhelper dh-python help2man lintian
                  debootstrap)
 abi_packages=("${library_packages[@]}" git abigail-tools)
@@ -54,12 +55,12 @@ need_packages() {
 if [ "${BASH_SOURCE[0]}" = "$0" ]; then
     set -euo pipefail
     case "${1-}" in
-    library | demo | test | lint | long | places | fuzz | wireshark | debian | abi)
+    library | demo | test | lint | long | places | fuzz | wireshark | browser | debian | abi)
         declare -n list="$1_packages"
         need_packages "${list[@]}"
         ;;
     *)
-        echo "usage: scripts/packages.sh library|demo|test|lint|long|places|fuzz|wireshark|debian|abi" >&2
+        echo "usage: scripts/packages.sh library|demo|test|lint|long|places|fuzz|wireshark|browser|debian|abi" >&2
         exit 2
         ;;
     esac

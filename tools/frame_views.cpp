@@ -72,24 +72,38 @@ bool readFrame(std::string const & frame, Template const & model, Message & mess
 
 } // namespace
 
-std::string FrameViews::masked(std::string const & frame) const {
+std::string FrameViews::masked(SeenPacket const & packet) const {
+    std::string const & frame = packet.frame;
     std::string result = frame;
     std::string nowhere;
     Output output(nowhere);
-    NoTree tree(output);
-    DumpTree dump(tree, &model_, reveal_, 1);
-    tree.bytes(frame, 0);
-    dump.frame(0, frame.size(), nullptr);
-    for (HiddenBytes const & range : dump.hidden()) {
-        std::fill(result.begin() + static_cast<std::ptrdiff_t>(range.begin),
-                  result.begin() + static_cast<std::ptrdiff_t>(std::min(range.end, result.size())), '*');
+    // What is protected in the packet that came is so in its copy as well.
+    pml::MetaClass const * const copied = packet.copyOf ? model_.factory->findClass(*packet.copyOf) : nullptr;
+    for (pml::MetaClass const * const cls : {static_cast<pml::MetaClass const *>(nullptr), copied}) {
+        NoTree tree(output);
+        DumpTree dump(tree, &model_, reveal_, 1);
+        tree.bytes(frame, 0);
+        dump.frame(0, frame.size(), cls);
+        for (HiddenBytes const & range : dump.hidden()) {
+            std::fill(result.begin() + static_cast<std::ptrdiff_t>(range.begin),
+                      result.begin() + static_cast<std::ptrdiff_t>(std::min(range.end, result.size())), '*');
+        }
     }
     return result;
 }
 
-FrameSummary FrameViews::summary(std::string const & frame, std::string const & odd) const {
+std::string FrameViews::withheld(Message const & message) const {
+    if (reveal_ || message.cls != nullptr || message.nbr.empty()) {
+        return std::string();
+    }
+    return "the template has no class of the code " + codeText(message.code) + ", so that its " +
+           std::to_string(message.nbr.size()) + " bytes are shown with --reveal alone";
+}
+
+FrameSummary FrameViews::summary(SeenPacket const & packet) const {
+    std::string const & frame = packet.frame;
     FrameSummary shown;
-    if (!odd.empty()) {
+    if (!packet.odd.empty()) {
         shown.size = frame.size();
         shown.text = "sent to misbehave";
         return shown;
@@ -97,8 +111,8 @@ FrameSummary FrameViews::summary(std::string const & frame, std::string const & 
     shown.size = frame.size() - std::min(frameHead, frame.size());
     Message message;
     std::string reason;
-    std::string const bytes = masked(frame);
-    bool const good = readFrame(bytes, model_, message, reason);
+    bool const good = readFrame(masked(packet), model_, message, reason);
+    std::string const why = withheld(message);
     shown.code = message.code;
     shown.sequence = message.envelope.sequence;
     constexpr unsigned kind = 0xF0;
@@ -109,6 +123,8 @@ FrameSummary FrameViews::summary(std::string const & frame, std::string const & 
     shown.className = message.cls == nullptr ? std::string() : stringOf(message.cls->className);
     if (!good) {
         shown.text = "broken: " + reason;
+    } else if (!why.empty()) {
+        shown.text = why;
     } else if (message.nbr.empty()) {
         shown.text.clear();
     } else if (message.nbr.size() > largestLine) {
@@ -149,24 +165,34 @@ std::string FrameViews::text(Message const & message, Encoding encoding) const {
     return cut(std::move(text), largestView);
 }
 
-FrameDetails FrameViews::details(std::string const & frame, std::string const & odd) const {
+FrameDetails FrameViews::details(SeenPacket const & packet) const {
+    std::string const & frame = packet.frame;
     FrameDetails shown;
-    if (!odd.empty()) {
+    if (!packet.odd.empty()) {
         shown.envelope = shown.json = shown.pml = shown.xml = shown.nbr =
-            "It is no frame, but " + odd + ", sent to misbehave.";
+            "It is no frame, but " + packet.odd + ", sent to misbehave.";
         Output output(shown.bytes);
         TextTree tree(output, true);
         tree.bytes(frame, 0);
         TreeLine line;
-        line.pieces.push_back({0, frame.size(), odd, false});
+        line.pieces.push_back({0, frame.size(), packet.odd, false});
         tree.leaf(line);
         return shown;
     }
-    shown.nbr = tree(frame, false);
-    shown.bytes = tree(frame, true);
     Message message;
     std::string reason;
-    if (!readFrame(masked(frame), model_, message, reason)) {
+    std::string const bytes = masked(packet);
+    bool const good = readFrame(bytes, model_, message, reason);
+    std::string const why = withheld(message);
+    if (good && !why.empty()) {
+        shown.envelope = "{" + envelopeText(message) + "}";
+        shown.json = shown.pml = shown.xml = shown.nbr = shown.bytes = why;
+        return shown;
+    }
+    // What a copy has hidden is not known to its own class.
+    shown.nbr = tree(packet.copyOf ? bytes : frame, false);
+    shown.bytes = tree(packet.copyOf ? bytes : frame, true);
+    if (!good) {
         shown.envelope = shown.json = shown.pml = shown.xml = "It is broken: " + reason;
         return shown;
     }

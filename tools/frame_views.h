@@ -3,6 +3,7 @@
 
 #include "tools/convert_parts.h"
 #include "tools/templates.h"
+#include "tools/traffic.h"
 
 #include <string>
 
@@ -32,18 +33,20 @@ struct FrameDetails {
 };
 
 /// Shows frames by a template, which must outlive it.  Values that the template protects are masked, unless
-/// they are to be shown.
+/// they are to be shown, and so is the message of a code that it does not know: nothing tells what of it is
+/// protected.
 class FrameViews {
 public:
     FrameViews(Template const & model, bool reveal) : model_(model), reveal_(reveal) {}
 
-    /// With `odd` the bytes are no frame, but what that says.
-    FrameSummary summary(std::string const & frame, std::string const & odd = std::string()) const;
-    FrameDetails details(std::string const & frame, std::string const & odd = std::string()) const;
+    FrameSummary summary(SeenPacket const & packet) const;
+    FrameDetails details(SeenPacket const & packet) const;
 
 private:
     /// The frame with asterisks in place of what is hidden, byte for byte.
-    std::string masked(std::string const & frame) const;
+    std::string masked(SeenPacket const & packet) const;
+    /// Why the message is not shown; empty if it is.
+    std::string withheld(Message const & message) const;
     std::string tree(std::string const & frame, bool annotated) const;
     std::string text(Message const & message, Encoding encoding) const;
 

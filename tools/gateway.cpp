@@ -3,7 +3,10 @@
 #include "tools/failure.h"
 #include "tools/gateway_record.h"
 #include "tools/gateway_rules.h"
+#include "tools/input.h"
 #include "tools/interrupts.h"
+#include "tools/template_check.h"
+#include "tools/terminal_text.h"
 #include "tools/web.h"
 
 #include <poll.h>
@@ -21,6 +24,8 @@ namespace tool {
 namespace {
 
 using gateway::Gateway;
+
+constexpr std::size_t largestTemplate = 256 * 1024 * 1024;
 
 struct Options {
     gateway::Settings gateway;
@@ -90,6 +95,12 @@ public:
         Interrupts const interrupts;
         Watch const watch(output_, interrupts);
         Gateway gateway(settings.options, certificates);
+        // Whose port is taken is told ahead of any client.
+        std::unique_ptr<Web> web;
+        if (options_.hasWeb) {
+            tellUnprotected();
+            web = std::make_unique<Web>(options_.web, model_, traffic_, gateway);
+        }
         try {
             gateway.start();
         } catch (std::runtime_error const & e) {
@@ -97,9 +108,7 @@ public:
         }
         said_.say(gateway::listeningLine(settings, gateway.port()));
         gateway::writePort(settings, gateway.port());
-        std::unique_ptr<Web> web;
-        if (options_.hasWeb) {
-            web = std::make_unique<Web>(options_.web, model_, traffic_, gateway);
+        if (web != nullptr) {
             said_.say("gateway: the page is at " + web->place());
         }
         waitForEnd(interrupts);
@@ -128,8 +137,9 @@ private:
             record_ = std::make_unique<GatewayRecord>(options_.record, options_.recorded, trouble_);
         }
         if (record_ != nullptr || options_.hasWeb) {
-            options.on_frame = [this](unsigned connection, bool in, std::string const & frame) {
-                take(connection, in, frame);
+            options.on_frame = [this](unsigned connection, bool in, std::string const & frame,
+                                      std::optional<unsigned short> copyOf) {
+                take(connection, in, frame, copyOf);
             };
         }
         if (options_.hasWeb) {
@@ -149,12 +159,28 @@ private:
         }
     }
 
-    void take(unsigned connection, bool in, std::string const & frame) {
+    /// What the template wants protected, and can't have.
+    void tellUnprotected() {
+        if (options_.model == "-") {
+            return;
+        }
+        std::string name;
+        std::string const text = readWhole(options_.model, name, largestTemplate);
+        for (Finding const & finding : checkTemplate(text)) {
+            if (finding.error || finding.rule == "protected") {
+                output_.tell("tav: " + toldInText(forTerminal(name), text, finding.offset,
+                                                  finding.error ? "error" : "warning",
+                                                  forTerminal(finding.text) + " [" + finding.rule + "]"));
+            }
+        }
+    }
+
+    void take(unsigned connection, bool in, std::string const & frame, std::optional<unsigned short> copyOf) {
         if (record_ != nullptr) {
             record_->put(in, frame);
         }
         if (options_.hasWeb) {
-            traffic_.frame(connection, in, frame, timeNow());
+            traffic_.frame(connection, in, frame, timeNow(), copyOf);
         }
     }
 

@@ -7,8 +7,6 @@ namespace tool {
 
 namespace {
 
-/// A flood is thinned out evenly: each window has its share of the second.
-constexpr long long windowMs = 50;
 constexpr std::size_t heartbeatSize = 4;
 
 bool isBelow(Traffic::Packet const & packet, unsigned long long id) {
@@ -18,11 +16,17 @@ bool isBelow(Traffic::Packet const & packet, unsigned long long id) {
 } // namespace
 
 bool Traffic::admits(long long now) {
-    if (now < window_ || now >= window_ + windowMs) {
-        window_ = now;
-        inWindow_ = 0;
+    // Each millisecond has its share.  A clock that was set back gives none.
+    long long const passed = std::max(now - savedAt_, 0LL);
+    savedAt_ = now;
+    saved_ = passed >= 1000 ? longestSaved
+                            : std::min(longestSaved, saved_ + passed * static_cast<long long>(mostInASecond));
+    constexpr long long one = 1000;
+    if (saved_ < one) {
+        return false;
     }
-    return inWindow_++ < mostInASecond * static_cast<std::size_t>(windowMs) / 1000;
+    saved_ -= one;
+    return true;
 }
 
 void Traffic::count(unsigned connection, bool in) {
@@ -32,17 +36,18 @@ void Traffic::count(unsigned connection, bool in) {
     }
 }
 
-void Traffic::frame(unsigned connection, bool in, std::string const & frame, long long now) {
+void Traffic::frame(unsigned connection, bool in, std::string const & frame, long long now,
+                    std::optional<unsigned short> copyOf) {
     std::lock_guard<std::mutex> const guard(mutex_);
     count(connection, in);
     if (frame.size() > heartbeatSize) {
-        keep({0, now, connection, in, frame, {}});
+        keep({0, now, connection, in, frame, {}, copyOf});
     }
 }
 
 void Traffic::odd(unsigned connection, std::string const & bytes, std::string const & what, long long now) {
     std::lock_guard<std::mutex> const guard(mutex_);
-    keep({0, now, connection, false, bytes, what});
+    keep({0, now, connection, false, bytes, what, {}});
 }
 
 void Traffic::keep(SeenPacket packet) {

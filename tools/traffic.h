@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,7 @@ namespace tav {
 namespace tool {
 
 /// A frame that was seen, and when, in milliseconds since 1970.  With `odd` it is none, but what was sent to
-/// misbehave, and that is what it was to be.
+/// misbehave, and that is what it was to be.  With `copyOf` its body is that of a packet of this code.
 struct SeenPacket {
     unsigned long long id = 0;
     long long time = 0;
@@ -21,6 +22,7 @@ struct SeenPacket {
     bool in = true;
     std::string frame;
     std::string odd;
+    std::optional<unsigned short> copyOf;
 };
 
 struct SeenConnection {
@@ -35,18 +37,19 @@ struct SeenConnection {
 };
 
 /// What a gateway has seen lately, in memory that does not grow: the last packets, and of a flood of them
-/// some.  Every operation may be called from any thread.
+/// some, once it has lasted for more than a second's share.  Every operation may be called from any thread.
 class Traffic {
 public:
     using Packet = std::shared_ptr<SeenPacket const>;
 
-    /// The most that is kept, and how much of it in a second.
+    /// The most that is kept, and how much of it in a second; so much may come at once as well.
     static constexpr std::size_t mostPackets = 10000;
     static constexpr std::size_t mostBytes = 64 * 1024 * 1024;
     static constexpr std::size_t mostInASecond = 1000;
     static constexpr std::size_t mostClosed = 20;
 
-    void frame(unsigned connection, bool in, std::string const & frame, long long now);
+    void frame(unsigned connection, bool in, std::string const & frame, long long now,
+               std::optional<unsigned short> copyOf = std::nullopt);
     void odd(unsigned connection, std::string const & bytes, std::string const & what, long long now);
     void connection(unsigned id, bool open, std::string const & peer, long long now);
     void silence(unsigned id, bool on);
@@ -68,6 +71,8 @@ public:
     Counts counts() const;
 
 private:
+    static constexpr long long longestSaved = 1000 * static_cast<long long>(mostInASecond);
+
     bool admits(long long now);
     void count(unsigned connection, bool in);
     void keep(SeenPacket packet);
@@ -78,8 +83,9 @@ private:
     std::deque<unsigned> closed_;
     Counts counts_;
     std::size_t bytes_ = 0;
-    long long window_ = 0;
-    std::size_t inWindow_ = 0;
+    /// Thousandths of packets that may still be kept, and when that was so.
+    long long saved_ = longestSaved;
+    long long savedAt_ = 0;
 };
 
 } // namespace tool

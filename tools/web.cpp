@@ -16,11 +16,13 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 
 namespace tav {
@@ -253,12 +255,14 @@ public:
         server_.set_payload_max_length(largestMessage);
         server_.set_default_headers(commonHeaders());
         route();
+        errno = 0;
         port_ = options.port == 0                              ? server_.bind_to_any_port(address_)
                 : server_.bind_to_port(address_, options.port) ? options.port
                                                                : -1;
         if (port_ < 0) {
-            throw Failure(exitNetwork,
-                          "--web: can't listen on " + address_ + " port " + std::to_string(options.port));
+            std::string const reason = errno == 0 ? "" : ": " + std::generic_category().message(errno);
+            throw Failure(exitNetwork, "--web: can't listen on " + address_ + " port " +
+                                           std::to_string(options.port) + reason);
         }
         server_.widen();
         thread_ = std::thread([this] { server_.listen_after_bind(); });
@@ -289,6 +293,14 @@ private:
         server_.set_pre_routing_handler([this](Request const & request, Response & response) {
             return isAllowed(request, response) ? httplib::Server::HandlerResponse::Unhandled
                                                 : httplib::Server::HandlerResponse::Handled;
+        });
+        server_.set_error_handler([](Request const &, Response & response) {
+            if (response.body.empty()) {
+                char const * const text = response.status == 413   ? "This is larger than 1 MB."
+                                          : response.status == 404 ? "There is nothing of this name."
+                                                                   : "This can't be read.";
+                response.set_content("{\"error\":" + jsonText(text) + "}", "application/json");
+            }
         });
         server_.Get("/", [](Request const &, Response & response) { givePage(response); });
         get("/api/state", [this](Request const & r) { return api_.state(parametersOf(r)); });
@@ -327,22 +339,26 @@ private:
     /// of somebody else can have sent.
     bool isAllowed(Request const & request, Response & response) const {
         if (!isOwnHost(request.get_header_value("Host"), address_)) {
-            refuse(response, "Ask for this page by the address that was printed, or as localhost.\n");
+            refuse(request, response, "Ask for this page by the address that was printed, or as localhost.");
             return false;
         }
         bool const isPage = request.method == "GET" && request.path == "/";
         std::string const given =
             isPage ? request.get_param_value("token") : request.get_header_value("X-Tav-Token");
         if (!isSame(given, token_)) {
-            refuse(response, "The token is wrong: open the address that the gateway has printed.\n");
+            refuse(request, response, "The token is wrong: open the address that the gateway has printed.");
             return false;
         }
         return true;
     }
 
-    static void refuse(Response & response, char const * text) {
+    static void refuse(Request const & request, Response & response, std::string const & text) {
         response.status = forbidden;
-        response.set_content(text, "text/plain; charset=utf-8");
+        if (request.path.compare(0, 5, "/api/") == 0) {
+            response.set_content("{\"error\":" + jsonText(text) + "}", "application/json");
+        } else {
+            response.set_content(text + "\n", "text/plain; charset=utf-8");
+        }
     }
 
     static void givePage(Response & response) {

@@ -119,9 +119,8 @@ WebApi::WebApi(WebOptions const & options, Template const & model, Traffic & tra
 
 FrameSummary const & WebApi::summaryOf(SeenPacket const & packet) {
     auto const found = summaries_.find(packet.id);
-    return found != summaries_.end()
-               ? found->second
-               : summaries_.emplace(packet.id, views_.summary(packet.frame, packet.odd)).first->second;
+    return found != summaries_.end() ? found->second
+                                     : summaries_.emplace(packet.id, views_.summary(packet)).first->second;
 }
 
 void WebApi::forget(unsigned long long oldest) {
@@ -169,8 +168,8 @@ std::string WebApi::packet(Parameters const & asked) const {
     if (packet == nullptr) {
         throw WebFailure(404, "This packet is not kept any more.");
     }
-    FrameDetails const shown = views_.details(packet->frame, packet->odd);
-    std::string const row = rowOf(*packet, views_.summary(packet->frame, packet->odd));
+    FrameDetails const shown = views_.details(*packet);
+    std::string const row = rowOf(*packet, views_.summary(*packet));
     return row.substr(0, row.size() - 1) + member("envelope", shown.envelope) + member("json", shown.json) +
            member("pml", shown.pml) + member("xml", shown.xml) + member("nbr", shown.nbr) +
            member("bytes", shown.bytes) + "}";
@@ -195,6 +194,10 @@ std::string WebApi::push(Parameters const & asked, std::string const & message) 
         if (json.root().kind != JsonNode::Kind::object) {
             throw PlacedFault(0, "a message is a JSON object");
         }
+        std::size_t const rest = json.text().find_first_not_of(" \t\r\n", json.root().end);
+        if (rest != std::string_view::npos) {
+            throw PlacedFault(rest, "what follows is not read");
+        }
         messages_.write(json, json.root(), nullptr, made);
         if (!made.notes.empty()) {
             throw PlacedFault(made.notes.front().offset, made.notes.front().text);
@@ -205,13 +208,27 @@ std::string WebApi::push(Parameters const & asked, std::string const & message) 
     if (made.code == Message::noCode) {
         throw WebFailure(400, "The class " + stringOf(made.cls->className) + " has no code to be sent by.");
     }
+    std::size_t const receivers = receiversOf(to);
+    if (receivers == 0) {
+        throw WebFailure(409, all ? "Nobody is connected to get it."
+                                  : "Connection " + std::to_string(to) + " is silent: nothing goes out.");
+    }
     std::string const body(viewOf(tav_istr(made.nbr)));
     if (all) {
         gateway_.push(made.code, body, false);
     } else {
         gateway_.pushTo(to, made.code, body);
     }
-    return "{\"done\":\"pushed\"" + member("code", codeText(made.code)) + "}";
+    return "{\"done\":\"pushed\"" + member("code", codeText(made.code)) +
+           member("to", static_cast<unsigned long long>(receivers)) + "}";
+}
+
+std::size_t WebApi::receiversOf(unsigned to) const {
+    std::size_t count = 0;
+    for (SeenConnection const & one : traffic_.connections()) {
+        count += one.open && !one.silent && (to == 0 || one.id == to) ? 1 : 0;
+    }
+    return count;
 }
 
 std::string WebApi::close(Parameters const & asked) {

@@ -35,7 +35,7 @@ public:
     std::string state(Parameters const & asked);
     /// The packet of number `id`.
     std::string packet(Parameters const & asked) const;
-    /// Sends the message, JSON of the template, to a connection, or to all for 0.
+    /// Sends the message, JSON of the template, to a connection, or to all for 0, and tells how many get it.
     std::string push(Parameters const & asked, std::string const & message);
     std::string close(Parameters const & asked);
     std::string reset(Parameters const & asked);
@@ -47,6 +47,8 @@ private:
     FrameSummary const & summaryOf(SeenPacket const & packet);
     void forget(unsigned long long oldest);
     unsigned openConnection(Parameters const & asked) const;
+    /// How many get what is sent to this connection, or to all for 0.
+    std::size_t receiversOf(unsigned to) const;
 
     WebOptions const options_;
     Traffic & traffic_;

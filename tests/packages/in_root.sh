@@ -99,6 +99,8 @@ for program in tav tav-gateway; do
     [ -s "/usr/share/zsh/site-functions/_$program" ] || fail "no completion for zsh of $program"
 done
 ls /usr/lib/*/wireshark/plugins/tav.lua >/dev/null
+(cd pages && tav gateway --web 0 -t /demo/docs/tool/talk.pml --until-eof </dev/null) >gateway.log 2>&1 || { cat gateway.log; fail "no page"; }
+grep -q "the page is at http://127.0.0.1:" gateway.log || fail "the gateway has no page"
 
 echo "== the pages name what is there"
 python3 tests/packages/links.py /usr/share/doc/libtav-im-nbr-dev /usr/share/doc/tav-tools

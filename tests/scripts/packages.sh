@@ -64,6 +64,7 @@ for list in demo test lint; do
 done
 [ "$(asked long)" = 'haproxy stunnel4 ' ] || fail "the long tests ask for $(asked long)"
 [ "$(asked wireshark)" = 'tshark python3 ' ] || fail "the dissector's tests ask for $(asked wireshark)"
+[ "$(asked browser)" = 'chromium-headless-shell python3 ' ] || fail "the page's tests ask for $(asked browser)"
 for package in debhelper lintian debootstrap; do
     grep -qw -- "$package" <<<"$(asked debian)" || fail "debian lacks $package"
 done

@@ -20,7 +20,7 @@ Said:object(__class__(chat.Said)__code__(3002)[1]room:string()[2]text:string()[5
 """
 RULES = """[{"class": "chat.Say", "fields": {"text": "hush"}, "do": ["silence"]},
  {"class": "chat.Say", "fields": {"text": "cut"}, "do": ["cut"]}]"""
-EVIL = "<script>window.hacked=1</script><img src=x onerror=window.hacked=2>\"'&lt;\u202e\u0007\x1b[31m"
+EVIL = "<script>window.hacked=1</script><img src=x onerror=window.hacked=2>\"'&lt;\u202e\u0007\x1b[31m\u061c\U000e0041"
 NAMED = {"button", "textbox", "combobox", "region", "search", "table"}
 
 # How many the page says that there were.
@@ -53,7 +53,8 @@ class Page(unittest.TestCase):
                                *options], cwd=work, check=True, stdout=subprocess.PIPE, text=True, **how).stdout
 
     def say(self, text, **more):
-        self.tav("request", "-c", "chat.Say", json.dumps(dict({"room": "hall", "text": text}, **more)))
+        (work / "said.json").write_text(json.dumps(dict({"room": "hall", "text": text}, **more), ensure_ascii=False))
+        self.tav("request", "-c", "chat.Say", "--file", "said.json")
 
     def look(self, name):
         for width, height in ((1280, 900), (390, 844)):
@@ -81,22 +82,33 @@ class Page(unittest.TestCase):
         self.browser.key("Tab", 9)
         self.assertEqual(self.browser.run("document.activeElement.textContent"), "chat.Said")
         self.browser.key("Enter", 13)
-        self.browser.wait("!document.getElementById('message').hidden")
+        self.browser.wait("document.activeElement.id == 'h-message'")
         self.look("one")
+        self.browser.key("Escape", 27)
+        self.assertEqual(self.browser.run("[document.activeElement.textContent, document.activeElement.ariaCurrent]"),
+                         ["chat.Said", "true"])
+        for key, code, name in (("ArrowDown", 40, "chat.Say"), ("ArrowUp", 38, "chat.Said"), ("End", 35, "chat.Say"),
+                                ("Home", 36, "chat.Said")):
+            self.browser.key(key, code)
+            self.assertEqual(self.browser.run("document.activeElement.textContent"), name, key)
         for view in ("json", "pml", "xml", "nbr", "bytes", "envelope"):
             self.browser.run(f"document.querySelector('[data-view={view}]').click()")
             text = self.browser.run("document.getElementById('view').textContent")
             self.assertGreater(len(text), 20, view)
             self.assertNotIn("sesame", text, view)
         self.browser.run("document.querySelector('[data-view=json]').click()")
-        self.assertIn("<script>", self.browser.run("document.getElementById('view').textContent"))
+        text = self.browser.run("document.getElementById('view').textContent")
+        self.assertIn("<script>", text)
+        for hidden in "\u202e\u061c\U000e0041":
+            self.assertNotIn(hidden, self.browser.run("document.body.textContent"))
+        self.assertIn("\\u061c\\u{e0041}", text)
         self.assertEqual(self.browser.run("[typeof hacked, document.images.length, document.scripts.length]"),
                          ["undefined", 0, 1])
         self.assertNotIn("sesame", self.browser.run("document.documentElement.outerHTML"))
-        self.say("<b>" * 20000)
+        self.say("<b>" * 350000)
         self.browser.wait("document.querySelectorAll('#list tbody tr').length == 4")
         self.browser.run("document.querySelector('#list tbody tr button').click()")
-        self.browser.wait("document.getElementById('view').textContent.length > 50000")
+        self.browser.wait("document.getElementById('view').textContent.length > 200000")
         self.look("long")
         self.assertEqual(self.browser.run("document.querySelectorAll('b').length"), 0)
 
@@ -109,7 +121,8 @@ class Page(unittest.TestCase):
             self.assertTrue(node.get("name", {}).get("value"), f"a {role} has no name")
         self.assertEqual(self.browser.run(
             "[...document.querySelectorAll('input,select,textarea')].filter(e => !e.labels.length).length"), 0)
-        # Each of these can be reached, and shows that it was.
+        # Each of these can be reached, and shows that it was; of the list one packet.
+        self.assertEqual(self.browser.run("document.querySelectorAll('#list button[tabindex=\"0\"]').length"), 1)
         reached = set()
         for _ in range(40):
             self.browser.key("Tab", 9)
@@ -128,8 +141,12 @@ class Page(unittest.TestCase):
         self.browser.run(type_in.format("class", "no such"))
         self.browser.wait("document.getElementById('no-packets').textContent == 'No packets fit the filter.'"
                           " && !document.getElementById('no-packets').hidden")
+        # A list that stands still is filled once, and stands still.
+        self.browser.run("document.getElementById('pause').click()")
         self.browser.run(type_in.format("class", ""))
         self.browser.wait("document.querySelectorAll('#list tbody tr').length == 4")
+        self.assertEqual(self.browser.run("document.getElementById('pause').ariaPressed"), "true")
+        self.browser.run("document.getElementById('pause').click()")
         self.browser.run("document.getElementById('json').value = '{\"__class__\":\"chat.Sad\"}';"
                          "document.querySelector('#push [type=submit]').click()")
         self.browser.wait("document.getElementById('wrong').textContent.startsWith('message:1:14: error: ')")
@@ -155,13 +172,15 @@ class Page(unittest.TestCase):
 
     def test_5_ten_thousand_packets(self):
         (work / "say.json").write_text('{"__class__":"chat.Say","room":"hall","text":"good morning, all of you"}\n')
-        self.browser.run("window.worst = 0; window.before = 0;"
-                         "requestAnimationFrame(function beat(t) { if (before) worst = Math.max(worst, t - before);"
+        self.browser.run("window.gaps = []; window.before = 0;"
+                         "requestAnimationFrame(function beat(t) { if (before) gaps.push(t - before);"
                          " before = t; requestAnimationFrame(beat); })")
         # 1,000 requests a second, their answers, and what the others are told of each.
         self.tav("load", "--file", "say.json", "--rate", "1000", "--clients", "4", "--duration", "3")
         self.browser.wait(f"{PACKETS} >= 10000")
-        self.assertLess(self.browser.run("worst"), 3000, "the page stood still")
+        gaps = sorted(self.browser.run("gaps"))
+        self.assertLess(gaps[len(gaps) // 2], 50, "the page is not fluid")
+        self.assertLess(gaps[-1], 3000, "the page stood still")
         self.assertLessEqual(self.rows(), 500)
         text = self.browser.run("document.getElementById('flood').textContent")
         self.assertIn("Above 1,000 packets a second some are left out", text)
