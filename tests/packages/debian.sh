@@ -35,6 +35,8 @@ if [ ! -e "$base" ]; then
     rm -rf "$work/base"
 fi
 tar --extract --directory "$root" --file "$base"
+# An installer writes this, and every machine has it.
+printf '127.0.0.1\tlocalhost\n' >"$root/etc/hosts"
 
 # Into the root: the packages, and of the project what runs there.
 mkdir -p "$root/demo/new" "$root/demo/build/gateway" "$root/demo/build/examples" "$root/demo/tests"
