@@ -4,7 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+
+#include <memory>
 #include <set>
+#include <stdexcept>
+#include <string>
 
 using namespace tav_test;
 using tls::failure;
@@ -205,6 +211,88 @@ private:
     }
 };
 
+/// The connection of TLS 1.3 in the gateway's own hand: what it seals, the client takes for the server's.
+class Sealing {
+public:
+    Sealing() : it(settings()) {
+        secret().clear();
+        SSL_CTX_set_keylog_callback(it.gateway.context(), [](SSL const *, char const * line) {
+            std::string const text = line;
+            if (text.compare(0, 24, "SERVER_TRAFFIC_SECRET_0 ") == 0) {
+                secret() = bytesOf(text.substr(text.rfind(' ') + 1));
+            }
+        });
+        it.startSafely();
+        it.server = it.gateway.accept();
+        if (!it.server->shake() || resultOf(it.info) != tls::result_ok) {
+            throw std::runtime_error("the connection did not open");
+        }
+        key_ = expanded("key", 16);
+        iv_ = expanded("iv", 12);
+    }
+    void put(char type, std::string const & content) { it.server->put(sealed(content + type)); }
+
+    WorstMeeting it;
+
+private:
+    static WorstSettings settings() {
+        WorstSettings out;
+        out.lowest = TLS1_3_VERSION;
+        out.highest = TLS1_3_VERSION;
+        out.suites = "TLS_AES_128_GCM_SHA256";
+        return out;
+    }
+    static std::string & secret() {
+        static std::string the;
+        return the;
+    }
+    static std::string bytesOf(std::string const & hex) {
+        std::string out;
+        for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
+            out.push_back(static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+        }
+        return out;
+    }
+    /// One block of what a key is made by.
+    static std::string expanded(std::string const & label, std::size_t size) {
+        std::string const info =
+            std::string({0, static_cast<char>(size)}) + counted("tls13 " + label, 1) + counted("", 1) + '\1';
+        unsigned char out[EVP_MAX_MD_SIZE];
+        unsigned length = 0;
+        HMAC(EVP_sha256(), secret().data(), static_cast<int>(secret().size()),
+             reinterpret_cast<unsigned char const *>(info.data()), info.size(), out, &length);
+        return std::string(reinterpret_cast<char const *>(out), size);
+    }
+    std::string sealed(std::string const & inner) {
+        std::string nonce = iv_;
+        nonce.back() = static_cast<char>(nonce.back() ^ static_cast<char>(sequence_++));
+        std::size_t const size = inner.size() + 16;
+        std::string out({0x17, 3, 3, static_cast<char>(size >> 8), static_cast<char>(size & 0xff)});
+        std::unique_ptr<EVP_CIPHER_CTX, void (*)(EVP_CIPHER_CTX *)> const cipher(EVP_CIPHER_CTX_new(),
+                                                                                 EVP_CIPHER_CTX_free);
+        auto const bytes = [](std::string const & text) {
+            return reinterpret_cast<unsigned char const *>(text.data());
+        };
+        int written = 0;
+        std::string body(inner.size() + 16, '\0');
+        auto * const at = reinterpret_cast<unsigned char *>(&body[0]);
+        EVP_EncryptInit_ex(cipher.get(), EVP_aes_128_gcm(), nullptr, bytes(key_), bytes(nonce));
+        EVP_EncryptUpdate(cipher.get(), nullptr, &written, bytes(out), static_cast<int>(out.size()));
+        EVP_EncryptUpdate(cipher.get(), at, &written, bytes(inner), static_cast<int>(inner.size()));
+        EVP_EncryptFinal_ex(cipher.get(), at + written, &written);
+        EVP_CIPHER_CTX_ctrl(cipher.get(), EVP_CTRL_GCM_GET_TAG, 16, at + inner.size());
+        return out + body;
+    }
+
+    std::string key_;
+    std::string iv_;
+    /// Behind the one ticket.
+    int sequence_ = 1;
+};
+
+constexpr char data_record = 0x17;
+constexpr char alert_record = 0x15;
+
 int refuseHello(SSL *, int * description, void * wanted) {
     *description = *static_cast<int *>(wanted);
     return *description == 0 ? SSL_CLIENT_HELLO_SUCCESS : SSL_CLIENT_HELLO_ERROR;
@@ -212,7 +300,7 @@ int refuseHello(SSL *, int * description, void * wanted) {
 
 /// Whether an alert tells the client that it itself is not taken.
 bool refusesTheClient(int description) {
-    static std::set<int> const all = {42, 43, 44, 45, 46, 48, 49, 51};
+    static std::set<int> const all = {41, 42, 43, 44, 45, 46, 48, 49, 51};
     return all.count(description) != 0;
 }
 
@@ -425,6 +513,43 @@ TEST(WorstHandshake, AlertOfEachKindOnAnOpenConnectionIsToldByItsText) {
         EXPECT_EQ(anew.it.ends.all(), std::vector<std::string>{"cancelled 5"});
         anew.it.expectRecovery();
     }
+}
+
+// There the level says nothing: each alert ends the connection but the word that a user has cancelled.
+TEST(WorstHandshake, AlertOfEachKindOfTls13IsToldByItsTextToo) {
+    for (int each : alerts()) {
+        if (each == SSL_AD_USER_CANCELLED) {
+            continue;
+        }
+        SCOPED_TRACE(each);
+        Sealing sealing;
+        auto const waiting = sealing.it.ask();
+        sealing.it.server->receive();
+        sealing.put(alert_record,
+                    {static_cast<char>(each % 2 == 0 ? warning : fatal), static_cast<char>(each)});
+        EXPECT_TRUE(sealing.it.server->waitGone());
+        int const reason = SSL_AD_REASON_OFFSET + each;
+        bool const about_client = refusesTheClient(each) || reason == SSL_R_TLSV13_ALERT_CERTIFICATE_REQUIRED;
+        EXPECT_TRUE(sealing.it.isStory(brokenRead(tlsText(reason), about_client ? failure::handshake_failed
+                                                                                : failure::connection_lost)));
+        EXPECT_EQ(resultOf(waiting), tls::result_cancelled);
+        if (each == alerts().front() || each == alerts().back()) {
+            sealing.it.expectRecovery();
+        }
+    }
+}
+
+TEST(WorstHandshake, WordsOfTls13ThatAreNoFailureAreTakenAsSuch) {
+    Sealing sealing;
+    sealing.put(alert_record, {warning, static_cast<char>(SSL_AD_USER_CANCELLED)});
+    auto const asked = sealing.it.ask();
+    ASSERT_TRUE(asked);
+    sealing.put(data_record, mobile(0x1235, sealing.it.server->receive().sno).framed());
+    EXPECT_EQ(resultOf(asked), tls::result_ok);
+    sealing.put(alert_record, {warning, static_cast<char>(SSL_AD_CLOSE_NOTIFY)});
+    EXPECT_TRUE(sealing.it.server->waitGone());
+    EXPECT_TRUE(sealing.it.isStory(brokenRead("End of file", failure::closed_by_peer)));
+    sealing.it.expectRecovery();
 }
 
 TEST(WorstHandshake, WordOfTheEndInItIsTheEnd) {

@@ -1,4 +1,5 @@
-# The shared library LIBRARY was built with FLAGS, and shows it.
+# The shared library LIBRARY was built with FLAGS, and shows it; so does each of its OBJECTS, where they are given.  FORTIFY is the
+# level at which its compiler checks calls for sizes.
 function(told_by out)
     execute_process(COMMAND ${ARGN} OUTPUT_VARIABLE text COMMAND_ERROR_IS_FATAL ANY)
     set(${out} "${text}" PARENT_SCOPE)
@@ -24,11 +25,18 @@ endif()
 told_by(symbols ${READELF} -W --dyn-syms ${LIBRARY})
 expect("${FLAGS}" "stack-protector" "the compiler knows no guard of stacks")
 expect("${symbols}" "UND __stack_chk_fail" "no stack is guarded")
-expect("${FLAGS}" "_FORTIFY_SOURCE=[23]" "calls are not checked for sizes")
+expect("${FLAGS}" "_FORTIFY_SOURCE=${FORTIFY}" "calls are not checked for sizes")
 if(LIBRARY MATCHES "tav_im_nbr")
     expect("${symbols}" "UND __[a-z]+_chk@" "no call is checked for sizes")
 endif()
 if(FLAGS MATCHES "cf-protection")
     told_by(code ${OBJDUMP} -d --no-show-raw-insn ${LIBRARY})
     expect("${code}" "endbr(64|32)" "no function says that a jump may land there")
+    # Those of the compiler's own may lack the mark, and the library has it with all of them only.
+    foreach(object IN LISTS OBJECTS)
+        told_by(notes ${READELF} -W -n ${object})
+        if(NOT notes MATCHES "x86 feature: [^\n]*IBT[^\n]*SHSTK")
+            message(SEND_ERROR "${object}: does not say that all of it is ready for landing marks and shadow stacks")
+        endif()
+    endforeach()
 endif()

@@ -53,7 +53,8 @@ public:
     Quiet() : before_(std::signal(SIGABRT, &onAbort)) {
         std::cout.setstate(std::ios::badbit);
         tavLogger::setup(
-            "(clear(INFO))", [](int, char const *) {}, false, tavLogger::NONE);
+            "(clear(INFO))", [](int, char const * line) { torture::keepsSecret(line); }, false,
+            tavLogger::NONE);
     }
     ~Quiet() {
         ::alarm(0);

@@ -2,15 +2,20 @@
 
 #include "gateway/gateway_core.h"
 #include "support/client_rig.h"
+#include "support/folder.h"
 #include "torture/sample.h"
 #include "torture/scenarios.h"
 
 #include <atomic>
 #include <chrono>
+#include <cstdio>
+#include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
@@ -628,6 +633,114 @@ void asked() {
     rig.works();
 }
 
+/// The log at one of its levels, another one at each run, with a file beside the function.  What is told
+/// there shows no protected field.
+class WatchedLog {
+public:
+    WatchedLog() : level_(next()) {
+        static std::string const * const levels =
+            new std::string[8]{"ALL", "TRACE", "VERBOSE", "DEBUG", "INFO", "WARN", "ERROR", "NONE"};
+        tavLogger::open(
+            tav_istr(path()), "torture", tav_istr("(clear(" + levels[level_] + "))"),
+            [](int, char const * line) { keepsSecret(line); }, "1.0", 10000000, false, tavLogger::WARN);
+    }
+    ~WatchedLog() {
+        Spared const spared;
+        tavLogger::close();
+        std::string const content = tavUtil::readFile(path());
+        holds(!content.empty(), "the file has its banner at least");
+        // Frames are there at the levels below.
+        if (level_ >= tavLogger::DEBUG) {
+            keepsSecret(content);
+        }
+        tavLogger::finalize();
+        tavLogger::setup(
+            tav_istr(before_), [](int, char const * line) { keepsSecret(line); }, false, tavLogger::NONE);
+        std::remove(path().c_str());
+    }
+    WatchedLog(WatchedLog const &) = delete;
+    WatchedLog & operator=(WatchedLog const &) = delete;
+
+private:
+    static int next() {
+        static int runs = 0;
+        return runs++ % 8;
+    }
+    static std::string const & path() {
+        static Folder const folder;
+        static std::string const file = folder.path() + "/log.txt";
+        return file;
+    }
+
+    std::string const before_{std::string(tav_istr(tavLogger::str()))};
+    int const level_;
+};
+
+/// As `tried`; what is raised shows no protected field.
+template <class F>
+void triedInSecret(F && f) {
+    Rig::tried([&] {
+        try {
+            f();
+        } catch (std::exception const & e) {
+            keepsSecret(e.what());
+            throw;
+        }
+    });
+}
+
+/// A protected field goes both ways by each kind of function, and its message is one that can't be read as
+/// well.
+void secretsKept() {
+    std::optional<WatchedLog> log;
+    {
+        Spared const spared;
+        log.emplace();
+    }
+    {
+        Rig rig;
+        auto option = rig.option();
+        option.metainfo = sampleTemplate;
+        option.set_on_error([&rig](unsigned long long, unsigned short, int, char const * text) {
+            keepsSecret(text);
+            ++rig.errors;
+        });
+        rig.connect(option);
+        rig.client->register_message(answerCode, [] { return new Everything; });
+        tls::error_function const told = [](unsigned long long, unsigned short, int, char const * text) {
+            keepsSecret(text);
+        };
+        tls::obj_function const object = [&rig](unsigned long long, tavMessage const &) { ++rig.received; };
+        tls::json_function const json = [](unsigned long long, unsigned short, char const *,
+                                           tavMsgExt const &) {};
+        tls::send_option const asObject(shortLimit, nullptr, told, object, answerCode, false, 6);
+        tls::send_option const asJson(shortLimit, nullptr, told, json, answerCode, false, 6);
+        std::string_view const nbr = written().nbr;
+        {
+            Want const want;
+            std::shared_ptr<tls::send_info> info;
+            triedInSecret([&] { info = rig.client->send_msg(sample(), asObject); });
+            Rig::ends(info);
+            triedInSecret(
+                [&] { info = rig.client->send_json_msg(written().json.c_str(), asJson, "im.Everything"); });
+            Rig::ends(info);
+            triedInSecret([&] {
+                std::string_view const cut = nbr.substr(0, nbr.find(canary) + canary.size() - 1);
+                try {
+                    Everything().decode(viewOf(cut));
+                } catch (std::bad_alloc const &) {
+                    throw;
+                } catch (std::exception const & e) {
+                    keepsSecret(e.what());
+                }
+            });
+        }
+        rig.works();
+    }
+    Spared const spared;
+    log.reset();
+}
+
 } // namespace
 
 Scenarios clientScenarios() {
@@ -658,7 +771,8 @@ Scenarios clientScenarios() {
             {"closed", closed, Of::want},
             {"destroyed", destroyed, Of::want},
             {"finalized", finalized, Of::want},
-            {"asked", asked, Of::want}};
+            {"asked", asked, Of::want},
+            {"secrets_kept", secretsKept, Of::want}};
 }
 
 } // namespace torture
