@@ -106,7 +106,7 @@ echo "== the pages name what is there"
 python3 tests/packages/links.py /usr/share/doc/libtav-im-nbr-dev /usr/share/doc/tav-tools
 
 echo "== removed"
-apt-get purge -y -q "${packages[@]}" >apt.log 2>&1 || { cat apt.log; fail "can't be removed"; }
+apt-get purge --auto-remove -y -q "${packages[@]}" >apt.log 2>&1 || { cat apt.log; fail "can't be removed"; }
 for package in "${packages[@]}"; do
     ! dpkg-query -W "$package" 2>/dev/null || fail "$package is still known"
 done
