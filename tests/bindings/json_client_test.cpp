@@ -198,7 +198,10 @@ TEST(JsonClient, FailuresHaveTheirNames) {
     Talker ann;
     Gate gate;
     EXPECT_EQ(nameOf(ann.ask({{"@type", "send"}, {"code", 0x3001}, {"body", ""}})), "not_connected");
-    EXPECT_EQ(nameOf(ann.ask({{"@type", "reconnect"}})), "not_connected");
+    Json const again = ann.ask({{"@type", "reconnect"}});
+    EXPECT_EQ(nameOf(again), "not_connected");
+    EXPECT_EQ(again["text"], "there was no connect that could be made again");
+    EXPECT_EQ(ann.ask({{"@type", "dance"}})["text"], "@type: there is no request dance");
     Json request = gate.connect();
     for (Json const & port : {Json("65536"), Json(70000), Json(-1), Json(1.5), Json("-1")}) {
         request["port"] = port;

@@ -347,7 +347,9 @@ TEST(JsonKeeper, BadOptionsNameTheField) {
     empty.erase("host");
     empty.erase("port");
     empty["keeper"] = {{"gateways", Json::array()}};
-    EXPECT_EQ(ann.ask(empty)["field"], "keeper.gateways");
+    Json const refused = ann.ask(empty);
+    EXPECT_EQ(refused["field"], "keeper.gateways");
+    EXPECT_EQ(refused["text"], "keeper.gateways: there has to be a gateway");
     empty["keeper"]["gateways"] = nullptr;
     EXPECT_EQ(ann.ask(empty)["field"], "host");
     EXPECT_EQ(gate.gateway.stats().connections, 0u);

@@ -1,6 +1,8 @@
 #include "bindings/json_rig.h"
 
 #include <cstdlib>
+#include <tuple>
+#include <vector>
 
 using namespace tav_test;
 
@@ -30,6 +32,35 @@ Json with(char const * name, Json const & value) {
 std::string blamed(Json const & answer) {
     return answer["@type"] == "error" ? answer["name"].get<std::string>() + " " + answer.value("field", "")
                                       : answer.dump();
+}
+
+/// A request, and the text of its refusal.
+struct Refused {
+    Json request;
+    char const * text;
+};
+
+void expectRefused(std::vector<Refused> const & all) {
+    for (Refused const & each : all) {
+        EXPECT_EQ(execute(each.request).value("text", ""), each.text) << each.request;
+    }
+}
+
+/// Reads a request without carrying it out.
+Json checked(Json const & request) {
+    return {{"@type", "check"}, {"template", chat}, {"request", request}};
+}
+
+Json connectWith(char const * name, Json const & value) {
+    Json out = {{"@type", "connect"}, {"host", "a"}, {"port", 1}, {"template", chat}};
+    out[name] = value;
+    return checked(out);
+}
+
+Json sendOf(unsigned code, char const * name, Json const & value, char const * type = "send") {
+    Json out = {{"@type", type}, {"code", code}, {"body", ""}};
+    out[name] = value;
+    return checked(out);
 }
 
 } // namespace
@@ -473,6 +504,9 @@ TEST(JsonMessages, MessageThatIsNestedTooDeepForReadersIsNotRead) {
         Json const back =
             execute({{"@type", "decode"}, {"template", deep}, {"class", "T"}, {"body", made["body"]}});
         EXPECT_EQ(nameOf(back), depth <= 200 ? "decoded" : "bad_reply") << depth;
+        if (depth > 200) {
+            EXPECT_EQ(back["text"], "the message is nested more than 200 deep");
+        }
     }
 }
 
@@ -488,4 +522,149 @@ TEST(JsonMessages, ListWithinAListIsRefusedByItsPlace) {
     EXPECT_EQ(refused({{"m", {{"a", Json::array({1})}}}}), "value_does_not_fit message.m.a");
     EXPECT_EQ(refused({{"z", Json::array({{{"a", 1}}})}}), "value_does_not_fit message.z[0]");
     EXPECT_NE(refused({{"x", 1}, {"l", Json::array()}}).find("encoded"), std::string::npos);
+}
+
+TEST(JsonMessages, RefusalOfAValueSaysWhy) {
+    std::tuple<char const *, Json, char const *> const refused[] = {
+        {"txt", "a", "message.txt: the class chat.Say has no such field"},
+        {"tags", {"a", nullptr}, "message.tags[1]: a list holds no null"},
+        {"tags", "a", "message.tags: this has to be an array"},
+        {"votes", {{"", 1}}, "message.votes.: the empty text can't be a key"},
+        {"votes", {{"ann", "x"}}, "message.votes.ann: the field does not hold this number"},
+        {"numbers", {{"x", "a"}}, "message.numbers.x: the keys of this map do not hold this number"},
+        {"place", Json::array(), "message.place: this has to be an object"},
+        {"mood", Json::object(), "message.mood: this has to be a plain value"},
+        {"mood", "1", "message.mood: this may not be a string"},
+        {"mood", true, "message.mood: this may not be a boolean"},
+        {"age", 151, "message.age: the field does not hold this number"},
+        {"kind", 7, "message.kind: the enum has no such value"},
+        {"text", 1, "message.text: this has to be a string"},
+        {"text", nullptr, "message.text: this is necessary"},
+        {"sure", 1, "message.sure: this has to be true or false"},
+        {"file", "AAE", "message.file: this has to be base64"},
+    };
+    for (auto const & [name, value, text] : refused) {
+        EXPECT_EQ(encode(with(name, value)).value("text", ""), text);
+    }
+}
+
+TEST(JsonMessages, RefusalOfAKindSaysWhy) {
+    auto const of = [](std::string const & field, Json const & message) {
+        return Json{{"@type", "encode"},
+                    {"template", "A:object(__class__(A) __code__(3001) [1]" + field + "())"},
+                    {"class", "A"},
+                    {"message", message}};
+    };
+    expectRefused({
+        {of("c:char", {{"c", "a"}}), "message.c: a field of one character can't be sent"},
+        {of("m:map{int32,string}", {{"m", {{"1", "a"}}}}),
+         "message.m.1: a map with keys of this kind can't be sent"},
+        {of("m:map{bytes,string}", {{"m", {{"x", "a"}}}}), "message.m.x: this key has to be base64"},
+        {of("l:list{list{int32}}", {{"l", Json::array({Json::array({1})})}}),
+         "message.l[0]: a list or map within a list or map can't be sent"},
+    });
+}
+
+TEST(JsonMessages, RefusalOfAClassSaysWhy) {
+    Json const place = {
+        {"@type", "encode"}, {"template", chat}, {"class", "chat.Place"}, {"message", Json::object()}};
+    Json absent = place;
+    absent["class"] = "chat.No";
+    expectRefused({
+        {place, "class: the template has no code for the class chat.Place"},
+        {absent, "class: the template has no class chat.No"},
+        {{{"@type", "encode"}, {"class", "A"}, {"message", Json::object()}},
+         "message: there is no template to encode it by"},
+        {{{"@type", "encode"}, {"template", chat}, {"template_file", "a"}},
+         "template_file: give the template as a text or as a file, not both"},
+        {{{"@type", "decode"}, {"template", chat}, {"code", 9}, {"body", ""}},
+         "code: there is no class of the code 9"},
+        {{{"@type", "decode"}, {"template", chat}, {"code", 0x3001}, {"body", ""}},
+         "the message is empty, and lacks text"},
+        {sendOf(0x3002, "class", "chat.Say"), "code: the template has another code for the class chat.Say"},
+        {checked({{"@type", "send"}, {"code", 0x3002}, {"class", "chat.Say"}, {"message", whole()}}),
+         "code: the template has no class chat.Say of the code 12290"},
+        {sendOf(0x3001, "reply", "No", "request"),
+         "request.reply: the template has no code for the class No"},
+        {{{"@type", "check"}, {"request", {{"@type", "request"}, {"reply", "No"}, {"body", ""}}}},
+         "request.reply: there is no template"},
+    });
+}
+
+TEST(JsonMessages, RefusalOfAMemberSaysWhy) {
+    expectRefused({
+        {connectWith("nick", "a"), "request.nick: no such member is known here"},
+        {connectWith("host", 1), "request.host: this has to be a string"},
+        {connectWith("host", std::string("a\0b", 3)), "request.host: this may not hold a zero character"},
+        {connectWith("port", 70000),
+         "request.port: this has to be a number from 0 to 65535 or the name of a service"},
+        {connectWith("heartbeat", 1), "request.heartbeat: this has to be true or false"},
+        {connectWith("policy", Json::array()), "request.policy: this has to be an object"},
+        {connectWith("policy", {{"alpn", "a"}}), "request.policy.alpn: this has to be an array of strings"},
+        {connectWith("policy", {{"tcp_keep_alive_probes", 3}}),
+         "request.policy.tcp_keep_alive_probes: this needs tcp_keep_alive_s"},
+        {connectWith("proxy", {{"type", "ftp"}, {"host", "a"}, {"port", 1}}),
+         "request.proxy.type: this has to be one of \"http\", \"socks5\""},
+        {connectWith("proxy", {{"host", "a"}, {"port", 1}, {"user", std::string(256, 'a')}}),
+         "request.proxy: user and password have 255 bytes at most"},
+        {connectWith("keeper", {{"gateways", 1}}),
+         "request.keeper.gateways: this has to be an array of objects"},
+        {connectWith("keeper", {{"login", {{"code", 5}, {"body", ""}, {"reply", 6}}}}),
+         "request.keeper.login.code: a message of a code up to 255 has no reply"},
+        {sendOf(0x3001, "version", 0), "request.version: this has to be an integer from 1 to 65535"},
+        {sendOf(0x3001, "as", "octal"), "request.as: this has to be one of \"base64\", \"hex\""},
+        {sendOf(0x3001, "body", "x"), "request.body: this has to be base64"},
+        {sendOf(0x3001, "target", "a"), "request.target: only a message of a code up to 255 has a target"},
+        {sendOf(5, "receipt", true), "request.receipt: a message of a code up to 255 has no receipt"},
+        {sendOf(5, "reply", 6, "request"), "request.code: a message of a code up to 255 has no reply"},
+    });
+    Json hex = sendOf(0x3001, "body", "xx");
+    hex["request"]["as"] = "hex";
+    expectRefused({{hex, "request.body: these are no hexadecimal digits"}});
+}
+
+TEST(JsonMessages, RefusalOfAnExpectedReplySaysWhy) {
+    auto const expecting = [](Json const & reply, Json const & value) {
+        return connectWith("keeper", {{"login",
+                                       {{"class", "chat.Say"},
+                                        {"message", whole()},
+                                        {"reply", reply},
+                                        {"expect", {{"text", value}}}}}});
+    };
+    expectRefused({
+        {expecting("chat.Said", Json::array()),
+         "request.keeper.login.expect.text: this has to be a string, a number, true or false"},
+        {expecting(9, "a"), "request.keeper.login.expect: the template does not have the class of the reply"},
+    });
+}
+
+TEST(JsonMessages, RefusalOfARequestSaysWhy) {
+    expectRefused({
+        {Json::array(), "a request is a JSON object"},
+        {{{"@type", "dance"}}, "@type: there is no request dance that is answered at once"},
+        {{{"@type", "check"}}, "request: this is necessary"},
+        {checked({{"@type", "disconnect"}}), "request.@type: only connect, send and request are checked"},
+        {{{"@type", "statistics"}}, "statistics needs a client"},
+        {{{"@type", "log"}, {"levels", "a(b)"}},
+         "levels: levels stand in one pair of brackets, such as (default(WARN))"},
+        {{{"@type", "log"}, {"levels", "(default(LOUD))"}}, "levels: there is no level LOUD"},
+        {{{"@type", "log"}, {"levels", "(default(WARN))"}, {"size", 2000}}, "size: only a file has a size"},
+    });
+}
+
+TEST(JsonMessages, RefusalOfATextSaysWhyAndWhere) {
+    auto const refused = [](std::string const & text) {
+        return Json::parse(tav_json_execute(nullptr, text.c_str())).value("text", "");
+    };
+    EXPECT_EQ(refused("{\"a\":\"\xff\"}"), "this is not UTF-8, at byte 6 (line 1, column 7)");
+    EXPECT_EQ(refused("{}\n x"), "nothing may stand behind the value, at byte 4 (line 2, column 2)");
+    EXPECT_EQ(refused("{\"a\" 1}"), "expected ':', at byte 5 (line 1, column 6)");
+    EXPECT_EQ(refused("{1:2}"), "expected the name of a member, at byte 1 (line 1, column 2)");
+    EXPECT_EQ(refused("{\"a\":}"), "expected a value, at byte 5 (line 1, column 6)");
+    EXPECT_EQ(refused("{\"a\":nope}"), "this is no value, at byte 5 (line 1, column 6)");
+    EXPECT_EQ(refused("{\"a\":\"x"), "a string has no end, at byte 7 (line 1, column 8)");
+    EXPECT_EQ(refused("{\"a\":\"\x01\"}"), "a control character in a string, at byte 6 (line 1, column 7)");
+    EXPECT_EQ(refused(R"({"a":"\x"})"), "no escape of JSON, at byte 6 (line 1, column 7)");
+    EXPECT_EQ(refused(R"({"a":"\u12g4"})"), "no escape of JSON, at byte 6 (line 1, column 7)");
+    EXPECT_EQ(refused(R"({"a":"\ud800"})"), "half of a surrogate pair, at byte 6 (line 1, column 7)");
 }

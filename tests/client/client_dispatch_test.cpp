@@ -294,8 +294,8 @@ TEST_F(ClientDispatch, AMessageThatIsLostForLackOfAClassIsToldAtEachLevel) {
     push(mobile(0x3002, 1));
     push(mobile(0x3003, 1));
     EXPECT_EQ(settled(), All{});
-    for (char const * const code : {"0x3001", "0x3002", "0x3003"}) {
-        LogCapture::Record const record = log.find("<n> message " + std::string(code) + rest);
+    for (char const * const code : {"3001", "3002", "3003"}) {
+        LogCapture::Record const record = log.find("<n> message 0x" + std::string(code) + rest);
         EXPECT_EQ(record.level, tavLogger::WARN) << code;
     }
     EXPECT_EQ(log.count(rest), 3u);
@@ -714,6 +714,7 @@ TEST_F(ClientDispatch, AFrameWithoutASessionOrWithoutBytesIsDropped) {
     core->messages().on_recv(tavBytes());
     ASSERT_EQ(log.records().size(), 1u);
     EXPECT_EQ(log.records()[0].level, tavLogger::VERBOSE);
+    EXPECT_TRUE(log.contains("<core> recv empty buf\n"));
     core->fini__();
 }
 

@@ -148,6 +148,19 @@ void answerLookup() {
     }
 }
 
+/// What the log has told, also behind the destruction of static objects.
+class Told {
+public:
+    bool has(std::string const & line) const { return text().find(line) != std::string::npos; }
+    static void take(int, char const * line) { text() += line; }
+
+private:
+    static std::string & text() {
+        static std::string & the = *new std::string;
+        return the;
+    }
+};
+
 class ClientExit : public ::testing::Test {
 protected:
     void SetUp() override { ::testing::FLAGS_gtest_death_test_style = "threadsafe"; }
@@ -232,6 +245,36 @@ TEST_F(ClientExit, LookupThatIsUnderWayDoesNothingBehindIt) {
                 ::_exit(4);
             }
             std::exit(0);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(ClientExit, WaitsBehindItEndAtOnceAndAreTold) {
+    EXPECT_EXIT(
+        {
+            ::alarm(watchdog_s);
+            names().addHanging(hanging);
+            static auto & connect = *new std::shared_ptr<tls::connect_info>;
+            static auto & told = *new Told;
+            std::atexit([] {
+                tavLogger::setup(tav_istr("(clear(ERROR))"), &Told::take, false, tavLogger::NONE);
+                if (connect->wait() != tls::result_error ||
+                    !told.has("<n> a wait for a connect while the process exits would never end\n")) {
+                    ::_exit(5);
+                }
+                Answer answer;
+                if (tls::client::instance("n").send_and_wait(Ask(1), answer, 10000) != tls::result_error ||
+                    !told.has("<n> a wait for a send while the process exits would never end\n")) {
+                    ::_exit(6);
+                }
+                tavLogger::setup(tav_istr("(clear(NONE))"), nullptr, false, tavLogger::NONE);
+                names().letGo(hanging);
+            });
+            tls::connect_option option;
+            option.host = hanging;
+            option.port = "1";
+            connect = tls::client::instance("n").start(option);
+            std::exit(names().waitAsked(hanging) ? 0 : 4);
         },
         ::testing::ExitedWithCode(0), "");
 }

@@ -103,9 +103,12 @@ TEST(ClientInterfaceLife, ConstructionAndDestructionLogInOrder) {
         client const c("a");
         ASSERT_TRUE(log.waitFor("<a> io context loop begin...\n"));
     }
-    EXPECT_TRUE(log.inOrder({"<a> client construct\n", "<a> initializing...\n", "<a> Client init\n",
-                             "<a> io context loop begin...\n", "<a> client destruct\n", "<a> finalizing...\n",
-                             "<a> Client fini\n", "<a> close...\n"}));
+    EXPECT_TRUE(
+        log.inOrder({"<a> client construct\n", "<a> initializing...\n", "<a> Client init\n",
+                     "<a> io context open\n", "<a> io context loop begin...\n", "<a> client destruct\n",
+                     "<a> finalizing...\n", "<a> Client fini\n", "<a> close...\n"}));
+    EXPECT_TRUE(
+        log.inOrder({"<a> stop io context\n", "<a> io context loop end.\n", "<a> io context close\n"}));
     EXPECT_EQ(log.count("<a> io context loop end.\n"), 1u);
     EXPECT_EQ(log.find("<a> Client init").level, tavLogger::INFO);
     EXPECT_EQ(log.find(" io context loop begin...").level, tavLogger::INFO);

@@ -2,6 +2,7 @@
 
 #include "support/client_rig.h"
 #include "support/joining_thread.h"
+#include "support/log_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -32,6 +33,7 @@ void sendLarge(tls::client & client) {
 } // namespace
 
 TEST(ClientLimits, SendOverTheQueueIsRefusedByNameAndNothingAcceptedIsLost) {
+    LogCapture log("clear(ERROR)");
     ClientRig rig;
     std::vector<int> water;
     std::mutex mutex;
@@ -51,6 +53,7 @@ TEST(ClientLimits, SendOverTheQueueIsRefusedByNameAndNothingAcceptedIsLost) {
     }
     ASSERT_TRUE(refused);
     EXPECT_EQ(tls::last_failure(), tls::failure::queue_full);
+    EXPECT_EQ(log.count("<n> send refused: too much waits to be sent\n"), 1u);
     EXPECT_LE(rig.client.statistics().queued_frames, 20u);
     EXPECT_LE(rig.client.statistics().queued_bytes, 20u * large().size());
     EXPECT_EQ(rig.client.statistics().sends_refused, 1u);

@@ -340,6 +340,12 @@ TEST_F(ClientSend, AnEncodingThatFailsGivesNull) {
     EXPECT_EQ(rig.receive().code, 0x4001);
 }
 
+TEST_F(ClientSend, NoMessageAtAllIsNotSent) {
+    EXPECT_FALSE(client().send_msg(tavSharedPtr<tavMessage>(), tracked()));
+    EXPECT_EQ(tls::last_failure(), tls::failure::encoding_failed);
+    EXPECT_EQ(log.find("<n> send ptr msg  null\n").level, tavLogger::ERROR);
+}
+
 TEST(ClientSendAlone, WithoutASessionItIsNull) {
     LogCapture log;
     tls::client c("n");
@@ -666,6 +672,7 @@ TEST_F(ClientSend, AndWaitTakesAPointer) {
 
 TEST_F(ClientSend, AndWaitNeedsAnAnswerObject) {
     EXPECT_EQ(client().send_and_wait(Ask(3), tavSharedPtr<tavMessage>(), 1000), tls::result_error);
+    EXPECT_EQ(log.find("<n> no ack object\n").level, tavLogger::ERROR);
     Single single;
     EXPECT_EQ(client().send_and_wait(Ask(3), single, 1000), tls::result_error);
     client().send_nbr_msg(0x4001, nullptr, 0, tls::send_option());

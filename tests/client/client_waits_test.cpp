@@ -47,7 +47,10 @@ protected:
         EXPECT_EQ(tls::result_error, result_);
         LogCapture::Record const line = log.find("<n> a wait for a connect on the thread " + thread + ",");
         EXPECT_EQ(line.level, tavLogger::ERROR);
-        EXPECT_NE(line.text.find("on_error"), std::string::npos) << line.text;
+        EXPECT_NE(line.text.find(", which the connect needs, would never end: wait on a thread of the "
+                                 "application or in on_error, or let on_open and on_timedout tell\n"),
+                  std::string::npos)
+            << line.text;
         accepting = std::make_unique<Acceptor>(rig.peer);
         EXPECT_EQ(resultOf(connect_), tls::result_ok);
     }
@@ -56,7 +59,10 @@ protected:
         EXPECT_EQ(thread_, thread);
         EXPECT_EQ(tls::result_error, result_);
         EXPECT_EQ(both_, tls::result_error);
-        std::string const words = "<n> a wait for a send on the thread " + thread + ",";
+        std::string const words =
+            "<n> a wait for a send on the thread " + thread +
+            ", which has to end the send, would never end: give the send_option functions to be told by, or "
+            "wait on a thread of the application or in on_error\n";
         EXPECT_EQ(log.find(words).level, tavLogger::ERROR);
         EXPECT_EQ(log.count(words), 2u);
         EXPECT_TRUE(endsInTime([this] { rig.client.close(); }));
@@ -178,7 +184,12 @@ TEST_F(ClientWaits, ForASendInItsOwnFunctionEndsAtOnce) {
     info->cancel();
     EXPECT_EQ(result, tls::result_error);
     EXPECT_EQ(info->result(), tls::result_cancelled);
-    EXPECT_EQ(log.find("<n> a wait for the send #").level, tavLogger::ERROR);
+    LogCapture::Record const line = log.find("<n> a wait for the send #");
+    EXPECT_EQ(line.level, tavLogger::ERROR);
+    EXPECT_NE(line.text.find(
+                  " in its own function, which ends it, would never end: the function is told the outcome\n"),
+              std::string::npos)
+        << line.text;
 }
 
 TEST_F(ClientWaits, ForASendOnTheReceiverEndsByItsLimit) {

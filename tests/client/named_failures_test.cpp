@@ -8,11 +8,13 @@
 #include <openssl/sslerr.h>
 
 #include <cerrno>
+#include <iterator>
 #include <new>
 #include <set>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 using tav::tls::failure;
 using tav::tls::failure_category;
@@ -38,6 +40,47 @@ TEST(NamedFailures, EachHasASentenceOfItsOwn) {
     }
     EXPECT_EQ(failure_category().message(known), "unknown failure " + std::to_string(known));
     EXPECT_EQ(failure_category().message(-1), "unknown failure -1");
+}
+
+TEST(NamedFailures, SayWhatWentWrong) {
+    std::pair<failure, char const *> const sentences[] = {
+        {failure::none, "no failure"},
+        {failure::other, "failed for a reason that the log tells"},
+        {failure::not_connected, "not connected"},
+        {failure::closed, "the client has ended"},
+        {failure::queue_full, "too much waits to be sent"},
+        {failure::too_many_sends, "too many sends wait for their end"},
+        {failure::body_too_long, "the body is too long"},
+        {failure::bad_json, "the text is not a JSON object"},
+        {failure::template_lacks_class, "the template lacks the class"},
+        {failure::value_does_not_fit, "a value does not fit its field"},
+        {failure::field_missing, "a necessary field is missing"},
+        {failure::encoding_failed, "the message could not be encoded"},
+        {failure::out_of_memory, "out of memory"},
+        {failure::timed_out, "timed out"},
+        {failure::cancelled, "cancelled"},
+        {failure::busy, "a connect is under way"},
+        {failure::connection_lost, "the connection was lost"},
+        {failure::closed_by_peer, "the peer closed the connection"},
+        {failure::peer_silent, "the peer was silent for too long"},
+        {failure::bad_address, "the host or the port is not valid"},
+        {failure::host_not_found, "the host was not found"},
+        {failure::refused, "the connection was refused"},
+        {failure::unreachable, "the host can't be reached"},
+        {failure::proxy_refused, "the proxy refused"},
+        {failure::handshake_failed, "the TLS handshake failed"},
+        {failure::certificate_refused, "the peer's certificate was refused"},
+        {failure::name_mismatch, "the peer's certificate is for another name"},
+        {failure::bad_policy, "the TLS policy can't be used"},
+        {failure::bad_template, "the template can't be read"},
+        {failure::bad_frame, "the peer sent what is no frame"},
+        {failure::no_resources, "the system refused a descriptor or a thread"},
+        {failure::would_wait_for_itself, "the wait would wait for itself"},
+    };
+    ASSERT_EQ(std::size(sentences), static_cast<std::size_t>(known));
+    for (auto const & [which, sentence] : sentences) {
+        EXPECT_EQ(make_error_code(which).message(), sentence);
+    }
 }
 
 TEST(NamedFailures, AreErrorCodesOfTheirCategory) {

@@ -175,6 +175,10 @@ TEST(TlsPolicySetup, NameThatNoCertificateCanHaveIsRefused) {
         EXPECT_NE(t.refusal().find(": no name that a certificate can have"), std::string::npos)
             << t.refusal();
     }
+    t.policy.check_name = true;
+    t.policy.expected_name.clear();
+    t.option.host = ".example";
+    EXPECT_EQ(t.refusal(), "tls policy: check_name: host .example: no name that a certificate can have");
     t.policy.expected_name = "fe80::1%lo";
     EXPECT_EQ(t.setup()->expected_name(), "fe80::1");
     EXPECT_TRUE(t.setup()->expects_address());

@@ -15,6 +15,17 @@ bool endsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
+/// The end of the raw text that begins at `i`; `i` if none does.
+std::size_t endOfRaw(std::string const & source, std::size_t i) {
+    if (source.compare(i, 2, "R\"") != 0 ||
+        (i > 0 && std::isalnum(static_cast<unsigned char>(source[i - 1])))) {
+        return i;
+    }
+    std::size_t const bracket = source.find('(', i);
+    std::string const end = ")" + source.substr(i + 2, bracket - i - 2) + "\"";
+    return source.find(end, bracket) + end.size();
+}
+
 /// The source with comments, preprocessor lines and characters in single quotes blanked, so that quotes are
 /// those of texts alone.
 std::string plain(std::string source) {
@@ -28,7 +39,9 @@ std::string plain(std::string source) {
         };
         char const c = source[i];
         char const next = i + 1 < source.size() ? source[i + 1] : '\0';
-        if ((c == '#' && lineStart) || (c == '/' && next == '/')) {
+        if (std::size_t const end = endOfRaw(source, i); end != i) {
+            i = end - 1;
+        } else if ((c == '#' && lineStart) || (c == '/' && next == '/')) {
             blank(source.find('\n', i));
         } else if (c == '/' && next == '*') {
             blank(source.find("*/", i + 2) + 2);
@@ -122,8 +135,8 @@ std::string withoutTexts(std::string code) {
 
 class Reader {
 public:
-    Reader(std::string file, std::string const & source)
-        : file_(std::move(file)), code_(plain(source)), words_(withoutTexts(code_)) {}
+    Reader(std::string file, std::string const & source, Levels levels)
+        : file_(std::move(file)), code_(plain(source)), words_(withoutTexts(code_)), levels_(levels) {}
 
     std::vector<Text> read() {
         static std::vector<std::string> const whole = {"client/failures.cpp", "client/trust.cpp",
@@ -153,13 +166,14 @@ private:
         std::string const call = words_.substr(from, to - from);
         static std::regex const level("tavLogger::[A-Z]+\\b");
         static std::regex const bad("tavLogger::(WARN|ERROR)\\b");
-        bool const logs = name.rfind("log", 0) == 0 || name == "tell" || name == "sayCode";
+        bool const logs =
+            levels_ == Levels::bad && (name.rfind("log", 0) == 0 || name == "tell" || name == "sayCode");
         if (logs && std::regex_search(call, level) && !std::regex_search(call, bad)) {
             return;
         }
         // A function of the file's own that tells at a lower level.
         static std::regex const quiet("void tell\\([^)]*\\)[^{]*\\{[^}]*tavLogger::DEBUG");
-        if (name == "tell" && std::regex_search(words_, quiet)) {
+        if (logs && name == "tell" && std::regex_search(words_, quiet)) {
             return;
         }
         std::size_t const before = found_.size();
@@ -227,13 +241,36 @@ private:
     std::string const file_;
     std::string const code_;
     std::string const words_;
+    Levels const levels_;
     std::vector<Text> found_;
 };
 
 } // namespace
 
-std::vector<Text> textsIn(std::string const & file, std::string const & source) {
-    return Reader(file, source).read();
+std::vector<Text> textsIn(std::string const & file, std::string const & source, Levels levels) {
+    return Reader(file, source, levels).read();
+}
+
+std::string literalsIn(std::string const & source) {
+    std::string const code = plain(source);
+    std::string out;
+    for (std::size_t i = 0; i < code.size();) {
+        std::size_t const behind = endOfRaw(code, i);
+        if (behind != i) {
+            std::size_t const bracket = code.find('(', i);
+            std::size_t const end = code.rfind(')', behind - 1);
+            out.append(code, bracket + 1, end - bracket - 1);
+            i = behind;
+        } else if (code[i] == '"') {
+            out += literal(code, i);
+        } else {
+            ++i;
+            continue;
+        }
+        i = std::min(code.find_first_not_of(" \n", i), code.size());
+        out += code[i] == '"' || endOfRaw(code, i) != i ? "" : "\n\n";
+    }
+    return out;
 }
 
 std::vector<Text> textsInPython(std::string const & file, std::string const & source) {
@@ -261,7 +298,7 @@ std::vector<Text> textsInPython(std::string const & file, std::string const & so
     return found;
 }
 
-std::vector<Text> textsOf(std::string const & project) {
+std::vector<Text> textsOf(std::string const & project, Levels levels) {
     namespace fs = std::filesystem;
     std::vector<Text> all;
     for (char const * const top : {"src", "include", "bindings"}) {
@@ -273,7 +310,7 @@ std::vector<Text> textsOf(std::string const & project) {
                 std::ifstream in(entry.path(), std::ios::binary);
                 std::string const source((std::istreambuf_iterator<char>(in)),
                                          std::istreambuf_iterator<char>());
-                auto const more = python ? textsInPython(file, source) : textsIn(file, source);
+                auto const more = python ? textsInPython(file, source) : textsIn(file, source, levels);
                 all.insert(all.end(), more.begin(), more.end());
             }
         }

@@ -10,6 +10,7 @@
 #include <set>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -81,6 +82,27 @@ TEST(KitFailure, EachHasASentenceOfItsOwn) {
     EXPECT_EQ(make_error_code(kit::failure::outbox_full), std::errc::no_buffer_space);
     EXPECT_EQ(make_error_code(kit::failure::stopped), std::errc::operation_canceled);
     EXPECT_EQ(make_error_code(kit::failure::login_refused), std::errc::permission_denied);
+}
+
+TEST(KitFailure, EachSaysWhatWentWrong) {
+    std::pair<kit::failure, char const *> const sentences[] = {
+        {kit::failure::timed_out, "timed out"},
+        {kit::failure::cancelled, "cancelled"},
+        {kit::failure::disconnected, "the connection ended first"},
+        {kit::failure::not_connected, "not connected"},
+        {kit::failure::not_sent, "the message could not be sent"},
+        {kit::failure::bad_reply, "the reply could not be read"},
+        {kit::failure::over_limit, "too much waits already"},
+        {kit::failure::too_long, "the message is too long"},
+        {kit::failure::dropped, "dropped for a later message"},
+        {kit::failure::outbox_full, "no room in the outbox"},
+        {kit::failure::stopped, "stopped"},
+        {kit::failure::login_refused, "the login was refused"},
+        {kit::failure::unspecified, "failed for an unknown reason"},
+    };
+    for (auto const & [which, sentence] : sentences) {
+        EXPECT_EQ(make_error_code(which).message(), sentence);
+    }
 }
 
 TEST(KitFailure, EachOfTheClientsHasOneOfTheKits) {

@@ -1,5 +1,6 @@
 #include "tav/kit/message.h"
 
+#include "tav/kit/depth.h"
 #include "tav/vinta/vinta_pml_streams.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +13,7 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <unordered_map>
@@ -483,4 +485,18 @@ TEST(KitMessage, ReadsJsonLikeOneByHand) {
     by_kit::NoteOfNote back;
     back.decodeJson(tav_istr(note.encodeJson(false)));
     EXPECT_EQ(back, note);
+}
+
+TEST(KitMessage, ObjectsLieAsDeepAsTheirLimitAllowsAndNoDeeper) {
+    {
+        tav::kit::depth_limit const outer(2);
+        tav::kit::depth_limit const inner(2);
+        try {
+            tav::kit::depth_limit const third(2);
+            FAIL() << "a third one was allowed";
+        } catch (std::invalid_argument const & e) {
+            EXPECT_STREQ(e.what(), "objects lie deeper than their class permits");
+        }
+    }
+    EXPECT_NO_THROW(tav::kit::depth_limit(1)) << "what has gone counts no more";
 }

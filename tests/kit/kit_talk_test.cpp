@@ -333,6 +333,7 @@ TEST(KitTalk, BrokenConnectionEndsEachRequestOnce) {
 
 TEST(KitTalk, CallbackThatRaisesEndsOnceAndHurtsNobody) {
     std::atomic<int> calls{0};
+    LogCapture log("TAV.KIT(ERROR)");
     TalkRig rig;
     kit::request<Said>(*rig.client, Say(1), 300ms, [&](kit::result<Said>) {
         ++calls;
@@ -346,6 +347,8 @@ TEST(KitTalk, CallbackThatRaisesEndsOnceAndHurtsNobody) {
     rig.gateway.gateway.setFaults(neverAnswering().faults);
     EXPECT_EQ(got(kit::request<Said>(*rig.client, Say(3), 800ms)).error(), kit::failure::timed_out);
     EXPECT_EQ(calls, 2);
+    EXPECT_EQ(log.count("raised by a callback: callback\n"), 1u);
+    EXPECT_EQ(log.count("raised by a callback: of an unknown type\n"), 1u);
 }
 
 TEST(KitTalk, SlowCallbackIsNeverToldATimeOutToo) {
@@ -484,6 +487,7 @@ TEST(KitTalk, OnMayKeepTheMessageAndChooseTheThread) {
 
 TEST(KitTalk, OnIsNotHurtByAnotherClassOfTheCode) {
     Events heard;
+    LogCapture log("TAV.KIT(ERROR)");
     TalkRig rig;
     kit::on<Say>(*rig.client, [&](Say const & say) { heard.add(std::to_string(say.number)); });
     rig.client->register_message(Say::type_code, &Ask::create);
@@ -492,6 +496,7 @@ TEST(KitTalk, OnIsNotHurtByAnotherClassOfTheCode) {
     rig.gateway.gateway.push(Said::type_code, bodyOf(2), false);
     ASSERT_TRUE(heard.wait(1));
     EXPECT_EQ(heard.all(), std::vector<std::string>{"said 2"});
+    EXPECT_TRUE(log.contains("another class was registered for the code since\n"));
 }
 
 TEST(KitTalk, ReplyThatARequestWaitsForIsNoPush) {

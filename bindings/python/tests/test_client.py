@@ -1,6 +1,7 @@
 import gc
 import json
 import math
+import os
 import threading
 import time
 import unittest
@@ -8,6 +9,7 @@ from typing import List
 from unittest import mock
 
 import tav_im
+from tav_im import _library
 
 from .rig import DEEP, LIMIT, TEMPLATE, Gateway, deep_body
 
@@ -80,7 +82,7 @@ class ClientTest(unittest.TestCase):
         self.assertEqual(self.next(bob, "push").message["text"], "three")
 
     def test_events_that_nobody_takes_are_bounded(self) -> None:
-        with self.assertRaises(ValueError):
+        with self.assertRaisesRegex(ValueError, "^most_waiting has to be 1 at least$"):
             tav_im.Client(most_waiting=0)
         bob = tav_im.Client("bob", most_waiting=4)
         self.addCleanup(bob.close)
@@ -161,7 +163,7 @@ class ClientTest(unittest.TestCase):
 
     def test_a_client_that_was_dropped_ends(self) -> None:
         before = threading.active_count()
-        with self.assertWarns(ResourceWarning):
+        with self.assertWarnsRegex(ResourceWarning, "^the client 'dropped' was dropped and not closed$"):
             tav_im.Client("dropped")
             gc.collect()
         until = time.monotonic() + LIMIT
@@ -287,7 +289,7 @@ class ClientTest(unittest.TestCase):
         client.on("Pushed", hear)
         client.request("PushMe", {"text": "a"}, reply="Pushing", time_limit=LIMIT)
         self.assertTrue(came.wait(LIMIT))
-        self.assertEqual(len(caught), 1)
+        self.assertEqual([str(each) for each in caught], ["a handler must not wait: this thread brings the answer"])
 
     def test_a_handler_that_raises_loses_nothing_but_itself(self) -> None:
         client = self.connected()
@@ -297,13 +299,14 @@ class ClientTest(unittest.TestCase):
             came.set()
             raise KeyError("no such field")
 
-        with self.assertLogs("tav_im", "ERROR"):
+        with self.assertLogs("tav_im", "ERROR") as told:
             client.on("Pushed", hear)
             client.request("PushMe", {"text": "a"}, reply="Pushing", time_limit=LIMIT)
             self.assertTrue(came.wait(LIMIT))
             client.on("Pushed", None)
             client.request("PushMe", {"text": "b"}, reply="Pushing", time_limit=LIMIT)
             self.assertEqual(self.next(client, "push").message["text"], "b")
+        self.assertEqual([each.getMessage() for each in told.records], ["raised by a function of the application"])
 
     def test_a_message_that_is_nested_too_deep_costs_itself_alone(self) -> None:
         gate = self.gateway
@@ -343,6 +346,7 @@ class ClientTest(unittest.TestCase):
             with self.assertRaises(tav_im.Error) as caught:
                 client.request("Say", {"text": "too deep"}, reply="Said", time_limit=LIMIT)
             self.assertEqual((caught.exception.name, caught.exception.code), ("bad_reply", 102))
+            self.assertIn("Python can't read this: maximum recursion depth exceeded", str(caught.exception))
             reply = client.request("Say", {"text": "a"}, reply="Said", time_limit=LIMIT)
         self.assertEqual(reply["text"], "a")
 
@@ -377,6 +381,25 @@ class ClientTest(unittest.TestCase):
             client.on("Pushed", None)
             client.request("PushMe", {"text": "b"}, reply="Pushing", time_limit=LIMIT)
             self.assertEqual(self.next(client, "push").message["text"], "b")
+
+    def test_only_some_events_have_a_message(self) -> None:
+        client = self.connected()
+        client.close()
+        for event in client.events():
+            with self.assertRaisesRegex(AttributeError, f"^the event '{event.type}' has no message$"):
+                event.message
+
+    def test_what_the_system_refuses_is_told(self) -> None:
+        with mock.patch("tav_im._library._functions.tav_json_create", return_value=None):
+            with self.assertRaisesRegex(OSError, "^the system has no memory, descriptor or thread for a client$"):
+                tav_im.Client("none")
+        with mock.patch.dict("os.environ"), mock.patch("ctypes.CDLL", side_effect=OSError):
+            os.environ.pop("TAV_IM_JSON_LIBRARY", None)
+            with self.assertRaisesRegex(
+                ImportError,
+                "was not found: install it, or name it in the environment variable TAV_IM_JSON_LIBRARY",
+            ):
+                _library._load()
 
     def test_what_needs_no_client(self) -> None:
         self.assertRegex(tav_im.version(), r"^\d+\.\d+\.\d+$")
