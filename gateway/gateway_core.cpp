@@ -199,6 +199,8 @@ private:
 
         unsigned id() const { return id_; }
         bool open() const { return open_; }
+        /// Whether what is written goes out.
+        bool sends() const { return open_ && !closing_ && !silent(); }
 
         void start() {
             if (faults().no_handshake) {
@@ -218,7 +220,7 @@ private:
             tellSilence();
         }
 
-        /// Sends bytes as they are, unless the connection is silent.
+        /// Sends bytes as they are, unless the connection is silent or about to close.
         void write(std::string bytes) {
             if (!sends()) {
                 return;
@@ -264,7 +266,18 @@ private:
         /// Sends a frame that is no packet of either kind.
         void garbage() { writeFrame(frame(tav_istr(std::string(64, '\xa5')))); }
 
-        /// Closes once everything queued has gone out.
+        /// Closes once everything queued has gone out, answers that are delayed among it: the close waits as
+        /// long as they do.
+        void closeAfterAnswers() {
+            int const delay = faults().delay_ms;
+            if (delay <= 0) {
+                closeAfterWrites();
+                return;
+            }
+            later(delay, [this] { closeAfterWrites(); });
+        }
+
+        /// Closes once everything that is being written has gone out.
         void closeAfterWrites() {
             closing_ = true;
             if (writing_.empty()) {
@@ -319,7 +332,6 @@ private:
         }
 
         bool silent() const { return silent_.value_or(faults().silence); }
-        bool sends() const { return open_ && !silent(); }
 
         void writeFrame(std::string bytes, std::optional<unsigned short> copy_of = std::nullopt) {
             if (server_.options_.on_frame && sends()) {
@@ -433,7 +445,9 @@ private:
             try {
                 good = packet->decode(body);
             } catch (std::exception const & e) {
-                server_.log(id_, std::string("bad packet: ") + e.what());
+                // Behind the first line stands where the library found it.
+                std::string const what = e.what();
+                server_.log(id_, "bad packet: " + what.substr(0, what.find('\n')));
             }
             if (!good) {
                 server_.set([](Stats & s) { ++s.invalid; });
@@ -559,7 +573,9 @@ private:
         if (packet->affirm() == need_affirm) {
             to->owe(packet->sequence(), code);
         }
-        set([](Stats & s) { ++s.pushes; });
+        if (to->sends()) {
+            set([](Stats & s) { ++s.pushes; });
+        }
         log(to->id(), "push " + hex4(code));
         to->answer(frame(*packet), copy_of);
     }
@@ -658,7 +674,7 @@ private:
                 pushTo(to, step.code, nextSno(), tav_istr(step.body), false, packet.version());
             }
             return;
-        case Step::Kind::close: from->closeAfterWrites(); return;
+        case Step::Kind::close: from->closeAfterAnswers(); return;
         case Step::Kind::reset: from->close(true); return;
         case Step::Kind::cut: from->cut(); return;
         case Step::Kind::oversize: from->oversize(); return;

@@ -47,7 +47,7 @@ struct Step {
         push,     ///< `code` and `body`, to the client that sent the packet
         push_all, ///< the same, to every connected client
         delay,    ///< the steps behind this one wait for `delay_ms`
-        close,    ///< the connection is closed once all that was written has gone out
+        close,    ///< the connection is closed once all that was written has gone out, delayed answers too
         reset,    ///< the connection is reset at once
         cut,      ///< half a frame is sent and the connection is closed
         oversize, ///< a length above the limit is sent
@@ -107,7 +107,7 @@ struct Stats {
     unsigned heartbeats = 0;
     unsigned packets = 0;
     unsigned replies = 0;
-    unsigned pushes = 0; ///< pushed or routed, counted per receiver
+    unsigned pushes = 0; ///< pushed or routed, counted per receiver that is not silent
     unsigned invalid = 0;
     unsigned receipts_asked = 0;
     unsigned receipts_good = 0;

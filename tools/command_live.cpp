@@ -7,14 +7,18 @@ namespace {
 
 Command gatewayCommand() {
     return {"gateway", "Be a gateway for development, with rules and a record",
-            "Serves clients as tav-gateway does: each packet is answered with the next code and its\n"
-            "own body.  Rules from a file take packets by code, class or field, and answer, push,\n"
-            "wait, drop or misbehave instead; a file that is wrong is told with line and column, and\n"
-            "the gateway does not start.  A record has all frames, both ways, and is appended to.  A\n"
-            "page shows connections and traffic as it comes, and has buttons to push, reset and fall\n"
-            "silent; its address is printed, with a token that it demands.  Certificates are made at\n"
-            "first start.  It runs until Ctrl-C; the exit code is 3 if it can't listen, and 2 if a\n"
-            "file can't be used.",
+            "Serves clients over TLS 1.2 as tav-gateway does.  Rules from a file take packets by code,\n"
+            "class or field, and answer, push, wait, drop or misbehave; a file that is wrong is told with\n"
+            "line and column, and the gateway does not start.  What no rule is for: a code from 0x3000 to\n"
+            "0x3fff (--route names others) goes, as it came, to every other client as well; 0x7005 closes\n"
+            "the connection; all others are answered with the next code (--echo: their own) and the same\n"
+            "sequence and body, those that went to others too, and the body of 0x7001 is pushed back as\n"
+            "0x7003, which asks for a receipt.  Who asks for a receipt gets one first; a receipt is checked\n"
+            "and not answered; a heartbeat comes back.  A record has all frames, both ways, and is appended\n"
+            "to.  A page shows connections and traffic as it comes, and has buttons to push, reset and fall\n"
+            "silent; its address is printed, with a token that it demands.  Certificates are made at first\n"
+            "start.  It runs until Ctrl-C; the exit code is 1 if the template is wrong, 2 if the rules are\n"
+            "or a file can't be used, and 3 if it can't listen.",
             "# by rules, each frame kept\n"
             "tav gateway --port 7443 -t chat.pml --rules rules.json --record traffic.bin\n"
             "# to be looked at in a browser\n"

@@ -129,6 +129,9 @@ private:
         if (!options_.rules.empty()) {
             auto const rules =
                 std::make_shared<GatewayRules>(options_.rules, options_.model.empty() ? nullptr : &model_);
+            if (!rules->told().empty()) {
+                output_.tell("tav: " + rules->told());
+            }
             options.plan = [rules](unsigned short code, std::string const & body) {
                 return rules->planFor(code, body);
             };

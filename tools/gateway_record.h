@@ -36,11 +36,12 @@ enum class Recorded { both, in, out };
 
 std::map<std::string, Recorded> const & recordedNames();
 
-/// A file to which frames are appended, as they are.  Its owner alone can read it: there are people's
-/// messages in it.
+/// A file to which frames are appended, as they are, and whole ones alone: it can be read to its end.  Its
+/// owner alone can read it: there are people's messages in it.
 class GatewayRecord {
 public:
-    /// Throws a Failure if the file can't be opened.  What can't be written later is told to `trouble`.
+    /// Throws a Failure if the file can't be opened, or has something else than frames.  What can't be
+    /// written later is told to `trouble`, and is the last that is tried.
     GatewayRecord(std::string const & path, Recorded which, Trouble & trouble);
     ~GatewayRecord();
     GatewayRecord(GatewayRecord const &) = delete;
@@ -49,8 +50,12 @@ public:
     void put(bool in, std::string const & frame);
 
 private:
+    /// Cuts off what has been written of a frame.
+    void takeBack(std::size_t bytes);
+
     std::string path_;
     Recorded which_;
+    bool failed_ = false;
     Trouble & trouble_;
     int fd_ = -1;
 };

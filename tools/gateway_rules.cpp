@@ -2,9 +2,16 @@
 
 #include "tools/integers.h"
 #include "tools/json_messages.h"
-#include "tools/live.h"
+#include "tools/nbr_reader.h"
+#include "tools/template_hints.h"
+#include "tools/value_text.h"
 
+#include <tav/vinta/vinta_nbr_unit.h>
+
+#include <algorithm>
 #include <cstdlib>
+#include <map>
+#include <optional>
 #include <set>
 #include <stdexcept>
 
@@ -14,6 +21,9 @@ namespace tool {
 using gateway::Plan;
 using gateway::Step;
 using pml::MetaClass;
+using pml::MetaField;
+
+namespace kinds = pml::field_type;
 
 namespace {
 
@@ -45,9 +55,6 @@ public:
     }
 
     std::vector<GatewayRule> read() const {
-        if (json_.root().kind != JsonNode::Kind::array) {
-            throw PlacedFault(json_.root().begin, noList);
-        }
         std::size_t const rest = json_.text().find_first_not_of(blanks, json_.root().end);
         if (rest != std::string_view::npos) {
             throw PlacedFault(rest, "what follows is not read");
@@ -82,10 +89,15 @@ private:
 
     GatewayRule rule(JsonNode const & node) const {
         if (node.kind != JsonNode::Kind::object) {
-            throw PlacedFault(node.begin, "a rule is an object: { \"class\": ..., \"do\": [ ... ] }");
+            std::string_view const start = json_.text().substr(node.begin, 2);
+            bool const comment = start == "/*" || start == "//" || start.substr(0, 1) == "#";
+            throw PlacedFault(node.begin, comment
+                                              ? "JSON has no comments"
+                                              : "a rule is an object: { \"class\": ..., \"do\": [ ... ] }");
         }
         demandMembers(node);
         GatewayRule made;
+        made.offset = node.begin;
         MetaClass const * const cls = readMatch(node, made);
         if (JsonNode const * const fields = json_.member(node, "fields")) {
             readFields(*fields, cls, made);
@@ -169,18 +181,33 @@ private:
             throw PlacedFault(fields.nameAt,
                               "fields need a class, or a code that a class of the template has");
         }
+        std::set<std::string_view> seen;
         for (JsonNode const * at = first(fields); at != nullptr; at = json_.node(at->next)) {
             if (at->kind == JsonNode::Kind::object || at->kind == JsonNode::Kind::array ||
                 at->kind == JsonNode::Kind::null) {
                 throw PlacedFault(at->begin, "a field is compared with a text, a number, true or false");
             }
-            if (findField(istrOf(at->name), *cls, *model_->factory) == nullptr) {
+            MetaField const * const field = findField(istrOf(at->name), *cls, *model_->factory);
+            if (field == nullptr) {
                 throw PlacedFault(at->nameAt, "the class " + stringOf(cls->className) + " has no field " +
-                                                  std::string(at->name));
+                                                  std::string(at->name) + nearestField(at->name, *cls));
             }
-            made.fields.push_back({std::string(at->name), valueOf(json_, *at), at->quoted});
+            if (!seen.insert(at->name).second) {
+                throw PlacedFault(at->nameAt, std::string(at->name) + " is given twice");
+            }
+            made.fields.push_back({field->idName.id, field->classType.type, valueOf(json_, *at)});
         }
         demandValues(fields, *cls);
+    }
+
+    std::string nearestField(std::string_view name, MetaClass const & cls) const {
+        std::vector<std::string> others;
+        for (MetaClass const * const one : chainOf(cls, *model_->factory)) {
+            for (MetaField const & field : one->fields) {
+                others.push_back(stringOf(field.idName.name));
+            }
+        }
+        return didYouMean(nearestName(std::string(name), others, name.size() / 2));
     }
 
     /// A value that the field can't have would never be met.
@@ -248,7 +275,9 @@ private:
         Message message;
         messages_->write(json_, node, nullptr, message);
         if (!message.notes.empty()) {
-            throw PlacedFault(message.notes.front().offset, message.notes.front().text);
+            // Of a message that is only read, such a member is left out; here it is an error.
+            std::string const & note = message.notes.front().text;
+            throw PlacedFault(message.notes.front().offset, note.substr(0, note.find(": it is dropped")));
         }
         if (message.code == Message::noCode) {
             throw PlacedFault(node.begin,
@@ -263,50 +292,155 @@ private:
     std::unique_ptr<JsonMessages> messages_;
 };
 
-/// Where a number is wanted, true and false are 1 and 0.
-std::string const & asNumber(std::string const & value) {
-    static std::string const one = "1";
-    static std::string const zero = "0";
-    return value == "true" ? one : value == "false" ? zero : value;
+/// The single values of the object of a body by their tags; what stands deeper is passed over.
+class TopValues : public NbrVisitor {
+public:
+    explicit TopValues(std::string_view body) : body_(body) {
+        NbrFault fault;
+        if (!readNbr(body, *this, fault)) {
+            // What is not what its class says has no fields.
+            values_.clear();
+        }
+    }
+
+    void simple(NbrValue const & value) override {
+        if (depth_ == 1 && objects_ == 1 && !value.null) {
+            values_[value.tag] = {body_.substr(value.data, value.size), value.text};
+        }
+    }
+    void open(NbrValue const &) override { objects_ += depth_++ == 0 ? 1 : 0; }
+    void close(std::size_t) override { --depth_; }
+
+    struct Value {
+        std::string_view data;
+        bool text = false;
+    };
+    Value const * find(int tag) const {
+        auto const found = values_.find(tag);
+        return found == values_.end() ? nullptr : &found->second;
+    }
+
+private:
+    std::string_view body_;
+    std::size_t depth_ = 0;
+    std::size_t objects_ = 0;
+    std::map<int, Value> values_;
+};
+
+template <class T>
+T numberOf(std::string_view data) {
+    T value = T();
+    nbr::SimpleValue(istrOf(data), false).read(value);
+    return value;
 }
 
-/// Whether two values are the same: of texts the bytes, of numbers the value.
-bool same(std::string const & first, std::string const & second) {
-    std::string const & a = asNumber(first);
-    std::string const & b = asNumber(second);
+/// The value as JSON shows it, without quotes and escapes; a bool as a number.
+std::string shownValue(std::string_view data, Kind kind) {
+    switch (kind) {
+    case kinds::bool_: return numberOf<unsigned char>(data) != 0 ? "1" : "0";
+    case kinds::int8_:
+        return std::to_string(data.empty() ? 0 : static_cast<int>(static_cast<signed char>(data.front())));
+    case kinds::int16_: return std::to_string(numberOf<short>(data));
+    case kinds::int32_:
+    case kinds::enum_: return std::to_string(numberOf<int>(data));
+    case kinds::uint8_:
+    case kinds::uint16_:
+    case kinds::uint32_: return std::to_string(numberOf<unsigned>(data));
+    case kinds::int64_:
+    case kinds::time_: return std::to_string(numberOf<long long>(data));
+    case kinds::uint64_: return std::to_string(numberOf<unsigned long long>(data));
+    case kinds::bytes_: {
+        tavString base64;
+        tavBytes(istrOf(data)).toBase64(base64);
+        return stringOf(base64);
+    }
+    default: return std::string(data);
+    }
+}
+
+/// Where a number is wanted, true and false are 1 and 0.
+std::string asNumber(std::string const & value) {
+    return value == "true" ? "1" : value == "false" ? "0" : value;
+}
+
+/// Whether two integers are the same; the wanted one may have a point or an exponent.
+bool sameInteger(std::string const & wanted, std::string const & value) {
     Integer x;
     Integer y;
-    if (a == b) {
-        return true;
-    }
-    if (readInteger(a, x) && readInteger(b, y)) {
+    if (readInteger(wanted, x) && readInteger(value, y)) {
         return x.bits() == y.bits() && x.negative == y.negative;
     }
-    char * endA = nullptr;
-    char * endB = nullptr;
-    double const left = std::strtod(a.c_str(), &endA);
-    double const right = std::strtod(b.c_str(), &endB);
-    return !a.empty() && !b.empty() && *endA == '\0' && *endB == '\0' && left == right;
+    char * end = nullptr;
+    double const number = std::strtod(wanted.c_str(), &end);
+    return !wanted.empty() && *end == '\0' && number == std::strtod(value.c_str(), nullptr);
+}
+
+/// Whether the value of a field is the wanted one: of texts the bytes, of numbers what the field can hold of
+/// the wanted one.
+bool same(WantedField const & wanted, TopValues::Value const & value) {
+    if (widthOf(wanted.kind) == 0) {
+        return wanted.value == shownValue(value.data, wanted.kind);
+    }
+    if (value.text) {
+        return false;
+    }
+    std::string const number = asNumber(wanted.value);
+    switch (wanted.kind) {
+    case kinds::float_: return numberOf<float>(value.data) == std::strtof(number.c_str(), nullptr);
+    case kinds::double_: return numberOf<double>(value.data) == std::strtod(number.c_str(), nullptr);
+    default: return sameInteger(number, shownValue(value.data, wanted.kind));
+    }
+}
+
+/// Whether no packet gets from the first rule to the second one.
+bool takesAllOf(GatewayRule const & first, GatewayRule const & second) {
+    return first.fields.empty() && first.skip == 0 && first.times == 0 &&
+           (!first.coded || (second.coded && second.code == first.code));
 }
 
 } // namespace
 
-GatewayRules::GatewayRules(std::string const & path, Template const * model) : model_(model) {
+GatewayRules::GatewayRules(std::string const & path, Template const * model) {
     std::string name;
     std::string const text = readWhole(path, name, largestRules);
     try {
-        if (text.find_first_not_of(blanks) == std::string::npos) {
-            throw PlacedFault(0, noList);
+        if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+            throw PlacedFault(0, "the file begins with a byte order mark, which JSON has not");
+        }
+        std::size_t const begin = text.find_first_not_of(blanks);
+        if (begin == std::string::npos || text[begin] != '[') {
+            throw PlacedFault(begin == std::string::npos ? 0 : begin, noList);
         }
         rules_ = RulesReader(text, model).read();
     } catch (PlacedFault const & e) {
         throw Failure(exitUse, toldInText(name, text, e.offset(), "error", e.what()));
     }
+    for (auto rule = rules_.begin(); rule != rules_.end(); ++rule) {
+        auto const before = std::find_if(rules_.begin(), rule,
+                                         [&](GatewayRule const & one) { return takesAllOf(one, *rule); });
+        if (before != rule) {
+            told_ += toldInText(name, text, rule->offset, "warning",
+                                "no packet gets to this rule: the one in line " +
+                                    std::to_string(placeOf(text, before->offset).line) + " takes them all");
+        }
+    }
 }
 
 std::shared_ptr<Plan const> GatewayRules::planFor(unsigned short code, std::string const & body) {
+    std::optional<TopValues> values;
     for (GatewayRule & rule : rules_) {
-        if (!fits(rule, code, body)) {
+        if (rule.coded && rule.code != code) {
+            continue;
+        }
+        if (!rule.fields.empty() && !values) {
+            values.emplace(body);
+        }
+        bool const fits =
+            std::all_of(rule.fields.begin(), rule.fields.end(), [&](WantedField const & wanted) {
+                TopValues::Value const * const value = values->find(wanted.tag);
+                return value != nullptr && same(wanted, *value);
+            });
+        if (!fits) {
             continue;
         }
         unsigned long long const before = rule.fitted++;
@@ -315,33 +449,6 @@ std::shared_ptr<Plan const> GatewayRules::planFor(unsigned short code, std::stri
         }
     }
     return nullptr;
-}
-
-bool GatewayRules::fits(GatewayRule const & rule, unsigned short code, std::string const & body) const {
-    if (rule.coded && rule.code != code) {
-        return false;
-    }
-    if (rule.fields.empty()) {
-        return true;
-    }
-    try {
-        std::string const text = jsonOf(code, body, *model_);
-        JsonText const json(text);
-        for (WantedField const & wanted : rule.fields) {
-            JsonNode const * const node = json.member(json.root(), wanted.name);
-            if (node == nullptr) {
-                return false;
-            }
-            std::string const value = valueOf(json, *node);
-            if (wanted.quoted && node->quoted ? value != wanted.value : !same(value, wanted.value)) {
-                return false;
-            }
-        }
-    } catch (std::invalid_argument const &) {
-        // What is not what its class says has no fields.
-        return false;
-    }
-    return true;
 }
 
 } // namespace tool

@@ -15,9 +15,9 @@ namespace tool {
 
 /// What the file of rules wants of a field.
 struct WantedField {
-    std::string name;
+    int tag = 0;
+    Kind kind = pml::field_type::unknown_;
     std::string value;
-    bool quoted = false;
 };
 
 /// Which packets a rule is for, and what is done for them.
@@ -31,23 +31,24 @@ struct GatewayRule {
     unsigned long long times = 0;
     std::shared_ptr<gateway::Plan> plan;
     unsigned long long fitted = 0;
+    /// Where it begins in the file.
+    std::size_t offset = 0;
 };
 
 /// The rules of a file, in the order in which they are tried.
 class GatewayRules {
 public:
-    /// Throws a Failure with the place for what is no rule.  The template, which may be null, must outlive
-    /// it.
+    /// Throws a Failure with the place for what is no rule.  The template may be null.
     GatewayRules(std::string const & path, Template const * model);
 
     /// What the first rule that fits the packet does; null if none fits.
     std::shared_ptr<gateway::Plan const> planFor(unsigned short code, std::string const & body);
+    /// What is odd about the rules, with its places; empty if nothing is.
+    std::string const & told() const { return told_; }
 
 private:
-    bool fits(GatewayRule const & rule, unsigned short code, std::string const & body) const;
-
-    Template const * model_;
     std::vector<GatewayRule> rules_;
+    std::string told_;
 };
 
 } // namespace tool

@@ -19,7 +19,7 @@ using tav_test::ToolRun;
 
 char const * const model =
     "Say:object(__class__(im.Say)__code__(2001)[1]text:string()[2]n:int64?()[3]x:double?()"
-    "[4]on:bool?())\n"
+    "[4]on:bool?()[5]f:float?())\n"
     "Said:object(__class__(im.Said)__code__(2005)[1]text:string())\n"
     "Bare:object(__class__(im.Bare)[1]text:string())\n";
 
@@ -52,7 +52,8 @@ def frame_of(text, affirm):
     return len(packet).to_bytes(4, "big") + packet
 
 def talk(s, text, affirm):
-    s.sendall(frame_of(text, affirm) + heartbeat)
+    broken = bytes([0, 0, 0, 9, 0, 0, 0, 0, 0xA5, 0xA5, 0xA5, 0xA5, 0xA5])
+    s.sendall((broken if text == b"broken" else frame_of(text, affirm)) + heartbeat)
     came = b""
     # TLS takes a reset for an end: the socket below it tells them apart.
     below = socket.socket(fileno=os.dup(s.fileno()))
@@ -110,6 +111,15 @@ bool has(std::string const & text, std::string const & part) {
     return text.find(part) != std::string::npos;
 }
 
+/// A frame of version 4 with this affirm, code and sequence, and `session` as the gateway counts clients.
+std::string frameOf(std::string const & affirm, std::string const & code, std::string const & session,
+                    std::string const & body) {
+    std::size_t const size = 16 + body.size() / 2;
+    std::string const digits = "0123456789abcdef";
+    return std::string("000000") + digits[size >> 4] + digits[size & 15u] + "0004" + affirm + code +
+           "000007" + std::string(15, '0') + session + body;
+}
+
 TEST(ToolGateway, EndsWithTheReaderOfItsOutputAlsoWhereThatIsASocket) {
     GatewayRig const rig;
     rig.tool.file("read.py", "import socket, subprocess, sys\n"
@@ -122,6 +132,14 @@ TEST(ToolGateway, EndsWithTheReaderOfItsOutputAlsoWhereThatIsASocket) {
     ToolRun const run =
         rig.run("python3 read.py $TAV gateway --port 0 --chain chain.pem --key key.pem -t m.pml");
     EXPECT_EQ(run.out, std::to_string(-SIGPIPE) + "\n") << run.err;
+}
+
+TEST(ToolGateway, HelpSaysWhatIsDoneWithAPacketThatNoRuleIsFor) {
+    std::string const help = ToolRig(TAV_TOOL).run("gateway --help").out;
+    for (char const * const part :
+         {"0x3000", "0x7001", "0x7005", "--echo", "receipt", "heartbeat", "TLS 1.2"}) {
+        EXPECT_TRUE(has(help, part)) << part << "\n" << help;
+    }
 }
 
 TEST(ToolGateway, RulesMatchByCodeClassAndFieldAndTheFirstThatFitsCounts) {
@@ -143,6 +161,86 @@ TEST(ToolGateway, RulesMatchByCodeClassAndFieldAndTheFirstThatFitsCounts) {
     EXPECT_EQ(run.out, wanted + "ended with 0\n") << run.err << contentOf(rig.tool.path("gw.err"));
 }
 
+TEST(ToolGateway, RulesCompareFloatingNumbersWithAllTheirDigits) {
+    GatewayRig const rig;
+    char const * const values[] = {"\"x\":0.1234567", "\"x\":1234567", "\"f\":3.1415927", "\"f\":16777216",
+                                   "\"x\":0.12345678901234567"};
+    std::string rules = R"([{"class":"im.Say","fields":{"x":1234570},"do":[
+        {"answer":{"__class__":"im.Said","text":"six digits"}}]})";
+    std::string lines = "printf '%s\\n'";
+    std::string wanted;
+    for (char const * const value : values) {
+        std::string const number = std::string(value).substr(4);
+        rules += std::string(R"(,{"class":"im.Say","fields":{)") + value +
+                 R"(},"do":[{"answer":{"__class__":"im.Said","text":")" + number + "\"}}]}";
+        lines += std::string(" '{\"text\":\"a\",") + value + "}'";
+        wanted += number + "\n";
+    }
+    rules += R"(,{"do":[{"answer":{"__class__":"im.Said","text":"none"}}]}])";
+    ToolRun const run = rig.by(rules, lines + R"( '{"text":"a","x":0.1234568}' | ask --file - )"
+                                              R"(| sed 's/.*text":"//; s/".*//')");
+    EXPECT_EQ(run.out, wanted + "none\nended with 0\n") << run.err;
+}
+
+TEST(ToolGateway, TextsAreComparedByTheirBytesAlsoWithWordsThatAreNumbers) {
+    GatewayRig const rig;
+    ToolRun const run = rig.by(
+        R"([{"class":"im.Say","fields":{"text":inf},"do":[{"answer":{"__class__":"im.Said","text":"inf"}}]},
+            {"do":[{"answer":{"__class__":"im.Said","text":"none"}}]}])",
+        R"(printf '{"text":"%s"}\n' inf INF infinity | ask --file - | sed 's/.*text":"//; s/".*//' | paste -sd' ')");
+    EXPECT_EQ(run.out, "inf none none\nended with 0\n") << run.err;
+}
+
+TEST(ToolGateway, MessageIsReadOnceForAllRules) {
+    GatewayRig const rig;
+    std::string rules = "[";
+    for (int i = 0; i < 3000; ++i) {
+        rules += R"({"class":"im.Say","fields":{"n":)" + std::to_string(i) + R"(},"do":["drop"]},)";
+    }
+    // To read a megabyte for each of them takes longer than a request waits.
+    rig.tool.file("large.json", "{\"n\":-1,\"text\":\"" + std::string(1 << 20, 'x') + "\"}");
+    ToolRun const run = rig.by(rules + R"({"do":[{"answer":{"__class__":"im.Said","text":"last"}}]}])",
+                               "ask --timeout 10000 --file large.json");
+    EXPECT_EQ(run.out, "{ \"__class__\":\"im.Said\", \"text\":\"last\" }\nended with 0\n") << run.err;
+}
+
+TEST(ToolGateway, RuleThatNoPacketGetsToIsToldAndTheGatewayStarts) {
+    GatewayRig const rig;
+    ToolRun const run = rig.by(
+        "[{\"code\":\"2001\",\"times\":1,\"do\":[\"drop\"]},\n{\"class\":\"im.Say\",\"do\":[\"usual\"]},\n"
+        "{\"class\":\"im.Said\",\"do\":[\"drop\"]},{\"code\":\"2001\",\"fields\":{\"n\":1},\"do\":[\"drop\"]}"
+        ",\n"
+        "{\"do\":[\"usual\"]}]",
+        "grep -c warning gw.err; grep '3:35: warning: no packet gets to this rule: the one in line 2 ' "
+        "gw.err");
+    EXPECT_EQ(run.out, "1\ntav: r.json:3:35: warning: no packet gets to this rule: the one in line 2 takes "
+                       "them all\nended with 0\n")
+        << run.err;
+}
+
+TEST(ToolGateway, CloseLetsAnswersGoThatAreDelayed) {
+    GatewayRig const rig;
+    rig.tool.file("r.json", R"([{"do":[{"answer":{"__class__":"im.Said","text":"h"}},"close"]}])");
+    ToolRun const run = rig.run("serve --rules r.json --quiet --delay 100\nraw h\nstop");
+    EXPECT_EQ(run.out, frameOf("00", "2005", "1", "ff012801f10168ff0129") + " closed\nended with 0\n")
+        << run.err;
+}
+
+TEST(ToolGateway, PacketThatIsNoneIsToldInALine) {
+    GatewayRig const rig;
+    ToolRun const run = rig.run("serve\nraw broken\nstop\ngrep -A1 'bad packet' gw.out");
+    EXPECT_TRUE(has(run.out, "gateway: #1 bad packet: ")) << run.out;
+    EXPECT_FALSE(has(run.out, "throw at")) << run.out;
+}
+
+TEST(ToolGateway, PushesToSilentConnectionsAreNotCounted) {
+    GatewayRig const rig;
+    ToolRun const run = rig.by(
+        R"([{"do":[{"push":{"__class__":"im.Said","text":"a"}},"silence",{"push":{"__class__":"im.Said","text":"b"}}]}])",
+        "raw silence >/dev/null; stop; grep -o 'pushes [0-9]*' gw.out");
+    EXPECT_EQ(run.out.substr(0, 22), "ended with 0\npushes 1\n") << run.out << run.err;
+}
+
 TEST(ToolGateway, RuleIsForTheTimesThatItSays) {
     GatewayRig const rig;
     ToolRun const run = rig.by(
@@ -160,15 +258,6 @@ TEST(ToolGateway, DelayHoldsUpItsOwnStepsAlone) {
             {"do":[{"answer":{"__class__":"im.Said","text":"fast"}}]}])",
         R"(printf '{"text":"slow"}\n{"text":"fast"}\n' | ask --at-once 2 --file - | grep -o 'slow\|fast' | paste -sd' ')");
     EXPECT_EQ(run.out, "fast slow\nended with 0\n") << run.err;
-}
-
-/// A frame of version 4 with this affirm, code and sequence, and `session` as the gateway counts clients.
-std::string frameOf(std::string const & affirm, std::string const & code, std::string const & session,
-                    std::string const & body) {
-    std::size_t const size = 16 + body.size() / 2;
-    std::string const digits = "0123456789abcdef";
-    return std::string("000000") + digits[size >> 4] + digits[size & 15u] + "0004" + affirm + code +
-           "000007" + std::string(15, '0') + session + body;
 }
 
 TEST(ToolGateway, EachStepDoesWhatItIsCalledFor) {
@@ -267,6 +356,37 @@ TEST(ToolGateway, RecordHasAllFramesBothWaysAsTheyWere) {
     EXPECT_EQ(state.st_mode & 0777u, 0600u);
 }
 
+TEST(ToolGateway, RecordEndsWithAWholeFrameAlsoWhereTheDiskIsFull) {
+    GatewayRig const rig;
+    rig.tool.file("long.json", "{\"text\":\"" + std::string(700, 'x') + "\"}");
+    rig.tool.file("r.json", R"([{"do":[{"answer":{"__class__":"im.Said","text":"h"}}]}])");
+    ToolRun const run = rig.run(R"sh(
+        # The third message does not fit any more, which is a failure and no signal.
+        trap '' XFSZ
+        ulimit -Sf 2
+        serve --rules r.json --record full.bin --recorded in --quiet
+        for i in 1 2 3; do ask --timeout 3000 --file long.json >/dev/null; done
+        wait $gw; echo "$?"; cat gw.err
+        $TAV convert -t m.pml --from frames --to json full.bin | grep -c xxx; echo "${PIPESTATUS[0]}")sh");
+    EXPECT_EQ(run.out, "2\ntav: full.bin: can't be written: File too large\n2\n0\n") << run.err;
+}
+
+TEST(ToolGateway, FileWithoutWholeFramesIsNotRecordedInto) {
+    GatewayRig const rig;
+    std::string const frames("\0\0\0\0\0\0\0\2ab", 10);
+    std::string const with = "gateway --chain chain.pem --key key.pem --until-eof --record r.bin";
+    rig.tool.file("r.bin", frames);
+    EXPECT_EQ(rig.tool.run(with).code, 0);
+    for (std::string const & tail :
+         {std::string("\0\0\0\7half", 8), std::string("\0\0", 2), std::string("text")}) {
+        rig.tool.file("r.bin", frames + tail);
+        ToolRun const run = rig.tool.run(with);
+        EXPECT_EQ(run.code, 2);
+        EXPECT_TRUE(has(run.err, "tav: r.bin: byte 10: no whole frame is there")) << run.err;
+        EXPECT_EQ(contentOf(rig.tool.path("r.bin")), frames + tail);
+    }
+}
+
 /// What a file of rules says, and what is told of it.
 struct BrokenRules {
     char const * rules;
@@ -275,7 +395,11 @@ struct BrokenRules {
 BrokenRules const brokenRules[] = {
     {"", "1:1: error: rules are a list"},
     {"{}", "1:1: error: rules are a list"},
+    {"hello", "1:1: error: rules are a list"},
+    {"\n // rules\n[]", "2:2: error: rules are a list"},
+    {"\xEF\xBB\xBF[]", "1:1: error: the file begins with a byte order mark"},
     {"[1]", "1:2: error: a rule is an object"},
+    {"[{\"do\":[\"drop\"]} /* x */]", "1:18: error: JSON has no comments"},
     {"[\n {\"do\":[\"drop\"]},\n {\"cod\":\"2001\",\"do\":[\"drop\"]}]",
      "3:3: error: a rule has no member cod: "},
     {"[{\"do\":[\"drop\"],\"do\":[]}]", "1:17: error: do is given twice"},
@@ -295,13 +419,19 @@ BrokenRules const brokenRules[] = {
     {"[{\"fields\":{\"n\":1},\"do\":[\"drop\"]}]", "1:3: error: fields need a class"},
     {"[{\"class\":\"im.Say\",\"fields\":{\"m\":1},\"do\":[\"drop\"]}]",
      "1:30: error: the class im.Say has no field m"},
+    {"[{\"class\":\"im.Say\",\"fields\":{\"txet\":1},\"do\":[\"drop\"]}]",
+     "1:30: error: the class im.Say has no field txet; did you mean text?"},
+    {"[{\"class\":\"im.Say\",\"fields\":{\"n\":1,\"n\":2},\"do\":[\"drop\"]}]",
+     "1:36: error: n is given twice"},
     {"[{\"class\":\"im.Say\",\"fields\":{\"n\":\"x\"},\"do\":[\"drop\"]}]", "1:34: error: field n "},
     {"[{\"class\":\"im.Say\",\"fields\":{\"n\":[1]},\"do\":[\"drop\"]}]",
      "1:34: error: a field is compared with a text, a number, true or false"},
     {"[{\"do\":[{\"answer\":{\"__class__\":\"im.Said\"}}]}]",
      "1:19: error: missing necessary field name(s) { text } in class im.Said"},
     {"[{\"do\":[{\"answer\":{\"__class__\":\"im.Said\",\"text\":\"a\",\"b\":1}}]}]",
-     "1:53: error: not found field name [b]"},
+     "1:53: error: not found field name [b] in class im.Said\n"},
+    {"[{\"do\":[{\"answer\":{\"__class__\":\"im.Said\",\"text\":\"a\",\"text\":\"b\"}}]}]",
+     "1:42: error: the member text is given again, and the last one stands\n"},
     {"[{\"do\":[{\"push\":{\"__class__\":\"im.Bare\",\"text\":\"a\"}}]}]",
      "1:17: error: the class im.Bare has no code to be sent by"},
     {"[{\"skip\":1e9,\"do\":[\"drop\"]}]", "1:10: error: skip is a number from 0 to "},
