@@ -62,6 +62,8 @@ struct Context {
     std::size_t count = 0;
     /// How many values have come.
     std::size_t index = 0;
+    /// The protected field that all of this stands below; null if there is none.
+    MetaField const * guard = nullptr;
 };
 
 /// A value with all that is known of it.
@@ -71,6 +73,8 @@ struct Spot {
     MetaClass const * around = nullptr;
     Kind kind = kinds::unknown_;
     std::string note;
+    /// The field that protects it; null if none does.
+    MetaField const * guard = nullptr;
 };
 
 } // namespace
@@ -90,11 +94,12 @@ public:
 
 private:
     Spot spotOf(NbrValue const & value);
+    Spot placeOf(NbrValue const & value);
     Spot memberOf(Context const & in, int tag) const;
     Context contextOf(Spot const & spot, NbrValue const & value) const;
     TreeLine lineOf(Spot const & spot, NbrValue const & value, std::size_t headSize) const;
     std::string typeOf(Spot const & spot, NbrValue const & value) const;
-    bool isMasked(Spot const & spot) const;
+    bool isMasked(Spot const & spot, NbrValue const & value) const;
     void tellData(Spot const & spot, NbrValue const & value);
     std::string notHere(Spot const & spot, NbrValue const & value) const;
     bool nested(std::size_t index, Spot const & spot, NbrValue const & value);
@@ -125,6 +130,15 @@ Spot DumpTree::NbrTree::memberOf(Context const & in, int tag) const {
 }
 
 Spot DumpTree::NbrTree::spotOf(NbrValue const & value) {
+    MetaField const * const guard = open_.back().guard;
+    Spot spot = placeOf(value);
+    spot.guard = guard != nullptr                                   ? guard
+                 : spot.field != nullptr && spot.field->isProtected ? spot.field
+                                                                    : nullptr;
+    return spot;
+}
+
+Spot DumpTree::NbrTree::placeOf(NbrValue const & value) {
     Context & in = open_.back();
     std::size_t const index = in.index++;
     Spot spot;
@@ -190,10 +204,13 @@ std::string DumpTree::NbrTree::typeOf(Spot const & spot, NbrValue const & value)
     return own ? typeText(*spot.field) : kindName(spot.kind);
 }
 
-bool DumpTree::NbrTree::isMasked(Spot const & spot) const {
-    return spot.field != nullptr && spot.field->isProtected && !owner_.reveal_ &&
-           (spot.kind == kinds::bytes_ || spot.kind == kinds::string_ || spot.kind == kinds::wstring_ ||
-            spot.kind == kinds::u8string_);
+/// Of what is protected all is masked but numbers where the template has them: what else stands there was
+/// meant for something that may be as secret as what it has taken the place of.
+bool DumpTree::NbrTree::isMasked(Spot const & spot, NbrValue const & value) const {
+    bool const number =
+        spot.field != nullptr && widthOf(spot.kind) != 0 && !value.text &&
+        oddness(owner_.part(shift_ + value.data, shift_ + value.data + value.size), false, spot.kind).empty();
+    return spot.guard != nullptr && !owner_.reveal_ && !number;
 }
 
 TreeLine DumpTree::NbrTree::lineOf(Spot const & spot, NbrValue const & value, std::size_t headSize) const {
@@ -213,11 +230,12 @@ void DumpTree::NbrTree::tellData(Spot const & spot, NbrValue const & value) {
     bool const typed = spot.field != nullptr && (kinds::isSimple(spot.kind) || spot.kind == kinds::enum_);
     TreeLine line = lineOf(spot, value, value.data - value.head);
     line.type = typeOf(spot, value);
-    bool const hidden = isMasked(spot);
+    bool const hidden = isMasked(spot, value);
     if (value.null) {
         line.value = "null";
     } else if (hidden) {
-        line.value = maskedValue(data, *spot.field);
+        line.value = maskedValue(data, *spot.guard);
+        line.note = line.note.empty() && !typed ? notHere(spot, value) : line.note;
     } else if (typed) {
         pml::MetaEnum const * const names = spot.kind == kinds::enum_
                                                 ? findEnum(*spot.field, *spot.around, *owner_.model_->factory)
@@ -311,7 +329,8 @@ void DumpTree::NbrTree::open(NbrValue const & value) {
         owner_.watch_(shift_ + value.begin);
     }
     Spot const spot = spotOf(value);
-    Context const in = contextOf(spot, value);
+    Context in = contextOf(spot, value);
+    in.guard = spot.guard;
     TreeLine line = lineOf(spot, value, 3);
     if (spot.field != nullptr && (kinds::isSimple(spot.kind) || spot.kind == kinds::enum_)) {
         line.note = "an object where the template has " + kindName(spot.kind);

@@ -3,6 +3,7 @@
 #include "tools/command.h"
 #include "tools/failure.h"
 #include "tools/nbr_reader.h"
+#include "tools/terminal_text.h"
 
 #include <tav/vinta/vinta_json2nbr.h>
 
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <stdexcept>
 
 namespace tav {
@@ -34,6 +36,26 @@ public:
     void open(NbrValue const &) override {}
     void close(std::size_t) override {}
 };
+
+/// The library's JSON with the controls that it writes as they are, NUL and those from 127 to 159, as
+/// escapes.
+std::string withEscapes(std::string_view json) {
+    std::string text;
+    text.reserve(json.size());
+    while (!json.empty()) {
+        Character const c = characterOf(json);
+        std::size_t const size = std::max<std::size_t>(c.size, 1);
+        if (c.size != 0 && (c.number == 0 || (c.number >= 127 && c.number < 160))) {
+            char escape[8];
+            std::snprintf(escape, sizeof(escape), "\\u%04x", static_cast<unsigned>(c.number));
+            text += escape;
+        } else {
+            text += json.substr(0, size);
+        }
+        json.remove_prefix(size);
+    }
+    return text;
+}
 
 int millisecondsTo(Live::Clock::time_point until) {
     constexpr int longest = 60000;
@@ -387,7 +409,7 @@ std::string jsonOf(unsigned short code, std::string_view body, Template const & 
     }
     tavString text;
     json2nbr::read(text, istrOf(body), cls->className, *model.factory, false);
-    return stringOf(text);
+    return withEscapes(viewOf(tav_istr(text)));
 }
 
 } // namespace tool

@@ -91,6 +91,24 @@ TEST(ToolDump, TemplateGivesNamesTypesAndMasks) {
     EXPECT_EQ(rig.run("dump --code 1f01 -t m.pml " + bytes).out, run.out);
 }
 
+TEST(ToolDump, WhatStandsBelowAProtectedFieldIsMaskedToo) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", model);
+    std::string const text = "F10668756E746572";
+    for (std::string const & secret :
+         {"FF0128 01 " + text + " FF0129", "FF0128 00 " + text + " 00 FF0128 02 " + text + " FF0129 FF0129",
+          std::string("010668756E746572")}) {
+        std::string const bytes =
+            "-t m.pml -c im.Hello --hex 'FF0128 01 F10161 05 " + secret + " 0B F10162 FF0129'";
+        ToolRun const run = rig.run("dump -a " + bytes);
+        EXPECT_EQ(run.out.find("hunter"), std::string::npos) << run.out;
+        EXPECT_EQ(run.out.find("68 75 6E"), std::string::npos) << run.out;
+        EXPECT_NE(run.out.find("***[6]"), std::string::npos) << run.out;
+        EXPECT_NE(run.out.find("text \"b\""), std::string::npos) << run.out;
+        EXPECT_NE(rig.run("dump -a --reveal " + bytes).out.find("68 75 6E"), std::string::npos);
+    }
+}
+
 TEST(ToolDump, AnnotatedFormShowsEachByteOnce) {
     ToolRun const run =
         ToolRig(TAV_TOOL).run("dump -a --hex '00000014 0006 00 1234 00 0002 0000000000000003 0000 4142'");

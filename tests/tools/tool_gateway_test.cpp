@@ -241,6 +241,16 @@ TEST(ToolGateway, PushesToSilentConnectionsAreNotCounted) {
     EXPECT_EQ(run.out.substr(0, 22), "ended with 0\npushes 1\n") << run.out << run.err;
 }
 
+TEST(ToolGateway, ReplyWithControlsIsPrintedWithEscapes) {
+    GatewayRig const rig;
+    std::string const answer = R"({"__class__":"im.Said","text":"a\u0000b\u0001c\u007fd\u0085e\u00a1"})";
+    ToolRun const run = rig.by("[{\"do\":[{\"answer\":" + answer + "}]}]", "ask '{\"text\":\"a\"}'");
+    EXPECT_EQ(run.out,
+              "{ \"__class__\":\"im.Said\", \"text\":\"a\\u0000b\\u0001c\\u007fd\\u0085e\xC2\xA1\" }\n"
+              "ended with 0\n")
+        << run.err;
+}
+
 TEST(ToolGateway, RuleIsForTheTimesThatItSays) {
     GatewayRig const rig;
     ToolRun const run = rig.by(

@@ -123,6 +123,18 @@ class Messages(Case):
         revealed = self.shown(captured_streams([HELLO]), "-o", "tav.reveal:TRUE")
         self.assertIn('[5] secret: string? "hunter2"', revealed)
 
+    def test_what_stands_below_a_protected_field_is_masked_too(self) -> None:
+        text = "F106" + b"hunter".hex()
+        for secret in (f"FF0128 01 {text} FF0129", f"FF0128 00 {text} 00 FF0128 02 {text} FF0129 FF0129", "0105" + b"hunte".hex()):
+            with self.subTest(secret=secret):
+                payload = mobile(bytes.fromhex(f"FF0128 01 F10161 05 {secret} 06 010107 FF0129"))
+                shown = self.shown_bytes(payload)
+                self.assertNotIn("hunte", shown)
+                self.assertIn("***[", shown)
+                self.assertEqual(tree_of(shown), self.dumped(payload))
+                revealed = self.shown(captured_streams([payload]), "-o", "tav.reveal:TRUE")
+                self.assertEqual(tree_of(revealed), self.dumped(payload, CHAT, "--reveal"))
+
     def test_what_is_odd_is_noted_as_by_the_tool(self) -> None:
         object_of = "FF0128 {} FF0129"
         for code, body, note in (
@@ -184,6 +196,21 @@ class Messages(Case):
         ):
             with self.subTest(condition=condition):
                 self.assertEqual(len(self.tshark(path, "-Y", condition).splitlines()), packets)
+
+    def test_filters_find_numbers_above_those_with_a_sign(self) -> None:
+        template = self.folder / "template.pml"
+        template.write_text("N:object( __class__(x.N) __code__(1F01) [1]n:uint64() )")
+        bodies = (b"\xff" * 8, bytes(7) + b"\x80", b"\xff" * 7 + b"\x7f", b"\5")
+        payloads = [mobile(b"\xff\1\x28\1\1" + bytes([len(body)]) + body + b"\xff\1\x29") for body in bodies]
+        path = captured_streams(payloads).write(self.folder / "capture.pcap")
+        for condition, packets in (
+            ("tav.unsigned == 18446744073709551615", 1),
+            ("tav.unsigned", 2),
+            ("tav.number == 9223372036854775807", 1),
+            ("tav.number < 0", 0),
+        ):
+            with self.subTest(condition=condition):
+                self.assertEqual(len(self.tshark(path, "-Y", condition, template=template).splitlines()), packets)
 
     def test_the_column_names_them(self) -> None:
         path = captured_streams([HELLO + bytes(4) + mobile(b"", 0x2222)]).write(self.folder / "capture.pcap")

@@ -56,6 +56,7 @@ local f = {
     field = ProtoField.string("tav.field", "Field"),
     text = ProtoField.string("tav.text", "Text"),
     number = ProtoField.int64("tav.number", "Number"),
+    unsigned = ProtoField.uint64("tav.unsigned", "Unsigned number"),
     real = ProtoField.double("tav.real", "Real number"),
     bytes = ProtoField.string("tav.bytes", "Bytes"),
     null = ProtoField.none("tav.null", "Null"),
@@ -729,6 +730,10 @@ local function typed_value(data, kind, members)
         return text, f.real, value
     elseif width then
         local text, value = integer(data, width, kind:sub(1, 1) ~= "u")
+        if kind == "uint64" and #data >= width and data:byte(width) >= 0x80 then
+            -- As a number with a sign it would be a negative one.
+            return text, f.unsigned, UInt64.new(little_endian(data, 1, 4), little_endian(data, 5, 4))
+        end
         if kind == "time" then
             text = time_text(text, value:tonumber())
         elseif kind == "enum" and members and members[value:tonumber()] then
@@ -750,6 +755,10 @@ local function plain_value(data, is_text)
         text = text .. " or " .. integer(data, #data, true)
     end
     return text, f.number, value
+end
+
+local function plain_type(data, is_text)
+    return is_text and "text" or (#data > 8 or data == "") and "bytes" or "number"
 end
 
 -- What is odd in data of this kind; `members` are those of an enum, as far as the template has it.
@@ -801,8 +810,15 @@ function Document:member_spot(context, tag)
     return spot
 end
 
--- What is known of the value that comes next.
+-- What is known of the value that comes next, and the field that protects it: its own, or one that it stands below.
 function Document:spot(tag)
+    local guard = self.open[#self.open].guard
+    local spot = self:place(tag)
+    spot.guard = guard or spot.field and spot.field.mask and spot.field or nil
+    return spot
+end
+
+function Document:place(tag)
     local context = self.open[#self.open]
     context.index = context.index + 1
     local holds = context.holds
@@ -870,6 +886,13 @@ function Document:add_name(item, range, spot)
     end
 end
 
+-- Of what is protected all is masked but numbers where the template has them: what else stands there may be as secret as
+-- what it has taken the place of.
+local function is_masked(data, is_text, kind, guard)
+    if not guard or tav.prefs.reveal then return false end
+    return not (kind and widths[kind] and not is_text and not oddness(data, is_text, kind))
+end
+
 function Document:show_value(begin, data_at, data, is_text, is_null, spot)
     if (spot.old == old_body or spot.old == old_option) and data ~= "" then
         return self:show_carrier(begin, data_at, data, spot)
@@ -881,9 +904,13 @@ function Document:show_value(begin, data_at, data, is_text, is_null, spot)
     local type = spot.type
     if is_null then
         text, field = "null", f.null
-    elseif kind and spot.field.mask and not tav.prefs.reveal and (texts[kind] or kind == "bytes") then
-        text = masked(data, spot.field.mask)
+    elseif is_masked(data, is_text, kind, spot.guard) then
+        text = masked(data, spot.guard.mask)
         field, value = f.text, text
+        if not kind or composed[kind] and kind ~= "enum" then
+            note = spot.note or self:not_here(data, is_text, spot)
+            type = kind and type or plain_type(data, is_text)
+        end
     elseif kind and not composed[kind] or kind == "enum" then
         local members = kind == "enum" and find_enum(spot.class, spot.owner or spot.around) or nil
         text, field, value = typed_value(data, kind, members)
@@ -891,7 +918,7 @@ function Document:show_value(begin, data_at, data, is_text, is_null, spot)
     else
         text, field, value = plain_value(data, is_text)
         note = spot.note or self:not_here(data, is_text, spot)
-        type = kind and type or is_text and "text" or (#data > 8 or data == "") and "bytes" or "number"
+        type = kind and type or plain_type(data, is_text)
     end
     note = note or spot.note
     local name = spot.name ~= "" and spot.name .. ": " or ""
@@ -940,6 +967,7 @@ function Document:open_value(begin, at, spot)
     if #self.open >= deepest then label = label .. "  (at depth " .. #self.open .. ")" end
     context.item = add_text(self:parent(), f.complex, range, label)
     context.begin = begin
+    context.guard = spot.guard
     view.left = view.left - 1
     if note then context.item:add_proto_expert_info(e.odd, note) end
     self:add_name(context.item, range, spot)
