@@ -5,7 +5,7 @@ include(CheckCXXSourceCompiles)
 # function begins, and nothing that the loader has bound can be written to.  Only optimised builds have it, and none
 # under a sanitizer, which looks at more.
 set(tav_hardening "")
-if(NOT TAV_SANITIZE)
+if(NOT TAV_SANITIZE AND NOT TAV_COVERAGE AND NOT TAV_MUTANTS)
     foreach(flag -fstack-protector-strong -fstack-clash-protection -fcf-protection=full)
         string(MAKE_C_IDENTIFIER "TAV_HAS${flag}" known)
         set(CMAKE_REQUIRED_FLAGS "-Werror ${flag}")

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # The Debian packages that the builds need.  Run with the name of a list, it installs what this machine lacks of it;
 # the other scripts source it.
-# Usage: scripts/packages.sh library|demo|test|lint|long|places|fuzz|wireshark|browser|debian|abi
+# Usage: scripts/packages.sh library|demo|test|coverage|lint|long|places|fuzz|wireshark|browser|debian|abi
 
 library_packages=(g++ cmake make libasio-dev libssl-dev)
 demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libcpp-httplib-dev libedit-dev python3)
 test_packages=("${demo_packages[@]}" openssl doxygen clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
                protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev python3-pip mypy)
+coverage_packages=("${test_packages[@]}" gcovr)
 lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)
 long_packages=(haproxy stunnel4)
 places_packages=("${library_packages[@]}" ninja-build ca-certificates clang g++-aarch64-linux-gnu
@@ -55,12 +56,12 @@ need_packages() {
 if [ "${BASH_SOURCE[0]}" = "$0" ]; then
     set -euo pipefail
     case "${1-}" in
-    library | demo | test | lint | long | places | fuzz | wireshark | browser | debian | abi)
+    library | demo | test | coverage | lint | long | places | fuzz | wireshark | browser | debian | abi)
         declare -n list="$1_packages"
         need_packages "${list[@]}"
         ;;
     *)
-        echo "usage: scripts/packages.sh library|demo|test|lint|long|places|fuzz|wireshark|browser|debian|abi" >&2
+        echo "usage: scripts/packages.sh library|demo|test|coverage|lint|long|places|fuzz|wireshark|browser|debian|abi" >&2
         exit 2
         ;;
     esac
