@@ -12,7 +12,7 @@ need_packages "${debian_packages[@]}"
 
 build=$project/build/debian
 suite=$(. /etc/os-release && echo "$VERSION_CODENAME")
-site=$(apt-get indextargets --format '$(SITE)' 'Created-By: Packages' | grep -m1 '/debian/*$')
+site=$(apt-get indextargets --format '$(SITE)' 'Created-By: Packages' | awk '/\/debian\/*$/ && !found { print; found = 1 }')
 root=$work/root
 rm -rf "$work"
 mkdir -p "$work/old" "$root"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What tests/packages/debian.sh does in the fresh root.
+# What tests/packages/debian.sh does in the fresh root.  A pipe is read to its end: who writes into one that is closed has failed.
 # Usage: in_root.sh VERSION
 set -euo pipefail
 version=$1
@@ -87,10 +87,10 @@ for program in tav tav-gateway; do
 done
 tests/docs/tool_pages.sh /demo /usr/bin/tav /demo/pages
 for command in "" -check -dump -convert -diff -gen -tls -send -request -listen -load -gateway; do
-    zcat "/usr/share/man/man1/tav$command.1.gz" | grep -q '^\.TH' || fail "no man page of tav$command"
+    zcat "/usr/share/man/man1/tav$command.1.gz" | grep '^\.TH' >/dev/null || fail "no man page of tav$command"
 done
 for text in "a message gateway for development" "--rules FILE"; do
-    zcat /usr/share/man/man1/tav-gateway.1.gz | tr -d '\\' | grep -q -e "$text" || fail "the page of tav-gateway has no $text"
+    zcat /usr/share/man/man1/tav-gateway.1.gz | tr -d '\\' | grep -e "$text" >/dev/null || fail "the page of tav-gateway has no $text"
 done
 (. /usr/share/bash-completion/completions/tav && complete -p tav >/dev/null) || fail "no completion for bash"
 (. /usr/share/bash-completion/completions/tav-gateway && COMP_WORDS=(tav-gateway --ro) && _tav_gateway tav-gateway --ro &&
