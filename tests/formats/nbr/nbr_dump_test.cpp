@@ -199,6 +199,9 @@ TEST(NbrDumpPrint, StreamOfAValue) {
     NbrInputStream const s(tavSharedPtr<ValueBase>(new SimpleValue("abc", true)));
     EXPECT_EQ(printed(s), "[3]\"abc***[3]\"");
     EXPECT_EQ(printed(NbrInputStream(tavSharedPtr<ValueBase>())), "");
+    std::ostringstream pretty;
+    s.dump(pretty, true);
+    EXPECT_EQ(pretty.str(), "[3]\"abc***[3]\"\n");
 }
 
 TEST(NbrDumpPrint, OutputStreamPrintsItsOwnBytes) {
