@@ -1,170 +1,57 @@
-#include "gateway/certificates.h"
-#include "message.h"
+#include "echo.h"
 
-#include <asio.hpp>
-#include <asio/ssl.hpp>
 #include <benchmark/benchmark.h>
 
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <memory>
+#include <condition_variable>
+#include <mutex>
 #include <string>
-#include <thread>
+
+using namespace tav_bench;
 
 namespace {
 
-using asio::ip::tcp;
-using Stream = asio::ssl::stream<tcp::socket>;
+constexpr unsigned short code = 0x2001;
 
-/// Sends back every frame of every connection, one thread for all of them: the server of both benchmarks.
-class Echo {
-public:
-    explicit Echo(tav::gateway::Certificates const & certificates)
-        : tls_(asio::ssl::context::tlsv12_server),
-          acceptor_(io_, tcp::endpoint(asio::ip::address_v4::loopback(), 0)) {
-        tls_.use_certificate_chain(asio::buffer(certificates.chain));
-        tls_.use_private_key(asio::buffer(certificates.key), asio::ssl::context::pem);
-        accept();
-        thread_ = std::thread([this] { io_.run(); });
+/// A client of the library that is connected to an echo.
+struct Connected {
+    Connected() : client("bench") {
+        tavLogger::setup("(clear(NONE))", nullptr, false, tavLogger::WARN);
+        auto const info = client.start(optionOf(echo.port(), authority.file));
+        ok = info != nullptr && info->wait() == tav::tls::result_ok;
     }
-    ~Echo() {
-        io_.stop();
-        thread_.join();
-    }
-    unsigned short port() const { return acceptor_.local_endpoint().port(); }
+    ~Connected() { client.close(); }
+    Connected(Connected const &) = delete;
+    Connected & operator=(Connected const &) = delete;
 
-private:
-    struct Connection : std::enable_shared_from_this<Connection> {
-        Connection(tcp::socket socket, asio::ssl::context & tls) : stream(std::move(socket), tls) {}
-
-        void start() {
-            stream.lowest_layer().set_option(tcp::no_delay(true));
-            stream.async_handshake(asio::ssl::stream_base::server,
-                                   [self = shared_from_this()](std::error_code e) {
-                                       if (!e) {
-                                           self->head();
-                                       }
-                                   });
-        }
-        void head() {
-            frame.resize(4);
-            asio::async_read(stream, asio::buffer(frame),
-                             [self = shared_from_this()](std::error_code e, std::size_t) {
-                                 if (!e) {
-                                     self->body();
-                                 }
-                             });
-        }
-        void body() {
-            std::size_t size = 0;
-            for (char const c : frame) {
-                size = size << 8 | static_cast<unsigned char>(c);
-            }
-            frame.resize(4 + size);
-            asio::async_read(stream, asio::buffer(&frame[4], size),
-                             [self = shared_from_this()](std::error_code e, std::size_t) {
-                                 if (!e) {
-                                     self->back();
-                                 }
-                             });
-        }
-        void back() {
-            asio::async_write(stream, asio::buffer(frame),
-                              [self = shared_from_this()](std::error_code e, std::size_t) {
-                                  if (!e) {
-                                      self->head();
-                                  }
-                              });
-        }
-
-        Stream stream;
-        std::string frame;
-    };
-
-    void accept() {
-        acceptor_.async_accept([this](std::error_code e, tcp::socket socket) {
-            if (!e) {
-                std::make_shared<Connection>(std::move(socket), tls_)->start();
-                accept();
-            }
-        });
-    }
-
-    asio::io_context io_;
-    asio::ssl::context tls_;
-    tcp::acceptor acceptor_;
-    std::thread thread_;
+    Echo const echo{certificates()};
+    Authority const authority;
+    tav::tls::client client;
+    bool ok = false;
 };
-
-tav::gateway::Certificates const & certificates() {
-    static tav::gateway::Certificates const the = tav::gateway::makeCertificates();
-    return the;
-}
-
-std::string requestFrame() {
-    tavSharedPtr<tav::im::Packet> const packet = tav::im::Packet::create(true, 4);
-    packet->setCode(0x2001);
-    packet->setSequence(1);
-    packet->setBody(tav_istr(tav_bench_own::sample().encode(true)));
-    tavBytes body;
-    packet->encode(body);
-    tavBytes frame;
-    frame.writeBigEndian(body.size()).writeBytes(tav_istr(body));
-    return std::string(tav_istr(frame));
-}
 
 /// A request and its reply by the library: an object goes out, its echo comes back as an object.
 void requestReplyOwn(benchmark::State & state) {
-    Echo const echo(certificates());
-    std::string const ca =
-        std::filesystem::temp_directory_path() / ("tav-bench-ca-" + std::to_string(::getpid()));
-    std::ofstream(ca) << certificates().ca;
-    tavLogger::setup("(clear(NONE))", nullptr, false, tavLogger::WARN);
-    {
-        tav::tls::client client("bench");
-        tav::tls::connect_option option;
-        option.host = "127.0.0.1";
-        option.port = std::to_string(echo.port());
-        option.ca = ca;
-        option.timedout.wait_ms(5000);
-        if (client.start(option)->wait() != tav::tls::result_ok) {
-            state.SkipWithError("no connection");
+    Connected it;
+    tav_bench_own::Note const note = tav_bench_own::sample();
+    tav_bench_own::Note reply;
+    for (auto _ : state) {
+        if (!it.ok || it.client.send_and_wait(note, reply, 5000) != tav::tls::result_ok) {
+            state.SkipWithError("no reply");
+            break;
         }
-        tav_bench_own::Note const note = tav_bench_own::sample();
-        tav_bench_own::Note reply;
-        for (auto _ : state) {
-            if (client.send_and_wait(note, reply, 5000) != tav::tls::result_ok) {
-                state.SkipWithError("no reply");
-                break;
-            }
-        }
-        client.close();
     }
-    std::remove(ca.c_str());
 }
 BENCHMARK(requestReplyOwn)->UseRealTime();
 
 /// The same frames by nothing but asio and OpenSSL: a blocking client.
 void requestReplyBare(benchmark::State & state) {
     Echo const echo(certificates());
-    asio::io_context io;
-    asio::ssl::context tls(asio::ssl::context::tlsv12_client);
-    tls.add_certificate_authority(asio::buffer(certificates().ca));
-    tls.set_verify_mode(asio::ssl::verify_peer);
-    Stream stream(io, tls);
-    stream.lowest_layer().connect(tcp::endpoint(asio::ip::address_v4::loopback(), echo.port()));
-    stream.lowest_layer().set_option(tcp::no_delay(true));
-    stream.handshake(asio::ssl::stream_base::client);
+    BareClient client(echo.port());
     std::string const frame = requestFrame();
     std::string reply(frame.size(), '\0');
     for (auto _ : state) {
-        asio::write(stream, asio::buffer(frame));
-        asio::read(stream, asio::buffer(&reply[0], 4));
-        asio::read(stream, asio::buffer(&reply[4], reply.size() - 4));
+        client.write(frame);
+        client.read(reply);
         benchmark::DoNotOptimize(reply);
     }
     if (reply != frame) {
@@ -172,5 +59,81 @@ void requestReplyBare(benchmark::State & state) {
     }
 }
 BENCHMARK(requestReplyBare)->UseRealTime();
+
+constexpr unsigned burst = 256;
+
+/// Requests that are all tracked, sent one behind the other, until each has its reply.
+void trackedBurstOwn(benchmark::State & state) {
+    Connected it;
+    std::string const body = requestBody();
+    std::mutex mutex;
+    std::condition_variable changed;
+    unsigned back = 0;
+    tav::tls::nbr_function const count = [&](unsigned long long, unsigned short, unsigned char const *,
+                                             unsigned int, tavMsgExt) {
+        std::lock_guard<std::mutex> const guard(mutex);
+        if (++back == burst) {
+            changed.notify_one();
+        }
+    };
+    for (auto _ : state) {
+        back = 0;
+        for (unsigned i = 0; i < burst; ++i) {
+            tav::tls::send_option const option(5000, {}, {}, count, code, false, 4);
+            it.client.send_nbr_msg(code, reinterpret_cast<unsigned char const *>(body.data()),
+                                   static_cast<unsigned>(body.size()), option);
+        }
+        std::unique_lock<std::mutex> guard(mutex);
+        if (!changed.wait_for(guard, std::chrono::seconds(10), [&] { return back == burst; })) {
+            state.SkipWithError("a reply is missing");
+            break;
+        }
+    }
+}
+BENCHMARK(trackedBurstOwn)->UseRealTime();
+
+/// The same frames in one write, and as many bytes back.
+void trackedBurstBare(benchmark::State & state) {
+    Echo const echo(certificates());
+    BareClient client(echo.port());
+    std::string frames;
+    for (unsigned i = 0; i < burst; ++i) {
+        frames += requestFrame();
+    }
+    std::string replies(frames.size(), '\0');
+    for (auto _ : state) {
+        client.write(frames);
+        client.read(replies);
+        benchmark::DoNotOptimize(replies);
+    }
+}
+BENCHMARK(trackedBurstBare)->UseRealTime();
+
+/// From `start` until its result says that the connection is up.
+void connectOwn(benchmark::State & state) {
+    Connected it;
+    tav::tls::connect_option const option = optionOf(it.echo.port(), it.authority.file);
+    for (auto _ : state) {
+        auto const info = it.client.start(option);
+        if (info == nullptr || info->wait() != tav::tls::result_ok) {
+            state.SkipWithError("no connection");
+            break;
+        }
+        state.PauseTiming();
+        it.client.close();
+        state.ResumeTiming();
+    }
+}
+BENCHMARK(connectOwn)->UseRealTime();
+
+/// A context, a connect and a handshake by nothing but asio and OpenSSL.
+void connectBare(benchmark::State & state) {
+    Echo const echo(certificates());
+    for (auto _ : state) {
+        auto const client = std::make_unique<BareClient>(echo.port());
+        benchmark::DoNotOptimize(client);
+    }
+}
+BENCHMARK(connectBare)->UseRealTime();
 
 } // namespace

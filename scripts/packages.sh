@@ -6,7 +6,7 @@
 library_packages=(g++ cmake make libasio-dev libssl-dev)
 demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libcpp-httplib-dev libedit-dev python3)
 test_packages=("${demo_packages[@]}" openssl doxygen clang pkgconf libgtest-dev libbenchmark-dev libprotobuf-dev
-               protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev python3-pip mypy)
+               protobuf-compiler rapidjson-dev nlohmann-json3-dev libpugixml-dev libspdlog-dev python3-pip mypy)
 coverage_packages=("${test_packages[@]}" gcovr)
 lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)
 long_packages=(haproxy stunnel4)
