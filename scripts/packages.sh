@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The Debian packages that the builds need.  Run with the name of a list, it installs what this machine lacks of it;
 # the other scripts source it.
-# Usage: scripts/packages.sh library|demo|test|coverage|lint|long|places|fuzz|wireshark|browser|debian|abi
+# Usage: scripts/packages.sh library|demo|test|coverage|performance|lint|long|places|fuzz|wireshark|browser|debian|abi
 
 library_packages=(g++ cmake make libasio-dev libssl-dev)
 demo_packages=("${library_packages[@]}" ninja-build ccache git ca-certificates libcli11-dev libcpp-httplib-dev libedit-dev python3)
@@ -18,6 +18,7 @@ browser_packages=(chromium-headless-shell python3)
 debian_packages=("${library_packages[@]}" git libcli11-dev libcpp-httplib-dev python3 pkgconf dpkg-dev debhelper dh-python help2man lintian
                  debootstrap)
 abi_packages=("${library_packages[@]}" git abigail-tools)
+performance_packages=(binutils gnuplot-nox python3)
 
 # Tells what to ask an administrator for, in a line that can be pasted.
 ask_for_packages() {
@@ -56,12 +57,12 @@ need_packages() {
 if [ "${BASH_SOURCE[0]}" = "$0" ]; then
     set -euo pipefail
     case "${1-}" in
-    library | demo | test | coverage | lint | long | places | fuzz | wireshark | browser | debian | abi)
+    library | demo | test | coverage | performance | lint | long | places | fuzz | wireshark | browser | debian | abi)
         declare -n list="$1_packages"
         need_packages "${list[@]}"
         ;;
     *)
-        echo "usage: scripts/packages.sh library|demo|test|coverage|lint|long|places|fuzz|wireshark|browser|debian|abi" >&2
+        echo "usage: scripts/packages.sh library|demo|test|coverage|performance|lint|long|places|fuzz|wireshark|browser|debian|abi" >&2
         exit 2
         ;;
     esac

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs all tests: in a release build, under address and undefined-behaviour sanitizers, and under the
 # thread sanitizer.  What is missing on a fresh Debian machine is installed first.
-# Usage: scripts/test.sh [test|debug|asan|tsan ...]
+# Usage: scripts/test.sh [test|debug|asan|tsan|long ...]      long: what takes minutes, hours in all, of the release build
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
@@ -9,8 +9,6 @@ need_packages "${test_packages[@]}"
 
 presets=("$@")
 [ ${#presets[@]} -gt 0 ] || presets=(test asan tsan)
-jobs=$(($(nproc) + 2))
-
 export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 export TSAN_OPTIONS="halt_on_error=1:second_deadlock_stack=1${TSAN_OPTIONS:+:$TSAN_OPTIONS}"
 
@@ -33,9 +31,14 @@ for preset in "${presets[@]}"; do
     if [ "$preset" = tsan ] && [ "$(cat /proc/sys/vm/mmap_rnd_bits 2>/dev/null || echo 28)" -gt 28 ]; then
         run=(setarch "$(uname -m)" -R)
     fi
-    cmake --preset "$preset" >/dev/null
-    cmake --build --preset "$preset"
-    logs=build/$preset/Testing/Temporary
+    build=$preset jobs=$(($(nproc) + 2))
+    # Each of these takes both cores for itself.
+    if [ "$preset" = long ]; then
+        build=test jobs=1
+    fi
+    cmake --preset "$build" >/dev/null
+    cmake --build --preset "$build"
+    logs=build/$build/Testing/Temporary
     rm -f "$logs/LastTestsFailed.log"
     "${run[@]}" ctest --preset "$preset" -j "$jobs" --progress || tell_failures "$logs"
 done
