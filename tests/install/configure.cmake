@@ -8,7 +8,7 @@ foreach(entry CMakeLists.txt CMakePresets.json cmake include src tools bindings 
 endforeach()
 set(ENV{SOURCE_DATE_EPOCH})
 set(without "")
-foreach(package CLI11 GTest benchmark Protobuf nlohmann_json pugixml)
+foreach(package CLI11 GTest benchmark Protobuf nlohmann_json pugixml spdlog)
     list(APPEND without -DCMAKE_DISABLE_FIND_PACKAGE_${package}=ON)
 endforeach()
 
@@ -44,7 +44,7 @@ configure(tools ${without} -DTAV_TOOLS=ON)
 expect_named(CLI11 demo libcli11-dev)
 
 foreach(case "CLI11 demo libcli11-dev" "GTest test libgtest-dev" "benchmark test libbenchmark-dev"
-             "Protobuf test protobuf-compiler" "nlohmann_json test nlohmann-json3-dev" "pugixml test libpugixml-dev"
+             "Protobuf test protobuf-compiler" "nlohmann_json test nlohmann-json3-dev" "pugixml test libpugixml-dev" "spdlog test libspdlog-dev"
              "OpenSSL library libssl-dev")
     string(REPLACE " " ";" case "${case}")
     list(GET case 0 package)
