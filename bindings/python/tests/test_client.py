@@ -393,7 +393,9 @@ class ClientTest(unittest.TestCase):
         with mock.patch("tav_im._library._functions.tav_json_create", return_value=None):
             with self.assertRaisesRegex(OSError, "^the system has no memory, descriptor or thread for a client$"):
                 tav_im.Client("none")
-        with mock.patch.dict("os.environ"), mock.patch("ctypes.CDLL", side_effect=OSError):
+        # Neither beside the package, as in a wheel, nor where the system has libraries.
+        beside = mock.patch("pathlib.Path.glob", return_value=iter(()))
+        with mock.patch.dict("os.environ"), mock.patch("ctypes.CDLL", side_effect=OSError), beside:
             os.environ.pop("TAV_IM_JSON_LIBRARY", None)
             with self.assertRaisesRegex(
                 ImportError,
