@@ -34,8 +34,8 @@ build change .
 for run in 1 2 3 4 5; do
     for which in base change; do
         for name in "${programs[@]}"; do
-            "$top/$which/bench/${name}_bench" --benchmark_min_time=0.1 \
-                --benchmark_out="$top/results/$which/$name.$run.json" --benchmark_out_format=json >/dev/null 2>&1
+            python3 scripts/benchmarks.py run "$top/$which/bench/${name}_bench" "$top/results/$which/$name.$run" \
+                --benchmark_min_time=0.1
         done
     done
 done

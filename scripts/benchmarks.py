@@ -1,13 +1,16 @@
 """What the scripts that measure make of their figures: tables, a picture, and the verdict on two builds.
 
-Usage: benchmarks.py table RESULTS                       RESULTS: the folder with the files of performance.sh
+Usage: benchmarks.py run PROGRAM FILE [ARGUMENT...]      each benchmark by a process of its own, into FILE.NUMBER.json
+       benchmarks.py table RESULTS                       RESULTS: the folder with the files of performance.sh
        benchmarks.py figures RESULTS
        benchmarks.py bars RESULTS                        what gnuplot draws: a line for each row
        benchmarks.py compare BASE CHANGE                 two folders with a file for each run of each program
 """
 import json
 import pathlib
+import re
 import statistics
+import subprocess
 import sys
 
 # What is measured, the library's benchmark, the peer, and the peer's benchmark.
@@ -40,6 +43,26 @@ class Wrong(Exception):
     """What is said and ends the program."""
 
 
+def run(program, file, *arguments):
+    """What one benchmark leaves of the heap is nothing to the next, which may be a peer's."""
+    def output(*words):
+        done = subprocess.run([program, *words], capture_output=True, text=True)
+        if done.returncode != 0:
+            raise Wrong(f"{program} {' '.join(words)}: ended with {done.returncode}: {done.stderr.strip()}")
+        return done.stdout
+
+    names = output("--benchmark_list_tests").split()
+    if not names:
+        raise Wrong(f"{program}: has no benchmarks")
+    for number, name in enumerate(names):
+        output(
+            f"--benchmark_filter=^{re.escape(name)}$",
+            f"--benchmark_out={file}.{number}.json",
+            "--benchmark_out_format=json",
+            *arguments,
+        )
+
+
 def of_file(path):
     """The times of each benchmark in a file of Google Benchmark, in ns, by its name."""
     times = {}
@@ -57,7 +80,7 @@ def of_file(path):
 
 
 def of_folder(folder):
-    """The same of all files PROGRAM.json and PROGRAM.RUN.json in a folder, by PROGRAM:NAME."""
+    """The same of all files in a folder whose names are PROGRAM, a dot, anything, and .json, by PROGRAM:NAME."""
     times = {}
     for path in sorted(pathlib.Path(folder).glob("*.json")):
         for name, values in of_file(path).items():
@@ -124,6 +147,8 @@ def compare(base_folder, change_folder):
 
 def main(words):
     commands = {"table": (table, 1), "figures": (figures, 1), "bars": (bars, 1), "compare": (compare, 2)}
+    if words[:1] == ["run"] and len(words) > 2:
+        commands["run"] = (run, len(words) - 1)
     if not words or words[0] not in commands or len(words) != commands[words[0]][1] + 1:
         print(__doc__, file=sys.stderr)
         return 2

@@ -24,8 +24,8 @@ mkdir -p "$results"
 # What is repeated takes turns, so that a machine that changes its speed does so for all.
 for run in 1 2 3; do
     for name in codec foundation json tls xml; do
-        "$programs/${name}_bench" --benchmark_repetitions=3 --benchmark_min_time=0.1 \
-            --benchmark_out="$results/$name.$run.json" --benchmark_out_format=json >/dev/null 2>&1
+        python3 scripts/benchmarks.py run "$programs/${name}_bench" "$results/$name.$run" \
+            --benchmark_repetitions=3 --benchmark_min_time=0.05
     done
 done
 

@@ -70,6 +70,29 @@ class Benchmarks(unittest.TestCase):
         self.assertEqual(got.returncode, 2)
         self.assertIn(f"{base}/tls.json: no results", got.stderr)
 
+    def test_each_benchmark_is_run_by_a_process_of_its_own(self):
+        program = pathlib.Path(self.top.name, "program")
+        program.write_text(
+            """#!/bin/sh
+[ "$1" != --benchmark_list_tests ] || { printf 'a\\nb/0\\n'; exit; }
+[ "$4" != --fail ] || { echo no luck >&2; exit 3; }
+echo "$1 $3 $4" >"${2#*=}"
+"""
+        )
+        program.chmod(0o755)
+        out = self.folder("out", {})
+        self.assertEqual(self.say("run", str(program), out + "/x.1", "--more").returncode, 0)
+        self.assertEqual(
+            {path.name: path.read_text() for path in pathlib.Path(out).iterdir()},
+            {
+                "x.1.0.json": "--benchmark_filter=^a$ --benchmark_out_format=json --more\n",
+                "x.1.1.json": "--benchmark_filter=^b/0$ --benchmark_out_format=json --more\n",
+            },
+        )
+        got = self.say("run", str(program), out + "/x.1", "--fail")
+        self.assertEqual(got.returncode, 2)
+        self.assertIn("ended with 3: no luck", got.stderr)
+
     def results(self, without=""):
         files = {}
         for _, own, _, peer in benchmarks.ROWS:
