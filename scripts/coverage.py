@@ -63,7 +63,7 @@ def main():
         print(f"{place:<22} {lines[place][1]:>7} {share(lines[place]):>10} {branches[place][1]:>9} {share(branches[place]):>8}")
     enough = True
     for what, counted, floor in (("lines", lines["library"], given.lines), ("branches", branches["library"], given.branches)):
-        if 100 * counted[0] < floor * counted[1]:
+        if not counted[1] or 100 * counted[0] < floor * counted[1]:
             print(f"below the floor: {share(counted)} % of the library's {what}, not {floor} %")
             enough = False
     return 0 if enough else 1

@@ -8,6 +8,14 @@ cd "$(dirname "$0")/.."
 . scripts/packages.sh
 need_packages "${coverage_packages[@]}"
 
+case "${1-}" in
+"" | --report) ;;
+*)
+    echo "usage: scripts/coverage.sh [--report]" >&2
+    exit 2
+    ;;
+esac
+
 build=build/coverage
 line_floor=97
 branch_floor=90

@@ -8,9 +8,13 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
+for word in "$@"; do
+    case $word in -h | --help) exec python3 scripts/mutate.py --help ;; esac
+done
 need_packages "${test_packages[@]}"
 
 cmake --preset mutants >/dev/null
-mapfile -t programs < <(python3 scripts/mutate.py build/mutants --programs "$@")
+names=$(python3 scripts/mutate.py build/mutants --programs "$@")
+mapfile -t programs <<<"$names"
 cmake --build --preset mutants --target tav_im_nbr_internal "${programs[@]}"
 exec python3 scripts/mutate.py build/mutants "$@"

@@ -299,9 +299,11 @@ bool DumpTree::NbrTree::nested(std::size_t index, Spot const & spot, NbrValue co
     line.value = byteCount(value.size);
     line.pieces.back().text = spot.name + ": " + line.value;
     owner_.to_.open(line);
-    bool const good = index == oldBody
-                          ? owner_.body("", begin, begin + value.size, owner_.classOf(code_))
-                          : owner_.named(begin, begin + value.size, optionNames, std::size(optionNames));
+    MetaClass const * const given = open_.front().cls;
+    bool const good =
+        index == oldBody
+            ? owner_.body("", begin, begin + value.size, given != nullptr ? given : owner_.classOf(code_))
+            : owner_.named(begin, begin + value.size, optionNames, std::size(optionNames));
     failed_ = !good;
     if (good) {
         owner_.to_.close(Piece());
@@ -487,7 +489,7 @@ bool DumpTree::mobile(std::size_t begin, std::size_t end, MetaClass const * cls)
     return body("body", at, end, cls != nullptr ? cls : classOf(code));
 }
 
-bool DumpTree::old(std::size_t begin, std::size_t end, MetaClass const *) {
+bool DumpTree::old(std::size_t begin, std::size_t end, MetaClass const * cls) {
     std::size_t at = begin;
     unsigned long long head = 0;
     if (!fixed(at, end, frameHead, "head", head)) {
@@ -500,6 +502,7 @@ bool DumpTree::old(std::size_t begin, std::size_t end, MetaClass const *) {
     }
     Context root;
     root.holds = Context::Holds::oldPacket;
+    root.cls = cls;
     NbrTree tree(*this, at, root);
     NbrFault fault;
     bool const read = readNbr(part(at, end), tree, fault, to_.base() + at);

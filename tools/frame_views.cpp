@@ -79,11 +79,12 @@ std::string FrameViews::masked(SeenPacket const & packet) const {
     Output output(nowhere);
     // What is protected in the packet that came is so in its copy as well.
     pml::MetaClass const * const copied = packet.copyOf ? model_.factory->findClass(*packet.copyOf) : nullptr;
-    for (pml::MetaClass const * const cls : {static_cast<pml::MetaClass const *>(nullptr), copied}) {
+    pml::MetaClass const * const classes[] = {nullptr, copied};
+    for (std::size_t i = 0; i < (copied == nullptr ? 1u : 2u); ++i) {
         NoTree tree(output);
         DumpTree dump(tree, &model_, reveal_, 1);
         tree.bytes(frame, 0);
-        dump.frame(0, frame.size(), cls);
+        dump.frame(0, frame.size(), classes[i]);
         for (HiddenBytes const & range : dump.hidden()) {
             std::fill(result.begin() + static_cast<std::ptrdiff_t>(range.begin),
                       result.begin() + static_cast<std::ptrdiff_t>(std::min(range.end, result.size())), '*');
@@ -92,11 +93,13 @@ std::string FrameViews::masked(SeenPacket const & packet) const {
     return result;
 }
 
-std::string FrameViews::withheld(Message const & message) const {
-    if (reveal_ || message.cls != nullptr || message.nbr.empty()) {
+std::string FrameViews::withheld(SeenPacket const & packet, Message const & message) const {
+    bool const isCopyOfStranger = packet.copyOf && model_.factory->findClass(*packet.copyOf) == nullptr;
+    if (reveal_ || (message.cls != nullptr && !isCopyOfStranger) || message.nbr.empty()) {
         return std::string();
     }
-    return "the template has no class of the code " + codeText(message.code) + ", so that its " +
+    unsigned short const code = message.cls == nullptr ? message.code : *packet.copyOf;
+    return "the template has no class of the code " + codeText(code) + ", so that its " +
            std::to_string(message.nbr.size()) + " bytes are shown with --reveal alone";
 }
 
@@ -112,7 +115,7 @@ FrameSummary FrameViews::summary(SeenPacket const & packet) const {
     Message message;
     std::string reason;
     bool const good = readFrame(masked(packet), model_, message, reason);
-    std::string const why = withheld(message);
+    std::string const why = withheld(packet, message);
     shown.code = message.code;
     shown.sequence = message.envelope.sequence;
     constexpr unsigned kind = 0xF0;
@@ -183,7 +186,7 @@ FrameDetails FrameViews::details(SeenPacket const & packet) const {
     std::string reason;
     std::string const bytes = masked(packet);
     bool const good = readFrame(bytes, model_, message, reason);
-    std::string const why = withheld(message);
+    std::string const why = withheld(packet, message);
     if (good && !why.empty()) {
         shown.envelope = "{" + envelopeText(message) + "}";
         shown.json = shown.pml = shown.xml = shown.nbr = shown.bytes = why;

@@ -33,8 +33,8 @@ struct FrameDetails {
 };
 
 /// Shows frames by a template, which must outlive it.  Values that the template protects are masked, unless
-/// they are to be shown, and so is the message of a code that it does not know: nothing tells what of it is
-/// protected.
+/// they are to be shown, and so is the message of a code that it does not know, and a copy of such a one:
+/// nothing tells what of it is protected.
 class FrameViews {
 public:
     FrameViews(Template const & model, bool reveal) : model_(model), reveal_(reveal) {}
@@ -46,7 +46,7 @@ private:
     /// The frame with asterisks in place of what is hidden, byte for byte.
     std::string masked(SeenPacket const & packet) const;
     /// Why the message is not shown; empty if it is.
-    std::string withheld(Message const & message) const;
+    std::string withheld(SeenPacket const & packet, Message const & message) const;
     std::string tree(std::string const & frame, bool annotated) const;
     std::string text(Message const & message, Encoding encoding) const;
 

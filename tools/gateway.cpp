@@ -3,7 +3,6 @@
 #include "tools/failure.h"
 #include "tools/gateway_record.h"
 #include "tools/gateway_rules.h"
-#include "tools/input.h"
 #include "tools/interrupts.h"
 #include "tools/template_check.h"
 #include "tools/terminal_text.h"
@@ -24,8 +23,6 @@ namespace tool {
 namespace {
 
 using gateway::Gateway;
-
-constexpr std::size_t largestTemplate = 256 * 1024 * 1024;
 
 struct Options {
     gateway::Settings gateway;
@@ -164,14 +161,10 @@ private:
 
     /// What the template wants protected, and can't have.
     void tellUnprotected() {
-        if (options_.model == "-") {
-            return;
-        }
-        std::string name;
-        std::string const text = readWhole(options_.model, name, largestTemplate);
+        std::string const & text = model_.text;
         for (Finding const & finding : checkTemplate(text)) {
             if (finding.error || finding.rule == "protected") {
-                output_.tell("tav: " + toldInText(forTerminal(name), text, finding.offset,
+                output_.tell("tav: " + toldInText(forTerminal(model_.name), text, finding.offset,
                                                   finding.error ? "error" : "warning",
                                                   forTerminal(finding.text) + " [" + finding.rule + "]"));
             }

@@ -296,7 +296,9 @@ private:
         });
         server_.set_error_handler([](Request const &, Response & response) {
             if (response.body.empty()) {
-                char const * const text = response.status == 413   ? "This is larger than 1 MB."
+                char const * const text = response.status == 413 ? "This is larger than 1 MB."
+                                          : response.status == 411
+                                              ? "A body is sent as it is, with its length ahead."
                                           : response.status == 404 ? "There is nothing of this name."
                                                                    : "This can't be read.";
                 response.set_content("{\"error\":" + jsonText(text) + "}", "application/json");
@@ -342,11 +344,18 @@ private:
             refuse(request, response, "Ask for this page by the address that was printed, or as localhost.");
             return false;
         }
-        bool const isPage = request.method == "GET" && request.path == "/";
+        bool const isPage = request.path == "/";
         std::string const given =
             isPage ? request.get_param_value("token") : request.get_header_value("X-Tav-Token");
         if (!isSame(given, token_)) {
             refuse(request, response, "The token is wrong: open the address that the gateway has printed.");
+            return false;
+        }
+        // The bound of a body is that of its length: one without, or one that unpacks, would have none.
+        bool const asks = request.method == "GET" || request.method == "HEAD";
+        if (!asks && (!request.has_header("Content-Length") || request.has_header("Transfer-Encoding") ||
+                      request.has_header("Content-Encoding"))) {
+            response.status = 411;
             return false;
         }
         return true;

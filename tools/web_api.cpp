@@ -200,7 +200,9 @@ std::string WebApi::push(Parameters const & asked, std::string const & message) 
         }
         messages_.write(json, json.root(), nullptr, made);
         if (!made.notes.empty()) {
-            throw PlacedFault(made.notes.front().offset, made.notes.front().text);
+            // Nothing is dropped: the message is refused.
+            std::string const & note = made.notes.front().text;
+            throw PlacedFault(made.notes.front().offset, note.substr(0, note.find(": it is dropped")));
         }
     } catch (PlacedFault const & e) {
         throw WebFailure(400, toldInText("message", message, e.offset(), "error", e.what()));

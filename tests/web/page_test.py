@@ -16,7 +16,7 @@ from browser import Browser
 chromium, tav, work = sys.argv[1], sys.argv[2], pathlib.Path(sys.argv[3])
 
 MODEL = """Say:object(__class__(chat.Say)__code__(3001)[1]room:string()[2]text:string()[5]secret:string?({***}))
-Said:object(__class__(chat.Said)__code__(3002)[1]room:string()[2]text:string()[5]secret:string?({***}))
+Said:object(__class__(chat.Said)__code__(3002)[1]room:string()[2]text:string()[5]secret:string?())
 """
 RULES = """[{"class": "chat.Say", "fields": {"text": "hush"}, "do": ["silence"]},
  {"class": "chat.Say", "fields": {"text": "cut"}, "do": ["cut"]}]"""
@@ -53,7 +53,8 @@ class Page(unittest.TestCase):
                                *options], cwd=work, check=True, stdout=subprocess.PIPE, text=True, **how).stdout
 
     def say(self, text, **more):
-        (work / "said.json").write_text(json.dumps(dict({"room": "hall", "text": text}, **more), ensure_ascii=False))
+        (work / "said.json").write_text(json.dumps(dict({"room": "hall", "text": text}, **more), ensure_ascii=False),
+                                         encoding="utf-8")
         self.tav("request", "-c", "chat.Say", "--file", "said.json")
 
     def look(self, name):
@@ -109,11 +110,11 @@ class Page(unittest.TestCase):
         self.browser.wait("document.querySelectorAll('#list tbody tr').length == 4")
         self.browser.run("document.querySelector('#list tbody tr button').click()")
         self.browser.wait("document.getElementById('view').textContent.length > 200000")
+        self.assertEqual(self.browser.run("document.querySelectorAll('b').length"), 0)
         self.look("long")
         # What is looked at from here on is of a size that people send.
         self.browser.run("document.querySelector('#list tbody tr:last-child button').click()")
         self.browser.wait("document.getElementById('view').textContent.length < 2000")
-        self.assertEqual(self.browser.run("document.querySelectorAll('b').length"), 0)
 
     def test_3_whoever_hears_the_page_hears_names(self):
         self.browser.run("document.activeElement.blur()")
