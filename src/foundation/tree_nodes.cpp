@@ -46,8 +46,6 @@ class Reserve {
 public:
     using Clock = std::chrono::steady_clock;
 
-    bool empty() const noexcept { return count_.load(std::memory_order_relaxed) == 0; }
-
     /// Null if there is none.
     void * take() noexcept {
         Turn const turn(busy_);
@@ -82,7 +80,11 @@ public:
         return true;
     }
 
+    /// Frees what is kept, if that was of no use for a second.
     void giveUpIdle() noexcept {
+        if (count_.load(std::memory_order_relaxed) == 0) {
+            return;
+        }
         Turn const turn(busy_);
         if (turn && Clock::now() - used_ >= std::chrono::seconds(1)) {
             clear();
@@ -180,15 +182,9 @@ void deleteNode(void * node) noexcept {
     }
 }
 
-void giveUpIdleNodes() noexcept {
-    if (!reserve.empty()) {
-        reserve.giveUpIdle();
-    }
-}
-
 NodeScope::NodeScope() : outer_(innermost) {
     innermost = this;
-    giveUpIdleNodes();
+    reserve.giveUpIdle();
 }
 
 NodeScope::~NodeScope() {

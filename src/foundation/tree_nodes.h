@@ -18,10 +18,6 @@ void * newCountedNode(std::size_t size);
 /// Gives the memory of either back, on any thread and in any order.
 void deleteNode(void * node) noexcept;
 
-/// Frees what is kept of earlier trees for the next large one, if that was of no use for a second.  Each text
-/// that is read begins with this.
-void giveUpIdleNodes() noexcept;
-
 /// While it lives, the nodes that its thread makes share allocations.  The nodes may outlive it.  An
 /// allocation is freed with its last node: a node that is kept keeps at most 32 kB.  Freed ones may be kept
 /// for the next large tree, 4 MB of them in all.

@@ -512,33 +512,34 @@ Unit & Unit::operator=(Unit && other) noexcept {
 }
 
 /// The end of units, in the same stack whatever the depth, and without an allocation.
-struct [[gnu::visibility("hidden")]] Unit::End{/// Whether dropping the pointer ends the unit.
-                                               static bool isLast(tavSharedPtr<Unit> const & unit){
-                                                   return unit && unit.counted() && unit->getRefCount() == 1;
-} // namespace pml
-
-/// Lets go of a unit.  While the units below it end, each one keeps the one above it in the place of its
-/// successor, which waits in the place that it leaves among its parent's children.
-static void of(tavSharedPtr<Unit> unit) noexcept {
-    while (isLast(unit)) {
-        unit->forgetNames();
-        std::vector<tavSharedPtr<Unit>> & children = unit->children_;
-        if (children.empty()) {
-            tavSharedPtr<Unit> above = std::move(unit->next_);
-            unit = std::move(above);
-            continue;
-        }
-        tavSharedPtr<Unit> child = std::move(children.back());
-        if (!isLast(child)) {
-            children.pop_back();
-            continue;
-        }
-        children.back() = std::move(child->next_);
-        child->next_ = std::move(unit);
-        unit = std::move(child);
+struct Unit::End {
+    /// Whether dropping the pointer ends the unit.
+    [[gnu::visibility("hidden")]] static bool isLast(tavSharedPtr<Unit> const & unit) {
+        return unit && unit.counted() && unit->getRefCount() == 1;
     }
-}
-}; // namespace tav
+
+    /// Lets go of a unit.  While the units below it end, each one keeps the one above it in the place of its
+    /// successor, which waits in the place that it leaves among its parent's children.
+    [[gnu::visibility("hidden")]] static void of(tavSharedPtr<Unit> unit) noexcept {
+        while (isLast(unit)) {
+            unit->forgetNames();
+            std::vector<tavSharedPtr<Unit>> & children = unit->children_;
+            if (children.empty()) {
+                tavSharedPtr<Unit> above = std::move(unit->next_);
+                unit = std::move(above);
+                continue;
+            }
+            tavSharedPtr<Unit> child = std::move(children.back());
+            if (!isLast(child)) {
+                children.pop_back();
+                continue;
+            }
+            children.back() = std::move(child->next_);
+            child->next_ = std::move(unit);
+            unit = std::move(child);
+        }
+    }
+};
 
 Unit::~Unit() {
     forgetNames();

@@ -214,6 +214,8 @@ void push(std::vector<tavSharedPtr<T>> & list, tavSharedPtr<T> && item) {
 /// finds the way back.
 template <class T>
 class Parsed final : public T {
+    static_assert(alignof(T) <= alignof(void *), "nodes are aligned as pointers are");
+
 public:
     using T::T;
 
@@ -911,15 +913,19 @@ Node & Node::decode(tav_istr text, std::string * rest) {
 }
 
 std::string const & Node::encode(bool pretty, bool skipEmpty, int level, bool withNext) const {
-    output_.clear();
-    if (skipEmpty && dumping_ != metadataMode && contentIsEmpty() && attrs_.empty() && nodes_.empty()) {
-        return output_;
+    // Written apart: an attribute of the application's may have its node written while it tells its name.
+    std::string text;
+    text.swap(output_);
+    text.clear();
+    if (!skipEmpty || dumping_ == metadataMode || !contentIsEmpty() || !attrs_.empty() || !nodes_.empty()) {
+        NodeWriter writer(text, pretty, skipEmpty, level);
+        writer.write(*this);
+        for (Node const * root = withNext ? next_.get() : nullptr; root != nullptr;
+             root = root->next_.get()) {
+            writer.write(*root);
+        }
     }
-    NodeWriter writer(output_, pretty, skipEmpty, level);
-    writer.write(*this);
-    for (Node const * root = withNext ? next_.get() : nullptr; root != nullptr; root = root->next_.get()) {
-        writer.write(*root);
-    }
+    output_.swap(text);
     return output_;
 }
 
