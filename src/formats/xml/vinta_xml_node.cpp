@@ -45,7 +45,7 @@ constexpr unsigned char namePartBit = 4;
 constexpr unsigned char hasEntityBit = 8;
 constexpr unsigned char lineBreakBit = 16;
 
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "the first byte must be the lowest of a word");
+constexpr bool firstIsLowest = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
 
 constexpr std::array<unsigned char, 256> classifyBytes() {
     std::array<unsigned char, 256> classes{};
@@ -80,10 +80,10 @@ char const * findOf(char const * begin, char const * end, unsigned bits) {
 /// Where the first byte that has an entity stands; `end` if there is none.
 char const * findEntityByte(char const * at, char const * end) {
     // Eight at once.  What this finds has the high bit of its byte set; bits above the lowest one may be set
-    // without reason.
+    // without reason, so the first byte has to be the lowest.
     constexpr std::uint64_t ones = 0x0101010101010101u;
     auto const zeros = [](std::uint64_t word) { return (word - ones) & ~word & (ones << 7); };
-    for (; end - at >= 8; at += 8) {
+    for (; firstIsLowest && end - at >= 8; at += 8) {
         std::uint64_t word;
         std::memcpy(&word, at, sizeof(word));
         // '<' and '>' differ in one bit, and so do '&' and the apostrophe.
