@@ -1,7 +1,7 @@
 // What is measured once and by a process of its own: memory and threads of clients that wait, processor time
 // at a pace, the peak of memory while a text is parsed.  Each line that it prints is a name, a number and a
 // unit, apart by tabs. Usage: footprint idle|connected|bare CLIENTS    footprint pace|pace-bare
-// MESSAGES-A-SECOND SECONDS    footprint parsers
+// MESSAGES-A-SECOND SECONDS    footprint parser NAME
 #include "echo.h"
 #include "heap_peak.h"
 
@@ -223,8 +223,7 @@ protected:
 };
 
 /// The peak while `parse` runs, as a multiple of the input.  What it makes is in hand at the end.
-void tellPeak(std::string const & name, std::size_t size,
-              std::function<std::shared_ptr<void>()> const & parse) {
+void peak(std::string const & name, std::size_t size, std::function<std::shared_ptr<void>()> const & parse) {
     std::size_t const before = heapInHand();
     resetPeak();
     std::shared_ptr<void> const made = parse();
@@ -236,7 +235,17 @@ std::shared_ptr<void> held(T value) {
     return std::make_shared<T>(std::move(value));
 }
 
-void parsers() {
+/// Tells of the parser of this name, alone in its process: what one leaves of the heap would serve the next.
+/// Gives how many there are of it.
+int parser(std::string const & chosen) {
+    int found = 0;
+    auto const tellPeak = [&](std::string const & name, std::size_t size,
+                              std::function<std::shared_ptr<void>()> const & parse) {
+        if (name == chosen) {
+            ++found;
+            peak(name, size, parse);
+        }
+    };
     Book book;
     book.notes.assign(1000, tav_bench_own::sample());
     std::string const nbr(tav_istr(book.encode(false)));
@@ -284,6 +293,7 @@ void parsers() {
         check(made->load_buffer(xml.data(), xml.size()), "pugixml");
         return made;
     });
+    return found;
 }
 
 int run(std::vector<std::string> const & words) {
@@ -298,12 +308,12 @@ int run(std::vector<std::string> const & words) {
         pace(number(1), number(2));
     } else if (what == "pace-bare") {
         paceBare(number(1), number(2));
-    } else if (what == "parsers") {
-        parsers();
+    } else if (what == "parser") {
+        check(parser(words.at(1)) == 1, "no parser of this name");
     } else {
         std::cerr << "usage: footprint idle|connected|bare CLIENTS\n"
                      "       footprint pace|pace-bare MESSAGES-A-SECOND SECONDS\n"
-                     "       footprint parsers\n";
+                     "       footprint parser NAME\n";
         return 2;
     }
     return 0;

@@ -116,7 +116,8 @@ def figures(folder):
     print("| figure | value |\n|---|---|")
     for line in pathlib.Path(folder, "figures.tsv").read_text().splitlines():
         name, value, unit = line.split("\t")
-        print(f"| {name} | {float(value):.3g} {unit} |")
+        number = float(value)
+        print(f"| {name} | {number:,.0f} {unit} |" if number >= 100 else f"| {name} | {number:.3g} {unit} |")
 
 
 def bars(folder):

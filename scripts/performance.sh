@@ -51,7 +51,9 @@ print((time.perf_counter() - begin) * 1e3)' "$@"
         footprint connected "$count"
         footprint bare "$count"
     done
-    footprint parsers
+    for name in "NBR object" "NBR tree" "JSON tree" "JSON RapidJSON" "XML tree" "XML pugixml"; do
+        footprint parser "$name"
+    done
     cp "$library" "$results/stripped.so"
     strip "$results/stripped.so"
     printf 'library, stripped\t%s\tKiB\n' "$(($(stat -c %s "$results/stripped.so") / 1024))"

@@ -446,6 +446,9 @@ TEST(ToolWeb, WhoDribblesAQuestionIsEndedAndHoldsNobodyUpForLong) {
     WebOptions options;
     options.patience = 300;
     WebRig const rig(options);
+    // What the HTTP library makes at its first question is made ahead of those who come at once: it is built
+    // without the thread sanitizer, which does not see its guard.
+    EXPECT_EQ(rig.status("/api/state"), 200);
     // Heads without an end, and bodies: each byte comes in time for itself.
     std::string const heads[] = {"GET /api/state HTTP/1.1\r\nHost: localhost\r\n",
                                  "POST /api/push HTTP/1.1\r\nHost: localhost\r\nX-Tav-Token: " + rig.token +
