@@ -431,7 +431,7 @@ private:
                 onPacket();
             }
             if (bad.close_after != 0 && frames_ >= bad.close_after) {
-                closeAfterAnswers();
+                closeAfterWrites();
             }
             if (stream_.lowest_layer().is_open()) {
                 readHead();
