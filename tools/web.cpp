@@ -124,6 +124,19 @@ public:
         return static_cast<ssize_t>(n);
     }
 
+    /// Once all is said: takes what still comes of the question.  To close on unread bytes, or ahead of them,
+    /// would reset the connection, and who asks would see that in the place of the answer.
+    void end() {
+        ::shutdown(socket_, SHUT_WR);
+        for (std::size_t left = 2 * largestMessage; ready(POLLIN, readEnd_);) {
+            ssize_t const n = ::recv(socket_, buffer_.data(), buffer_.size(), 0);
+            if (n <= 0 || static_cast<std::size_t>(n) > left) {
+                return;
+            }
+            left -= static_cast<std::size_t>(n);
+        }
+    }
+
     ssize_t write(char const * from, std::size_t size) override {
         return is_writable() ? ::send(socket_, from, size, MSG_NOSIGNAL | MSG_DONTWAIT) : -1;
     }
@@ -229,6 +242,9 @@ private:
         TimedStream stream(socket, patience_, svr_sock_);
         bool ended = false;
         bool const good = !isOneTooMany && stream.begins() && process_request(stream, true, ended, nullptr);
+        if (good) {
+            stream.end();
+        }
         ::shutdown(socket, SHUT_RDWR);
         ::close(socket);
         return good;
