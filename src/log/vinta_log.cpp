@@ -290,6 +290,21 @@ public:
     };
     typedef tavMsgQueueThread<LogRecord> Writer;
 
+    /// The background thread.  What its queue has for it at one time goes to the file together.
+    class WriterThread final : public Writer {
+    public:
+        WriterThread(LoggerImpl & logger, std::function<void(LogRecord const &)> handler)
+            : Writer("logger", -1, std::move(handler)), logger_(logger) {}
+
+        bool on_loop() override {
+            Together const together(logger_);
+            return Writer::on_loop();
+        }
+
+    private:
+        LoggerImpl & logger_;
+    };
+
     static LoggerImpl & get() {
         static LoggerImpl * const the = new LoggerImpl();
         return *the;
@@ -340,7 +355,7 @@ public:
         closeWriter();
         // A callback on the background thread may fork: in the child, that thread has no record to handle.
         tavSharedPtr<Writer> const writer(
-            new Writer("logger", -1, [this, born = processGeneration()](LogRecord const & record) {
+            new WriterThread(*this, [this, born = processGeneration()](LogRecord const & record) {
                 if (born == processGeneration()) {
                     handle(record);
                 }
@@ -360,9 +375,9 @@ public:
         tellLost();
     }
 
-    void flush() const {
+    void flush() {
         if (tavSharedPtr<Writer> const to = writer()) {
-            to->flush();
+            flush(*to);
         }
     }
 
@@ -397,8 +412,7 @@ public:
         bool const urgent = record.level >= vipLevel_.load(std::memory_order_relaxed);
         to->put(std::move(record));
         if (urgent) {
-            // Does nothing on the writer's own thread, which can't wait for itself.
-            to->flush();
+            flush(*to);
         }
     }
 
@@ -413,6 +427,27 @@ public:
 
 private:
     typedef tav::detail::LogFile::Target File;
+
+    /// Has the records of the calling thread wait for each other while it lives.
+    struct Together {
+        explicit Together(LoggerImpl & logger) : logger_(logger) { areTogether = true; }
+        ~Together() {
+            areTogether = false;
+            logger_.logFile_.writeHeld();
+        }
+        Together(Together const &) = delete;
+        Together & operator=(Together const &) = delete;
+
+    private:
+        LoggerImpl & logger_;
+    };
+
+    /// The thread itself can't wait for what it has in hand, and nobody waits for longer than about a second:
+    /// what it was given ahead of that is in the file then.
+    void flush(Writer & to) {
+        to.flush();
+        logFile_.writeHeld();
+    }
 
     /// Null without a path.
     static std::shared_ptr<File const> fileOf(tav_istr path, std::string const & banner, int maxSize) {
@@ -458,7 +493,7 @@ private:
         }
         if (file) {
             try {
-                logFile_.tellLost(file, &lostRecord);
+                logFile_.tellLost(file);
             } catch (std::bad_alloc const &) {
                 // It is told ahead of the next line.
             }
@@ -475,7 +510,7 @@ private:
         }
         if (file) {
             try {
-                record.banner ? logFile_.writeBanner(file) : logFile_.write(file, record.text, &lostRecord);
+                write(file, record, callback == nullptr && areTogether);
             } catch (std::bad_alloc const &) {
                 if (!record.banner) {
                     tav::detail::countLostLine();
@@ -487,6 +522,19 @@ private:
         }
     }
 
+    void write(std::shared_ptr<File const> const & file, LogRecord const & record, bool together) {
+        if (record.banner) {
+            logFile_.writeBanner(file);
+        } else if (together) {
+            logFile_.hold(file, record.text);
+        } else {
+            logFile_.write(file, record.text);
+        }
+    }
+
+    /// Whether the calling thread has more in hand.
+    static inline thread_local bool areTogether = false;
+
     /// Held through open, close and finalize; recursive, as a callback may run within.
     tav::detail::RecursiveMutex mutex_;
 
@@ -494,7 +542,7 @@ private:
     tavLogger::Callback callback_ TAV_GUARDED_BY(sinksMutex_) = nullptr;
     std::shared_ptr<File const> file_ TAV_GUARDED_BY(sinksMutex_);
 
-    tav::detail::LogFile logFile_;
+    tav::detail::LogFile logFile_{&lostRecord};
 
     tav::detail::Mutex writerMutex_;
     tavSharedPtr<Writer> writer_ TAV_GUARDED_BY(writerMutex_);
