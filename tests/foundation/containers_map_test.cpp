@@ -319,6 +319,18 @@ TEST(ContainersMap, RemoveFindsItsKeyFromAnyNode) {
     EXPECT_EQ((Keys{30, 50}), keys(map.root));
 }
 
+TEST(ContainersMap, RemoveFindsWhatANodeHangsBelowWhereItsParentIsAStranger) {
+    Map map({50, 30});
+    tav_map * const ten = tav_map_insert(map.root->left, boxed(10), boxed(100));
+    tav_map * const seventy = tav_map_insert(ten, boxed(70), boxed(700));
+    ASSERT_EQ(ten, seventy->parent);
+    ASSERT_EQ(map.root->left, ten->parent);
+    ASSERT_EQ(seventy, map.root->right);
+    EXPECT_EQ(map.remove(70), 700);
+    ASSERT_EQ(map.root->right, nullptr);
+    EXPECT_EQ((Keys{10, 30, 50}), keys(map.root));
+}
+
 TEST(ContainersMap, RemovingARootWithChildrenLeavesOneNodeAllocatedAndNoMore) {
     Map map({50, 30, 70});
     tav_map * const root = map.root;

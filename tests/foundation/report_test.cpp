@@ -204,6 +204,22 @@ TEST(Report, RaisingGoesOnAfterACatchInTheMiddleOfAnother) {
     EXPECT_TRUE(log.inOrder({"<EXCEPTION> first", "<<< EXCEPTION >>> first", "<EXCEPTION> second"}));
 }
 
+TEST(Report, LongTextKnowsItsSizeWhereverItsBlocksEnd) {
+    tav::detail::BlockText text;
+    std::ostream out(&text);
+    std::string expected;
+    for (int i = 0; expected.size() < 70000; ++i) {
+        std::string const piece = std::to_string(i) + std::string(static_cast<std::size_t>(i % 400), '.');
+        out << piece;
+        expected += piece;
+        ASSERT_EQ(text.size(), expected.size());
+        ASSERT_EQ(out.tellp(), static_cast<std::streamoff>(expected.size()));
+    }
+    std::string got = "ahead ";
+    text.appendTo(got);
+    EXPECT_EQ(got, "ahead " + expected);
+}
+
 int callbacks = 0;
 
 void raiseInTheCallback(int, char const *) {

@@ -625,3 +625,29 @@ TEST_F(LogFile, LinesOfTheThreadAreInTheFileAfterAFlush) {
         ASSERT_EQ(got, expected);
     }
 }
+
+TEST_F(LogFile, WordOfLostLinesHasNoBannerThatAnotherFileLacks) {
+    std::string const backup = path_ + ".bak";
+    auto const former =
+        std::make_shared<Target const>(Target{folder_ + "/none/app.log", backup, "former\n", 1000});
+    auto const next = std::make_shared<Target const>(Target{path_, backup, "next\n", 1000});
+    tav::detail::LogFile file(&countLost);
+    testing::internal::CaptureStdout();
+    file.writeBanner(former);
+    file.write(former, "line\n");
+    file.tellLost(next);
+    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(content(path_), "lost 1\n");
+}
+
+TEST_F(LogFile, IsLeftAloneOnceTheLogIsFinalized) {
+    open(1000000);
+    std::string const before = content(path_);
+    tavLogger::finalize();
+    static int told = 0;
+    told = 0;
+    tavLogger::setCallback([](int, char const *) { ++told; });
+    write("x\n");
+    EXPECT_EQ(told, 1) << "the line is loggable";
+    EXPECT_EQ(before, content(path_));
+}

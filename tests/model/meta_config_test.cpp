@@ -36,6 +36,13 @@ TEST(MetaConfig, TypesNamesTheSimpleKinds) {
     EXPECT_EQ(c.fields.at(3).classType.name, "long");
 }
 
+TEST(MetaConfig, TypesNamesTheElementsOfAListAsThoseThatAreAlwaysThere) {
+    MetaClass const c =
+        read("t:T([1]a:list{Foo}(:int32())[2]b:list{Foo}(:int32?()))", "types(int32(int) int32?(Integer))");
+    EXPECT_EQ(c.fields.at(0).classType.name, "int");
+    EXPECT_EQ(c.fields.at(1).classType.name, "Integer");
+}
+
 TEST(MetaConfig, TypesTellsTheLogOfAMissingName) {
     tav_test::LogCapture log;
     read("t:T(a:int64())", "types(int32(int))");

@@ -106,6 +106,9 @@ template <class Move>
 ssize_t moved(Call call, int descriptor, std::size_t size, Move const & move) {
     switch (fateOf(call)) {
     case Fate::fails:
+        if (error == movesNothing) {
+            return 0;
+        }
         errno = error;
         if (errno == EAGAIN) {
             tellAgain(descriptor);

@@ -31,11 +31,15 @@ constexpr unsigned kinds_of_calls = 16;
 /// that fills up.
 enum class Lasting { once, stays, fills };
 
+/// No error at all: what was to be moved is not, and the call says so.
+constexpr int movesNothing = -1;
+
 /// What becomes of a call.
 struct Fault {
     char const * name;
     unsigned calls;
-    /// What errno says, and of a look-up the code; 0 for a single byte where more was to be moved.
+    /// What errno says, and of a look-up the code; 0 for a single byte where more was to be moved, or
+    /// `movesNothing`.
     int error;
     Lasting lasting = Lasting::once;
 };

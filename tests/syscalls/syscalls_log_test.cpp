@@ -190,6 +190,7 @@ std::vector<Fault> const & faults() {
         {"a write has to be tried again", writes, EAGAIN},
         {"a byte is written", writes, 0},
         {"a byte is written", writes, 0, Lasting::stays},
+        {"nothing is written", writes, movesNothing, Lasting::stays},
         {"no room", writes, ENOSPC},
         {"no room any more", writes, ENOSPC, Lasting::stays},
         {"the disk fills up", writes, ENOSPC, Lasting::fills},

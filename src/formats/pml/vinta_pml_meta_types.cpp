@@ -61,15 +61,17 @@ void enterAlias(tavString name, AliasValue alias) {
     Initializer::aliases()[std::move(name)] = alias;
 }
 
-bool registerAll() {
-    for (KindName const & kind : kindNames) {
-        tavEnum<values>::add(kind.value, kind.name);
+/// The names of the kinds, from its construction on.
+struct Names {
+    Names() {
+        for (KindName const & kind : kindNames) {
+            tavEnum<values>::add(kind.value, kind.name);
+        }
+        for (AliasName const & alias : aliasNames) {
+            enterAlias(alias.name, AliasValue{alias.value, alias.optional});
+        }
     }
-    for (AliasName const & alias : aliasNames) {
-        enterAlias(alias.name, AliasValue{alias.value, alias.optional});
-    }
-    return true;
-}
+};
 
 /// The kind's name, or its number.
 tavString nameOf(values kind) {
@@ -80,8 +82,8 @@ tavString nameOf(values kind) {
 } // namespace
 
 Initializer::Initializer() {
-    static bool const registered = registerAll();
-    static_cast<void>(registered);
+    static Names const names;
+    static_cast<void>(names);
 }
 
 void Initializer::addAlias(tavString name, values value, bool optional) {

@@ -1,9 +1,16 @@
 #include "tav/vinta/vinta_json_parser.h"
 
+#include "formats/json/json_text.h"
+
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstddef>
+#include <cstring>
 #include <string>
+#include <string_view>
+#include <sys/mman.h>
+#include <unistd.h>
 
 using tav::json::JsonArray;
 using tav::json::JsonFormatter;
@@ -207,4 +214,54 @@ TEST(JsonFormatterText, ControlBytesDoNotReadBack) {
     EXPECT_EQ(unit.toString(false), "[ \"\\n\\u001F\" ]");
     unit.decode(unit.toString(false));
     EXPECT_EQ(unit.arrayValue().at(0).asString(), "\n31");
+}
+
+namespace {
+
+/// A page between two that nobody may touch.
+class Page {
+public:
+    Page()
+        : size_(static_cast<std::size_t>(::sysconf(_SC_PAGESIZE))),
+          map_(static_cast<char *>(
+              ::mmap(nullptr, 3 * size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0))) {}
+    ~Page() { ::munmap(map_, 3 * size_); }
+    Page(Page const &) = delete;
+    Page & operator=(Page const &) = delete;
+
+    bool opened() const {
+        return map_ != MAP_FAILED && ::mprotect(map_ + size_, size_, PROT_READ | PROT_WRITE) == 0;
+    }
+    /// The text at the begin of the page, or at its end.
+    std::string_view put(std::string_view text, bool atEnd) const {
+        char * const to = map_ + size_ + (atEnd ? size_ - text.size() : 0);
+        std::memcpy(to, text.data(), text.size());
+        return std::string_view(to, text.size());
+    }
+
+private:
+    std::size_t size_;
+    char * map_;
+};
+
+} // namespace
+
+TEST(JsonFormatterText, IsReadFromItsFirstByteToItsLast) {
+    Page const page;
+    ASSERT_TRUE(page.opened());
+    for (std::size_t size = 0; size <= 40; ++size) {
+        for (std::size_t escaped = 0; escaped <= size; ++escaped) {
+            std::string text(size, 'a');
+            std::string expected = text;
+            if (escaped < size) {
+                text[escaped] = '"';
+                expected = text.substr(0, escaped) + "\\\"" + text.substr(escaped + 1);
+            }
+            for (bool const atEnd : {false, true}) {
+                std::string out;
+                tav::detail::appendEscaped(out, page.put(text, atEnd));
+                ASSERT_EQ(out, '"' + expected + '"');
+            }
+        }
+    }
 }

@@ -171,6 +171,24 @@ All filled(int depth) {
 
 } // namespace
 
+TEST(NbrCodecInCodec, ChildrenThatOthersWereAskedForAheadOfAreReadOnAFreshThread) {
+    std::string data = bytes("FF 01 28");
+    for (char key = 1; key <= 7; ++key) {
+        data += std::string{key, 1, 1, static_cast<char>(10 * key)};
+    }
+    data += bytes("FF 01 29");
+    // Its first streams: none are left of before.
+    std::thread([&data] {
+        tavNbrInStream s{tav_istr(data)};
+        for (int i = 0; i < 20; ++i) {
+            ASSERT_EQ(readFrom(*s.child(1, ""), 0), 10);
+        }
+        for (unsigned key = 7; key > 0; --key) {
+            EXPECT_EQ(readFrom(*s.child(key, ""), 0), static_cast<int>(10 * key));
+        }
+    }).join();
+}
+
 TEST(NbrCodecInCodec, AskingForAChildForEver) {
     onEachSource(sample, [](tavNbrInStream & s) {
         for (int i = 0; i < 1000; ++i) {

@@ -140,3 +140,31 @@ TEST(NbrMemory, MembersOfTwoBytesTakeTwentyFourTimesThemAtMost) {
     EXPECT_EQ(in.getComplexValue()->data().size(), count);
     EXPECT_LE(meter.peak(), 24 * static_cast<long long>(bytes.size()));
 }
+
+TEST(NbrMemory, OfStreamsThatWereAskedForOftenIsCountedInWhatAThreadKeeps) {
+    constexpr unsigned members = 240;
+    constexpr unsigned keys = 100;
+    std::string bytes = opening;
+    for (unsigned i = 0; i < members; ++i) {
+        bytes += std::string{static_cast<char>(1 + i % keys), 1, 1, 5};
+    }
+    bytes += closing;
+    long long kept = 0;
+    std::thread([&] {
+        HeapMeter const meter;
+        {
+            // Each is asked so often that it remembers the stream of every value, of which there are too many
+            // to be kept.
+            std::vector<tavSharedPtr<tavNbrInStream>> streams;
+            for (unsigned i = 0; i < 40; ++i) {
+                streams.emplace_back(new tavNbrInStream(tav_istr(bytes)));
+                for (unsigned asked = 0; asked < members + 1 + keys; ++asked) {
+                    ASSERT_TRUE(streams.back()->child(1 + (asked > members ? asked - members - 1 : 0), ""));
+                }
+            }
+        }
+        kept = meter.kept();
+    }).join();
+    EXPECT_LE(kept, 24 * 1024 + 1024);
+    EXPECT_GT(kept, 12 * 1024);
+}
