@@ -87,8 +87,8 @@ bool isPlain(JsonUnit const & unit) {
         return true;
     }
     if (unit.numberValue() != nullptr) {
-        // A long one stands in quotes when it is written.
-        return isPlain(textOf(unit.numberValue()->getValue()), false);
+        // A long one stands in quotes as it is, where an escape is read as one.
+        return isPlain(textOf(unit.numberValue()->getValue()), true);
     }
     tavString text;
     unit >> text;

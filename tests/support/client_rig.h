@@ -258,7 +258,7 @@ bool endsInTime(Work work) {
         held.reset();
         done->set_value();
     }).detach();
-    return ended.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    return ended.wait_for(std::chrono::milliseconds(peer_limit_ms)) == std::future_status::ready;
 }
 
 /// A client whose far end is driven by the test.

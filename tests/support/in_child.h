@@ -96,7 +96,7 @@ inline pid_t forkInTest() {
     std::lock_guard<std::mutex> const guard(forks.mutex);
     forks.near = true;
     pid_t child = -1;
-    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     while (std::chrono::steady_clock::now() < end) {
         if (forks.working == 0 && othersSleep()) {
             child = ::fork();

@@ -67,7 +67,7 @@ public:
     }
 
     /// Waits until `times` records hold `part`; false when that has not come in `ms` milliseconds.
-    bool waitFor(std::string const & part, unsigned times = 1, int ms = 10000) const {
+    bool waitFor(std::string const & part, unsigned times = 1, int ms = 30000) const {
         std::unique_lock<std::mutex> guard(state().mutex);
         return state().changed.wait_for(guard, std::chrono::milliseconds(ms),
                                         [&] { return state().count(part) >= times; });

@@ -107,7 +107,7 @@ bool endsOnAnotherThread(Work work) {
         work();
         done->set_value();
     }).detach();
-    return ended.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+    return ended.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
 }
 
 } // namespace tav_test

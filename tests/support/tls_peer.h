@@ -40,7 +40,7 @@
 ///     server->send(frame("hello"));
 namespace tav_test {
 
-constexpr int peer_limit_ms = 10000;
+constexpr int peer_limit_ms = 30000;
 
 /// A certificate authority, and a certificate for "localhost" that it signed, as PEM texts.
 class TlsIdentity {
