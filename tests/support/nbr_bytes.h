@@ -23,13 +23,16 @@ inline std::string bytes(char const * text) {
 
 /// The reverse: upper case, a blank between two bytes.
 inline std::string hex(tav_istr v) {
-    std::string result;
-    for (unsigned i = 0; i < (v.empty() ? 0 : v.size()); ++i) {
-        char digits[4];
-        std::snprintf(digits, sizeof(digits), "%02X",
-                      static_cast<unsigned>(static_cast<unsigned char>(v[i])));
-        result += i == 0 ? "" : " ";
-        result += digits;
+    static char const digits[] = "0123456789ABCDEF";
+    if (v.empty()) {
+        return std::string();
+    }
+    std::string result(3 * std::size_t{v.size()} - 1, ' ');
+    char * to = &result[0];
+    for (unsigned i = 0; i < v.size(); ++i, ++to) {
+        auto const byte = static_cast<unsigned char>(v.data()[i]);
+        *to++ = digits[byte >> 4];
+        *to++ = digits[byte & 15];
     }
     return result;
 }
