@@ -183,6 +183,11 @@ failure named_break(std::error_code ec) noexcept {
     return lost ? failure::connection_lost : v;
 }
 
+std::string message_of(std::error_code ec) {
+    constexpr int end_as_a_failure = SSL_AD_REASON_OFFSET + SSL_AD_CLOSE_NOTIFY;
+    return reason_of_tls(ec) == end_as_a_failure ? "sslv3 alert close notify (SSL routines)" : ec.message();
+}
+
 failure named_exception() noexcept {
     try {
         throw;

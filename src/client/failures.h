@@ -4,6 +4,7 @@
 #include "foundation/build_stamp.h"
 #include "tav/vinta/vinta_tls_failure.h"
 
+#include <string>
 #include <system_error>
 
 /// The names of the client's failures, from the inside.  Internal.
@@ -35,6 +36,9 @@ failure named(std::error_code ec) noexcept;
 /// the client's certificate, which with TLS 1.3 it does behind the handshake.  A peer that cannot be reached
 /// any more, as the system finds by keep-alive or user time-out, is a lost connection.
 failure named_break(std::error_code ec) noexcept;
+
+/// What an error says, in words.  The TLS library has none for an alert that tells the end as a failure.
+std::string message_of(std::error_code ec);
 
 /// The name of the exception that is being handled.
 failure named_exception() noexcept;

@@ -46,6 +46,7 @@ void frame_input::do_read(owner_ptr owner) {
 void frame_input::on_read_end(owner_ptr owner, std::error_code ec, std::size_t length) {
     reading_ = false;
     if (ec) {
+        ec = of_.socket.meaning(ec);
         log_parts(tavLogger::ERROR, at("tav::tls::impl::session::on_read_end"), of_.name,
                   reader_.in_body() ? " Read body failed: " : " Read header failed: ", text_of(ec));
         of_.owner.on_broken(ec);

@@ -127,6 +127,7 @@ void frame_output::on_write_end(owner_ptr owner, std::error_code ec, std::size_t
         more = writer_.pop();
     }
     if (ec) {
+        ec = of_.socket.meaning(ec);
         log_parts(tavLogger::ERROR, at("tav::tls::impl::session::on_write_end"), of_.name,
                   " Write failed: ", text_of(ec));
         of_.owner.on_broken(ec);

@@ -6,7 +6,9 @@
 
 #include <asio/ssl/verify_context.hpp>
 
+#include <openssl/bio.h>
 #include <openssl/err.h>
+#include <openssl/ssl.h>
 
 #include <ostream>
 #include <utility>
@@ -26,13 +28,34 @@ ip_port address(asio::ip::tcp::endpoint const & endpoint) {
     return ip_port(endpoint.address().to_string(), endpoint.port());
 }
 
+/// Has a handshake that would wait for the peer wait for the stream first, if that has not taken what the
+/// handshake has said.
+///
+/// The stream takes what an operation has added.  What a read adds while a write of the socket is under way,
+/// as the answer to a peer that asks for a handshake anew, is old by the time that write has ended, and would
+/// stay: the handshake would wait for its own word, and the next write for the handshake.
+long speak_ahead_of_waiting(BIO * of, int operation, char const *, std::size_t, int, long, int result,
+                            std::size_t *) {
+    if (operation != BIO_CB_READ || ::BIO_ctrl_wpending(of) == 0 || ::BIO_ctrl_pending(of) != 0 ||
+        ::SSL_in_init(reinterpret_cast<SSL *>(::BIO_get_callback_arg(of))) == 0) {
+        return result;
+    }
+    BIO_clear_retry_flags(of);
+    BIO_set_retry_write(of);
+    return -1;
+}
+
 } // namespace
 
 tls_socket::tls_socket(std::shared_ptr<context> owner, tav_istr name, std::shared_ptr<tls_setup> setup)
     : context_(std::move(owner)),
       setup_(std::move(setup)),
       stream_(context_->io_context(), setup_ ? setup_->ssl_context() : context_->ssl_context()),
-      name_(name) {}
+      name_(name) {
+    BIO * const both_ways = ::SSL_get_wbio(native_handle());
+    ::BIO_set_callback_arg(both_ways, reinterpret_cast<char *>(native_handle()));
+    ::BIO_set_callback_ex(both_ways, speak_ahead_of_waiting);
+}
 
 bool tls_socket::should_verify() const {
     return setup_ ? setup_->verifies() : context_->should_verify();
@@ -91,6 +114,18 @@ std::optional<unsigned long long> tls_socket::bytes_received() {
         return std::nullopt;
     }
     return platform::bytesReceived(lowest_layer().native_handle());
+}
+
+// The stream counts a read as cancelled that had to wait for a write and then found its data come.  TLS takes
+// no data as it writes.
+std::error_code tls_socket::meaning(std::error_code ec) {
+    bool const cancelled = ec == asio::error::operation_aborted && lowest_layer().is_open();
+    if ((!cancelled && ec != asio::ssl::error::unspecified_system_error) ||
+        ::SSL_num_renegotiations(native_handle()) == 0) {
+        return ec;
+    }
+    return {static_cast<int>(ERR_PACK(ERR_LIB_SSL, 0, SSL_R_APP_DATA_IN_HANDSHAKE)),
+            asio::error::get_ssl_category()};
 }
 
 tls_report tls_socket::report() {

@@ -68,6 +68,10 @@ public:
     /// What was kept; empty before.
     tls_report kept_report() const;
 
+    /// What an error of a read or a write comes from.  Data of the peer's that crosses a handshake anew, for
+    /// which it asked while a write was under way, can't be taken then; the error of that says nothing.
+    std::error_code meaning(std::error_code ec);
+
     /// The TLS library's question about one certificate of the chain, whose own answer is `preverified`.
     bool verify_certificate(bool preverified, asio::ssl::verify_context & ctx, bool should_verify);
 

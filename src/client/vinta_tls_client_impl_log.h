@@ -1,6 +1,7 @@
 #ifndef TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_LOG_H
 #define TAV_CLIENT_VINTA_TLS_CLIENT_IMPL_LOG_H
 
+#include "client/failures.h"
 #include "foundation/report.h"
 #include "tav/vinta/vinta_log.h"
 
@@ -76,7 +77,7 @@ void log_object(tavLogger::LogLevel level, detail::Site site, Print const & prin
 /// The text of an error; a short one if there is no memory for it.
 inline std::string text_of(std::error_code ec) noexcept {
     try {
-        return ec.message();
+        return impl::message_of(ec);
     } catch (...) {
         return "no memory";
     }

@@ -193,12 +193,66 @@ public:
     }
     bool over() { return SSL_renegotiate_pending(it.server->ssl()) == 0; }
 
+    /// Asks, and sends data behind that; the client has read the question by then.
+    void askSeen(std::string const & behind) {
+        // Which is read right behind this one, that counts.
+        unsigned long long const before = it.client.statistics().heartbeats_received;
+        ASSERT_TRUE(it.server->send(frame("")));
+        ask();
+        ASSERT_TRUE(behind.empty() || it.server->send(behind, 4));
+        ASSERT_TRUE(eventually([&] { return it.client.statistics().heartbeats_received > before; }));
+    }
+    /// A message that no system keeps whole for a gateway that reads nothing.
+    static Ask large(int number) {
+        Ask out(number);
+        out.text = tavString(std::string(8 << 20, 'm').c_str());
+        return out;
+    }
+
     /// A request and its reply.
     void expectTalk(int number) {
         auto const asked = it.ask(number);
         ASSERT_TRUE(asked);
         it.server->send(mobile(0x1235, it.server->receive().sno).framed());
         EXPECT_EQ(resultOf(asked), tls::result_ok);
+    }
+
+    /// Asks while the client is in the middle of a message, of which nothing is read until it has seen the
+    /// question; then the message comes whole, and its reply is taken.
+    void expectInTheMiddle(int number) {
+        Ask const message = large(number);
+        auto const sent = it.send(message, number);
+        ASSERT_TRUE(sent);
+        ASSERT_TRUE(it.server->waitInput());
+        ASSERT_NO_FATAL_FAILURE(askSeen(""));
+        ASSERT_TRUE(it.server->serve([&] { return over(); }));
+        Pkt const came = it.server->receive();
+        EXPECT_EQ(came.body.size(), tav_istr(message.encode(true)).size());
+        ASSERT_TRUE(it.server->send(mobile(0x1235, came.sno).framed()));
+        EXPECT_EQ(resultOf(sent), tls::result_ok);
+    }
+
+    /// Reads a message and replies to it; false if the client has gone ahead of its end.
+    bool replies() {
+        try {
+            return it.server->send(mobile(0x1235, it.server->receive().sno).framed());
+        } catch (std::runtime_error const &) {
+            return false;
+        }
+    }
+    /// Whether the connection has ended since data came that TLS could not take, and has said so.
+    bool isCrossed() {
+        it.told.wait(2);
+        for (int const reason : {SSL_R_APP_DATA_IN_HANDSHAKE, SSL_R_UNEXPECTED_MESSAGE}) {
+            std::string const text = tlsText(reason);
+            std::vector<std::string> const told = {"open", errorTold(text, failure::connection_lost)};
+            std::string const first = it.lines().empty() ? std::string() : it.lines()[0];
+            if (it.told.all() == told &&
+                (first == "<n> Write failed: " + text || first == "<n> Read header failed: " + text)) {
+                return true;
+            }
+        }
+        return false;
     }
 
     WorstMeeting it;
@@ -466,6 +520,53 @@ TEST(WorstHandshake, RenegotiationGoesUnseenWithoutAPolicy) {
     anew.it.expectRecovery();
 }
 
+TEST(WorstHandshake, RenegotiationGoesUnseenInTheMiddleOfAMessage) {
+    Renegotiation anew(false);
+    anew.it.server->takeLittle();
+    for (int round = 1; round <= 3; ++round) {
+        ASSERT_NO_FATAL_FAILURE(anew.expectInTheMiddle(round)) << round;
+    }
+    EXPECT_TRUE(anew.it.isStory(opened()));
+    anew.it.expectRecovery();
+}
+
+// Whether the data is taken, or comes while TLS writes and takes none, is up to the order in which the
+// client's two ways go on.
+TEST(WorstHandshake, DataThatCrossesARenegotiationInTheMiddleOfAMessageIsTakenOrIsTheEnd) {
+    for (int const frames : {1, 50}) {
+        SCOPED_TRACE(frames);
+        Renegotiation anew(false);
+        WorstMeeting & it = anew.it;
+        it.server->takeLittle();
+        auto const sent = it.send(Renegotiation::large(1), 1);
+        ASSERT_TRUE(sent);
+        ASSERT_TRUE(it.server->waitInput());
+        std::string behind;
+        for (int i = 0; i < frames; ++i) {
+            behind += frame("");
+        }
+        ASSERT_NO_FATAL_FAILURE(anew.askSeen(behind));
+        if (anew.replies()) {
+            EXPECT_EQ(resultOf(sent), tls::result_ok);
+            EXPECT_TRUE(it.isStory(opened()));
+        } else {
+            EXPECT_EQ(resultOf(sent), tls::result_cancelled);
+            EXPECT_TRUE(anew.isCrossed()) << listed(it.told.all()) << listed(it.lines());
+        }
+        it.expectRecovery();
+    }
+}
+
+TEST(WorstHandshake, NewKeysOfTls13GoUnseenInTheMiddleOfAMessage) {
+    Renegotiation anew(true, TLS1_3_VERSION);
+    anew.it.server->takeLittle();
+    for (int round = 1; round <= 3; ++round) {
+        ASSERT_NO_FATAL_FAILURE(anew.expectInTheMiddle(round)) << round;
+    }
+    EXPECT_TRUE(anew.it.isStory(opened()));
+    anew.it.expectRecovery();
+}
+
 TEST(WorstHandshake, NewKeysOfTls13GoUnseen) {
     Renegotiation anew(true, TLS1_3_VERSION);
     ASSERT_EQ(anew.it.client.negotiated().version, "TLSv1.3");
@@ -561,6 +662,35 @@ TEST(WorstHandshake, WordOfTheEndInItIsTheEnd) {
     EXPECT_TRUE(server->waitGone());
     EXPECT_TRUE(it.isStory(failedHandshake("End of file", failure::closed_by_peer)));
     it.expectRecovery();
+}
+
+// Which TLS 1.2 has at the level of a warning alone.
+TEST(WorstHandshake, WordOfTheEndAsAFailureIsToldByItsText) {
+    std::string const text = "sslv3 alert close notify (SSL routines)";
+    {
+        WorstMeeting it;
+        it.start();
+        auto const server = it.gateway.accept();
+        server->raw();
+        server->put(alert(fatal, SSL_AD_CLOSE_NOTIFY));
+        EXPECT_TRUE(server->waitGone());
+        EXPECT_TRUE(it.isStory(failedHandshake(text)));
+        it.expectRecovery();
+    }
+    Renegotiation anew(false);
+    int end = SSL_AD_CLOSE_NOTIFY;
+    SSL_CTX_set_client_hello_cb(
+        anew.it.gateway.context(),
+        [](SSL *, int * description, void * kind) {
+            *description = *static_cast<int *>(kind);
+            return SSL_CLIENT_HELLO_ERROR;
+        },
+        &end);
+    anew.ask();
+    EXPECT_FALSE(anew.it.server->serve([] { return false; }));
+    EXPECT_TRUE(anew.it.server->waitGone());
+    EXPECT_TRUE(anew.it.isStory(brokenRead(text, failure::connection_lost)));
+    anew.it.expectRecovery();
 }
 
 TEST(WorstHandshake, WarningsAreBorneSoFar) {

@@ -183,6 +183,17 @@ public:
         return n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
     }
 
+    /// Keeps the system from taking much ahead of what is read here.
+    void takeLittle() {
+        int const little = 1 << 18;
+        ::setsockopt(descriptor_, SOL_SOCKET, SO_RCVBUF, &little, sizeof little);
+    }
+    /// Waits until something of the client's can be read, and reads nothing of it.
+    bool waitInput() {
+        pollfd what{descriptor_, POLLIN, 0};
+        return ::poll(&what, 1, peer_limit_ms) > 0;
+    }
+
     SSL * ssl() { return ssl_.get(); }
 
 private:
@@ -404,6 +415,10 @@ public:
     }
     /// A tracked request for 0x1235, whose end is added to `ends`.
     std::shared_ptr<tls::send_info> ask(int number = 5, int wait_ms = 60000) {
+        return send(Ask(number), number, wait_ms);
+    }
+    /// The same with a message of one's own.
+    std::shared_ptr<tls::send_info> send(Ask const & message, int number, int wait_ms = 60000) {
         tls::send_option option(
             tls::timedout_option(wait_ms,
                                  [this, number](unsigned long long, unsigned short, bool cancelled) {
@@ -416,7 +431,7 @@ public:
                 ends.add("reply " + std::to_string(number) + " of " + std::to_string(size));
             }),
             0x1235, false, 4);
-        return client.send_msg(Ask(number), option);
+        return client.send_msg(message, option);
     }
 
     /// Closes the connection from this end.
