@@ -1,5 +1,6 @@
 #include "tools/file_output.h"
 
+#include "tools/descriptor.h"
 #include "tools/failure.h"
 
 #include <fcntl.h>
@@ -18,29 +19,6 @@ namespace {
 
 /// The mark stands within these bytes.
 constexpr std::size_t markWithin = 1024;
-
-class Descriptor {
-public:
-    explicit Descriptor(int fd) : fd_(fd) {}
-    ~Descriptor() {
-        if (fd_ >= 0) {
-            ::close(fd_);
-        }
-    }
-    Descriptor(Descriptor const &) = delete;
-    Descriptor & operator=(Descriptor const &) = delete;
-
-    int get() const { return fd_; }
-    /// 0, or the error: some disks tell only now that they are full.
-    int close() {
-        int const fd = fd_;
-        fd_ = -1;
-        return ::close(fd) == 0 ? 0 : errno;
-    }
-
-private:
-    int fd_;
-};
 
 /// 0, or the error.
 int writeAll(int fd, std::string_view text) {

@@ -107,6 +107,9 @@ public:
         gateway::writePort(settings, gateway.port());
         if (web != nullptr) {
             said_.say("gateway: the page is at " + web->place());
+            if (web->isOnAllAddresses()) {
+                said_.say("gateway: the page listens on all addresses of this machine");
+            }
         }
         waitForEnd(interrupts);
         gateway.stop();

@@ -1,5 +1,7 @@
 #include "tools/gateway_record.h"
 
+#include "tools/descriptor.h"
+
 #include <fcntl.h>
 #include <sys/eventfd.h>
 #include <sys/stat.h>
@@ -16,23 +18,6 @@ namespace {
 
 constexpr unsigned long long frameHead = 4;
 constexpr unsigned long long largestFrame = 0xFFFFFF;
-
-/// A descriptor that is closed.
-class File {
-public:
-    explicit File(int fd) : fd_(fd) {}
-    ~File() {
-        if (fd_ >= 0) {
-            ::close(fd_);
-        }
-    }
-    File(File const &) = delete;
-    File & operator=(File const &) = delete;
-    int fd() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 /// Reads lengths of frames, with few calls to the system.
 class Lengths {
@@ -65,13 +50,13 @@ private:
 
 /// Behind what is no whole frame nothing could be read.
 void demandWholeFrames(std::string const & path) {
-    File const file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    Descriptor const file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat state = {};
-    if (file.fd() < 0 || ::fstat(file.fd(), &state) != 0 || !S_ISREG(state.st_mode)) {
+    if (file.get() < 0 || ::fstat(file.get(), &state) != 0 || !S_ISREG(state.st_mode)) {
         return;
     }
     auto const end = static_cast<unsigned long long>(state.st_size);
-    Lengths lengths(file.fd());
+    Lengths lengths(file.get());
     unsigned long long at = 0;
     while (at < end) {
         unsigned long long const size = lengths.at(at);

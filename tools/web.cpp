@@ -236,6 +236,20 @@ public:
 
     /// Once bound: some who come at once don't have the system put the others off for seconds.
     void widen() const { ::listen(svr_sock_, SOMAXCONN); }
+    /// The address of this machine to ask for, if it listens on all that there are; else empty.
+    std::string oneOfAll() const {
+        sockaddr_storage bound{};
+        socklen_t size = sizeof(bound);
+        if (::getsockname(svr_sock_, reinterpret_cast<sockaddr *>(&bound), &size) != 0) {
+            return {};
+        }
+        auto const & four = reinterpret_cast<sockaddr_in const &>(bound);
+        if (bound.ss_family == AF_INET && four.sin_addr.s_addr == htonl(INADDR_ANY)) {
+            return "127.0.0.1";
+        }
+        auto const & six = reinterpret_cast<sockaddr_in6 const &>(bound);
+        return bound.ss_family == AF_INET6 && IN6_IS_ADDR_UNSPECIFIED(&six.sin6_addr) ? "::1" : "";
+    }
 
 private:
     bool process_and_close_socket(socket_t socket) override {
@@ -281,6 +295,10 @@ public:
                                            std::to_string(options.port) + reason);
         }
         server_.widen();
+        if (std::string one = server_.oneOfAll(); !one.empty()) {
+            shown_ = std::move(one);
+            onAll_ = true;
+        }
         thread_ = std::thread([this] { server_.listen_after_bind(); });
         // What is ended ahead of its begin would not end.
         while (!server_.is_running()) {
@@ -296,10 +314,11 @@ public:
     Server & operator=(Server const &) = delete;
 
     std::string place() const {
-        bool const braced = address_.find(':') != std::string::npos;
-        return "http://" + (braced ? "[" + address_ + "]" : address_) + ":" + std::to_string(port_) +
+        bool const braced = shown_.find(':') != std::string::npos;
+        return "http://" + (braced ? "[" + shown_ + "]" : shown_) + ":" + std::to_string(port_) +
                "/?token=" + token_;
     }
+    bool onAll() const { return onAll_; }
 
 private:
     using Request = httplib::Request;
@@ -401,6 +420,9 @@ private:
     WebApi api_;
     TimedServer server_;
     int port_ = -1;
+    /// The address that is told.
+    std::string shown_ = address_;
+    bool onAll_ = false;
     std::thread thread_;
 };
 
@@ -413,6 +435,10 @@ Web::~Web() = default;
 
 std::string Web::place() const {
     return server_->place();
+}
+
+bool Web::isOnAllAddresses() const {
+    return server_->onAll();
 }
 
 } // namespace tool

@@ -34,8 +34,10 @@ public:
     Web(Web const &) = delete;
     Web & operator=(Web const &) = delete;
 
-    /// Where the page is, with the token.
+    /// Where the page is, with the token: for a browser on this machine.
     std::string place() const;
+    /// Whether others may ask for it at any address of this machine.
+    bool isOnAllAddresses() const;
 
 private:
     class Server;

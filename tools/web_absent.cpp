@@ -20,5 +20,9 @@ std::string Web::place() const {
     return {};
 }
 
+bool Web::isOnAllAddresses() const {
+    return false;
+}
+
 } // namespace tool
 } // namespace tav

@@ -218,9 +218,24 @@ TEST(ToolWeb, ListensOnLoopbackUnlessTold) {
     WebRig const told(other);
     EXPECT_EQ(told.origin.substr(0, told.origin.rfind(':')), "http://127.0.0.2");
     EXPECT_EQ(told.status("/api/state"), 200);
+    EXPECT_FALSE(told.web->isOnAllAddresses());
     WebOptions taken;
     taken.port = std::stoi(port.substr(1));
     EXPECT_THROW(WebRig{taken}, tav::tool::Failure);
+}
+
+// All addresses are none that a browser could ask for.
+TEST(ToolWeb, OnAllAddressesItIsToldWhereThisMachineFindsIt) {
+    for (char const * const all : {"0.0.0.0", "0"}) {
+        WebOptions options;
+        options.address = all;
+        WebRig const rig(options);
+        std::size_t const port = rig.origin.rfind(':');
+        EXPECT_EQ(rig.origin.substr(0, port), "http://127.0.0.1");
+        EXPECT_TRUE(rig.web->isOnAllAddresses());
+        EXPECT_EQ(rig.status("/api/state"), 200);
+        EXPECT_TRUE(httplib::Client("http://127.0.0.2" + rig.origin.substr(port)).Get("/"));
+    }
 }
 
 TEST(ToolWeb, PageLetsNothingInFromElsewhere) {
@@ -749,6 +764,11 @@ TEST(ToolWeb, CommandLineStartsThePageAndPrintsWhereItIs) {
     ToolRun const run = rig.tool.run(with + "-t m.pml --web 0");
     EXPECT_EQ(run.code, 0) << run.err;
     EXPECT_TRUE(has(run.out, "gateway: the page is at http://127.0.0.1:")) << run.out;
+    EXPECT_FALSE(has(run.out, "all addresses")) << run.out;
+    ToolRun const wide = rig.tool.run(with + "-t m.pml --web 0 --web-address 0.0.0.0");
+    EXPECT_EQ(wide.code, 0) << wide.err;
+    EXPECT_TRUE(has(wide.out, "gateway: the page is at http://127.0.0.1:")) << wide.out;
+    EXPECT_TRUE(has(wide.out, "gateway: the page listens on all addresses of this machine\n")) << wide.out;
     EXPECT_EQ(rig.tool.run(with + "--web 0").code, 2);
     EXPECT_EQ(rig.tool.run(with + "-t m.pml --reveal").code, 2);
     EXPECT_EQ(rig.tool.run(with + "-t m.pml --web 70000").code, 2);
