@@ -243,11 +243,13 @@ public:
     /// Whether the connection has ended since data came that TLS could not take, and has said so.
     bool isCrossed() {
         it.told.wait(2);
+        // What fails first is told; the other way has a line of its own as the connection closes.
+        eventually([&] { return it.lines().size() >= 2; });
         for (int const reason : {SSL_R_APP_DATA_IN_HANDSHAKE, SSL_R_UNEXPECTED_MESSAGE}) {
             std::string const text = tlsText(reason);
             std::vector<std::string> const told = {"open", errorTold(text, failure::connection_lost)};
             std::string const first = it.lines().empty() ? std::string() : it.lines()[0];
-            if (it.told.all() == told &&
+            if (it.told.all() == told && it.lines().size() == 2 &&
                 (first == "<n> Write failed: " + text || first == "<n> Read header failed: " + text)) {
                 return true;
             }
