@@ -2,18 +2,29 @@
 
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
-// Runs a target over its seeds, or over files: `fuzz_corpus NAME [FILE...]`.
+// Runs a target over its seeds, or over files and folders of them: `fuzz_corpus NAME [FILE...]`.
 
 namespace {
 
+void runFile(tav_fuzz::Target const & target, std::filesystem::path const & path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string const input((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    tav_fuzz::runOnce(target, input);
+}
+
 int runFiles(tav_fuzz::Target const & target, int argc, char ** argv) {
     for (int i = 2; i < argc; ++i) {
-        std::ifstream in(argv[i], std::ios::binary);
-        std::string const input((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-        tav_fuzz::runOnce(target, input);
+        if (std::filesystem::is_directory(argv[i])) {
+            for (auto const & each : std::filesystem::directory_iterator(argv[i])) {
+                runFile(target, each.path());
+            }
+        } else {
+            runFile(target, argv[i]);
+        }
     }
     return 0;
 }
@@ -36,6 +47,6 @@ int main(int argc, char ** argv) {
             return argc == 2 ? runSeeds(*target) : runFiles(*target, argc, argv);
         }
     }
-    std::fprintf(stderr, "usage: fuzz_corpus TARGET [FILE...]\n");
+    std::fprintf(stderr, "usage: fuzz_corpus TARGET [FILE or FOLDER...]\n");
     return 2;
 }

@@ -3,21 +3,47 @@
 # covers, and whether something was found.  Corpora grow in build/fuzz/corpora; what was found lies in
 # build/fuzz/findings.  Ends with 1 if anything was found.
 # Usage: scripts/fuzz.sh SECONDS [TARGET...]      the targets by name; all, if none is named
+#        scripts/fuzz.sh coverage [TARGET...]     what seeds and corpora reach by now: lines and branches of each module of the
+#                                                 library, and of the sources that the client's connections are made of
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
 
 seconds=${1-}
-[[ $seconds =~ ^[1-9][0-9]*$ ]] || { echo "usage: scripts/fuzz.sh SECONDS [TARGET...]" >&2; exit 2; }
+[[ $seconds =~ ^([1-9][0-9]*|coverage)$ ]] || { echo "usage: scripts/fuzz.sh SECONDS|coverage [TARGET...]" >&2; exit 2; }
 shift
 need_packages "${fuzz_packages[@]}"
-cmake --preset fuzz >/dev/null
-cmake --build --preset fuzz
-
 names=("$@")
 if [ ${#names[@]} -eq 0 ]; then
     mapfile -t names < <(cd fuzz/targets && ls ./*.cpp | sed 's|^\./||; s|\.cpp$||')
 fi
+
+if [ "$seconds" = coverage ]; then
+    cmake --preset fuzz-coverage >/dev/null
+    cmake --build --preset fuzz-coverage
+    program=build/fuzz-coverage/fuzz/fuzz_corpus
+    counted=build/fuzz-coverage/counted
+    rm -rf "$counted"
+    mkdir -p "$counted"
+    printf '%-18s %8s %12s\n' target inputs 'last runs'
+    for name in "${names[@]}"; do
+        corpus=build/fuzz/corpora/$name
+        LLVM_PROFILE_FILE="$counted/$name-seeds.profraw" "$program" "$name" >/dev/null
+        inputs=0
+        if [ -d "$corpus" ]; then
+            inputs=$(find "$corpus" -type f | wc -l)
+            LLVM_PROFILE_FILE="$counted/$name.profraw" "$program" "$name" "$corpus"
+        fi
+        runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "build/fuzz/findings/$name.log" 2>/dev/null || true)
+        printf '%-18s %8s %12s\n' "$name" "$inputs" "${runs:-0}"
+    done
+    llvm-profdata-14 merge -sparse "$counted"/*.profraw -o "$counted/all.profdata"
+    llvm-cov-14 export "$program" -instr-profile="$counted/all.profdata" -summary-only >"$counted/all.json"
+    exec python3 scripts/fuzz_coverage.py "$counted/all.json"
+fi
+
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz
 export UBSAN_OPTIONS="print_stacktrace=1${UBSAN_OPTIONS:+:$UBSAN_OPTIONS}"
 mkdir -p build/fuzz/findings
 found=0

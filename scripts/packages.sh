@@ -12,7 +12,7 @@ lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)
 long_packages=(haproxy stunnel4)
 places_packages=("${library_packages[@]}" ninja-build ca-certificates clang g++-aarch64-linux-gnu
                  g++-i686-linux-gnu libc++-14-dev libc++abi-14-dev qemu-user)
-fuzz_packages=("${library_packages[@]}" ninja-build ccache clang-14 clang libclang-rt-14-dev)
+fuzz_packages=("${library_packages[@]}" ninja-build ccache clang-14 clang libclang-rt-14-dev llvm-14 python3)
 wireshark_packages=(tshark python3)
 browser_packages=(chromium-headless-shell python3)
 debian_packages=("${library_packages[@]}" git libcli11-dev libcpp-httplib-dev python3 pkgconf dpkg-dev debhelper dh-python help2man lintian

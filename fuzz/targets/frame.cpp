@@ -2,14 +2,17 @@
 #include "fuzz/model.h"
 #include "fuzz/opened.h"
 #include "fuzz/seeds.h"
+#include "support/tls_far_end.h"
 
 #include <algorithm>
-#include <cstring>
+#include <memory>
+#include <optional>
 
-// A session and its client without TLS and without threads: the input is a script of what the network brings
-// and the application does.  What the far end sends is cut into frames, dispatched, affirmed and given to
-// callbacks of every form; sends are tracked, written, answered, timed out and cancelled; in the end the
-// connection breaks or is closed, and nothing may be left of it.
+// A session and its client without threads, over TLS within the process: the input is a script of what the
+// network brings and the application does.  The connect fails in each way or comes up; what the far end sends
+// is decrypted, cut into frames, dispatched, affirmed and given to callbacks of every form, which send, close
+// and throw; sends are tracked, written, answered, timed out and cancelled; reading pauses and goes on; in
+// the end the connection breaks or is closed, and nothing may be left of it.  The clock is the script's.
 
 namespace tav_fuzz {
 namespace frame_target {
@@ -23,15 +26,12 @@ using StateMember = impl::session_state session::*;
 using AttemptMember = impl::connect_attempt session::*;
 using InputMember = impl::frame_input session::*;
 using OutputMember = impl::frame_output session::*;
-using ReaderMember = impl::frame_reader impl::frame_input::*;
-using WriterMember = impl::frame_writer impl::frame_output::*;
-using TakeInput = bool (impl::frame_input::*)();
 using DrainOutgoing = void (impl::frame_output::*)();
-using OnConnectEnd = void (impl::connect_attempt::*)(tavSharedPtr<impl::connect_owner>, std::error_code);
-using OnHandshakeEnd = void (impl::connect_attempt::*)(impl::connect_owner &, std::error_code);
-using OwnerPtr = tavSharedPtr<impl::connection_owner>;
-using OnReadEnd = void (impl::frame_input::*)(OwnerPtr, std::error_code, std::size_t);
-using OnWriteEnd = void (impl::frame_output::*)(OwnerPtr, std::error_code, std::size_t);
+using OwnerPtr = tavSharedPtr<impl::connect_owner>;
+using TcpSocket = asio::ip::tcp::socket;
+using OnResolved = void (impl::connect_attempt::*)(OwnerPtr, std::error_code, impl::context::results_type);
+using SetHandshake = void (impl::connect_attempt::*)();
+using OnRaceEnd = void (impl::connect_attempt::*)(OwnerPtr, std::error_code, TcpSocket);
 using ContextMember = std::shared_ptr<impl::context> impl::io_thread::*;
 using IoMember = impl::io_thread Client::*;
 using StateOfClientMember = impl::client_state Client::*;
@@ -40,26 +40,29 @@ TAV_FUZZ_OPEN(stateOf, StateMember, &session::state_);
 TAV_FUZZ_OPEN(attemptOf, AttemptMember, &session::attempt_);
 TAV_FUZZ_OPEN(inputOf, InputMember, &session::input_);
 TAV_FUZZ_OPEN(outputOf, OutputMember, &session::output_);
-TAV_FUZZ_OPEN(readerOf, ReaderMember, &impl::frame_input::reader_);
-TAV_FUZZ_OPEN(writerOf, WriterMember, &impl::frame_output::writer_);
-TAV_FUZZ_OPEN(takeInput, TakeInput, &impl::frame_input::take_input);
 TAV_FUZZ_OPEN(drainOutgoing, DrainOutgoing, &impl::frame_output::drain);
-TAV_FUZZ_OPEN(onConnectEnd, OnConnectEnd, &impl::connect_attempt::on_connect_end);
-TAV_FUZZ_OPEN(onHandshakeEnd, OnHandshakeEnd, &impl::connect_attempt::on_handshake_end);
-TAV_FUZZ_OPEN(onReadEnd, OnReadEnd, &impl::frame_input::on_read_end);
-TAV_FUZZ_OPEN(onWriteEnd, OnWriteEnd, &impl::frame_output::on_write_end);
+TAV_FUZZ_OPEN(onResolved, OnResolved, &impl::connect_attempt::on_resolved);
+TAV_FUZZ_OPEN(setHandshake, SetHandshake, &impl::connect_attempt::set_handshake);
+TAV_FUZZ_OPEN(onRaceEnd, OnRaceEnd, &impl::connect_attempt::on_race_end);
 TAV_FUZZ_OPEN(ioOf, IoMember, &Client::io_);
 TAV_FUZZ_OPEN(contextOf, ContextMember, &impl::io_thread::context_);
 TAV_FUZZ_OPEN(presentOf, StateOfClientMember, &Client::present_);
 
 using tav::tls::message_callback;
 
-/// What the callbacks do that the input asks for: fail, or send on the way.
+/// What the callbacks do besides, and whether those of messages and of the open connection throw.
+std::function<void()> besides;
 bool callbacksThrow = false;
-unsigned long long called = 0;
+
+/// A limit, an error or a silence is told.
+void onEvent() {
+    if (besides) {
+        besides();
+    }
+}
 
 void onMessage() {
-    ++called;
+    onEvent();
     if (callbacksThrow) {
         throw std::runtime_error("the application's own");
     }
@@ -140,32 +143,65 @@ private:
     std::size_t at_ = 0;
 };
 
+/// The frames that the far end got: whole ones, of which each but a heartbeat is a packet.
+class Received {
+public:
+    void add(std::string const & bytes) { stream_ += bytes; }
+    void check() {
+        std::size_t at = 0;
+        while (at + 4 <= stream_.size()) {
+            std::size_t const size = lengthAt(at);
+            require(size <= 0xffffff && (size == 0 || size >= 16), "what goes out is packets");
+            if (at + 4 + size > stream_.size()) {
+                break;
+            }
+            at += 4 + size;
+        }
+        stream_.erase(0, at);
+    }
+
+private:
+    std::size_t lengthAt(std::size_t at) const {
+        std::size_t out = 0;
+        for (std::size_t i = 0; i < 4; ++i) {
+            out = out << 8 | static_cast<unsigned char>(stream_[at + i]);
+        }
+        return out;
+    }
+
+    std::string stream_;
+};
+
 class Script {
 public:
-    explicit Script(std::string_view input) : input_(input), client_(theClient()) {
-        unsigned char const options = input_.byte();
-        callbacksThrow = (options & 0x80) != 0;
+    explicit Script(std::string_view input)
+        : input_(input), client_(theClient()), choices_(input_.byte()), habits_(input_.byte()) {
         option_ = std::make_shared<tav::tls::connect_option>();
-        option_->callback_ = callbackOf(options & 7);
-        option_->set_on_error([](unsigned long long, unsigned short, int, char const *) { ++called; });
-        option_->set_on_open([] { ++called; });
-        option_->set_on_heartbeat_timedout([] { ++called; });
-        option_->limits.queued_frames = (options & 8) != 0 ? 3 : 0;
-        option_->limits.tracked_sends = (options & 16) != 0 ? 2 : 0;
+        option_->callback_ = callbackOf(choices_ & 7);
+        option_->set_on_error([](unsigned long long, unsigned short, int, char const *) { onEvent(); });
+        option_->set_on_open([this] {
+            if ((habits_ & 1) != 0) {
+                onMessage();
+            }
+        });
+        option_->set_on_heartbeat_timedout([] { onEvent(); });
+        option_->limits.queued_frames = (choices_ & 8) != 0 ? 3 : 0;
+        option_->limits.tracked_sends = (choices_ & 16) != 0 ? 2 : 0;
+        option_->limits.received_waiting = (habits_ & 2) != 0 ? 2 : 0;
         option_->timedout = tav::tls::timedout_option(1000);
+        if ((habits_ & 4) != 0) {
+            option_->set_on_http_proxy_connect(
+                [this](unsigned, std::string const &, unsigned short) { return (habits_ & 8) != 0 ? 1 : 0; });
+        }
         (client_.*presentOf()).replace(option_);
-        session_ = new session(
-            "<fuzz>", (client_.*ioOf()).*contextOf(),
-            [this](tavBytes const & body) {
-                plain_.expect(textOf(tav_istr(body)));
-                client_.messages().on_recv(body);
-            },
-            *option_, [this] { return clock_; });
-        (client_.*presentOf()).replace(session_);
-        connect((options & 0x60) >> 5);
+        besides = [this] { inCallback(); };
+        callbacksThrow = (choices_ & 0x80) != 0;
     }
 
     ~Script() {
+        besides = nullptr;
+        callbacksThrow = false;
+        far_.reset();
         session_->close();
         (client_.*presentOf()).replace(SessionPtr());
         poll();
@@ -177,79 +213,181 @@ public:
     }
 
     void run() {
+        unsigned const way = (choices_ & 0x60) >> 5;
+        unsigned const kind = way > 1 ? input_.byte() : 0;
+        option_->port = way == 3 && kind % 5 == 0 ? "no port" : "443";
+        make();
+        if (way == 3) {
+            failToConnect(kind % 5);
+        } else {
+            shakeHands(way == 2 ? 1 + kind % 4 : 0);
+        }
+        session_->check_heartbeat(way == 1);
         while (!input_.empty()) {
             step();
         }
-        require(reading_ || !session_->connected() || plain_.refused(),
-                "reading ends with a wrong head alone");
-        end();
+        pump();
+        end(habits_ >> 5);
     }
 
 private:
-    void poll() {
-        auto & io = ((client_.*ioOf()).*contextOf())->io_context();
+    void make() {
+        session_ = new session(
+            "<fuzz>", context(),
+            [this](tavBytes const & body) {
+                plain_.expect(textOf(tav_istr(body)));
+                client_.messages().on_recv(body);
+            },
+            *option_, [this] { return clock_; });
+        (client_.*presentOf()).replace(session_);
+    }
+
+    std::shared_ptr<impl::context> const & context() const { return (client_.*ioOf()).*contextOf(); }
+    impl::session_state & state() { return (*session_).*stateOf(); }
+    impl::connect_attempt & attempt() { return (*session_).*attemptOf(); }
+    impl::frame_input & frames() { return (*session_).*inputOf(); }
+    impl::frame_output & output() { return (*session_).*outputOf(); }
+
+    /// Runs what is ready, as the thread does that goes on behind a failure.
+    bool poll() {
+        auto & io = context()->io_context();
+        bool any = false;
         for (bool more = true; more;) {
             io.restart();
             try {
                 more = io.poll() != 0;
+                any = any || more;
             } catch (std::invalid_argument const &) {
                 reading_ = false;
+                any = true;
+            } catch (std::runtime_error const &) {
+                require((habits_ & 1) != 0 && callbacksThrow,
+                        "only what on_open throws is the application's");
+                any = true;
             }
+        }
+        return any;
+    }
+
+    /// Both ends, until neither has anything to do.
+    void pump() {
+        for (bool more = true; more;) {
+            more = far_ && far_->step();
+            more = poll() || more;
+            if (far_) {
+                received_.add(far_->take());
+            }
+        }
+        received_.check();
+        require(!reading_ || !session_->connected() || frames().paused() || !plain_.hasFrame(),
+                "no whole frame is left");
+    }
+
+    /// Once in a while, as the input asks.
+    void inCallback() {
+        ++called_;
+        if (called_ % 3 == 2 && !within_) {
+            within_ = true;
+            switch (habits_ >> 3 & 3) {
+            case 1: sendNbr(0x40, "", 0x2001); break;
+            case 2: session_->active_close(); break;
+            case 3: session_->cancel_all(); break;
+            default: break;
+            }
+            within_ = false;
         }
     }
 
-    void connect(unsigned way) {
-        impl::session_state & state = (*session_).*stateOf();
-        impl::connect_attempt & attempt = (*session_).*attemptOf();
-        state.advance(impl::session_state::created, impl::session_state::connecting);
-        if (way == 3) {
-            (attempt.*onConnectEnd())(session_, asio::error::connection_refused);
+    /// The connect gets no socket: a port that is none, a lookup and a race that fail, a limit that passes.
+    void failToConnect(unsigned kind) {
+        if (kind == 0) {
+            session_->connect();
+            poll();
             return;
         }
-        state.advance(impl::session_state::connecting, impl::session_state::handshaking);
-        (attempt.*onHandshakeEnd())(*session_,
-                                    way == 2 ? std::error_code(asio::error::eof) : std::error_code());
-        if (way == 1) {
-            session_->check_heartbeat(true);
+        state().advance(impl::session_state::created, impl::session_state::connecting);
+        session_->socket().init();
+        if (kind == 1) {
+            clock_ += 2000;
+            session_->on_timer(false);
+        } else if (kind == 2) {
+            (attempt().*onResolved())(session_, asio::error::host_not_found, {});
+        } else if (kind == 3) {
+            (attempt().*onResolved())(session_, std::error_code(), {});
+        } else {
+            (attempt().*onRaceEnd())(session_, asio::error::connection_refused,
+                                     TcpSocket(context()->io_context()));
         }
+        poll();
+    }
+
+    /// The far end shakes hands, or not: it closes, talks plainly, stops half way, or gives notice at once.
+    void shakeHands(unsigned fault) {
+        state().advance(impl::session_state::created, impl::session_state::connecting);
+        session_->socket().init();
+        (attempt().*setHandshake())();
+        tav_test::DescriptorPair const pair;
+        TcpSocket near(context()->io_context());
+        near.assign(asio::ip::tcp::v4(), pair.ends[0]);
+        far_.emplace(pair.ends[1]);
+        (attempt().*onRaceEnd())(session_, std::error_code(), std::move(near));
+        switch (fault) {
+        case 1: far_->close(); break;
+        case 2: far_->sendPlain(std::string(input_.bytes(input_.byte()))); break;
+        case 3:
+            poll();
+            far_->step();
+            far_->close();
+            break;
+        case 4: far_->sendPlain(unhex("15 0303 0002 02 28")); break;
+        default: break;
+        }
+        pump();
     }
 
     void step() {
-        switch (input_.byte() % 12) {
-        case 0: feed(input_.bytes(input_.byte())); break;
-        case 1: feed(input_.bytes(input_.pair())); break;
+        switch (input_.byte() % 20) {
+        case 0: feed(std::string(input_.bytes(input_.byte()))); break;
+        case 1: feed(std::string(input_.bytes(input_.pair()))); break;
         case 2: feedFrame(std::string(input_.bytes(input_.byte()))); break;
         case 3: feedFrame(std::string(input_.bytes(input_.pair()))); break;
         case 4: feedReply(); break;
         case 5: send(); break;
         case 6: sendJson(); break;
         case 7: tick(); break;
-        case 8: (((*session_).*outputOf()).*drainOutgoing())(); break;
-        case 9: write(); break;
+        case 8: drain(); break;
+        case 9: pump(); break;
         case 10: cancel(); break;
-        default: feedFrame(packet()); break;
+        case 11: feedFrame(packet()); break;
+        case 12: sendObject(); break;
+        case 13:
+            client_.messages().send_old_nbr(input_.byte(), viewOf(input_.bytes(input_.byte())), "to");
+            break;
+        case 14: sendAndWait(); break;
+        case 15: together(); break;
+        case 16: broken(input_.byte()); break;
+        case 17:
+            drain();
+            pump();
+            break;
+        case 18: session_->check_heartbeat((input_.byte() & 1) != 0); break;
+        default:
+            client_.messages().send_json(viewOf(input_.bytes(input_.byte())), tav::tls::send_option(),
+                                         0x2001);
         }
     }
 
-    /// Bytes of the stream, in pieces as large as the reader has room for.
-    void feed(std::string_view bytes) {
-        while (!bytes.empty() && reading_ && session_->connected()) {
-            impl::frame_reader & reader = ((*session_).*inputOf()).*readerOf();
-            impl::frame_reader::place const room = reader.room();
-            require(room.size > 0, "there is room for a byte at least");
-            std::string_view const piece = bytes.substr(0, room.size);
-            std::memcpy(room.data, piece.data(), piece.size());
-            reader.filled(piece.size());
-            plain_.add(piece);
-            bytes.remove_prefix(piece.size());
-            try {
-                (((*session_).*inputOf()).*takeInput())();
-            } catch (std::invalid_argument const &) {
-                require(plain_.refused(), "a head within the limit is taken");
-                reading_ = false;
-            }
+    /// What the far end sends from here on comes in one go with the next step of another kind.
+    void together() { holding_ = !holding_; }
+
+    void feed(std::string const & bytes) {
+        if (!far_ || !far_->send(bytes)) {
+            return;
         }
-        require(!reading_ || !session_->connected() || !plain_.hasFrame(), "no whole frame is left");
+        plain_.add(bytes);
+        if (!holding_) {
+            pump();
+        }
     }
 
     void feedFrame(std::string const & body) {
@@ -278,9 +416,8 @@ private:
         }
     }
 
-    void send() {
+    tav::tls::send_option sendOption(unsigned char bits) {
         tav::tls::send_option option;
-        unsigned char const bits = input_.byte();
         option.sno = input_.byte();
         option.ack = (bits & 1) != 0 ? 0x2001 : 0x3000;
         option.version = (bits & 2) != 0 ? 6 : 4;
@@ -289,12 +426,28 @@ private:
         if ((bits & 64) == 0) {
             option.wait_ms(1 + input_.pair());
         }
-        option.set_on_timedout([](unsigned long long, unsigned short, bool) { ++called; });
-        auto const info = client_.messages().send_nbr((bits & 128) != 0 ? 7 : 0x2001,
-                                                      viewOf(input_.bytes(input_.byte())), option, "target");
+        option.set_on_timedout([](unsigned long long, unsigned short, bool) { onEvent(); });
+        return option;
+    }
+
+    void keep(Client::send_ptr const & info) {
         if (info) {
             sent_.push_back(info);
         }
+    }
+
+    void send() {
+        unsigned char const bits = input_.byte();
+        tav::tls::send_option const option = sendOption(bits);
+        keep(client_.messages().send_nbr((bits & 128) != 0 ? 7 : 0x2001, viewOf(input_.bytes(input_.byte())),
+                                         option, "target"));
+    }
+
+    /// Without a limit.
+    void sendNbr(unsigned char bits, std::string_view body, unsigned short code) {
+        tav::tls::send_option option;
+        option.grey = (bits & 4) != 0;
+        client_.messages().send_nbr(code, viewOf(body), option, "target");
     }
 
     void sendJson() {
@@ -302,21 +455,31 @@ private:
         client_.messages().send_json(viewOf(json), tav::tls::send_option(), tav_istr("im.Everything"));
     }
 
+    void sendObject() {
+        unsigned char const bits = input_.byte();
+        tav::tls::send_option const option = sendOption(bits);
+        tavSharedPtr<tavMessage> const message(new Everything);
+        failureOf([&] { message->decode(viewOf(input_.bytes(input_.byte()))); });
+        keep((bits & 128) != 0 ? client_.messages().send(message, option)
+                               : client_.messages().send(*message, option));
+    }
+
+    /// A wait for a send without a limit, which is none.
+    void sendAndWait() {
+        Everything message;
+        message.text = "waited for";
+        tavSharedPtr<tavMessage> const reply((input_.byte() & 1) != 0 ? new Everything : nullptr);
+        auto const result = client_.messages().send_and_wait(message, reply, 0, false, 6, nullptr);
+        require(result == tav::tls::result_error, "nothing is waited for without a limit");
+    }
+
     void tick() {
         clock_ += input_.pair();
         session_->on_timer(false);
+        poll();
     }
 
-    /// What was posted is written at once, the first time: a second write would meet the socket.
-    void write() {
-        impl::frame_writer & writer = ((*session_).*outputOf()).*writerOf();
-        if (!written_ && session_->connected() && writer.accept()) {
-            written_ = true;
-            impl::frame_writer::piece const piece = writer.next();
-            require(piece.size >= 4, "a piece has a frame at least");
-            (((*session_).*outputOf()).*onWriteEnd())(session_, std::error_code(), piece.size);
-        }
-    }
+    void drain() { (output().*drainOutgoing())(); }
 
     void cancel() {
         unsigned char const which = input_.byte();
@@ -327,35 +490,64 @@ private:
         }
     }
 
+    /// The connection breaks while the script goes on, and what was sent ahead of that still comes.
+    void broken(unsigned char kind) {
+        if (!far_) {
+            return;
+        }
+        switch (kind % 4) {
+        case 0: far_->close(); break;
+        case 1: far_->notice(); break;
+        case 2: far_->sendPlain("what is no record of TLS"); break;
+        default: break;
+        }
+        far_->step();
+    }
+
     /// The ways in which a connection ends.
-    void end() {
-        switch (called % 5) {
-        case 0: (((*session_).*inputOf()).*onReadEnd())(session_, asio::error::eof, 0); break;
-        case 1: session_->active_close(); break;
-        case 2: session_->fail(asio::error::connection_reset); break;
-        case 3:
+    void end(unsigned way) {
+        switch (way) {
+        case 0:
+        case 1:
+        case 2:
+            broken(static_cast<unsigned char>(way));
+            drain();
+            pump();
+            break;
+        case 3: session_->active_close(); break;
+        case 4:
             clock_ += 200000;
             session_->check_heartbeat(true);
             session_->on_timer(false);
             break;
-        default: (((*session_).*outputOf()).*onWriteEnd())(session_, asio::error::broken_pipe, 0); break;
+        case 5: session_->fail(asio::error::connection_reset); break;
+        case 6: session_->disconnect(); break;
+        default: break;
         }
         poll();
     }
 
     Input input_;
     Client & client_;
+    unsigned char const choices_;
+    unsigned char const habits_;
     std::shared_ptr<tav::tls::connect_option> option_;
+    unsigned called_ = 0;
+    bool within_ = false;
     long long clock_ = 1000;
     PlainReader plain_;
+    Received received_;
     bool reading_ = true;
-    bool written_ = false;
+    bool holding_ = false;
+    std::optional<tav_test::TlsFarEnd> far_;
     SessionPtr session_;
     std::vector<Client::send_ptr> sent_;
 };
 
 void run(std::string_view input) {
-    called = 0;
+    // What all of them share is made ahead.
+    static Client const & shared = theClient();
+    static_cast<void>(shared);
     // The threads of the process know nothing of it, so that what the client keeps is small against this.
     HeapLimit const limit(input.size());
     Script(input).run();
@@ -366,33 +558,69 @@ std::string sized(char op, std::string const & bytes) {
     return std::string{op, static_cast<char>(cut.size() >> 8), static_cast<char>(cut.size())} + cut;
 }
 
+std::string shortened(char op, std::string const & bytes) {
+    std::string const cut = bytes.substr(0, 255);
+    return std::string{op, static_cast<char>(cut.size())} + cut;
+}
+
+/// One of the steps that Script knows.
 std::string randomStep(Random & random) {
     auto const small = [&](std::size_t n) { return static_cast<char>(below(random, n)); };
     std::string const body = randomNbr(random, 2).substr(0, 255);
-    switch (below(random, 9)) {
+    switch (below(random, 18)) {
     case 0: return sized(1, randomBytes(random, 40));
     case 1: return sized(3, randomPacket(random));
-    case 2: return std::string{4, static_cast<char>(body.size())} + body;
-    case 3: return std::string{5, small(256), small(4), 0, small(100), static_cast<char>(body.size())} + body;
-    case 4: {
-        std::string const json = randomJsonMessage(random).substr(0, 255);
-        return std::string{6, static_cast<char>(json.size())} + json;
-    }
+    case 2: return shortened(4, body);
+    case 3: return std::string{5, small(256), small(4), 0, small(100)} + shortened(0, body).substr(1);
+    case 4: return shortened(6, randomJsonMessage(random));
     case 5: return std::string{7, small(256), small(256)};
     case 6: return std::string{8, 9};
     case 7: return std::string{10, small(256)};
+    case 8: return std::string{11, '\x22', '\x20', 1, small(4)} + shortened(0, body).substr(1);
+    case 9:
+        return std::string{12, small(256), small(4), 0, small(100)} +
+               shortened(0, randomNbrMessage(random)).substr(1);
+    case 10: return std::string{13, small(256)} + shortened(0, body).substr(1);
+    case 11: return std::string{14, small(2)};
+    case 12: return std::string{15};
+    case 13: return below(random, 3) != 0 ? std::string{17} : std::string{16, small(4)};
+    case 14: return std::string{18, small(2)};
+    case 15: return shortened(19, randomJsonMessage(random));
+    case 16: return std::string{17};
     default: return sized(3, randomPacket(random)) + sized(1, std::string("\0\0\0\0", 4));
     }
 }
 
 void seeds(Seeds & out, Random & random) {
     std::string const shown = unhex("0006 00 1234 00 0002 0000000000000003 0000 4142");
-    out.push_back(std::string(1, '\0') + sized(3, shown));
-    out.push_back(std::string(1, '\0') + sized(1, unhex("00000014") + shown));
-    out.push_back(std::string(1, '\0') + sized(1, unhex("01000000") + shown));
-    fillUp(out, random, 240, [&] {
-        std::string made(1, static_cast<char>(below(random, 4) == 0 ? random() : below(random, 64)));
-        for (std::size_t steps = 1 + below(random, 7); steps > 0; --steps) {
+    std::string const plain(2, '\0');
+    out.push_back(plain + sized(3, shown));
+    out.push_back(plain + sized(1, unhex("00000014") + shown));
+    out.push_back(plain + sized(1, unhex("01000000") + shown));
+    // Connects that fail, and handshakes.
+    for (unsigned i = 0; i < 20; ++i) {
+        char const way = static_cast<char>(i % 2 == 0 ? 0x40 : 0x60);
+        char const habits = static_cast<char>(i % 4 == 3 ? 0x0c : 0x04);
+        out.push_back(std::string{way, habits, static_cast<char>(i / 2)} +
+                      shortened(0, randomBytes(random, 30)).substr(1));
+    }
+    // Receipts that nobody takes along stop the reading; it goes on, or the connection breaks or ends
+    // meanwhile.
+    for (unsigned char way = 0; way < 8; ++way) {
+        std::string made{static_cast<char>(way % 2 == 0 ? 0 : 0x20), static_cast<char>(way << 5 | 2)};
+        made += '\x0f';
+        for (char sequence = 1; sequence < 9; ++sequence) {
+            made += std::string{11, '\x20', '\x30', 0, sequence, 0};
+        }
+        made += "\x0f\x09";
+        made += way < 4 ? std::string{17, 9, 7, 0, 100, 17, 9}
+                        : std::string{16, static_cast<char>(way), 9, 7, 0, 1};
+        out.push_back(made);
+    }
+    fillUp(out, random, 280, [&] {
+        std::string made{static_cast<char>(below(random, 4) == 0 ? random() : below(random, 64)),
+                         static_cast<char>(random())};
+        for (std::size_t steps = 1 + below(random, 9); steps > 0; --steps) {
             made += randomStep(random);
         }
         return made;
