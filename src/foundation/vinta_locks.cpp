@@ -8,6 +8,8 @@
 #include <condition_variable>
 #include <mutex>
 #include <new>
+#include <thread>
+#include <utility>
 
 namespace {
 
@@ -85,38 +87,102 @@ void tavMutex::unlock() const {
     impl_->mutex.unlock();
 }
 
+/// A thread that is woken begins by taking the lock.  So whoever signals does that behind its unlock, where
+/// the woken one finds the lock free, as long as this can wake no other thread in its stead: all that wait
+/// are meant, or there is but one.
 struct [[gnu::visibility("hidden")]] tavMonitor::Impl {
-    /// Waits once on the condition; the caller holds the mutex once.
+    void lock() {
+        std::thread::id const self = std::this_thread::get_id();
+        if (owner.load(std::memory_order_relaxed) != self) {
+            mutex.lock();
+            owner.store(self, std::memory_order_relaxed);
+        }
+        ++depth;
+    }
+
+    void unlock() {
+        if (--depth != 0) {
+            return;
+        }
+        owner.store(std::thread::id(), std::memory_order_relaxed);
+        if (!signalled) {
+            mutex.unlock();
+            return;
+        }
+        signalled = false;
+        users.fetch_add(1, std::memory_order_relaxed);
+        mutex.unlock();
+        condition.notify_all();
+        release();
+    }
+
+    /// Waits once on the condition; the caller holds the mutex.
     bool wait(int ms) {
+        if (std::exchange(signalled, false)) {
+            condition.notify_all();
+        }
         std::chrono::milliseconds const time(static_cast<long long>(static_cast<unsigned>(ms)));
-        ++waiters;
-        std::cv_status const status = condition.wait_until(mutex, std::chrono::steady_clock::now() + time);
-        --waiters;
+        unsigned const held = std::exchange(depth, 0);
+        owner.store(std::thread::id(), std::memory_order_relaxed);
+        waiters.fetch_add(1, std::memory_order_relaxed);
+        std::unique_lock<std::mutex> guard(mutex, std::adopt_lock);
+        std::cv_status const status = condition.wait_until(guard, std::chrono::steady_clock::now() + time);
+        guard.release();
+        waiters.fetch_sub(1, std::memory_order_relaxed);
+        owner.store(std::this_thread::get_id(), std::memory_order_relaxed);
+        depth = held;
         return status == std::cv_status::no_timeout;
     }
 
-    std::recursive_mutex mutex;
-    std::condition_variable_any condition;
+    void signal(bool all) {
+        unsigned const present = waiters.load(std::memory_order_relaxed);
+        if (present == 0) {
+            return;
+        }
+        if (owner.load(std::memory_order_relaxed) == std::this_thread::get_id() && (all || present == 1)) {
+            signalled = true;
+        } else if (all) {
+            condition.notify_all();
+        } else {
+            condition.notify_one();
+        }
+    }
+
+    /// The last one of the monitor and those that still signal ends it.
+    void release() noexcept {
+        if (users.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+            delete this;
+        }
+    }
+
+    std::mutex mutex;
+    std::condition_variable condition;
+    /// Who holds the mutex, and how often.
+    std::atomic<std::thread::id> owner{std::thread::id()};
+    unsigned depth = 0;
+    /// All that wait are to be woken with the unlock.
+    bool signalled = false;
     /// Changed by holders of the mutex only, so a signaller who holds it and sees 0 has nobody to wake.
     std::atomic<unsigned> waiters{0};
+    std::atomic<unsigned> users{1};
 };
 
 tavMonitor::tavMonitor() : impl_(new Impl) {}
 
 tavMonitor::~tavMonitor() {
-    delete impl_;
+    impl_->release();
 }
 
 void tavMonitor::lock() const {
-    impl_->mutex.lock();
+    impl_->lock();
 }
 
 void tavMonitor::unlock() const {
-    impl_->mutex.unlock();
+    impl_->unlock();
 }
 
 bool tavMonitor::wait(int ms) const {
-    Guard guard(impl_->mutex);
+    std::lock_guard<tavMonitor const> guard(*this);
     return impl_->wait(ms);
 }
 
@@ -125,25 +191,21 @@ bool tavMonitor::waitInLock(int ms) const {
 }
 
 void tavMonitor::signal() const {
-    Guard guard(impl_->mutex);
-    signalInLock();
+    std::lock_guard<tavMonitor const> guard(*this);
+    impl_->signal(false);
 }
 
 void tavMonitor::signalAll() const {
-    Guard guard(impl_->mutex);
-    signalAllInLock();
+    std::lock_guard<tavMonitor const> guard(*this);
+    impl_->signal(true);
 }
 
 void tavMonitor::signalInLock() const {
-    if (impl_->waiters.load(std::memory_order_relaxed) != 0) {
-        impl_->condition.notify_one();
-    }
+    impl_->signal(false);
 }
 
 void tavMonitor::signalAllInLock() const {
-    if (impl_->waiters.load(std::memory_order_relaxed) != 0) {
-        impl_->condition.notify_all();
-    }
+    impl_->signal(true);
 }
 
 namespace {

@@ -340,6 +340,40 @@ TEST(LocksMonitor, NoSignalIsLostBetweenTwoThreads) {
     EXPECT_EQ(2 * rounds, turn);
 }
 
+TEST(LocksMonitor, SignalReachesTheWaiterOfOneWhoWaitsNext) {
+    tavMonitor monitor;
+    int turn = 0;
+    std::thread other([&] {
+        MonitorGuard guard(monitor);
+        while (turn != 1) {
+            ASSERT_TRUE(monitor.waitInLock(60000));
+        }
+        turn = 2;
+        monitor.signalInLock();
+    });
+    {
+        MonitorGuard guard(monitor);
+        turn = 1;
+        monitor.signalInLock();
+        while (turn != 2) {
+            ASSERT_TRUE(monitor.waitInLock(60000));
+        }
+    }
+    other.join();
+}
+
+TEST(LocksMonitor, SignalOfAnInnerLockIsNotLost) {
+    Waiters waiters(1);
+    {
+        MonitorGuard outer(waiters.monitor);
+        waiters.monitor.signalAll();
+        waiters.monitor.signal();
+        waiters.tokens = 1;
+    }
+    waiters.awaitWaiting(0);
+    EXPECT_TRUE(waiters.lastResult);
+}
+
 TEST(LocksMonitor, MayBeDestroyedOnceTheStateIsSeen) {
     for (int i = 0; i < 200; ++i) {
         bool entered = false;
