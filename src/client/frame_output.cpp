@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <list>
+#include <typeinfo>
 #include <utility>
 
 namespace tav {
@@ -27,6 +28,9 @@ namespace {
 constexpr unsigned head_size = frame_reader::head_size;
 /// Room for what a packet adds to its body.
 constexpr unsigned packet_overhead = 128;
+
+/// The longest body that is encoded by the thread that sends it.
+constexpr unsigned longest_here = 4096;
 
 /// What the allocator and the containers spend on the blocks of a message that waits: the packet, its body
 /// and the node of the queue, then the frame and the node of the writer.
@@ -44,6 +48,13 @@ void write_size(unsigned char * head, unsigned size) {
     head[1] = static_cast<unsigned char>(size >> 16);
     head[2] = static_cast<unsigned char>(size >> 8);
     head[3] = static_cast<unsigned char>(size);
+}
+
+/// Whether the packet takes no time to encode, on any thread: a small one of the library's own kinds.
+bool is_quick(im::Packet const & pkt) {
+    std::type_info const & kind = typeid(pkt);
+    return (kind == typeid(im::PacketMobile) || kind == typeid(im::PacketPC)) &&
+           pkt.body().size() <= longest_here;
 }
 
 /// Whether TLS holds bytes that no write of ours takes along.  A read has to write as well when the peer asks
@@ -74,26 +85,32 @@ bool frame_output::send_raw(unsigned char const * data, unsigned size) {
     if (size != 0) {
         frame.writeBytes(tav_istr(data, size));
     }
-    return post_bytes(std::move(frame));
+    return post_bytes(std::move(frame), send_account::room(), report::here) != outcome::refused;
 }
 
-bool frame_output::post_bytes(tavBytes && frame, send_account::room room) {
-    return of_.state.up() && (!writer_.post(std::move(frame), std::move(room)) || tell_writer());
-}
-
-// False if the I/O thread has ended, which each further frame is to find out too.  Frames that it could not
-// be told of wait for the next one or for the tick.
-bool frame_output::tell_writer() {
-    try {
-        if (!of_.io->post([this, owner = of_.hold()]() mutable { on_posted(std::move(owner)); })) {
-            writer_.untold();
-            return false;
-        }
-    } catch (...) {
-        tav::detail::reportCaught(at("tav::tls::impl::session::post_bytes"));
-        writer_.untold();
+frame_output::outcome frame_output::post_bytes(tavBytes && frame, send_account::room && room, report by) {
+    if (!of_.state.up()) {
+        return outcome::refused;
     }
-    return true;
+    return writer_.post(std::move(frame), std::move(room)) ? tell_writer(by) : outcome::posted;
+}
+
+// If the I/O thread has ended, each further frame is to find that out too.  Frames that it could not be told
+// of wait for the next one or for the tick.
+frame_output::outcome frame_output::tell_writer(report by) {
+    try {
+        if (of_.io->post([this, owner = of_.hold()]() mutable { on_posted(std::move(owner)); })) {
+            return outcome::posted;
+        }
+        writer_.untold();
+        return outcome::refused;
+    } catch (...) {
+        if (by == report::here) {
+            tav::detail::reportCaught(at("tav::tls::impl::session::post_bytes"));
+        }
+        writer_.untold();
+        return outcome::untold;
+    }
 }
 
 void frame_output::on_posted(owner_ptr owner) {
@@ -190,7 +207,7 @@ std::shared_ptr<send_info> frame_output::send_pkt(tavSharedPtr<im::Packet> pkt, 
         }
         send_queue::list one;
         one.push_back(send_queue::entry{std::move(pkt), info, std::move(room)});
-        if (outgoing_.put(one)) {
+        if (place_here(one) || outgoing_.put(one)) {
             return info;
         }
     }
@@ -217,9 +234,30 @@ frame_output::info_ptr frame_output::refuse(failure why, tav::detail::Site site)
     return info_ptr();
 }
 
+// What goes wrong here is left to "sender", which meets it too, ends the send and says so.
+bool frame_output::place_here(send_queue::list & one) {
+    if (!is_quick(*one.front().pkt) || tavLogger::isLoggable(log_tag, tavLogger::DEBUG) ||
+        !outgoing_.begin_turn()) {
+        return false;
+    }
+    outcome what = outcome::refused;
+    try {
+        what = place(one.front(), report::elsewhere);
+    } catch (...) {
+    }
+    if (what == outcome::posted || what == outcome::untold) {
+        one.clear();
+    }
+    outgoing_.end_turn(one, what == outcome::untold);
+    return true;
+}
+
 // Sends what is there, one packet after the other; a session that is being closed leaves the rest.
 void frame_output::drain() {
     thread_role const role(of_.io.get(), thread_role::sender, of_.key);
+    if (writer_.retell()) {
+        tell_writer(report::here);
+    }
     for (;;) {
         send_queue::list one = outgoing_.take();
         if (one.empty()) {
@@ -243,12 +281,21 @@ void frame_output::send_next(send_queue::entry & next) {
 }
 
 void frame_output::encode(send_queue::entry & next) {
+    outcome const what = place(next, report::here);
+    if (what == outcome::refused) {
+        log_parts(tavLogger::ERROR, at("tav::tls::impl::session::do_send_pkt"), of_.name,
+                  " send buf fail, maybe not connected, remove #", next.pkt->sequence());
+    }
+    if ((what == outcome::refused || what == outcome::too_large) && next.info) {
+        of_.sends.drop(next.info);
+    }
+}
+
+frame_output::outcome frame_output::place(send_queue::entry & next, report by) {
     tav::detail::Site const site = at("tav::tls::impl::session::do_send_pkt");
     im::Packet & pkt = *next.pkt;
-    info_ptr const & info = next.info;
-    unsigned long long const sno = pkt.sequence();
-    if (info && !info->claimed()) {
-        of_.sends.track(info);
+    if (next.info && !next.info->claimed()) {
+        of_.sends.track(next.info);
     }
     tavBytes frame(pkt.body().size() + packet_overhead);
     frame.size(head_size);
@@ -261,16 +308,17 @@ void frame_output::encode(send_queue::entry & next) {
         });
     }
     if (size > frame_reader::max_body_size) {
-        log_parts(tavLogger::ERROR, site, of_.name, " send buf too large, ", size, " bytes, remove #", sno);
-    } else if (post_bytes(std::move(frame), std::move(next.room))) {
+        if (by == report::here) {
+            log_parts(tavLogger::ERROR, site, of_.name, " send buf too large, ", size, " bytes, remove #",
+                      pkt.sequence());
+        }
+        return outcome::too_large;
+    }
+    outcome const what = post_bytes(std::move(frame), std::move(next.room), by);
+    if (what != outcome::refused) {
         counters::add(of_.account->counted().messages_sent);
-        return;
-    } else {
-        log_parts(tavLogger::ERROR, site, of_.name, " send buf fail, maybe not connected, remove #", sno);
     }
-    if (info) {
-        of_.sends.drop(info);
-    }
+    return what;
 }
 
 void frame_output::log_waiting() const {
@@ -290,7 +338,7 @@ void frame_output::log_waiting() const {
 void frame_output::retell() {
     outgoing_.retell();
     if (writer_.retell()) {
-        tell_writer();
+        tell_writer(report::here);
     }
 }
 

@@ -23,7 +23,8 @@ namespace tls {
 namespace TAV_IMPL_NAMESPACE {
 
 /// What goes out on one connection: packets, which "sender" encodes, and their frames, which the I/O thread
-/// writes.  Internal.
+/// writes.  A small packet that nothing is ahead of is encoded by the thread that sends it, unless the log
+/// shows on which thread that was.  Internal.
 ///
 /// What is under way keeps the owner of the connection.
 /// Thread safety: drop_unsent on the I/O thread, all else on any.
@@ -56,8 +57,14 @@ private:
     using owner_ptr = tavSharedPtr<connection_owner>;
     using info_ptr = std::shared_ptr<send_info>;
 
-    bool post_bytes(tavBytes && frame, send_account::room room = send_account::room());
-    bool tell_writer();
+    /// What became of a frame: `untold` is one that was taken, but that the I/O thread knows nothing of yet.
+    enum class outcome : unsigned char { posted, untold, refused, too_large };
+    /// Who says so if there was no memory to tell the I/O thread: the one who found that, or another, for the
+    /// line names its thread.
+    enum class report : unsigned char { here, elsewhere };
+
+    outcome post_bytes(tavBytes && frame, send_account::room && room, report by);
+    outcome tell_writer(report by);
     info_ptr refuse(failure why, detail::Site site) const;
 
     // On the I/O thread.
@@ -67,10 +74,16 @@ private:
     void on_sent(std::size_t length, std::size_t remaining);
     void flush_output() noexcept;
 
+    // On "sender", or on a thread that has its turn.
+    outcome place(send_queue::entry & next, report by);
+
     // On "sender".
     void drain();
     void send_next(send_queue::entry & next);
     void encode(send_queue::entry & next);
+
+    // On the thread that sends.
+    bool place_here(send_queue::list & one);
 
     connection_parts const of_;
     send_queue outgoing_;

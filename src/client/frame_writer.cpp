@@ -14,9 +14,11 @@ using Guard = detail::Guard<detail::Guarding<tavMutex>>;
 
 frame_writer::frame_writer() : record_(static_cast<unsigned>(record_size)) {}
 
-bool frame_writer::post(tavBytes && frame, send_account::room room) {
+bool frame_writer::post(tavBytes && frame, send_account::room && room) {
     std::list<entry> one;
-    one.push_back(entry{std::move(frame), std::move(room)});
+    one.emplace_back();
+    one.front().frame.swap(frame);
+    one.front().room = std::move(room);
     Guard const guard(mutex_);
     posted_.splice(posted_.end(), one);
     return !std::exchange(told_, true);

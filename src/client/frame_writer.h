@@ -44,8 +44,8 @@ public:
 
     /// Puts a frame, which is not empty, behind all others, with the room that it takes until it was written.
     /// True if the caller has to tell the writing thread, which then calls `accept`.  Throws std::bad_alloc,
-    /// and the frame was not taken then.
-    bool post(tavBytes && frame, send_account::room room = send_account::room());
+    /// and neither was taken then.
+    bool post(tavBytes && frame, send_account::room && room = send_account::room());
     /// The caller could not tell the writing thread.
     void untold() noexcept;
     /// True if there are posted frames of which the writing thread was not told; the caller has to do so.

@@ -3,6 +3,7 @@
 #include "client/send_info.h"
 #include "client/vinta_tls_client_impl_log.h"
 
+#include <chrono>
 #include <utility>
 
 namespace tav {
@@ -52,6 +53,35 @@ send_queue::list send_queue::take() {
     return one;
 }
 
+bool send_queue::begin_turn() {
+    Lock const guard(mutex_);
+    if (closed_ || working_ || !waiting_.empty()) {
+        return false;
+    }
+    working_ = true;
+    turn_of_ = std::this_thread::get_id();
+    return true;
+}
+
+void send_queue::end_turn(list & left, bool asked) {
+    std::shared_ptr<tavTaskQueue> idle;
+    {
+        Lock const guard(mutex_);
+        waiting_.splice(waiting_.begin(), left);
+        turn_of_ = std::thread::id();
+        working_ = false;
+        if (closed_) {
+            turn_ended_.notify_all();
+        } else if (asked) {
+            working_ = true;
+            idle = sender_;
+        } else {
+            idle = claim_sender();
+        }
+    }
+    tell(idle);
+}
+
 void send_queue::retell() {
     std::shared_ptr<tavTaskQueue> idle;
     {
@@ -66,9 +96,10 @@ void send_queue::close() {
     {
         Lock const guard(mutex_);
         if (!closed_) {
+            closed_ = true;
+            await_turn();
             sender = sender_;
         }
-        closed_ = true;
     }
     if (!sender) {
         return;
@@ -91,6 +122,13 @@ send_queue::list send_queue::take_left() {
     Lock const guard(mutex_);
     left.swap(left_);
     return left;
+}
+
+// A turn lasts for one packet, unless its thread is the one that closes.
+void send_queue::await_turn() {
+    while (turn_of_ != std::thread::id() && turn_of_ != std::this_thread::get_id()) {
+        mutex_.waitUntil(turn_ended_, std::chrono::steady_clock::now() + std::chrono::seconds(1));
+    }
 }
 
 std::shared_ptr<tavTaskQueue> send_queue::claim_sender() {

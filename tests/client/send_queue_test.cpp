@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -54,6 +55,8 @@ public:
 
     /// Whether the next telling fails as without memory.
     std::atomic<bool> no_memory{false};
+    /// How often the thread was told to work.
+    std::atomic<unsigned> told{0};
     send_queue queue{[this] { return work(); }};
 
 private:
@@ -61,6 +64,7 @@ private:
         if (no_memory.exchange(false)) {
             throw std::bad_alloc();
         }
+        ++told;
         return [this] {
             for (;;) {
                 send_queue::list const one = queue.take();
@@ -137,4 +141,77 @@ TEST(SendQueue, CloseKeepsTheTrackedSendsThatWereNotTaken) {
     EXPECT_EQ(left.front().info->sno(), 2u);
     EXPECT_EQ(left.back().info->sno(), 3u);
     EXPECT_TRUE(taker.queue.take_left().empty());
+}
+
+TEST(SendQueue, TurnOfAnotherThreadIsAheadOfWhatComesMeanwhile) {
+    Taker taker;
+    taker.queue.start();
+    ASSERT_TRUE(taker.queue.begin_turn());
+    ASSERT_TRUE(taker.put(2));
+    ASSERT_TRUE(taker.put(3));
+    EXPECT_FALSE(taker.queue.begin_turn()) << "it is taken, and others wait";
+    EXPECT_EQ(taker.told, 0u);
+    send_queue::list left = packet(1);
+    taker.queue.end_turn(left, false);
+    EXPECT_EQ(taker.taken(3), (Codes{1, 2, 3}));
+    EXPECT_EQ(taker.told, 1u);
+}
+
+TEST(SendQueue, TurnWithoutRestTellsNobody) {
+    Taker taker;
+    send_queue::list none;
+    ASSERT_TRUE(taker.queue.begin_turn());
+    taker.queue.end_turn(none, false);
+    EXPECT_EQ(taker.told, 0u);
+    ASSERT_TRUE(taker.queue.begin_turn());
+    taker.queue.end_turn(none, true);
+    EXPECT_EQ(taker.told, 1u) << "as it was asked for";
+    EXPECT_FALSE(taker.queue.begin_turn()) << "the thread was told to work";
+    taker.queue.start();
+    ASSERT_TRUE(taker.put(1));
+    EXPECT_EQ(taker.taken(1), (Codes{1}));
+}
+
+TEST(SendQueue, NobodyHasATurnAheadOfAPacketThatWaits) {
+    Taker taker;
+    taker.no_memory = true;
+    ASSERT_TRUE(taker.put(1));
+    EXPECT_FALSE(taker.queue.begin_turn());
+    taker.queue.close();
+    EXPECT_FALSE(taker.queue.begin_turn());
+}
+
+TEST(SendQueue, CloseWaitsForTheTurnOfAnotherThread) {
+    Taker taker;
+    taker.queue.start();
+    ASSERT_TRUE(taker.queue.begin_turn());
+    std::atomic<bool> closed{false};
+    std::thread closer([&] {
+        taker.queue.close();
+        closed = true;
+    });
+    for (unsigned short code = 2;; ++code) {
+        send_queue::list one = packet(code);
+        if (!taker.queue.put(one)) {
+            break;
+        }
+        std::this_thread::yield();
+    }
+    EXPECT_FALSE(closed);
+    send_queue::list left = packet(1, true);
+    taker.queue.end_turn(left, false);
+    closer.join();
+    send_queue::list const kept = taker.queue.take_left();
+    ASSERT_EQ(kept.size(), 1u);
+    EXPECT_EQ(kept.front().info->sno(), 1u);
+}
+
+TEST(SendQueue, CloseDoesNotWaitForTheTurnOfItsOwnThread) {
+    Taker taker;
+    taker.queue.start();
+    ASSERT_TRUE(taker.queue.begin_turn());
+    taker.queue.close();
+    send_queue::list none;
+    taker.queue.end_turn(none, true);
+    EXPECT_EQ(taker.told, 0u);
 }

@@ -70,6 +70,22 @@ PacketPtr heldUp(Gate & gate, unsigned long long sno, std::string body = "held")
     return PacketPtr(made);
 }
 
+/// A packet of the library.
+PacketPtr ownPacket(unsigned long long sno, std::string const & body) {
+    PacketPtr const made = tav::im::Packet::create(true, 4);
+    made->setCode(0x1234);
+    made->setSequence(sno);
+    made->setBody(tav_istr(body));
+    return made;
+}
+
+/// What such a packet without a body is on the wire.
+std::string numbered(unsigned long long sno) {
+    tavBytes out;
+    ownPacket(sno, std::string())->encode(out);
+    return std::string(tav_istr(out));
+}
+
 /// A connected session, its far end, and a record of time-outs.
 class Pair {
 public:
@@ -328,6 +344,79 @@ TEST(SessionSendQueue, ManyThreadsSendEverything) {
     EXPECT_EQ(p.s->sends().size(), 0u);
     EXPECT_TRUE(p.timeouts.wait(600));
     EXPECT_EQ(p.timeouts.count(), 600u);
+}
+
+TEST(SessionSendQueue, ThreadsKeepTheirOrderAlsoWhereSomeIsNotLeftToSender) {
+    LogCapture log("clear(NONE)");
+    Pair p;
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < 3; ++t) {
+        threads.emplace_back([&p, t] {
+            for (unsigned i = 0; i < 200; ++i) {
+                // Short ones, and some that are left to "sender" for their size or their kind.
+                PacketPtr const own = i % 16 != 0
+                                          ? ownPacket(t * 1000 + i, std::string(i % 5 == 0 ? 9000 : 9, 'x'))
+                                          : packet(t * 1000 + i, numbered(t * 1000 + i));
+                p.s->send_pkt(own, i % 2 == 0 ? send_option() : p.limited(60000));
+            }
+        });
+    }
+    std::vector<unsigned> next(3, 0);
+    for (unsigned n = 0; n < 600; ++n) {
+        PacketPtr const got = tav::im::Packet::create(true, 4);
+        std::string const frame = p.server->receiveFrame();
+        ASSERT_TRUE(got->decode(tav_istr(frame)));
+        unsigned const t = static_cast<unsigned>(got->sequence()) / 1000;
+        ASSERT_LT(t, 3u);
+        ASSERT_EQ(got->sequence(), t * 1000 + next[t]++);
+    }
+    for (std::thread & each : threads) {
+        each.join();
+    }
+    EXPECT_EQ(p.s->sends().size(), 300u);
+}
+
+TEST(SessionSendQueue, LinesOfASendNameSender) {
+    LogCapture log("clear(DEBUG)");
+    Pair p;
+    p.s->send_pkt(ownPacket(7, "body"), p.limited(60000));
+    ASSERT_TRUE(log.waitFor("<a> add sending #7"));
+    EXPECT_NE(log.find("<a> add sending #7").text.find("sender.0}"), std::string::npos)
+        << log.find("<a> add sending #7").text;
+}
+
+TEST(SessionSendCancel, CloseBesideSendsEndsEachThatWasAccepted) {
+    LogCapture log("clear(NONE)");
+    for (int round = 0; round < 10; ++round) {
+        Pair p;
+        std::vector<std::vector<std::shared_ptr<tav::tls::send_info>>> accepted(2);
+        std::vector<std::thread> threads;
+        for (unsigned t = 0; t < 2; ++t) {
+            threads.emplace_back([&, t] {
+                for (unsigned i = 0; i < 100000; ++i) {
+                    auto info = p.s->send_pkt(ownPacket(t * 100000 + i, "body"), p.limited(60000));
+                    if (!info) {
+                        return;
+                    }
+                    accepted[t].push_back(std::move(info));
+                }
+            });
+        }
+        for (int i = 0; i < 5; ++i) {
+            p.server->receiveFrame();
+        }
+        p.s->close();
+        for (std::thread & each : threads) {
+            each.join();
+        }
+        for (auto const & of : accepted) {
+            for (auto const & info : of) {
+                ASSERT_EQ(waited(info), 3);
+            }
+        }
+        EXPECT_EQ(p.timeouts.count(), accepted[0].size() + accepted[1].size()) << "each was told once";
+        EXPECT_EQ(p.s->sends().size(), 0u);
+    }
 }
 
 TEST(SessionSendTimeout, FiresOnceWithFiveMillisecondsOfSlack) {
