@@ -1,6 +1,7 @@
 #include "tav/vinta/vinta_basetypes_time.h"
 
 #include "foundation/platform.h"
+#include "foundation/time_text.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -8,6 +9,9 @@
 #include <limits>
 #include <mutex>
 #include <string_view>
+
+using tav::detail::timeText;
+using tav::detail::timeTextSize;
 
 namespace {
 
@@ -58,9 +62,6 @@ char * putField(char * out, char separator, int v) {
     return putNumber(out, static_cast<unsigned long long>(v), 2);
 }
 
-/// Room for every text of a time: a year of up to eleven characters, and 25 more.
-constexpr std::size_t timeTextSize = 64;
-
 char * putSecond(char * out, long long second) {
     struct tm const local = tavTime::secondsToLocal(second);
     out = putYear(out, 1900ll + local.tm_year);
@@ -80,8 +81,9 @@ struct LastSecond {
 
 thread_local LastSecond lastSecond = {0, 0, {}};
 
-/// Writes the text of a time into `out`, which has timeTextSize bytes, and returns a view of it.
-std::string_view timeText(tavTime const & time, char * out) {
+} // namespace
+
+std::string_view tav::detail::timeText(tavTime const & time, char * out) {
     long long const second = time.seconds();
     LastSecond & cached = lastSecond;
     if (cached.size == 0 || cached.second != second) {
@@ -99,8 +101,6 @@ std::string_view timeText(tavTime const & time, char * out) {
     end += zoneSize;
     return std::string_view(out, static_cast<std::size_t>(end - out));
 }
-
-} // namespace
 
 tav_time::tav_time(tav_istr text) : text_(text) {}
 

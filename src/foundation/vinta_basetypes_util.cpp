@@ -69,8 +69,11 @@ tav_istr tavUtil::getFileName(char const * path) {
         return tav_istr();
     }
     std::string_view const text(path);
-    std::size_t const separator = text.find_last_of("\\/");
-    return viewOf(separator == std::string_view::npos ? text : text.substr(separator + 1));
+    std::size_t begin = text.size();
+    while (begin > 0 && text[begin - 1] != '/' && text[begin - 1] != '\\') {
+        --begin;
+    }
+    return viewOf(text.substr(begin));
 }
 
 tav_istr tavUtil::getFuncName(char const * name) {

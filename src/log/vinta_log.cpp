@@ -4,8 +4,10 @@
 #include "foundation/guarded.h"
 #include "foundation/platform.h"
 #include "foundation/report.h"
+#include "foundation/time_text.h"
 #include "foundation/views.h"
 #include "log/log_file.h"
+#include "runtime/thread_manager.h"
 #include "tav/vinta/vinta_basetypes_codec.h"
 #include "tav/vinta/vinta_basetypes_failures.h"
 #include "tav/vinta/vinta_basetypes_time.h"
@@ -13,6 +15,7 @@
 #include "tav/vinta/vinta_mt_thread.h"
 #include "tav/vinta/vinta_pml_tree.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
@@ -333,6 +336,7 @@ public:
                 new (&writer_) tavSharedPtr<Writer>;
             }
         }
+        hasWriter_.store(false, std::memory_order_release);
         afterForkInParent();
         renew(mutex_);
         logFile_.afterFork();
@@ -465,6 +469,9 @@ private:
     }
 
     tavSharedPtr<Writer> writer() const {
+        if (!hasWriter_.load(std::memory_order_acquire)) {
+            return tavSharedPtr<Writer>();
+        }
         tav::detail::Guard const guard(writerMutex_);
         return writer_;
     }
@@ -473,6 +480,7 @@ private:
         // The former one ends behind the lock: it may still log.
         tav::detail::Guard const guard(writerMutex_);
         writer_.swap(writer);
+        hasWriter_.store(static_cast<bool>(writer_), std::memory_order_release);
     }
 
     /// Ends the background thread, if there is one.  What it logs while it closes still goes through it; what
@@ -546,6 +554,8 @@ private:
 
     tav::detail::Mutex writerMutex_;
     tavSharedPtr<Writer> writer_ TAV_GUARDED_BY(writerMutex_);
+    /// Spares the lock where there is none.
+    std::atomic<bool> hasWriter_{false};
 
     /// Those of the processes that forked this one.
     std::forward_list<tavSharedPtr<Writer>> former_;
@@ -562,21 +572,47 @@ namespace impl = TAV_IMPL_NAMESPACE;
 
 namespace {
 
+/// The parts and the end in one piece, with room for so many bytes more.
+template <std::size_t N>
+std::string joined(std::array<std::string_view, N> const & parts, std::string_view end, std::size_t more) {
+    std::size_t size = end.size();
+    for (std::string_view const part : parts) {
+        size += part.size();
+    }
+    std::string out;
+    out.reserve(size + more);
+    out.resize(size);
+    char * at = out.data();
+    for (std::string_view const part : parts) {
+        at = std::copy(part.begin(), part.end(), at);
+    }
+    std::copy(end.begin(), end.end(), at);
+    return out;
+}
+
 /// What stands ahead of the text of a record, with room for so many bytes of that.
 std::string headOfLine(tav_istr tag, tavLogger::LogLevel level, std::size_t size, char const * file, int line,
                        char const * func) {
-    tavString const time = tavTime::now().str();
-    tavString const thread = tavThread::currentName();
-    std::string out;
-    out.reserve(160 + thread.size() + tag.size() + size);
-    out.append(bytesOf(time)).append(idsAndStamp());
-    out.append(1, '[').append(nameOf(level)).append("]{");
-    out.append(bytesOf(thread)).append("}[").append(bytesOf(tag)).append(1, ']');
-    out.append(bytesOf(tavUtil::getFuncName(func))).append(1, '(');
-    out.append(bytesOf(tavUtil::getFileName(file))).append(1, ':');
-    appendNumber(out, line);
-    out.append(") ");
-    return out;
+    char time[tav::detail::timeTextSize];
+    char digits[24];
+    std::size_t const digitCount =
+        static_cast<std::size_t>(std::to_chars(digits, digits + sizeof digits, line).ptr - digits);
+    std::string const * const thread = tavThreadManager::ownName();
+    std::array<std::string_view, 14> const parts{tav::detail::timeText(tavTime::now(), time),
+                                                 idsAndStamp(),
+                                                 "[",
+                                                 nameOf(level),
+                                                 "]{",
+                                                 thread != nullptr ? std::string_view(*thread) : "main",
+                                                 "}[",
+                                                 bytesOf(tag),
+                                                 "]",
+                                                 bytesOf(tavUtil::getFuncName(func)),
+                                                 "(",
+                                                 bytesOf(tavUtil::getFileName(file)),
+                                                 ":",
+                                                 std::string_view(digits, digitCount)};
+    return joined(parts, ") ", size);
 }
 
 /// One record as it stands in the log.
