@@ -12,6 +12,10 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#ifdef TAV_BENCH_SIMDJSON
+#include <simdjson.h>
+#endif
+
 #include <cstdlib>
 #include <iostream>
 #include <string>
@@ -146,6 +150,23 @@ void parseNlohmann(benchmark::State & state) {
     setBytes(state);
 }
 BENCHMARK(parseNlohmann)->DenseRange(0, 1);
+
+#ifdef TAV_BENCH_SIMDJSON
+/// The limit: the text becomes a tape in the memory of a parser that is kept, and no tree that could be
+/// changed.
+void parseSimdjson(benchmark::State & state) {
+    simdjson::padded_string const text(document(state.range(0)));
+    simdjson::dom::parser parser;
+    CountAllocations const count(state);
+    for (auto _ : state) {
+        simdjson::dom::element parsed;
+        check(parser.parse(text).get(parsed) == simdjson::SUCCESS, "simdjson");
+        benchmark::DoNotOptimize(parsed);
+    }
+    setBytes(state);
+}
+BENCHMARK(parseSimdjson)->DenseRange(0, 1);
+#endif
 
 void writeOwn(benchmark::State & state) {
     tavSharedPtr<tav::json::JsonValue> const value =
