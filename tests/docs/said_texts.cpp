@@ -299,9 +299,14 @@ std::vector<Text> textsInPython(std::string const & file, std::string const & so
 }
 
 std::vector<Text> textsOf(std::string const & project, Levels levels) {
+    return textsUnder(project, {"src", "include", "bindings"}, levels);
+}
+
+std::vector<Text> textsUnder(std::string const & project, std::vector<std::string> const & folders,
+                             Levels levels) {
     namespace fs = std::filesystem;
     std::vector<Text> all;
-    for (char const * const top : {"src", "include", "bindings"}) {
+    for (std::string const & top : folders) {
         for (auto const & entry : fs::recursive_directory_iterator(fs::path(project) / top)) {
             std::string const extension = entry.path().extension().string();
             std::string const file = fs::relative(entry.path(), project).generic_string();

@@ -32,6 +32,10 @@ std::string literalsIn(std::string const & source);
 /// What the first two give of all sources, bindings and public headers under `project`.
 std::vector<Text> textsOf(std::string const & project, Levels levels = Levels::bad);
 
+/// The same of some of the project's folders.
+std::vector<Text> textsUnder(std::string const & project, std::vector<std::string> const & folders,
+                             Levels levels);
+
 /// The module that a file belongs to: its folder below src/, "bindings/c", "bindings/python", or "kit"; empty
 /// for other headers.
 std::string moduleOf(std::string const & file);

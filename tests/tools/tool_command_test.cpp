@@ -250,4 +250,150 @@ TEST(ToolCommand, LongWorkShowsProgressOnATerminalAndNoneInAPipe) {
     }
 }
 
+char const * const template_text = R"(
+All:object(__class__(im.All)__code__(1F01)[1]ages:map{string,int32}())
+Place:object(__class__(im.Place)[1]city:string())
+Old:object(__class__(im.Old)__code__(05)[1]a:int32())
+)";
+
+/// What a run is given and what it says in its first line; `@` stands for "convert -t m.pml --from".
+struct Said {
+    char const * arguments;
+    std::string input;
+    char const * text;
+    int code = 1;
+};
+
+std::vector<Said> const & texts() {
+    static std::vector<Said> const all = {
+        {"@ json --to json", R"({"__class__":"im.Old","a":"\u12"})",
+         "1:28: error: four hexadecimal digits follow \\u\n"},
+        {"@ json --to json", R"({"__class__":"im.Old","a":7:})", "1:28: error: \":\" has no place here\n"},
+        {"@ json --to json", R"({"__class__":"im.Old",["a"]:7})", "1:23: error: a member needs a name\n"},
+        {"@ json --to json", R"({"__class__":"im.Old","":7})", "1:23: error: a member needs a name\n"},
+        {"@ json --to json", R"({"__class__":"im.Old","a"})",
+         "1:23: error: this name has no value: a colon is missing\n"},
+        {"@ json --to json", R"({"__class__":"im.Old","a":"\q"})",
+         "1:28: error: a backslash stands ahead of one of \"\\/bfnrtu\n"},
+        {"@ json --to json", "{\"__class__\":\"im.Old\",\"a\":\"x\ny\"}",
+         "1:29: error: a text has no line break in JSON: its quote is missing, or \\n is\n"},
+        {"@ xml --to json", "</a>", "1:1: error: no element is open that a ends\n"},
+        {"@ xml --to json", "<im.Old><a>\xff</a></im.Old>", "1:12: error: what stands here is no UTF-8\n"},
+        {"@ xml --to json", "x<!-- ", "1:2: error: what begins here does not end: --> is missing\n"},
+        {"@ frames --to json", std::string(2, '\0'),
+         "byte 2 (0x2): error: the length of a frame has 4 bytes, and 2 are there\n"},
+        {"@ frames --to json", std::string("\1\0\0\0aaaa", 8),
+         "byte 0 (0x0): error: a frame has at most 16777215 bytes, and not 16777216\n"},
+        {"@ frames --to json", std::string("\0\0\0\5abc", 7),
+         "byte 7 (0x7): error: the frame has 5 bytes, and 3 are there\n"},
+        {"@ nbr --to json", "", "NBR does not tell its class: --class or --code is needed\n", 2},
+        {"@ nbr --to json --code zz", "", "--code: \"zz\" is no code: up to four hexadecimal digits\n", 2},
+        {"convert --from json --to nbr", "{}", "--template is needed: it has the classes of the messages\n",
+         2},
+        {"dump --class im.Old", "aa", "--class and --code need a template: --template FILE\n", 2},
+        {"dump --in hex", "1",
+         "1:2: error: a byte has two hexadecimal digits, and the input ends behind the first\n"},
+        {"dump --in base64", "A",
+         "1:2: error: the input ends behind the first character of a group of base64\n"},
+        {"dump --in base64",
+         "A=", "1:2: error: '=' ends a group of base64 that has two or three characters\n"},
+        {"dump --in base64", "AA==A", "1:5: error: 'A' stands behind the padding\n"},
+        {"check", "{\"a\":1}",
+         "1:1: error: this looks like JSON, and is no PML: units as name:type(...) [pml]\n"},
+        {"check", "  ", "1:3: error: there is no unit here: name:type(...) [pml]\n"},
+        {"check", "a:", "1:3: error: a unit is name:type(...), and behind this : is nothing [pml]\n"},
+        {"check", ")", "1:1: error: a ) without a ( [pml]\n"},
+        {"gen html --namespace x", "", "--namespace is for cpp\n", 2},
+        {"gen cpp --namespace 'a b'", "", "--namespace: \"a b\" is no identifier of C++\n", 2},
+    };
+    return all;
+}
+
+/// What is wrong with the options and messages of a load or a request, which is seen ahead of a connect.
+std::vector<Said> const & wishes() {
+    static char const * const json = R"({"__class__":"im.Old","a":1})";
+    static std::vector<Said> const all = {
+        {"load --size x", "", "--size: \"x\" is no number of bytes up to 16776192\n", 2},
+        {"load --size 9-3", "", "--size: \"9-3\" ends before it begins\n", 2},
+        {"load --size 3 --code zz", "", "--code: \"zz\" is no code: up to four hexadecimal digits\n", 2},
+        {"load --size 3 --push", "",
+         "--push: one client has no others that messages are passed on to: --clients\n", 2},
+        {"load -t m.pml --reply-code zz", json,
+         "--reply-code: \"zz\" is no code: up to four hexadecimal digits\n", 2},
+        {"load -t m.pml", R"({"__class__":"im.Place","city":"x"})",
+         "1:1: error: its class has no code to be sent by\n"},
+        {"load -t m.pml", "", "there is no message to be sent\n"},
+        {"request -t m.pml --reply-code zz", json,
+         "--reply-code: \"zz\" is no code: up to four hexadecimal digits\n", 2},
+        {"request -t m.pml --reply im.Place", json, "--reply: the class im.Place has no code\n", 2},
+        {"tls --cert /dev/null", "", "/dev/null: no certificate can be read: ", 2},
+        {"tls --ca /dev/null", "", "/dev/null: no certificates can be read: ", 2},
+    };
+    return all;
+}
+
+std::vector<Said> const & rules() {
+    static std::vector<Said> const all = {
+        {"", "[1]", R"(1:2: error: a rule is an object: { "class": ..., "do": [ ... ] })"},
+        {"", R"([{"class":"im.Old","do":"drop"}])",
+         R"(1:25: error: a rule has a list of steps: "do": [ "drop" ])"},
+        {"", R"([{"class":"im.Old","what":1,"do":["drop"]}])",
+         "1:20: error: a rule has no member what: it has code, class, fields, skip, times and do"},
+        {"", R"([{"class":"im.Old","code":"05","do":["drop"]}])",
+         "1:3: error: a rule has a code or a class, and not both"},
+        {"", R"([{"class":"im.Place","do":["drop"]}])",
+         "1:11: error: the class im.Place has no code, so that no packet is one"},
+        {"", R"([{"class":"im.Old","fields":1,"do":["drop"]}])",
+         R"(1:29: error: fields are an object: { "room": "hall" })"},
+        {"", R"([{"code":"0777","fields":{"a":1},"do":["drop"]}])",
+         "1:17: error: fields need a class, or a code that a class of the template has"},
+        {"", R"([{"class":"im.Old","do":[{"delay":1,"push":2}]}])",
+         R"(1:26: error: a step has one member: { "delay": 100 })"},
+        {"", R"([{"class":"im.Old","do":[{"push":2}]}])",
+         R"(1:34: error: push is a message: { "__class__": "chat.Said", ... })"},
+        {"", "\xEF\xBB\xBF[]", "1:1: error: the file begins with a byte order mark, which JSON has not"},
+        {"", R"([{"class":"im.Old","do":[{"push":{"__class__":"im.Place","city":"x"}}]}])",
+         "1:34: error: the class im.Place has no code to be sent by"},
+    };
+    return all;
+}
+
+void expectSaid(ToolRun const & run, std::string const & what, Said const & one, int code) {
+    EXPECT_EQ(run.code, code) << what << '\n' << run.err;
+    EXPECT_NE((run.out + run.err).find(one.text), std::string::npos)
+        << what << " says " << run.out << run.err;
+}
+
+TEST(ToolCommand, WhatIsWrongWithAnInputIsSaidInWords) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", template_text);
+    for (Said const & one : texts()) {
+        std::string arguments = one.arguments;
+        arguments = arguments[0] == '@' ? "convert -t m.pml --from" + arguments.substr(1) : arguments;
+        arguments += arguments.rfind("gen ", 0) == 0 ? " m.pml" : " -";
+        expectSaid(rig.run(arguments, one.input), arguments, one, one.code);
+    }
+}
+
+TEST(ToolCommand, WhatIsWrongWithALoadOrARequestIsSaidAheadOfTheConnect) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", template_text);
+    for (Said const & one : wishes()) {
+        std::string arguments = one.arguments;
+        arguments += arguments.rfind("tls ", 0) == 0 ? " 127.0.0.1:1" : " --insecure 127.0.0.1:1";
+        expectSaid(rig.run(arguments, one.input), arguments, one, one.code);
+    }
+    Said const nowhere{"", "", "\"nonsense\" is not HOST:PORT, nor [ADDRESS]:PORT\n"};
+    expectSaid(rig.run("load --insecure nonsense --size 3"), "nonsense", nowhere, 2);
+}
+
+TEST(ToolCommand, WhatIsWrongWithARuleIsSaidAheadOfTheStart) {
+    ToolRig const rig(TAV_TOOL);
+    rig.file("m.pml", template_text);
+    for (Said const & one : rules()) {
+        rig.file("r.json", one.input);
+        expectSaid(rig.run("gateway --template m.pml --rules r.json"), one.input, one, 2);
+    }
+}
+
 } // namespace
