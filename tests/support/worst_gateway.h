@@ -7,6 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <linux/sockios.h>
+#include <sys/ioctl.h>
+
 #include <functional>
 #include <memory>
 #include <string>
@@ -181,6 +184,23 @@ public:
         ssize_t const n =
             ::poll(&what, 1, peer_limit_ms) > 0 ? ::recv(descriptor_, buffer, sizeof buffer, 0) : 0;
         return n > 0 ? std::string(buffer, static_cast<std::size_t>(n)) : std::string();
+    }
+
+    /// Reads until there is something to be said to the client, which is not sent yet; empty if it has gone.
+    std::string answer() {
+        char byte = 0;
+        for (;;) {
+            SSL_read(ssl_.get(), &byte, 1);
+            std::string out = output();
+            if (!out.empty() || !feed()) {
+                return out;
+            }
+        }
+    }
+    /// Waits until the client's system has all that was sent.
+    bool waitTaken() const {
+        int left = 0;
+        return eventually([&] { return ::ioctl(descriptor_, SIOCOUTQ, &left) == 0 && left == 0; });
     }
 
     /// Keeps the system from taking much ahead of what is read here.

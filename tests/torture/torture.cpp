@@ -190,6 +190,10 @@ Want::~Want() {
     wanted = std::max(0L, allocationsLeft.exchange(0));
 }
 
+bool wantHappened() {
+    return FailingAllocation::happened();
+}
+
 void spareThread() {
     allocationsSpared = true;
 }

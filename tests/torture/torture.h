@@ -86,6 +86,9 @@ public:
     Want & operator=(Want const &) = delete;
 };
 
+/// Whether what a Want lets fail has failed by now.
+bool wantHappened();
+
 /// Has nothing of the calling thread fail or count from now on.
 void spareThread();
 
