@@ -205,7 +205,7 @@ public:
     /// A message that no system keeps whole for a gateway that reads nothing.
     static Ask large(int number) {
         Ask out(number);
-        out.text = tavString(std::string(8 << 20, 'm').c_str());
+        out.text = tavString(std::string(6 << 20, 'm').c_str());
         return out;
     }
 
@@ -525,7 +525,7 @@ TEST(WorstHandshake, RenegotiationGoesUnseenWithoutAPolicy) {
 TEST(WorstHandshake, RenegotiationGoesUnseenInTheMiddleOfAMessage) {
     Renegotiation anew(false);
     anew.it.server->takeLittle();
-    for (int round = 1; round <= 3; ++round) {
+    for (int round = 1; round <= 2; ++round) {
         ASSERT_NO_FATAL_FAILURE(anew.expectInTheMiddle(round)) << round;
     }
     EXPECT_TRUE(anew.it.isStory(opened()));
@@ -562,9 +562,7 @@ TEST(WorstHandshake, DataThatCrossesARenegotiationInTheMiddleOfAMessageIsTakenOr
 TEST(WorstHandshake, NewKeysOfTls13GoUnseenInTheMiddleOfAMessage) {
     Renegotiation anew(true, TLS1_3_VERSION);
     anew.it.server->takeLittle();
-    for (int round = 1; round <= 3; ++round) {
-        ASSERT_NO_FATAL_FAILURE(anew.expectInTheMiddle(round)) << round;
-    }
+    ASSERT_NO_FATAL_FAILURE(anew.expectInTheMiddle(1));
     EXPECT_TRUE(anew.it.isStory(opened()));
     anew.it.expectRecovery();
 }
