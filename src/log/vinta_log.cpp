@@ -92,7 +92,9 @@ public:
         Node * const own = tag == "clear" || tag == "all" || tag == "default" ? nullptr : &node(tag);
         version_.store(version + 1, std::memory_order_relaxed);
         if (own != nullptr) {
+            int const former = own->level.load(std::memory_order_relaxed);
             own->level.store(level, std::memory_order_release);
+            followLowest(former, level);
         } else {
             if (tag != "default") {
                 int const others = tag == "clear" ? unset : level;
@@ -103,8 +105,8 @@ public:
                 });
             }
             default_.store(level, std::memory_order_release);
+            updateLowest();
         }
-        updateLowest();
         version_.store(version + 2, std::memory_order_release);
     }
 
@@ -184,6 +186,16 @@ private:
             for (Node * at = bucket.load(std::memory_order_relaxed); at != nullptr; at = at->next) {
                 visit(*at);
             }
+        }
+    }
+
+    /// A tag has another level: all others are looked at only if it may have been the one with the lowest.
+    void followLowest(int former, int level) TAV_REQUIRES(mutex_) {
+        int const lowest = lowest_.load(std::memory_order_relaxed);
+        if (level <= lowest) {
+            lowest_.store(level, std::memory_order_release);
+        } else if (former == lowest) {
+            updateLowest();
         }
     }
 
@@ -748,6 +760,8 @@ bool tavLogger::isLoggable(tav_istr tag, LogLevel level) {
 }
 
 void tavLogger::setLogLevel(tav_istr levels) {
+    // As many as anyone reads.
+    constexpr unsigned mostTold = 16;
     tav::pml::Unit unit;
     try {
         unit.decode(levels);
@@ -759,14 +773,19 @@ void tavLogger::setLogLevel(tav_istr levels) {
     if (!unit.value().empty() || (unit.simple() && !unit.name().empty()) || unit.next()) {
         wrong = "only what stands in one pair of brackets counts";
     }
+    unsigned unknown = 0;
     for (tavSharedPtr<tav::pml::Unit> const & child : unit) {
         int const level = levelNames().getValue(tav_istr(child->value()));
-        if (level == UNKNOWN && child->value() != nameOf(UNKNOWN) && !isSwitch(child->name())) {
+        if (level == UNKNOWN && child->value() != nameOf(UNKNOWN) && !isSwitch(child->name()) &&
+            ++unknown <= mostTold) {
             wrong += wrong.empty() ? "" : "; ";
             wrong.append("there is no level \"").append(child->value()).append("\", so all of ");
             wrong.append(child->name()).append(" passes");
         }
         thresholds.set(child->name(), level);
+    }
+    if (unknown > mostTold) {
+        wrong.append("; the same of ").append(std::to_string(unknown - mostTold)).append(" more");
     }
     if (!wrong.empty()) {
         tellBadLevels(levels, wrong);

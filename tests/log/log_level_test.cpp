@@ -437,6 +437,29 @@ TEST_F(LogLevel, UnknownLevelsAreToldInOneLine) {
     EXPECT_EQ(state(), "(default(INFO)net(UNKNOWN)ok(WARN)ui(UNKNOWN)__console(0)__vip(5))");
 }
 
+TEST_F(LogLevel, UnknownLevelsAreToldOfSixteenTags) {
+    std::string text = "(";
+    for (int i = 0; i < 40; ++i) {
+        text += "t" + std::to_string(i) + "(what)";
+    }
+    std::string const got = told(text + ")");
+    EXPECT_NE(got.find("so all of t15 passes; the same of 24 more" + shape), std::string::npos) << got;
+    EXPECT_EQ(got.find("so all of t16 passes"), std::string::npos) << got;
+}
+
+TEST_F(LogLevel, LowestLevelIsThatOfAllTagsWhicheverChanges) {
+    tavLogger::setLogLevel("(default(ERROR)a(DEBUG)b(TRACE)c(TRACE))");
+    EXPECT_TRUE(tavLogger::isLoggable("b", tavLogger::TRACE));
+    tavLogger::setLogLevel("b", tavLogger::WARN);
+    EXPECT_TRUE(tavLogger::isLoggable("c", tavLogger::TRACE));
+    tavLogger::setLogLevel("c", tavLogger::WARN);
+    EXPECT_FALSE(tavLogger::isLoggable("c", tavLogger::INFO));
+    EXPECT_TRUE(tavLogger::isLoggable("a", tavLogger::DEBUG));
+    EXPECT_FALSE(tavLogger::isLoggable("a", tavLogger::VERBOSE));
+    tavLogger::setLogLevel("d", tavLogger::TRACE);
+    EXPECT_TRUE(tavLogger::isLoggable("d", tavLogger::TRACE));
+}
+
 TEST_F(LogLevel, MalformedTextIsToldAndRaises) {
     EXPECT_EQ("log levels DEBUG: it is no level text" + shape, told("DEBUG"));
     EXPECT_EQ(failure([] { tavLogger::setLogLevel("DEBUG"); }), "empty after pml name");
