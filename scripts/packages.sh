@@ -11,7 +11,7 @@ coverage_packages=("${test_packages[@]}" gcovr)
 lint_packages=("${demo_packages[@]}" clang-format-14 clang-tidy-14)
 long_packages=(haproxy stunnel4)
 places_packages=("${library_packages[@]}" ninja-build ca-certificates clang g++-aarch64-linux-gnu
-                 g++-i686-linux-gnu libc++-14-dev libc++abi-14-dev qemu-user)
+                 g++-i686-linux-gnu libc++-14-dev libc++abi-14-dev qemu-user debootstrap libcli11-dev nlohmann-json3-dev openssl)
 fuzz_packages=("${library_packages[@]}" ninja-build ccache clang-14 clang libclang-rt-14-dev llvm-14 python3)
 wireshark_packages=(tshark python3)
 browser_packages=(chromium-headless-shell python3)

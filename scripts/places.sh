@@ -1,17 +1,24 @@
 #!/usr/bin/env bash
-# Builds the library for other machines and with the oldest tools that it promises to work with, warnings as errors, and
-# runs a small program against it: on 64-bit ARM, on 32-bit x86, with g++ 10, with clang's own standard library, and
-# with CMake 3.18.  What Debian 12 does not have comes from Debian 11, unpacked below build/places; nothing of it is
-# installed.
-# Usage: scripts/places.sh [aarch64|i686|gcc10|libcxx|cmake318 ...]
+# Builds the library, warnings as errors, with the systems, compilers and standards that it promises to work with, and tries it
+# there: a table is in docs/testing.md.
+#   debian11, debian12, debian13: in a root of that release alone, by its g++ and its clang, in each of the standards 17,
+#       20 and 23 that the compiler has.  With g++ and 17: gateway, tool, examples and all test programs; otherwise the
+#       libraries and a few programs, some of each layer.
+#   aarch64: all of it by a cross compiler; what an emulator can run.  i686, gcc10, libcxx, cmake318: the library and a
+#       small program on Debian 12, with what that does not have unpacked from Debian 11.
+# Roots are made below build/places, by root only; nothing of it is installed on this machine.
+# Usage: scripts/places.sh [aarch64|i686|gcc10|libcxx|cmake318|debian11|debian12|debian13 ...]
+#        scripts/places.sh debian13/clang++/20      with one compiler and one standard
+# TAV_PLACE_TESTS="PROGRAM ..." are the test programs that are built and run in place of those; or all.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/packages.sh
+. scripts/root.sh
 need_packages "${places_packages[@]}"
 
 project=$PWD
 places=("$@")
-[ ${#places[@]} -gt 0 ] || places=(aarch64 i686 gcc10 libcxx cmake318)
+[ ${#places[@]} -gt 0 ] || places=(aarch64 i686 gcc10 libcxx cmake318 debian11 debian12 debian13)
 top=$project/build/places
 mkdir -p "$top/asio"
 # asio alone: the folder that it is in holds this machine's other headers too.
@@ -78,6 +85,61 @@ cross() {
         -E "LD_LIBRARY_PATH=$top/$processor/src:/usr/$triplet/lib:$root/usr/lib/$folder"
 }
 
+# Some of each layer, and the client against TLS peers of many kinds.
+few="istr_test number_text_test time_zone_test task_queue_test timer_thread_test nbr_document_test json_values_test pml_text_test
+xml_parser_test log_file_test encodings_test json2nbr_values_test packet_pc_test client_send_test client_policy_test
+worst_certificate_test worst_handshake_test kit_message_test kit_talk_test json_client_test"
+
+# debian RELEASE [COMPILER [STANDARD]]
+debian() {
+    local release=$1 compilers=${2:-g++ clang++} standards=${3:-17 20 23}
+    local suites=([11]=bullseye [12]=bookworm [13]=trixie)
+    local suite=${suites[$release]}
+    local root=$top/root-$suite
+    local packages=(g++ clang cmake ninja-build ccache libasio-dev libssl-dev openssl ca-certificates libgtest-dev libedit-dev
+                    nlohmann-json3-dev python3)
+    # Debian 11 has neither; the first is headers alone, and those of Debian 12 do.
+    [ "$release" = 11 ] || packages+=(libcli11-dev libcpp-httplib-dev)
+    if [ ! -e "$root/complete" ]; then
+        rm -rf "$root"
+        unpack_root "$suite" "$top/$suite.tar" "$root"
+        run_in_root "$root" -- sh -c 'apt-get update -q && apt-get install -y -q --no-install-recommends "$@" && apt-get clean' \
+            sh "${packages[@]}" >"$root/packages.log" 2>&1 || { cat "$root/packages.log" >&2; return 1; }
+        if [ "$release" = 11 ]; then
+            fetch bookworm amd64 "$top/headers" libcli11-dev
+            cp -r "$top/headers/usr/include/CLI" "$root/usr/include/"
+            cp -r "$top/headers/usr/share/cmake/CLI11" "$root/usr/share/cmake/"
+        fi
+        touch "$root/complete"
+    fi
+    mkdir -p "$top/debian$release" "$top/ccache"
+    local compiler standard
+    for compiler in $compilers; do
+        for standard in $standards; do
+            debian_with "$release" "$root" "$compiler" "$standard"
+        done
+    done
+}
+
+# debian_with RELEASE ROOT COMPILER STANDARD
+debian_with() {
+    local release=$1 root=$2 compiler=$3 standard=$4
+    local c=${compiler/g++/gcc}
+    # CMake of Debian 11 knows no 23, as neither of its compilers does.
+    if ! run_in_root "$root" -- sh -c "echo 'static_assert(true);' | $compiler -std=c++$standard -x c++ -fsyntax-only - ||
+            echo 'static_assert(true);' | $compiler -std=c++2b -x c++ -fsyntax-only -" 2>/dev/null; then
+        echo "== debian$release $compiler: it has no C++$standard"
+        return 0
+    fi
+    local tests=$few
+    [ "$compiler/$standard" != g++/17 ] || tests=all
+    tests=${TAV_PLACE_TESTS:-$tests}
+    echo "== debian$release $(run_in_root "$root" -- "$compiler" -dumpversion) $compiler C++$standard"
+    run_in_root "$root" "$project:/project:ro" "$top/debian$release:/build" "$top/ccache:/ccache" -- \
+        env CCACHE_DIR=/ccache CCACHE_NOHASHDIR=1 /project/scripts/place.sh "/build/$compiler-$standard" "$tests" \
+        -DCMAKE_C_COMPILER="${c/clang++/clang}" -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_STANDARD="$standard"
+}
+
 for place in "${places[@]}"; do
     echo "== $place"
     case $place in
@@ -103,6 +165,10 @@ for place in "${places[@]}"; do
         build cmake318 ""
         try cmake318 g++ env "LD_LIBRARY_PATH=$top/cmake318/src"
         cmake=cmake
+        ;;
+    debian11 | debian12 | debian13 | debian1[123]/*)
+        IFS=/ read -r release compiler standard <<<"${place#debian}"
+        debian "$release" "$compiler" "$standard"
         ;;
     *)
         echo "no such place: $place" >&2

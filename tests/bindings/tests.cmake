@@ -19,15 +19,15 @@ endforeach()
 target_compile_definitions(json_break_test PRIVATE TAV_OPENSSL="${TAV_OPENSSL}")
 
 # A program of C 99 and nothing more, by both compilers.
-tav_find_program(test clang TAV_CLANG_C clang clang-14)
-foreach(compiler ${CMAKE_C_COMPILER} ${TAV_CLANG_C})
-    get_filename_component(compiler_name ${compiler} NAME)
-    if(NOT TAV_SANITIZE)
+if(tav_other_tools)
+    tav_find_program(test clang TAV_CLANG_C clang clang-14)
+    foreach(compiler ${CMAKE_C_COMPILER} ${TAV_CLANG_C})
+        get_filename_component(compiler_name ${compiler} NAME)
         add_test(NAME json_c.compiles_as_c99_${compiler_name}
                  COMMAND ${compiler} -std=c99 -Wall -Wextra -pedantic -Werror -fsyntax-only
                          -I${PROJECT_SOURCE_DIR}/include ${CMAKE_CURRENT_LIST_DIR}/program.c)
-    endif()
-endforeach()
+    endforeach()
+endif()
 add_executable(json_c_program bindings/program.c)
 set_target_properties(json_c_program PROPERTIES C_STANDARD 99 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF)
 target_link_libraries(json_c_program PRIVATE tav_build_flags tav_im_json)
@@ -35,7 +35,7 @@ add_test(NAME json_c.program_talks_to_the_gateway
          COMMAND ${CMAKE_CURRENT_LIST_DIR}/with_gateway.sh $<TARGET_FILE:tav-gateway> $<TARGET_FILE:json_c_program> HOST
                  PORT CA ${PROJECT_SOURCE_DIR}/examples/template.pml)
 
-if(NOT TAV_SANITIZE)
+if(tav_other_tools)
     add_test(NAME symbols.five_functions_of_the_json_library
              COMMAND ${CMAKE_COMMAND} -DNM=${CMAKE_NM} -DLIBRARY=$<TARGET_FILE:tav_im_json>
                      -P ${CMAKE_CURRENT_SOURCE_DIR}/symbols/five.cmake)
@@ -45,7 +45,7 @@ add_test(NAME library.json_is_never_unloaded
                  -P ${CMAKE_CURRENT_SOURCE_DIR}/symbols/nodelete.cmake)
 
 # The Python package, by the system's Python ahead of others.  Sanitizers have to be in a process from its start.
-if(NOT TAV_SANITIZE)
+if(tav_other_tools)
     find_program(TAV_PYTHON python3 PATHS /usr/bin NO_DEFAULT_PATH)
     tav_find_program(test python3 TAV_PYTHON python3)
     set(tav_python_folder ${PROJECT_SOURCE_DIR}/bindings/python)
