@@ -9,8 +9,11 @@ shift 2
 cd "$(dirname "$0")/.."
 read -r -a emulator <<<"${EMULATOR-}"
 
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O1 -Werror" -DCMAKE_C_FLAGS_RELEASE="-O1 -Werror" \
-    -DTAV_DEVELOPMENT=ON -DTAV_TESTS=ON -DTAV_PLACE=ON "$@" >/dev/null
+# A compiler warns of more where it optimises.
+type=Release level=-O2
+[ "$tests" = all ] || type=Debug level=-O0
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=$type "-DCMAKE_CXX_FLAGS_${type^^}=$level -Werror" \
+    "-DCMAKE_C_FLAGS_${type^^}=$level -Werror" -DTAV_DEVELOPMENT=ON -DTAV_TESTS=ON -DTAV_PLACE=ON "$@" >/dev/null
 # Without benchmarks and what needs other tools, but with all else that is there.
 mapfile -t there < <(find tests -name '*_test.cpp' -not -path '*/long/*' -printf '%f\n' | sed 's/\.cpp$//' | sort |
     comm -12 - <(ninja -C "$build" -t targets all | sed -n 's/^\(.*_test\): phony$/\1/p' | sort -u))

@@ -2,9 +2,9 @@
 # Builds the library, warnings as errors, with the systems, compilers and standards that it promises to work with, and tries it
 # there: a table is in docs/testing.md.
 #   debian11, debian12, debian13: in a root of that release alone, by its g++ and its clang, in each of the standards 17,
-#       20 and 23 that the compiler has.  With g++ and 17: gateway, tool, examples and all test programs; otherwise the
-#       libraries and a few programs, some of each layer.
-#   aarch64: all of it by a cross compiler; what an emulator can run.  i686, gcc10, libcxx, cmake318: the library and a
+#       20 and 23 that the compiler has.  With g++ and 17: gateway, tool, examples and all test programs, optimised;
+#       otherwise the libraries and a few programs, some of each layer, not optimised.
+#   aarch64: by a cross compiler, the tests of all layers but the client by an emulator.  i686, gcc10, libcxx, cmake318: the library and a
 #       small program on Debian 12, with what that does not have unpacked from Debian 11.
 # Roots are made below build/places, by root only; nothing of it is installed on this machine.
 # Usage: scripts/places.sh [aarch64|i686|gcc10|libcxx|cmake318|debian11|debian12|debian13 ...]
@@ -68,21 +68,39 @@ try() {
     "$@" "$top/$name/consumer"
 }
 
-# cross PROCESSOR TRIPLET DEBIAN-ARCHITECTURE EMULATOR
+# cross PROCESSOR TRIPLET DEBIAN-ARCHITECTURE EMULATOR [TESTS]
 cross() {
-    local processor=$1 triplet=$2 architecture=$3 emulator=$4
+    local processor=$1 triplet=$2 architecture=$3 emulator=$4 tests=${5-}
     local root=$top/root-$architecture
     # Debian's names of folders: i386-linux-gnu where the compiler says i686-linux-gnu.
     local folder=${triplet/i686/i386}
     fetch bookworm "$architecture" "$root" libssl-dev libssl3
-    build "$processor" "-isystem $root/usr/include/$folder" -DCMAKE_SYSTEM_NAME=Linux \
-        -DCMAKE_SYSTEM_PROCESSOR="$processor" -DCMAKE_C_COMPILER="$triplet-gcc" -DCMAKE_CXX_COMPILER="$triplet-g++" \
-        -DOPENSSL_INCLUDE_DIR="$root/usr/include" -DOPENSSL_SSL_LIBRARY="$root/usr/lib/$folder/libssl.so" \
-        -DOPENSSL_CRYPTO_LIBRARY="$root/usr/lib/$folder/libcrypto.so"
+    local flags="-isystem $root/usr/include/$folder" links="-Wl,-rpath-link,$root/usr/lib/$folder"
+    local options=(-DCMAKE_SYSTEM_NAME=Linux
+        -DCMAKE_SYSTEM_PROCESSOR="$processor" -DCMAKE_C_COMPILER="$triplet-gcc" -DCMAKE_CXX_COMPILER="$triplet-g++"
+        -DOPENSSL_INCLUDE_DIR="$root/usr/include" -DOPENSSL_SSL_LIBRARY="$root/usr/lib/$folder/libssl.so"
+        -DOPENSSL_CRYPTO_LIBRARY="$root/usr/lib/$folder/libcrypto.so")
     # The C library of the loader's own folder, ahead of any that this machine has for its 32-bit programs: the two
     # must be of one build.
-    try "$processor" "$triplet-g++ -Wl,-rpath-link,$root/usr/lib/$folder" "$emulator" -L "/usr/$triplet" \
-        -E "LD_LIBRARY_PATH=$top/$processor/src:/usr/$triplet/lib:$root/usr/lib/$folder"
+    emulator="$emulator -L /usr/$triplet -E LD_LIBRARY_PATH=$top/$processor/src:/usr/$triplet/lib:$root/usr/lib/$folder"
+    if [ -z "$tests" ]; then
+        build "$processor" "$flags" "${options[@]}"
+        try "$processor" "$triplet-g++ $links" $emulator
+        return
+    fi
+    fetch bookworm "$architecture" "$root-tests" libgtest-dev
+    EMULATOR=$emulator scripts/place.sh "$top/$processor" "$tests" "${options[@]}" -DCMAKE_CXX_FLAGS="$flags" \
+        -DCMAKE_C_FLAGS="$flags" -DCMAKE_EXE_LINKER_FLAGS="$links" -DTAV_ASIO_INCLUDE_DIR="$top/asio" \
+        -DGTest_DIR="$root-tests/usr/lib/$folder/cmake/GTest" -DCMAKE_CROSSCOMPILING_EMULATOR="${emulator// /;}" \
+        -DTAV_HTTPLIB_LIBRARY=OFF -DTAV_EDIT_LIBRARY=OFF
+}
+
+# The test programs of these folders of tests.
+programs_of() {
+    local folder
+    for folder in "$@"; do
+        find "tests/$folder" -name '*_test.cpp' -printf '%f\n'
+    done | sed 's/\.cpp$//' | sort | tr '\n' ' '
 }
 
 # Some of each layer, and the client against TLS peers of many kinds.
@@ -143,7 +161,11 @@ debian_with() {
 for place in "${places[@]}"; do
     echo "== $place"
     case $place in
-    aarch64) cross aarch64 aarch64-linux-gnu arm64 qemu-aarch64 ;;
+    aarch64)
+        # A process that the emulator runs can't start another one: those of the tool, the kit's and the bindings' do.
+        cross aarch64 aarch64-linux-gnu arm64 qemu-aarch64 \
+            "${TAV_PLACE_TESTS:-$(programs_of foundation runtime codec formats log object model packet)}"
+        ;;
     i686) cross i686 i686-linux-gnu i386 qemu-i386 ;;
     gcc10)
         gcc10=$top/gcc10-root
