@@ -1,6 +1,7 @@
 #include "tav/kit/keeper.h"
 
 #include "support/failing_allocations.h"
+#include "support/in_child.h"
 #include "support/joining_thread.h"
 #include "support/keeper_rig.h"
 
@@ -60,6 +61,18 @@ TEST(KitKeeperMemory, StopGoesWithoutAny) {
         EXPECT_EQ(rig.keeper.status().cause, kit::failure::stopped) << n;
         EXPECT_EQ(rig.keeper.waiting(), 0u) << n;
     }
+}
+
+TEST(KitKeeperMemory, EndOfAParentsKeeperInTheChildTakesNone) {
+    ClosedPort closed;
+    tls::client client("parents");
+    auto keeper = std::make_unique<kit::keeper>(client, quietOption(closed.port()));
+    EXPECT_TRUE(inChild([&] {
+        OwnAlone const own;
+        FailingAllocation const failing(1);
+        keeper.reset();
+        return !FailingAllocation::happened();
+    }));
 }
 
 TEST(KitKeeperMemory, StopWithoutAnyClosesTheConnection) {

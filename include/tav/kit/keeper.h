@@ -51,7 +51,7 @@ public:
     ~keeper() {
         if (!core_->of_this_process()) {
             // Whoever held its lock at the fork is not here to let it go.
-            new std::shared_ptr<detail::keeper_core>(core_);
+            core_->stay();
             return;
         }
         core_->stop();

@@ -48,6 +48,8 @@ public:
     }
 
     bool of_this_process() const { return process_ == tav_process_id(); }
+    /// It is never destroyed from then on.
+    void stay() noexcept { stays_ = shared_from_this(); }
     keeper_timer & timer() const { return timer_; }
     tls::client & client() const { return client_; }
     keeper_status status() const {
@@ -237,6 +239,7 @@ private:
     /// Who tells, and who is in `wake`.
     std::thread::id teller_;
     std::thread::id awake_;
+    std::shared_ptr<keeper_core> stays_;
 };
 
 } // namespace detail
