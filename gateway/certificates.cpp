@@ -12,10 +12,10 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 namespace tav {
 namespace gateway {
@@ -134,7 +134,7 @@ void writeFile(std::string const & path, std::string const & content, mode_t mod
         ok = ::close(file) == 0 && ok;
     }
     if (!ok) {
-        throw std::runtime_error("can't write " + path + ": " + std::strerror(error));
+        throw std::runtime_error("can't write " + path + ": " + std::generic_category().message(error));
     }
 }
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <cstring>
+#include <system_error>
 
 namespace tav {
 namespace tool {
@@ -52,7 +52,7 @@ std::string hexOf(unsigned char byte) {
 } // namespace
 
 Failure systemFailure(std::string const & name, std::string const & text, int error) {
-    return Failure(exitUse, name + ": " + text + ": " + std::strerror(error));
+    return Failure(exitUse, name + ": " + text + ": " + std::generic_category().message(error));
 }
 
 TextPlace placeOf(std::string_view text, std::size_t offset) {

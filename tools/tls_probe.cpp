@@ -20,9 +20,9 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <cstring>
 #include <map>
 #include <memory>
+#include <system_error>
 
 namespace tav {
 namespace tool {
@@ -160,7 +160,7 @@ Socket connected(ProbeOptions const & options, Clock & clock, ProbeResult & to) 
         clock.phase("connect", to);
         return socket;
     }
-    failNetwork(options, std::string("can't connect: ") + std::strerror(error),
+    failNetwork(options, std::string("can't connect: ") + std::generic_category().message(error),
                 error == ECONNREFUSED ? "nobody listens there: check the port, and that the server runs"
                                       : "check the address, and what filters the way");
 }

@@ -7,8 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <limits>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -38,7 +38,8 @@ std::string readFile(Fields & fields, std::string_view name, std::string const &
         std::fclose(file);
     }
     if (!good) {
-        fields.refuse(fields.find(name), "can't read " + path + ": " + std::strerror(error));
+        fields.refuse(fields.find(name),
+                      "can't read " + path + ": " + std::generic_category().message(error));
     }
     return out;
 }

@@ -8,10 +8,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <iterator>
 #include <limits>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 namespace tav {
@@ -413,7 +413,8 @@ void checkLevels(Fields & fields, std::string const & text) {
 void checkLogFile(Fields & fields, std::string const & path) {
     std::FILE * const file = std::fopen(path.c_str(), "ab");
     if (file == nullptr) {
-        fields.refuse(fields.find("file"), "can't write " + path + ": " + std::strerror(errno));
+        fields.refuse(fields.find("file"),
+                      "can't write " + path + ": " + std::generic_category().message(errno));
     }
     std::fclose(file);
 }
