@@ -142,7 +142,8 @@ debian() {
 # debian_with RELEASE ROOT COMPILER STANDARD
 debian_with() {
     local release=$1 root=$2 compiler=$3 standard=$4
-    local c=${compiler/g++/gcc}
+    local c=gcc
+    [ "$compiler" != clang++ ] || c=clang
     # CMake of Debian 11 knows no 23, as neither of its compilers does.
     if ! run_in_root "$root" -- sh -c "echo 'static_assert(true);' | $compiler -std=c++$standard -x c++ -fsyntax-only - ||
             echo 'static_assert(true);' | $compiler -std=c++2b -x c++ -fsyntax-only -" 2>/dev/null; then
@@ -155,7 +156,7 @@ debian_with() {
     echo "== debian$release $(run_in_root "$root" -- "$compiler" -dumpversion) $compiler C++$standard"
     run_in_root "$root" "$project:/project:ro" "$top/debian$release:/build" "$top/ccache:/ccache" -- \
         env CCACHE_DIR=/ccache CCACHE_NOHASHDIR=1 /project/scripts/place.sh "/build/$compiler-$standard" "$tests" \
-        -DCMAKE_C_COMPILER="${c/clang++/clang}" -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_STANDARD="$standard"
+        -DCMAKE_C_COMPILER="$c" -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_STANDARD="$standard"
 }
 
 for place in "${places[@]}"; do

@@ -202,7 +202,7 @@ void Call::tell() noexcept {
                                   : name == tls::failure::bad_address ? port_
                                                                       : std::string();
         ticket_->fail(failureOf(name, text_, field));
-    } catch (std::bad_alloc const &) {
+    } catch (std::exception const &) {
         // The ticket's own answer tells the end.
     }
 }

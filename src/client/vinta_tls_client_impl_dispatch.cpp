@@ -22,6 +22,15 @@ namespace {
 
 using detail::here;
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+/// The pointer is the application's, which reads it on another thread.  C++20 would have it of a type that is
+/// atomic, which a caller in C++17 has not.
+void hand_out(std::shared_ptr<tls::send_info> & to, std::shared_ptr<tls::send_info> const & what) {
+    std::atomic_store(&to, what);
+}
+#pragma GCC diagnostic pop
+
 constexpr unsigned smallest_packet = 16;
 constexpr unsigned char affirm_kind_mask = 0xf0;
 constexpr unsigned char need_affirm = 0x20;
@@ -533,12 +542,12 @@ result_type message_dispatch::send_and_wait(tavMessage const & msg, tavSharedPtr
         return result_error;
     }
     if (out) {
-        std::atomic_store(out, info);
+        hand_out(*out, info);
     }
     result_type const result = info->wait();
     set_last_failure(static_cast<failure>(info->error().value()));
     if (out) {
-        std::atomic_store(out, send_ptr());
+        hand_out(*out, nullptr);
     }
     detail::Guard const guard(awaited->mutex);
     awaited->ack.reset();
