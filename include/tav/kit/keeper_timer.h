@@ -153,7 +153,10 @@ private:
         std::thread::id id;
     };
 
-    explicit process_timer(process_timer * parents) : process_(tav_process_id()), parents_(parents) {}
+    explicit process_timer(process_timer * parents) : process_(tav_process_id()), parents_(parents) {
+        // It is held, and no more.
+        static_cast<void>(parents_);
+    }
 
     static std::atomic<process_timer *> & slot() {
         static std::atomic<process_timer *> the{nullptr};
@@ -248,7 +251,7 @@ private:
 
     unsigned const process_;
     /// Of the process that forked this one; its thread is not here.
-    [[maybe_unused]] process_timer * const parents_;
+    process_timer * const parents_;
     mutable std::mutex mutex_;
     unsigned keepers_ = 0;
     bool exiting_ = false;
