@@ -164,6 +164,7 @@ void parsePlace(std::string const & place, std::string & host, std::string & por
     port = place.substr(colon + 1);
     Integer number;
     bool const numeric = readInteger(port, number);
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the command line is read by one thread.
     bool const named = !numeric && ::getservbyname(port.c_str(), "tcp") != nullptr;
     if (!named && (!numeric || number.negative || number.magnitude == 0 || number.magnitude > 65535)) {
         throw Failure(exitUse,

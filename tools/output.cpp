@@ -54,8 +54,8 @@ std::map<std::string, Colours> const & colourNames() {
 }
 
 void Output::colours(Colours choice) {
-    char const * const without = std::getenv("NO_COLOR");
-    char const * const terminal = std::getenv("TERM");
+    char const * const without = std::getenv("NO_COLOR"); // NOLINT(concurrency-mt-unsafe): nothing sets one.
+    char const * const terminal = std::getenv("TERM");    // NOLINT(concurrency-mt-unsafe)
     bool const wanted = (without == nullptr || *without == '\0') &&
                         (terminal == nullptr || std::string_view(terminal) != "dumb");
     auto const isColoured = [choice, wanted](int fd) {

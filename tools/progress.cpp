@@ -21,7 +21,7 @@ bool isPiped() {
 }
 
 bool isDumb() {
-    char const * const name = std::getenv("TERM");
+    char const * const name = std::getenv("TERM"); // NOLINT(concurrency-mt-unsafe): nothing sets one.
     return name != nullptr && std::string_view(name) == "dumb";
 }
 

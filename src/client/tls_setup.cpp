@@ -221,6 +221,7 @@ void tls_setup::trust_files(std::string const & path) {
 // The library looks into these places without a word when there is nothing.
 void tls_setup::trust_system() {
     auto const place = [](char const * variable, char const * otherwise) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): the library sets none.
         char const * const set = std::getenv(variable);
         return std::string(set != nullptr ? set : otherwise);
     };

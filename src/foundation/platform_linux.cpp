@@ -110,6 +110,7 @@ std::error_code listFolder(std::string const & path, std::vector<std::string> & 
     if (!listing) {
         return lastError();
     }
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): the listing is this call's own.
     while (dirent const * const entry = ::readdir(listing.get())) {
         names.emplace_back(entry->d_name);
     }

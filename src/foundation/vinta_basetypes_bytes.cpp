@@ -41,7 +41,7 @@ constexpr ByteTable makeHexTable() {
         unsigned char const digit = static_cast<unsigned char>(hexDigits[value]);
         table[digit] = value;
         if (value >= 10) {
-            table[static_cast<std::size_t>(digit - 'A' + 'a')] = value;
+            table[static_cast<std::size_t>(digit) - 'A' + 'a'] = value;
         }
     }
     return table;
