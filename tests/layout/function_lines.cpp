@@ -87,7 +87,8 @@ std::string plain(std::string text) {
 
 /// Whether what stands ahead of a brace makes it one that holds declarations.
 bool opensScope(std::string const & head) {
-    static std::regex const scope(R"((^|[^\w])(namespace|class|struct|union|enum|extern)\b[^()=]*$)");
+    static std::regex const scope(
+        R"((^|[^\w])(namespace|class|struct|union|enum|extern)\b(\s*\[\[[^\]]*\]\])?[^()=]*$)");
     return std::regex_search(head, scope);
 }
 
