@@ -85,10 +85,11 @@ public:
     }
     /// In the clear, or encrypted.
     std::string keyPem(std::string const & phrase = "") const {
+        // OpenSSL 1.1.1 asks for what it does not write to.
         return text([&](BIO * out) {
-            return PEM_write_bio_PKCS8PrivateKey(out, key_.get(),
-                                                 phrase.empty() ? nullptr : EVP_aes_128_cbc(), phrase.data(),
-                                                 static_cast<int>(phrase.size()), nullptr, nullptr);
+            return PEM_write_bio_PKCS8PrivateKey(
+                out, key_.get(), phrase.empty() ? nullptr : EVP_aes_128_cbc(),
+                const_cast<char *>(phrase.data()), static_cast<int>(phrase.size()), nullptr, nullptr);
         });
     }
     /// Encrypted in the form that begins with its own head lines.
