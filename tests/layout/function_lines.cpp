@@ -61,7 +61,7 @@ bool opensCharacter(std::string const & text, std::size_t at) {
     return prefix.empty() || prefix == "L" || prefix == "u" || prefix == "U" || prefix == "u8";
 }
 
-/// The source without comments, texts, characters and directives; its lines stay.
+/// The source without comments, texts, characters, attributes and directives; its lines stay.
 std::string plain(std::string text) {
     bool lineBegins = true;
     for (std::size_t at = 0; at < text.size();) {
@@ -71,6 +71,8 @@ std::string plain(std::string text) {
             end = std::min(text.find('\n', at), text.size());
         } else if (c == '/' && text.compare(at, 2, "/*") == 0) {
             end = behind(text, "*/", at + 2);
+        } else if (text.compare(at, 2, "[[") == 0) {
+            end = behind(text, "]]", at + 2);
         } else if (c == '#' && lineBegins) {
             end = endOfDirective(text, at);
         } else if (c == '"') {
