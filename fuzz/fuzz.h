@@ -79,6 +79,14 @@ constexpr int xmlTreeHeap = 85;
 /// `()`: a unit without a name or a value has room for both, for its type and its list: 360 bytes, whose
 /// layout is public, and the list that grows.
 constexpr int pmlTreeHeap = 212;
+/// Classes have the values as well: the most is a list of empty texts, of 32 bytes each, once and a half more
+/// while it grows. Of NBR nothing else is kept, and a text is one byte. Of JSON (`1,`) the tape, the tree of
+/// what is no text yet and the list are there at one time; of XML (`<x/>`) and PML (`()`) the tree, the
+/// streams over its nodes and the list.
+constexpr int nbrObjectHeap = 64;
+constexpr int jsonObjectHeap = 180;
+constexpr int xmlObjectHeap = 210;
+constexpr int pmlObjectHeap = 310;
 /// The tree of it, and the words on what is no level.
 constexpr int levelTextHeap = pmlTreeHeap;
 

@@ -17,7 +17,7 @@ void run(std::string_view input) {
     Everything direct;
     std::string const failed = failureOf([&] {
         withinHeap(
-            input, [&] { direct.decodeJson(viewOf(input)); }, jsonTreeHeap);
+            input, [&] { direct.decodeJson(viewOf(input)); }, jsonObjectHeap);
     });
     Everything slow;
     std::string const slowFailed = failureOf([&] {

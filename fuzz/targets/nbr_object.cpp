@@ -27,7 +27,7 @@ template <class Read>
 Outcome outcomeOf(std::string_view input, Everything & into, Read && read) {
     LogLines lines;
     Outcome out;
-    out.failed = failureOf([&] { withinHeap(input, read); });
+    out.failed = failureOf([&] { withinHeap(input, read, nbrObjectHeap); });
     out.log = lines.take();
     // An enum's number that has no name can be read and neither shown nor written.
     out.failed += failureOf([&] { out.text = textOf(into.dump(true, 0)); });

@@ -16,7 +16,7 @@ void run(std::string_view input) {
                 tavPmlInStream in(viewOf(input));
                 read.io(in);
             },
-            pmlTreeHeap);
+            pmlObjectHeap);
     });
     failureOf([&] { read.dump(true, 0); });
     std::string text;

@@ -16,7 +16,7 @@ void run(std::string_view input) {
                 tavXmlInStream in(viewOf(input));
                 read.io(in);
             },
-            xmlTreeHeap);
+            xmlObjectHeap);
     });
     failureOf([&] { read.dump(true, 0); });
     std::string text;
