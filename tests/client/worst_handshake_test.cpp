@@ -193,13 +193,12 @@ public:
     }
     bool over() { return SSL_renegotiate_pending(it.server->ssl()) == 0; }
 
-    /// Asks, and sends data behind that; the client has read the question by then.
-    void askSeen(std::string const & behind) {
+    /// Asks; the client has read the question by then.
+    void askSeen() {
         // Which is read right behind this one, that counts.
         unsigned long long const before = it.client.statistics().heartbeats_received;
         ASSERT_TRUE(it.server->send(frame("")));
         ask();
-        ASSERT_TRUE(behind.empty() || it.server->send(behind, 4));
         ASSERT_TRUE(eventually([&] { return it.client.statistics().heartbeats_received > before; }));
     }
     /// A message that no system keeps whole for a gateway that reads nothing.
@@ -224,37 +223,12 @@ public:
         auto const sent = it.send(message, number);
         ASSERT_TRUE(sent);
         ASSERT_TRUE(it.server->waitInput());
-        ASSERT_NO_FATAL_FAILURE(askSeen(""));
+        ASSERT_NO_FATAL_FAILURE(askSeen());
         ASSERT_TRUE(it.server->serve([&] { return over(); }));
         Pkt const came = it.server->receive();
         EXPECT_EQ(came.body.size(), tav_istr(message.encode(true)).size());
         ASSERT_TRUE(it.server->send(mobile(0x1235, came.sno).framed()));
         EXPECT_EQ(resultOf(sent), tls::result_ok);
-    }
-
-    /// Reads a message and replies to it; false if the client has gone ahead of its end.
-    bool replies() {
-        try {
-            return it.server->send(mobile(0x1235, it.server->receive().sno).framed());
-        } catch (std::runtime_error const &) {
-            return false;
-        }
-    }
-    /// Whether the connection has ended since data came that TLS could not take, and has said so.
-    bool isCrossed() {
-        it.told.wait(2);
-        // What fails first is told; the other way has a line of its own as the connection closes.
-        eventually([&] { return it.lines().size() >= 2; });
-        for (int const reason : {SSL_R_APP_DATA_IN_HANDSHAKE, SSL_R_UNEXPECTED_MESSAGE}) {
-            std::string const text = tlsText(reason);
-            std::vector<std::string> const told = {"open", errorTold(text, failure::connection_lost)};
-            std::string const first = it.lines().empty() ? std::string() : it.lines()[0];
-            if (it.told.all() == told && it.lines().size() == 2 &&
-                (first == "<n> Write failed: " + text || first == "<n> Read header failed: " + text)) {
-                return true;
-            }
-        }
-        return false;
     }
 
     WorstMeeting it;
@@ -530,33 +504,6 @@ TEST(WorstHandshake, RenegotiationGoesUnseenInTheMiddleOfAMessage) {
     }
     EXPECT_TRUE(anew.it.isStory(opened()));
     anew.it.expectRecovery();
-}
-
-// Whether the data is taken, or comes while TLS writes and takes none, is up to the order in which the
-// client's two ways go on.
-TEST(WorstHandshake, DataThatCrossesARenegotiationInTheMiddleOfAMessageIsTakenOrIsTheEnd) {
-    for (int const frames : {1, 50}) {
-        SCOPED_TRACE(frames);
-        Renegotiation anew(false);
-        WorstMeeting & it = anew.it;
-        it.server->takeLittle();
-        auto const sent = it.send(Renegotiation::large(1), 1);
-        ASSERT_TRUE(sent);
-        ASSERT_TRUE(it.server->waitInput());
-        std::string behind;
-        for (int i = 0; i < frames; ++i) {
-            behind += frame("");
-        }
-        ASSERT_NO_FATAL_FAILURE(anew.askSeen(behind));
-        if (anew.replies()) {
-            EXPECT_EQ(resultOf(sent), tls::result_ok);
-            EXPECT_TRUE(it.isStory(opened()));
-        } else {
-            EXPECT_EQ(resultOf(sent), tls::result_cancelled);
-            EXPECT_TRUE(anew.isCrossed()) << listed(it.told.all()) << listed(it.lines());
-        }
-        it.expectRecovery();
-    }
 }
 
 TEST(WorstHandshake, NewKeysOfTls13GoUnseenInTheMiddleOfAMessage) {
