@@ -1,10 +1,8 @@
 #include "log/log_file.h"
 
-#include "foundation/report.h"
 #include "tav/vinta/vinta_basetypes_util.h"
 #include "tav/vinta/vinta_log.h"
 
-#include <cstring>
 #include <new>
 
 namespace tav {
@@ -29,7 +27,6 @@ void tell(Print const & print) {
 
 void LogFile::begin() {
     Guard const guard(mutex_);
-    putHeld();
     unopenedIsTold_ = false;
     of_.reset();
 }
@@ -47,13 +44,11 @@ void LogFile::afterFork() {
     cut_ = false;
     bannerOwed_ = false;
     lost_ = 0;
-    held_.count = 0;
 }
 
 // The thread of a former file may still write a record to that one.
 void LogFile::turnTo(TargetPtr const & to) {
     if (of_ != to) {
-        putHeld();
         of_ = to;
         cut_ = false;
         bannerOwed_ = false;
@@ -64,102 +59,26 @@ void LogFile::turnTo(TargetPtr const & to) {
 void LogFile::writeBanner(TargetPtr const & to) {
     Guard const guard(mutex_);
     turnTo(to);
-    putHeld();
     bannerOwed_ = true;
     kind_ = Kind::banner;
     append(*to, std::string_view(), to->banner);
 }
 
-void LogFile::write(TargetPtr const & to, std::string_view record) {
+void LogFile::write(TargetPtr const & to, std::string_view record, LostRecord lostRecord) {
     Guard const guard(mutex_);
     turnTo(to);
-    putHeld();
-    writeLine(record);
+    kind_ = Kind::line;
+    append(*to, lost_ != 0 ? lostRecord(lost_, why_) : std::string(), record);
 }
 
-void LogFile::tellLost(TargetPtr const & to) {
+void LogFile::tellLost(TargetPtr const & to, LostRecord lostRecord) {
     Guard const guard(mutex_);
     turnTo(to);
-    putHeld();
     kind_ = Kind::word;
-    std::string const lost = lost_ != 0 ? lostRecord_(lost_, why_) : std::string();
+    std::string const lost = lost_ != 0 ? lostRecord(lost_, why_) : std::string();
     if (!lost.empty()) {
         append(*to, lost, std::string_view());
     }
-}
-
-void LogFile::hold(TargetPtr const & to, std::string_view record) {
-    Guard const guard(mutex_);
-    turnTo(to);
-    if (!held_.takes(record)) {
-        putHeld();
-    }
-    if (held_.takes(record)) {
-        held_.add(record);
-    } else {
-        writeLine(record);
-    }
-}
-
-void LogFile::writeHeld() noexcept {
-    Guard const guard(mutex_);
-    putHeld();
-}
-
-void LogFile::Held::add(std::string_view record) noexcept {
-    std::size_t const begin = size();
-    if (!record.empty()) {
-        std::memcpy(&bytes[begin], record.data(), record.size());
-    }
-    ends[count++] = begin + record.size();
-}
-
-void LogFile::writeLine(std::string_view record) {
-    kind_ = Kind::line;
-    append(*of_, lost_ != 0 ? lostRecord_(lost_, why_) : std::string(), record);
-}
-
-// What one write can't do with all of them each does by itself, so that it ends as if it had come alone.
-void LogFile::putHeld() noexcept {
-    if (held_.count == 0) {
-        return;
-    }
-    for (std::size_t at = putTogether(); at < held_.count; ++at) {
-        std::size_t const begin = at == 0 ? 0 : held_.ends[at - 1];
-        try {
-            writeLine(held_.all().substr(begin, held_.ends[at] - begin));
-        } catch (std::bad_alloc const &) {
-            countLostLine();
-        }
-    }
-    held_.count = 0;
-}
-
-/// Writes what is held in one piece, if the file has room for it and lacks nothing ahead of it.  Returns how
-/// many records are done with.
-std::size_t LogFile::putTogether() {
-    if (held_.count < 2 || lost_ != 0 || cut_ || bannerOwed_) {
-        return 0;
-    }
-    platform::AppendFile const file(of_->path.c_str());
-    std::string_view const all = held_.all();
-    if (file.error() || !file.regular() || file.size() + static_cast<long long>(all.size()) > of_->maxSize) {
-        return 0;
-    }
-    unopenedIsTold_ = false;
-    std::size_t written = 0;
-    std::error_code const why = file.write(all, written);
-    std::size_t done = 0;
-    while (done < held_.count && held_.ends[done] <= written) {
-        ++done;
-    }
-    if (done < held_.count && written > (done == 0 ? 0 : held_.ends[done - 1])) {
-        kind_ = Kind::line;
-        cut_ = true;
-        lose(why);
-        ++done;
-    }
-    return done;
 }
 
 LogFile::Piece LogFile::piece(Target const & to, bool mark, bool banner, std::string_view lost,

@@ -4,7 +4,6 @@
 #include "foundation/guarded.h"
 #include "foundation/platform.h"
 
-#include <array>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -14,9 +13,8 @@
 namespace tav {
 namespace detail {
 
-/// Writes records to a file, which is set aside when it is full.  It is opened for each record, or once for
-/// some that came together: nobody else can tell that from records between which nothing has happened.  What
-/// can't be written is counted, and told in the file once it takes a record again.
+/// Writes records to a file, which is opened for each of them and set aside when it is full.  What can't be
+/// written is counted, and told in the file once it takes a record again.
 class LogFile {
 public:
     struct Target {
@@ -28,8 +26,6 @@ public:
 
     /// The record that tells of lines that were lost, or nothing if none may be told of.
     using LostRecord = std::string (*)(unsigned lines, std::error_code const & why);
-
-    explicit LogFile(LostRecord lostRecord) : lostRecord_(lostRecord) {}
 
     /// Another file follows, or the same one again: what is wrong with it is told anew.
     void begin();
@@ -43,15 +39,9 @@ public:
 
     /// Each may raise std::bad_alloc; then nothing is written.
     void writeBanner(TargetPtr const & to);
-    void write(TargetPtr const & to, std::string_view record);
+    void write(TargetPtr const & to, std::string_view record, LostRecord lostRecord);
     /// Tells of what was lost, if there is anything and it can be told by now.
-    void tellLost(TargetPtr const & to);
-
-    /// Takes a record that is written with those behind it, at the latest by `writeHeld`.  May raise
-    /// std::bad_alloc as the others.
-    void hold(TargetPtr const & to, std::string_view record);
-    /// Writes what is held.  A line that there is no memory for is lost, and counted as such.
-    void writeHeld() noexcept;
+    void tellLost(TargetPtr const & to, LostRecord lostRecord);
 
 private:
     /// What is written in one piece.
@@ -67,26 +57,7 @@ private:
 
     enum class Kind { line, banner, word };
 
-    /// Records that wait for the end of those that came with them.
-    struct Held {
-        static constexpr std::size_t most = 128;
-
-        std::string_view all() const { return std::string_view(bytes.data(), size()); }
-        std::size_t size() const { return count == 0 ? 0 : ends[count - 1]; }
-        bool takes(std::string_view record) const {
-            return count < most && record.size() <= bytes.size() - size();
-        }
-        void add(std::string_view record) noexcept;
-
-        std::size_t count = 0;
-        std::array<std::size_t, most> ends;
-        std::array<char, 128 * most> bytes;
-    };
-
     void turnTo(TargetPtr const & to) TAV_REQUIRES(mutex_);
-    void writeLine(std::string_view record) TAV_REQUIRES(mutex_);
-    void putHeld() noexcept TAV_REQUIRES(mutex_);
-    std::size_t putTogether() TAV_REQUIRES(mutex_);
     Piece piece(Target const & to, bool mark, bool banner, std::string_view lost,
                 std::string_view record) const TAV_REQUIRES(mutex_);
     void append(Target const & to, std::string_view lost, std::string_view record) TAV_REQUIRES(mutex_);
@@ -94,7 +65,6 @@ private:
     void put(platform::AppendFile const & file, Piece const & piece) TAV_REQUIRES(mutex_);
     void lose(std::error_code const & why) TAV_REQUIRES(mutex_);
 
-    LostRecord const lostRecord_;
     /// One record at a time, so that a full file is set aside once.
     Mutex mutex_;
     bool unopenedIsTold_ TAV_GUARDED_BY(mutex_) = false;
@@ -108,8 +78,6 @@ private:
     bool bannerOwed_ TAV_GUARDED_BY(mutex_) = false;
     unsigned lost_ TAV_GUARDED_BY(mutex_) = 0;
     std::error_code why_ TAV_GUARDED_BY(mutex_);
-    /// All for the file of `of_`.
-    Held held_ TAV_GUARDED_BY(mutex_);
 };
 
 } // namespace detail

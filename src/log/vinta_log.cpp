@@ -305,21 +305,6 @@ public:
     };
     typedef tavMsgQueueThread<LogRecord> Writer;
 
-    /// The background thread.  What its queue has for it at one time goes to the file together.
-    class WriterThread final : public Writer {
-    public:
-        WriterThread(LoggerImpl & logger, std::function<void(LogRecord const &)> handler)
-            : Writer("logger", -1, std::move(handler)), logger_(logger) {}
-
-        bool on_loop() override {
-            Together const together(logger_);
-            return Writer::on_loop();
-        }
-
-    private:
-        LoggerImpl & logger_;
-    };
-
     static LoggerImpl & get() {
         static LoggerImpl * const the = new LoggerImpl();
         return *the;
@@ -371,7 +356,7 @@ public:
         closeWriter();
         // A callback on the background thread may fork: in the child, that thread has no record to handle.
         tavSharedPtr<Writer> const writer(
-            new WriterThread(*this, [this, born = processGeneration()](LogRecord const & record) {
+            new Writer("logger", -1, [this, born = processGeneration()](LogRecord const & record) {
                 if (born == processGeneration()) {
                     handle(record);
                 }
@@ -391,9 +376,9 @@ public:
         tellLost();
     }
 
-    void flush() {
+    void flush() const {
         if (tavSharedPtr<Writer> const to = writer()) {
-            flush(*to);
+            to->flush();
         }
     }
 
@@ -428,7 +413,8 @@ public:
         bool const urgent = record.level >= vipLevel_.load(std::memory_order_relaxed);
         to->put(std::move(record));
         if (urgent) {
-            flush(*to);
+            // Does nothing on the writer's own thread, which can't wait for itself.
+            to->flush();
         }
     }
 
@@ -443,27 +429,6 @@ public:
 
 private:
     typedef tav::detail::LogFile::Target File;
-
-    /// Has the records of the calling thread wait for each other while it lives.
-    struct Together {
-        explicit Together(LoggerImpl & logger) : logger_(logger) { areTogether = true; }
-        ~Together() {
-            areTogether = false;
-            logger_.logFile_.writeHeld();
-        }
-        Together(Together const &) = delete;
-        Together & operator=(Together const &) = delete;
-
-    private:
-        LoggerImpl & logger_;
-    };
-
-    /// The thread itself can't wait for what it has in hand, and nobody waits for longer than about a second:
-    /// what it was given ahead of that is in the file then.
-    void flush(Writer & to) {
-        to.flush();
-        logFile_.writeHeld();
-    }
 
     /// Null without a path.
     static std::shared_ptr<File const> fileOf(tav_istr path, std::string const & banner, int maxSize) {
@@ -513,7 +478,7 @@ private:
         }
         if (file) {
             try {
-                logFile_.tellLost(file);
+                logFile_.tellLost(file, &lostRecord);
             } catch (std::bad_alloc const &) {
                 // It is told ahead of the next line.
             }
@@ -530,7 +495,7 @@ private:
         }
         if (file) {
             try {
-                write(file, record, callback == nullptr && areTogether);
+                record.banner ? logFile_.writeBanner(file) : logFile_.write(file, record.text, &lostRecord);
             } catch (std::bad_alloc const &) {
                 if (!record.banner) {
                     tav::detail::countLostLine();
@@ -542,19 +507,6 @@ private:
         }
     }
 
-    void write(std::shared_ptr<File const> const & file, LogRecord const & record, bool together) {
-        if (record.banner) {
-            logFile_.writeBanner(file);
-        } else if (together) {
-            logFile_.hold(file, record.text);
-        } else {
-            logFile_.write(file, record.text);
-        }
-    }
-
-    /// Whether the calling thread has more in hand.
-    static inline thread_local bool areTogether = false;
-
     /// Held through open, close and finalize; recursive, as a callback may run within.
     tav::detail::RecursiveMutex mutex_;
 
@@ -562,7 +514,7 @@ private:
     tavLogger::Callback callback_ TAV_GUARDED_BY(sinksMutex_) = nullptr;
     std::shared_ptr<File const> file_ TAV_GUARDED_BY(sinksMutex_);
 
-    tav::detail::LogFile logFile_{&lostRecord};
+    tav::detail::LogFile logFile_;
 
     tav::detail::Mutex writerMutex_;
     tavSharedPtr<Writer> writer_ TAV_GUARDED_BY(writerMutex_);

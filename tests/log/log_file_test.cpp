@@ -10,15 +10,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
-#include <csignal>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <sys/inotify.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -79,20 +75,10 @@ protected:
         tavLogger::close();
     }
 
-    using Target = tav::detail::LogFile::Target;
-
     tav_test::Folder const own_;
     std::string const folder_ = own_.path();
     std::string const path_ = folder_ + "/app.log";
 };
-
-std::string nothingLost(unsigned, std::error_code const &) {
-    return std::string();
-}
-
-std::string countLost(unsigned lines, std::error_code const &) {
-    return "lost " + std::to_string(lines) + "\n";
-}
 
 /// What stands from the first `part` on.
 std::string endFrom(std::string const & text, std::string const & part) {
@@ -508,101 +494,19 @@ TEST_F(LogFile, PipeIsWrittenToAndNeverSetAside) {
 
 // The thread of a log that was opened anew may still write to the former file.
 TEST_F(LogFile, BannerThatAFileLacksIsNotAnothers) {
+    using Target = tav::detail::LogFile::Target;
+    auto const none = [](unsigned, std::error_code const &) { return std::string(); };
     std::string const backup = path_ + ".bak";
     auto const former =
         std::make_shared<Target const>(Target{folder_ + "/none/app.log", backup, "former\n", 1000});
     auto const next = std::make_shared<Target const>(Target{path_, backup, "next\n", 1000});
-    tav::detail::LogFile file(&nothingLost);
+    tav::detail::LogFile file;
     testing::internal::CaptureStdout();
     file.writeBanner(next);
     file.writeBanner(former);
-    file.write(next, "line\n");
+    file.write(next, "line\n", none);
     testing::internal::GetCapturedStdout();
     EXPECT_EQ(content(path_), "next\nline\n");
-}
-
-TEST_F(LogFile, RecordsThatAreHeldOpenTheFileOnce) {
-    auto const to = std::make_shared<Target const>(Target{path_, path_ + ".bak", "banner\n", 100000});
-    tav::detail::LogFile file(&nothingLost);
-    file.writeBanner(to);
-    int const watch = ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
-    ASSERT_GE(watch, 0);
-    ASSERT_GE(::inotify_add_watch(watch, path_.c_str(), IN_OPEN), 0);
-    std::string expected = "banner\n";
-    for (int i = 0; i < 100; ++i) {
-        std::string const line = std::to_string(i) + '\n';
-        expected += line;
-        file.hold(to, line);
-    }
-    EXPECT_EQ(content(path_), "banner\n");
-    std::array<char, 4096> events{};
-    EXPECT_EQ(::read(watch, events.data(), events.size()), static_cast<ssize_t>(sizeof(inotify_event)))
-        << "of the line above";
-    file.writeHeld();
-    EXPECT_EQ(::read(watch, events.data(), events.size()), static_cast<ssize_t>(sizeof(inotify_event)));
-    ::close(watch);
-    EXPECT_EQ(content(path_), expected);
-}
-
-TEST_F(LogFile, RecordsThatAreHeldEndAsThoseThatAreNot) {
-    std::array<std::vector<std::string>, 2> got;
-    for (bool const held : {false, true}) {
-        std::string const path = path_ + (held ? ".held" : ".each");
-        auto const to = std::make_shared<Target const>(Target{path, path + ".bak", "banner", 20000});
-        tav::detail::LogFile file(&nothingLost);
-        testing::internal::CaptureStdout();
-        file.writeBanner(to);
-        for (int i = 0; i < 1000; ++i) {
-            // Among them one that is too long to be held, and some without a byte.
-            std::string const line(i == 555 ? 17000u : static_cast<unsigned>(i % 97),
-                                   static_cast<char>('a' + i % 26));
-            held ? file.hold(to, line) : file.write(to, line);
-        }
-        file.writeHeld();
-        testing::internal::GetCapturedStdout();
-        got[held] = {content(path), content(path + ".bak")};
-    }
-    EXPECT_EQ(got[0], got[1]);
-    EXPECT_FALSE(got[0][1].empty());
-}
-
-TEST_F(LogFile, RecordsThatAreHeldGoToTheFileThatTheyAreOf) {
-    auto const former =
-        std::make_shared<Target const>(Target{path_ + ".1", path_ + ".bak", "former\n", 1000});
-    auto const next = std::make_shared<Target const>(Target{path_, path_ + ".bak", "next\n", 1000});
-    tav::detail::LogFile file(&nothingLost);
-    file.hold(former, "one\n");
-    file.hold(former, "two\n");
-    file.begin();
-    EXPECT_EQ(content(former->path), "one\ntwo\n");
-    file.hold(former, "three\n");
-    file.hold(next, "four\n");
-    EXPECT_EQ(content(former->path), "one\ntwo\nthree\n");
-    file.writeBanner(next);
-    EXPECT_EQ(content(path_), "four\nnext\n");
-}
-
-TEST_F(LogFile, RecordsThatAreHeldAreCountedOneByOneWhereTheFileTakesSome) {
-    ASSERT_TRUE(tav_test::inChild([this] {
-        ::signal(SIGXFSZ, SIG_IGN);
-        rlimit none{};
-        bool ok = ::getrlimit(RLIMIT_FSIZE, &none) == 0;
-        rlimit const limit{20, none.rlim_max};
-        auto const to = std::make_shared<Target const>(Target{path_, path_ + ".bak", "banner\n", 1000});
-        tav::detail::LogFile file(&countLost);
-        ok = ok && ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
-        // Two and a part of the third get in.
-        for (char const * line : {"one 678\n", "two 678\n", "three 8\n", "four 78\n"}) {
-            file.hold(to, line);
-        }
-        file.writeHeld();
-        ok = ok && content(path_) == "one 678\ntwo 678\nthre";
-        ok = ok && ::setrlimit(RLIMIT_FSIZE, &none) == 0;
-        file.hold(to, "five\n");
-        file.hold(to, "six\n");
-        file.writeHeld();
-        return ok && content(path_) == "one 678\ntwo 678\nthre... (cut short)\nlost 2\nfive\nsix\n";
-    })) << content(path_);
 }
 
 TEST_F(LogFile, LinesOfTheThreadAreInTheFileAfterAFlush) {
@@ -628,14 +532,18 @@ TEST_F(LogFile, LinesOfTheThreadAreInTheFileAfterAFlush) {
 
 TEST_F(LogFile, WordOfLostLinesHasNoBannerThatAnotherFileLacks) {
     std::string const backup = path_ + ".bak";
+    using Target = tav::detail::LogFile::Target;
+    auto const count = [](unsigned lines, std::error_code const &) {
+        return "lost " + std::to_string(lines) + '\n';
+    };
     auto const former =
         std::make_shared<Target const>(Target{folder_ + "/none/app.log", backup, "former\n", 1000});
     auto const next = std::make_shared<Target const>(Target{path_, backup, "next\n", 1000});
-    tav::detail::LogFile file(&countLost);
+    tav::detail::LogFile file;
     testing::internal::CaptureStdout();
     file.writeBanner(former);
-    file.write(former, "line\n");
-    file.tellLost(next);
+    file.write(former, "line\n", count);
+    file.tellLost(next, count);
     testing::internal::GetCapturedStdout();
     EXPECT_EQ(content(path_), "lost 1\n");
 }

@@ -206,7 +206,7 @@ TEST_F(LogWithoutMemory, ABannerThatThereWasNoMemoryForComesWithTheNextLine) {
     std::cout.setstate(std::ios::badbit);
     long const failed = tav_test::eachAllocationFails([&] {
         SparedAllocations const spared;
-        tav::detail::LogFile file([](unsigned, std::error_code const &) { return std::string(); });
+        tav::detail::LogFile file;
         files.begin(true);
         std::ofstream(files.path()) << std::string(90, 'x');
         auto const to = std::make_shared<tav::detail::LogFile::Target const>(
@@ -217,7 +217,7 @@ TEST_F(LogWithoutMemory, ABannerThatThereWasNoMemoryForComesWithTheNextLine) {
         } catch (std::bad_alloc const &) {
         }
         tav_test::allocationsSpared = true;
-        file.write(to, "short");
+        file.write(to, "short", [](unsigned, std::error_code const &) { return std::string(); });
         EXPECT_GE(files.banners(), 1u);
     });
     std::cout.clear();
